@@ -1,0 +1,3 @@
+#include "lookup.h"
+
+namespace quillfence {} // namespace quillfence

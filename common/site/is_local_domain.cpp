@@ -1,0 +1,3 @@
+#include "is_local_domain.h"
+
+namespace quillfence {} // namespace quillfence

@@ -1,0 +1,3 @@
+#include "vc_clibs.h"
+
+namespace quillfence {} // namespace quillfence

@@ -1,0 +1,3 @@
+#include "vc_compat.h"
+
+namespace quillfence {} // namespace quillfence

@@ -1,0 +1,3 @@
+#include "vc_dns.h"
+
+namespace quillfence {} // namespace quillfence

@@ -1,0 +1,3 @@
+#include "vc_file.h"
+
+namespace quillfence {} // namespace quillfence

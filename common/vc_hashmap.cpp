@@ -1,0 +1,3 @@
+#include "vc_hashmap.h"
+
+namespace quillfence {} // namespace quillfence

@@ -1,0 +1,2 @@
+// String-keyed map.
+#pragma once

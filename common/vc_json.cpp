@@ -1,0 +1,3 @@
+#include "vc_json.h"
+
+namespace quillfence {} // namespace quillfence

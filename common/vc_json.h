@@ -1,0 +1,2 @@
+// JSON documents.
+#pragma once

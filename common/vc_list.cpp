@@ -1,0 +1,3 @@
+#include "vc_list.h"
+
+namespace quillfence {} // namespace quillfence

@@ -1,0 +1,33 @@
+// Log lines from where they happen. A source file that uses these names its module first:
+//
+//     static constexpr char module_name[] = "vc_file";
+//
+// The function in the line is the one that the macro stands in; a helper or lambda that reports
+// for its caller uses the _AS forms with the operation's own name.
+#pragma once
+
+#include <cerrno>
+#include <cstring>
+
+#include "vc_w32.h"
+
+#define QF_ERROR_AS(function, ...)                                                                 \
+    ::quillfence::vc_log_error(function, module_name, __LINE__, __VA_ARGS__)
+#define QF_DEBUG_AS(function, ...)                                                                 \
+    ::quillfence::vc_log_debug(function, module_name, __LINE__, __VA_ARGS__)
+#define QF_ERRNO_AS(function, number) QF_ERROR_AS(function, "%s", ::strerror(number))
+
+#define QF_ERROR(...) QF_ERROR_AS(__func__, __VA_ARGS__)
+#define QF_DEBUG(...) QF_DEBUG_AS(__func__, __VA_ARGS__)
+#define QF_ERRNO(number) QF_ERRNO_AS(__func__, number)
+#define QF_EINVAL() QF_ERRNO(EINVAL)
+#define QF_ENOMEM() QF_ERRNO(ENOMEM)
+
+namespace quillfence {
+
+// What a log line or a dump shows for a text that may be null.
+inline const char *text_or_null(const char *text) {
+    return text ? text : "(null)";
+}
+
+} // namespace quillfence

@@ -1,0 +1,3 @@
+#include "vc_nulltermlist.h"
+
+namespace quillfence {} // namespace quillfence

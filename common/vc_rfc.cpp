@@ -1,0 +1,3 @@
+#include "vc_rfc.h"
+
+namespace quillfence {} // namespace quillfence

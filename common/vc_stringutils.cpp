@@ -1,0 +1,3 @@
+#include "vc_stringutils.h"
+
+namespace quillfence {} // namespace quillfence

@@ -1,0 +1,3 @@
+#include "vc_w32.h"
+
+namespace quillfence {} // namespace quillfence

@@ -1,0 +1,3 @@
+#include "quillfence-checks.h"
+
+namespace quillfence {} // namespace quillfence

@@ -1,0 +1,3 @@
+#include "quillfence.h"
+
+namespace quillfence {} // namespace quillfence

@@ -1,0 +1,3 @@
+#include "vcspamrule.h"
+
+namespace quillfence {} // namespace quillfence

@@ -1,0 +1,3 @@
+#include "quillfence-log.h"
+
+namespace quillfence {} // namespace quillfence

@@ -1,0 +1,3 @@
+#include "quillfence-file.h"
+
+namespace quillfence {} // namespace quillfence

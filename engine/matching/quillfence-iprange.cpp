@@ -1,0 +1,3 @@
+#include "quillfence-iprange.h"
+
+namespace quillfence {} // namespace quillfence

@@ -1,0 +1,3 @@
+#include "quillfence-spam-hooks.h"
+
+namespace quillfence {} // namespace quillfence

@@ -1,0 +1,3 @@
+#include "tiny_rex.h"
+
+namespace quillfence {} // namespace quillfence

@@ -1,0 +1,3 @@
+#include "tiny_rex_storage.h"
+
+namespace quillfence {} // namespace quillfence

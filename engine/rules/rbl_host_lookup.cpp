@@ -1,0 +1,3 @@
+#include "rbl_host_lookup.h"
+
+namespace quillfence {} // namespace quillfence

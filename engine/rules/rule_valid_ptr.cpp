@@ -1,0 +1,3 @@
+#include "rules.h"
+
+namespace quillfence {} // namespace quillfence

@@ -1,0 +1,3 @@
+#include "known_sender_forgery_funcs.h"
+
+namespace quillfence {} // namespace quillfence

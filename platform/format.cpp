@@ -1,0 +1,3 @@
+#include "platform/format.h"
+
+namespace quillfence {} // namespace quillfence

@@ -1,0 +1,39 @@
+// The Win32 error numbers in which the seam speaks on both systems.
+#pragma once
+
+#include <cstdint>
+
+namespace quillfence::platform {
+
+enum : uint32_t {
+    error_none = 0,
+    error_file_not_found = 2,
+    error_path_not_found = 3,
+    error_too_many_open_files = 4,
+    error_access_denied = 5,
+    error_invalid_handle = 6,
+    error_not_enough_memory = 8,
+    error_no_more_files = 18,
+    error_write_protect = 19,
+    error_gen_failure = 31,
+    error_sharing_violation = 32,
+    error_not_supported = 50,
+    error_file_exists = 80,
+    error_invalid_parameter = 87,
+    error_broken_pipe = 109,
+    error_disk_full = 112,
+    error_insufficient_buffer = 122,
+    error_invalid_name = 123,
+    error_mod_not_found = 126,
+    error_proc_not_found = 127,
+    error_negative_seek = 131,
+    error_dir_not_empty = 145,
+    error_already_exists = 183,
+    error_envvar_not_found = 203,
+    error_file_too_large = 223,
+    error_no_data = 232,
+    error_directory = 267,
+    error_io_device = 1117,
+};
+
+} // namespace quillfence::platform

@@ -1,0 +1,22 @@
+// The system's event log: the Windows event log, or syslog(3) on Linux. There,
+// QUILLFENCE_EVENT_LOG names a file ("-" is standard error) to which each event is appended as one
+// line "<type> <ident>: <message>" instead, with the type "error", "warning" or "success".
+#pragma once
+
+#include <cstdint>
+
+namespace quillfence::platform {
+
+enum class event_type : uint16_t { success = 0, error = 1, warning = 2 };
+
+struct event_log; // opaque
+
+// Opens the log under a source name; null when that is not possible.
+event_log *event_log_open(const char *source);
+void event_log_close(event_log *log); // null is accepted
+
+// Reports one event of category 1 with the two strings, in that order.
+void event_log_report(event_log *log, event_type type, uint32_t event_id, const char *ident,
+                      const char *message);
+
+} // namespace quillfence::platform

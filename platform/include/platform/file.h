@@ -1,0 +1,76 @@
+// Files, as the Win32 file API sees them. Functions return 0 or a Win32 error number.
+//
+// Paths: on Linux a path that begins with a drive letter and a colon ("c:/quillfence/control") is
+// looked up under the directory named by QUILLFENCE_DRIVE_C (for c:; QUILLFENCE_DRIVE_D for d:
+// and so on), and without that variable as a relative path, literally. Backslashes in such a path
+// count as slashes. Any other path is taken as it is. Only an interrupted call is retried.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+
+namespace quillfence::platform {
+
+// A Windows file handle or a POSIX descriptor. All ones is invalid; 0 is a valid descriptor.
+using file_handle = intptr_t;
+inline constexpr file_handle invalid_file = -1;
+
+enum class disposition : uint8_t {
+    open_existing, // error 2 or 3 when missing
+    open_always,   // created empty when missing
+    create_always, // created, or emptied
+    create_new,    // error 80 when it exists
+};
+
+struct file_options {
+    bool write = false; // read and write instead of reading only
+    bool lock = false;  // no other locked or writing open while this one lives (error 32);
+                        // on Linux an advisory lock that excludes other locked opens
+    disposition when = disposition::open_existing;
+};
+
+enum class seek_origin : uint8_t { begin = 0, current = 1, end = 2 };
+
+// Attribute bits of path_attributes.
+inline constexpr uint32_t attribute_directory = 16;
+inline constexpr uint32_t attribute_normal = 128;
+
+uint32_t file_open(const char *path, file_options options, file_handle *opened);
+uint32_t file_close(file_handle file);
+
+// Reads or writes up to size bytes with one system call. *moved receives the count; a read at the
+// end of the file gives 0 bytes and success. A write to a closed pipe fails (109 or 232), without
+// a signal.
+uint32_t file_read(file_handle file, void *buffer, uint32_t size, uint32_t *moved);
+uint32_t file_write(file_handle file, const void *bytes, uint32_t size, uint32_t *moved);
+
+// *position (may be null) receives the new offset from the file's beginning.
+uint32_t file_seek(file_handle file, int64_t offset, seek_origin origin, int64_t *position);
+uint32_t file_size(file_handle file, uint64_t *size);
+uint32_t file_truncate(file_handle file); // at the current position
+uint32_t file_sync(file_handle file);     // to stable storage
+
+// A file mapped for reading. Null and size 0 for an empty file.
+struct file_mapping {
+    const unsigned char *bytes;
+    uint64_t size;
+};
+uint32_t file_map(file_handle file, file_mapping *mapping);
+void file_unmap(file_mapping *mapping);
+
+uint32_t path_attributes(const char *path, uint32_t *attributes);
+uint32_t path_copy(const char *source, const char *destination); // overwrites; onto itself: 32
+uint32_t path_rename(const char *from, const char *to);          // 183 when `to` exists
+uint32_t path_replace(const char *from, const char *to);         // atomic, `to` may exist
+uint32_t path_delete(const char *path);                          // a file
+
+// The standard library's buffered stream on such a path; null with errno set on failure.
+FILE *stream_open(const char *path, const char *mode);
+// Flushes the stream and cuts its file to size bytes; 0 or an errno value.
+int stream_truncate(FILE *stream, int64_t size);
+
+// The two standard streams in binary mode, where that is a difference.
+void make_standard_streams_binary();
+
+} // namespace quillfence::platform

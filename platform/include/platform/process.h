@@ -1,0 +1,37 @@
+// The process and its surroundings.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace quillfence::platform {
+
+uint32_t process_id();
+uint32_t thread_id();
+
+// The value of an environment variable, as GetEnvironmentVariableA gives it: 0 when it is not
+// set (or set empty); the length without the NUL when it fits into size bytes; otherwise the size
+// that it needs, NUL included, with the buffer left as it was.
+uint32_t environment_variable(const char *name, char *buffer, uint32_t size);
+// Whether a variable is set at all, empty or not.
+bool environment_has(const char *name);
+// Sets a variable for this process, or removes it when value is null. For tests.
+bool environment_set(const char *name, const char *value);
+
+bool debugger_present();
+void debugger_break();
+
+// The path of the hosts file: "\drivers\etc\HOSTS" below the Windows system directory, or
+// "/etc/hosts". 0 or a Win32 error number.
+uint32_t hosts_file_path(char *buffer, size_t size);
+
+// A directory for temporary files, without a trailing separator. 0 or a Win32 error number.
+uint32_t temp_directory(char *buffer, size_t size);
+
+// A lock between threads. Numbers are Win32 error numbers, 0 for success.
+struct mutex; // opaque
+uint32_t mutex_create(mutex **created);
+uint32_t mutex_lock(mutex *locked);
+uint32_t mutex_unlock(mutex *locked);
+
+} // namespace quillfence::platform

@@ -1,0 +1,3 @@
+#include "platform/observer.h"
+
+namespace quillfence {} // namespace quillfence

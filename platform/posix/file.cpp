@@ -1,0 +1,3 @@
+#include "platform/file.h"
+
+namespace quillfence {} // namespace quillfence

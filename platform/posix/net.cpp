@@ -1,0 +1,3 @@
+#include "platform/net.h"
+
+namespace quillfence {} // namespace quillfence

@@ -1,0 +1,3 @@
+#include "platform/clock.h"
+
+namespace quillfence {} // namespace quillfence

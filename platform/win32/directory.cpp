@@ -1,0 +1,3 @@
+#include "platform/directory.h"
+
+namespace quillfence {} // namespace quillfence

@@ -1,0 +1,3 @@
+#include "platform/dns.h"
+
+namespace quillfence {} // namespace quillfence

@@ -1,0 +1,3 @@
+#include "platform/dynamic_library.h"
+
+namespace quillfence {} // namespace quillfence

@@ -1,0 +1,3 @@
+#include "platform/event_log.h"
+
+namespace quillfence {} // namespace quillfence

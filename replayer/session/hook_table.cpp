@@ -1,0 +1,3 @@
+#include "hook_table.h"
+
+namespace quillfence {} // namespace quillfence

@@ -1,0 +1,3 @@
+#include "qfd-packet.h"
+
+namespace quillfence {} // namespace quillfence

@@ -1,0 +1,2 @@
+// Request and response packets.
+#pragma once

@@ -1,0 +1,3 @@
+#include "smtp_state.h"
+
+namespace quillfence {} // namespace quillfence

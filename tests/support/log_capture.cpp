@@ -1,0 +1,95 @@
+#include "log_capture.h"
+
+#include <cstdarg>
+#include <cstring>
+
+#include "platform/process.h"
+#include "vc_w32.h"
+
+namespace quillfence::testing {
+
+namespace {
+
+std::vector<log_line> captured;
+
+std::string text_argument(const char *text) {
+    return text ? text : "(null)";
+}
+
+int capture_line(int priority, const char *format, ...) {
+    log_line line;
+    line.priority = priority;
+    va_list arguments;
+    va_start(arguments, format);
+    if (!std::strcmp(format, "%s")) {
+        line.message = text_argument(va_arg(arguments, const char *));
+    } else {
+        const char *const expected =
+            priority == priority_error ? "%s:%d ERROR %s(): %s" : "%s:%d DEBUG %s(): %s";
+        EXPECT_STREQ(format, expected) << "a log line of an unknown form";
+        line.source = text_argument(va_arg(arguments, const char *));
+        line.line = va_arg(arguments, int);
+        line.function = text_argument(va_arg(arguments, const char *));
+        line.message = text_argument(va_arg(arguments, const char *));
+    }
+    va_end(arguments);
+    captured.push_back(line);
+    return 0;
+}
+
+std::vector<std::string> of_priority(int priority) {
+    std::vector<std::string> texts;
+    for (const log_line &line : captured) {
+        if (line.priority == priority) {
+            texts.push_back(line.function + ": " + line.message);
+        }
+    }
+    captured.clear();
+    return texts;
+}
+
+} // namespace
+
+log_capture::log_capture(bool verbose) {
+    captured.clear();
+    platform::environment_set("VERBOSEDEBUG", verbose ? "1" : nullptr);
+    __vc_forget_verbosedebug();
+    vc_set_log_function(capture_line);
+}
+
+log_capture::~log_capture() {
+    vc_set_log_function(nullptr);
+    for (const std::string &error : errors()) {
+        ADD_FAILURE() << "unexpected ERROR line: " << error;
+    }
+}
+
+std::vector<log_line> log_capture::take() {
+    std::vector<log_line> taken;
+    taken.swap(captured);
+    return taken;
+}
+
+std::vector<std::string> log_capture::errors() {
+    return of_priority(priority_error);
+}
+
+std::vector<std::string> log_capture::debugs() {
+    return of_priority(priority_debug);
+}
+
+std::vector<std::string> log_capture::transcript() {
+    std::vector<std::string> texts;
+    for (const log_line &line : take()) {
+        if (line.priority == priority_error) {
+            texts.push_back("E " + line.function + ": " + line.message);
+        } else if (line.priority == priority_debug) {
+            texts.push_back("D " + line.function + ": " + line.message);
+        } else {
+            texts.push_back("I " + line.message);
+        }
+    }
+    return texts;
+}
+
+} // namespace quillfence::testing

@@ -1,0 +1,3 @@
+#include "me_address_map.h"
+
+namespace quillfence {} // namespace quillfence

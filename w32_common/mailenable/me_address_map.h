@@ -1,0 +1,2 @@
+// Where Mail Enable delivers an address.
+#pragma once

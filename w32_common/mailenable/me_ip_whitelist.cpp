@@ -1,0 +1,3 @@
+#include "me_ip_whitelist.h"
+
+namespace quillfence {} // namespace quillfence

@@ -1,0 +1,3 @@
+#include "me_sender_whitelist.h"
+
+namespace quillfence {} // namespace quillfence

@@ -1,0 +1,2 @@
+// The Windows registry.
+#pragma once
