@@ -1,0 +1,57 @@
+# Shared by ./replay, ./check and the scripts: sourced, not run. Needs bash and $root.
+
+say() { printf '== %s\n' "$*" >&2; }
+die() {
+    printf 'error: %s\n' "$*" >&2
+    exit 1
+}
+
+# as_root COMMAND...: with sudo where the user is not root.
+as_root() {
+    if [ "$(id -u)" = 0 ]; then
+        "$@"
+    elif command -v sudo >/dev/null; then
+        sudo "$@"
+    else
+        die "this needs root (or sudo) to run: $*"
+    fi
+}
+
+# need_packages NAME...: installs the Debian packages that are missing; silent when none is.
+need_packages() {
+    local missing=() name
+    for name in "$@"; do
+        [ "$(dpkg-query -W -f '${db:Status-Status}' "$name" 2>/dev/null)" = installed ] ||
+            missing+=("$name")
+    done
+    [ ${#missing[@]} -gt 0 ] || return 0
+    say "installing ${missing[*]}"
+    as_root apt-get update -qq
+    as_root env DEBIAN_FRONTEND=noninteractive \
+        apt-get install -y -qq --no-install-recommends "${missing[@]}" >"$root/build/install.log" 2>&1 ||
+        { tail -n 20 "$root/build/install.log" >&2; die "the packages could not be installed"; }
+}
+
+packages_build=(g++ cmake ninja-build libc-ares-dev libmaxminddb-dev)
+packages_test=(googletest nsd python3 strace iproute2 util-linux libmaxminddb-dev)
+packages_windows=(g++-mingw-w64-x86-64-posix wine wine64 dpkg-dev googletest nsd python3)
+packages_all=(clang libclang-rt-14-dev)
+
+# build_preset NAME [TARGET...]: configures when needed and builds; output only when it fails.
+build_preset() {
+    local preset=$1 log="$root/build/$1.log"
+    shift
+    mkdir -p "$root/build"
+    if [ ! -e "$root/build/$preset/build.ninja" ]; then
+        say "configuring build/$preset"
+        (cd "$root" && cmake --preset "$preset") >"$log" 2>&1 ||
+            { rm -f "$root/build/$preset/build.ninja"; tail -n 40 "$log" >&2; die "configuring failed"; }
+    fi
+    if (cd "$root" && cmake --build "build/$preset" "${@/#/--target=}" -- -n) 2>/dev/null |
+        grep -q 'no work to do'; then
+        return 0
+    fi
+    say "building build/$preset"
+    (cd "$root" && cmake --build "build/$preset" "${@/#/--target=}") >"$log" 2>&1 ||
+        { grep -E -A 12 'error|FAILED|undefined' "$log" | head -n 80 >&2; die "the build failed; all of it is in $log"; }
+}
