@@ -16,9 +16,10 @@ using mail_log_hook = void (*)(smtp_state *state, const char *rule_name, uint8_t
 // A new heap string with the rejection text for a rule, or null to use the rule's own.
 using message_hook = char *(*)(const char *rule_name, smtp_state *state);
 
-// An empty (null) slot means "no match" to the rule that reads it.
+// An empty (null) slot means "no match" to the rule that reads it. All slots are empty and the
+// option is 0 until the engine's start-up fills the table.
 struct hook_table {
-    uint8_t dns_option;               // handed to every DNS lookup
+    uint8_t dns_option;               // handed unchanged to every DNS lookup
     session_hook dynamic_names;       // rule_check_dynamic_reverse_dns
     session_hook spam_names;          // rule_check_reverse_dns_list
     session_hook confirmed_names;     // rule_check_confirmed_dyna
@@ -37,6 +38,7 @@ struct hook_table {
 };
 
 // Replaces the whole table. The arguments come in the order of the record; nothing is checked.
+// Not to be called while checks are running.
 void set_hooks(uint8_t dns_option, session_hook dynamic_names, session_hook spam_names,
                session_hook confirmed_names, session_hook sender_whitelist,
                session_hook sender_blacklist, session_hook spare_6, session_hook spare_7,
