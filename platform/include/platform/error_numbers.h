@@ -13,8 +13,10 @@ enum : uint32_t {
     error_access_denied = 5,
     error_invalid_handle = 6,
     error_not_enough_memory = 8,
+    error_not_same_device = 17,
     error_no_more_files = 18,
     error_write_protect = 19,
+    error_seek = 25,
     error_gen_failure = 31,
     error_sharing_violation = 32,
     error_not_supported = 50,
@@ -28,12 +30,16 @@ enum : uint32_t {
     error_proc_not_found = 127,
     error_negative_seek = 131,
     error_dir_not_empty = 145,
+    error_busy = 170,
     error_already_exists = 183,
     error_envvar_not_found = 203,
+    error_filename_too_long = 206,
     error_file_too_large = 223,
     error_no_data = 232,
     error_directory = 267,
+    error_not_owner = 288,
     error_io_device = 1117,
+    error_cannot_resolve_filename = 1921,
 };
 
 } // namespace quillfence::platform

@@ -45,6 +45,9 @@ uint32_t file_close(file_handle file);
 uint32_t file_read(file_handle file, void *buffer, uint32_t size, uint32_t *moved);
 uint32_t file_write(file_handle file, const void *bytes, uint32_t size, uint32_t *moved);
 
+// A pipe: what is written to one end is read from the other. For tests.
+uint32_t file_pipe(file_handle *reader, file_handle *writer);
+
 // *position (may be null) receives the new offset from the file's beginning.
 uint32_t file_seek(file_handle file, int64_t offset, seek_origin origin, int64_t *position);
 uint32_t file_size(file_handle file, uint64_t *size);
