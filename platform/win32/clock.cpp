@@ -1,3 +1,47 @@
 #include "platform/clock.h"
 
-namespace quillfence {} // namespace quillfence
+#include "platform/observer.h"
+#include "system.h"
+
+namespace quillfence::platform {
+
+static clock_stand_in stand_in_for_clock;
+
+// File times count 100 ns from 1601-01-01.
+static constexpr int64_t ticks_per_second = 10000000;
+static constexpr int64_t seconds_from_1601_to_1970 = 11644473600;
+
+bool clock_now(time_of_day *now) {
+    if (stand_in_for_clock) {
+        return stand_in_for_clock(now);
+    }
+    if (observe_call("clock_now", "")) {
+        return false;
+    }
+    FILETIME moment;
+    GetSystemTimeAsFileTime(&moment);
+    const int64_t ticks = static_cast<int64_t>(static_cast<uint64_t>(moment.dwHighDateTime) << 32 |
+                                               moment.dwLowDateTime);
+    now->seconds = ticks / ticks_per_second - seconds_from_1601_to_1970;
+    now->microseconds = static_cast<int32_t>(ticks % ticks_per_second / 10);
+    return true;
+}
+
+bool local_time(int64_t seconds, tm *fields) {
+    const __time64_t moment = seconds;
+    return !observe_call("local_time", "") && _localtime64_s(fields, &moment) == 0;
+}
+
+int64_t from_local_time(tm *fields) {
+    return observe_call("from_local_time", "") ? -1 : _mktime64(fields);
+}
+
+void set_clock_stand_in(clock_stand_in stand_in) {
+    stand_in_for_clock = stand_in;
+}
+
+void time_zone_changed() {
+    _tzset();
+}
+
+} // namespace quillfence::platform

@@ -1,3 +1,296 @@
 #include "platform/file.h"
 
-namespace quillfence {} // namespace quillfence
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <io.h>
+#include <share.h>
+
+#include "platform/observer.h"
+#include "system.h"
+
+namespace quillfence::platform {
+
+namespace {
+
+HANDLE handle_of(file_handle file) {
+    return reinterpret_cast<HANDLE>(file);
+}
+
+file_handle number_of(HANDLE handle) {
+    return reinterpret_cast<file_handle>(handle);
+}
+
+DWORD creation_of(disposition when) {
+    switch (when) {
+    case disposition::open_always:
+        return OPEN_ALWAYS;
+    case disposition::create_always:
+        return CREATE_ALWAYS;
+    case disposition::create_new:
+        return CREATE_NEW;
+    default:
+        return OPEN_EXISTING;
+    }
+}
+
+// Asks the observer about a path and refuses one that is none, as the system does with "".
+uint32_t begin_path_call(const char *call, const char *path) {
+    if (const uint32_t failure = observe_call(call, path)) {
+        return failure;
+    }
+    return path && *path ? error_none : error_path_not_found;
+}
+
+uint32_t begin_two_path_call(const char *call, const char *first, const char *second) {
+    if (const uint32_t failure = begin_path_call(call, first)) {
+        return failure;
+    }
+    return second && *second ? error_none : error_path_not_found;
+}
+
+// What tells one file from all others, by whatever name it was opened.
+bool identity_of(const char *path, BY_HANDLE_FILE_INFORMATION *facts) {
+    const HANDLE opened =
+        CreateFileA(path, 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                    OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (opened == INVALID_HANDLE_VALUE) {
+        return false;
+    }
+    const bool known = GetFileInformationByHandle(opened, facts);
+    CloseHandle(opened);
+    return known;
+}
+
+bool same_file(const char *one, const char *other) {
+    BY_HANDLE_FILE_INFORMATION first;
+    BY_HANDLE_FILE_INFORMATION second;
+    return identity_of(one, &first) && identity_of(other, &second) &&
+           first.dwVolumeSerialNumber == second.dwVolumeSerialNumber &&
+           first.nFileIndexHigh == second.nFileIndexHigh &&
+           first.nFileIndexLow == second.nFileIndexLow;
+}
+
+int errno_of_error(uint32_t error) {
+    switch (error) {
+    case error_file_not_found:
+    case error_path_not_found:
+        return ENOENT;
+    case error_access_denied:
+    case error_sharing_violation:
+        return EACCES;
+    case error_not_enough_memory:
+        return ENOMEM;
+    case error_disk_full:
+        return ENOSPC;
+    default:
+        return EIO;
+    }
+}
+
+} // namespace
+
+uint32_t file_open(const char *path, file_options options, file_handle *opened) {
+    *opened = invalid_file;
+    if (const uint32_t failure = begin_path_call("file_open", path)) {
+        return failure;
+    }
+    const DWORD access = GENERIC_READ | (options.write ? GENERIC_WRITE : 0);
+    const DWORD sharing = FILE_SHARE_READ | (options.lock ? 0 : FILE_SHARE_WRITE);
+    const HANDLE handle = CreateFileA(path, access, sharing, nullptr, creation_of(options.when),
+                                      FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (handle == INVALID_HANDLE_VALUE) {
+        return error_unless(FALSE);
+    }
+    *opened = number_of(handle);
+    return error_none;
+}
+
+uint32_t file_close(file_handle file) {
+    const uint32_t failure = observe_call("file_close", "");
+    return failure ? failure : error_unless(CloseHandle(handle_of(file)));
+}
+
+uint32_t file_read(file_handle file, void *buffer, uint32_t size, uint32_t *moved) {
+    *moved = 0;
+    if (const uint32_t failure = observe_call("file_read", "")) {
+        return failure;
+    }
+    DWORD got = 0;
+    const uint32_t error = error_unless(ReadFile(handle_of(file), buffer, size, &got, nullptr));
+    *moved = got;
+    // A pipe whose writer has gone is at its end.
+    return error == error_broken_pipe ? static_cast<uint32_t>(error_none) : error;
+}
+
+uint32_t file_write(file_handle file, const void *bytes, uint32_t size, uint32_t *moved) {
+    *moved = 0;
+    if (const uint32_t failure = observe_call("file_write", "")) {
+        return failure;
+    }
+    DWORD put = 0;
+    const uint32_t error = error_unless(WriteFile(handle_of(file), bytes, size, &put, nullptr));
+    *moved = put;
+    return error;
+}
+
+uint32_t file_pipe(file_handle *reader, file_handle *writer) {
+    *reader = *writer = invalid_file;
+    if (const uint32_t failure = observe_call("file_pipe", "")) {
+        return failure;
+    }
+    HANDLE read_end;
+    HANDLE write_end;
+    if (!CreatePipe(&read_end, &write_end, nullptr, 0)) {
+        return error_unless(FALSE);
+    }
+    *reader = number_of(read_end);
+    *writer = number_of(write_end);
+    return error_none;
+}
+
+uint32_t file_seek(file_handle file, int64_t offset, seek_origin origin, int64_t *position) {
+    static constexpr DWORD origins[] = {FILE_BEGIN, FILE_CURRENT, FILE_END};
+    if (const uint32_t failure = observe_call("file_seek", "")) {
+        return failure;
+    }
+    const auto index = static_cast<size_t>(origin);
+    if (index >= sizeof origins / sizeof *origins) {
+        return error_invalid_parameter;
+    }
+    LARGE_INTEGER distance;
+    LARGE_INTEGER reached;
+    distance.QuadPart = offset;
+    const uint32_t error =
+        error_unless(SetFilePointerEx(handle_of(file), distance, &reached, origins[index]));
+    if (!error && position) {
+        *position = reached.QuadPart;
+    }
+    return error;
+}
+
+uint32_t file_size(file_handle file, uint64_t *size) {
+    *size = 0;
+    if (const uint32_t failure = observe_call("file_size", "")) {
+        return failure;
+    }
+    LARGE_INTEGER found;
+    const uint32_t error = error_unless(GetFileSizeEx(handle_of(file), &found));
+    if (!error) {
+        *size = static_cast<uint64_t>(found.QuadPart);
+    }
+    return error;
+}
+
+uint32_t file_truncate(file_handle file) {
+    const uint32_t failure = observe_call("file_truncate", "");
+    return failure ? failure : error_unless(SetEndOfFile(handle_of(file)));
+}
+
+uint32_t file_sync(file_handle file) {
+    const uint32_t failure = observe_call("file_sync", "");
+    return failure ? failure : error_unless(FlushFileBuffers(handle_of(file)));
+}
+
+uint32_t file_map(file_handle file, file_mapping *mapping) {
+    *mapping = {};
+    if (const uint32_t failure = observe_call("file_map", "")) {
+        return failure;
+    }
+    LARGE_INTEGER size;
+    if (!GetFileSizeEx(handle_of(file), &size)) {
+        return error_unless(FALSE);
+    }
+    if (size.QuadPart == 0) {
+        return error_none;
+    }
+    const HANDLE section =
+        CreateFileMappingA(handle_of(file), nullptr, PAGE_READONLY, 0, 0, nullptr);
+    if (!section) {
+        return error_unless(FALSE);
+    }
+    const void *const bytes = MapViewOfFile(section, FILE_MAP_READ, 0, 0, 0);
+    const uint32_t error = error_unless(bytes != nullptr);
+    CloseHandle(section); // the view keeps it alive
+    if (!error) {
+        *mapping = {static_cast<const unsigned char *>(bytes),
+                    static_cast<uint64_t>(size.QuadPart)};
+    }
+    return error;
+}
+
+void file_unmap(file_mapping *mapping) {
+    if (mapping->bytes) {
+        UnmapViewOfFile(mapping->bytes);
+    }
+    *mapping = {};
+}
+
+uint32_t path_attributes(const char *path, uint32_t *attributes) {
+    *attributes = 0;
+    if (const uint32_t failure = begin_path_call("path_attributes", path)) {
+        return failure;
+    }
+    const DWORD found = GetFileAttributesA(path);
+    if (found == INVALID_FILE_ATTRIBUTES) {
+        return error_unless(FALSE);
+    }
+    *attributes = found & FILE_ATTRIBUTE_DIRECTORY ? attribute_directory : attribute_normal;
+    return error_none;
+}
+
+uint32_t path_copy(const char *source, const char *destination) {
+    if (const uint32_t failure = begin_two_path_call("path_copy", source, destination)) {
+        return failure;
+    }
+    if (same_file(source, destination)) {
+        return error_sharing_violation;
+    }
+    return error_unless(CopyFileA(source, destination, FALSE));
+}
+
+uint32_t path_rename(const char *from, const char *to) {
+    const uint32_t failure = begin_two_path_call("path_rename", from, to);
+    return failure ? failure : error_unless(MoveFileExA(from, to, 0));
+}
+
+uint32_t path_replace(const char *from, const char *to) {
+    const uint32_t failure = begin_two_path_call("path_replace", from, to);
+    return failure ? failure : error_unless(MoveFileExA(from, to, MOVEFILE_REPLACE_EXISTING));
+}
+
+uint32_t path_delete(const char *path) {
+    const uint32_t failure = begin_path_call("path_delete", path);
+    return failure ? failure : error_unless(DeleteFileA(path));
+}
+
+FILE *stream_open(const char *path, const char *mode) {
+    if (const uint32_t failure = begin_path_call("stream_open", path)) {
+        errno = errno_of_error(failure);
+        return nullptr;
+    }
+    char full_mode[16]; // always binary
+    if (!mode || strlen(mode) + sizeof "b" > sizeof full_mode) {
+        errno = EINVAL;
+        return nullptr;
+    }
+    strcat(strcpy(full_mode, mode), strchr(mode, 'b') ? "" : "b");
+    return _fsopen(path, full_mode, _SH_DENYNO);
+}
+
+int stream_truncate(FILE *stream, int64_t size) {
+    if (const uint32_t failure = observe_call("stream_truncate", "")) {
+        return errno_of_error(failure);
+    }
+    if (fflush(stream) != 0) {
+        return errno;
+    }
+    return _chsize_s(_fileno(stream), size);
+}
+
+void make_standard_streams_binary() {
+    _setmode(_fileno(stdin), _O_BINARY);
+    _setmode(_fileno(stdout), _O_BINARY);
+}
+
+} // namespace quillfence::platform

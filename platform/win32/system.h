@@ -1,0 +1,30 @@
+// The Windows headers, without the parts and macros that nobody here wants. Internal to the
+// Windows side.
+#pragma once
+
+#ifndef WIN32_LEAN_AND_MEAN
+#define WIN32_LEAN_AND_MEAN
+#endif
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#include <winsock2.h>
+
+#include <windows.h>
+
+#include <cstdint>
+
+#include "platform/error_numbers.h"
+
+namespace quillfence::platform {
+
+// 0 for a call that went well, else the number that it left behind.
+inline uint32_t error_unless(BOOL success) {
+    if (success) {
+        return error_none;
+    }
+    const DWORD error = GetLastError();
+    return error ? error : static_cast<uint32_t>(error_gen_failure);
+}
+
+} // namespace quillfence::platform
