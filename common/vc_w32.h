@@ -1,8 +1,13 @@
 // Logging, and the few POSIX facilities that the rest of the system is written against.
 //
 // Every log line of the process goes through one function, the log function. With none installed
-// every emitter is silent. The message part of a line is cut at 255 characters and bytes outside
-// 0x20-0x7E become '?'.
+// every emitter is silent. The message part of a line is cut at 255 characters, and bytes outside
+// 0x20-0x7E become '?' in it; the location in front of it goes out as it is. No emitter ever fails
+// visibly: what can't be written is dropped.
+//
+// openlog, syslog, closelog, asprintf and localtime_r live in this namespace beside the C
+// library's functions of the same name and do not replace them. The logging state belongs to the
+// process and has no lock.
 #pragma once
 
 #include <cstddef>
@@ -27,58 +32,90 @@ enum : int {
 using vc_log_function = int (*)(int priority, const char *format, ...);
 using vc_oom_function = int (*)();
 
-// Opens the event log under the source name "Quillfence" and keeps a copy of ident; an open log
-// is closed first. option and facility are accepted and ignored. A null ident does nothing.
+// Opens the event log under the source name "Quillfence". A log that is open is closed first, and
+// the earlier ident is released.
+//   ident             first string of every event; copied. Null: nothing happens at all
+//   option, facility  accepted and ignored
+// An event log that can't be opened leaves syslog without effect.
 void openlog(const char *ident, int option, int facility);
-// The default log function: one event a call, text cut at 1023 characters. Returns 0.
+
+// The default log function: reports one event of vc_event_type(priority), category 1 and
+// identifier 0x40020100 with the strings ident and text; the text is cut at 1023 characters.
+// Does nothing for a null format or while no log is open. Returns 0.
+// Kept on purpose: when there is no memory for the text, the log is given back but stays recorded
+// as open, so that all later events are lost silently until openlog opens it again.
 int syslog(int priority, const char *format, ...) QF_PRINTF_LIKE(2, 3);
-// Closes the event log and forgets the ident.
+
+// Closes the event log and forgets the ident; nothing when no log is open.
 void closelog();
+
 // The event type of a priority: 2 and 3 error, 4 warning, 5 to 7 success, any other warning.
 platform::event_type vc_event_type(int priority);
 
 // Installs the log function; null switches all logging off.
 void vc_set_log_function(vc_log_function function);
-// Installs the function that is called after an out-of-memory line; null for none.
+
+// Installs the function that vc_log_oom calls after its line; null for none.
 void vc_set_oom_function(vc_oom_function function);
 
-// Emit one line: (3, "%s:%d ERROR %s(): %s"), (7, "%s:%d DEBUG %s(): %s") and (6, "%s"). DEBUG
-// lines need VERBOSEDEBUG in the environment, which is looked up once a process.
+// Emit one line through the log function, as priority 3 with "%s:%d ERROR %s(): %s" or priority 7
+// with "%s:%d DEBUG %s(): %s" and the arguments file, line, function, message. Nothing when the
+// function name, the format or the log function is missing.
+//   function  the name of the operation that reports
+//   file      the name of its module
+//   format    of the message; the arguments are formatted only when the line goes out
+// DEBUG lines need VERBOSEDEBUG in the environment, with any value, even an empty one. That is
+// looked up at the first DEBUG line of the process; later changes are not seen.
 void vc_log_error(const char *function, const char *file, unsigned line, const char *format, ...)
     QF_PRINTF_LIKE(4, 5);
 void vc_log_debug(const char *function, const char *file, unsigned line, const char *format, ...)
     QF_PRINTF_LIKE(4, 5);
+
+// Emits the message alone, as priority 6 with the format "%s".
 void vc_log_info(const char *format, ...) QF_PRINTF_LIKE(1, 2);
-// The ERROR line for ENOMEM; returns the out-of-memory function's result, 0 when there is none.
+
+// Emits an ERROR line with the system's text for ENOMEM, then calls the out-of-memory function.
+// Returns that function's result, 0 when there is none.
 int vc_log_oom(const char *function, const char *file, unsigned line);
-// Forgets the VERBOSEDEBUG decision, so that a test can take it again.
+
+// Forgets the VERBOSEDEBUG decision, so that it is taken again. For tests.
 void __vc_forget_verbosedebug();
 
-// calloc that reports a failure under the caller's location.
+// calloc(count, size) that reports a failure with vc_log_oom under the caller's location. Returns
+// zeroed memory that the caller frees, or null.
 void *vc_calloc(const char *function, const char *file, unsigned line, size_t count, size_t size);
 
-// A log function that writes the line, cut at 255 characters, to standard output.
+// A log function that writes the line, cut at 255 characters, to standard output with a line end.
+// The priority is ignored. Returns what puts returns; EOF for a null format.
 int vc_console_log(int priority, const char *format, ...) QF_PRINTF_LIKE(2, 3);
 
 // Replaces every byte outside 0x20-0x7E by '?', in place. Null is accepted.
 void vc_sanitize(char *text);
 
-// Formats into a new heap string of at most 1023 characters, freeing what *destination held (null
-// or a heap string). Returns the length, -1 when the text was cut or on failure; a cut text is in
-// *destination all the same. ERROR lines: EINVAL, ENOMEM.
+// Formats into a new heap string of at most 1023 characters.
+//   destination  holds null or a heap string, which is freed; receives the new string, which the
+//                caller frees. The old string may be an argument of the format
+// Returns the length, -1 when the text was cut (then its first 1023 characters are in
+// *destination all the same) and -1 on failure, which leaves *destination alone.
+// ERROR lines: EINVAL for a null destination or format, ENOMEM.
 int asprintf(char **destination, const char *format, ...) QF_PRINTF_LIKE(2, 3);
 
-// Local time of UTC seconds. Returns fields, null (ERROR: EINVAL) when an argument is null.
+// Local time of UTC seconds since 1970. Returns fields, all nine of them set; null, with the
+// fields untouched, when an argument is null or the time can't be converted (ERROR: EINVAL).
+// Call it as quillfence::localtime_r: without the qualifier the tm argument brings the C library's
+// function into the choice.
 tm *localtime_r(const int64_t *seconds, tm *fields);
 
-// A new heap string of at most length characters. Null, with errno ENOMEM, without memory.
+// A new heap string of the first characters of text, at most length of them; the caller frees it.
+// Null, with errno ENOMEM and no line, without memory. ERROR line: EINVAL for a null text.
 char *vc_strndup(const char *text, size_t length);
 
-// A dotted IPv4 address as a number in host byte order.
+// A dotted IPv4 address as a number in host byte order, 127.0.0.1 as 0x7F000001. What
+// vc_inet_addr does not take gives 0xFFFFFFFF.
 uint32_t vc_ip_to_host_u32(const char *text);
 
-// Waits for a debugger and stops in it, unless the file "C:/vc_breakpoint_bypass" exists: then it
-// returns non-zero at once.
+// Waits in a tight loop for a debugger and stops in it, then returns 0. When the file (or folder)
+// "C:/vc_breakpoint_bypass" exists it returns 1 at once. A developer's aid that nothing calls.
 int vc_breakpoint();
 
 } // namespace quillfence
