@@ -2,6 +2,7 @@
 // locale, comparisons, and ownership of heap strings inside a function.
 #pragma once
 
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -51,6 +52,12 @@ inline int _stricmp(const char *a, const char *b) {
             return left - right;
         }
     }
+}
+
+// atoi, with numbers outside the range of an int clamped to it.
+inline int text_to_int(const char *text) {
+    const long value = ::strtol(text, nullptr, 10);
+    return value > INT_MAX ? INT_MAX : value < INT_MIN ? INT_MIN : static_cast<int>(value);
 }
 
 struct free_deleter {
