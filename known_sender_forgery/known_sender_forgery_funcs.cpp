@@ -1,3 +1,380 @@
 #include "known_sender_forgery_funcs.h"
 
-namespace quillfence {} // namespace quillfence
+#include <string_view>
+
+#include "byte_cursor.h"
+#include "vc_dns.h"
+#include "vc_file.h"
+#include "vc_log.h"
+#include "vc_rfc.h"
+#include "vc_stringutils.h"
+#include "vc_text.h"
+
+namespace quillfence {
+
+static constexpr char module_name[] = "known_sender_forgery/known_sender_forgery_funcs";
+
+// Lines are parsed in place: the functions below cut the file's text with NULs as they go.
+
+// The text without white space around it; cut at its new end.
+static char *trimmed(char *text) {
+    while (is_space(*text)) {
+        ++text;
+    }
+    char *end = text + strlen(text);
+    while (end > text && is_space(end[-1])) {
+        --end;
+    }
+    *end = '\0';
+    return text;
+}
+
+static void lower(char *text) {
+    for (; *text; ++text) {
+        *text = to_lower(*text);
+    }
+}
+
+// How many fields the separator makes of a text.
+static int field_count(std::string_view text, char separator) {
+    int count = 1;
+    for (const char c : text) {
+        count += c == separator;
+    }
+    return count;
+}
+
+// Cuts the text at the first separator and returns what follows it; null when there is none.
+static char *cut_at(char *text, char separator) {
+    char *found = strchr(text, separator);
+    if (!found) {
+        return nullptr;
+    }
+    *found = '\0';
+    return found + 1;
+}
+
+static int host_order_ipv4(const char *text, uint32_t *address) {
+    unsigned char octets[4];
+    if (is_empty(text) || !vc_inet_pton(vc_family_ipv4, text, octets)) {
+        return 0;
+    }
+    *address = static_cast<uint32_t>(octets[0]) << 24 | static_cast<uint32_t>(octets[1]) << 16 |
+               static_cast<uint32_t>(octets[2]) << 8 | octets[3];
+    return 1;
+}
+
+// "address/prefix". The item is left whole.
+static int ksf_parse_cidr(const char *item, ksf_network *network) {
+    const int fields = field_count(item, '/');
+    if (fields != 2) {
+        QF_DEBUG("invalid cidr format - number of elements not as expected: %d", fields);
+        return 0;
+    }
+    const char *slash = strchr(item, '/');
+    const auto length = static_cast<size_t>(slash - item);
+    char address[16]; // the longest dotted quad has 15 characters
+    if (length < sizeof address) {
+        memcpy(address, item, length);
+    }
+    address[length < sizeof address ? length : 0] = '\0';
+    if (!host_order_ipv4(address, &network->address)) {
+        QF_DEBUG("failed to convert ip to host byte order");
+        return 0;
+    }
+    network->prefix = text_to_int(slash + 1);
+    if (network->prefix > 32) {
+        QF_DEBUG("cidr has invalid prefix");
+        return 0;
+    }
+    const auto shift = static_cast<uint32_t>(network->prefix) & 31;
+    if (network->prefix != 32 && network->address << shift != 0) {
+        QF_DEBUG("cidr is not valid given the prefix. addr: %d prefix: %d",
+                 static_cast<int>(network->address), network->prefix);
+        return 0;
+    }
+    return 1;
+}
+
+static int ksf_parse_ip(const char *item, ksf_network *network) {
+    if (!host_order_ipv4(item, &network->address)) {
+        QF_DEBUG("failed to convert ip %s to host byte order", item);
+        return 0;
+    }
+    network->prefix = 32;
+    return 1;
+}
+
+// The items of an ip set. There is room for as many networks as the set has fields.
+static size_t ksf_parse_ip_set(char *ip_set, ksf_network *networks) {
+    size_t count = 0;
+    for (char *rest = ip_set, *item; rest;) {
+        item = rest;
+        rest = cut_at(item, ',');
+        item = trimmed(item);
+        const int usable = strchr(item, '/') ? ksf_parse_cidr(item, &networks[count])
+                                             : ksf_parse_ip(item, &networks[count]);
+        if (usable) {
+            QF_DEBUG("stored IP range from [%s]", item);
+            ++count;
+        } else {
+            QF_DEBUG("Failed to parse [%s] as CIDR or IP", item);
+        }
+    }
+    return count;
+}
+
+// What a line came to.
+enum class parsed : uint8_t { record, nothing, no_memory };
+
+static parsed ksf_parse_fields(char *name, char *ip_set, ksf_domain *record) {
+    name = trimmed(name);
+    if (!*name) {
+        QF_DEBUG("invalid domain - empty");
+        return parsed::nothing;
+    }
+    lower(name);
+    if (!vc_valid_domain(name)) {
+        QF_DEBUG("domain %s is not valid", name);
+        return parsed::nothing;
+    }
+    ip_set = trimmed(ip_set);
+    if (!*ip_set) {
+        QF_DEBUG("invalid ip set string - blank");
+        return parsed::nothing;
+    }
+    const auto room = static_cast<size_t>(field_count(ip_set, ','));
+    heap_ptr<ksf_network> networks(static_cast<ksf_network *>(calloc(room, sizeof(ksf_network))));
+    heap_string copy(strdup(name));
+    if (!networks || !copy) {
+        QF_ENOMEM();
+        return parsed::no_memory;
+    }
+    const size_t count = ksf_parse_ip_set(ip_set, networks.get());
+    if (!count) {
+        return parsed::nothing;
+    }
+    *record = {copy.release(), networks.release(), count};
+    return parsed::record;
+}
+
+// One line of the file that is neither blank nor a comment.
+static parsed ksf_parse_line(char *line, ksf_domain *record) {
+    const int fields = field_count(line, ':');
+    if (fields != 2) {
+        QF_DEBUG("invalid number of elements in domain/ip range line: %d", fields);
+        return parsed::nothing;
+    }
+    // The line is shown whole once it is parsed, so the work is done on a copy.
+    const heap_string copy(strdup(line));
+    if (!copy) {
+        QF_ENOMEM();
+        return parsed::no_memory;
+    }
+    char *ip_set = cut_at(copy.get(), ':');
+    return ksf_parse_fields(copy.get(), ip_set, record);
+}
+
+// Doubles the room when the set is full: 1, 2, 4, ... records.
+static int make_room(ksf_domain_set *set) {
+    const size_t count = set->domain_count;
+    if (count & (count - 1)) {
+        return 1;
+    }
+    const size_t room = count ? 2 * count : 1;
+    void *larger = realloc(set->domains, room * sizeof(ksf_domain));
+    if (!larger) {
+        QF_ERRNO_AS("ksf_load_list", ENOMEM);
+        return 0;
+    }
+    set->domains = static_cast<ksf_domain *>(larger);
+    return 1;
+}
+
+static int ksf_add_line(char *line, ksf_domain_set *set) {
+    static constexpr char operation[] = "ksf_load_list";
+    if (!*line) {
+        QF_DEBUG_AS(operation, "skipping blank line");
+        return 1;
+    }
+    line = trimmed(line);
+    if (!*line) {
+        QF_DEBUG_AS(operation, "skipping blank line (after trim)");
+        return 1;
+    }
+    if (*line == '#') {
+        QF_DEBUG_AS(operation, "skipping comment line");
+        return 1;
+    }
+    if (!make_room(set)) {
+        return 0;
+    }
+    switch (ksf_parse_line(line, &set->domains[set->domain_count])) {
+    case parsed::record:
+        ++set->domain_count;
+        QF_DEBUG_AS(operation, "stored domain/IPs range from [%s]", line);
+        return 1;
+    case parsed::nothing:
+        QF_DEBUG_AS(operation, "Ignored unparseable line [%s]", line);
+        return 1;
+    default:
+        return 0;
+    }
+}
+
+static int ksf_add_lines(char *text, uint64_t size, ksf_domain_set *set) {
+    char *const end = text + size; // a NUL stands there
+    for (char *line = text; line <= end;) {
+        char *line_end = static_cast<char *>(memchr(line, '\n', static_cast<size_t>(end - line)));
+        if (!line_end) {
+            line_end = end;
+        }
+        *line_end = '\0';
+        if (!ksf_add_line(line, set)) {
+            return 0;
+        }
+        line = line_end + 1;
+    }
+    return 1;
+}
+
+ksf_domain_set *ksf_load_list(const char *path) {
+    if (is_empty(path)) {
+        QF_EINVAL();
+        return nullptr;
+    }
+    uint64_t size = 0;
+    // A missing file would be created by reading it.
+    const heap_string text(
+        vc_file_exists_ex(path, vc_type_file) ? vc_file_get_contents_ex(path, &size) : nullptr);
+    if (!text) {
+        QF_ERROR("Failed to read domain/ip list file: %s", path);
+        QF_ERROR("Unable to load KSF list: %s", path);
+        return nullptr;
+    }
+    if (!size) {
+        QF_DEBUG("empty file");
+        return nullptr;
+    }
+    auto *set = static_cast<ksf_domain_set *>(calloc(1, sizeof(ksf_domain_set)));
+    if (!set) {
+        QF_ENOMEM();
+    } else if (!ksf_add_lines(text.get(), size, set)) {
+        ksf_free_list(set);
+        set = nullptr;
+    }
+    if (!set) {
+        QF_ERROR("Unable to load KSF list: %s", path);
+    }
+    return set;
+}
+
+ksf_domain_set *ksf_get_domain_ip_sets_from_file(const char *path) {
+    ksf_domain_set *set = ksf_load_list(path);
+    if (!set) {
+        QF_DEBUG("Unable to load list: %s", text_or_null(path));
+    }
+    return set;
+}
+
+void ksf_free_list(ksf_domain_set *set) {
+    if (!set) {
+        return;
+    }
+    for (size_t i = 0; i < set->domain_count; ++i) {
+        free(set->domains[i].name);
+        free(set->domains[i].networks);
+    }
+    free(set->domains);
+    free(set);
+}
+
+static const ksf_domain *ksf_find(const ksf_domain_set *set, const char *name) {
+    for (size_t i = 0; i < set->domain_count; ++i) {
+        if (!strcmp(set->domains[i].name, name)) {
+            return &set->domains[i];
+        }
+    }
+    return nullptr;
+}
+
+static int ksf_network_holds(const ksf_network *network, uint32_t client) {
+    if (network->prefix < 0 || network->prefix > 32) {
+        return 0;
+    }
+    // Modulo 32 on purpose: a prefix of 0 shifts by 0 and holds 0.0.0.0 alone.
+    const auto shift = static_cast<uint32_t>(32 - network->prefix) & 31;
+    return network->address == client >> shift << shift;
+}
+
+// May the client send for the domain (lower case), by the declarations?
+static int ksf_may_send(const ksf_domain_set *set, const char *ip, const char *name) {
+    const ksf_domain *domain = ksf_find(set, name);
+    if (!domain) {
+        return 1;
+    }
+    uint32_t client = 0;
+    if (!host_order_ipv4(ip, &client)) {
+        QF_ERROR_AS("ksf_check_domain_to_ip_restriction",
+                    "failed to convert ip [%s] to host order bytes", ip);
+        return 1;
+    }
+    for (size_t i = 0; i < domain->network_count; ++i) {
+        if (ksf_network_holds(&domain->networks[i], client)) {
+            return 1;
+        }
+    }
+    return 0;
+}
+
+int ksf_check_domain_to_ip_restriction(const char *ip, const char *domain, const char *path) {
+    if (is_empty(ip) || is_empty(domain) || is_empty(path)) {
+        QF_EINVAL();
+        return 1;
+    }
+    const heap_string copy(strdup(domain));
+    if (!copy) {
+        QF_ENOMEM();
+        return 1;
+    }
+    char *name = trimmed(copy.get());
+    lower(name);
+    if (!*name) {
+        QF_ERROR("Invalid domain - blank after trimming whitespace");
+        return 1;
+    }
+    ksf_domain_set *set = ksf_get_domain_ip_sets_from_file(path);
+    if (!set || !set->domain_count) {
+        QF_DEBUG("could not get domains/ips, or none in file");
+        ksf_free_list(set);
+        return 1;
+    }
+    const int may_send = ksf_may_send(set, ip, name);
+    ksf_free_list(set);
+    return may_send;
+}
+
+char *ksf_parse_mail_from_domain(const char *address) {
+    if (is_empty(address)) {
+        QF_DEBUG("empty or NULL MAIL FROM argument - possible bounce");
+        return nullptr;
+    }
+    if (!vc_valid_email_address(address)) {
+        QF_DEBUG("email address is not valid");
+        return nullptr;
+    }
+    // A valid address has exactly one "@" and no white space.
+    heap_string domain(strdup(strrchr(address, '@') + 1));
+    if (!domain) {
+        QF_ENOMEM();
+        return nullptr;
+    }
+    lower(domain.get());
+    if (!vc_valid_domain(domain.get())) {
+        QF_DEBUG("domain is not valid: %s", domain.get());
+        return nullptr;
+    }
+    return domain.release();
+}
+
+} // namespace quillfence
