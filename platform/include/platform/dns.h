@@ -1,9 +1,32 @@
 // The system's DNS client: DnsQuery_A on Windows, c-ares with the settings of /etc/resolv.conf on
-// Linux. There, QUILLFENCE_DNS_SERVER (an address, optionally with :port) names another server.
+// Linux.
 //
-// Statuses are the DnsQuery_A numbers on both: 0 whenever the answer section holds any record,
-// 9501 for no records, 9000 + the response code otherwise (9002 SERVFAIL, 9003 NXDOMAIN, 9005
-// REFUSED), 1460 for a time-out, 9002 when no server answers.
+// On Linux, QUILLFENCE_DNS_SERVER names one other server to ask: an IPv4 or IPv6 address,
+// optionally with a port ("192.0.2.53", "192.0.2.53:5353", "2001:db8::53", "[2001:db8::53]:5353").
+// A value that reads as none of these makes every query fail with 87.
+//
+// Names are absolute with or without a final dot; no search domain is ever added on Linux. On
+// Windows a name of one label without a final dot may get the machine's suffixes, so callers
+// that mean the name itself end it in a dot.
+//
+// Statuses are the DnsQuery_A numbers on both. On Linux:
+//   0     the answer section holds a record, of whatever type; also next to an error code, as when
+//         an alias leads to a missing name
+//   9501  no error, but no record
+//   9000 + the server's response code (9002 SERVFAIL, 9003 NXDOMAIN, 9005 REFUSED)
+//   9502  an answer that can't be read
+//   1460  a server was silent for too long
+//   9002  no server could be reached
+//   123   a name that can't be asked: empty, an empty label, a label over 63 bytes, a name over
+//         255 bytes with its length bytes
+//   8     no memory
+//
+// Time limits on Linux: a query spends at most 3 seconds on connecting (TCP) and at most 3 seconds
+// on waiting for answers, 6 in all, however many servers there are. A server but the last gets
+// half of what is left, at most the first three are asked. A server that fails or refuses passes
+// the question on to the next; when none does better, the first response code is the result.
+// Over UDP a question is repeated after a second, and a cut answer is fetched again over TCP.
+// Windows has limits of its own.
 #pragma once
 
 #include <cstdint>
@@ -11,6 +34,7 @@
 namespace quillfence::platform {
 
 inline constexpr uint16_t dns_type_a = 1;
+inline constexpr uint16_t dns_type_cname = 5;
 inline constexpr uint16_t dns_type_ptr = 12;
 inline constexpr uint16_t dns_type_mx = 15;
 inline constexpr uint16_t dns_type_aaaa = 28;
@@ -18,21 +42,26 @@ inline constexpr uint16_t dns_type_aaaa = 28;
 inline constexpr uint32_t dns_query_standard = 0;
 inline constexpr uint32_t dns_query_tcp_only = 2;
 
+inline constexpr uint32_t dns_status_rcode_base = 9000;
 inline constexpr uint32_t dns_status_servfail = 9002;
 inline constexpr uint32_t dns_status_nxdomain = 9003;
 inline constexpr uint32_t dns_status_refused = 9005;
 inline constexpr uint32_t dns_status_no_records = 9501;
+inline constexpr uint32_t dns_status_bad_packet = 9502;
 inline constexpr uint32_t dns_status_timeout = 1460;
 
 // One record of an answer, in the answer's order.
 struct dns_record {
     dns_record *next;
     uint16_t type;
-    char *target; // PTR: the name it points to, without the final dot; null for other types
+    char *target; // PTR: the name it points to, without the final dot and with its case, bytes
+                  // as dns_answer.h tells ("" for the root); null for other types
 };
 
-// Asks for the records of one type. On status 0 *records is the answer, to be released with
-// dns_release; otherwise it is null.
+// Asks for the records of one type; options is dns_query_standard or dns_query_tcp_only. On
+// status 0 *records is the answer (all records of its answer section, so aliases may stand in
+// front), to be released with dns_release; otherwise it is null. A null name or null records: 87.
+// Safe from several threads at once.
 uint32_t dns_query(const char *name, uint16_t type, uint32_t options, dns_record **records);
 void dns_release(dns_record *records); // null is accepted
 

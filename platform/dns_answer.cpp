@@ -1,0 +1,202 @@
+#include "platform/dns_answer.h"
+
+#include "platform/error_numbers.h"
+
+namespace quillfence::platform {
+
+namespace {
+
+// Integers are big-endian here. Once something did not fit, every later read gives zeros.
+struct message_reader {
+    const unsigned char *bytes;
+    size_t size;
+    size_t offset; // never above size
+    bool failed;
+};
+
+struct message_header {
+    uint16_t flags;
+    uint16_t questions;
+    uint16_t answers;
+};
+
+struct record_header {
+    uint16_t type;
+    uint16_t record_class;
+    uint16_t length; // of the data that follows
+};
+
+constexpr uint16_t flag_response = 0x8000;
+constexpr uint16_t mask_response_code = 0x000F;
+constexpr uint16_t class_internet = 1;
+
+// A label's first byte: its length, or the upper part of a pointer to an earlier name.
+constexpr unsigned char mask_pointer = 0xC0;
+constexpr size_t max_wire_name = 255;
+// Every byte of a name may become four characters, and every length byte a dot.
+constexpr size_t name_text_size = 4 * max_wire_name + 1;
+
+void skip(message_reader *in, size_t count) {
+    if (in->failed || in->size - in->offset < count) {
+        in->failed = true;
+        return;
+    }
+    in->offset += count;
+}
+
+unsigned char take_u8(message_reader *in) {
+    const size_t at = in->offset;
+    skip(in, 1);
+    return in->failed ? static_cast<unsigned char>(0) : in->bytes[at];
+}
+
+uint16_t take_u16(message_reader *in) {
+    const unsigned upper = take_u8(in);
+    const unsigned lower = take_u8(in);
+    return static_cast<uint16_t>(upper << 8 | lower);
+}
+
+message_header take_header(message_reader *in) {
+    message_header header{};
+    skip(in, 2); // the identifier has done its work
+    header.flags = take_u16(in);
+    header.questions = take_u16(in);
+    header.answers = take_u16(in);
+    skip(in, 4);
+    return header;
+}
+
+record_header take_record_header(message_reader *in) {
+    record_header header{};
+    header.type = take_u16(in);
+    header.record_class = take_u16(in);
+    skip(in, 4); // how long it may be kept
+    header.length = take_u16(in);
+    return header;
+}
+
+// Moves behind a name without following its pointer.
+void skip_name(message_reader *in) {
+    while (!in->failed) {
+        const unsigned char length = take_u8(in);
+        if ((length & mask_pointer) == mask_pointer) {
+            skip(in, 1);
+            return;
+        }
+        if (length & mask_pointer) {
+            in->failed = true;
+        } else if (length == 0) {
+            return;
+        } else {
+            skip(in, length);
+        }
+    }
+}
+
+// A label's byte as text; returns the place behind it.
+char *write_label_byte(char *text, unsigned char byte) {
+    if (byte == '.' || byte == '\\') {
+        *text++ = '\\';
+        *text++ = static_cast<char>(byte);
+    } else if (byte > 0x20 && byte < 0x7F) {
+        *text++ = static_cast<char>(byte);
+    } else {
+        *text++ = '\\';
+        *text++ = static_cast<char>('0' + byte / 100);
+        *text++ = static_cast<char>('0' + byte / 10 % 10);
+        *text++ = static_cast<char>('0' + byte % 10);
+    }
+    return text;
+}
+
+// The name at the reader's place, pointers followed, as text of at most name_text_size bytes.
+// Each jump must lead in front of the part that it leaves, so that there is an end.
+void expand_name(message_reader in, bool *failed, char *text) {
+    char *end = text;
+    size_t part_start = in.offset;
+    size_t wire_length = 1;
+    while (const unsigned char length = take_u8(&in)) {
+        if ((length & mask_pointer) == mask_pointer) {
+            const size_t target = static_cast<size_t>(length & ~mask_pointer) << 8 | take_u8(&in);
+            if (in.failed || target >= part_start) {
+                in.failed = true;
+                break;
+            }
+            in.offset = part_start = target;
+            continue;
+        }
+        wire_length += 1u + length;
+        if (length & mask_pointer || wire_length > max_wire_name) {
+            in.failed = true;
+            break;
+        }
+        const unsigned char *const label = in.bytes + in.offset;
+        skip(&in, length);
+        if (in.failed) {
+            break;
+        }
+        if (end != text) {
+            *end++ = '.';
+        }
+        for (size_t i = 0; i < length; ++i) {
+            end = write_label_byte(end, label[i]);
+        }
+    }
+    *end = '\0';
+    *failed = in.failed;
+}
+
+// Reads one record of the answer section. 0, 8 or 9502.
+uint32_t take_record(message_reader *in, dns_record **record) {
+    skip_name(in);
+    const record_header header = take_record_header(in);
+    const message_reader data = *in;
+    skip(in, header.length);
+    if (in->failed) {
+        return dns_status_bad_packet;
+    }
+    char text[name_text_size];
+    const bool has_target = header.type == dns_type_ptr && header.record_class == class_internet;
+    if (has_target) {
+        message_reader behind = data;
+        skip_name(&behind);
+        bool failed = false;
+        expand_name(data, &failed, text);
+        if (failed || behind.offset != in->offset) {
+            return dns_status_bad_packet;
+        }
+    }
+    *record = dns_new_record(header.type, has_target ? text : nullptr);
+    return *record ? error_none : error_not_enough_memory;
+}
+
+} // namespace
+
+uint32_t read_dns_answer(const void *message, size_t size, dns_record **records) {
+    *records = nullptr;
+    message_reader in{static_cast<const unsigned char *>(message), size, 0, false};
+    const message_header header = take_header(&in);
+    for (unsigned i = 0; i < header.questions && !in.failed; ++i) {
+        skip_name(&in);
+        skip(&in, 4);
+    }
+    if (in.failed || !(header.flags & flag_response)) {
+        return dns_status_bad_packet;
+    }
+    dns_record **link = records;
+    for (unsigned i = 0; i < header.answers; ++i) {
+        if (const uint32_t status = take_record(&in, link)) {
+            dns_release(*records);
+            *records = nullptr;
+            return status;
+        }
+        link = &(*link)->next;
+    }
+    if (*records) {
+        return error_none;
+    }
+    const uint32_t response_code = header.flags & mask_response_code;
+    return response_code ? dns_status_rcode_base + response_code : dns_status_no_records;
+}
+
+} // namespace quillfence::platform
