@@ -1,2 +1,29 @@
-// To come.
+// Starting and stopping the engine: the hook table and the rule table of the process. Both are
+// written during start-up only; checks may run side by side between start-up and teardown.
 #pragma once
+
+#include "vc_list.h"
+
+namespace quillfence {
+
+// The folder of all configuration files, as a session's base directory, and the one of its
+// control files.
+inline constexpr char quillfence_base_dir[] = "c:/quillfence/";
+inline constexpr char quillfence_control_dir[] = "c:/quillfence/control";
+
+// Fills the hook table with the engine's own hooks and builds the rule table. 1, or 0 when there
+// are no rules. A second call replaces the first one's table.
+// ERROR lines: ENOMEM, "no rules loaded.. engine cannot be initialized".
+int quillfence_init();
+
+// Releases the rule table; the hook table stays.
+void quillfence_teardown();
+
+// The rule table, borrowed; null before start-up and after teardown.
+vc_list_entry *quillfence_rules();
+
+// 1 when the control file "enabled" begins with the number 1 ("1", "01", "1\n"), else 0: also when
+// it is missing or can't be read. ERROR line: ENOMEM, and those of the file layer.
+int quillfence_enabled();
+
+} // namespace quillfence

@@ -1,3 +1,17 @@
+#include "list_rule.h"
 #include "rules.h"
 
-namespace quillfence {} // namespace quillfence
+namespace quillfence {
+
+static constexpr list_rule row = {
+    .name = "rule_helo_whitelist",
+    .value = &smtp_state::helo,
+    .empty_line = "HELO is empty or NULL-nothing to check",
+    .slot = &hook_table::helo_whitelist,
+};
+
+uint8_t rule_helo_whitelist(smtp_state *state) {
+    return run_list_rule(row, state);
+}
+
+} // namespace quillfence
