@@ -14,6 +14,7 @@
 
 #include "errors.h"
 #include "platform/error_numbers.h"
+#include "platform/format.h"
 #include "platform/observer.h"
 #include "system_path.h"
 
@@ -442,6 +443,16 @@ uint32_t path_delete(const char *path) {
         return failure;
     }
     return unlink(resolved.text) == 0 ? error_none : error_of_errno_for(errno, resolved.text);
+}
+
+uint32_t path_native(const char *path, char *buffer, size_t size) {
+    system_path resolved;
+    if (const uint32_t failure = resolve_path(path, &resolved)) {
+        return failure;
+    }
+    return format_text(buffer, size, "%s", resolved.text) < 0
+               ? static_cast<uint32_t>(error_filename_too_long)
+               : error_none;
 }
 
 FILE *stream_open(const char *path, const char *mode) {

@@ -6,6 +6,7 @@
 #include <io.h>
 #include <share.h>
 
+#include "platform/format.h"
 #include "platform/observer.h"
 #include "system.h"
 
@@ -262,6 +263,12 @@ uint32_t path_replace(const char *from, const char *to) {
 uint32_t path_delete(const char *path) {
     const uint32_t failure = begin_path_call("path_delete", path);
     return failure ? failure : error_unless(DeleteFileA(path));
+}
+
+uint32_t path_native(const char *path, char *buffer, size_t size) {
+    return format_text(buffer, size, "%s", path) < 0
+               ? static_cast<uint32_t>(error_filename_too_long)
+               : error_none;
 }
 
 FILE *stream_open(const char *path, const char *mode) {

@@ -68,6 +68,10 @@ uint32_t path_rename(const char *from, const char *to);          // 183 when `to
 uint32_t path_replace(const char *from, const char *to);         // atomic, `to` may exist
 uint32_t path_delete(const char *path);                          // a file
 
+// The path as a library that opens files by itself needs it, in buffer. 0 or an error number (206
+// when it does not fit).
+uint32_t path_native(const char *path, char *buffer, size_t size);
+
 // The standard library's buffered stream on such a path; null with errno set on failure.
 FILE *stream_open(const char *path, const char *mode);
 // Flushes the stream and cuts its file to size bytes; 0 or an errno value.
