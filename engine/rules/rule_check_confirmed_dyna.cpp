@@ -1,3 +1,10 @@
+#include "reverse_dns.h"
 #include "rules.h"
 
-namespace quillfence {} // namespace quillfence
+namespace quillfence {
+
+uint8_t rule_check_confirmed_dyna(smtp_state *state) {
+    return run_ptr_hook(__func__, &hook_table::confirmed_names, state);
+}
+
+} // namespace quillfence

@@ -1,3 +1,51 @@
-#include "rules.h"
+#include <memory>
 
-namespace quillfence {} // namespace quillfence
+#include "quillfence-spam-hooks.h"
+#include "reverse_dns.h"
+#include "rules.h"
+#include "tiny_rex.h"
+#include "tiny_rex_storage.h"
+#include "vc_file.h"
+
+namespace quillfence {
+
+namespace {
+
+// Four groups of digits: a name that spells the client's address out. The compiler puts ".*" in
+// front, so the groups may stand anywhere in the name.
+constexpr char embedded_address[] =
+    R"([0-9]{1,3}(\-|_|\.)[0-9]{1,3}(\-|_|\.)[0-9]{1,3}(\-|_|\.)[0-9]{1,3})";
+
+struct trex_deleter {
+    void operator()(TRex *expression) const {
+        trex_free(expression);
+    }
+};
+
+bool is_exempt(const char *name) {
+    return vc_file_exists_ex(exempt_regex_file, vc_type_file) &&
+           compiled_regex_match(exempt_regex_file, name) == 1;
+}
+
+} // namespace
+
+// Fires when every name matches and none is exempt; otherwise the name that broke this is shown.
+uint8_t rule_check_dynamic_reverse_dns_default(smtp_state *state) {
+    if (!reach_ptr_names(__func__, state)) {
+        return 0;
+    }
+    const std::unique_ptr<TRex, trex_deleter> expression(
+        trex_compile_ex(embedded_address, trex_fold_case));
+    if (!expression) {
+        return 0;
+    }
+    for (char **name = state->ptr_results; *name; ++name) {
+        if (!trex_match(expression.get(), *name) || is_exempt(*name)) {
+            state->rdns = *name;
+            return 0;
+        }
+    }
+    return 1;
+}
+
+} // namespace quillfence
