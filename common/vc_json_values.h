@@ -20,6 +20,11 @@ inline vc_hashmap *__vc_json_members(const vc_json *object) {
     return static_cast<vc_hashmap *>(object->value);
 }
 
+// A character as "%c" can show it: the NUL that ends a text would end the line, too.
+inline char __vc_json_shown(char c) {
+    return c ? c : '?';
+}
+
 // A zeroed node of a type; null with an ENOMEM line.
 vc_json *__vc_json_new_node(const char *operation, uint32_t type);
 
