@@ -1,3 +1,150 @@
 #include "lookup.h"
 
-namespace quillfence {} // namespace quillfence
+#include <cstdlib>
+#include <cstring>
+
+#include "byte_cursor.h"
+#include "platform/net.h"
+#include "vc_log.h"
+#include "vc_stringutils.h"
+#include "vc_text.h"
+
+namespace quillfence {
+
+static constexpr char module_name[] = "blockmaps/lookup";
+
+static constexpr uint32_t nothing_listed = 0;
+static constexpr uint32_t everything_listed = 0xFFFFFFFF;
+static constexpr uint32_t entry_size = 4;
+static constexpr int64_t table_size = 1024;
+static constexpr int64_t bitmap_size = 8192;
+
+int __readBytes(vc_handle file, uint32_t offset, void *buffer, uint32_t length) {
+    if (!buffer || file == vc_invalid_handle || !length) {
+        QF_EINVAL();
+        return 0;
+    }
+    std::memset(buffer, 0, length);
+    uint32_t delivered = 0;
+    return vc_seek(file, static_cast<int32_t>(offset), 0) &&
+           vc_read_nonblock(file, buffer, length, 1, 0, &delivered) && delivered == length;
+}
+
+int __bitIsSet(uint8_t byte, uint32_t n) {
+    return n <= 7 && (byte & 0x80 >> n);
+}
+
+static int read_entry(vc_handle file, uint32_t table, uint8_t index, uint32_t *value) {
+    unsigned char bytes[entry_size];
+    if (!__readBytes(file, table + index * entry_size, bytes, sizeof bytes)) {
+        return 0;
+    }
+    *value = load_le32(bytes);
+    return 1;
+}
+
+static bool decides(uint32_t entry) {
+    return entry == nothing_listed || entry == everything_listed;
+}
+
+int lookupMap(vc_handle file, uint32_t address) {
+    if (file == vc_invalid_handle) {
+        QF_ERROR("invalid file handle");
+        return 0;
+    }
+    uint8_t octet[4]; // a, b, c, d
+    std::memcpy(octet, &address, sizeof octet);
+    const auto size = static_cast<int64_t>(vc_filesize(file));
+
+    uint32_t level2 = 0;
+    if (!read_entry(file, 0, octet[0], &level2)) {
+        return 0;
+    }
+    if (decides(level2)) {
+        return level2 == everything_listed;
+    }
+    if (level2 > size - table_size) {
+        QF_ERROR("corrupt BMS file");
+        return 0;
+    }
+    uint32_t bitmap = 0;
+    if (!read_entry(file, level2, octet[1], &bitmap)) {
+        return 0;
+    }
+    if (decides(bitmap)) {
+        return bitmap == everything_listed;
+    }
+    if (bitmap > size - bitmap_size) {
+        QF_ERROR("corrupt BMS file");
+        return 0;
+    }
+    const uint32_t bit = octet[2] * 256u + octet[3];
+    uint8_t byte = 0;
+    return __readBytes(file, bitmap + (bit >> 3), &byte, 1) && __bitIsSet(byte, bit & 7);
+}
+
+int lookupMapFile(const char *path, uint32_t address) {
+    if (!path) {
+        QF_EINVAL();
+        return 0;
+    }
+    if (!vc_file_exists_ex(path, vc_type_file)) {
+        return 0;
+    }
+    const vc_handle file = vc_open_ex(path, 0, 0, 0);
+    if (file == vc_invalid_handle) {
+        return 0;
+    }
+    const int listed = lookupMap(file, address);
+    vc_close(file);
+    return listed;
+}
+
+// A new string, null without memory.
+static char *map_path(const char *directory, const char *name) {
+    char *path = nullptr;
+    if (!vc_strcat(&path, directory) || !vc_strcat(&path, "/") || !vc_strcat(&path, name)) {
+        std::free(path);
+        return nullptr;
+    }
+    return path;
+}
+
+int lookupMaps(const char *directory, vc_list_entry *maps, const char *address,
+               vc_list_entry **hits) {
+    if (!directory || !address) {
+        QF_EINVAL();
+        return 0;
+    }
+    if (!maps) {
+        QF_DEBUG("no lists to check against. returning");
+        return 0;
+    }
+    const uint32_t binary = platform::net_inet_addr(address);
+    if (binary == 0 || binary == 0xFFFFFFFF) {
+        QF_ERROR("%s : invalid ip address", ::strerror(EINVAL));
+        return 0;
+    }
+    int listed = 0;
+    for (const vc_list_entry *map = maps; map; map = map->next) {
+        if (!map->data) {
+            continue;
+        }
+        const heap_string path(map_path(directory, static_cast<const char *>(map->data)));
+        if (!path) {
+            QF_ENOMEM();
+            return 0;
+        }
+        if (!vc_file_exists_ex(path.get(), vc_type_file) || !lookupMapFile(path.get(), binary)) {
+            continue;
+        }
+        listed = 1;
+        QF_DEBUG("lookupMaps(): IP %s is on block list %s", address, path.get());
+        if (hits && vc_append_list_entry(hits, map->data, map->size, 1) < 0) {
+            QF_ENOMEM();
+        }
+    }
+    return listed;
+}
+
+} // namespace quillfence

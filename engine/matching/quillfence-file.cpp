@@ -1,3 +1,342 @@
 #include "quillfence-file.h"
 
-namespace quillfence {} // namespace quillfence
+#include <algorithm>
+#include <array>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+
+#include "line_reader.h"
+#include "list_line.h"
+#include "platform/error_numbers.h"
+#include "tiny_rex.h"
+#include "vc_file.h"
+#include "vc_log.h"
+#include "vc_stringutils.h"
+#include "vc_text.h"
+
+namespace quillfence {
+
+static constexpr char module_name[] = "quillfence-file";
+
+static constexpr uint32_t longest_line = 1022; // its LF counted
+
+// --- paths ---
+
+static const char *separator_after(const char *directory) {
+    const size_t length = std::strlen(directory);
+    return length && directory[length - 1] == '/' ? "" : "/";
+}
+
+char *__build_path(const char *directory, const char *name) {
+    if (is_empty(directory) || is_empty(name)) {
+        QF_EINVAL();
+        return nullptr;
+    }
+    char *path = nullptr;
+    if (vc_asprintf(&path, "%s%s%s", directory, separator_after(directory), name) < 0) {
+        QF_ENOMEM();
+        return nullptr;
+    }
+    return path;
+}
+
+// As __build_path, but a directory may be absent (the name is the path) or "".
+static char *lookup_path(const char *directory, const char *name) {
+    char *path = nullptr;
+    const int length =
+        directory ? vc_asprintf(&path, "%s%s%s", directory, separator_after(directory), name)
+                  : vc_asprintf(&path, "%s", name);
+    return length < 0 ? nullptr : path;
+}
+
+// Opens an existing file for reading; a missing one is not created.
+static uint32_t open_for_reading(const char *path, vc_handle *file) {
+    return platform::file_open(path, {.when = platform::disposition::open_existing}, file);
+}
+
+// --- lookup ---
+
+// The line that matches, null when there is none.
+static const char *find_line(line_reader *in, const char *value, list_matcher matcher,
+                             int *line_number) {
+    uint32_t length = 0;
+    *line_number = 0;
+    while (const char *const line = next_line(in, &length)) {
+        ++*line_number;
+        const char *const pattern = pattern_of_line(line);
+        if (!is_comment(pattern) && matcher(pattern, value) == 0) {
+            return line;
+        }
+    }
+    return nullptr;
+}
+
+int __file_contains_line(const char *directory, const char *name, const char *value,
+                         list_matcher matcher) {
+    if (is_empty(name) || is_empty(value) || !matcher) {
+        QF_EINVAL();
+        return 0;
+    }
+    const heap_string path(lookup_path(directory, name));
+    if (!path) {
+        QF_ENOMEM();
+        return 0;
+    }
+    vc_handle file = vc_invalid_handle;
+    if (!vc_file_exists_ex(path.get(), vc_type_file) || open_for_reading(path.get(), &file)) {
+        return 0;
+    }
+    line_reader in;
+    begin_lines(&in, file, longest_line, true);
+    int line_number = 0;
+    const char *const line = find_line(&in, value, matcher, &line_number);
+    platform::file_close(file);
+    if (line) {
+        QF_DEBUG("%s(%s, line %d): hit [%s][%s]", __func__, path.get(), line_number, value, line);
+    }
+    return line != nullptr;
+}
+
+// --- matchers ---
+
+int __regexmatch(const char *expression, const char *subject) {
+    if (!expression || !subject) {
+        QF_EINVAL();
+        return 1;
+    }
+    TRex *const compiled = trex_compile_ex(expression, trex_fold_case);
+    if (!compiled) {
+        return 1;
+    }
+    const bool matches = trex_match(compiled, subject);
+    trex_free(compiled);
+    if (matches) {
+        QF_DEBUG("got a match [%s] => [%s]", subject, expression);
+    }
+    return matches ? 0 : 1;
+}
+
+// The regular expression of a wildcard pattern, as a new string; null without memory.
+static char *expression_of_wildcards(const char *pattern) {
+    size_t size = 3; // "^", "$" and the NUL
+    for (const char *c = pattern; *c; ++c) {
+        size += *c == '*' || *c == '.' ? 2 : 1;
+    }
+    char *const expression = static_cast<char *>(std::malloc(size));
+    if (!expression) {
+        return nullptr;
+    }
+    char *out = expression;
+    *out++ = '^';
+    for (const char *c = pattern; *c; ++c) {
+        if (*c == '*') {
+            *out++ = '.';
+        } else if (*c == '.') {
+            *out++ = '\\';
+        }
+        *out++ = *c;
+    }
+    *out++ = '$';
+    *out = '\0';
+    return expression;
+}
+
+// The bytes that the expression engine takes for themselves and nothing else, "." included as it
+// is escaped: printable and no operator.
+static constexpr auto plain_bytes = [] {
+    std::array<bool, 256> plain{};
+    for (int c = 32; c <= 126; ++c) {
+        plain[static_cast<size_t>(c)] = true;
+    }
+    for (const char c : {'$', '(', ')', '*', '+', '?', '[', '\\', ']', '^', '{', '|', '}'}) {
+        plain[static_cast<unsigned char>(c)] = false;
+    }
+    return plain;
+}();
+
+static bool is_plain(char c) {
+    return plain_bytes[static_cast<unsigned char>(c)];
+}
+
+static bool same_letters(const char *a, const char *b, size_t length) {
+    for (size_t i = 0; i < length; ++i) {
+        if (to_lower(a[i]) != to_lower(b[i])) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// Looks for the pieces between the stars one after another, each as far left as it goes.
+// pattern begins at a star and ends just behind one.
+static bool find_pieces(const char *pattern, const char *pattern_end, const char *subject,
+                        const char *subject_end) {
+    for (;;) {
+        while (pattern != pattern_end && *pattern == '*') {
+            ++pattern;
+        }
+        if (pattern == pattern_end) {
+            return true;
+        }
+        const char *piece_end = pattern;
+        while (*piece_end != '*') {
+            ++piece_end;
+        }
+        const auto length = static_cast<size_t>(piece_end - pattern);
+        while (static_cast<size_t>(subject_end - subject) >= length &&
+               !same_letters(pattern, subject, length)) {
+            ++subject;
+        }
+        if (static_cast<size_t>(subject_end - subject) < length) {
+            return false;
+        }
+        subject += length;
+        pattern = piece_end;
+    }
+}
+
+// True when a pattern certainly does not match, so that no expression need be compiled for it: a
+// list's wildcard lines nearly all are of this kind. Says nothing (false) about a pattern with
+// operators or bytes that the engine does not compile. Of the plain ones it knows exactly what the
+// engine would answer (tests: quillfence-file, shortcut_agrees_with_the_engine).
+static bool cannot_match(const char *pattern, const char *subject) {
+    const char *first_star = nullptr;
+    const char *last_star = nullptr;
+    const char *end = pattern;
+    for (; *end; ++end) {
+        if (*end == '*') {
+            first_star = first_star ? first_star : end;
+            last_star = end;
+        } else if (!is_plain(*end)) {
+            return false;
+        }
+    }
+    const auto head = static_cast<size_t>(first_star - pattern);
+    const auto tail = static_cast<size_t>(end - last_star - 1);
+    const size_t length = std::strlen(subject);
+    if (length < head + tail || !same_letters(pattern, subject, head)) {
+        return true;
+    }
+    const char *const subject_tail = subject + length - tail;
+    return !same_letters(last_star + 1, subject_tail, tail) ||
+           !find_pieces(first_star, last_star + 1, subject + head, subject_tail);
+}
+
+int __wildcardmatch(const char *pattern, const char *subject) {
+    if (is_empty(pattern) || is_empty(subject)) {
+        QF_EINVAL();
+        return 1;
+    }
+    if (!std::strchr(pattern, '*')) {
+        return _stricmp(pattern, subject);
+    }
+    if (cannot_match(pattern, subject)) {
+        return 1;
+    }
+    const heap_string expression(expression_of_wildcards(pattern));
+    if (!expression) {
+        QF_ENOMEM();
+        return 1;
+    }
+    return __regexmatch(expression.get(), subject);
+}
+
+// --- whole files ---
+
+// atoi for any text.
+static int number_of_text(const char *text) {
+    const long long number = std::strtoll(text, nullptr, 10);
+    return static_cast<int>(std::clamp<long long>(number, INT_MIN, INT_MAX));
+}
+
+int vc_file_to_int(const char *directory, const char *name) {
+    if (is_empty(directory) || is_empty(name)) {
+        QF_EINVAL();
+        return 0;
+    }
+    const heap_string path(__build_path(directory, name));
+    if (!path) {
+        return 0;
+    }
+    if (!vc_file_exists_ex(path.get(), vc_type_file)) {
+        QF_DEBUG("file %s does not exist", path.get());
+        return 0;
+    }
+    const heap_string contents(vc_file_get_contents_ex(path.get(), nullptr));
+    if (!contents) {
+        QF_DEBUG("failed to retrieve contents of file %s", path.get());
+        return 0;
+    }
+    return number_of_text(contents.get());
+}
+
+vc_list_entry *vc_file_to_list(const char *directory, const char *name) {
+    const heap_string path(__build_path(directory, name));
+    if (!path) {
+        const int reason = is_empty(directory) || is_empty(name) ? EINVAL : ENOMEM;
+        QF_ERROR("%s attempting to assemble name %s %s", ::strerror(reason),
+                 text_or_null(directory), text_or_null(name));
+        return nullptr;
+    }
+    if (!vc_file_exists_ex(path.get(), vc_type_file)) {
+        QF_DEBUG("file %s does not exist. Aborting", path.get());
+        return nullptr;
+    }
+    QF_DEBUG("loading contents of file %s", path.get());
+    uint64_t size = 0;
+    const heap_string contents(vc_file_get_contents_ex(path.get(), &size));
+    if (!contents) {
+        return nullptr;
+    }
+    QF_DEBUG("loaded [%s]", contents.get());
+    if (!size) {
+        return nullptr;
+    }
+    vc_list_entry *list = nullptr;
+    if (!vc_list_from_string_by_char(&list, contents.get(), static_cast<size_t>(size), '\n')) {
+        vc_destroy_list(&list, std::free);
+        return nullptr;
+    }
+    QF_DEBUG("list loaded");
+    return list;
+}
+
+// Gives every line to the callback; 0 or the number of the read that failed.
+static uint32_t call_for_lines(vc_handle file, line_callback callback) {
+    line_reader in;
+    begin_lines(&in, file, longest_line, true);
+    uint32_t length = 0;
+    while (char *const line = next_line(&in, &length)) {
+        size_t kept = std::strlen(line);
+        while (kept && (line[kept - 1] == '\r' || line[kept - 1] == '\n')) {
+            --kept;
+        }
+        line[kept] = '\0';
+        callback(line, static_cast<uint32_t>(kept));
+    }
+    return in.error;
+}
+
+int vc_iterate_file(const char *directory, const char *name, line_callback callback) {
+    if (is_empty(directory) || is_empty(name) || !callback) {
+        QF_EINVAL();
+        return 0;
+    }
+    const heap_string path(__build_path(directory, name));
+    if (!path || !vc_file_exists_ex(path.get(), vc_type_file)) {
+        return 0;
+    }
+    vc_handle file = vc_invalid_handle;
+    uint32_t error = open_for_reading(path.get(), &file);
+    if (!error) {
+        error = call_for_lines(file, callback);
+        platform::file_close(file);
+    }
+    if (error) {
+        QF_ERRNO(platform::errno_of(error));
+    }
+    return error ? 0 : 1;
+}
+
+} // namespace quillfence

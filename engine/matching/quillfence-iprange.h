@@ -1,25 +1,102 @@
-// IP range files: IPv4 ranges with a comment each.
+// IP range files: IPv4 ranges with a comment each, in a binary file.
+//
+// A file is a 16-byte header and records of 264 bytes (8 in the legacy version 1):
+// docs/formats/range-files.md. Addresses are IPv4 in network byte order throughout. Every range
+// must lie inside one /16.
+//
+// Address texts are judged alike by all operations; what is wrong with one is an ERROR line of
+// "__sane_ip": "IP address argument is empty or NULL", "Sorry but this system does not yet support
+// IPv6 range checks for address [%s]", "Invalid IP address argument [%s]" or "This system does not
+// support broadcast addresses [%s]" (0.0.0.0 and 255.255.255.255). Paths are joined as directory,
+// "/" unless it ends in one, and name; "prefix argument is empty or NULL" and "file argument is
+// empty or NULL" are ERROR lines of "__range_path". All lines name "quillfence-iprange".
 #pragma once
 
 #include <cstdint>
 
 namespace quillfence {
 
-// Network byte order.
+// Both ends belong to the range.
 struct qf_ip_range {
     uint32_t low;
     uint32_t high;
 };
 
+// The header of a range file.
+struct ipr_file_header {
+    uint64_t signature;
+    uint32_t version; // its low byte counts: 2, or 1 for the legacy format
+    uint32_t count;   // of records
+};
+
+// --- arithmetic; all messages are DEBUG lines ---
+
+// 1 when a >= b inside the prefix that level demands, else 0. Level 0 compares the whole
+// addresses; 1, 2 and 3 (and above) want both in the same /8, /16 or /24.
 int qf_ip_ge(uint32_t a, uint32_t b, int level);
+// 1 when low <= high inside one /16. Null gives 0.
 int qf_valid_ip_range(const qf_ip_range *range);
+// 1 when the address lies in a valid range. 0.0.0.0 and 255.255.255.255 never do.
 int qf_ip_in_range(uint32_t address, const qf_ip_range *range);
+// 1 when an address text lies in the documentation network 192.0.2.0/24, else 0.
+int qf_ip_in_documentation_range(const char *address);
+
+// --- reading ---
+
+// 1 when signature and version are those of a range file. Null gives 0.
+int ipr_valid_file_header(const ipr_file_header *header);
+
+// Whether a record of the file contains the address: 1, or 0 on any problem. A missing file is an
+// empty one, silently, and is not created.
+// ERROR lines: "file %s is corrupt" for a bad header or fewer records than the header says, "file
+// %s has an invalid range - treating as corrupt" (the search ends there), ENOMEM. DEBUG lines:
+// "zero byte file on non initializing operation", "file %s is corrupt" for less than a header.
+// Kept on purpose: records are taken as 264 bytes each also in a legacy file, and a last record of
+// 8 to 263 bytes still counts.
 int file_contains_ip_range_match(const char *name, const char *address, const char *directory);
+
+// 1 when the file holds a record with exactly these ends, else 0.
+//   offset  receives 16 + 264 times the record's number; may be null. Kept on purpose: also in a
+//           legacy file, where the record lies elsewhere
+// ERROR lines: "file %s is corrupt", "Invalid arguments for low and high range" (not low <= high in
+// one /16). DEBUG line: "Invalid parameter" for a null or empty path or a null address.
 int ipr_file_contains_range(const char *path, const char *low, const char *high, uint32_t *offset);
+
+// --- editing ---
+//
+// An edit holds the file locked; of two editors of one file the second gets "Error opening file".
+// An edit that fails leaves the old contents. The text in *error (a place that may be null) is one
+// of these, never to be freed, and null on success:
+inline constexpr char range_bad_arguments[] = "Invalid arguments to add";
+inline constexpr char range_open_failed[] = "Error opening file";
+inline constexpr char range_legacy[] = "Legacy format detected, abort";
+inline constexpr char range_invalid[] = "Invalid ip range to add";
+inline constexpr char range_exists[] = "Entry already exists";
+inline constexpr char range_traverse_failed[] = "Error traversing file";
+inline constexpr char range_write_failed[] = "Error writing file";
+inline constexpr char range_read_failed[] = "Error reading file";
+inline constexpr char range_no_memory[] = "Out of memory error";
+inline constexpr char range_old_backup[] = "Error removing old backup file";
+
+// Adds a range at the end of the file, or replaces the comment of the same range; 1 or 0. A file
+// that is missing, shorter than a header or has a bad one is begun anew.
+//   comment  at most 255 characters; null and "" count as none
 int ipr_add(const char *directory, const char *name, const char *low, const char *high,
             const char *comment, const char **error);
+
+// Removes every record with exactly these ends; 1 or 0. The file is written anew as "<name>.new"
+// and takes the old one's place by two renames, the old one being "<path>.bak" in between; both
+// are gone afterwards.
+// A range that is not there: 0 with the DEBUG line "file %s does not contain range %s-%s - nothing
+// to remove" and no error text. Kept on purpose: a bad address is "Invalid arguments to add".
+// ERROR lines: "Error removing file %s: %s", "Failed to remove old backup file %s: %s", "Failed to
+// rename %s to %s: %s", "Failed to remove backup file %s: %s" (which is still success), "file %s
+// is corrupt", ENOMEM.
 int ipr_del_range_from_file(const char *directory, const char *name, const char *low,
                             const char *high, const char **error);
+
+// Rewrites a legacy file in the current version, with empty comments; by the same renames and with
+// the same ERROR lines. 1 when the file is in version 2 now or does not exist, else 0.
 int ipr_convert_file(const char *directory, const char *name);
 
 } // namespace quillfence

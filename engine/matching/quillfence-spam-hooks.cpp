@@ -1,3 +1,94 @@
 #include "quillfence-spam-hooks.h"
 
-namespace quillfence {} // namespace quillfence
+#include "quillfence-file.h"
+#include "quillfence-iprange.h"
+#include "tiny_rex_storage.h"
+#include "vc_file.h"
+#include "vc_log.h"
+#include "vc_text.h"
+
+namespace quillfence {
+
+static constexpr char module_name[] = "quillfence-spam-hooks";
+
+// --- list hooks ---
+
+struct list_lookup {
+    const char *operation;
+    char *smtp_state::*value;
+    const char *list;
+    list_matcher matcher;
+    const char *range_file; // asked when the list says no; null for none
+};
+
+static uint8_t look_up(const list_lookup &lookup, const smtp_state *state) {
+    const char *const value = state ? state->*lookup.value : nullptr;
+    if (is_empty(value)) {
+        QF_ERRNO_AS(lookup.operation, EINVAL);
+        return 0;
+    }
+    if (__file_contains_line(state->base_dir, lookup.list, value, lookup.matcher)) {
+        return 1;
+    }
+    return lookup.range_file &&
+           file_contains_ip_range_match(lookup.range_file, value, state->base_dir);
+}
+
+uint8_t fromwhitelist_hook(smtp_state *state) {
+    return look_up({__func__, &smtp_state::mail_from, "from_whitelist", __wildcardmatch, nullptr},
+                   state);
+}
+
+uint8_t towhitelist_hook(smtp_state *state) {
+    return look_up({__func__, &smtp_state::rcpt_to, "exempt_users", __wildcardmatch, nullptr},
+                   state);
+}
+
+uint8_t fromblacklist_hook(smtp_state *state) {
+    return look_up({__func__, &smtp_state::mail_from, "from_blacklist", __wildcardmatch, nullptr},
+                   state);
+}
+
+uint8_t ipwhitelist_hook(smtp_state *state) {
+    return look_up({__func__, &smtp_state::ip, "exempt_ips", _stricmp, "exempt_ips.range"}, state);
+}
+
+uint8_t ipblacklist_hook(smtp_state *state) {
+    return look_up({__func__, &smtp_state::ip, "blocked_ips", _stricmp, "blocked_ips.range"},
+                   state);
+}
+
+// --- pattern-file hooks ---
+
+static bool is_exempt_name(const char *name) {
+    return vc_file_exists_ex(exempt_regex_file, vc_type_file) &&
+           compiled_regex_match(exempt_regex_file, name);
+}
+
+// 1 when all names match the file and none is exempt; else the first that breaks this is recorded.
+static uint8_t all_names_match(const char *file, smtp_state *state) {
+    if (!state || !state->ptr_results || !vc_file_exists_ex(file, vc_type_file)) {
+        return 0;
+    }
+    for (char **name = state->ptr_results; *name; ++name) {
+        if (!compiled_regex_match(file, *name) || is_exempt_name(*name)) {
+            state->rdns = *name;
+            return 0;
+        }
+    }
+    return 1;
+}
+
+uint8_t dyna_regex_hook(smtp_state *state) {
+    return all_names_match(dyna_regex_file, state);
+}
+
+uint8_t spam_regex_hook(smtp_state *state) {
+    return all_names_match(spam_regex_file, state);
+}
+
+uint8_t confirmed_regex_hook(smtp_state *state) {
+    return all_names_match(confirmed_regex_file, state);
+}
+
+} // namespace quillfence

@@ -1,4 +1,5 @@
-// The eight hooks over list files and compiled pattern files.
+// The eight hooks that look a session up in the list files of its base directory and in the
+// compiled pattern files. ERROR lines name the hook and "quillfence-spam-hooks".
 #pragma once
 
 #include <cstdint>
@@ -7,11 +8,19 @@
 
 namespace quillfence {
 
-uint8_t fromwhitelist_hook(smtp_state *state);
-uint8_t towhitelist_hook(smtp_state *state);
-uint8_t fromblacklist_hook(smtp_state *state);
-uint8_t ipwhitelist_hook(smtp_state *state);
-uint8_t ipblacklist_hook(smtp_state *state);
+// The five list hooks: 1 when the session's value is listed, else 0. ERROR lines: EINVAL for a null
+// session or an empty value.
+uint8_t fromwhitelist_hook(smtp_state *state); // sender, "from_whitelist", wildcards
+uint8_t towhitelist_hook(smtp_state *state);   // recipient, "exempt_users", wildcards
+uint8_t fromblacklist_hook(smtp_state *state); // sender, "from_blacklist", wildcards
+uint8_t ipwhitelist_hook(smtp_state *state);   // client, "exempt_ips", then "exempt_ips.range"
+uint8_t ipblacklist_hook(smtp_state *state);   // client, "blocked_ips", then "blocked_ips.range"
+
+// The three pattern-file hooks: 1 when every PTR name of the session matches the hook's file and
+// none of them the exempt file. A session without a list of names, or a missing file, gives 0; a
+// list without names gives 1.
+// Kept on purpose: the first name that breaks the rule becomes the session's rdns (borrowed from
+// ptr_results); on a 1 the session stays as it was.
 uint8_t dyna_regex_hook(smtp_state *state);
 uint8_t spam_regex_hook(smtp_state *state);
 uint8_t confirmed_regex_hook(smtp_state *state);

@@ -1,6 +1,7 @@
 // The Win32 error numbers in which the seam speaks on both systems.
 #pragma once
 
+#include <cerrno>
 #include <cstdint>
 
 namespace quillfence::platform {
@@ -41,5 +42,47 @@ enum : uint32_t {
     error_io_device = 1117,
     error_cannot_resolve_filename = 1921,
 };
+
+// The C library's number for such an error, for messages that show the text of strerror.
+constexpr int errno_of(uint32_t error) {
+    switch (error) {
+    case error_none:
+        return 0;
+    case error_file_not_found:
+    case error_path_not_found:
+    case error_no_more_files:
+    case error_invalid_name:
+        return ENOENT;
+    case error_too_many_open_files:
+        return EMFILE;
+    case error_access_denied:
+    case error_write_protect:
+    case error_sharing_violation:
+        return EACCES;
+    case error_invalid_handle:
+        return EBADF;
+    case error_not_enough_memory:
+        return ENOMEM;
+    case error_file_exists:
+    case error_already_exists:
+        return EEXIST;
+    case error_broken_pipe:
+    case error_no_data:
+        return EPIPE;
+    case error_disk_full:
+        return ENOSPC;
+    case error_dir_not_empty:
+        return ENOTEMPTY;
+    case error_file_too_large:
+        return EFBIG;
+    case error_directory:
+        return ENOTDIR;
+    case error_gen_failure:
+    case error_io_device:
+        return EIO;
+    default:
+        return EINVAL;
+    }
+}
 
 } // namespace quillfence::platform

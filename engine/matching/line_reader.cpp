@@ -1,0 +1,70 @@
+#include "line_reader.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace quillfence {
+
+void begin_lines(line_reader *in, vc_handle file, uint32_t limit, bool crlf_is_lf) {
+    in->file = file;
+    in->limit = limit;
+    in->crlf_is_lf = crlf_is_lf;
+    in->error = 0;
+    in->at_end = false;
+    in->begin = 0;
+    in->end = 0;
+    in->borrowed = false;
+}
+
+// Moves what is left to the front and reads behind it.
+static void fill(line_reader *in) {
+    const uint32_t left = in->end - in->begin;
+    std::memmove(in->piece, in->piece + in->begin, left);
+    in->begin = 0;
+    in->end = left;
+    uint32_t moved = 0;
+    in->error = platform::file_read(in->file, in->piece + left, line_piece_size - left, &moved);
+    in->end += moved;
+    in->at_end = in->error || !moved;
+}
+
+// Gives out the next length bytes as a line; taken includes the line end.
+static char *give_line(line_reader *in, uint32_t length, uint32_t taken) {
+    char *const line = in->piece + in->begin;
+    in->begin += taken;
+    in->borrowed = taken == length;
+    in->borrowed_byte = line[length];
+    line[length] = '\0';
+    return line;
+}
+
+char *next_line(line_reader *in, uint32_t *length) {
+    if (in->borrowed) {
+        in->piece[in->begin] = in->borrowed_byte;
+        in->borrowed = false;
+    }
+    // A line end behind the window belongs to a later piece of the line.
+    const uint32_t window = in->limit + (in->crlf_is_lf ? 1 : 0);
+    for (;;) {
+        const char *const start = in->piece + in->begin;
+        const uint32_t seen = std::min(in->end - in->begin, window);
+        if (const void *const found = std::memchr(start, '\n', seen)) {
+            const auto raw = static_cast<uint32_t>(static_cast<const char *>(found) - start);
+            const uint32_t text = raw && start[raw - 1] == '\r' ? raw - 1 : raw;
+            if (!in->crlf_is_lf || text < in->limit) {
+                *length = text;
+                return give_line(in, text, raw + 1);
+            }
+        }
+        if (seen == window || (in->at_end && seen && !in->error)) {
+            *length = std::min(seen, in->limit);
+            return give_line(in, *length, *length);
+        }
+        if (in->at_end) {
+            return nullptr;
+        }
+        fill(in);
+    }
+}
+
+} // namespace quillfence
