@@ -148,22 +148,39 @@ int vc_read_nonblock(vc_handle file, void *buffer, int64_t count, int required, 
     return result;
 }
 
-int vc_seek(vc_handle file, int32_t offset, int origin) {
+// The work of vc_seek, for offsets of any size.
+static int seek(vc_handle file, int64_t offset, int origin) {
+    static constexpr const char *operation = "vc_seek";
     static constexpr platform::seek_origin origins[] = {
         platform::seek_origin::begin, platform::seek_origin::current, platform::seek_origin::end};
-    if (file == vc_invalid_handle) {
-        QF_EINVAL();
-        return 0;
-    }
     const bool known = origin >= 0 && origin < as_int(std::size(origins));
     const uint32_t error = known ? platform::file_seek(file, offset, origins[origin], nullptr)
                                  : uint32_t{platform::error_invalid_parameter};
     if (error) {
-        QF_ERROR("failed to set file pointer: got error code %d", as_int(error));
+        QF_ERROR_AS(operation, "failed to set file pointer: got error code %d", as_int(error));
         return 0;
     }
-    QF_DEBUG("successfully sought %d from offset %d", as_int(offset), origin);
+    QF_DEBUG_AS(operation, "successfully sought %d from offset %d", as_int(offset), origin);
     return 1;
+}
+
+int vc_seek(vc_handle file, int32_t offset, int origin) {
+    if (file == vc_invalid_handle) {
+        QF_EINVAL();
+        return 0;
+    }
+    return seek(file, offset, origin);
+}
+
+// The work of vc_tell, for positions of any size; -2 on failure.
+static int64_t tell(vc_handle file) {
+    int64_t position = 0;
+    const auto current = platform::seek_origin::current;
+    if (const uint32_t error = platform::file_seek(file, 0, current, &position)) {
+        QF_ERROR_AS("vc_tell", "error finding position got error code %d", as_int(error));
+        return -2;
+    }
+    return position;
 }
 
 int32_t vc_tell(vc_handle file) {
@@ -171,13 +188,7 @@ int32_t vc_tell(vc_handle file) {
         QF_EINVAL();
         return -1;
     }
-    int64_t position = 0;
-    const auto current = platform::seek_origin::current;
-    if (const uint32_t error = platform::file_seek(file, 0, current, &position)) {
-        QF_ERROR("error finding position got error code %d", as_int(error));
-        return -2;
-    }
-    return static_cast<int32_t>(position);
+    return static_cast<int32_t>(tell(file));
 }
 
 // The whole size; all ones when the system does not tell.
@@ -373,7 +384,7 @@ int vc_readline(vc_handle file, char *buffer, uint32_t size) {
         QF_EINVAL();
         return 0;
     }
-    const int32_t start = vc_tell(file);
+    const int64_t start = tell(file);
     if (start < 0) {
         return 0;
     }
@@ -393,13 +404,13 @@ int vc_readline(vc_handle file, char *buffer, uint32_t size) {
     if (!newline) {
         return 1;
     }
-    const int32_t line = static_cast<int32_t>(newline - buffer);
-    QF_DEBUG("newline found at character %d", as_int(line));
+    const int64_t line_length = newline - buffer;
+    QF_DEBUG("newline found at character %d", as_int(line_length));
     *newline = '\0';
-    if (line > 0 && newline[-1] == '\r') {
+    if (line_length > 0 && newline[-1] == '\r') {
         newline[-1] = '\0';
     }
-    return line >= INT32_MAX - start ? 0 : vc_seek(file, start + line + 1, 0);
+    return seek(file, start + line_length + 1, 0);
 }
 
 } // namespace quillfence

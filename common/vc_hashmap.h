@@ -15,7 +15,7 @@
 //
 // Results are 1 for success and 0 for failure unless a comment says otherwise. A null map or key
 // gives an ERROR line with the EINVAL text under the operation's own name and "vc_hashmap"; a
-// failed allocation one with the ENOMEM text. A map belongs to one thread.
+// failed allocation the line named below, or one with the ENOMEM text. A map belongs to one thread.
 //
 // A constant (static) map carries MAP_FLAG_STATIC and has no chain: everything that goes by
 // insertion order goes by slot order there, and every change is refused with its own ERROR line,
@@ -120,9 +120,9 @@ int vc_map_remove(vc_hashmap *map, const char *key);
 // corrupted!" (the entry is then in the chain but in no slot: lookups do not find it).
 int vc_map_rename(vc_hashmap *map, const char *old_key, const char *new_key);
 // Finds the first entry in slot order by its value. Without a match function an entry of size 0
-// matches the same pointer, any other when its bytes equal the first bytes of value; with one, the
-// function decides on (value, what vc_map_fetch would hand out). *key (may be null) receives the
-// entry's key, which the map owns.
+// matches the same pointer, any other when its bytes equal the first bytes of value (which must be
+// as long as the map's longest value); with one, the function decides on (value, what vc_map_fetch
+// would hand out). *key (may be null) receives the entry's key, which the map owns.
 int vc_map_find(const vc_hashmap *map, const void *value, vc_map_match_function match,
                 const char **key);
 
