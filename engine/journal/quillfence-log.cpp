@@ -245,7 +245,7 @@ int __absolute_date(int64_t *midnight, int *month, int *day) {
     fields.tm_hour = fields.tm_min = fields.tm_sec = 0;
     fields.tm_isdst = -1; // the clock may have changed since midnight
     *midnight = platform::from_local_time(&fields);
-    return 1;
+    return *midnight != -1;
 }
 
 // ---- counting --------------------------------------------------------------------------------
