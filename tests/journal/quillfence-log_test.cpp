@@ -430,7 +430,7 @@ TEST_F(journal, emptying_wraps_from_hour_0_to_23) {
     }
     drive.write(hourly_file, file_with(1699923600 - 4 * 3600, 773, records));
     quillfence_increment_counter_hourly(directory, 0, 0);
-    for (const size_t hour : {1, 0, 23, 22}) {
+    for (const size_t hour : {1u, 0u, 23u, 22u}) {
         records[hour].second = {};
     }
     records[1].second = {1699923600, 1, 0, 0, 0, 0, 1};
