@@ -1,0 +1,33 @@
+# What is installed, and the packages that CPack makes of it: a zip for Windows, a .deb for Linux.
+#
+#     cpack --config build/windows/CPackConfig.cmake -B build/packages
+#     cpack --config build/linux/CPackConfig.cmake -B build/packages
+
+set(CPACK_PACKAGE_NAME quillfence)
+set(CPACK_PACKAGE_VENDOR "Quillfence")
+set(CPACK_PACKAGE_CONTACT "Quillfence maintainers <maintainers@quillfence.example>")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "${PROJECT_DESCRIPTION}")
+set(CPACK_PACKAGE_CHECKSUM SHA256)
+set(CPACK_VERBATIM_VARIABLES ON)
+set(CPACK_STRIP_FILES ON)
+
+if(WIN32)
+    set(CPACK_GENERATOR ZIP)
+    set(CPACK_SYSTEM_NAME windows-x86_64)
+    install(TARGETS quillfence-replayer RUNTIME DESTINATION .)
+    install(FILES README.md CHANGES.md packaging/windows/install.cmd
+                  packaging/windows/uninstall.cmd DESTINATION .)
+    install(DIRECTORY docs examples DESTINATION .)
+else()
+    set(CPACK_GENERATOR DEB)
+    set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+    set(CPACK_DEBIAN_PACKAGE_SECTION mail)
+    set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+    set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+    include(GNUInstallDirs)
+    install(TARGETS quillfence-replayer RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+    install(FILES README.md CHANGES.md DESTINATION share/doc/quillfence)
+    install(DIRECTORY docs/ DESTINATION share/doc/quillfence/docs)
+    install(DIRECTORY examples DESTINATION share/doc/quillfence)
+endif()
+include(CPack)
