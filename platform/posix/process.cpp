@@ -78,10 +78,18 @@ void debugger_break() {
     raise(SIGTRAP);
 }
 
+static const char *stand_in_for_hosts_file;
+
+void set_hosts_file_stand_in(const char *path) {
+    stand_in_for_hosts_file = path;
+}
+
 uint32_t hosts_file_path(char *buffer, size_t size) {
-    static constexpr char path[] = "/etc/hosts";
-    const uint32_t failure = observe_call("hosts_file_path", "");
-    return failure ? failure : copy_text(path, sizeof path - 1, buffer, size);
+    if (const uint32_t failure = observe_call("hosts_file_path", "")) {
+        return failure;
+    }
+    const char *const path = stand_in_for_hosts_file ? stand_in_for_hosts_file : "/etc/hosts";
+    return copy_text(path, strlen(path), buffer, size);
 }
 
 uint32_t temp_directory(char *buffer, size_t size) {

@@ -45,10 +45,24 @@ void debugger_break() {
     DebugBreak();
 }
 
+static const char *stand_in_for_hosts_file;
+
+void set_hosts_file_stand_in(const char *path) {
+    stand_in_for_hosts_file = path;
+}
+
 uint32_t hosts_file_path(char *buffer, size_t size) {
     static constexpr char below[] = "\\drivers\\etc\\HOSTS";
     if (const uint32_t failure = observe_call("hosts_file_path", "")) {
         return failure;
+    }
+    if (stand_in_for_hosts_file) {
+        const size_t needed = strlen(stand_in_for_hosts_file) + 1;
+        if (needed > size) {
+            return error_insufficient_buffer;
+        }
+        memcpy(buffer, stand_in_for_hosts_file, needed);
+        return error_none;
     }
     const UINT length = GetSystemDirectoryA(buffer, static_cast<UINT>(size));
     if (length == 0) {

@@ -14,7 +14,15 @@ struct scripted {
     std::vector<dns_script::record> records;
 };
 
+struct failure {
+    std::string name;
+    uint16_t type;
+    uint32_t status;
+    unsigned times;
+};
+
 std::vector<scripted> answers;
+std::vector<failure> failures;
 std::vector<dns_question> questions;
 uint32_t default_status;
 
@@ -33,6 +41,12 @@ uint32_t from_script(const char *name, uint16_t type, uint32_t options,
                      platform::dns_record **records) {
     questions.push_back({name, type, options});
     *records = nullptr;
+    for (failure &first : failures) {
+        if (first.times > 0 && first.type == type && !_stricmp(first.name.c_str(), name)) {
+            --first.times;
+            return first.status;
+        }
+    }
     for (auto scripted = answers.rbegin(); scripted != answers.rend(); ++scripted) {
         if (scripted->type == type && !_stricmp(scripted->name.c_str(), name)) {
             if (scripted->status == 0) {
@@ -48,6 +62,7 @@ uint32_t from_script(const char *name, uint16_t type, uint32_t options,
 
 dns_script::dns_script() {
     answers.clear();
+    failures.clear();
     questions.clear();
     default_status = platform::dns_status_nxdomain;
     platform::set_dns_stand_in(from_script);
@@ -72,6 +87,11 @@ void dns_script::ptr(const std::string &name, const std::vector<std::string> &ta
 
 void dns_script::otherwise(uint32_t status) {
     default_status = status;
+}
+
+void dns_script::fail_first(const std::string &name, uint16_t type, uint32_t status,
+                            unsigned times) {
+    failures.push_back({name, type, status, times});
 }
 
 std::vector<dns_question> dns_script::asked() {

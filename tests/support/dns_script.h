@@ -33,6 +33,8 @@ class dns_script {
     // The same for PTR names of a reverse name: status 0 with one PTR record each.
     void ptr(const std::string &name, const std::vector<std::string> &targets);
     void otherwise(uint32_t status);
+    // The next `times` queries of this name and type get this status, whatever else is scripted.
+    void fail_first(const std::string &name, uint16_t type, uint32_t status, unsigned times);
 
     // What was asked so far; forgotten here.
     std::vector<dns_question> asked();

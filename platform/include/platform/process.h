@@ -24,6 +24,8 @@ void debugger_break();
 // The path of the hosts file: "\drivers\etc\HOSTS" below the Windows system directory, or
 // "/etc/hosts". 0 or a Win32 error number.
 uint32_t hosts_file_path(char *buffer, size_t size);
+// Another path in its place, for tests; borrowed. Null restores the system's.
+void set_hosts_file_stand_in(const char *path);
 
 // A directory for temporary files, without a trailing separator. 0 or a Win32 error number.
 uint32_t temp_directory(char *buffer, size_t size);
