@@ -1,3 +1,228 @@
 #include "tiny_rex_storage.h"
 
-namespace quillfence {} // namespace quillfence
+#include <memory>
+
+#include "byte_cursor.h"
+#include "platform/file.h"
+#include "vc_file.h"
+#include "vc_log.h"
+#include "vc_text.h"
+
+namespace quillfence {
+
+static constexpr char module_name[] = "tiny_rex_storage";
+
+namespace {
+
+constexpr size_t node_size = 16;
+
+struct stream_closer {
+    void operator()(FILE *stream) const {
+        ::fclose(stream);
+    }
+};
+using stream_ptr = std::unique_ptr<FILE, stream_closer>;
+
+bool rewind_stream(FILE *stream, const char *function) {
+    if (::fseek(stream, 0, SEEK_SET) != 0) {
+        QF_ERROR_AS(function, "failed to rewind file position: %s", ::strerror(errno));
+        return false;
+    }
+    return true;
+}
+
+TRexNode node_from_bytes(const unsigned char *bytes) {
+    const auto field = [bytes](int n) { return static_cast<int32_t>(load_le32(bytes + n * 4)); };
+    return {field(0), field(1), field(2), field(3)};
+}
+
+void node_to_bytes(const TRexNode *node, unsigned char *bytes) {
+    const int32_t fields[] = {node->type, node->left, node->right, node->next};
+    for (const int32_t field : fields) {
+        store_le32(bytes, static_cast<uint32_t>(field));
+        bytes += sizeof field;
+    }
+}
+
+void drop_nodes(TRex *expression) {
+    ::free(expression->nodes);
+    expression->nodes = nullptr;
+}
+
+// Judges a block's count.
+bool count_is_sane(int32_t count, const char *function) {
+    if (count == 0) {
+        QF_ERROR_AS(function, "node count size of zero read: invalid regex");
+        return false;
+    }
+    if (count < 0 || count > trs_max_nodes) {
+        QF_ERROR_AS(function, "block size %d exceeds sane boundaries",
+                    static_cast<int32_t>(static_cast<uint32_t>(count) * node_size));
+        return false;
+    }
+    return true;
+}
+
+// Reads the four bytes of a block's count into the record.
+bool read_count(FILE *stream, TRex *expression, const char *function) {
+    unsigned char bytes[4] = {};
+    errno = 0;
+    const size_t got = ::fread(bytes, 1, sizeof bytes, stream);
+    expression->nallocated = static_cast<int32_t>(load_le32(bytes));
+    if (got == sizeof bytes) {
+        return true;
+    }
+    if (::feof(stream)) {
+        QF_DEBUG_AS(function, "end of file. terminating");
+        return false;
+    }
+    QF_ERROR_AS(function, "Error reading node block size: %s", ::strerror(errno));
+    QF_ERROR_AS(function, "nallocated is %d", expression->nallocated);
+    QF_ERROR_AS(function, "bytes read is %d", static_cast<int>(got));
+    return false;
+}
+
+// Reads the nodes one by one into the record's array.
+bool read_nodes(FILE *stream, TRex *expression, const char *function) {
+    for (int32_t read = 0; read < expression->nallocated; ++read) {
+        unsigned char bytes[node_size];
+        if (::fread(bytes, 1, sizeof bytes, stream) != sizeof bytes) {
+            QF_ERROR_AS(function, "short read when attempting to read node #%d", read);
+            return false;
+        }
+        expression->nodes[read] = node_from_bytes(bytes);
+    }
+    return true;
+}
+
+} // namespace
+
+int trs_valid_file(FILE *stream) {
+    if (!stream) {
+        QF_EINVAL();
+        return 0;
+    }
+    errno = 0;
+    if (!rewind_stream(stream, __func__)) {
+        return 0;
+    }
+    unsigned char bytes[4];
+    if (::fread(bytes, 1, sizeof bytes, stream) != sizeof bytes) {
+        QF_ERROR("failed to read header bit: %s", ::strerror(errno));
+        return 0;
+    }
+    return load_le32(bytes) == trs_magic;
+}
+
+int trs_set_header(FILE *stream) {
+    if (!stream) {
+        QF_EINVAL();
+        return 0;
+    }
+    errno = 0;
+    if (!rewind_stream(stream, __func__)) {
+        return 0;
+    }
+    if (::fflush(stream) != 0) {
+        QF_ERROR("failed to flush STDIO buffers: %s", ::strerror(errno));
+        return 0;
+    }
+    if (const int failure = platform::stream_truncate(stream, 0)) {
+        QF_ERROR("failed to truncate file: %s", ::strerror(failure));
+        return 0;
+    }
+    unsigned char bytes[4];
+    store_le32(bytes, trs_magic);
+    if (::fwrite(bytes, 1, sizeof bytes, stream) != sizeof bytes) {
+        QF_ERROR("failed to write header: %s", ::strerror(errno));
+        return 0;
+    }
+    return 1;
+}
+
+int trs_store(FILE *stream, const TRex *expression) {
+    if (!stream || !expression || expression->nsize <= 0 || !expression->nodes) {
+        QF_EINVAL();
+        return 0;
+    }
+    if (expression->nsize > trs_max_nodes) {
+        QF_ERROR("allocation %d size exceeds maximum sane boundaries", expression->nsize);
+        return 0;
+    }
+    QF_DEBUG("writing out nsize %d for node block size", expression->nsize);
+    unsigned char count[4];
+    store_le32(count, static_cast<uint32_t>(expression->nsize));
+    errno = 0;
+    if (::fwrite(count, 1, sizeof count, stream) != sizeof count) {
+        QF_ERROR("Error writing node block size: %s", ::strerror(errno));
+        return 0;
+    }
+    for (int32_t i = 0; i < expression->nsize; ++i) {
+        unsigned char bytes[node_size];
+        node_to_bytes(&expression->nodes[i], bytes);
+        ::fwrite(bytes, 1, sizeof bytes, stream); // not tested, on purpose
+    }
+    return 1;
+}
+
+int trs_next(FILE *stream, TRex *expression) {
+    if (!stream || ::feof(stream) || !expression) {
+        QF_EINVAL();
+        return 0;
+    }
+    drop_nodes(expression);
+    if (!read_count(stream, expression, __func__)) {
+        return 0;
+    }
+    QF_DEBUG("read nallocated value of %d", expression->nallocated);
+    if (!count_is_sane(expression->nallocated, __func__)) {
+        return 0;
+    }
+    expression->nodes = static_cast<TRexNode *>(
+        ::calloc(static_cast<size_t>(expression->nallocated), sizeof(TRexNode)));
+    if (!expression->nodes) {
+        QF_ENOMEM();
+        return 0;
+    }
+    if (!read_nodes(stream, expression, __func__)) {
+        drop_nodes(expression);
+        return 0;
+    }
+    return 1;
+}
+
+static int any_block_matches(FILE *stream, TRex *expression, const char *text) {
+    while (!::feof(stream) && !::ferror(stream)) {
+        drop_nodes(expression);
+        *expression = {};
+        if (trs_next(stream, expression) && trex_match(expression, text)) {
+            return 1;
+        }
+    }
+    return 0;
+}
+
+int compiled_regex_match(const char *path, const char *text) {
+    if (!text || is_empty(path)) {
+        QF_EINVAL();
+        return 0;
+    }
+    if (!vc_file_exists_ex(path, vc_type_file)) {
+        return 0;
+    }
+    const stream_ptr stream(platform::stream_open(path, "rb"));
+    if (!trs_valid_file(stream.get())) {
+        QF_ERROR("file [%s] is not a valid vellumcraft generated regex file", path);
+        return 0;
+    }
+    TRex *expression = static_cast<TRex *>(::calloc(1, sizeof(TRex)));
+    if (!expression) {
+        QF_ENOMEM();
+        return 0;
+    }
+    const int matched = any_block_matches(stream.get(), expression, text);
+    trex_free(expression);
+    return matched;
+}
+
+} // namespace quillfence

@@ -1,0 +1,706 @@
+// The matcher: recursive over the nodes, without allocation.
+//
+// Nodes are matched one after another and hardly ever tried again: an alternation keeps its first
+// branch that matches, a group is not retried. Only two kinds of nodes look ahead, and both look
+// at chains of nodes, linked by `next`.
+//
+// ".*" (trex_op_any_sequence) skips further ".*" behind it and then tries the remaining nodes of
+// its own sequence at each position in turn; the first one from which they match through to an end
+// node is taken, and that was the sequence. Without an end node there it never matches. As the
+// last node of its sequence it takes the whole rest of the subject. At the subject's end it
+// matches only when an end node is next.
+//
+// A repetition looks at "the rest", the chain that follows it: the nodes behind it in its own
+// sequence; for the last node of a group or the operand of another repetition, what follows that
+// one, and so on outward; nothing for the last node of a branch of an alternation. The rest
+// completes when each of its nodes matches and, for * and +, the last one is an end node (or a
+// ".*" that found one).
+//
+//   *        one operand; none: zero repetitions. Then: the rest completes: stop. At the subject's
+//            end: fail. One more operand; none: fail.
+//   +        the same, but the first operand must match, and later failures mean "stop".
+//   ?        one operand; none: zero repetitions. No rest: stop. The rest completes: stop. Else
+//            zero repetitions.
+//   {n}      n operands; the rest does not matter.
+//   {n,m}    n operands. Without a rest, or inside a group below the root: as many operands as
+//            there are, m or no m. Else: the rest completes: stop. One more operand; none, or more
+//            than m: fail.
+//
+// All this is on purpose, the differences between the forms too. An operand that has matched
+// without consuming counts as failed when one of these loops comes back to it.
+//
+// Node arrays may come from a damaged file. Every node is checked when it is used, and what links
+// can form beyond that is bounded: a walk along one chain by the node count, recursion by the node
+// count plus 16 (a sound expression only ever goes forward), all else by a number of steps. What
+// goes wrong sets `broken`, after one ERROR line, and everything returns "no match".
+#include "tiny_rex.h"
+
+#include "vc_log.h"
+#include "vc_text.h"
+
+namespace quillfence {
+
+static constexpr char module_name[] = "tiny_rex";
+
+namespace {
+
+constexpr int32_t none = -1;
+constexpr uint32_t max_steps = 50'000'000;
+// What a file can hold at most; longer expressions, compiled at run time, have no deeper recursion
+// than these, which bounds the stack.
+constexpr int32_t max_stored_nodes = 4095;
+constexpr int32_t spare_depth = 16;
+
+// Where a node stands: what follows its sequence as a whole, and how many groups are around it.
+struct place {
+    int32_t follow;      // first node of the chain that follows, or none
+    const place *around; // where that chain stands
+    int32_t group_depth;
+};
+
+struct matcher {
+    TRex *expression;
+    const TRexNode *nodes;
+    int32_t count;
+    bool fold;
+    bool broken;
+    uint32_t steps_left;
+    int32_t depth_left;
+    const char *begin;
+    const char *end;
+};
+
+const char *match_chain(matcher *m, int32_t first, const char *at, const place *in, bool *ended);
+
+// --- Checking nodes -----------------------------------------------------------------------------
+
+enum class fault : uint8_t {
+    no_fault,
+    left_out_of_range,
+    right_out_of_range,
+    next_out_of_range,
+    greedy_without_right,
+    greedy_without_left,
+    greedy_bounds,
+    or_without_left,
+    or_without_right,
+    expr_without_left,
+    class_without_left,
+    range_without_left,
+    range_without_right,
+    not_printable,
+};
+
+int32_t minimum_of(const TRexNode *greedy) {
+    return static_cast<int32_t>(static_cast<uint32_t>(greedy->right) >> 16);
+}
+int32_t maximum_of(const TRexNode *greedy) {
+    return greedy->right & 0xFFFF;
+}
+
+fault operand_fault(const TRexNode *node) {
+    switch (node->type) {
+    case trex_op_greedy:
+        return node->right == none                   ? fault::greedy_without_right
+               : node->left < 0                      ? fault::greedy_without_left
+               : minimum_of(node) > maximum_of(node) ? fault::greedy_bounds
+                                                     : fault::no_fault;
+    case trex_op_or:
+        return node->left < 0    ? fault::or_without_left
+               : node->right < 0 ? fault::or_without_right
+                                 : fault::no_fault;
+    case trex_op_expr:
+    case trex_op_nocapexpr:
+        return node->left < 0 ? fault::expr_without_left : fault::no_fault;
+    case trex_op_class:
+    case trex_op_nclass:
+        return node->left < 0 ? fault::class_without_left : fault::no_fault;
+    case trex_op_range:
+        return node->left < 0    ? fault::range_without_left
+               : node->right < 0 ? fault::range_without_right
+                                 : fault::no_fault;
+    case trex_op_dot:
+    case trex_op_cclass:
+    case trex_op_eol:
+    case trex_op_bol:
+    case trex_op_wb:
+    case trex_op_any_sequence:
+        return fault::no_fault;
+    default:
+        return node->type >= 0x20 && node->type <= 0x7E ? fault::no_fault : fault::not_printable;
+    }
+}
+
+bool left_is_link(int32_t type) {
+    return type != trex_op_cclass && type != trex_op_range && type != trex_op_wb;
+}
+bool right_is_link(int32_t type) {
+    return type != trex_op_greedy && type != trex_op_range;
+}
+
+fault node_fault(const TRexNode *node, int32_t count) {
+    if (node->left >= count && left_is_link(node->type)) {
+        return fault::left_out_of_range;
+    }
+    if (node->right >= count && right_is_link(node->type)) {
+        return fault::right_out_of_range;
+    }
+    if (node->next >= count) {
+        return fault::next_out_of_range;
+    }
+    return operand_fault(node);
+}
+
+void report_fault(fault found, const TRexNode *node, int32_t count) {
+    static constexpr char function[] = "__trex_node_is_valid";
+    switch (found) {
+    case fault::no_fault:
+        return;
+    case fault::left_out_of_range:
+        QF_ERROR_AS(function, "corrupt regex: node->left is out of range %d > %d", node->left,
+                    count);
+        return;
+    case fault::right_out_of_range:
+        QF_ERROR_AS(function, "corrupt regex: node->right is out of range %d > %d", node->right,
+                    count);
+        return;
+    case fault::next_out_of_range:
+        QF_ERROR_AS(function, "corrupt regex: node->next is out of range %d > %d", node->next,
+                    count);
+        return;
+    case fault::greedy_without_right:
+        QF_ERROR_AS(function, "greedy operator must have value in 'right'");
+        return;
+    case fault::greedy_without_left:
+        QF_ERROR_AS(function, "greedy operator must have value in 'left'");
+        return;
+    case fault::greedy_bounds:
+        QF_ERROR_AS(function, "greedy operator range %d - %d is invalid", minimum_of(node),
+                    maximum_of(node));
+        return;
+    case fault::or_without_left:
+        QF_ERROR_AS(function, "OR operator must have value in 'left'");
+        return;
+    case fault::or_without_right:
+        QF_ERROR_AS(function, "OR operator must have value in 'right'");
+        return;
+    case fault::expr_without_left:
+        QF_ERROR_AS(function, "expr () operator must have value in 'left'");
+        return;
+    case fault::class_without_left:
+        QF_ERROR_AS(function, "class operator must have value in 'left'");
+        return;
+    case fault::range_without_left:
+        QF_ERROR_AS(function, "range operator must have value in 'left'");
+        return;
+    case fault::range_without_right:
+        QF_ERROR_AS(function, "range operator must have value in 'right'");
+        return;
+    case fault::not_printable:
+        QF_ERROR_AS(function, "non-printable character %d found", node->type);
+        return;
+    }
+}
+
+// --- Limits -------------------------------------------------------------------------------------
+
+const char *give_up(matcher *m, const char *function, const char *why) {
+    if (!m->broken) {
+        QF_ERROR_AS(function, "%s", why);
+        m->broken = true;
+    }
+    return nullptr;
+}
+const char *cycle(matcher *m, const char *function) {
+    return give_up(m, function, "corrupt regex: nodes form a cycle");
+}
+
+// The node of a link that has been checked, now checked itself; null when it may not be used.
+const TRexNode *use_node(matcher *m, int32_t index, const char *function) {
+    if (m->steps_left == 0) {
+        give_up(m, function, "regex takes too many steps");
+        return nullptr;
+    }
+    --m->steps_left;
+    const TRexNode *node = &m->nodes[index];
+    if (!__trex_node_is_valid(m->expression, node)) {
+        m->broken = true;
+        return nullptr;
+    }
+    return node;
+}
+
+// --- Single characters --------------------------------------------------------------------------
+
+constexpr int32_t lowered(int32_t code) {
+    return code >= 'A' && code <= 'Z' ? code + 32 : code;
+}
+constexpr bool is_punctuation(char c) {
+    return is_printable(c) && c != ' ' && !is_alphanumeric(c);
+}
+constexpr bool is_control(char c) {
+    return (c >= 0 && c < 0x20) || c == 0x7F;
+}
+constexpr bool is_word(char c) {
+    return is_alphanumeric(c) || c == '_';
+}
+constexpr bool is_hexadecimal(char c) {
+    return is_digit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+}
+
+// Whether a character is in the class of a letter; a letter without a class holds nothing.
+bool __trex_matchcclass(int32_t letter, char c) {
+    switch (letter) {
+    case 'a':
+        return is_letter(c);
+    case 'A':
+        return !is_letter(c);
+    case 'c':
+        return is_control(c);
+    case 'C':
+        return !is_control(c);
+    case 'd':
+        return is_digit(c);
+    case 'D':
+        return !is_digit(c);
+    case 'l':
+        return is_lower(c);
+    case 'p':
+        return is_punctuation(c);
+    case 'P':
+        return !is_punctuation(c);
+    case 's':
+        return is_space(c);
+    case 'S':
+        return !is_space(c);
+    case 'u':
+        return is_upper(c);
+    case 'w':
+        return is_word(c);
+    case 'W':
+        return !is_word(c);
+    case 'x':
+        return is_hexadecimal(c);
+    case 'X':
+        return !is_hexadecimal(c);
+    default:
+        return false;
+    }
+}
+
+bool in_range(const matcher *m, const TRexNode *range, int32_t code) {
+    return m->fold ? lowered(code) >= lowered(range->left) && lowered(code) <= lowered(range->right)
+                   : code >= range->left && code <= range->right;
+}
+
+// Whether one of the items of a class takes the character.
+bool __trex_matchclass(matcher *m, const TRexNode *node, char c) {
+    const int32_t code = static_cast<unsigned char>(c);
+    int32_t walked = 0;
+    for (int32_t index = node->left; index >= 0;) {
+        if (++walked > m->count) {
+            cycle(m, __func__);
+            return false;
+        }
+        const TRexNode *item = use_node(m, index, __func__);
+        if (!item) {
+            return false;
+        }
+        const bool hit = item->type == trex_op_range    ? in_range(m, item, code)
+                         : item->type == trex_op_cclass ? __trex_matchcclass(item->left, c)
+                                                        : item->type == code;
+        if (hit) {
+            return true;
+        }
+        index = item->next;
+    }
+    return false;
+}
+
+bool takes_character(matcher *m, const TRexNode *node, char c) {
+    switch (node->type) {
+    case trex_op_dot:
+        return true;
+    case trex_op_class:
+        return __trex_matchclass(m, node, c);
+    case trex_op_nclass:
+        return !__trex_matchclass(m, node, c) && !m->broken;
+    case trex_op_cclass:
+        return __trex_matchcclass(node->left, c);
+    default: {
+        const int32_t code = static_cast<unsigned char>(c);
+        return m->fold ? lowered(code) == lowered(node->type) : code == node->type;
+    }
+    }
+}
+
+const char *match_character(matcher *m, const TRexNode *node, const char *at) {
+    return at < m->end && takes_character(m, node, *at) ? at + 1 : nullptr;
+}
+
+const char *match_boundary(const matcher *m, const TRexNode *node, const char *at) {
+    const bool before = at > m->begin && is_word(at[-1]);
+    const bool behind = at < m->end && is_word(*at);
+    const bool hit = node->left == 'b'   ? before != behind
+                     : node->left == 'B' ? before == behind
+                                         : false;
+    return hit ? at : nullptr;
+}
+
+// --- Nodes that hold others ---------------------------------------------------------------------
+
+// The place of the operand of a repetition, or of the body of a group that is one level deeper:
+// what follows the node follows them.
+place inside(const TRexNode *node, const place *in, int32_t levels) {
+    const int32_t depth = in->group_depth + levels;
+    return node->next >= 0 ? place{node->next, in, depth} : place{in->follow, in->around, depth};
+}
+
+void note_group(matcher *m, const TRexNode *node, const char *from, const char *to) {
+    TRex *expression = m->expression;
+    const int32_t number = node->right;
+    if (number < 0 || number >= expression->nsubexpr || !expression->matches) {
+        return;
+    }
+    expression->matches[number] = {to ? from : nullptr, to ? static_cast<int32_t>(to - from) : 0};
+    if (expression->currsubexp <= number) {
+        expression->currsubexp = number + 1;
+    }
+}
+
+const char *match_group(matcher *m, const TRexNode *node, const char *at, const place *in) {
+    const place body = inside(node, in, 1);
+    bool ended;
+    const char *to = match_chain(m, node->left, at, &body, &ended);
+    if (node->type == trex_op_expr) {
+        note_group(m, node, at, to);
+    }
+    return to;
+}
+
+// An alternation on the right of another is a further branch: a loop instead of a recursion.
+const char *match_or(matcher *m, const TRexNode *node, const char *at, const place *in) {
+    const place branch = {none, nullptr, in->group_depth};
+    bool ended;
+    for (int32_t walked = 0; walked < m->count; ++walked) {
+        const char *to = match_chain(m, node->left, at, &branch, &ended);
+        if (to || m->broken) {
+            return to;
+        }
+        const int32_t right = node->right;
+        node = use_node(m, right, "__trex_matchnode");
+        if (!node) {
+            return nullptr;
+        }
+        if (node->type != trex_op_or || node->next >= 0) {
+            return match_chain(m, right, at, &branch, &ended);
+        }
+    }
+    return cycle(m, "__trex_matchnode");
+}
+
+// ".*": *ended tells whether it reached an end node, rather than the end of its sequence.
+const char *match_any_sequence(matcher *m, const TRexNode *node, const char *at, const place *in,
+                               bool *ended) {
+    static constexpr char function[] = "__trex_matchnode";
+    *ended = false;
+    int32_t next = node->next;
+    const TRexNode *behind = nullptr;
+    for (int32_t walked = 0; next >= 0; next = behind->next) {
+        behind = use_node(m, next, function);
+        if (!behind) {
+            return nullptr;
+        }
+        if (behind->type != trex_op_any_sequence) {
+            break;
+        }
+        if (++walked > m->count) {
+            return cycle(m, function);
+        }
+    }
+    if (at == m->end && (next < 0 || behind->type != trex_op_eol)) {
+        return nullptr;
+    }
+    if (next < 0) {
+        return m->end;
+    }
+    for (; at <= m->end && !m->broken; ++at) {
+        const char *to = match_chain(m, next, at, in, ended);
+        if (to && *ended) {
+            return to;
+        }
+    }
+    *ended = false;
+    return nullptr;
+}
+
+// --- Repetitions --------------------------------------------------------------------------------
+
+struct repetition {
+    const TRexNode *node;
+    place operand; // its follow is the rest
+};
+
+const char *__trex_matchnode(matcher *m, const TRexNode *node, const char *at, const place *in);
+
+const char *match_operand(matcher *m, const repetition *r, const char *at) {
+    const TRexNode *operand = use_node(m, r->node->left, "__trex_matchnode");
+    return operand ? __trex_matchnode(m, operand, at, &r->operand) : nullptr;
+}
+
+bool has_rest(const repetition *r) {
+    return r->operand.follow >= 0;
+}
+
+bool rest_completes(matcher *m, const repetition *r, const char *at) {
+    bool ended;
+    return match_chain(m, r->operand.follow, at, r->operand.around, &ended);
+}
+
+bool rest_completes_at_end(matcher *m, const repetition *r, const char *at) {
+    bool ended = false;
+    return has_rest(r) && match_chain(m, r->operand.follow, at, r->operand.around, &ended) && ended;
+}
+
+// * and +. They differ at the subject's end and when a later operand fails: there * fails where +
+// stops.
+const char *match_unbounded(matcher *m, const repetition *r, const char *from, bool plus) {
+    const char *at = match_operand(m, r, from);
+    if (!at) {
+        return plus || m->broken ? nullptr : from;
+    }
+    for (;;) {
+        if (rest_completes_at_end(m, r, at)) {
+            return at;
+        }
+        if (m->broken) {
+            return nullptr;
+        }
+        const bool moved = at != from;
+        from = at;
+        at = at < m->end && moved ? match_operand(m, r, at) : nullptr;
+        if (!at) {
+            return plus && !m->broken ? from : nullptr;
+        }
+    }
+}
+
+const char *match_optional(matcher *m, const repetition *r, const char *from) {
+    const char *at = match_operand(m, r, from);
+    if (m->broken) {
+        return nullptr;
+    }
+    if (!at) {
+        return from;
+    }
+    if (!has_rest(r) || rest_completes(m, r, at)) {
+        return at;
+    }
+    return m->broken ? nullptr : from;
+}
+
+// The operand count times in a row. Where it consumes nothing, one match is as good as all.
+const char *match_times(matcher *m, const repetition *r, const char *at, int32_t count) {
+    for (; at && count > 0; --count) {
+        const char *to = match_operand(m, r, at);
+        if (to == at) {
+            return at;
+        }
+        at = to;
+    }
+    return at;
+}
+
+// As many operands as there are.
+const char *match_all(matcher *m, const repetition *r, const char *at) {
+    for (;;) {
+        const char *to = match_operand(m, r, at);
+        if (m->broken) {
+            return nullptr;
+        }
+        if (!to || to == at) {
+            return at;
+        }
+        at = to;
+    }
+}
+
+const char *match_bounded(matcher *m, const repetition *r, const char *at, int32_t minimum,
+                          int32_t maximum) {
+    at = match_times(m, r, at, minimum);
+    if (!at) {
+        return nullptr;
+    }
+    if (!has_rest(r) || r->operand.group_depth >= 2) {
+        return match_all(m, r, at);
+    }
+    for (int32_t count = minimum; count <= maximum; ++count) {
+        if (rest_completes(m, r, at)) {
+            return at;
+        }
+        const char *to = m->broken ? nullptr : match_operand(m, r, at);
+        if (!to || to == at) {
+            return nullptr;
+        }
+        at = to;
+    }
+    return nullptr;
+}
+
+const char *match_greedy(matcher *m, const TRexNode *node, const char *at, const place *in) {
+    const repetition r = {node, inside(node, in, 0)};
+    const int32_t minimum = minimum_of(node);
+    const int32_t maximum = maximum_of(node);
+    if (minimum <= 1 && maximum == trex_unbounded) {
+        return match_unbounded(m, &r, at, minimum == 1);
+    }
+    if (minimum == 0 && maximum == 1) {
+        return match_optional(m, &r, at);
+    }
+    if (minimum == maximum) {
+        return match_times(m, &r, at, minimum);
+    }
+    return match_bounded(m, &r, at, minimum, maximum);
+}
+
+// --- Nodes and chains ---------------------------------------------------------------------------
+
+// A node that holds others; m->depth_left bounds the recursion.
+const char *match_inner(matcher *m, const TRexNode *node, const char *at, const place *in) {
+    if (m->depth_left == 0) {
+        return cycle(m, "__trex_matchnode");
+    }
+    --m->depth_left;
+    bool ended;
+    const char *to = nullptr;
+    switch (node->type) {
+    case trex_op_greedy:
+        to = match_greedy(m, node, at, in);
+        break;
+    case trex_op_or:
+        to = match_or(m, node, at, in);
+        break;
+    case trex_op_any_sequence:
+        to = match_any_sequence(m, node, at, in, &ended);
+        break;
+    default:
+        to = match_group(m, node, at, in);
+        break;
+    }
+    ++m->depth_left;
+    return to;
+}
+
+// Where a checked node's match from `at` ends, or null.
+const char *__trex_matchnode(matcher *m, const TRexNode *node, const char *at, const place *in) {
+    switch (node->type) {
+    case trex_op_greedy:
+    case trex_op_or:
+    case trex_op_expr:
+    case trex_op_nocapexpr:
+    case trex_op_any_sequence:
+        return match_inner(m, node, at, in);
+    case trex_op_range: // is at home in classes only
+        return nullptr;
+    case trex_op_eol:
+        return at == m->end ? at : nullptr;
+    case trex_op_bol:
+        return at == m->begin ? at : nullptr;
+    case trex_op_wb:
+        return match_boundary(m, node, at);
+    default:
+        return match_character(m, node, at);
+    }
+}
+
+// Matches the nodes of a chain one after another. Returns where the last one ended, or null;
+// *ended tells whether that was an end node, or a ".*" that found one: a ".*" matches all that is
+// behind it in the chain.
+const char *match_chain(matcher *m, int32_t first, const char *at, const place *in, bool *ended) {
+    static constexpr char function[] = "__trex_matchnode";
+    *ended = false;
+    int32_t walked = 0;
+    for (int32_t index = first; index >= 0;) {
+        if (++walked > m->count) {
+            return cycle(m, function);
+        }
+        const TRexNode *node = use_node(m, index, function);
+        if (!node) {
+            return nullptr;
+        }
+        if (node->type == trex_op_any_sequence) {
+            if (m->depth_left == 0) {
+                return cycle(m, function);
+            }
+            --m->depth_left;
+            at = match_any_sequence(m, node, at, in, ended);
+            ++m->depth_left;
+            return at;
+        }
+        at = __trex_matchnode(m, node, at, in);
+        if (!at) {
+            return nullptr;
+        }
+        *ended = node->type == trex_op_eol;
+        index = node->next;
+    }
+    return at;
+}
+
+} // namespace
+
+int __trex_node_is_valid(const TRex *expression, const TRexNode *node) {
+    if (!expression) {
+        QF_ERROR("TRex* is NULL");
+        return 0;
+    }
+    if (!node) {
+        QF_ERROR("node is NULL");
+        return 0;
+    }
+    const fault found = node_fault(node, expression->nallocated);
+    if (found != fault::no_fault) {
+        report_fault(found, node, expression->nallocated);
+        return 0;
+    }
+    return 1;
+}
+
+int __trex_match_span(TRex *expression, const char *begin, const char *end) {
+    expression->bol = begin;
+    expression->eol = end;
+    expression->currsubexp = 0;
+    const int32_t count = expression->nallocated;
+    matcher m = {
+        .expression = expression,
+        .nodes = expression->nodes,
+        .count = count,
+        .fold = expression->case_flag == trex_fold_case,
+        .broken = false,
+        .steps_left = max_steps,
+        .depth_left = (count < max_stored_nodes ? count : max_stored_nodes) + spare_depth,
+        .begin = begin,
+        .end = end,
+    };
+    const place alone = {none, nullptr, 0};
+    const TRexNode *root = use_node(&m, 0, "__trex_matchnode");
+    return root && __trex_matchnode(&m, root, begin, &alone) == end && !m.broken;
+}
+
+int trex_match(TRex *expression, const char *subject) {
+    if (!expression) {
+        QF_ERROR("TRex* is NULL");
+        return 0;
+    }
+    if (!expression->nodes || expression->nallocated <= 0) {
+        QF_ERROR("node is NULL");
+        return 0;
+    }
+    if (!subject) {
+        QF_EINVAL();
+        return 0;
+    }
+    return __trex_match_span(expression, subject, subject + ::strlen(subject));
+}
+
+} // namespace quillfence
