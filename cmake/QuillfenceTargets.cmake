@@ -34,7 +34,9 @@ if(NOT QUILLFENCE_SANITIZE)
                                               $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>)
 endif()
 if(WIN32)
-    target_link_options(qf_flags INTERFACE -Wl,--dynamicbase,--nxcompat,--high-entropy-va)
+    # The stack protector once more, so that its library (libssp) is linked.
+    target_link_options(qf_flags INTERFACE -fstack-protector-strong
+                                           -Wl,--dynamicbase,--nxcompat,--high-entropy-va)
 else()
     target_compile_options(qf_flags INTERFACE -fcf-protection=full -fstack-clash-protection)
     target_link_options(qf_flags INTERFACE -Wl,-z,relro,-z,now,-z,noexecstack)
