@@ -266,6 +266,9 @@ uint32_t path_delete(const char *path) {
 }
 
 uint32_t path_native(const char *path, char *buffer, size_t size) {
+    if (!path || !*path) {
+        return error_path_not_found;
+    }
     return format_text(buffer, size, "%s", path) < 0
                ? static_cast<uint32_t>(error_filename_too_long)
                : error_none;
