@@ -40,7 +40,10 @@ void set_clock_stand_in(clock_stand_in stand_in) {
     stand_in_for_clock = stand_in;
 }
 
+// Reading a TZ variable leaves alone the summer-time difference that an earlier zone has set; it
+// goes back to what a process starts with.
 void time_zone_changed() {
+    _dstbias = -3600;
     _tzset();
 }
 

@@ -185,7 +185,9 @@ TEST_F(file, write_needs_the_write_option) {
     uint32_t moved = 12345;
     EXPECT_EQ(file_write(a.handle, "x", 1, &moved), error_access_denied);
     EXPECT_EQ(moved, 0u);
-    EXPECT_EQ(file_truncate(a.handle), error_access_denied);
+    const uint32_t error = file_truncate(a.handle);
+    EXPECT_TRUE(error == error_access_denied || error == error_invalid_parameter) // Wine's number
+        << error;
     EXPECT_EQ(drive.read(file_a), "abc");
 }
 
