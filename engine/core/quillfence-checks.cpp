@@ -77,21 +77,27 @@ static void replace_text(char **field, char *text) {
     *field = text;
 }
 
-static bool set_base_dir(const char *function, smtp_state *state, const char *directory) {
-    char *copy = strdup(directory);
+// A new heap string; null and an ERROR line without memory.
+static char *copy_text(const char *function, const char *text) {
+    char *copy = strdup(text);
     if (!copy) {
         QF_ERRNO_AS(function, ENOMEM);
+    }
+    return copy;
+}
+
+static bool set_base_dir(const char *function, smtp_state *state, const char *directory) {
+    char *copy = copy_text(function, directory);
+    if (!copy) {
         return false;
     }
     replace_text(&state->base_dir, copy);
     return true;
 }
 
-// Records a hit: takes name over and builds the rule's notice. False when either is missing.
-static bool record_hit(const char *function, smtp_state *state, const spam_rule *rule, char *name) {
-    if (!name) {
-        QF_ERRNO_AS(function, ENOMEM);
-    }
+// Records a hit: takes name over (null when there was no memory for it) and builds the rule's
+// notice. False when either is missing.
+static bool record_hit(smtp_state *state, const spam_rule *rule, char *name) {
     replace_text(&state->hit_name, name);
     replace_text(&state->rejection_notice, nullptr);
     state->notice_flag = 0;
@@ -242,7 +248,7 @@ int run_spam_checks_r(smtp_state *state, vc_list_entry *enabled, vc_list_entry *
             continue;
         }
         if (runs_and_hits(state, enabled, rule)) {
-            return record_hit(__func__, state, rule, strdup(rule->name));
+            return record_hit(state, rule, copy_text(__func__, rule->name));
         }
     }
     QF_DEBUG("end of checks, returning true");
@@ -255,22 +261,18 @@ static constexpr char default_rules[] =
 
 // Loads the enabled rules' names; false without memory.
 static bool load_enabled_rules(vc_list_entry **enabled) {
-    static constexpr char function[] = "global_spam_hit_r";
     static constexpr char file[] = "rules.enabled";
     const heap_string path(__build_path(quillfence_control_dir, file));
     if (!path) {
-        QF_ERRNO_AS(function, ENOMEM);
         return false;
     }
     if (vc_file_exists_ex(path.get(), vc_type_file)) {
         *enabled = vc_file_to_list(quillfence_control_dir, file);
     } else if (!vc_list_from_string_by_char(enabled, default_rules, strlen(default_rules), ',')) {
-        QF_ERRNO_AS(function, ENOMEM);
         return false;
     }
     for (const char *always : {"ip_blacklist", "from_blacklist"}) {
         if (!append_copy(enabled, always)) {
-            QF_ERRNO_AS(function, ENOMEM);
             return false;
         }
     }
@@ -330,7 +332,7 @@ int run_bms_checks_r(smtp_state *state, vc_list_entry *lists, vc_list_entry *rul
     if (names) {
         vc_asprintf(&hit_name, "block_list (%s)", names.get());
     }
-    return record_hit(__func__, state, rule, hit_name);
+    return record_hit(state, rule, hit_name);
 }
 
 int global_bms_r(smtp_state *state, vc_list_entry *rules) {
@@ -381,7 +383,7 @@ int run_rbl_checks_r(smtp_state *state, vc_list_entry *lists, vc_list_entry *rul
         if (!is_empty(host) && is_rbl_hit(state, host)) {
             char *hit_name = nullptr;
             vc_asprintf(&hit_name, "block_rbl_lists (%s)", host);
-            return record_hit(__func__, state, rule, hit_name);
+            return record_hit(state, rule, hit_name);
         }
     }
     return 1;

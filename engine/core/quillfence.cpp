@@ -1,7 +1,5 @@
 #include "quillfence.h"
 
-#include <cstdlib>
-
 #include "hook_table.h"
 #include "quillfence-file.h"
 #include "quillfence-log.h"
@@ -62,7 +60,7 @@ int quillfence_enabled() {
         return 0;
     }
     const heap_string contents(vc_file_get_contents_ex(path.get(), nullptr));
-    return contents && strtol(contents.get(), nullptr, 10) == 1;
+    return contents && text_to_int(contents.get()) == 1;
 }
 
 } // namespace quillfence

@@ -200,7 +200,6 @@ vc_list_entry *build_rule_table() {
                                           row.ipv6, text.get())
                                : nullptr;
         if (rule && vc_append_list_entry(&rules, rule, element_size, 0) < 0) {
-            QF_ENOMEM();
             free_rule(rule);
         }
     }

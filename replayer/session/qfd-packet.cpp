@@ -136,7 +136,7 @@ char *__process_ip_arg(const char *arg) {
 
 // 1 when the decimal number at the start of the argument is not 0.
 static uint8_t flag_of_arg(const char *arg) {
-    return !is_empty(arg) && strtol(arg, nullptr, 10) != 0;
+    return !is_empty(arg) && text_to_int(arg) != 0;
 }
 
 // Fills what the packet's state carries; false when a copy fails.
