@@ -30,6 +30,7 @@ static void install_hooks() {
 }
 
 int quillfence_init() {
+    ql_set_program_name("quillfence");
     install_hooks();
     quillfence_teardown();
     engine_rules = build_rule_table();

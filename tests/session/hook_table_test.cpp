@@ -10,8 +10,7 @@ template <int number>
 uint8_t numbered(smtp_state *) {
     return number;
 }
-void some_mail_log(smtp_state *, const char *, uint8_t) {
-}
+void some_mail_log(smtp_state *, const char *, uint8_t) {}
 char *some_message(const char *, smtp_state *) {
     return nullptr;
 }

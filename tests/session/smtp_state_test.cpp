@@ -68,10 +68,10 @@ TEST_F(smtp_state_test, a_fresh_record_is_at_init_and_knows_nothing) {
     EXPECT_EQ(state->helo_resolves, 0u);
     EXPECT_EQ(state->mail_resolves, 0u);
     EXPECT_EQ(state->rdns_resolves, 0u);
-    for (const char *text : {state->ip, state->port, state->rdns, state->helo, state->mail_from,
-                             state->rcpt_to, state->auth_user, state->ip_country,
-                             state->helo_country, state->mail_country, state->base_dir,
-                             state->hit_name, state->rejection_notice, state->extra}) {
+    for (const char *text :
+         {state->ip, state->port, state->rdns, state->helo, state->mail_from, state->rcpt_to,
+          state->auth_user, state->ip_country, state->helo_country, state->mail_country,
+          state->base_dir, state->hit_name, state->rejection_notice, state->extra}) {
         EXPECT_EQ(text, nullptr);
     }
     EXPECT_EQ(state->ptr_results, nullptr);
@@ -197,9 +197,9 @@ TEST(smtp_state_names, stages) {
         uint32_t stage;
         const char *want;
     } cases[] = {
-        {0, "UNKNOWN"}, {1, "INIT"}, {2, "UNKNOWN"}, {3, "HELO"},
-        {4, "MAIL"},    {5, "RCPT"}, {6, "DATA"},    {7, "UNKNOWN"},
-        {0xFFFFFFFF, "UNKNOWN"},
+        {0, "UNKNOWN"}, {1, "INIT"},    {2, "UNKNOWN"},
+        {3, "HELO"},    {4, "MAIL"},    {5, "RCPT"},
+        {6, "DATA"},    {7, "UNKNOWN"}, {0xFFFFFFFF, "UNKNOWN"},
     };
     for (const auto &c : cases) {
         EXPECT_STREQ(state_name(c.stage), c.want) << "stage " << c.stage;
@@ -211,8 +211,8 @@ TEST(smtp_state_names, dns_results) {
         uint32_t code;
         const char *want;
     } cases[] = {
-        {0, "UNKNOWN"}, {1, "YES"}, {2, "NO"}, {3, "TEMPFAIL"}, {4, "UNKNOWN"},
-        {0xFFFFFFFF, "UNKNOWN"},
+        {0, "UNKNOWN"},  {1, "YES"},     {2, "NO"},
+        {3, "TEMPFAIL"}, {4, "UNKNOWN"}, {0xFFFFFFFF, "UNKNOWN"},
     };
     for (const auto &c : cases) {
         EXPECT_STREQ(resolves_name(c.code), c.want) << "code " << c.code;
@@ -227,10 +227,10 @@ TEST(smtp_state_release, null_is_accepted) {
 TEST(smtp_state_release, everything_owned_goes_once) {
     smtp_state *state = new_smtp_state();
     ASSERT_NE(state, nullptr);
-    for (char **text : {&state->ip, &state->port, &state->helo, &state->mail_from, &state->rcpt_to,
-                        &state->auth_user, &state->ip_country, &state->helo_country,
-                        &state->mail_country, &state->base_dir, &state->hit_name,
-                        &state->rejection_notice, &state->extra}) {
+    for (char **text :
+         {&state->ip, &state->port, &state->helo, &state->mail_from, &state->rcpt_to,
+          &state->auth_user, &state->ip_country, &state->helo_country, &state->mail_country,
+          &state->base_dir, &state->hit_name, &state->rejection_notice, &state->extra}) {
         *text = strdup("text");
     }
     vc_lstcat(&state->ptr_results, strdup("one.example.org"));
