@@ -4,7 +4,7 @@
 #include <cinttypes>
 #include <system_error>
 
-#include "vc_json_values.h"
+#include "vc_json_internal.h"
 #include "vc_log.h"
 #include "vc_nulltermlist.h"
 #include "vc_stringutils.h"

@@ -16,7 +16,7 @@
 // json".
 
 #include "vc_file.h"
-#include "vc_json_values.h"
+#include "vc_json_internal.h"
 #include "vc_log.h"
 #include "vc_nulltermlist.h"
 #include "vc_text.h"

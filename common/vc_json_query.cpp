@@ -3,7 +3,7 @@
 #include <charconv>
 #include <system_error>
 
-#include "vc_json_values.h"
+#include "vc_json_internal.h"
 #include "vc_log.h"
 #include "vc_nulltermlist.h"
 #include "vc_text.h"

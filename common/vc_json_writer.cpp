@@ -1,6 +1,6 @@
 // Writes trees of JSON nodes.
 
-#include "vc_json_values.h"
+#include "vc_json_internal.h"
 #include "vc_log.h"
 
 namespace quillfence {
