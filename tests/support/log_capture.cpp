@@ -3,6 +3,7 @@
 #include <cstdarg>
 #include <cstring>
 
+#include "failing_memory.h"
 #include "platform/process.h"
 #include "vc_w32.h"
 
@@ -17,6 +18,7 @@ std::string text_argument(const char *text) {
 }
 
 int capture_line(int priority, const char *format, ...) {
+    const allocation_pause pause;
     log_line line;
     line.priority = priority;
     va_list arguments;

@@ -1,0 +1,75 @@
+#include "failing_memory.h"
+
+#include <cerrno>
+#include <cstddef>
+
+namespace quillfence::testing {
+
+namespace {
+
+unsigned countdown; // 0: nothing will fail
+bool paused;
+bool has_fired;
+
+bool fails_now() {
+    if (paused || countdown == 0 || --countdown != 0) {
+        return false;
+    }
+    has_fired = true;
+    errno = ENOMEM;
+    return true;
+}
+
+} // namespace
+
+failing_allocation::failing_allocation(unsigned n) {
+    has_fired = false;
+    countdown = n;
+}
+
+failing_allocation::~failing_allocation() {
+    countdown = 0;
+}
+
+bool failing_allocation::fired() const {
+    return has_fired;
+}
+
+allocation_pause::allocation_pause() : before_(paused) {
+    paused = true;
+}
+
+allocation_pause::~allocation_pause() {
+    paused = before_;
+}
+
+} // namespace quillfence::testing
+
+// The linker sends every call of malloc here (option --wrap) and calls the real one __real_malloc.
+extern "C" {
+
+void *__real_malloc(size_t size);
+void *__real_calloc(size_t count, size_t size);
+void *__real_realloc(void *block, size_t size);
+char *__real_strdup(const char *text);
+void *__wrap_malloc(size_t size);
+void *__wrap_calloc(size_t count, size_t size);
+void *__wrap_realloc(void *block, size_t size);
+char *__wrap_strdup(const char *text);
+
+void *__wrap_malloc(size_t size) {
+    return quillfence::testing::fails_now() ? nullptr : __real_malloc(size);
+}
+
+void *__wrap_calloc(size_t count, size_t size) {
+    return quillfence::testing::fails_now() ? nullptr : __real_calloc(count, size);
+}
+
+void *__wrap_realloc(void *block, size_t size) {
+    return quillfence::testing::fails_now() ? nullptr : __real_realloc(block, size);
+}
+
+char *__wrap_strdup(const char *text) {
+    return quillfence::testing::fails_now() ? nullptr : __real_strdup(text);
+}
+}

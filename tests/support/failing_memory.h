@@ -1,0 +1,56 @@
+// Makes allocations fail on purpose: every test program is linked with a malloc, calloc, realloc
+// and strdup of its own in front of the C library's.
+#pragma once
+
+#include <gtest/gtest.h>
+
+namespace quillfence::testing {
+
+// While one lives, the n-th allocation from now on (counted from 1) returns null with errno ENOMEM;
+// those before and after it succeed. Call only the operation under test meanwhile: on Windows the
+// test's own strings are counted too. Only one at a time.
+class failing_allocation {
+  public:
+    explicit failing_allocation(unsigned n);
+    ~failing_allocation();
+    failing_allocation(const failing_allocation &) = delete;
+    failing_allocation &operator=(const failing_allocation &) = delete;
+
+    bool fired() const; // whether the n-th allocation has come
+};
+
+// While one lives, allocations neither count nor fail. For stand-ins that are called by the code
+// under test.
+class allocation_pause {
+  public:
+    allocation_pause();
+    ~allocation_pause();
+    allocation_pause(const allocation_pause &) = delete;
+    allocation_pause &operator=(const allocation_pause &) = delete;
+
+  private:
+    bool before_;
+};
+
+// Runs operation() with its first, second, ... allocation failing, and check(n) after each run, up
+// to the run in which none failed; that run is not checked. Returns how many failed.
+template <class Operation, class Check>
+unsigned sweep_allocations(Operation operation, Check check) {
+    constexpr unsigned limit = 10000;
+    for (unsigned n = 1; n < limit; ++n) {
+        bool fired;
+        {
+            failing_allocation failing(n);
+            operation();
+            fired = failing.fired();
+        }
+        if (!fired) {
+            return n - 1;
+        }
+        check(n);
+    }
+    ADD_FAILURE() << "more than " << limit << " allocations";
+    return limit;
+}
+
+} // namespace quillfence::testing
