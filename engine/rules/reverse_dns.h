@@ -22,6 +22,8 @@ bool has_routable_client(const char *rule, const smtp_state *state);
 // Looks the client's PTR names up into ptr_results; the code is vc_lookup_reverse_dns's own.
 // Forgets rdns first, which points into the list that may be replaced.
 int look_up_ptr_names(smtp_state *state);
+// Replaces the lookup for tests, which can so give answers that no server gives; null restores it.
+void set_ptr_lookup_stand_in(int (*lookup)(smtp_state *state));
 
 // Whether a code of the lookup is a failure, as opposed to "no such name".
 bool is_ptr_failure(int code);

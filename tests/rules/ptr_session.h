@@ -1,0 +1,39 @@
+// What the tests of the rules over PTR names have in common.
+#pragma once
+
+#include <string>
+
+#include "dns_script.h"
+#include "drive_c.h"
+#include "hook_table.h"
+#include "reverse_dns.h"
+#include "rules.h"
+#include "session.h"
+
+namespace quillfence::testing {
+
+inline constexpr char client_arpa[] = "1.2.0.192.in-addr.arpa.";
+
+// A routable client whose PTR names have not been asked for yet; no hooks, DNS option 1.
+class ptr_test : public traced_drive_test {
+  protected:
+    ptr_test() {
+        put_hooks(nullptr, nullptr, nullptr);
+        session::put(&state->ip, "192.0.2.1");
+        state->routable = 1;
+        log.take();
+    }
+    ~ptr_test() override {
+        set_ptr_lookup_stand_in(nullptr);
+        set_hooks(0, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+                  nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
+    }
+    static void put_hooks(session_hook dynamic, session_hook spam, session_hook confirmed) {
+        set_hooks(1, dynamic, spam, confirmed, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+                  nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
+    }
+    dns_script dns;
+    session state;
+};
+
+} // namespace quillfence::testing
