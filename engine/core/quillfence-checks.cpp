@@ -106,9 +106,10 @@ static bool record_hit(smtp_state *state, const spam_rule *rule, char *name) {
 }
 
 // Asks the block maps for the session's ip and collects the names of those that list it. False
-// when the walk broke off: then there are hits, but no verdict.
+// when the lookup and the list disagree: then the walk broke off for lack of memory.
 static bool ask_block_maps(const smtp_state *state, vc_list_entry *maps, vc_list_entry **hits) {
-    return lookupMaps(block_maps_dir, maps, state->ip, hits) || !*hits;
+    const bool listed = lookupMaps(block_maps_dir, maps, state->ip, hits);
+    return listed == (*hits != nullptr);
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -140,7 +141,7 @@ static constexpr const char *reportable_rules[] = {
     "local_require_auth",
 };
 
-static bool is_reportable(const char *name) {
+bool is_reportable_rule(const char *name) {
     for (const char *reportable : reportable_rules) {
         if (strcmp(reportable, name) == 0) {
             return true;
@@ -162,7 +163,7 @@ int run_all_spam_checks(smtp_state *state, vc_list_entry *rules, vc_list_entry *
             continue;
         }
         // Rules that are not reported run all the same: they fill the session's caches.
-        if (rule->check && rule->check(state) && is_reportable(rule->name) &&
+        if (rule->check && rule->check(state) && is_reportable_rule(rule->name) &&
             !append_copy(&found.head, rule->name)) {
             QF_ERROR("Failed to append [%s] to list of spam hits", rule->name);
             return 0;

@@ -24,6 +24,9 @@ namespace quillfence {
 // Report flavour. *hits receives a list of heap strings (null for no hits) that the caller
 // releases with free; on failure it is left alone.
 
+// Whether the report may name a rule: 16 rules of the table, matched exactly.
+bool is_reportable_rule(const char *name);
+
 // The names of the reportable rules that hit, in table order. "block_all_mail" is not run.
 // ERROR line: "Failed to append [%s] to list of spam hits".
 int run_all_spam_checks(smtp_state *state, vc_list_entry *rules, vc_list_entry **hits);

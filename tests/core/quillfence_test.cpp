@@ -1,0 +1,96 @@
+#include "quillfence.h"
+
+#include "drive_c.h"
+#include "expected_rules.h"
+#include "hook_table.h"
+#include "quillfence-log.h"
+#include "quillfence-spam-hooks.h"
+
+namespace quillfence::testing {
+
+namespace {
+
+using quillfence_test = drive_test;
+
+} // namespace
+
+TEST_F(quillfence_test, start_up_fills_the_hook_table) {
+    set_hooks(9, nullptr, nullptr, nullptr, nullptr, nullptr, ipwhitelist_hook, ipwhitelist_hook,
+              ipwhitelist_hook, ipwhitelist_hook, nullptr, nullptr, ipwhitelist_hook, nullptr,
+              nullptr, nullptr);
+    ASSERT_EQ(quillfence_init(), 1);
+    const hook_table &table = hooks();
+    EXPECT_EQ(table.dns_option, 1);
+    EXPECT_EQ(table.dynamic_names, dyna_regex_hook);
+    EXPECT_EQ(table.spam_names, spam_regex_hook);
+    EXPECT_EQ(table.confirmed_names, confirmed_regex_hook);
+    EXPECT_EQ(table.sender_whitelist, fromwhitelist_hook);
+    EXPECT_EQ(table.sender_blacklist, fromblacklist_hook);
+    EXPECT_EQ(table.spare_6, nullptr);
+    EXPECT_EQ(table.spare_7, nullptr);
+    EXPECT_EQ(table.helo_whitelist, nullptr);
+    EXPECT_EQ(table.helo_blacklist, nullptr);
+    EXPECT_EQ(table.ip_whitelist, ipwhitelist_hook);
+    EXPECT_EQ(table.ip_blacklist, ipblacklist_hook);
+    EXPECT_EQ(table.country_blacklist, nullptr);
+    EXPECT_EQ(table.recipient_whitelist, towhitelist_hook);
+    EXPECT_EQ(table.mail_log, log_message);
+    EXPECT_EQ(table.message, nullptr);
+    quillfence_teardown();
+}
+
+TEST_F(quillfence_test, start_up_builds_the_rules_and_teardown_releases_them) {
+    EXPECT_EQ(quillfence_rules(), nullptr);
+    ASSERT_EQ(quillfence_init(), 1);
+    EXPECT_EQ(vc_list_count(quillfence_rules()), 31);
+    for (const expected_rule &want : expected_rules) {
+        EXPECT_NE(find_rule(quillfence_rules(), want.name), nullptr) << want.name;
+    }
+    quillfence_teardown();
+    EXPECT_EQ(quillfence_rules(), nullptr);
+    EXPECT_EQ(hooks().dns_option, 1) << "the hook table stays";
+    EXPECT_EQ(hooks().ip_whitelist, ipwhitelist_hook);
+    quillfence_teardown(); // a second one finds nothing
+}
+
+// Under the address sanitizer this shows that the first table is released.
+TEST_F(quillfence_test, starting_twice_replaces_the_rules) {
+    ASSERT_EQ(quillfence_init(), 1);
+    ASSERT_EQ(quillfence_init(), 1);
+    EXPECT_EQ(vc_list_count(quillfence_rules()), 31);
+    quillfence_teardown();
+}
+
+TEST_F(quillfence_test, the_mail_log_carries_the_engines_name) {
+    ASSERT_EQ(quillfence_init(), 1);
+    drive.make_folder("c:/quillfence/log");
+    smtp_state *state = new_smtp_state();
+    state->ip = strdup("192.0.2.1");
+    hooks().mail_log(state, "require_helo", 1);
+    free_smtp_state(state);
+    quillfence_teardown();
+    EXPECT_NE(drive.read("c:/quillfence/log/qflog").find(" quillfence["), std::string::npos)
+        << drive.read("c:/quillfence/log/qflog");
+}
+
+TEST_F(quillfence_test, the_control_file_enabled) {
+    static const struct {
+        const char *contents;
+        int want;
+    } cases[] = {
+        {"1", 1},  {"1\n", 1}, {"1\r\n", 1}, {"01", 1},  {" 1", 1},         {"1x", 1},
+        {"+1", 1}, {"0", 0},   {"2", 0},     {"-1", 0},  {"true", 0},       {"", 0},
+        {"x1", 0}, {"10", 0},  {"11", 0},    {"1.5", 1}, {"4294967297", 0}, {"\n", 0},
+    };
+    EXPECT_EQ(quillfence_enabled(), 0) << "no file";
+    EXPECT_FALSE(drive.exists("c:/quillfence/control/enabled")) << "asking creates nothing";
+    for (const auto &c : cases) {
+        drive.write("c:/quillfence/control/enabled", c.contents);
+        EXPECT_EQ(quillfence_enabled(), c.want) << "[" << c.contents << "]";
+    }
+    drive.remove("c:/quillfence/control/enabled");
+    drive.make_folder("c:/quillfence/control/enabled");
+    EXPECT_EQ(quillfence_enabled(), 0) << "a folder";
+}
+
+} // namespace quillfence::testing
