@@ -1,0 +1,340 @@
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "call_watch.h"
+#include "drive_c.h"
+#include "quillfence-file.h"
+#include "vc_file.h"
+#include "vc_text.h"
+
+namespace quillfence::testing {
+namespace {
+
+constexpr char dir[] = "c:/quillfence";
+constexpr char list_path[] = "c:/quillfence/list";
+constexpr char tmp_path[] = "c:/quillfence/list.tmp";
+
+std::string shown(const char *message) {
+    return message ? message : "success";
+}
+
+class editor_test : public drive_test {
+  protected:
+    void put(const std::string &bytes) {
+        drive.write(list_path, bytes);
+    }
+    std::string get() {
+        return drive.read(list_path);
+    }
+    void expect_no_tmp(const std::string &name) {
+        EXPECT_FALSE(drive.exists(tmp_path)) << name;
+    }
+};
+
+struct edit_case {
+    const char *name;
+    std::string before;
+    const char *entry;
+    const char *comment; // of vc_add_entry
+    list_matcher matcher;
+    const char *want_message; // null for success
+    std::string after;
+};
+
+TEST_F(editor_test, add) {
+    const std::string x255(255, 'x');
+    const std::string x1022(1022, 'x');
+    const std::string x1023(1023, 'x');
+    const std::vector<edit_case> cases = {
+        {"to an empty list", "", "a", nullptr, _stricmp, nullptr, "a\n"},
+        {"at the end", "a\n", "b", nullptr, _stricmp, nullptr, "a\nb\n"},
+        {"behind a line without LF", "a", "b", nullptr, _stricmp, nullptr, "a\nb\n"},
+        {"CR LF becomes LF", "a\r\n\r\n", "b", nullptr, _stricmp, nullptr, "a\n\nb\n"},
+        {"two CRs go", "a\r\r\n", "b", nullptr, _stricmp, nullptr, "a\nb\n"},
+        {"a lone CR inside stays", "a\rc\n", "b", nullptr, _stricmp, nullptr, "a\rc\nb\n"},
+        {"comments and blanks stay", "# c\n\n  a \n\tc\n", "b", nullptr, _stricmp, nullptr,
+         "# c\n\n  a \n\tc\nb\n"},
+        {"NULs are not lost", std::string("a\0b\nc\n", 6), "b", nullptr, _stricmp, nullptr,
+         std::string("a\0b\nc\nb\n", 8)},
+        {"a line of 1022", x1022 + "\n", "b", nullptr, _stricmp, nullptr, x1022 + "\nb\n"},
+        {"a line of 1023 is cut there", x1023 + "y\n", "b", nullptr, _stricmp, nullptr,
+         x1023 + "\ny\nb\n"},
+        {"a line of exactly 1023 gets an empty one", x1023 + "\n", "b", nullptr, _stricmp, nullptr,
+         x1023 + "\n\nb\n"},
+        {"already there", "a\r\n", "a", nullptr, _stricmp, "Entry already exists", "a\r\n"},
+        {"already there, other case", "A@b.example\n", "a@B.example", nullptr, _stricmp,
+         "Entry already exists", "A@b.example\n"},
+        {"already there, behind blanks", "  a\n", "a", nullptr, _stricmp, "Entry already exists",
+         "  a\n"},
+        {"covered by a wildcard", "*@b.example\n", "a@b.example", nullptr, __wildcardmatch,
+         "Entry already exists", "*@b.example\n"},
+        {"a comment line is no entry", "#a\n", "#a", nullptr, _stricmp, nullptr, "#a\n#a\n"},
+        {"a TAB line is no entry", "a\n\tb\n", "b", nullptr, _stricmp, nullptr, "a\n\tb\nb\n"},
+
+        {"comment on an entry", "a\nb\n", "a", "why", _stricmp, nullptr, "a\n\twhy\nb\n"},
+        {"comment replaces one", "a\n\told\nb\n", "a", "new", _stricmp, nullptr, "a\n\tnew\nb\n"},
+        {"only one TAB line goes", "a\n\told\n\tolder\n", "a", "new", _stricmp, nullptr,
+         "a\n\tnew\n\tolder\n"},
+        {"the comment of another entry stays", "a\n\tca\nb\n\tcb\n", "b", "new", _stricmp, nullptr,
+         "a\n\tca\nb\n\tnew\n"},
+        {"the entry is written as given", "A\n", "a", "c", _stricmp, nullptr, "a\n\tc\n"},
+        {"every match becomes the entry", "a*\nb\nab\n", "ab", "c", __wildcardmatch, nullptr,
+         "ab\n\tc\nb\nab\n\tc\n"},
+        {"comment of 255", "a\n", "a", x255.c_str(), _stricmp, nullptr, "a\n\t" + x255 + "\n"},
+        {"comment on nothing", "a\n", "b", "c", _stricmp, "Entry not found", "a\n"},
+        {"empty comment", "a\n", "a", "", _stricmp, "Invalid comment to add", "a\n"},
+        {"a shorter list", "a\r\n\told and long\r\n", "a", "c", _stricmp, nullptr, "a\n\tc\n"},
+    };
+    for (const auto &c : cases) {
+        put(c.before);
+        EXPECT_EQ(shown(vc_add_entry(dir, "list", c.entry, c.comment, c.matcher)),
+                  shown(c.want_message))
+            << c.name;
+        EXPECT_EQ(get(), c.after) << c.name;
+        expect_no_tmp(c.name);
+    }
+}
+
+TEST_F(editor_test, del) {
+    const std::vector<edit_case> cases = {
+        {"one of many", "a\nb\nc\n", "b", nullptr, _stricmp, nullptr, "a\nc\n"},
+        {"the only one", "a\n", "a", nullptr, _stricmp, nullptr, ""},
+        {"with its comment", "a\n\tc\nb\n", "a", nullptr, _stricmp, nullptr, "b\n"},
+        {"one TAB line goes", "a\n\tc\n\td\nb\n", "a", nullptr, _stricmp, nullptr, "\td\nb\n"},
+        {"every match", "a*\nb\nA\n\tc\n", "a", nullptr, __wildcardmatch, nullptr, "b\n"},
+        {"other comments stay", "b\n\tcb\na\n", "a", nullptr, _stricmp, nullptr, "b\n\tcb\n"},
+        {"behind blanks", "  a\nb\n", "a", nullptr, _stricmp, nullptr, "b\n"},
+        {"CR LF", "a\r\nb\r\n", "a", nullptr, _stricmp, nullptr, "b\n"},
+        {"not there", "a\r\n", "b", nullptr, _stricmp, "Entry not found", "a\r\n"},
+        {"a comment is no entry", "#a\n", "#a", nullptr, _stricmp, "Entry not found", "#a\n"},
+        {"a TAB line is no entry", "a\n\tb\n", "b", nullptr, _stricmp, "Entry not found",
+         "a\n\tb\n"},
+    };
+    for (const auto &c : cases) {
+        put(c.before);
+        EXPECT_EQ(shown(vc_del_entry(dir, "list", c.entry, 0, c.matcher)), shown(c.want_message))
+            << c.name;
+        EXPECT_EQ(get(), c.after) << c.name;
+        expect_no_tmp(c.name);
+    }
+}
+
+TEST_F(editor_test, del_that_keeps_the_entry_removes_its_comment) {
+    put("A\n\tc\n\td\nb\n\te\n");
+    EXPECT_EQ(vc_del_entry(dir, "list", "a", 1, _stricmp), nullptr);
+    EXPECT_EQ(get(), "A\n\td\nb\n\te\n") << "the line stays as it is";
+    EXPECT_STREQ(vc_del_entry(dir, "list", "x", 1, _stricmp), "Entry not found");
+}
+
+TEST_F(editor_test, add_creates_a_list_and_del_does_not) {
+    EXPECT_EQ(vc_del_entry(dir, "list", "a", 0, _stricmp), nullptr);
+    EXPECT_FALSE(drive.exists(list_path));
+    EXPECT_EQ(vc_add_entry(dir, "list", "a", nullptr, _stricmp), nullptr);
+    EXPECT_EQ(get(), "a\n");
+}
+
+TEST_F(editor_test, bad_arguments) {
+    static const struct {
+        const char *directory, *name, *entry;
+        list_matcher matcher;
+    } cases[] = {
+        {nullptr, "list", "a", _stricmp}, {"", "list", "a", _stricmp},
+        {dir, nullptr, "a", _stricmp},    {dir, "", "a", _stricmp},
+        {dir, "list", nullptr, _stricmp}, {dir, "list", "", _stricmp},
+        {dir, "list", "a", nullptr},
+    };
+    for (const auto &c : cases) {
+        EXPECT_STREQ(vc_add_entry(c.directory, c.name, c.entry, nullptr, c.matcher),
+                     "Invalid arguments to add");
+        EXPECT_EQ(log.errors(), lines{"vc_add_entry: Invalid argument"});
+        EXPECT_STREQ(vc_del_entry(c.directory, c.name, c.entry, 0, c.matcher),
+                     "Invalid arguments to del");
+        EXPECT_EQ(log.errors(), lines{"vc_del_entry: Invalid argument"});
+    }
+    const std::string x256(256, 'x');
+    EXPECT_STREQ(vc_add_entry(dir, "list", "a", x256.c_str(), _stricmp), "Invalid comment to add");
+    EXPECT_FALSE(drive.exists(list_path));
+}
+
+TEST_F(editor_test, opposite_lists_exclude_each_other) {
+    static const struct {
+        const char *list, *opposite;
+    } pairs[] = {
+        {"from_whitelist", "from_blacklist"},
+        {"from_blacklist", "from_whitelist"},
+        {"exempt_ips", "blocked_ips"},
+        {"blocked_ips", "exempt_ips"},
+        {"rl_whitelist.lst", "ra_whitelist.lst"},
+        {"ra_whitelist.lst", "rl_whitelist.lst"},
+    };
+    for (const auto &pair : pairs) {
+        drive.remove(dir);
+        drive.make_folder(dir);
+        const std::string opposite = std::string(dir) + "/" + pair.opposite;
+        EXPECT_EQ(vc_add_entry(dir, pair.list, "10.0.0.1", nullptr, _stricmp), nullptr);
+        EXPECT_FALSE(drive.exists(opposite)) << "a missing opposite list stays missing";
+        drive.write(opposite, "# c\n10.0.0.2\n");
+        EXPECT_STREQ(vc_add_entry(dir, pair.list, "10.0.0.2", nullptr, _stricmp),
+                     "Entry is present in the opposite table")
+            << pair.list;
+        EXPECT_EQ(vc_add_entry(dir, pair.list, "10.0.0.3", nullptr, _stricmp), nullptr);
+        EXPECT_EQ(drive.read(std::string(dir) + "/" + pair.list), "10.0.0.1\n10.0.0.3\n");
+    }
+    drive.write("c:/quillfence/from_whitelist", "a@b.example\n");
+    EXPECT_EQ(vc_add_entry(dir, "exempt_users", "a@b.example", nullptr, _stricmp), nullptr)
+        << "any other list has no opposite";
+}
+
+TEST_F(editor_test, a_left_over_temporary_file_does_no_harm) {
+    drive.write(tmp_path, "left over by an edit that was interrupted, longer than the list\n");
+    put("a\n");
+    EXPECT_EQ(vc_add_entry(dir, "list", "b", nullptr, _stricmp), nullptr);
+    EXPECT_EQ(get(), "a\nb\n");
+    drive.write(tmp_path, "left over\n");
+    call_watch calls;
+    calls.fail("path_delete", 1, 5); // it can't be deleted: it is emptied
+    EXPECT_EQ(vc_del_entry(dir, "list", "b", 0, _stricmp), nullptr);
+    EXPECT_EQ(get(), "a\n");
+}
+
+TEST_F(editor_test, large_lists_are_copied_whole) {
+    std::string before;
+    while (before.size() < 200000) {
+        before += "entry-" + std::to_string(before.size()) + "@example.com\n";
+    }
+    put(before);
+    EXPECT_EQ(vc_add_entry(dir, "list", "new@example.com", nullptr, _stricmp), nullptr);
+    EXPECT_EQ(get(), before + "new@example.com\n");
+    EXPECT_EQ(vc_del_entry(dir, "list", "new@example.com", 0, _stricmp), nullptr);
+    EXPECT_EQ(get(), before);
+}
+
+// --- two editors ---
+
+TEST_F(editor_test, a_list_that_is_locked_elsewhere_is_not_edited) {
+    put("a\n");
+    const vc_handle other = vc_open_ex(list_path, 1, 1, 0);
+    EXPECT_STREQ(vc_add_entry(dir, "list", "b", nullptr, _stricmp), "Error opening file");
+    EXPECT_EQ(log.errors(), lines{"vc_open_ex: unknown error opening - got error code 32"});
+    EXPECT_STREQ(vc_del_entry(dir, "list", "a", 0, _stricmp), "Error opening file");
+    EXPECT_EQ(log.errors(), lines{"vc_del_entry: Permission denied"});
+    expect_no_tmp("");
+    vc_close(other);
+    EXPECT_EQ(get(), "a\n");
+}
+
+std::vector<std::string> second_editor;
+int match_and_edit(const char *pattern, const char *value) {
+    second_editor.push_back(shown(vc_add_entry(dir, "list", "second", nullptr, _stricmp)));
+    return _stricmp(pattern, value);
+}
+
+TEST_F(editor_test, of_two_editors_at_once_the_second_is_refused) {
+    put("a\nb\n");
+    second_editor.clear();
+    EXPECT_EQ(vc_del_entry(dir, "list", "a", 0, match_and_edit), nullptr);
+    EXPECT_EQ(second_editor, lines(2, "Error opening file"));
+    EXPECT_EQ(get(), "b\n") << "the first editor's work is whole";
+    EXPECT_FALSE(log.errors().empty());
+    EXPECT_EQ(vc_add_entry(dir, "list", "second", nullptr, _stricmp), nullptr);
+    EXPECT_EQ(get(), "b\nsecond\n");
+}
+
+TEST_F(editor_test, lookups_go_on_during_an_edit) {
+    put("a\n");
+    const vc_handle editor = vc_open_ex(list_path, 1, 1, 0);
+    EXPECT_EQ(__file_contains_line(dir, "list", "a", _stricmp), 1);
+    vc_close(editor);
+}
+
+// --- failures ---
+
+TEST_F(editor_test, a_vanished_directory) {
+    EXPECT_STREQ(vc_add_entry("c:/quillfence/gone", "list", "a", nullptr, _stricmp),
+                 "Error opening file");
+    EXPECT_EQ(log.errors(), lines{"vc_open_ex: unknown error opening - got error code 3"});
+    EXPECT_EQ(vc_del_entry("c:/quillfence/gone", "list", "a", 0, _stricmp), nullptr);
+}
+
+TEST_F(editor_test, a_read_only_list) {
+    put("a\n");
+    call_watch calls;
+    calls.fail("file_open", 2, 5);
+    EXPECT_STREQ(vc_add_entry(dir, "list", "b", nullptr, _stricmp), "Error opening file");
+    EXPECT_EQ(log.errors(), lines{"vc_open_ex: unknown error opening - got error code 5"});
+    EXPECT_EQ(get(), "a\n");
+    expect_no_tmp("");
+}
+
+TEST_F(editor_test, a_full_disk) {
+    put("a\n");
+    call_watch calls;
+    for (int n = 1; n <= 3; ++n) { // the old line, the new line, the list's growth
+        calls.fail("file_write", n, 112, true);
+        EXPECT_STREQ(vc_add_entry(dir, "list", "b", nullptr, _stricmp), "Error opening file");
+        EXPECT_EQ(log.errors(),
+                  lines{"vc_write: fatal error on block write (w32) got error code 112"});
+        EXPECT_EQ(get(), "a\n") << n;
+        expect_no_tmp("");
+    }
+}
+
+TEST_F(editor_test, a_copy_that_breaks_off_leaves_the_new_list) {
+    put("a\n");
+    call_watch calls;
+    calls.fail("file_write", 4, 1117, true);
+    EXPECT_EQ(vc_add_entry(dir, "list", "b", nullptr, _stricmp), nullptr);
+    EXPECT_EQ(get(), "a\nb\n");
+    EXPECT_FALSE(log.errors().empty());
+    expect_no_tmp("");
+}
+
+// Every call of an edit fails once, alone and with all that follow: the list is the old or the new
+// one, and the result says which.
+TEST_F(editor_test, never_a_mixture) {
+    std::string before;
+    for (int i = 0; i < 400; ++i) {
+        before += "entry" + std::to_string(i) + "@example.com\n";
+    }
+    const auto add = [] { return vc_add_entry(dir, "list", "new@example.com", nullptr, _stricmp); };
+    const auto comment = [] {
+        return vc_add_entry(dir, "list", "entry7@example.com", "why", _stricmp);
+    };
+    const auto del = [] { return vc_del_entry(dir, "list", "entry7@example.com", 0, _stricmp); };
+    const std::vector<const char *(*)()> edits = {add, comment, del};
+    for (size_t i = 0; i < edits.size(); ++i) {
+        put(before);
+        ASSERT_EQ(edits[i](), nullptr);
+        const std::string after = get();
+        for (const char *const call : {"path_attributes", "file_open", "file_read", "file_write",
+                                       "file_seek", "file_size", "file_truncate", "path_delete"}) {
+            for (const bool all_after : {false, true}) {
+                int failures = 1;
+                for (int n = 1; failures; n = n < 8 ? n + 1 : n + 97) {
+                    put(before);
+                    const char *message = nullptr;
+                    {
+                        call_watch calls;
+                        calls.fail(call, n, 1117, all_after);
+                        message = edits[i]();
+                        failures = calls.failed();
+                    }
+                    const std::string got = get();
+                    const std::string where =
+                        std::string(call) + " " + std::to_string(n) + (all_after ? " and all" : "");
+                    EXPECT_TRUE(got == before || got == after) << where;
+                    EXPECT_EQ(message == nullptr, got == after) << where << " " << shown(message);
+                    if (std::string(call) != "path_delete") {
+                        expect_no_tmp(where);
+                    }
+                    log.errors();
+                }
+            }
+        }
+    }
+}
+
+} // namespace
+} // namespace quillfence::testing
