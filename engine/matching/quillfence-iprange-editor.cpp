@@ -141,15 +141,19 @@ static void close_file(range_file *file) {
     }
 }
 
-// Deletes the temporary file's file, closing it first: an open one can't be deleted everywhere.
-static void __remove_temporary(range_file *file) {
-    close_file(file);
-    if (const uint32_t error = platform::path_delete(file->path)) {
-        QF_ERROR("Error removing file %s: %s", file->path, text_of(error));
+// Deletes a temporary file if it is there. It must be closed: an open one can't be deleted
+// everywhere.
+static void __remove_temporary(const char *path) {
+    if (!vc_file_exists_ex(path, vc_type_file)) {
+        return;
+    }
+    if (const uint32_t error = platform::path_delete(path)) {
+        QF_ERROR("Error removing file %s: %s", path, text_of(error));
     }
 }
 
-// A fresh "<name>.new" beside a range file. Null with the error text in *text.
+// A fresh "<name>.new" beside a range file that is locked, so that it is nobody else's. Null with
+// the error text in *text.
 static range_file_ptr create_temporary(const char *operation, const char *directory,
                                        const char *name, const char **text) {
     char *new_name = nullptr;
@@ -159,17 +163,22 @@ static range_file_ptr create_temporary(const char *operation, const char *direct
         return nullptr;
     }
     const heap_string new_name_owner(new_name);
+    const heap_string path(__range_path(directory, new_name));
+    if (!path) {
+        *text = range_no_memory;
+        return nullptr;
+    }
     range_file_ptr file(__open_range_file(directory, new_name, 1, 1));
     if (!file) {
         *text = range_open_failed;
-        return nullptr;
-    }
-    if (!__reset_range_file(file.get())) { // one that an earlier edit left behind has records
-        __remove_temporary(file.get());
+    } else if (!__reset_range_file(file.get())) { // one of an interrupted edit may have records
         *text = range_write_failed;
-        return nullptr;
+    } else {
+        return file;
     }
-    return file;
+    file.reset();
+    __remove_temporary(path.get());
+    return nullptr;
 }
 
 // Copies the records of one file behind the header of another, those of a legacy file with empty
@@ -259,7 +268,8 @@ static const char *replace_file(const char *operation, range_file *file, const c
         text = swap_files(operation, file->path, replacement->path, backup_path);
     }
     if (text) {
-        __remove_temporary(replacement.get());
+        close_file(replacement.get());
+        __remove_temporary(replacement->path);
     }
     return text;
 }

@@ -291,6 +291,16 @@ TEST_F(editor_test, a_copy_that_breaks_off_leaves_the_new_list) {
     expect_no_tmp("");
 }
 
+TEST_F(editor_test, a_list_that_cannot_be_tested_counts_as_missing) {
+    put("a\n");
+    call_watch calls;
+    calls.fail("path_attributes", 1, 5);
+    EXPECT_EQ(vc_del_entry(dir, "list", "a", 0, _stricmp), nullptr);
+    EXPECT_EQ(log.errors(), lines{"vc_file_exists_ex: Failed to get file attributes "
+                                  "[c:/quillfence/list]: 5"});
+    EXPECT_EQ(get(), "a\n");
+}
+
 // Every call of an edit fails once, alone and with all that follow: the list is the old or the new
 // one, and the result says which.
 TEST_F(editor_test, never_a_mixture) {
@@ -308,8 +318,8 @@ TEST_F(editor_test, never_a_mixture) {
         put(before);
         ASSERT_EQ(edits[i](), nullptr);
         const std::string after = get();
-        for (const char *const call : {"path_attributes", "file_open", "file_read", "file_write",
-                                       "file_seek", "file_size", "file_truncate", "path_delete"}) {
+        for (const char *const call : {"file_open", "file_read", "file_write", "file_seek",
+                                       "file_size", "file_truncate", "path_delete"}) {
             for (const bool all_after : {false, true}) {
                 int failures = 1;
                 for (int n = 1; failures; n = n < 8 ? n + 1 : n + 97) {

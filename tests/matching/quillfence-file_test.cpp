@@ -168,6 +168,7 @@ TEST_F(list_test, an_unreadable_list_is_an_empty_one) {
 
 TEST_F(list_test, a_lookup_makes_no_needless_call) {
     put("list", "# comment\nx\n");
+    EXPECT_EQ(__file_contains_line(dir, "list", "y", _stricmp), 0); // VERBOSEDEBUG is looked up
     call_watch calls;
     EXPECT_EQ(__file_contains_line(dir, "list", "y", _stricmp), 0);
     EXPECT_EQ(calls.take(),
@@ -431,6 +432,9 @@ TEST_F(list_trace_test, file_to_int_tells_why_it_is_0) {
     EXPECT_EQ(vc_file_to_int(dir, "number"), 0);
     EXPECT_EQ(trace_of("vc_file_to_int"),
               lines{"failed to retrieve contents of file c:/quillfence/number"});
+    drive.make_folder(in_dir("folder"));
+    EXPECT_EQ(vc_file_to_int(dir, "folder"), 0);
+    EXPECT_EQ(trace_of("vc_file_to_int"), lines{"file c:/quillfence/folder does not exist"});
 }
 
 lines texts_of(vc_list_entry *list) {
@@ -490,6 +494,7 @@ TEST_F(list_trace_test, file_to_list_traces_its_steps) {
     call_watch calls;
     calls.fail("file_open", 1, 5);
     EXPECT_EQ(vc_file_to_list(dir, "names"), nullptr);
+    EXPECT_EQ(log.errors(), lines{"vc_open_ex: unknown error opening - got error code 5"});
 }
 
 lines called_back;

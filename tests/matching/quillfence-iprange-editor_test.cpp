@@ -1,0 +1,452 @@
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "call_watch.h"
+#include "drive_c.h"
+#include "quillfence-iprange.h"
+#include "range_bytes.h"
+#include "vc_file.h"
+
+namespace quillfence::testing {
+namespace {
+
+constexpr char dir[] = "c:/quillfence";
+constexpr char path[] = "c:/quillfence/ips.range";
+constexpr char new_path[] = "c:/quillfence/ips.range.new";
+constexpr char backup_path[] = "c:/quillfence/ips.range.bak";
+
+const std::string first = record({10, 0, 0, 1}, {10, 0, 0, 5}, "first");
+const std::string second = record({10, 0, 1, 1}, {10, 0, 1, 5});
+const std::string third = record({10, 0, 2, 1}, {10, 0, 2, 5}, "third");
+
+std::string shown(const char *message) {
+    return message ? message : "success";
+}
+
+class range_editor_test : public drive_test {
+  protected:
+    void put(const std::string &bytes) {
+        drive.write(path, bytes);
+    }
+    std::string get() {
+        return drive.read(path);
+    }
+    std::string add(const char *low, const char *high, const char *comment = nullptr) {
+        const char *text = "unset";
+        const int done = ipr_add(dir, "ips.range", low, high, comment, &text);
+        EXPECT_EQ(done, text == nullptr);
+        return shown(text);
+    }
+    // The error text; "absent" for a 0 without one.
+    std::string del(const char *low, const char *high) {
+        const char *text = "unset";
+        const int done = ipr_del_range_from_file(dir, "ips.range", low, high, &text);
+        EXPECT_FALSE(done && text);
+        return done ? "success" : text ? text : "absent";
+    }
+    void expect_no_leftovers(const std::string &name) {
+        EXPECT_FALSE(drive.exists(new_path)) << name;
+        EXPECT_FALSE(drive.exists(backup_path)) << name;
+    }
+};
+
+// --- ipr_add ---
+
+TEST_F(range_editor_test, add_begins_a_file) {
+    EXPECT_EQ(add("10.0.0.1", "10.0.0.5", "first"), "success");
+    EXPECT_EQ(get(), header(2, 1) + first);
+    EXPECT_EQ(add("10.0.1.1", "10.0.1.5"), "success");
+    EXPECT_EQ(get(), header(2, 2) + first + second);
+    EXPECT_EQ(add("10.0.2.1", "10.0.2.5", "third"), "success");
+    EXPECT_EQ(get(), header(2, 3) + first + second + third);
+    EXPECT_EQ(file_contains_ip_range_match("ips.range", "10.0.1.3", dir), 1);
+    EXPECT_EQ(ipr_add(dir, "ips.range", "10.9.0.1", "10.9.0.1", nullptr, nullptr), 1)
+        << "nobody need ask for the text";
+}
+
+TEST_F(range_editor_test, add_begins_a_file_without_a_valid_header_anew) {
+    for (const std::string &bytes :
+         {std::string(), std::string("short"), header(3, 7) + second, std::string(500, 'x')}) {
+        put(bytes);
+        EXPECT_EQ(add("10.0.0.1", "10.0.0.5", "first"), "success");
+        EXPECT_EQ(get(), header(2, 1) + first);
+    }
+}
+
+TEST_F(range_editor_test, the_same_range_again) {
+    const std::string before = header(2, 3) + first + second + third;
+    put(before);
+    EXPECT_EQ(add("10.0.1.1", "10.0.1.5"), "Entry already exists");
+    EXPECT_EQ(add("10.0.1.1", "10.0.1.5", ""), "Entry already exists")
+        << "an empty comment is none";
+    EXPECT_EQ(get(), before);
+    EXPECT_EQ(add("10.0.1.1", "10.0.1.5", "now with a comment"), "success");
+    EXPECT_EQ(get(), header(2, 3) + first +
+                         record({10, 0, 1, 1}, {10, 0, 1, 5}, "now with a comment") + third);
+    EXPECT_EQ(add("10.0.0.1", "10.0.0.5", "x"), "success");
+    EXPECT_EQ(get().substr(16, 264), record({10, 0, 0, 1}, {10, 0, 0, 5}, "x"))
+        << "nothing of the longer comment is left";
+}
+
+TEST_F(range_editor_test, comments_have_up_to_255_characters) {
+    const std::string x255(255, 'x');
+    EXPECT_EQ(add("10.0.0.1", "10.0.0.5", x255.c_str()), "success");
+    EXPECT_EQ(get(), header(2, 1) + record({10, 0, 0, 1}, {10, 0, 0, 5}, x255));
+    EXPECT_EQ(add("10.0.0.6", "10.0.0.7", (x255 + "x").c_str()), "Invalid arguments to add");
+}
+
+TEST_F(range_editor_test, add_refuses) {
+    put(header(2, 1) + first);
+    EXPECT_EQ(add(nullptr, "10.0.0.5"), "Invalid arguments to add");
+    EXPECT_EQ(add("10.0.0.5", ""), "Invalid arguments to add");
+    EXPECT_EQ(log.errors(), lines(2, "__sane_ip: IP address argument is empty or NULL"));
+    EXPECT_EQ(add("10.0.0.5", "x"), "Invalid arguments to add");
+    EXPECT_EQ(log.errors(), lines{"__sane_ip: Invalid IP address argument [x]"});
+    EXPECT_EQ(add("10.0.0.5", "10.0.0.1"), "Invalid ip range to add");
+    EXPECT_EQ(add("10.0.0.5", "10.1.0.5"), "Invalid ip range to add");
+    EXPECT_EQ(get(), header(2, 1) + first);
+    const char *text = nullptr;
+    EXPECT_EQ(ipr_add("", "ips.range", "10.0.0.1", "10.0.0.5", nullptr, &text), 0);
+    EXPECT_STREQ(text, "Error opening file");
+    EXPECT_EQ(log.errors(), lines{"__range_path: prefix argument is empty or NULL"});
+    EXPECT_EQ(ipr_add("c:/quillfence/gone", "ips.range", "10.0.0.1", "10.0.0.5", nullptr, &text),
+              0);
+    EXPECT_STREQ(text, "Error opening file");
+    EXPECT_EQ(log.errors(), lines{"vc_open_ex: unknown error opening - got error code 3"});
+
+    const std::string legacy = header(1, 1) + legacy_record({10, 0, 0, 1}, {10, 0, 0, 5});
+    put(legacy);
+    EXPECT_EQ(add("10.0.1.1", "10.0.1.5"), "Legacy format detected, abort");
+    EXPECT_EQ(get(), legacy);
+    const std::string cut = header(2, 2) + first + second.substr(0, 100);
+    put(cut);
+    EXPECT_EQ(add("10.0.2.1", "10.0.2.5"), "Error traversing file");
+    EXPECT_EQ(log.errors(), lines{"ipr_add: file c:/quillfence/ips.range is corrupt"});
+    EXPECT_EQ(get(), cut);
+}
+
+TEST_F(range_editor_test, what_lies_behind_the_counted_records_gives_way) {
+    put(header(2, 1) + first + "left behind by an edit that was interrupted");
+    EXPECT_EQ(add("10.0.1.1", "10.0.1.5"), "success");
+    EXPECT_EQ(get(), header(2, 2) + first + second);
+    EXPECT_EQ(file_contains_ip_range_match("ips.range", "10.0.1.3", dir), 1);
+}
+
+// --- ipr_del_range_from_file ---
+
+TEST_F(range_editor_test, del) {
+    const std::string all = header(2, 3) + first + second + third;
+    const struct {
+        const char *name;
+        std::string before;
+        const char *low, *high, *want;
+        std::string after;
+    } cases[] = {
+        {"the first", all, "10.0.0.1", "10.0.0.5", "success", header(2, 2) + second + third},
+        {"the middle", all, "10.0.1.1", "10.0.1.5", "success", header(2, 2) + first + third},
+        {"the last", all, "10.0.2.1", "10.0.2.5", "success", header(2, 2) + first + second},
+        {"the only one", header(2, 1) + first, "10.0.0.1", "10.0.0.5", "success", header(2, 0)},
+        {"every equal one", header(2, 3) + first + second + first, "10.0.0.1", "10.0.0.5",
+         "success", header(2, 1) + second},
+        {"another low", all, "10.0.0.2", "10.0.0.5", "absent", all},
+        {"another high", all, "10.0.0.1", "10.0.0.4", "absent", all},
+        {"ends the wrong way round", all, "10.0.0.5", "10.0.0.1", "absent", all},
+        {"an address that is none", all, "x", "10.0.0.1", "Invalid arguments to add", all},
+        {"legacy", header(1, 0), "10.0.0.1", "10.0.0.5", "Legacy format detected, abort",
+         header(1, 0)},
+        {"empty file", "", "10.0.0.1", "10.0.0.5", "Error opening file", ""},
+        {"bad header", header(3, 0), "10.0.0.1", "10.0.0.5", "Error opening file", header(3, 0)},
+        {"cut behind the record", header(2, 3) + first + second, "10.0.0.1", "10.0.0.5",
+         "Error reading file", header(2, 3) + first + second},
+        {"cut before the record", header(2, 3) + first + second, "10.0.2.1", "10.0.2.5",
+         "Error reading file", header(2, 3) + first + second},
+        {"bytes behind the records go", all + "rest", "10.0.2.1", "10.0.2.5", "success",
+         header(2, 2) + first + second},
+    };
+    for (const auto &c : cases) {
+        put(c.before);
+        EXPECT_EQ(del(c.low, c.high), c.want) << c.name;
+        EXPECT_EQ(get(), c.after) << c.name;
+        expect_no_leftovers(c.name);
+        log.errors();
+    }
+    drive.remove(path);
+    EXPECT_EQ(del("10.0.0.1", "10.0.0.5"), "Error opening file");
+    EXPECT_FALSE(drive.exists(path));
+    EXPECT_EQ(ipr_del_range_from_file(dir, "ips.range", "x", "10.0.0.5", nullptr), 0);
+    log.errors();
+}
+
+TEST_F(range_editor_test, del_of_many_records) {
+    std::string before = header(2, 300);
+    std::string after = header(2, 299);
+    for (int i = 0; i < 300; ++i) {
+        const std::string one = record({10, i / 200, i % 200, 1}, {10, i / 200, i % 200, 9});
+        before += one;
+        after += i == 250 ? "" : one;
+    }
+    put(before);
+    EXPECT_EQ(del("10.1.50.1", "10.1.50.9"), "success");
+    EXPECT_EQ(get(), after);
+}
+
+TEST_F(range_editor_test, left_over_files_do_no_harm) {
+    put(header(2, 2) + first + second);
+    drive.write(new_path, header(2, 9) + third + third);
+    drive.write(backup_path, "an old backup");
+    EXPECT_EQ(del("10.0.0.1", "10.0.0.5"), "success");
+    EXPECT_EQ(get(), header(2, 1) + second);
+    expect_no_leftovers("");
+}
+
+class range_editor_trace_test : public traced_drive_test {};
+
+TEST_F(range_editor_trace_test, del_traces_an_absent_range) {
+    drive.write(path, header(2, 1) + first);
+    EXPECT_EQ(ipr_del_range_from_file(dir, "ips.range", "10.0.0.1", "10.0.0.4", nullptr), 0);
+    const lines trace = log.transcript();
+    EXPECT_EQ(std::count(trace.begin(), trace.end(),
+                         "D ipr_del_range_from_file: file c:/quillfence/ips.range does not contain "
+                         "range 10.0.0.1-10.0.0.4 - nothing to remove"),
+              1);
+}
+
+// --- ipr_convert_file ---
+
+TEST_F(range_editor_test, convert) {
+    put(header(1, 3) + legacy_record({10, 0, 0, 1}, {10, 0, 0, 5}) +
+        legacy_record({10, 0, 1, 1}, {10, 0, 1, 5}) + legacy_record({10, 0, 9, 9}, {10, 0, 0, 1}));
+    EXPECT_EQ(ipr_convert_file(dir, "ips.range"), 1);
+    EXPECT_EQ(get(), header(2, 3) + record({10, 0, 0, 1}, {10, 0, 0, 5}) + second +
+                         record({10, 0, 9, 9}, {10, 0, 0, 1}))
+        << "records are not judged";
+    expect_no_leftovers("");
+    EXPECT_EQ(add("10.0.2.1", "10.0.2.5", "third"), "success");
+}
+
+TEST_F(range_editor_test, convert_leaves_the_rest_alone) {
+    EXPECT_EQ(ipr_convert_file(dir, "ips.range"), 1) << "a missing file";
+    EXPECT_FALSE(drive.exists(path));
+    const struct {
+        const char *name;
+        std::string bytes;
+        int want;
+        lines want_errors;
+    } cases[] = {
+        {"version 2", header(2, 1) + first, 1, {}},
+        {"version 0x102", header(0x102, 1) + first, 1, {}},
+        {"empty", "", 0, {}},
+        {"short", "x", 0, {}},
+        {"version 3",
+         header(3, 0),
+         0,
+         {"__open_range_file: file c:/quillfence/ips.range is corrupt"}},
+        {"legacy, cut",
+         header(1, 2) + legacy_record({10, 0, 0, 1}, {10, 0, 0, 5}) + "abc",
+         0,
+         {"ipr_convert_file: file c:/quillfence/ips.range is corrupt"}},
+    };
+    for (const auto &c : cases) {
+        put(c.bytes);
+        EXPECT_EQ(ipr_convert_file(dir, "ips.range"), c.want) << c.name;
+        EXPECT_EQ(get(), c.bytes) << c.name;
+        EXPECT_EQ(log.errors(), c.want_errors) << c.name;
+        expect_no_leftovers(c.name);
+    }
+}
+
+// --- the rename sequence and its failures ---
+
+struct failing_call {
+    const char *name;
+    const char *call;
+    int n;
+    const char *want;
+    lines want_errors;
+    bool leaves_backup;
+};
+
+TEST_F(range_editor_test, each_step_of_the_replacement_can_fail) {
+    const std::string before = header(2, 2) + first + second;
+    const std::string after = header(2, 1) + second;
+    const std::string denied = std::strerror(EACCES);
+    const std::string rename_away = "ipr_del_range_from_file: Failed to rename " +
+                                    std::string(path) + " to " + backup_path + ": " + denied;
+    const std::string rename_in = "ipr_del_range_from_file: Failed to rename " +
+                                  std::string(new_path) + " to " + path + ": " + denied;
+    const std::vector<failing_call> cases = {
+        {"range file moves away", "path_rename", 1, "Error writing file", {rename_away}, false},
+        {"new file moves in", "path_rename", 2, "Error writing file", {rename_in}, false},
+        {"old backup is deleted",
+         "path_delete",
+         1,
+         "Error removing old backup file",
+         {"ipr_del_range_from_file: Failed to remove old backup file " + std::string(backup_path) +
+          ": " + denied},
+         true},
+        {"backup is deleted",
+         "path_delete",
+         2,
+         "success",
+         {"ipr_del_range_from_file: Failed to remove backup file " + std::string(backup_path) +
+          ": " + denied},
+         true},
+    };
+    for (const auto &c : cases) {
+        put(before);
+        drive.write(backup_path, "an old backup");
+        {
+            call_watch calls;
+            calls.fail(c.call, c.n, 5);
+            EXPECT_EQ(del("10.0.0.1", "10.0.0.5"), c.want) << c.name;
+            EXPECT_EQ(calls.failed(), 1) << c.name;
+        }
+        EXPECT_EQ(log.errors(), c.want_errors) << c.name;
+        EXPECT_EQ(get(), std::string(c.want) == "success" ? after : before) << c.name;
+        EXPECT_EQ(drive.exists(backup_path), c.leaves_backup) << c.name;
+        EXPECT_FALSE(drive.exists(new_path)) << c.name;
+        drive.remove(backup_path);
+    }
+}
+
+TEST_F(range_editor_test, convert_uses_the_same_sequence) {
+    const std::string before = header(1, 1) + legacy_record({10, 0, 0, 1}, {10, 0, 0, 5});
+    put(before);
+    call_watch calls;
+    calls.fail("path_rename", 2, 5);
+    EXPECT_EQ(ipr_convert_file(dir, "ips.range"), 0);
+    EXPECT_EQ(log.errors(), lines{"ipr_convert_file: Failed to rename " + std::string(new_path) +
+                                  " to " + path + ": " + std::strerror(EACCES)});
+    EXPECT_EQ(get(), before);
+    expect_no_leftovers("");
+    EXPECT_EQ(ipr_convert_file(dir, "ips.range"), 1);
+}
+
+TEST_F(range_editor_test, without_any_rename_the_old_file_stays) {
+    const std::string before = header(2, 2) + first + second;
+    put(before);
+    call_watch calls;
+    calls.fail("path_rename", 2, 5, true);
+    EXPECT_EQ(del("10.0.0.1", "10.0.0.5"), "Error writing file");
+    EXPECT_EQ(log.errors().size(), 2u);
+    EXPECT_EQ(get(), before) << "copied back from the backup";
+}
+
+TEST_F(range_editor_test, a_new_file_that_cannot_be_written_goes) {
+    const std::string before = header(2, 2) + first + second;
+    put(before);
+    call_watch calls;
+    calls.fail("file_write", 2, 112, true);
+    EXPECT_EQ(del("10.0.0.1", "10.0.0.5"), "Error writing file");
+    EXPECT_EQ(log.errors(),
+              lines(1, "vc_write: fatal error on block write (w32) got error code 112"));
+    EXPECT_EQ(get(), before);
+    expect_no_leftovers("");
+}
+
+TEST_F(range_editor_test, a_temporary_file_that_stays_is_reported) {
+    put(header(2, 2) + first + second.substr(0, 10));
+    call_watch calls;
+    calls.fail("path_delete", 1, 5);
+    EXPECT_EQ(del("10.0.0.1", "10.0.0.5"), "Error reading file");
+    EXPECT_EQ(log.errors(),
+              (lines{"ipr_del_range_from_file: file c:/quillfence/ips.range is corrupt",
+                     "__remove_temporary: Error removing file " + std::string(new_path) + ": " +
+                         std::strerror(EACCES)}));
+}
+
+TEST_F(range_editor_test, a_full_disk_leaves_the_file_as_it_was) {
+    const std::string before = header(2, 1) + first;
+    put(before);
+    call_watch calls;
+    for (int n = 1; n <= 2; ++n) { // the record, the header
+        calls.fail("file_write", n, 112);
+        EXPECT_EQ(add("10.0.1.1", "10.0.1.5"), "Error writing file");
+        EXPECT_EQ(get(), before) << n;
+    }
+    calls.fail("file_write", 1, 112);
+    EXPECT_EQ(add("10.0.0.1", "10.0.0.5", "another"), "Error writing file");
+    EXPECT_EQ(get(), before);
+    EXPECT_EQ(log.errors(),
+              lines(3, "vc_write: fatal error on block write (w32) got error code 112"));
+}
+
+TEST_F(range_editor_test, a_read_only_file) {
+    const std::string before = header(2, 1) + first;
+    put(before);
+    call_watch calls;
+    calls.fail("file_open", 1, 5);
+    EXPECT_EQ(add("10.0.1.1", "10.0.1.5"), "Error opening file");
+    calls.fail("file_open", 1, 5);
+    EXPECT_EQ(del("10.0.0.1", "10.0.0.5"), "Error opening file");
+    calls.fail("file_open", 2, 5);
+    EXPECT_EQ(del("10.0.0.1", "10.0.0.5"), "Error opening file") << "the new file";
+    EXPECT_EQ(log.errors(), lines(3, "vc_open_ex: unknown error opening - got error code 5"));
+    EXPECT_EQ(get(), before);
+}
+
+TEST_F(range_editor_test, of_two_editors_at_once_the_second_is_refused) {
+    const std::string before = header(2, 1) + first;
+    put(before);
+    const vc_handle other = vc_open_ex(path, 1, 1, 0);
+    EXPECT_EQ(add("10.0.1.1", "10.0.1.5"), "Error opening file");
+    EXPECT_EQ(del("10.0.0.1", "10.0.0.5"), "Error opening file");
+    EXPECT_EQ(ipr_convert_file(dir, "ips.range"), 0);
+    EXPECT_EQ(log.errors(), lines(3, "vc_open_ex: unknown error opening - got error code 32"));
+    EXPECT_EQ(file_contains_ip_range_match("ips.range", "10.0.0.3", dir), 1)
+        << "checks go on during an edit";
+    vc_close(other);
+    EXPECT_EQ(get(), before);
+    EXPECT_EQ(add("10.0.1.1", "10.0.1.5"), "success");
+}
+
+// Every call of an edit fails once: the file is the old or the new one, and the result says which.
+TEST_F(range_editor_test, never_a_mixture) {
+    const std::string before = header(2, 2) + first + second;
+    const std::string legacy = header(1, 2) + first.substr(0, 8) + second.substr(0, 8);
+    const struct {
+        const char *name;
+        std::string before;
+        std::function<bool()> edit;
+    } edits[] = {
+        {"add", before, [&] { return add("10.0.2.1", "10.0.2.5", "third") == "success"; }},
+        {"comment", before, [&] { return add("10.0.0.1", "10.0.0.5", "new") == "success"; }},
+        {"del", before, [&] { return del("10.0.0.1", "10.0.0.5") == "success"; }},
+        {"convert", legacy, [&] { return ipr_convert_file(dir, "ips.range") == 1; }},
+    };
+    for (const auto &edit : edits) {
+        put(edit.before);
+        ASSERT_TRUE(edit.edit()) << edit.name;
+        const std::string after = get();
+        for (const char *const call : {"file_open", "file_read", "file_write", "file_seek",
+                                       "file_size", "file_truncate", "path_rename"}) {
+            int failures = 1;
+            for (int n = 1; failures; ++n) {
+                put(edit.before);
+                bool done = false;
+                {
+                    call_watch calls;
+                    calls.fail(call, n, 1117);
+                    done = edit.edit();
+                    failures = calls.failed();
+                }
+                const std::string where =
+                    std::string(edit.name) + ": " + call + " " + std::to_string(n);
+                const std::string got = get();
+                EXPECT_TRUE(got == edit.before || got == after) << where;
+                EXPECT_TRUE(!done || got == after) << where;
+                expect_no_leftovers(where);
+                log.errors();
+            }
+        }
+    }
+}
+
+} // namespace
+} // namespace quillfence::testing
