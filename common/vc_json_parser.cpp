@@ -43,7 +43,7 @@ struct document {
 
 // A growing list of nodes. The array is null-terminated from its first node on.
 struct node_list {
-    vc_json **nodes;
+    void **nodes;
     size_t count;
     size_t room;
 };
@@ -75,7 +75,7 @@ int append(node_list *list, vc_json *node) {
         if (!grown) {
             return 0;
         }
-        list->nodes = static_cast<vc_json **>(grown);
+        list->nodes = static_cast<void **>(grown);
         list->room = room;
     }
     list->nodes[list->count++] = node;
@@ -418,13 +418,12 @@ vc_json **vc_json_parse_full_file(const char *path) {
             break;
         }
         if (!parse_block(block, end, &roots)) {
-            auto *list = reinterpret_cast<void **>(roots.nodes);
-            vc_lstfree(&list, vc_json_free);
+            vc_lstfree(&roots.nodes, vc_json_free);
             return nullptr;
         }
         block = end;
     }
-    return roots.nodes;
+    return reinterpret_cast<vc_json **>(roots.nodes);
 }
 
 } // namespace quillfence

@@ -44,12 +44,23 @@ class vc_json_test : public quillfence::testing::drive_test {
   protected:
     static constexpr char path[] = "c:/quillfence/document.json";
 
+    ~vc_json_test() override {
+        if (output) {
+            std::fclose(output);
+        }
+    }
+
     // What a dump writes.
     std::string written(const vc_json *node, int pretty = 0, int expected = 1) {
-        FILE *stream = std::fopen(drive.native("c:/quillfence/written").c_str(), "wb");
-        EXPECT_EQ((pretty ? vc_json_dump_pretty : vc_json_dump)(stream, node), expected);
-        std::fclose(stream);
-        return drive.read("c:/quillfence/written");
+        if (!output) {
+            output = std::fopen(drive.native("c:/quillfence/written").c_str(), "w+b");
+        }
+        std::rewind(output);
+        EXPECT_EQ((pretty ? vc_json_dump_pretty : vc_json_dump)(output, node), expected);
+        std::string bytes(static_cast<size_t>(std::ftell(output)), '\0');
+        std::rewind(output);
+        EXPECT_EQ(std::fread(bytes.data(), 1, bytes.size(), output), bytes.size());
+        return bytes;
     }
     std::string pretty(const vc_json *node) {
         return written(node, 1);
@@ -59,6 +70,9 @@ class vc_json_test : public quillfence::testing::drive_test {
         EXPECT_TRUE(root) << text;
         return root;
     }
+
+  private:
+    FILE *output = nullptr;
 };
 
 // ---- Building and writing
