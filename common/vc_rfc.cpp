@@ -1,5 +1,7 @@
 #include "vc_rfc.h"
 
+#include <algorithm>
+
 #include "vc_dns.h"
 #include "vc_log.h"
 #include "vc_stringutils.h"
@@ -42,21 +44,10 @@ bool in_range(const uint8_t *address, const address_range &range) {
     return rest == 0 || (address[whole_bytes] ^ range.network[whole_bytes]) >> (8 - rest) == 0;
 }
 
-bool in_unroutable_range(int family, const uint8_t *address) {
-    if (family == vc_family_ipv4) {
-        for (const address_range &range : unroutable_ipv4) {
-            if (in_range(address, range)) {
-                return true;
-            }
-        }
-        return false;
-    }
-    for (const address_range &range : unroutable_ipv6) {
-        if (in_range(address, range)) {
-            return true;
-        }
-    }
-    return false;
+template <size_t count>
+bool in_any_range(const uint8_t *address, const address_range (&ranges)[count]) {
+    return std::any_of(ranges, ranges + count,
+                       [address](const address_range &range) { return in_range(address, range); });
 }
 
 // ---- Characters
@@ -211,6 +202,35 @@ int parse_comment(char *text, char **out, int depth) {
     QF_DEBUG_AS(operation, "after shift: [%s]", text);
     *out = text;
     return 1;
+}
+
+// ---- Bracketed addresses
+
+// Judges what stands between the brackets, from first to the closing bracket at end.
+int judge_bracketed_address(const char *first, const char *end) {
+    static constexpr char operation[] = "__vc_parse_rfc_address";
+    if (end - first == 1) { // any single character passes, kept on purpose
+        QF_DEBUG_AS(operation, "RFC address portion detected as empty. Passing as bounce");
+        return 1;
+    }
+    while (first < end && is_space(*first)) {
+        ++first;
+    }
+    while (first < end && is_space(end[-1])) {
+        --end;
+    }
+    if (first == end) {
+        QF_DEBUG_AS(operation, "RFC address portion detected as empty. Passing as bounce (2)");
+        return 1;
+    }
+    const heap_string address(vc_strndup(first, static_cast<size_t>(end - first)));
+    if (!address) {
+        QF_ERRNO_AS(operation, ENOMEM);
+        QF_DEBUG_AS(operation,
+                    "out of memory allocating copy of address. Passing back true for now.");
+        return 1;
+    }
+    return vc_valid_email_address(address.get());
 }
 
 // ---- Address lists
@@ -372,7 +392,8 @@ int vc_is_unroutable_ip(const char *text) {
         QF_ERROR("Failed to convert address [%s] to binary buffer", text);
         return 0;
     }
-    if (in_unroutable_range(family, address)) {
+    if (family == vc_family_ipv4 ? in_any_range(address, unroutable_ipv4)
+                                 : in_any_range(address, unroutable_ipv6)) {
         return 1;
     }
     QF_DEBUG("Address [%s] is not a private or reserved address", text);
@@ -517,37 +538,12 @@ int __vc_parse_rfc_address(char *text, char **out) {
         QF_EINVAL();
         return 0;
     }
-    const char *first = text + 1;
     char *const closing = strchr(text, '>');
     if (!closing) {
         QF_DEBUG("missing closing '>' for rfc address");
         return 0;
     }
-    if (closing - first == 1) {
-        QF_DEBUG("RFC address portion detected as empty. Passing as bounce");
-        *out = closing + 1;
-        return 1;
-    }
-    const char *end = closing;
-    while (first < end && is_space(*first)) {
-        ++first;
-    }
-    while (first < end && is_space(end[-1])) {
-        --end;
-    }
-    if (first == end) {
-        QF_DEBUG("RFC address portion detected as empty. Passing as bounce (2)");
-        *out = closing + 1;
-        return 1;
-    }
-    const heap_string address(vc_strndup(first, static_cast<size_t>(end - first)));
-    if (!address) {
-        QF_ENOMEM();
-        QF_DEBUG("out of memory allocating copy of address. Passing back true for now.");
-        *out = closing + 1;
-        return 1;
-    }
-    if (!vc_valid_email_address(address.get())) {
+    if (!judge_bracketed_address(text + 1, closing)) {
         return 0;
     }
     *out = closing + 1;
