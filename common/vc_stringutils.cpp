@@ -23,14 +23,14 @@ void put(char **slot, char *text) {
     *slot = text;
 }
 
-// Makes room for `added` more characters behind the slot's text. Null without memory: the slot
-// stays as it is.
-char *grow(char **slot, size_t length, size_t added) {
-    char *grown = static_cast<char *>(realloc(*slot, length + added + 1));
-    if (grown) {
-        *slot = grown;
+// Gives the slot's string room for a text of the given length; a string that is longer loses its
+// end. False without memory: the slot stays as it is.
+bool resize(char **slot, size_t length) {
+    char *const resized = static_cast<char *>(realloc(*slot, length + 1));
+    if (resized) {
+        *slot = resized;
     }
-    return grown;
+    return resized;
 }
 
 // Whether a pointer leads into the text, its NUL included.
@@ -82,7 +82,7 @@ int vc_strcat(char **slot, const char *source) {
     // A source inside the slot's own text moves with it.
     const bool own = !fresh && lies_in(source, *slot, length);
     const size_t offset = own ? static_cast<size_t>(source - *slot) : 0;
-    if (!grow(slot, length, added)) {
+    if (!resize(slot, length + added)) {
         QF_ENOMEM();
         return 0;
     }
@@ -100,7 +100,7 @@ int vc_ccat(char **slot, char character) {
     }
     QF_DEBUG("original string [%s] character to append [%c]", text_or_null(*slot), character);
     const size_t length = *slot ? strlen(*slot) : 0;
-    if (!grow(slot, length, 1)) {
+    if (!resize(slot, length + 1)) {
         QF_ENOMEM();
         return 0;
     }
@@ -217,6 +217,8 @@ int vc_trim(char **slot) {
     if (!**slot) {
         return 1;
     }
+    // The three checks can't fail while the text holds still; they tell of one that changes
+    // meanwhile.
     const char *const first = skip_spaces(*slot);
     if (!first) {
         QF_ERROR("ended up with NULL pointer while walking through [%s]", *slot);
@@ -233,9 +235,7 @@ int vc_trim(char **slot) {
         return 0;
     }
     // On purpose before the copy: without memory for it the text has lost its right end already.
-    if (*first) {
-        (*slot)[end - *slot] = '\0';
-    }
+    (*slot)[end - *slot] = '\0';
     char *const kept = strdup(first);
     if (!kept) {
         QF_ENOMEM();
@@ -255,7 +255,7 @@ int vc_chomp(char **slot) {
     }
     QF_DEBUG("parameter [%s]", *slot);
     const size_t length = strcspn(*slot, "\r\n");
-    if (!grow(slot, length, 0)) {
+    if (!resize(slot, length)) {
         QF_ENOMEM();
         return 0;
     }

@@ -77,20 +77,15 @@ void openlog(const char *ident, int, int) {
 }
 
 int syslog(int priority, const char *format, ...) {
-    if (!format || !source.log) {
+    if (!format || !source.log || source.deregistered) {
         return 0;
     }
     heap_string message(static_cast<char *>(calloc(event_size, 1)));
     if (!message) {
         // Kept on purpose: the log is given back but stays recorded as open, so that all later
         // events are lost silently until openlog opens it again.
-        if (!source.deregistered) {
-            platform::event_log_close(source.log);
-            source.deregistered = true;
-        }
-        return 0;
-    }
-    if (source.deregistered) {
+        platform::event_log_close(source.log);
+        source.deregistered = true;
         return 0;
     }
     va_list arguments;
