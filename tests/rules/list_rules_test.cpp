@@ -1,0 +1,149 @@
+// The rules that look one value of the session up in a list.
+#include <string>
+
+#include "hook_table.h"
+#include "rules.h"
+#include "session.h"
+
+namespace quillfence::testing {
+namespace {
+
+// Puts one hook into every slot that a rule here reads, or into none.
+void install(session_hook hook) {
+    set_hooks(1, nullptr, nullptr, nullptr, hook, hook, nullptr, nullptr, hook, hook, hook, hook,
+              hook, hook, nullptr, nullptr);
+}
+
+// The slots by number, as set_hooks takes them.
+void install_only(int slot, session_hook hook) {
+    const auto at = [&](int number) { return number == slot ? hook : nullptr; };
+    set_hooks(1, at(1), at(2), at(3), at(4), at(5), at(6), at(7), at(8), at(9), at(10), at(11),
+              at(12), at(13), nullptr, nullptr);
+}
+
+int calls;
+smtp_state *asked;
+uint8_t lists_it(smtp_state *state) {
+    ++calls;
+    asked = state;
+    return 1;
+}
+uint8_t lists_nothing(smtp_state *state) {
+    ++calls;
+    asked = state;
+    return 0;
+}
+// Any non-zero answer counts.
+uint8_t answers_seven(smtp_state *) {
+    return 7;
+}
+
+const struct {
+    const char *name;
+    uint8_t (*rule)(smtp_state *);
+    char *smtp_state::*value;
+    int slot;
+    const char *empty_line;
+} cases[] = {
+    {"rule_to_whitelist", rule_to_whitelist, &smtp_state::rcpt_to, 13,
+     "RCPT TO is empty or NULL-nothing to check"},
+    {"rule_from_whitelist", rule_from_whitelist, &smtp_state::mail_from, 4,
+     "MAIL FROM is empty or NULL-nothing to check"},
+    {"rule_ip_whitelist", rule_ip_whitelist, &smtp_state::ip, 10,
+     "IP is empty or NULL-nothing to check"},
+    {"rule_ip_blacklist", rule_ip_blacklist, &smtp_state::ip, 11,
+     "IP is empty or NULL-nothing to check"},
+    {"rule_from_blacklist", rule_from_blacklist, &smtp_state::mail_from, 5,
+     "MAIL FROM is empty or NULL-nothing to check"},
+    {"rule_helo_blacklist", rule_helo_blacklist, &smtp_state::helo, 9,
+     "HELO is empty or NULL-nothing to check"},
+    {"rule_helo_whitelist", rule_helo_whitelist, &smtp_state::helo, 8,
+     "HELO is empty or NULL-nothing to check"},
+    {"rule_country_blacklist", rule_country_blacklist, &smtp_state::ip_country, 12,
+     "Nothing to check as the ip country is NULL or empty"},
+};
+
+using list_rules = traced_test;
+
+TEST_F(list_rules, without_a_session_there_is_an_error_line) {
+    install(lists_it);
+    for (const auto &c : cases) {
+        calls = 0;
+        EXPECT_EQ(c.rule(nullptr), 0) << c.name;
+        EXPECT_EQ(calls, 0) << c.name;
+        EXPECT_EQ(rule_lines(log, c.name), lines{"E Invalid argument"});
+    }
+}
+
+TEST_F(list_rules, without_a_value_there_is_nothing_to_check) {
+    install(lists_it);
+    for (const auto &c : cases) {
+        for (const char *value : {static_cast<const char *>(nullptr), ""}) {
+            session state;
+            session::put(&(state->*c.value), value);
+            calls = 0;
+            EXPECT_EQ(c.rule(state), 0) << c.name;
+            EXPECT_EQ(calls, 0) << c.name;
+            EXPECT_EQ(rule_lines(log, c.name), lines{std::string("D ") + c.empty_line});
+        }
+    }
+}
+
+TEST_F(list_rules, the_hook_decides) {
+    static const struct {
+        session_hook hook;
+        int want;
+    } hooks[] = {{lists_it, 1}, {answers_seven, 1}, {lists_nothing, 0}, {nullptr, 0}};
+    for (const auto &c : cases) {
+        for (const auto &h : hooks) {
+            install_only(c.slot, h.hook);
+            session state;
+            session::put(&(state->*c.value), "192.0.2.77");
+            asked = nullptr;
+            EXPECT_EQ(c.rule(state), h.want) << c.name;
+            if (h.hook == lists_it) {
+                EXPECT_EQ(asked, static_cast<smtp_state *>(state)) << c.name;
+            }
+            EXPECT_EQ(rule_lines(log, c.name), lines{"D checking for entry [192.0.2.77]"});
+        }
+    }
+}
+
+TEST_F(list_rules, every_rule_reads_its_own_slot) {
+    for (const auto &c : cases) {
+        for (int slot = 1; slot <= 13; ++slot) {
+            install_only(slot, lists_it);
+            session state;
+            session::put(&(state->*c.value), "192.0.2.77");
+            EXPECT_EQ(c.rule(state), slot == c.slot) << c.name << " with slot " << slot;
+        }
+    }
+}
+
+// The catch-all country is not looked up; other codes with stars are.
+TEST_F(list_rules, country_codes_of_stars) {
+    static const struct {
+        const char *code;
+        int want;
+        const char *line;
+    } codes[] = {
+        {"**", 0, "D Nothing to check as the ip country is catch-all"},
+        {"*", 1, "D checking for entry [*]"},
+        {"***", 1, "D checking for entry [***]"},
+        {"US", 1, "D checking for entry [US]"},
+    };
+    install_only(12, lists_it);
+    for (const auto &c : codes) {
+        session state;
+        session::put(&state->ip_country, c.code);
+        EXPECT_EQ(rule_country_blacklist(state), c.want) << c.code;
+        EXPECT_EQ(rule_lines(log, "rule_country_blacklist"), lines{c.line});
+    }
+    install(nullptr);
+    session state;
+    session::put(&state->ip_country, "*");
+    EXPECT_EQ(rule_country_blacklist(state), 0);
+}
+
+} // namespace
+} // namespace quillfence::testing
