@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include "errors.h"
+#include "file_steps.h"
 #include "platform/error_numbers.h"
 #include "platform/format.h"
 #include "platform/observer.h"
@@ -171,7 +172,8 @@ uint32_t copy_to(int source, const struct stat &source_facts, const char *to) {
     return error_of_errno(number);
 }
 
-// rename() without replacing, for file systems that can't do it in one step.
+} // namespace
+
 int rename_in_steps(const char *from, const char *to) {
     struct stat found;
     if (lstat(from, &found) != 0) {
@@ -191,6 +193,8 @@ int rename_in_steps(const char *from, const char *to) {
     }
     return rename(from, to);
 }
+
+namespace {
 
 int rename_without_replacing(const char *from, const char *to) {
     if (renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0) {

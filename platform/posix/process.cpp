@@ -136,6 +136,13 @@ uint32_t mutex_create(mutex **created) {
     return error_none;
 }
 
+void mutex_destroy(mutex *unlocked) {
+    if (unlocked) {
+        pthread_mutex_destroy(&unlocked->native);
+        free(unlocked);
+    }
+}
+
 uint32_t mutex_lock(mutex *locked) {
     if (const uint32_t failure = observe_call("mutex_lock", "")) {
         return failure;

@@ -101,6 +101,12 @@ uint32_t mutex_create(mutex **created) {
     return error_unless(*created != nullptr);
 }
 
+void mutex_destroy(mutex *unlocked) {
+    if (unlocked) {
+        CloseHandle(unlocked);
+    }
+}
+
 // A mutex whose owner has ended without unlocking it is locked all the same.
 uint32_t mutex_lock(mutex *locked) {
     if (const uint32_t failure = observe_call("mutex_lock", "")) {

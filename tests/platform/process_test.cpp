@@ -126,6 +126,7 @@ TEST(mutex, keeps_threads_apart) {
     one.join();
     other.join();
     EXPECT_EQ(counter, 2000);
+    mutex_destroy(lock);
 }
 
 TEST(mutex, belongs_to_the_thread_that_locked_it) {
@@ -140,11 +141,13 @@ TEST(mutex, belongs_to_the_thread_that_locked_it) {
     EXPECT_EQ(mutex_unlock(lock), error_none);
     EXPECT_EQ(mutex_unlock(lock), error_none);
     EXPECT_EQ(mutex_unlock(lock), error_not_owner);
+    mutex_destroy(lock);
 }
 
 TEST(mutex, null_is_no_mutex) {
     EXPECT_EQ(mutex_lock(nullptr), error_invalid_handle);
     EXPECT_EQ(mutex_unlock(nullptr), error_invalid_handle);
+    mutex_destroy(nullptr);
 }
 
 std::string observed;
@@ -171,6 +174,7 @@ TEST_F(environment, every_function_can_be_made_to_fail) {
     EXPECT_EQ(mutex_unlock(lock), error_gen_failure);
     set_call_observer(nullptr);
     EXPECT_EQ(other, nullptr);
+    mutex_destroy(lock);
     EXPECT_EQ(observed, "environment_variable(QUILLFENCE_TEST_VARIABLE) "
                         "environment_has(QUILLFENCE_TEST_VARIABLE) hosts_file_path() "
                         "temp_directory() mutex_create() mutex_lock() mutex_unlock() ");

@@ -14,7 +14,8 @@ struct time_of_day {
 // Now. False when the system has no answer.
 bool clock_now(time_of_day *now);
 
-// UTC seconds to the fields of local time. False when it can't be converted.
+// UTC seconds to the fields of local time. False when it can't be converted (on Windows also for
+// times before 1970).
 bool local_time(int64_t seconds, tm *fields);
 // Local time to UTC seconds, as mktime does it: fields are normalised, a negative tm_isdst is
 // looked up. -1 when it can't be converted.

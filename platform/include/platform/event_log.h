@@ -1,6 +1,7 @@
-// The system's event log: the Windows event log, or syslog(3) on Linux. There,
-// QUILLFENCE_EVENT_LOG names a file ("-" is standard error) to which each event is appended as one
-// line "<type> <ident>: <message>" instead, with the type "error", "warning" or "success".
+// The system's event log: the Windows event log, or syslog(3) on Linux (facility mail; success is
+// its level info). There, QUILLFENCE_EVENT_LOG names a file ("-" is standard error) to which each
+// event is appended as one line "<type> <ident>: <message>" instead, with the type "error",
+// "warning" or "success". A line has at most 4094 characters; line ends in it become blanks.
 #pragma once
 
 #include <cstdint>
@@ -15,7 +16,8 @@ struct event_log; // opaque
 event_log *event_log_open(const char *source);
 void event_log_close(event_log *log); // null is accepted
 
-// Reports one event of category 1 with the two strings, in that order.
+// Reports one event of category 1 with the two strings, in that order. Dropped without a word when
+// it can't be, or when a pointer is null.
 void event_log_report(event_log *log, event_type type, uint32_t event_id, const char *ident,
                       const char *message);
 

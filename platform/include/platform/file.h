@@ -1,9 +1,14 @@
-// Files, as the Win32 file API sees them. Functions return 0 or a Win32 error number.
+// Files, as the Win32 file API sees them. Functions return 0 or a Win32 error number: 2 for a
+// missing file, 3 for a missing folder on the way to it (and for a null or empty path), 5 for a
+// folder in a file's place or a right that is missing, 6 for a handle that is not open, 112 for a
+// full disk, 206 for a path that is too long. Results are set on success; on failure a count is 0,
+// a handle invalid, a mapping empty.
 //
 // Paths: on Linux a path that begins with a drive letter and a colon ("c:/quillfence/control") is
 // looked up under the directory named by QUILLFENCE_DRIVE_C (for c:; QUILLFENCE_DRIVE_D for d:
 // and so on), and without that variable as a relative path, literally. Backslashes in such a path
-// count as slashes. Any other path is taken as it is. Only an interrupted call is retried.
+// count as slashes. Any other path is taken as it is. Only an interrupted call is retried. Files
+// are not inherited by programs started from here.
 #pragma once
 
 #include <cstddef>
@@ -25,8 +30,8 @@ enum class disposition : uint8_t {
 
 struct file_options {
     bool write = false; // read and write instead of reading only
-    bool lock = false;  // no other locked or writing open while this one lives (error 32);
-                        // on Linux an advisory lock that excludes other locked opens
+    bool lock = false;  // no other writing open while this one lives (error 32); on Linux an
+                        // advisory lock, which excludes other locked opens alone
     disposition when = disposition::open_existing;
 };
 
@@ -36,25 +41,30 @@ enum class seek_origin : uint8_t { begin = 0, current = 1, end = 2 };
 inline constexpr uint32_t attribute_directory = 16;
 inline constexpr uint32_t attribute_normal = 128;
 
+// A file that is locked by somebody else is not emptied, either.
 uint32_t file_open(const char *path, file_options options, file_handle *opened);
 uint32_t file_close(file_handle file);
 
 // Reads or writes up to size bytes with one system call. *moved receives the count; a read at the
-// end of the file gives 0 bytes and success. A write to a closed pipe fails (109 or 232), without
-// a signal.
+// end of the file gives 0 bytes and success, as does one from a pipe without a writer. A write to
+// a closed pipe or socket fails (109 or 232) without a signal: on Linux SIGPIPE is held back from
+// the writing thread for that one call, and the process's own handling of it stays as it is.
 uint32_t file_read(file_handle file, void *buffer, uint32_t size, uint32_t *moved);
 uint32_t file_write(file_handle file, const void *bytes, uint32_t size, uint32_t *moved);
 
 // A pipe: what is written to one end is read from the other. For tests.
 uint32_t file_pipe(file_handle *reader, file_handle *writer);
 
-// *position (may be null) receives the new offset from the file's beginning.
+// *position (may be null) receives the new offset from the file's beginning, which may lie behind
+// its end. Before its beginning: error 131, and the position stays.
 uint32_t file_seek(file_handle file, int64_t offset, seek_origin origin, int64_t *position);
 uint32_t file_size(file_handle file, uint64_t *size);
 uint32_t file_truncate(file_handle file); // at the current position
-uint32_t file_sync(file_handle file);     // to stable storage
+uint32_t file_sync(file_handle file);     // to stable storage; needs a file open for writing
 
-// A file mapped for reading. Null and size 0 for an empty file.
+// A file mapped for reading. Null and size 0 for an empty file. The mapping outlives the handle.
+// Bytes that another process cuts off a mapped file can't be read any more, and trying to ends the
+// process: map only files that are replaced as a whole, or that nobody else shortens.
 struct file_mapping {
     const unsigned char *bytes;
     uint64_t size;
@@ -62,8 +72,11 @@ struct file_mapping {
 uint32_t file_map(file_handle file, file_mapping *mapping);
 void file_unmap(file_mapping *mapping);
 
+// One of the two attribute bits. A link is what it points to.
 uint32_t path_attributes(const char *path, uint32_t *attributes);
-uint32_t path_copy(const char *source, const char *destination); // overwrites; onto itself: 32
+// A copy onto the same file, whatever its other name (a hard link, a link, another spelling), fails
+// with 32 and leaves it alone. On Linux a copy that fails halfway is removed.
+uint32_t path_copy(const char *source, const char *destination); // overwrites
 uint32_t path_rename(const char *from, const char *to);          // 183 when `to` exists
 uint32_t path_replace(const char *from, const char *to);         // atomic, `to` may exist
 uint32_t path_delete(const char *path);                          // a file
@@ -72,7 +85,8 @@ uint32_t path_delete(const char *path);                          // a file
 // when it does not fit).
 uint32_t path_native(const char *path, char *buffer, size_t size);
 
-// The standard library's buffered stream on such a path; null with errno set on failure.
+// The standard library's buffered stream on such a path; null with errno set on failure. The mode
+// is fopen's, and always binary.
 FILE *stream_open(const char *path, const char *mode);
 // Flushes the stream and cuts its file to size bytes; 0 or an errno value.
 int stream_truncate(FILE *stream, int64_t size);

@@ -18,11 +18,20 @@ net_status net_prepare_pton(int *error);
 net_status net_prepare_ntop(int *error);
 
 // After the preparation. Text to binary (4 or 16 bytes, network order): true when it converts.
+// Both systems take the same texts: IPv4 is a dotted quad of decimal numbers without leading
+// zeros; IPv6 groups have at most four digits, and a quad at the end is such a one. No scope, port
+// or prefix length. Other families do not convert.
 bool net_pton(int family, const char *text, void *binary);
-// Binary to text; null when the text does not fit into size bytes.
+// Binary to text; null when the text does not fit into size bytes. IPv6 text is written by the
+// seam's own code on both systems, in the form in which Windows writes it:
+//   lower case, no leading zeros; the longest run of two or more zero groups is "::", the first
+//   one on a tie;
+//   the last four bytes are a dotted quad behind ::, ::ffff: and ::ffff:0: when the last group but
+//   one is not zero ("::1" is no quad), and behind 0:5efe: and 200:5efe: always.
 const char *net_ntop(int family, const void *binary, char *text, size_t size);
 
-// The platform's inet_addr: network byte order, all ones for a text that it does not take.
+// The platform's inet_addr: network byte order, all ones for a text that it does not take. It
+// takes more than net_pton does: fewer than four numbers, octal and hexadecimal ones.
 uint32_t net_inet_addr(const char *text);
 
 // Replaces the two preparations for tests; null restores them.

@@ -20,6 +20,7 @@
 #include "platform/file.h"
 #include "platform/process.h"
 #include "posix/errors.h"
+#include "posix/file_steps.h"
 
 namespace quillfence::platform {
 namespace {
@@ -239,7 +240,32 @@ TEST_F(linux_file, names_that_differ_in_case_alone_keep_one_order) {
     EXPECT_EQ(found, ". .. A a AA aA aa B b ");
 }
 
-// Fails with 109 or 232 twice in a row, and leaves the thread's signals as they were.
+TEST_F(linux_file, rename_where_the_file_system_cannot_refuse) {
+    drive.write("c:/quillfence/a", "a");
+    drive.write("c:/quillfence/b", "b");
+    drive.make_folder("c:/quillfence/folder");
+    const auto rename_native = [&](const std::string &from, const std::string &to) {
+        errno = 0;
+        return rename_in_steps(drive.native("c:/quillfence/" + from).c_str(),
+                               drive.native("c:/quillfence/" + to).c_str());
+    };
+    EXPECT_EQ(rename_native("a", "b"), -1);
+    EXPECT_EQ(errno, EEXIST);
+    EXPECT_EQ(rename_native("folder", "b"), -1);
+    EXPECT_EQ(errno, EEXIST);
+    EXPECT_EQ(rename_native("missing", "c"), -1);
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(rename_native("a", "missing/c"), -1);
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(drive.read("c:/quillfence/a") + drive.read("c:/quillfence/b"), "ab");
+    EXPECT_EQ(rename_native("a", "c"), 0);
+    EXPECT_FALSE(drive.exists("c:/quillfence/a"));
+    EXPECT_EQ(drive.read("c:/quillfence/c"), "a");
+    EXPECT_EQ(rename_native("folder", "other"), 0);
+    EXPECT_TRUE(drive.exists("c:/quillfence/other"));
+}
+
+// Fails with 232 twice in a row, and leaves the thread's signals as they were.
 void expect_closed(file_handle writer) {
     for (int attempt = 0; attempt < 2; ++attempt) {
         uint32_t moved = 12345;
