@@ -753,6 +753,8 @@ TEST_F(vc_json_test, paths) {
         {root.get(), "NAME", "(none)"},
         {root.get(), "list[3]", "(none)"},
         {root.get(), "list[4294967295]", "(none)"},
+        {root.get(), "list[4294967296]", "(none)"},
+        {root.get(), "list[18446744073709551616]", "(none)"},
         {root.get(), "list[99999999999999999999]", "(none)"},
         {root.get(), "name/x", "(none)"},
         {root.get(), "name[0]", "(none)"},
