@@ -29,6 +29,18 @@
 // All this is on purpose, the differences between the forms too. An operand that has matched
 // without consuming counts as failed when one of these loops comes back to it.
 //
+// Four shortcuts keep this fast; none changes a result or an ERROR line, apart from the number of
+// steps. The comparison with a matcher that has none of them (tests/matching/slow_matcher.cpp)
+// covers them all, on damaged node arrays too.
+//   - A repetition in the root's own sequence whose rest has completed has seen the whole of what
+//     follows: the answer is taken (`settled`) instead of being worked out again. Rests that are
+//     only asked for from inside a group or another operand decide nothing; they run in the place
+//     `looked_at` instead of `root`.
+//   - Where a ".*" in the root's sequence has failed, it fails at every later position, unless the
+//     recursion was nearer its limit then (`failures`).
+//   - A ".*" before a literal goes from one such character to the next.
+//   - A node is checked by one inline function that only finds out whether something is wrong.
+//
 // Node arrays may come from a damaged file. Every node is checked when it is used, and what links
 // can form beyond that is bounded: a walk along one chain by the node count, recursion by the node
 // count plus 16 (a sound expression only ever goes forward), all else by a number of steps. What
@@ -58,6 +70,14 @@ struct place {
     int32_t group_depth;
 };
 
+// A ".*" of the root's sequence that has failed: it can't match from there on.
+struct failure {
+    const TRexNode *node;
+    const char *from;
+    int32_t depth_left;
+};
+constexpr size_t max_failures = 8;
+
 struct matcher {
     TRex *expression;
     const TRexNode *nodes;
@@ -68,6 +88,12 @@ struct matcher {
     int32_t depth_left;
     const char *begin;
     const char *end;
+    place root;          // of the nodes in the root group
+    place looked_at;     // the same for a chain that somebody only looks ahead at
+    const char *settled; // where the root's sequence ends, once that is known
+    bool settled_ended;  // and its `ended`
+    failure failures[max_failures];
+    size_t failure_count;
 };
 
 const char *match_chain(matcher *m, int32_t first, const char *at, const place *in, bool *ended);
@@ -223,7 +249,9 @@ const TRexNode *use_node(matcher *m, int32_t index, const char *function) {
     }
     --m->steps_left;
     const TRexNode *node = &m->nodes[index];
-    if (!__trex_node_is_valid(m->expression, node)) {
+    const fault found = node_fault(node, m->count);
+    if (found != fault::no_fault) {
+        report_fault(found, node, m->count);
         m->broken = true;
         return nullptr;
     }
@@ -351,9 +379,12 @@ const char *match_boundary(const matcher *m, const TRexNode *node, const char *a
 
 // The place of the operand of a repetition, or of the body of a group that is one level deeper:
 // what follows the node follows them.
-place inside(const TRexNode *node, const place *in, int32_t levels) {
+place inside(const matcher *m, const TRexNode *node, const place *in, int32_t levels) {
     const int32_t depth = in->group_depth + levels;
-    return node->next >= 0 ? place{node->next, in, depth} : place{in->follow, in->around, depth};
+    if (node->next < 0) {
+        return {in->follow, in->around, depth};
+    }
+    return {node->next, in == &m->root ? &m->looked_at : in, depth};
 }
 
 void note_group(matcher *m, const TRexNode *node, const char *from, const char *to) {
@@ -369,7 +400,7 @@ void note_group(matcher *m, const TRexNode *node, const char *from, const char *
 }
 
 const char *match_group(matcher *m, const TRexNode *node, const char *at, const place *in) {
-    const place body = inside(node, in, 1);
+    const place body = inside(m, node, in, 1);
     bool ended;
     const char *to = match_chain(m, node->left, at, &body, &ended);
     if (node->type == trex_op_expr) {
@@ -399,6 +430,69 @@ const char *match_or(matcher *m, const TRexNode *node, const char *at, const pla
     return cycle(m, "__trex_matchnode");
 }
 
+bool stands_at_root(const matcher *m, const place *in) {
+    return in == &m->root || in == &m->looked_at;
+}
+
+bool has_failed(const matcher *m, const TRexNode *node, const char *at) {
+    for (size_t i = 0; i < m->failure_count; ++i) {
+        const failure &f = m->failures[i];
+        if (f.node == node) {
+            return at >= f.from && m->depth_left >= f.depth_left;
+        }
+    }
+    return false;
+}
+
+// Remembers a failure that says more than what is known.
+void note_failure(matcher *m, const TRexNode *node, const char *at) {
+    size_t i = 0;
+    while (i < m->failure_count && m->failures[i].node != node) {
+        ++i;
+    }
+    if (i == max_failures) {
+        return;
+    }
+    if (i == m->failure_count) {
+        ++m->failure_count;
+    } else if (at >= m->failures[i].from) {
+        return;
+    }
+    m->failures[i] = {node, at, m->depth_left};
+}
+
+bool is_literal(const TRexNode *node) {
+    return node->type < trex_op_greedy;
+}
+
+// The next place from `at` where a literal has its character; null when there is none.
+const char *find_literal(matcher *m, const TRexNode *literal, const char *at) {
+    for (; at < m->end; ++at) {
+        if (takes_character(m, literal, *at)) {
+            return at;
+        }
+        m->steps_left -= m->steps_left > 0;
+    }
+    return nullptr;
+}
+
+// The first position from `at` where the chain matches through to an end node.
+const char *match_somewhere(matcher *m, int32_t first, const char *at, const place *in,
+                            bool *ended) {
+    const TRexNode *behind = &m->nodes[first]; // has been checked
+    for (; at && at <= m->end && !m->broken; ++at) {
+        if (is_literal(behind) && !(at = find_literal(m, behind, at))) {
+            break;
+        }
+        const char *to = match_chain(m, first, at, in, ended);
+        if (to && *ended) {
+            return to;
+        }
+    }
+    *ended = false;
+    return nullptr;
+}
+
 // ".*": *ended tells whether it reached an end node, rather than the end of its sequence.
 const char *match_any_sequence(matcher *m, const TRexNode *node, const char *at, const place *in,
                                bool *ended) {
@@ -424,21 +518,24 @@ const char *match_any_sequence(matcher *m, const TRexNode *node, const char *at,
     if (next < 0) {
         return m->end;
     }
-    for (; at <= m->end && !m->broken; ++at) {
-        const char *to = match_chain(m, next, at, in, ended);
-        if (to && *ended) {
-            return to;
-        }
+    const bool at_root = stands_at_root(m, in);
+    if (at_root && has_failed(m, node, at)) {
+        return nullptr;
     }
-    *ended = false;
-    return nullptr;
+    const char *to = match_somewhere(m, next, at, in, ended);
+    if (!to && at_root && !m->broken) {
+        note_failure(m, node, at);
+    }
+    return to;
 }
 
 // --- Repetitions --------------------------------------------------------------------------------
 
 struct repetition {
     const TRexNode *node;
-    place operand; // its follow is the rest
+    place operand;     // its follow is the rest
+    const place *rest; // where the rest stands
+    bool decides;      // when the rest completes, so does the root's sequence
 };
 
 const char *__trex_matchnode(matcher *m, const TRexNode *node, const char *at, const place *in);
@@ -452,14 +549,20 @@ bool has_rest(const repetition *r) {
     return r->operand.follow >= 0;
 }
 
-bool rest_completes(matcher *m, const repetition *r, const char *at) {
+bool rest_completes(matcher *m, const repetition *r, const char *at, bool with_end) {
     bool ended;
-    return match_chain(m, r->operand.follow, at, r->operand.around, &ended);
-}
-
-bool rest_completes_at_end(matcher *m, const repetition *r, const char *at) {
-    bool ended = false;
-    return has_rest(r) && match_chain(m, r->operand.follow, at, r->operand.around, &ended) && ended;
+    if (with_end && !has_rest(r)) {
+        return false;
+    }
+    const char *to = match_chain(m, r->operand.follow, at, r->rest, &ended);
+    if (!to || (with_end && !ended)) {
+        return false;
+    }
+    if (r->decides) {
+        m->settled = to;
+        m->settled_ended = ended;
+    }
+    return true;
 }
 
 // * and +. They differ at the subject's end and when a later operand fails: there * fails where +
@@ -470,7 +573,7 @@ const char *match_unbounded(matcher *m, const repetition *r, const char *from, b
         return plus || m->broken ? nullptr : from;
     }
     for (;;) {
-        if (rest_completes_at_end(m, r, at)) {
+        if (rest_completes(m, r, at, true)) {
             return at;
         }
         if (m->broken) {
@@ -493,7 +596,7 @@ const char *match_optional(matcher *m, const repetition *r, const char *from) {
     if (!at) {
         return from;
     }
-    if (!has_rest(r) || rest_completes(m, r, at)) {
+    if (!has_rest(r) || rest_completes(m, r, at, false)) {
         return at;
     }
     return m->broken ? nullptr : from;
@@ -535,7 +638,7 @@ const char *match_bounded(matcher *m, const repetition *r, const char *at, int32
         return match_all(m, r, at);
     }
     for (int32_t count = minimum; count <= maximum; ++count) {
-        if (rest_completes(m, r, at)) {
+        if (rest_completes(m, r, at, false)) {
             return at;
         }
         const char *to = m->broken ? nullptr : match_operand(m, r, at);
@@ -548,7 +651,9 @@ const char *match_bounded(matcher *m, const repetition *r, const char *at, int32
 }
 
 const char *match_greedy(matcher *m, const TRexNode *node, const char *at, const place *in) {
-    const repetition r = {node, inside(node, in, 0)};
+    const bool decides = in == &m->root && node->next >= 0;
+    repetition r = {node, inside(m, node, in, 0), nullptr, decides};
+    r.rest = decides ? in : r.operand.around;
     const int32_t minimum = minimum_of(node);
     const int32_t maximum = maximum_of(node);
     if (minimum <= 1 && maximum == trex_unbounded) {
@@ -641,10 +746,33 @@ const char *match_chain(matcher *m, int32_t first, const char *at, const place *
         if (!at) {
             return nullptr;
         }
+        if (m->settled) {
+            at = m->settled;
+            m->settled = nullptr;
+            *ended = m->settled_ended;
+            return at;
+        }
         *ended = node->type == trex_op_eol;
         index = node->next;
     }
     return at;
+}
+
+// A group at the root, whose sequence is the one that repetitions can settle. What would follow
+// the root is nothing to the match, but a repetition at the end looks at it.
+const char *match_root(matcher *m, const TRexNode *root) {
+    const place alone = {none, nullptr, 0};
+    if (root->type != trex_op_expr && root->type != trex_op_nocapexpr) {
+        return __trex_matchnode(m, root, m->begin, &alone);
+    }
+    m->root = m->looked_at = inside(m, root, &alone, 1);
+    --m->depth_left;
+    bool ended;
+    const char *to = match_chain(m, root->left, m->begin, &m->root, &ended);
+    if (root->type == trex_op_expr) {
+        note_group(m, root, m->begin, to);
+    }
+    return to;
 }
 
 } // namespace
@@ -671,20 +799,20 @@ int __trex_match_span(TRex *expression, const char *begin, const char *end) {
     expression->eol = end;
     expression->currsubexp = 0;
     const int32_t count = expression->nallocated;
-    matcher m = {
-        .expression = expression,
-        .nodes = expression->nodes,
-        .count = count,
-        .fold = expression->case_flag == trex_fold_case,
-        .broken = false,
-        .steps_left = max_steps,
-        .depth_left = (count < max_stored_nodes ? count : max_stored_nodes) + spare_depth,
-        .begin = begin,
-        .end = end,
-    };
-    const place alone = {none, nullptr, 0};
+    matcher m; // filled by hand: nothing here needs clearing more than it says
+    m.expression = expression;
+    m.nodes = expression->nodes;
+    m.count = count;
+    m.fold = expression->case_flag == trex_fold_case;
+    m.broken = false;
+    m.steps_left = max_steps;
+    m.depth_left = (count < max_stored_nodes ? count : max_stored_nodes) + spare_depth;
+    m.begin = begin;
+    m.end = end;
+    m.settled = nullptr;
+    m.failure_count = 0;
     const TRexNode *root = use_node(&m, 0, "__trex_matchnode");
-    return root && __trex_matchnode(&m, root, begin, &alone) == end && !m.broken;
+    return root && match_root(&m, root) == end && !m.broken;
 }
 
 int trex_match(TRex *expression, const char *subject) {

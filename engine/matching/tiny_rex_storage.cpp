@@ -1,5 +1,6 @@
 #include "tiny_rex_storage.h"
 
+#include <bit>
 #include <memory>
 
 #include "byte_cursor.h"
@@ -15,6 +16,7 @@ static constexpr char module_name[] = "tiny_rex_storage";
 namespace {
 
 constexpr size_t node_size = 16;
+static_assert(sizeof(TRexNode) == node_size);
 
 struct stream_closer {
     void operator()(FILE *stream) const {
@@ -191,16 +193,102 @@ int trs_next(FILE *stream, TRex *expression) {
     return 1;
 }
 
-static int any_block_matches(FILE *stream, TRex *expression, const char *text) {
-    while (!::feof(stream) && !::ferror(stream)) {
-        drop_nodes(expression);
-        *expression = {};
-        if (trs_next(stream, expression) && trex_match(expression, text)) {
-            return 1;
+namespace {
+
+// A piece of the file in memory, larger than any block. Its bytes are a whole number of integers
+// away from the start of the file, so that the nodes in it are aligned.
+struct window {
+    FILE *stream;
+    size_t used;
+    size_t filled;
+    alignas(TRexNode) unsigned char bytes[96 * 1024];
+};
+
+// Moves what is left to the front and fills up behind it.
+void refill(window *w) {
+    w->filled -= w->used;
+    ::memmove(w->bytes, w->bytes + w->used, w->filled);
+    w->used = 0;
+    w->filled += ::fread(w->bytes + w->filled, 1, sizeof w->bytes - w->filled, w->stream);
+}
+
+bool holds(window *w, size_t size) {
+    if (w->filled - w->used < size) {
+        refill(w);
+    }
+    return w->filled - w->used >= size;
+}
+
+// The nodes of a block, where they are. Their integers become the host's, in place.
+TRexNode *nodes_in_place(unsigned char *bytes, int32_t count) {
+    auto *nodes = reinterpret_cast<TRexNode *>(bytes);
+    if constexpr (std::endian::native != std::endian::little) {
+        for (int32_t i = 0; i < count; ++i) {
+            nodes[i] = node_from_bytes(bytes + static_cast<size_t>(i) * node_size);
         }
     }
-    return 0;
+    return nodes;
 }
+
+// Lends the next block to the record; false when it is not a whole block of a sane size.
+bool lend_block(window *w, TRex *expression) {
+    if (!holds(w, sizeof(int32_t))) {
+        return false;
+    }
+    const auto count = static_cast<int32_t>(load_le32(w->bytes + w->used));
+    if (count <= 0 || count > trs_max_nodes) {
+        return false;
+    }
+    const size_t size = sizeof count + static_cast<size_t>(count) * node_size;
+    if (!holds(w, size)) {
+        return false;
+    }
+    *expression = {};
+    expression->nallocated = count;
+    expression->nodes = nodes_in_place(w->bytes + w->used + sizeof count, count);
+    w->used += size;
+    return true;
+}
+
+// Gives the bytes that are not used back to the stream.
+bool back_to_stream(window *w) {
+    const auto left = static_cast<long>(w->filled - w->used);
+    w->used = w->filled = 0;
+    return ::fseek(w->stream, -left, SEEK_CUR) == 0;
+}
+
+// Reads the next block, which the window could not lend, the long way, with every line that this
+// may need. Reading goes on where it stops.
+bool matches_long_way(window *w, const char *text) {
+    TRex expression = {};
+    const bool matched = trs_next(w->stream, &expression) && trex_match(&expression, text);
+    drop_nodes(&expression);
+    return matched;
+}
+
+bool any_block_matches(window *w, const char *text) {
+    const char *const end = text + ::strlen(text);
+    TRex expression;
+    for (;;) {
+        while (lend_block(w, &expression)) {
+            QF_DEBUG_AS("trs_next", "read nallocated value of %d", expression.nallocated);
+            if (__trex_match_span(&expression, text, end)) {
+                return true;
+            }
+        }
+        if (!back_to_stream(w)) {
+            return false;
+        }
+        if (matches_long_way(w, text)) {
+            return true;
+        }
+        if (::feof(w->stream) || ::ferror(w->stream)) {
+            return false;
+        }
+    }
+}
+
+} // namespace
 
 int compiled_regex_match(const char *path, const char *text) {
     if (!text || is_empty(path)) {
@@ -215,14 +303,14 @@ int compiled_regex_match(const char *path, const char *text) {
         QF_ERROR("file [%s] is not a valid vellumcraft generated regex file", path);
         return 0;
     }
-    TRex *expression = static_cast<TRex *>(::calloc(1, sizeof(TRex)));
-    if (!expression) {
+    const heap_ptr<window> w(static_cast<window *>(::malloc(sizeof(window))));
+    if (!w) {
         QF_ENOMEM();
         return 0;
     }
-    const int matched = any_block_matches(stream.get(), expression, text);
-    trex_free(expression);
-    return matched;
+    w->stream = stream.get();
+    w->used = w->filled = 0;
+    return any_block_matches(w.get(), text);
 }
 
 } // namespace quillfence
