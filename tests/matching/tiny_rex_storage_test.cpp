@@ -8,6 +8,7 @@
 #include "drive_c.h"
 #include "platform/file.h"
 #include "platform/observer.h"
+#include "slow_matcher.h"
 
 namespace quillfence {
 namespace {
@@ -68,6 +69,11 @@ class tiny_rex_storage : public drive_test {
 };
 class tiny_rex_storage_traced : public traced_drive_test {};
 
+// A record that holds nothing yet.
+expression_ptr empty_record() {
+    return expression_ptr(static_cast<TRex *>(std::calloc(1, sizeof(TRex))));
+}
+
 TEST_F(tiny_rex_storage, missing_arguments) {
     EXPECT_EQ(compiled_regex_match(nullptr, "a"), 0);
     EXPECT_EQ(compiled_regex_match("", "a"), 0);
@@ -116,7 +122,7 @@ TEST_F(tiny_rex_storage, what_is_written_is_read_back) {
     EXPECT_EQ(trs_valid_file(stream.get()), 1);
     EXPECT_EQ(std::ftell(stream.get()), 4);
 
-    const expression_ptr expression(static_cast<TRex *>(std::calloc(1, sizeof(TRex))));
+    const expression_ptr expression = empty_record();
     EXPECT_EQ(trs_next(stream.get(), expression.get()), 1);
     EXPECT_EQ(trex_match(expression.get(), "A"), 1);
     EXPECT_EQ(trs_next(stream.get(), expression.get()), 1); // replaces the first
@@ -124,6 +130,331 @@ TEST_F(tiny_rex_storage, what_is_written_is_read_back) {
     EXPECT_EQ(trex_match(expression.get(), "a"), 0);
     EXPECT_EQ(trs_next(stream.get(), expression.get()), 0);
     EXPECT_EQ(compiled_regex_match(path, "xyz"), 1);
+}
+
+TEST_F(tiny_rex_storage, stored_bytes_are_little_endian_nodes_in_index_order) {
+    drive.write(path, "");
+    const stream_ptr stream(platform::stream_open(path, "r+b"));
+    TRexNode nodes[] = {{258, 1, 0, -1}, {0x01020304, -2, 0x7FFFFFFF, 5}, {9, 9, 9, 9}};
+    TRex expression = {};
+    expression.nodes = nodes;
+    expression.nallocated = 3;
+    expression.nsize = 2; // what is allocated beyond that is not written
+    EXPECT_EQ(trs_set_header(stream.get()), 1);
+    EXPECT_EQ(trs_store(stream.get(), &expression), 1);
+    std::fflush(stream.get());
+    const std::string want("\xB9\xEB\x00\x00"
+                           "\x02\x00\x00\x00"
+                           "\x02\x01\x00\x00\x01\x00\x00\x00\x00\x00\x00\x00\xFF\xFF\xFF\xFF"
+                           "\x04\x03\x02\x01\xFE\xFF\xFF\xFF\xFF\xFF\xFF\x7F\x05\x00\x00\x00",
+                           40);
+    EXPECT_EQ(drive.read(path), want);
+}
+
+// --- Messages of the stream operations ----------------------------------------------------------
+
+TEST_F(tiny_rex_storage, stream_operations_refuse_what_is_missing) {
+    drive.write(path, header);
+    const stream_ptr stream(platform::stream_open(path, "r+b"));
+    const expression_ptr expression(trex_compile_ex("a", trex_fold_case));
+    EXPECT_EQ(trs_valid_file(nullptr), 0);
+    EXPECT_EQ(trs_set_header(nullptr), 0);
+    EXPECT_EQ(trs_store(nullptr, expression.get()), 0);
+    EXPECT_EQ(trs_store(stream.get(), nullptr), 0);
+    TRex unused = {};
+    unused.nodes = expression->nodes;
+    EXPECT_EQ(trs_store(stream.get(), &unused), 0);
+    TRex without_nodes = {};
+    without_nodes.nsize = 1;
+    EXPECT_EQ(trs_store(stream.get(), &without_nodes), 0);
+    EXPECT_EQ(trs_next(nullptr, expression.get()), 0);
+    EXPECT_EQ(trs_next(stream.get(), nullptr), 0);
+    EXPECT_EQ(log.errors(), (lines{
+                                "trs_valid_file: Invalid argument",
+                                "trs_set_header: Invalid argument",
+                                "trs_store: Invalid argument",
+                                "trs_store: Invalid argument",
+                                "trs_store: Invalid argument",
+                                "trs_store: Invalid argument",
+                                "trs_next: Invalid argument",
+                                "trs_next: Invalid argument",
+                            }));
+    EXPECT_EQ(drive.read(path), header);
+}
+
+TEST_F(tiny_rex_storage, a_stream_at_its_end_has_no_next_block) {
+    drive.write(path, header);
+    const stream_ptr stream(platform::stream_open(path, "rb"));
+    EXPECT_EQ(trs_valid_file(stream.get()), 1);
+    const expression_ptr expression = empty_record();
+    EXPECT_EQ(trs_next(stream.get(), expression.get()), 0); // finds the end, silently
+    EXPECT_EQ(trs_next(stream.get(), expression.get()), 0);
+    EXPECT_EQ(log.errors(), lines{"trs_next: Invalid argument"});
+}
+
+TEST_F(tiny_rex_storage, a_header_that_is_cut_short) {
+    drive.write(path, header.substr(0, 3));
+    const stream_ptr stream(platform::stream_open(path, "rb"));
+    EXPECT_EQ(trs_valid_file(stream.get()), 0);
+    EXPECT_EQ(log.errors(),
+              lines{std::string("trs_valid_file: failed to read header bit: ") + strerror(0)});
+}
+
+TEST_F(tiny_rex_storage, a_stream_that_can_not_be_read) {
+    drive.write(path, header);
+    const stream_ptr stream(platform::stream_open(path, "ab"));
+    const expression_ptr expression = empty_record();
+    EXPECT_EQ(trs_next(stream.get(), expression.get()), 0);
+    EXPECT_EQ(log.errors(),
+              (lines{
+                  std::string("trs_next: Error reading node block size: ") + strerror(EBADF),
+                  "trs_next: nallocated is 0",
+                  "trs_next: bytes read is 0",
+              }));
+}
+
+TEST_F(tiny_rex_storage, a_stream_that_can_not_be_written) {
+    drive.write(path, header);
+    const stream_ptr stream(platform::stream_open(path, "rb"));
+    const expression_ptr expression(trex_compile_ex("a", trex_fold_case));
+    EXPECT_EQ(trs_store(stream.get(), expression.get()), 0);
+    EXPECT_EQ(log.errors(),
+              lines{std::string("trs_store: Error writing node block size: ") + strerror(EBADF)});
+}
+
+TEST_F(tiny_rex_storage, a_file_that_can_not_be_cut) {
+    drive.write(path, "old");
+    const stream_ptr stream(platform::stream_open(path, "r+b"));
+    platform::set_call_observer([](const char *call, const char *) -> uint32_t {
+        return std::strcmp(call, "stream_truncate") ? 0 : 5; // access denied
+    });
+    EXPECT_EQ(trs_set_header(stream.get()), 0);
+    platform::set_call_observer(nullptr);
+    EXPECT_EQ(log.errors(),
+              lines{std::string("trs_set_header: failed to truncate file: ") + strerror(EACCES)});
+    EXPECT_EQ(drive.read(path), "old");
+}
+
+TEST_F(tiny_rex_storage, more_nodes_than_a_block_may_hold) {
+    drive.write(path, "");
+    const stream_ptr stream(platform::stream_open(path, "r+b"));
+    std::vector<TRexNode> nodes(4096, TRexNode{'a', -1, -1, -1});
+    TRex expression = {};
+    expression.nodes = nodes.data();
+    expression.nallocated = expression.nsize = 4096;
+    EXPECT_EQ(trs_store(stream.get(), &expression), 0);
+    EXPECT_EQ(log.errors(),
+              lines{"trs_store: allocation 4096 size exceeds maximum sane boundaries"});
+    expression.nsize = 4095;
+    EXPECT_EQ(trs_store(stream.get(), &expression), 1);
+    std::fflush(stream.get());
+    EXPECT_EQ(drive.read(path).size(), 4u + 16 * 4095);
+}
+
+TEST_F(tiny_rex_storage, block_counts_out_of_range_are_refused_and_reading_goes_on) {
+    static const struct {
+        int64_t count;
+        const char *line;
+    } cases[] = {
+        {0, "trs_next: node count size of zero read: invalid regex"},
+        {4096, "trs_next: block size 65536 exceeds sane boundaries"},
+        {0x7FFFFFFF, "trs_next: block size -16 exceeds sane boundaries"},
+        {-1, "trs_next: block size -16 exceeds sane boundaries"},
+        {0x10000001, "trs_next: block size 16 exceeds sane boundaries"}, // in 32 bits
+        {0x10000000, "trs_next: block size 0 exceeds sane boundaries"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.count);
+        EXPECT_EQ(answers(header + le32(c.count) + letter_block('b')), "-b-");
+        EXPECT_EQ(log.errors(), lines(3, c.line));
+        // Not looked at when an earlier block matches.
+        EXPECT_EQ(answers(header + letter_block('a') + le32(c.count)), "a--");
+        EXPECT_EQ(log.errors(), lines(2, c.line));
+        // The same from a stream; the record is left without nodes.
+        drive.write(path, header + letter_block('a') + le32(c.count) + letter_block('b'));
+        const stream_ptr stream(platform::stream_open(path, "rb"));
+        const expression_ptr expression = empty_record();
+        EXPECT_EQ(trs_valid_file(stream.get()), 1);
+        EXPECT_EQ(trs_next(stream.get(), expression.get()), 1);
+        EXPECT_EQ(trs_next(stream.get(), expression.get()), 0);
+        EXPECT_EQ(expression->nodes, nullptr);
+        EXPECT_EQ(log.errors(), lines{c.line});
+        EXPECT_EQ(trs_next(stream.get(), expression.get()), 1);
+        EXPECT_EQ(trex_match(expression.get(), "b"), 1);
+    }
+}
+
+TEST_F(tiny_rex_storage, the_largest_block) {
+    std::string block = le32(4095) + node(258, 1, 0) + node(267, -1, -1, 2);
+    for (int i = 2; i < 4094; ++i) {
+        block += node('a', -1, -1, i + 1);
+    }
+    block += node(266);
+    drive.write(path, header + block + letter_block('b') + block + letter_block('c'));
+    EXPECT_EQ(compiled_regex_match(path, std::string(4092, 'a').c_str()), 1);
+    EXPECT_EQ(compiled_regex_match(path, std::string(4091, 'a').c_str()), 0);
+    EXPECT_EQ(compiled_regex_match(path, "b"), 1);
+    EXPECT_EQ(compiled_regex_match(path, "c"), 1);
+}
+
+TEST_F(tiny_rex_storage, a_file_of_many_blocks) {
+    std::string bytes = header;
+    for (int i = 0; i < 5000; ++i) {
+        bytes += letter_block('a') + (i % 100 == 99 ? le32(0) : "");
+    }
+    EXPECT_EQ(answers(bytes + letter_block('c')), "a-c");
+    // b and c go past every zero count, a past none.
+    EXPECT_EQ(log.errors(), lines(100, "trs_next: node count size of zero read: invalid regex"));
+}
+
+TEST_F(tiny_rex_storage_traced, debug_lines) {
+    drive.write(path, header + letter_block('a'));
+    const auto of_this_module = [this] {
+        lines texts;
+        for (const testing::log_line &line : log.take()) {
+            if (line.source == "tiny_rex_storage") {
+                texts.push_back(line.function + ": " + line.message);
+            }
+        }
+        return texts;
+    };
+    EXPECT_EQ(compiled_regex_match(path, "a"), 1);
+    EXPECT_EQ(of_this_module(), lines{"trs_next: read nallocated value of 4"});
+    EXPECT_EQ(compiled_regex_match(path, "b"), 0);
+    const lines to_the_end = {"trs_next: read nallocated value of 4",
+                              "trs_next: end of file. terminating"};
+    EXPECT_EQ(of_this_module(), to_the_end);
+
+    const stream_ptr stream(platform::stream_open(path, "r+b"));
+    const expression_ptr expression = empty_record();
+    EXPECT_EQ(trs_valid_file(stream.get()), 1);
+    EXPECT_EQ(trs_next(stream.get(), expression.get()), 1);
+    EXPECT_EQ(trs_next(stream.get(), expression.get()), 0);
+    EXPECT_EQ(of_this_module(), to_the_end);
+    const expression_ptr stored(trex_compile_ex("^a$", trex_fold_case));
+    EXPECT_EQ(trs_set_header(stream.get()), 1);
+    EXPECT_EQ(trs_store(stream.get(), stored.get()), 1);
+    EXPECT_EQ(of_this_module(), lines{"trs_store: writing out nsize 4 for node block size"});
+}
+
+// --- Damaged files ------------------------------------------------------------------------------
+
+// What a lookup must answer and write, worked out from the bytes alone.
+struct outcome {
+    int answer = 0;
+    lines errors;
+    bool endless = false;
+};
+
+int64_t integer_at(const std::string &bytes, size_t at) {
+    uint32_t value = 0;
+    for (size_t i = 4; i-- > 0;) {
+        value = value << 8 | static_cast<unsigned char>(bytes[at + i]);
+    }
+    return static_cast<int32_t>(value);
+}
+
+outcome expected_of(const std::string &bytes, const std::string &name) {
+    outcome want;
+    if (bytes.size() < 4) {
+        want.errors = {std::string("trs_valid_file: failed to read header bit: ") + strerror(0),
+                       not_valid};
+        return want;
+    }
+    if (bytes.substr(0, 4) != header) {
+        want.errors = {not_valid};
+        return want;
+    }
+    for (size_t at = 4; bytes.size() - at >= 4;) {
+        const int64_t count = integer_at(bytes, at);
+        at += 4;
+        if (count == 0) {
+            want.errors.push_back("trs_next: node count size of zero read: invalid regex");
+            continue;
+        }
+        if (count < 0 || count * 16 > 65535) {
+            want.errors.push_back("trs_next: block size " +
+                                  std::to_string(static_cast<int32_t>(count * 16)) +
+                                  " exceeds sane boundaries");
+            continue;
+        }
+        testing::slow_nodes nodes;
+        for (int64_t i = 0; i < count; ++i, at += 16) {
+            if (bytes.size() - at < 16) {
+                want.errors.push_back("trs_next: short read when attempting to read node #" +
+                                      std::to_string(i));
+                return want;
+            }
+            nodes.push_back({integer_at(bytes, at), integer_at(bytes, at + 4),
+                             integer_at(bytes, at + 8), integer_at(bytes, at + 12)});
+        }
+        const testing::slow_answer found = testing::slow_match(nodes, name, true);
+        want.endless = want.endless || found.endless;
+        if (!found.line.empty()) {
+            want.errors.push_back(found.line);
+        }
+        if (found.matched) {
+            want.answer = 1;
+            return want;
+        }
+    }
+    return want;
+}
+
+class tiny_rex_damage : public tiny_rex_storage {
+  protected:
+    // A file in which the block in the middle is ^(a|[b-d]x{1,2})*$.
+    const std::string middle =
+        le32(12) + node(258, 1, 0) + node(267, -1, -1, 2) + node(256, 4, 65535, 3) + node(266) +
+        node(258, 5, 1) + node(257, 6, 7) + node('a') + node(261, 9, -1, 8) +
+        node(256, 10, 1 << 16 | 2) + node(264, 'b', 'd', 11) + node('x') + node(262, 'p');
+    const std::string whole = header + letter_block('a') + middle + letter_block('c');
+    const std::vector<std::string> names = {"",  "a", "c", "bx", "abx-xxax", "aaaaaaaaaaaaaaaa",
+                                            "ab"};
+
+    void expect_stated(const std::string &bytes, const std::string &what) {
+        drive.write(path, bytes);
+        for (const std::string &name : names) {
+            const outcome want = expected_of(bytes, name);
+            ASSERT_FALSE(want.endless);
+            EXPECT_EQ(compiled_regex_match(path, name.c_str()), want.answer)
+                << what << ", name \"" << name << "\"";
+            EXPECT_EQ(log.errors(), want.errors) << what << ", name \"" << name << "\"";
+        }
+    }
+};
+
+TEST_F(tiny_rex_damage, the_whole_file) {
+    expect_stated(whole, "the whole file");
+    EXPECT_EQ(compiled_regex_match(path, "abx-xxA"), 1);
+    EXPECT_EQ(compiled_regex_match(path, "ab"), 0);
+}
+
+TEST_F(tiny_rex_damage, cut_at_every_byte) {
+    for (size_t size = 0; size < whole.size(); ++size) {
+        expect_stated(whole.substr(0, size), "cut to " + std::to_string(size));
+    }
+}
+
+TEST_F(tiny_rex_damage, flipped_at_every_byte) {
+    for (size_t at = 0; at < whole.size(); ++at) {
+        for (const int flip : {0x01, 0x80, 0xFF}) {
+            std::string bytes = whole;
+            bytes[at] = static_cast<char>(bytes[at] ^ flip);
+            expect_stated(bytes, "byte " + std::to_string(at) + " ^ " + std::to_string(flip));
+        }
+    }
+}
+
+TEST_F(tiny_rex_damage, every_field_of_a_node_made_to_point_anywhere) {
+    const size_t first = header.size() + letter_block('a').size() + 4;
+    for (size_t at = first; at < first + middle.size() - 4; at += 4) {
+        for (int64_t link = -1; link <= 13; ++link) {
+            std::string bytes = whole;
+            bytes.replace(at, 4, le32(link));
+            expect_stated(bytes, "integer at " + std::to_string(at) + " = " + std::to_string(link));
+        }
+    }
 }
 
 } // namespace
