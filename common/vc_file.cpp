@@ -230,6 +230,7 @@ char *vc_fd_get_contents_ex(vc_handle file, uint64_t *size) {
     }
     heap_string contents(static_cast<char *>(::calloc(bytes + 1, 1)));
     if (!contents) {
+        errno = ENOMEM;
         QF_ENOMEM();
         return nullptr;
     }

@@ -21,22 +21,7 @@ static_assert(std::endian::native == std::endian::little); // inline values are 
 static constexpr uint32_t first_buckets = 5;
 static constexpr uint32_t first_slots = 13;
 
-// The bucket counts that a table grows through.
-static constexpr uint32_t table_sizes[] = {
-    5,         11,        23,        47,         97,        199,      409,      823,
-    1741,      3469,      6949,      14033,      28411,     57557,    116731,   236897,
-    480881,    976369,    1982627,   4026031,    8175383,   16601593, 33712729, 68460391,
-    139022417, 282312799, 573292817, 1164186217, 2364114217};
 static constexpr uint32_t largest_bucket_count = 4294967291; // the largest 32-bit prime
-
-// The first table size above a bucket count; the array's end when there is none.
-static const uint32_t *next_table_size(uint32_t buckets) {
-    return std::upper_bound(std::begin(table_sizes), std::end(table_sizes), buckets);
-}
-
-static bool too_many_slots(uint32_t buckets, uint32_t slots) {
-    return uint64_t{buckets} * slots > UINT32_MAX;
-}
 
 // ---- Hashing ----
 
@@ -257,7 +242,7 @@ static bool make_slots(vc_hashmap *map, uint32_t buckets, uint32_t slots) {
 }
 
 vc_hashmap *vc_map_create(uint32_t buckets, uint32_t slots) {
-    if (too_many_slots(buckets, slots)) {
+    if (hashmap::too_many_slots(buckets, slots)) {
         QF_ERROR("Cannot create a map that big! (%u buckets * %u bucket size > UINT32_MAX)",
                  buckets, slots);
         return nullptr;
@@ -620,8 +605,8 @@ int vc_map_rehash(vc_hashmap *map) {
         QF_ERROR("Attempting to rehash a static hashmap!");
         return 0;
     }
-    const uint32_t *size = next_table_size(map->num_buckets);
-    if (size == std::end(table_sizes)) {
+    const uint32_t *size = hashmap::next_table_size(map->num_buckets);
+    if (size == std::end(hashmap::table_sizes)) {
         if (map->num_buckets == largest_bucket_count) {
             QF_ERROR("Map is at max size: %u buckets.", map->num_buckets);
         } else {
@@ -699,150 +684,6 @@ vc_hashmap *vc_map_copy_ex(const vc_hashmap *map, uint32_t buckets, uint32_t slo
         copy->flags = map->flags & ~MAP_FLAG_STATIC;
     }
     return copy;
-}
-
-// ---- Shrinking ----
-
-namespace {
-
-// The hashes of a map's entries, and how full a bucket gets when they are spread over b buckets.
-struct spread {
-    uint32_t count;
-    heap_ptr<uint32_t> hashes;
-    uint32_t largest_counted;    // bucket counts up to here are counted, larger ones sorted
-    heap_ptr<uint32_t> counters; // one a bucket
-    heap_ptr<uint32_t> residues; // one a hash
-    // Fullest bucket plus one for each table size, 0 when not known yet.
-    uint64_t known[std::size(table_sizes)];
-};
-
-heap_ptr<uint32_t> numbers(size_t count) {
-    return heap_ptr<uint32_t>(static_cast<uint32_t *>(::calloc(count + 1, sizeof(uint32_t))));
-}
-
-bool make_spread(const vc_hashmap *map, spread *made) {
-    uint32_t count = 0; // the chain may hold more than num_pairs after a failed rename
-    for (const hash_pair_t *pair = map->first; pair; pair = pair->next) {
-        ++count;
-    }
-    *made = {count, numbers(count), map->num_buckets, numbers(map->num_buckets), numbers(count),
-             {}};
-    if (!made->hashes || !made->counters || !made->residues) {
-        return false;
-    }
-    uint32_t *hash = made->hashes.get();
-    for (const hash_pair_t *pair = map->first; pair; pair = pair->next) {
-        *hash++ = pair->hash;
-    }
-    return true;
-}
-
-uint32_t fullest_bucket_by_counting(const spread &of, uint32_t buckets) {
-    uint32_t *counters = of.counters.get();
-    std::fill_n(counters, buckets, 0u);
-    uint32_t fullest = 0;
-    for (uint32_t i = 0; i < of.count; ++i) {
-        fullest = std::max(fullest, ++counters[of.hashes.get()[i] % buckets]);
-    }
-    return fullest;
-}
-
-uint32_t fullest_bucket_by_sorting(const spread &of, uint32_t buckets) {
-    uint32_t *residues = of.residues.get();
-    std::transform(of.hashes.get(), of.hashes.get() + of.count, residues,
-                   [buckets](uint32_t hash) { return hash % buckets; });
-    std::sort(residues, residues + of.count);
-    uint32_t fullest = 0;
-    uint32_t run = 0;
-    for (uint32_t i = 0; i < of.count; ++i) {
-        run = i && residues[i] == residues[i - 1] ? run + 1 : 1;
-        fullest = std::max(fullest, run);
-    }
-    return fullest;
-}
-
-uint32_t fullest_bucket(const spread &of, uint32_t buckets) {
-    return buckets <= of.largest_counted ? fullest_bucket_by_counting(of, buckets)
-                                         : fullest_bucket_by_sorting(of, buckets);
-}
-
-// The slot total with which a copy into `buckets` x `slots` ends: a table grows exactly past the
-// sizes in which some bucket would overflow. 0 when no size will do.
-uint64_t final_slots(spread *of, uint32_t buckets, uint32_t fullest, uint32_t slots) {
-    const uint32_t *size = next_table_size(buckets);
-    while (fullest > slots) {
-        if (size == std::end(table_sizes) || too_many_slots(*size, slots)) {
-            return 0;
-        }
-        buckets = *size;
-        uint64_t &known = of->known[size - table_sizes];
-        if (!known) {
-            known = uint64_t{fullest_bucket(*of, buckets)} + 1;
-        }
-        fullest = static_cast<uint32_t>(known - 1);
-        ++size;
-    }
-    return uint64_t{buckets} * slots;
-}
-
-struct geometry {
-    uint32_t buckets;
-    uint32_t slots;
-};
-
-// Tries every smaller geometry that has room for all entries.
-bool best_geometry(const vc_hashmap *map, geometry *best) {
-    spread hashes;
-    if (!make_spread(map, &hashes)) {
-        return false;
-    }
-    uint64_t best_total = map->map_size;
-    *best = {map->num_buckets, map->bucket_size};
-    for (uint32_t buckets = 1; buckets < map->num_buckets; ++buckets) {
-        const uint64_t needed = (uint64_t{map->num_pairs} + buckets - 1) / buckets;
-        uint32_t slots = std::max(static_cast<uint32_t>(needed), 1u);
-        if (slots >= map->bucket_size) {
-            continue;
-        }
-        const uint32_t fullest = fullest_bucket(hashes, buckets);
-        for (; slots < map->bucket_size; ++slots) {
-            const uint64_t total = final_slots(&hashes, buckets, fullest, slots);
-            if (!total) {
-                return false;
-            }
-            if (total < best_total) {
-                best_total = total;
-                *best = {buckets, slots};
-            }
-            if (total == map->num_pairs) { // every slot used
-                *best = {buckets, slots};
-                return true;
-            }
-        }
-    }
-    return true;
-}
-
-} // namespace
-
-vc_hashmap *vc_map_shrink(const vc_hashmap *map) {
-    if (!map) {
-        QF_EINVAL();
-        return nullptr;
-    }
-    if (hashmap::is_static(map)) {
-        QF_ERROR("Attempting to shrink a static hashmap!");
-        return nullptr;
-    }
-    geometry best = {map->num_buckets, map->bucket_size};
-    vc_hashmap *shrunk = nullptr;
-    if (!map->map_size || best_geometry(map, &best)) {
-        shrunk = vc_map_copy_ex(map, best.buckets, best.slots);
-    }
-    if (!shrunk) {
-        QF_ENOMEM();
-    }
-    return shrunk;
 }
 
 } // namespace quillfence

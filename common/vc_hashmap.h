@@ -159,7 +159,8 @@ int vc_map_update_bool(vc_hashmap *map, const char *key, bool value);
 int vc_map_rehash(vc_hashmap *map);
 // A new map with the same entries in the same order; 0 buckets or slots keep the source's number.
 // A value that the source owns (its copy, or a pointer to be freed with free) is copied; any other
-// is shared, along with its release function. A static map gives an ordinary one.
+// is shared, along with its release function, and then belongs in one of the two maps only. A
+// static map gives an ordinary one.
 // ERROR lines, each with a null result: "Failed to create empty map for copying", "Failed to create
 // map iterator", "Failed to copy map element [key = %s]".
 vc_hashmap *vc_map_copy_ex(const vc_hashmap *map, uint32_t buckets, uint32_t slots);
@@ -172,7 +173,8 @@ vc_hashmap *vc_map_shrink(const vc_hashmap *map);
 // ---- Insertion order ----
 
 // Sorts the insertion order with a stable merge sort. compare gets the addresses of key fields when
-// by_key is set, else of value fields.
+// by_key is set, else of value fields (an inline value is there itself). A static map has nothing
+// to sort: ERROR line with the EINVAL text.
 int vc_map_sort(vc_hashmap *map, vc_map_compare_function compare, int by_key);
 // The ends of the insertion order; key and value may be null. An empty map gives an ERROR line with
 // the EINVAL text and 0.
@@ -214,7 +216,9 @@ void vc_map_iterator_free(vc_map_iterator *iterator); // free() itself will do; 
 int vc_map_save(const vc_hashmap *map, const char *path, int overwrite);
 // Reads such a file into a new map that the caller destroys, or null. A path that is not a file is
 // null without a line. Every count, length, slot and link is checked against the file and the table
-// before it is used.
+// before it is used, and a table of more than 1 GiB of slots is not believed. The flags are the
+// file's: a map saved as static is static again. A record in a slot outside its key's bucket stays
+// there, where lookups do not find it.
 // ERROR lines: "Failed to grab contents of file [%s]: [%s]" (with "unkown error" without an errno),
 // "Failed to create new map", "Corrupt map file [%s]".
 vc_hashmap *vc_map_load(const char *path);
@@ -228,11 +232,14 @@ vc_hashmap *vc_map_load(const char *path);
 // "Invalid syntax in control files: [%s]" (none on this line, or only in a comment; the extra
 // letter is kept on purpose); "Failed to store key/value in map" (a key twice).
 int vc_map_load_control_file(const char *path, uint32_t maximum, char separator, vc_hashmap **map);
-// A listing of every slot for debugging.
+// A listing of every slot for debugging: after three heading lines "%d. [%d][%d] %s:%08x = %p" with
+// a number counted from 0, bucket, slot, key, hash and value; "<null>", 0 and null for a free slot.
+// Pointers are printed as 0x and hex digits, null as (nil), on every system.
 int vc_map_dump(const vc_hashmap *map, FILE *stream);
-// Writes C source text that defines the map as a constant one (needs a SLOT macro where it is
-// compiled). Values are printed as text: they are source expressions, and a null value is NULL.
-// name null means "static_map". An inline value can't be printed: ERROR line with the EINVAL text.
+// Writes C source text that defines the map as a constant one. It needs a macro SLOT(hash, key,
+// value, flags) where it is compiled. Keys are printed as they are; values are printed as text, for
+// they are source expressions, and a null value is NULL. name null means "static_map". An inline
+// value can't be printed: ERROR line with the EINVAL text, and nothing is written.
 int gen_static_map_ex(FILE *stream, const vc_hashmap *map, const char *name);
 
 } // namespace quillfence

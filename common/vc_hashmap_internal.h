@@ -1,6 +1,10 @@
 // What the source files of the hash map share. Nobody else includes this.
 #pragma once
 
+#include <algorithm>
+#include <cstdint>
+#include <iterator>
+
 #include "vc_hashmap.h"
 
 namespace quillfence {
@@ -19,6 +23,20 @@ struct vc_map_iterator {
 };
 
 namespace hashmap {
+
+// The bucket counts that a table grows through.
+inline constexpr uint32_t table_sizes[] = {
+    5,         11,        23,        47,         97,        199,      409,      823,
+    1741,      3469,      6949,      14033,      28411,     57557,    116731,   236897,
+    480881,    976369,    1982627,   4026031,    8175383,   16601593, 33712729, 68460391,
+    139022417, 282312799, 573292817, 1164186217, 2364114217};
+// The first table size above a bucket count; the array's end when there is none.
+inline const uint32_t *next_table_size(uint32_t buckets) {
+    return std::upper_bound(std::begin(table_sizes), std::end(table_sizes), buckets);
+}
+inline bool too_many_slots(uint32_t buckets, uint32_t slots) {
+    return uint64_t{buckets} * slots > UINT32_MAX;
+}
 
 // A walk that needs no memory, and its step: the next entry, or null at the end.
 vc_map_iterator walk(const vc_hashmap *map);

@@ -437,6 +437,20 @@ TEST_F(vc_hashmap_file, flags_of_a_file_are_kept_but_not_the_internal_one) {
     EXPECT_EQ(drive.read(path), numbers({0, 5, 2, 10, 1, 6, 6, 6, 0, 4, 1, 4}) + "a\1\2\3\4");
 }
 
+TEST_F(vc_hashmap_file, a_static_map_is_saved_as_a_chain_in_slot_order) {
+    const owned_map map(sample_map());
+    map->flags = MAP_FLAG_STATIC;
+    EXPECT_EQ(vc_map_save(map, path, 1), 1);
+    EXPECT_EQ(drive.read(path), numbers({1, 5, 2, 10, 4, 0, 6}) + //
+                                    numbers({0, 2, 0, 1, 0}) + "b" + numbers({2, 3, 1, 1, 5}) +
+                                    "d" + "wxyz\0"s + numbers({3, 6, 1, 1, 9}) + "c123456789" +
+                                    numbers({6, 0, 0, 1, 4}) + "a" + "\xFE\xFF\xFF\xFF");
+    const owned_map loaded(vc_map_load(path));
+    EXPECT_EQ(order_of(loaded), "b d c a");
+    loaded->flags = 0;
+    EXPECT_EQ(order_of(loaded), "b d c a");
+}
+
 // ---- Control files ----
 
 TEST_F(vc_hashmap_file, control_files) {
