@@ -1,0 +1,113 @@
+#!/usr/bin/env python3
+"""Which files a run touches, as strace sees it: no file but the configured ones, each as often as
+needed, and nothing is created. A local client asks nothing of the network.
+
+    opened_files_test.py PROGRAM
+
+Skipped (77) where strace is missing or may not trace; that is a failure where CI=true.
+"""
+
+import os
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+import unittest
+from pathlib import Path
+
+PROGRAM = sys.argv[1]
+FILE_CALLS = "open,openat,creat,stat,lstat,newfstatat,statx,access,faccessat,faccessat2,unlink," \
+             "rename,mkdir"
+NETWORK_CALLS = "socket,connect,bind,sendto,sendmsg"
+
+
+def strace(arguments, environment=None):
+    """The trace of a run as a list of lines, and the run itself."""
+    with tempfile.NamedTemporaryFile(mode="r", prefix="trace-") as trace:
+        run = subprocess.run(
+            ["strace", "-f", "-qq", "-s", "4096", "-e", f"trace={FILE_CALLS},{NETWORK_CALLS}", "-o",
+             trace.name, *arguments],
+            capture_output=True, text=True, timeout=60, env={**os.environ, **(environment or {})})
+        return trace.read().splitlines(), run
+
+
+def why_not():
+    """Why nothing can be traced here; empty when it can."""
+    if not shutil.which("strace"):
+        return "strace is not installed"
+    lines, run = strace(["true"])
+    return "" if lines and run.returncode == 0 else "strace may not trace: " + run.stderr.strip()
+
+
+class OpenedFiles(unittest.TestCase):
+    def trace(self, files, *values):
+        """The paths below c:/quillfence/ that a run asks about and opens, in order; and whether it
+        asked the network."""
+        with tempfile.TemporaryDirectory(prefix="drive-") as drive:
+            base = Path(drive) / "quillfence"
+            for name, text in files.items():
+                (base / name).parent.mkdir(parents=True, exist_ok=True)
+                (base / name).write_text(text)
+            before = sorted(base.rglob("*"))
+            lines, run = strace([PROGRAM, "R", *values],
+                                {"QUILLFENCE_DRIVE_C": drive, "QUILLFENCE_EVENT_LOG": "-"})
+            self.assertEqual((run.returncode, run.stderr), (0, ""))
+            self.assertEqual(sorted(base.rglob("*")), before, "nothing is created or removed")
+            asked, opened = [], []
+            for line in lines:
+                call = re.search(r'(\w+)\([^"]*"([^"]*)"', line)
+                if not call or not call.group(2).startswith(f"{base}/"):
+                    continue
+                name = re.sub("/+", "/", call.group(2)[len(str(base)) + 1:])
+                if name:  # not the folder, which a missing file makes the platform look at
+                    (opened if call.group(1).startswith("open") else asked).append(name)
+            network = [line for line in lines if re.search(rf"\b({NETWORK_CALLS.replace(',', '|')})\(",
+                                                           line)]
+            return asked, opened, network
+
+    def test_a_local_client_without_lists_opens_nothing(self):
+        asked, opened, network = self.trace(
+            {"control/enabled": "1"}, "127.0.0.1", "25", "0", "", "0", "mx.example.org",
+            "alice@example.org", "bob@example.net")
+        self.assertEqual(opened, [])
+        self.assertEqual(network, [])
+        self.assertEqual(asked, ["exempt_users", "from_whitelist", "exempt_ips",
+                                 "exempt_ips.range"])
+
+    def test_a_local_client_opens_the_lists_that_are_there_once(self):
+        files = {"exempt_users": "nobody@example.org\n", "from_whitelist": "nobody@example.org\n",
+                 "exempt_ips": "192.0.2.1\n",
+                 # Nothing of a local client is looked up in these:
+                 "blocked_ips": "192.0.2.1\n", "from_blacklist": "nobody@example.org\n",
+                 "control/rules.enabled": "require_helo\n", "control/bms.enabled": "map\n",
+                 "control/valid_domain_ips": "example.org : 192.0.2.1\n",
+                 "bms/lists_to_update": "map\n", "bms/map": "\0" * 1024}
+        _, opened, network = self.trace(files, "127.0.0.1", "25", "0", "", "0", "mx.example.org",
+                                        "alice@example.org", "bob@example.net")
+        self.assertEqual(opened, ["exempt_users", "from_whitelist", "exempt_ips"])
+        self.assertEqual(network, [])
+
+    def test_a_bounce_from_a_private_client_opens_what_it_needs_once(self):
+        files = {"exempt_users": "nobody@example.org\n", "from_whitelist": "nobody@example.org\n",
+                 "exempt_ips": "192.0.2.1\n", "blocked_ips": "192.0.2.1\n",
+                 "from_blacklist": "nobody@example.org\n",
+                 "control/rules.enabled": "require_helo\n", "control/bms.enabled": "map\n",
+                 "control/valid_domain_ips": "example.org : 192.0.2.1\n",
+                 "bms/lists_to_update": "map\nother\nmissing\n", "bms/map": "\0" * 1024,
+                 "bms/other": "\0" * 1024}
+        _, opened, network = self.trace(files, "10.0.0.1", "25", "0", "", "0", "mx.example.org", "",
+                                        "bob@example.net")
+        self.assertEqual(opened, ["exempt_users", "exempt_ips", "blocked_ips",
+                                  "bms/lists_to_update", "bms/map", "bms/other"])
+        self.assertEqual(network, [])
+
+
+if __name__ == "__main__":
+    reason = why_not()
+    if reason and os.environ.get("CI") == "true":
+        sys.exit(reason)
+    if reason:
+        print("skipped:", reason)
+        sys.exit(77)
+    unittest.main(argv=sys.argv[:1], verbosity=2)
