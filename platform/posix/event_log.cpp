@@ -108,7 +108,7 @@ void event_log_close(event_log *log) {
     if (log->file == invalid_file) {
         closelog();
     } else if (log->file != STDERR_FILENO) {
-        file_close(log->file);
+        close(static_cast<int>(log->file));
     }
     free(log);
 }
