@@ -261,8 +261,8 @@ static bool take_entry(const char *operation, byte_reader *in, loading *into) {
     return true;
 }
 
-// Links the entries by their slots. Each has one predecessor at most, and as many steps as there
-// are entries lead from the first to the last: so the chain holds them all.
+// Links the entries by their slots. The last one leads nowhere, so that a walk from the first which
+// reaches it after as many steps as there are other entries has met each of them once.
 static bool link_entries(const char *operation, loading *of) {
     vc_hashmap *map = of->map;
     const file_header &header = of->header;
@@ -279,14 +279,14 @@ static bool link_entries(const char *operation, loading *of) {
             continue;
         }
         hash_pair_t *next = entry_in(entry.next_slot);
-        if (!next || next->prev) {
+        if (!next) {
             return corrupt(operation, *of);
         }
         entry.pair->next = next;
         next->prev = entry.pair;
     }
     hash_pair_t *first = entry_in(header.first);
-    hash_pair_t *reached = first && !first->prev ? first : nullptr;
+    hash_pair_t *reached = first;
     for (uint32_t steps = 1; reached && steps < of->count; ++steps) {
         reached = reached->next;
     }

@@ -55,7 +55,8 @@ class open_file {
 };
 
 // The switch for DEBUG lines is looked up once a process; here before any call is counted.
-template <class Base> class looked_up : public Base {
+template <class Base>
+class looked_up : public Base {
   protected:
     looked_up() {
         vc_log_debug("", "", 0, "%s", "");
