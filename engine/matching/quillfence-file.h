@@ -29,7 +29,8 @@ char *__build_path(const char *directory, const char *name);
 // Whether some pattern line of a list matches the value: 1 or 0. The first match ends the search.
 // A missing or unreadable list is an empty list, silently; it is not created.
 //   directory  null: name is the path; "": the path is "/" and the name
-// ERROR lines: EINVAL for an empty name or value or no matcher, ENOMEM; and the matcher's own.
+// ERROR lines: EINVAL for an empty name or value or no matcher, ENOMEM; the matcher's own, and
+// vc_file_exists_ex's when the path can't be looked at.
 // DEBUG line on a match: "%s(%s, line %d): hit [%s][%s]" with the line as read; the number counts
 // comments and blank lines, from 1.
 int __file_contains_line(const char *directory, const char *name, const char *value,

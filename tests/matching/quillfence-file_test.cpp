@@ -214,14 +214,57 @@ TEST_F(list_test, the_matcher_gets_pattern_and_value_until_it_hits) {
     EXPECT_EQ(seen_patterns, (lines{"a |v", "c|v", "stop|v"}));
 }
 
+// The list of the format page.
+constexpr unsigned char sample[] = {
+    0x23, 0x20, 0x73, 0x61, 0x6d, 0x70, 0x6c, 0x65, 0x0d, 0x0a, 0x75, 0x73, 0x65, 0x72, 0x40,
+    0x65, 0x78, 0x61, 0x6d, 0x70, 0x6c, 0x65, 0x2e, 0x63, 0x6f, 0x6d, 0x0a, 0x09, 0x61, 0x64,
+    0x64, 0x65, 0x64, 0x20, 0x62, 0x79, 0x20, 0x68, 0x61, 0x6e, 0x64, 0x0a, 0x20, 0x20, 0x2a,
+    0x40, 0x65, 0x78, 0x61, 0x6d, 0x70, 0x6c, 0x65, 0x2e, 0x6f, 0x72, 0x67, 0x0a,
+};
+const std::string sample_bytes(reinterpret_cast<const char *>(sample), sizeof sample);
+
 TEST_F(list_test, reads_the_sample_of_the_format_page) {
-    put("list", "# sample\r\n"
-                "user@example.com\n"
-                "\tadded by hand\n"
-                "  *@example.org\n");
+    put("list", sample_bytes);
     EXPECT_EQ(__file_contains_line(dir, "list", "USER@example.com", __wildcardmatch), 1);
     EXPECT_EQ(__file_contains_line(dir, "list", "any@example.org", __wildcardmatch), 1);
     EXPECT_EQ(__file_contains_line(dir, "list", "any@example.com", __wildcardmatch), 0);
+}
+
+// The patterns of a list, found the slow way.
+lines model_patterns(std::string bytes) {
+    lines patterns;
+    for (size_t at = 0; (at = bytes.find("\r\n", at)) != std::string::npos;) {
+        bytes.erase(at, 1);
+    }
+    for (size_t at = 0; at < bytes.size();) {
+        const size_t end = std::min(bytes.find('\n', at), bytes.size());
+        std::string line = bytes.substr(at, end - at).c_str(); // up to a NUL
+        line.erase(0, std::min(line.find_first_not_of(" \t\n\v\f\r"), line.size()));
+        if (!line.empty() && line[0] != '#') {
+            patterns.push_back(line + "|v");
+        }
+        at = end + 1;
+    }
+    return patterns;
+}
+
+TEST_F(list_test, the_sample_cut_and_flipped_at_every_byte) {
+    const auto compare = [&](const std::string &bytes, size_t at) {
+        put("list", bytes);
+        seen_patterns.clear();
+        EXPECT_EQ(__file_contains_line(dir, "list", "v", record_pattern), 0) << at;
+        EXPECT_EQ(seen_patterns, model_patterns(bytes)) << at;
+    };
+    for (size_t at = 0; at <= sample_bytes.size(); ++at) {
+        compare(sample_bytes.substr(0, at), at);
+    }
+    for (size_t at = 0; at < sample_bytes.size(); ++at) {
+        for (const char mask : {'\xFF', '\x01', '\x20', sample_bytes[at]}) {
+            std::string flipped = sample_bytes;
+            flipped[at] = static_cast<char>(flipped[at] ^ mask);
+            compare(flipped, at);
+        }
+    }
 }
 
 // --- matchers ---
