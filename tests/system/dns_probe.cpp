@@ -1,0 +1,100 @@
+// Asks the system's DNS client and prints what came of it, one line a question. A test tool: it
+// shows exact statuses, which the program itself keeps to its rules.
+//
+//   query NAME TYPE OPTIONS     platform::dns_query: "STATUS" and " [TYPE TARGET]" a record
+//   exists NAME OPTION          vc_resolv_A
+//   domain NAME OPTION          vc_has_a_or_mx
+//   ptr ADDRESS OPTION FIRST    vc_lookup_reverse_dns: the code and the names
+//   rbl ADDRESS ZONE OPTION     is_rbl_hit
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <string>
+
+#include "hook_table.h"
+#include "platform/dns.h"
+#include "platform/file.h"
+#include "rbl_host_lookup.h"
+#include "smtp_state.h"
+#include "vc_dns.h"
+#include "vc_nulltermlist.h"
+#include "vc_text.h"
+
+namespace quillfence::testing {
+namespace {
+
+using arguments = char **;
+
+template <class number>
+number to_number(const char *text) {
+    return static_cast<number>(std::strtoul(text, nullptr, 10));
+}
+
+void query(arguments given) {
+    platform::dns_record *records = nullptr;
+    const uint32_t status = platform::dns_query(given[0], to_number<uint16_t>(given[1]),
+                                                to_number<uint32_t>(given[2]), &records);
+    std::printf("%u", status);
+    for (const platform::dns_record *record = records; record; record = record->next) {
+        std::printf(" [%u %s]", record->type, record->target ? record->target : "-");
+    }
+    platform::dns_release(records);
+}
+
+void exists(arguments given) {
+    std::printf("%d", vc_resolv_A(given[0], to_number<uint8_t>(given[1])));
+}
+
+void domain(arguments given) {
+    std::printf("%d", vc_has_a_or_mx(given[0], to_number<uint8_t>(given[1])));
+}
+
+void ptr(arguments given) {
+    char **names = nullptr;
+    std::printf("%d", vc_lookup_reverse_dns(&names, given[0], to_number<uint8_t>(given[1]),
+                                            to_number<uint8_t>(given[2])));
+    for (char **name = names; name && *name; ++name) {
+        std::printf(" %s", *name);
+    }
+    vc_lstfree(&names, std::free);
+}
+
+void rbl(arguments given) {
+    set_hooks(to_number<uint8_t>(given[2]), nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+              nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
+    smtp_state *state = new_smtp_state();
+    state->ip = strdup(given[0]);
+    std::printf("%d", is_rbl_hit(state, given[1]));
+    free_smtp_state(state);
+}
+
+struct question {
+    int argument_count;
+    void (*ask)(arguments given);
+};
+
+int run(int argc, char **argv) {
+    const std::map<std::string, question> questions = {
+        {"query", {3, query}}, {"exists", {2, exists}}, {"domain", {2, domain}},
+        {"ptr", {3, ptr}},     {"rbl", {3, rbl}},
+    };
+    platform::make_standard_streams_binary();
+    for (int i = 1; i < argc;) {
+        const auto found = questions.find(argv[i]);
+        if (found == questions.end() || argc - i <= found->second.argument_count) {
+            std::fprintf(stderr, "dns-probe: what is [%s]?\n", argv[i]);
+            return 2;
+        }
+        found->second.ask(argv + i + 1);
+        std::printf("\n");
+        i += 1 + found->second.argument_count;
+    }
+    return 0;
+}
+
+} // namespace
+} // namespace quillfence::testing
+
+int main(int argc, char **argv) {
+    return quillfence::testing::run(argc, argv);
+}
