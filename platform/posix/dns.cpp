@@ -33,7 +33,8 @@ constexpr int64_t connect_limit = 3000;
 constexpr int64_t answer_limit = 3000;
 constexpr int udp_repeat_after = 1000;
 constexpr int tcp_repeat_after = 60000; // never within the limits: TCP repeats by itself
-constexpr int attempts = 3;             // repetitions over UDP, reconnections over TCP
+constexpr int udp_attempts = 2;
+constexpr int tcp_attempts = 3; // connections, when the server cuts them
 constexpr int max_servers = 3;
 
 // What a query may still spend.
@@ -324,7 +325,7 @@ uint32_t open_channel(uint32_t options, ares_channel *channel) {
     wanted.flags = ARES_FLAG_NOSEARCH | ARES_FLAG_NOALIASES | ARES_FLAG_NOCHECKRESP |
                    (tcp ? ARES_FLAG_USEVC : 0);
     wanted.timeout = tcp ? tcp_repeat_after : udp_repeat_after;
-    wanted.tries = attempts;
+    wanted.tries = tcp ? tcp_attempts : udp_attempts;
     wanted.lookups = lookups;
     const int given = ARES_OPT_FLAGS | ARES_OPT_TIMEOUTMS | ARES_OPT_TRIES | ARES_OPT_LOOKUPS |
                       ARES_OPT_DOMAINS | ARES_OPT_NOROTATE;

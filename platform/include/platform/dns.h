@@ -25,7 +25,8 @@
 // on waiting for answers, 6 in all, however many servers there are. A server but the last gets
 // half of what is left, at most the first three are asked. A server that fails or refuses passes
 // the question on to the next; when none does better, the first response code is the result.
-// Over UDP a question is repeated after a second, and a cut answer is fetched again over TCP.
+// Over UDP a question is repeated once, after a second, and a cut answer is fetched again over
+// TCP; a TCP connection that the server cuts is opened again up to twice.
 // Windows has limits of its own.
 #pragma once
 
