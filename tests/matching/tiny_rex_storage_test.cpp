@@ -205,12 +205,12 @@ TEST_F(tiny_rex_storage, a_stream_that_can_not_be_read) {
     const stream_ptr stream(platform::stream_open(path, "ab"));
     const expression_ptr expression = empty_record();
     EXPECT_EQ(trs_next(stream.get(), expression.get()), 0);
-    EXPECT_EQ(log.errors(),
-              (lines{
-                  std::string("trs_next: Error reading node block size: ") + strerror(EBADF),
-                  "trs_next: nallocated is 0",
-                  "trs_next: bytes read is 0",
-              }));
+    const lines errors = log.errors();
+    ASSERT_EQ(errors.size(), 3u);
+    // Not every C library says why.
+    EXPECT_TRUE(errors[0].starts_with("trs_next: Error reading node block size: ")) << errors[0];
+    EXPECT_EQ(errors[1], "trs_next: nallocated is 0");
+    EXPECT_EQ(errors[2], "trs_next: bytes read is 0");
 }
 
 TEST_F(tiny_rex_storage, a_stream_that_can_not_be_written) {
