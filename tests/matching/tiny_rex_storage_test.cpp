@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "drive_c.h"
+#include "failing_memory.h"
 #include "platform/file.h"
 #include "platform/observer.h"
 #include "slow_matcher.h"
@@ -335,6 +336,33 @@ TEST_F(tiny_rex_storage_traced, debug_lines) {
     EXPECT_EQ(trs_set_header(stream.get()), 1);
     EXPECT_EQ(trs_store(stream.get(), stored.get()), 1);
     EXPECT_EQ(of_this_module(), lines{"trs_store: writing out nsize 4 for node block size"});
+}
+
+// --- Without memory -----------------------------------------------------------------------------
+
+TEST_F(tiny_rex_storage, a_lookup_without_memory_fails_with_a_line) {
+    drive.write(path, header + letter_block('a') + le32(0) + letter_block('b'));
+    int answer = 0;
+    testing::sweep_allocations([&] { answer = compiled_regex_match(path, "b"); },
+                               [&](unsigned n) {
+                                   EXPECT_EQ(answer, 0) << n;
+                                   EXPECT_FALSE(log.errors().empty()) << n;
+                               });
+    EXPECT_EQ(answer, 1);
+    EXPECT_EQ(log.errors(), lines{"trs_next: node count size of zero read: invalid regex"});
+}
+
+TEST_F(tiny_rex_storage, a_block_without_memory_is_not_read) {
+    drive.write(path, header + letter_block('a'));
+    const stream_ptr stream(platform::stream_open(path, "rb"));
+    EXPECT_EQ(trs_valid_file(stream.get()), 1);
+    const expression_ptr expression = empty_record();
+    {
+        const testing::failing_allocation failing(1);
+        EXPECT_EQ(trs_next(stream.get(), expression.get()), 0);
+    }
+    EXPECT_EQ(expression->nodes, nullptr);
+    EXPECT_EQ(log.errors(), lines{std::string("trs_next: ") + strerror(ENOMEM)});
 }
 
 // --- Damaged files ------------------------------------------------------------------------------

@@ -1,17 +1,21 @@
 #include "tiny_rex.h"
 
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "failing_memory.h"
 #include "log_capture.h"
 
 namespace quillfence {
 namespace {
 
+using testing::failing_allocation;
 using testing::lines;
 using testing::logged_test;
+using testing::sweep_allocations;
 
 struct deleter {
     void operator()(TRex *expression) const {
@@ -204,6 +208,28 @@ TEST_F(tiny_rex, a_group_without_a_number_has_no_right) {
         }
     }
     EXPECT_EQ(expression->nsubexpr, 1);
+}
+
+TEST_F(tiny_rex, compiling_without_memory_fails_with_a_line) {
+    // The node array starts as long as the pattern, so that here the last node makes it grow.
+    for (const char *pattern : {"^abc$", "^a*$", "a(b|[c-e])\\d?$"}) {
+        TRex *expression = nullptr;
+        const unsigned failed = sweep_allocations(
+            [&] { expression = trex_compile_ex(pattern, trex_fold_case); },
+            [&](unsigned n) {
+                EXPECT_EQ(expression, nullptr) << pattern << ", allocation " << n;
+                const lines errors = log.errors();
+                const bool grows = errors.size() == 2;
+                EXPECT_EQ(errors, grows
+                                      ? lines({std::string("__trex_newnode: ") + strerror(ENOMEM),
+                                               "__trex_element: failed to create EOL node"})
+                                      : lines{std::string("trex_compile_ex: ") + strerror(ENOMEM)})
+                    << pattern << ", allocation " << n;
+            });
+        EXPECT_GE(failed, 4u); // record, text, nodes, match table
+        EXPECT_NE(expression, nullptr);
+        trex_free(expression);
+    }
 }
 
 TEST_F(tiny_rex, freeing_nothing_is_fine) {
@@ -713,6 +739,14 @@ TEST_F(tiny_rex, escape) {
     EXPECT_STREQ(text_ptr(trex_escape("-_/\xe9 plain")).get(), "-_/\xe9 plain");
     EXPECT_EQ(trex_escape(nullptr), nullptr);
     EXPECT_EQ(log.errors(), lines{"trex_escape: Invalid argument"});
+}
+
+TEST_F(tiny_rex, escaping_without_memory_fails_with_a_line) {
+    {
+        const failing_allocation failing(1);
+        EXPECT_EQ(trex_escape("a"), nullptr);
+    }
+    EXPECT_EQ(log.errors(), lines{std::string("trex_escape: ") + strerror(ENOMEM)});
 }
 
 TEST_F(tiny_rex, an_escaped_text_matches_itself) {
