@@ -1,8 +1,6 @@
 #include "quillfence-file.h"
 
-#include <algorithm>
 #include <array>
-#include <climits>
 #include <cstdlib>
 #include <cstring>
 
@@ -244,12 +242,6 @@ int __wildcardmatch(const char *pattern, const char *subject) {
 
 // --- whole files ---
 
-// atoi for any text.
-static int number_of_text(const char *text) {
-    const long long number = std::strtoll(text, nullptr, 10);
-    return static_cast<int>(std::clamp<long long>(number, INT_MIN, INT_MAX));
-}
-
 int vc_file_to_int(const char *directory, const char *name) {
     if (is_empty(directory) || is_empty(name)) {
         QF_EINVAL();
@@ -268,7 +260,7 @@ int vc_file_to_int(const char *directory, const char *name) {
         QF_DEBUG("failed to retrieve contents of file %s", path.get());
         return 0;
     }
-    return number_of_text(contents.get());
+    return text_to_int(contents.get());
 }
 
 vc_list_entry *vc_file_to_list(const char *directory, const char *name) {

@@ -40,7 +40,7 @@ static void make_record(unsigned char *record, const qf_ip_range *range, const c
 // Where a record lies; -1 beyond the reach of vc_seek.
 static int32_t place_of_record(uint32_t index) {
     const uint64_t place = range_header_size + uint64_t{index} * range_record_size;
-    return place > INT32_MAX - range_record_size ? -1 : static_cast<int32_t>(place);
+    return place > INT32_MAX - int32_t{range_record_size} ? -1 : static_cast<int32_t>(place);
 }
 
 // Writes a record over the one at place; puts the old one back when that fails.
@@ -67,11 +67,11 @@ static void cut_at(range_file *file, int32_t size) {
     }
 }
 
-// Writes a record behind the last one and counts it. What an interrupted edit may have left behind
-// the counted records goes first, so that the new record is the next one of the file.
+// Writes a record at the end of the file and counts it. Bytes behind the counted records stay where
+// they are.
 static int append_record(range_file *file, const unsigned char *record) {
-    const int32_t place = place_of_record(file->header.count);
-    if (place < 0 || !vc_seek(file->file, place, 0) || !vc_truncate(file->file)) {
+    const int32_t place = vc_seek(file->file, 0, 2) ? vc_tell(file->file) : -1;
+    if (place < 0 || place > INT32_MAX - int32_t{range_record_size}) {
         return 0;
     }
     if (!vc_write(file->file, record, range_record_size)) {
