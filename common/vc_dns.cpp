@@ -337,6 +337,7 @@ uint32_t hosts_mutex(platform::mutex **lock) {
     }
     platform::mutex *other = nullptr;
     if (!kept.compare_exchange_strong(other, *lock)) {
+        platform::mutex_destroy(*lock);
         *lock = other;
     }
     return 0;

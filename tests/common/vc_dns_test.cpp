@@ -3,17 +3,16 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "call_watch.h"
 #include "dns_script.h"
 #include "drive_c.h"
+#include "failing_memory.h"
 #include "platform/dns.h"
-#include "platform/error_numbers.h"
 #include "platform/net.h"
-#include "platform/observer.h"
 #include "platform/process.h"
 #include "vc_nulltermlist.h"
 #include "vc_text.h"
@@ -35,6 +34,7 @@ constexpr uint32_t no_records = 9501;
 constexpr uint32_t timed_out = 1460;
 
 const std::string einval = std::strerror(EINVAL);
+const std::string enomem = std::strerror(ENOMEM);
 
 // The lines of one function, without its name, as "D text" and "E text".
 lines lines_of(log_capture &log, const std::string &function) {
@@ -203,6 +203,20 @@ TEST_F(vc_dns, has_a_or_mx_asks_nothing_of_what_is_no_domain) {
     EXPECT_EQ(questions(dns), lines{});
 }
 
+TEST_F(vc_dns, has_a_or_mx_without_memory) {
+    int code = 0;
+    const unsigned failed = sweep_allocations(
+        [&] { code = vc_has_a_or_mx("d.example", 0); },
+        [&](unsigned n) {
+            EXPECT_EQ(code, 2) << n;
+            EXPECT_EQ(log.errors(),
+                      lines{"vc_has_a_or_mx: out of memory error resolving A/MX for d.example"});
+            EXPECT_EQ(questions(dns), lines{});
+        });
+    EXPECT_EQ(failed, 1u);
+    EXPECT_EQ(code, 1);
+}
+
 // --- reverse names ---
 
 TEST_F(vc_dns, arpa_names) {
@@ -238,6 +252,21 @@ TEST_F(vc_dns, arpa_of_no_address_keeps_the_old_name) {
     EXPECT_EQ(lines_of(log, "vc_arpa"), (lines{"D parameter [(null)]", "E Address is not an IP"}));
     EXPECT_EQ(vc_arpa(nullptr, "192.0.2.1"), 0);
     EXPECT_EQ(log.errors(), lines{"vc_arpa: " + einval});
+    free(out);
+}
+
+TEST_F(vc_dns, arpa_without_memory_keeps_the_old_name) {
+    char *out = strdup("old");
+    int result = 0;
+    const unsigned failed =
+        sweep_allocations([&] { result = vc_arpa(&out, "192.0.2.1"); },
+                          [&](unsigned n) {
+                              EXPECT_EQ(result, 0) << n;
+                              EXPECT_STREQ(out, "old");
+                              EXPECT_EQ(log.errors(), lines{"vc_arpa: " + enomem});
+                          });
+    EXPECT_EQ(failed, 1u);
+    EXPECT_STREQ(out, "1.2.0.192.in-addr.arpa.");
     free(out);
 }
 
@@ -371,6 +400,24 @@ TEST_F(vc_lookup_reverse_dns_test, refuses_bad_arguments) {
     EXPECT_EQ(vc_lookup_reverse_dns(&names, "not an address", 0, 0), 2);
     EXPECT_EQ(log.errors(), lines{"vc_arpa: Address is not an IP"});
     EXPECT_EQ(questions(dns), lines{});
+}
+
+TEST_F(vc_lookup_reverse_dns_test, without_memory_the_old_list_stays) {
+    put_old_name();
+    log.take();
+    dns.ptr(client_arpa, {"one.example", "two.example"});
+    int code = 0;
+    const lines want = {"vc_arpa: " + enomem, "vc_lookup_reverse_dns: " + enomem,
+                        "vc_lstcat: " + enomem, "vc_lookup_reverse_dns: " + enomem,
+                        "vc_lstcat: " + enomem};
+    const unsigned failed = sweep_allocations([&] { code = look_up(); },
+                                              [&](unsigned n) {
+                                                  EXPECT_EQ(code, 2) << n;
+                                                  EXPECT_EQ(log.errors(), lines{want.at(n - 1)});
+                                                  EXPECT_EQ(found_names(), lines{"old.example"});
+                                              });
+    EXPECT_EQ(failed, want.size());
+    EXPECT_EQ(found_names(), (lines{"one.example", "two.example"}));
 }
 
 // --- conversions ---
@@ -514,25 +561,12 @@ TEST_F(vc_dns, compress_ipv6_failures) {
 
 constexpr char hosts_file[] = "c:/quillfence/hosts";
 
-std::string failing_call;
-uint32_t failing_number;
-std::map<std::string, int> call_counts;
-
-uint32_t fail_one_call(const char *call, const char *) {
-    ++call_counts[call];
-    return call == failing_call ? failing_number : 0;
-}
-
 class vc_gethostent_test : public traced_drive_test {
   protected:
     vc_gethostent_test() {
         platform::set_hosts_file_stand_in(hosts_file);
-        platform::set_call_observer(fail_one_call);
-        failing_call.clear();
-        call_counts.clear();
     }
     ~vc_gethostent_test() override {
-        platform::set_call_observer(nullptr);
         platform::set_hosts_file_stand_in(nullptr);
         vc_destroy_list(&names, free);
     }
@@ -545,26 +579,22 @@ class vc_gethostent_test : public traced_drive_test {
         }
         return texts;
     }
-    void fail(const char *call, uint32_t number) {
-        failing_call = call;
-        failing_number = number;
-    }
     vc_list_entry *names = nullptr;
 };
 
 // Stands first: the path is formed once a process, so only the first attempts can fail.
 TEST_F(vc_gethostent_test, path_is_formed_once) {
     drive.write(hosts_file, "192.0.2.1 host\n");
-    fail("hosts_file_path", 5);
+    call_watch calls;
+    calls.fail("hosts_file_path", 1, 5);
     EXPECT_EQ(vc_gethostent("192.0.2.1", &names), -1);
     EXPECT_EQ(log.errors(), lines{"vc_gethostent: Cannot retrieve system directory: [5]?"});
-    failing_call.clear();
     EXPECT_EQ(vc_gethostent("192.0.2.1", &names), 1);
     EXPECT_EQ(vc_gethostent("192.0.2.1", &names), 1);
-    EXPECT_EQ(call_counts["hosts_file_path"], 2) << "one that failed, one that was kept";
-    EXPECT_EQ(call_counts["mutex_create"], 1);
-    EXPECT_EQ(call_counts["mutex_lock"], 3);
-    EXPECT_EQ(call_counts["mutex_unlock"], 3);
+    EXPECT_EQ(calls.count("hosts_file_path"), 2) << "one that failed, one that was kept";
+    EXPECT_EQ(calls.count("mutex_create"), 1);
+    EXPECT_EQ(calls.count("mutex_lock"), 3);
+    EXPECT_EQ(calls.count("mutex_unlock"), 3);
 }
 
 TEST_F(vc_gethostent_test, names_of_an_address) {
@@ -650,12 +680,29 @@ TEST_F(vc_gethostent_test, failures) {
     EXPECT_EQ(names, nullptr);
 }
 
+TEST_F(vc_gethostent_test, without_memory) {
+    drive.write(hosts_file, "192.0.2.1 a b\n");
+    int count = 0;
+    const unsigned failed = sweep_allocations(
+        [&] {
+            vc_destroy_list(&names, free);
+            count = vc_gethostent("192.0.2.1", &names);
+        },
+        [&](unsigned n) {
+            EXPECT_EQ(count, -1) << n;
+            EXPECT_EQ(log.errors().size(), 1u) << "told where it happened";
+        });
+    EXPECT_GE(failed, 4u) << "a node and a copy of each name";
+    EXPECT_EQ(found_names(), (lines{"a", "b"}));
+}
+
 TEST_F(vc_gethostent_test, mutex_failures) {
     drive.write(hosts_file, "192.0.2.1 a\n");
-    fail("mutex_lock", 6);
+    call_watch calls;
+    calls.fail("mutex_lock", 1, 6);
     EXPECT_EQ(vc_gethostent("192.0.2.1", &names), -1);
     EXPECT_EQ(log.errors(), lines{"vc_gethostent: Error locking mutex: 6"});
-    fail("mutex_unlock", 288);
+    calls.fail("mutex_unlock", 1, 288);
     EXPECT_EQ(vc_gethostent("192.0.2.1", &names), 1) << "the names are there all the same";
     EXPECT_EQ(log.errors(), lines{"vc_gethostent: Error unlocking mutex: 288"});
     EXPECT_EQ(found_names(), lines{"a"});

@@ -8,6 +8,8 @@
 
 #include <gtest/gtest.h>
 
+#include "failing_memory.h"
+
 namespace quillfence::testing {
 namespace {
 
@@ -362,6 +364,20 @@ TEST(dns_answer, random_bytes) {
         }
         read(message);
     }
+}
+
+TEST(dns_answer, without_memory) {
+    dns_record *records = nullptr;
+    uint32_t status = 0;
+    const unsigned failed = sweep_allocations(
+        [&] { status = platform::read_dns_answer(rich.data(), rich.size(), &records); },
+        [&](unsigned n) {
+            EXPECT_EQ(status, 8u) << n;
+            EXPECT_EQ(records, nullptr) << n;
+        });
+    EXPECT_EQ(failed, 5u) << "three records, two names";
+    EXPECT_EQ(status, 0u);
+    platform::dns_release(records);
 }
 
 TEST(dns_record, made_and_released) {

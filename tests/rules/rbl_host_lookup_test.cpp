@@ -1,6 +1,7 @@
 #include "rbl_host_lookup.h"
 
 #include "dns_script.h"
+#include "failing_memory.h"
 #include "hook_table.h"
 #include "session.h"
 
@@ -79,6 +80,37 @@ TEST_F(rbl_host_lookup, names_that_cannot_be_formed) {
     EXPECT_EQ(quillfence_rbl_host(nullptr, "z"), nullptr);
     EXPECT_EQ(log.errors(),
               lines{"quillfence_rbl_host: Provided state does not have a valid IP address"});
+}
+
+// The last line is this module's own; the one before it, where there is one, tells where.
+TEST_F(rbl_host_lookup, without_memory) {
+    const std::string copy = "quillfence_rbl_host: Failed to copy IP Address string";
+    const std::string parse = "quillfence_rbl_host: Failed to parse ip address for octets";
+    const std::string reverse = "quillfence_rbl_host: Failed reversing IP address";
+    const std::string generate = "quillfence_rbl_host: Failed generating rbl lookup string";
+    lines want = {copy};
+    want.insert(want.end(), 8, parse);   // four pieces with a node each
+    want.insert(want.end(), 8, reverse); // four pieces with a dot each
+    want.insert(want.end(), 2, generate);
+    char *name = nullptr;
+    const unsigned failed = sweep_allocations([&] { name = quillfence_rbl_host(state, "z"); },
+                                              [&](unsigned n) {
+                                                  EXPECT_EQ(name, nullptr) << n;
+                                                  EXPECT_EQ(log.errors().back(), want.at(n - 1))
+                                                      << n;
+                                              });
+    EXPECT_EQ(failed, want.size());
+    EXPECT_STREQ(name, "1.2.0.192.z.");
+    free(name);
+
+    int hit = 1;
+    sweep_allocations([&] { hit = is_rbl_hit(state, "z"); },
+                      [&](unsigned n) {
+                          EXPECT_EQ(hit, 0) << n;
+                          EXPECT_EQ(log.errors().back(),
+                                    "is_rbl_hit: Failure generating RBL host string");
+                      });
+    EXPECT_EQ(questions().size(), 2u) << "only the last run asked";
 }
 
 TEST_F(rbl_host_lookup, lines_name_the_module) {

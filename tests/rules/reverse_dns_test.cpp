@@ -3,6 +3,7 @@
 
 #include <cerrno>
 
+#include "failing_memory.h"
 #include "ptr_session.h"
 
 namespace quillfence::testing {
@@ -209,6 +210,27 @@ TEST_F(reverse_dns, failure_line_is_the_same_everywhere) {
         EXPECT_EQ(rule.check(state), 0);
         EXPECT_EQ(rule_lines(log, rule.name), lines{"D DNS lookup failure - skipping"});
         EXPECT_EQ(state->rdns_resolves, 3u);
+    }
+}
+
+// Without memory for the lookup it is one that failed; nothing fires.
+TEST_F(reverse_dns, without_memory) {
+    for (const name_rule &rule : rules) {
+        SCOPED_TRACE(rule.name);
+        reset(0);
+        dns.ptr(client_arpa, listed_name);
+        uint8_t result = 1;
+        const unsigned failed =
+            sweep_allocations([&] { result = rule.check(state); },
+                              [&](unsigned n) {
+                                  EXPECT_EQ(result, 0) << n;
+                                  EXPECT_EQ(log.errors().size(), 1u) << n;
+                                  EXPECT_EQ(state->rdns_resolves == 3, state.ptr_names().empty())
+                                      << n;
+                                  reset(0);
+                              });
+        EXPECT_GE(failed, 3u);
+        EXPECT_EQ(result, 1);
     }
 }
 

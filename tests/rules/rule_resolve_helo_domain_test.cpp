@@ -1,6 +1,7 @@
 #include <cerrno>
 
 #include "dns_script.h"
+#include "failing_memory.h"
 #include "hook_table.h"
 #include "rules.h"
 #include "session.h"
@@ -111,6 +112,19 @@ TEST_F(resolve_helo_domain, blanks_are_trimmed_for_good) {
     EXPECT_EQ(judge("  mail.example "), 0);
     EXPECT_STREQ(state->helo, "mail.example");
     EXPECT_EQ(rule_lines(log, rule), lines{"D HELO [mail.example] resolves - setting flag"});
+}
+
+TEST_F(resolve_helo_domain, without_memory_nothing_is_kept) {
+    session::put(&state->helo, "mail.example");
+    uint8_t result = 1;
+    const unsigned failed = sweep_allocations([&] { result = rule_resolve_helo_domain(state); },
+                                              [&](unsigned n) {
+                                                  EXPECT_EQ(result, 0) << n;
+                                                  EXPECT_EQ(log.errors().size(), 1u) << n;
+                                                  EXPECT_EQ(state->helo_resolves, 0u) << n;
+                                              });
+    EXPECT_EQ(failed, 1u);
+    EXPECT_EQ(state->helo_resolves, 2u);
 }
 
 TEST_F(resolve_helo_domain, hands_the_dns_option_on) {

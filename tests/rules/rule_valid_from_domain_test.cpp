@@ -1,6 +1,7 @@
 #include <cerrno>
 
 #include "dns_script.h"
+#include "failing_memory.h"
 #include "hook_table.h"
 #include "rules.h"
 #include "session.h"
@@ -125,6 +126,19 @@ TEST_F(valid_from_domain, blanks_are_trimmed_for_good) {
     // Only a blank starts it.
     EXPECT_EQ(judge("\tu@mail.example\t"), 1);
     EXPECT_STREQ(state->mail_from, "\tu@mail.example\t");
+}
+
+TEST_F(valid_from_domain, without_memory_nothing_is_kept) {
+    session::put(&state->mail_from, "u@mail.example");
+    uint8_t result = 1;
+    const unsigned failed = sweep_allocations([&] { result = rule_valid_from_domain(state); },
+                                              [&](unsigned n) {
+                                                  EXPECT_EQ(result, 0) << n;
+                                                  EXPECT_EQ(log.errors().size(), 1u) << n;
+                                                  EXPECT_EQ(state->mail_resolves, 0u) << n;
+                                              });
+    EXPECT_EQ(failed, 1u);
+    EXPECT_EQ(state->mail_resolves, 2u);
 }
 
 TEST_F(valid_from_domain, hands_the_dns_option_on) {

@@ -1,5 +1,6 @@
 #include "dns_script.h"
 
+#include "failing_memory.h"
 #include "platform/dns.h"
 #include "vc_text.h"
 
@@ -39,6 +40,7 @@ platform::dns_record *build(const std::vector<dns_script::record> &records) {
 
 uint32_t from_script(const char *name, uint16_t type, uint32_t options,
                      platform::dns_record **records) {
+    const allocation_pause pause; // what the code under test allocates is what may fail
     questions.push_back({name, type, options});
     *records = nullptr;
     for (failure &first : failures) {
