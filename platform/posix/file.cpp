@@ -485,6 +485,10 @@ int stream_truncate(FILE *stream, int64_t size) {
     return uninterrupted([&] { return ftruncate(descriptor, size); }) == 0 ? 0 : errno;
 }
 
+bool stream_is_terminal(FILE *stream) {
+    return stream && isatty(fileno(stream));
+}
+
 void make_standard_streams_binary() {
     // They always are.
 }

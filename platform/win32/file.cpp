@@ -298,6 +298,10 @@ int stream_truncate(FILE *stream, int64_t size) {
     return _chsize_s(_fileno(stream), size);
 }
 
+bool stream_is_terminal(FILE *stream) {
+    return stream && _isatty(_fileno(stream));
+}
+
 void make_standard_streams_binary() {
     _setmode(_fileno(stdin), _O_BINARY);
     _setmode(_fileno(stdout), _O_BINARY);

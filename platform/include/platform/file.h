@@ -91,6 +91,9 @@ FILE *stream_open(const char *path, const char *mode);
 // Flushes the stream and cuts its file to size bytes; 0 or an errno value.
 int stream_truncate(FILE *stream, int64_t size);
 
+// Whether a stream is a terminal that somebody may be looking at.
+bool stream_is_terminal(FILE *stream);
+
 // The two standard streams in binary mode, where that is a difference.
 void make_standard_streams_binary();
 

@@ -1,0 +1,9 @@
+#include <CLI/CLI.hpp>
+
+#include "data_program.h"
+
+namespace quillfence::data_tool {
+
+void add_blockmap_commands(CLI::App &, chosen_action &) {}
+
+} // namespace quillfence::data_tool

@@ -1,0 +1,134 @@
+#include "data_program.h"
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <new>
+
+#include <CLI/CLI.hpp>
+
+#include "platform/error_numbers.h"
+#include "vc_w32.h"
+
+namespace quillfence::data_tool {
+
+namespace {
+
+constexpr char program_name[] = "quillfence-data";
+
+constexpr add_commands commands[] = {
+    add_regex_commands,
+    add_blockmap_commands,
+};
+
+constexpr char exit_status_help[] = R"(Exit status:
+  0  done
+  1  the answer is no: not listed, no match
+  2  could not run, or nothing was written
+  3  done in part: the rest has been complained about)";
+
+// Lines that the engine writes while no subcommand collects them.
+int log_to_standard_error(int, const char *format, ...) {
+    std::fprintf(stderr, "%s: ", program_name);
+    va_list arguments;
+    va_start(arguments, format);
+    std::vfprintf(stderr, format, arguments);
+    va_end(arguments);
+    return std::fputc('\n', stderr);
+}
+
+// "quillfence-data regex compile": the subcommand that the command line got to.
+std::string name_reached(const CLI::App &program) {
+    std::string name = program_name;
+    const CLI::App *at = &program;
+    for (;;) {
+        const auto below = at->get_subcommands();
+        if (below.empty()) {
+            return name;
+        }
+        at = below.front();
+        name += " " + at->get_name();
+    }
+}
+
+// What is wrong with the command line, and where to read how it is written.
+std::string usage_error(const CLI::App &program, const CLI::ParseError &error) {
+    const auto not_understood = program.remaining(true);
+    const bool no_such_subcommand =
+        error.get_exit_code() == static_cast<int>(CLI::ExitCodes::RequiredError) &&
+        !not_understood.empty() && std::string(error.what()) == "A subcommand is required";
+    return (no_such_subcommand ? "there is no subcommand \"" + not_understood.front() + "\""
+                               : std::string(error.what())) +
+           "; try \"" + name_reached(program) + " --help\"";
+}
+
+exit_status parse_and_run(int argc, char **argv) {
+    CLI::App program("Makes, shows and asks the binary data files of Quillfence.", program_name);
+    program.allow_windows_style_options(false); // /pattern/ and /path are values
+    program.set_version_flag("--version", std::string(program_name) + " " + QUILLFENCE_VERSION,
+                             "Print the version and exit");
+    program.set_help_flag("-h,--help", "Print this help and exit");
+    program.require_subcommand(1);
+    program.footer(exit_status_help);
+    chosen_action chosen;
+    for (const add_commands add : commands) {
+        add(program, chosen);
+    }
+    try {
+        program.parse(argc, argv);
+    } catch (const CLI::ParseError &error) {
+        if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
+            program.exit(error); // prints the help or the version
+            return exit_status::done;
+        }
+        throw failure(usage_error(program, error));
+    }
+    return chosen();
+}
+
+// What was printed must have arrived.
+exit_status finished(exit_status status) {
+    if (std::fflush(stdout) != 0 || std::ferror(stdout)) {
+        throw failure(std::string("standard output can't be written: ") + std::strerror(errno));
+    }
+    return status;
+}
+
+void write_line(std::string line) {
+    vc_sanitize(line.data());
+    line += '\n';
+    std::fwrite(line.data(), 1, line.size(), stderr);
+}
+
+} // namespace
+
+void complain(const std::string &text) {
+    write_line(std::string(program_name) + ": " + text);
+}
+
+void complain_at(const std::string &file, uint64_t line, const std::string &text) {
+    write_line(file + ":" + std::to_string(line) + ": error: " + text);
+}
+
+std::string file_error(const std::string &path, uint32_t error) {
+    return path + ": " + std::strerror(platform::errno_of(error));
+}
+
+int run(int argc, char **argv) {
+    vc_set_log_function(log_to_standard_error);
+    exit_status status = exit_status::failed;
+    try {
+        status = finished(parse_and_run(argc, argv));
+    } catch (const failure &what) {
+        complain(what.what());
+    } catch (const std::bad_alloc &) {
+        complain("there is not enough memory");
+    } catch (const std::exception &what) {
+        complain(what.what());
+    }
+    return static_cast<int>(status);
+}
+
+} // namespace quillfence::data_tool

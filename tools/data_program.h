@@ -1,0 +1,54 @@
+// quillfence-data, the administrator's tool for the binary data files: what its subcommands share.
+//
+// tools/ is compiled with exceptions and uses the standard library freely; nothing of it is linked
+// into the product. A subcommand is declared in a function of its own file (an add_commands), which
+// stands in the table in data_program.cpp. The declaration's callback does no work: it stores what
+// shall be done in `chosen`, and that runs when the whole command line has been understood.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <stdexcept>
+#include <string>
+
+namespace CLI {
+class App;
+}
+
+namespace quillfence::data_tool {
+
+// How the program ends.
+enum class exit_status : int {
+    done = 0,
+    no = 1,     // the answer to what was asked: not listed, no match, not in order
+    failed = 2, // it could not run, or nothing was written
+    partly = 3, // done, apart from what was complained about
+};
+
+// What a subcommand throws when it can't go on. The text names the file and what to do about it;
+// the program prints it behind its name and ends with exit_status::failed.
+class failure : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+using chosen_action = std::function<exit_status()>;
+using add_commands = void (*)(CLI::App &program, chosen_action &chosen);
+
+// One for each file that declares subcommands.
+void add_regex_commands(CLI::App &program, chosen_action &chosen);
+void add_blockmap_commands(CLI::App &program, chosen_action &chosen);
+
+// Complaints go to standard error, one line each. Bytes outside 0x20-0x7E are shown as '?'.
+//   complain          "quillfence-data: text", about a run as a whole
+//   complain_at       "file:line: error: text"
+void complain(const std::string &text);
+void complain_at(const std::string &file, uint64_t line, const std::string &text);
+
+// "c:/a/b: No such file or directory", from a Win32 error number of the seam.
+std::string file_error(const std::string &path, uint32_t error);
+
+// Runs the program; the result is its exit status.
+int run(int argc, char **argv);
+
+} // namespace quillfence::data_tool
