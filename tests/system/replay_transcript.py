@@ -159,12 +159,22 @@ def write_files(drive, files):
         target.write_bytes(content)
 
 
-def differences(case, run, program, events):
-    stderr = case.stderr.replace(b"{program}", program.encode())
+def run_captured(command, environment):
+    """Exit status, standard output and standard error of a program. They go to files: Wine's own
+    background processes would keep pipes open for seconds."""
+    with tempfile.TemporaryFile() as stdout, tempfile.TemporaryFile() as stderr:
+        run = subprocess.run(command, stdout=stdout, stderr=stderr, stdin=subprocess.DEVNULL,
+                             timeout=100, env={**os.environ, **environment})
+        stdout.seek(0)
+        stderr.seek(0)
+        return run.returncode, stdout.read(), stderr.read()
+
+
+def differences(case, status, stdout, stderr, program, events):
     checks = [
-        ("standard output", run.stdout, case.stdout),
-        ("standard error", run.stderr, stderr),
-        ("exit status", run.returncode, case.status),
+        ("standard output", stdout, case.stdout),
+        ("standard error", stderr, case.stderr.replace(b"{program}", program.encode())),
+        ("exit status", status, case.status),
     ]
     if events is not None:
         checks.append(("error events", events, case.events))
@@ -181,14 +191,13 @@ def main():
         drive, command = NativeDrive(), [program]
     try:
         write_files(drive, case.files)
-        run = subprocess.run(command + case.arguments, capture_output=True, timeout=100,
-                             env={**os.environ, **drive.environment}, stdin=subprocess.DEVNULL)
+        status, stdout, stderr = run_captured(command + case.arguments, drive.environment)
         shown = program
         if wine and case.stderr:  # Wine knows the program under a path of its own
-            usage = re.match(rb"Usage : (.*) R \[", run.stderr)
+            usage = re.match(rb"Usage : (.*) R \[", stderr)
             shown = usage.group(1).decode("latin-1") if usage else program
-            run.stderr = run.stderr.replace(b"\r\n", b"\n")
-        found = differences(case, run, shown, drive.error_events())
+            stderr = stderr.replace(b"\r\n", b"\n")
+        found = differences(case, status, stdout, stderr, shown, drive.error_events())
     finally:
         drive.remove()
     for difference in found:
