@@ -10,10 +10,14 @@ namespace {
 unsigned countdown; // 0: nothing will fail
 bool paused;
 bool has_fired;
+bool keep_failing; // those after the first failure, too
 
 bool fails_now() {
     if (paused || countdown == 0 || --countdown != 0) {
         return false;
+    }
+    if (keep_failing) {
+        countdown = 1;
     }
     has_fired = true;
     errno = ENOMEM;
@@ -22,8 +26,9 @@ bool fails_now() {
 
 } // namespace
 
-failing_allocation::failing_allocation(unsigned n) {
+failing_allocation::failing_allocation(unsigned n, bool all_after) {
     has_fired = false;
+    keep_failing = all_after;
     countdown = n;
 }
 

@@ -7,11 +7,11 @@
 namespace quillfence::testing {
 
 // While one lives, the n-th allocation from now on (counted from 1) returns null with errno ENOMEM;
-// those before and after it succeed. Call only the operation under test meanwhile: on Windows the
-// test's own strings are counted too. Only one at a time.
+// those before it succeed, and those after it do unless all_after is set. Call only the operation
+// under test meanwhile: on Windows the test's own strings are counted too. Only one at a time.
 class failing_allocation {
   public:
-    explicit failing_allocation(unsigned n);
+    explicit failing_allocation(unsigned n, bool all_after = false);
     ~failing_allocation();
     failing_allocation(const failing_allocation &) = delete;
     failing_allocation &operator=(const failing_allocation &) = delete;
