@@ -40,9 +40,9 @@ static bool print_report(smtp_state *state) {
     if (!report) {
         return false;
     }
-    vc_json_dump(stdout, report);
+    const bool written = vc_json_dump(stdout, report);
     vc_json_free(report);
-    return fflush(stdout) == 0 && !ferror(stdout);
+    return fflush(stdout) == 0 && written;
 }
 
 // Everything between start-up and teardown; false on failure.
