@@ -21,7 +21,7 @@ namespace quillfence::testing {
 namespace {
 
 constexpr char reverse_name[] = "1.2.0.192.in-addr.arpa.";
-constexpr uint16_t type_a = 1, type_mx = 15;
+constexpr uint16_t type_a = 1, type_ptr = 12;
 
 struct transaction {
     const char *ip = "192.0.2.1";
@@ -77,7 +77,7 @@ class decision_runs : public drive_test {
         if (!t.ptr_names.empty()) {
             dns.ptr(reverse_name, t.ptr_names);
         } else {
-            dns.answer(reverse_name, 12, 9003);
+            dns.answer(reverse_name, type_ptr, 9003);
         }
     }
     dns_script dns;
