@@ -1,6 +1,6 @@
 #include "dns_script.h"
 
-#include "failing_memory.h"
+#include "allocation_pause.h"
 #include "platform/dns.h"
 #include "vc_text.h"
 

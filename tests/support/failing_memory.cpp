@@ -8,12 +8,11 @@ namespace quillfence::testing {
 namespace {
 
 unsigned countdown; // 0: nothing will fail
-bool paused;
 bool has_fired;
 bool keep_failing; // those after the first failure, too
 
 bool fails_now() {
-    if (paused || countdown == 0 || --countdown != 0) {
+    if (allocations_paused || countdown == 0 || --countdown != 0) {
         return false;
     }
     if (keep_failing) {
@@ -38,14 +37,6 @@ failing_allocation::~failing_allocation() {
 
 bool failing_allocation::fired() const {
     return has_fired;
-}
-
-allocation_pause::allocation_pause() : before_(paused) {
-    paused = true;
-}
-
-allocation_pause::~allocation_pause() {
-    paused = before_;
 }
 
 } // namespace quillfence::testing

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include "allocation_pause.h"
+
 namespace quillfence::testing {
 
 // While one lives, the n-th allocation from now on (counted from 1) returns null with errno ENOMEM;
@@ -17,19 +19,6 @@ class failing_allocation {
     failing_allocation &operator=(const failing_allocation &) = delete;
 
     bool fired() const; // whether the n-th allocation has come
-};
-
-// While one lives, allocations neither count nor fail. For stand-ins that are called by the code
-// under test.
-class allocation_pause {
-  public:
-    allocation_pause();
-    ~allocation_pause();
-    allocation_pause(const allocation_pause &) = delete;
-    allocation_pause &operator=(const allocation_pause &) = delete;
-
-  private:
-    bool before_;
 };
 
 // Runs operation() with its first, second, ... allocation failing, and check(n) after each run, up
