@@ -9,6 +9,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "line_input.h"
 #include "platform/error_numbers.h"
 #include "vc_w32.h"
 
@@ -28,16 +29,6 @@ constexpr char exit_status_help[] = R"(Exit status:
   1  the answer is no: not listed, no match
   2  could not run, or nothing was written
   3  done in part: the rest has been complained about)";
-
-// Lines that the engine writes while no subcommand collects them.
-int log_to_standard_error(int, const char *format, ...) {
-    std::fprintf(stderr, "%s: ", program_name);
-    va_list arguments;
-    va_start(arguments, format);
-    std::vfprintf(stderr, format, arguments);
-    va_end(arguments);
-    return std::fputc('\n', stderr);
-}
 
 // "quillfence-data regex compile": the subcommand that the command line got to.
 std::string name_reached(const CLI::App &program) {
@@ -108,8 +99,37 @@ void complain(const std::string &text) {
     write_line(std::string(program_name) + ": " + text);
 }
 
-void complain_at(const std::string &file, uint64_t line, const std::string &text) {
-    write_line(file + ":" + std::to_string(line) + ": error: " + text);
+void complain_at(const std::string &file, uint64_t line, weight how, const std::string &text) {
+    write_line(file + ":" + std::to_string(line) +
+               (how == weight::error ? ": error: " : ": warning: ") + text);
+}
+
+std::string counted(uint64_t count, const std::string &noun) {
+    return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
+}
+
+void for_each_argument(const std::vector<std::string> &arguments,
+                       const std::function<void(const std::string &)> &function) {
+    for (const std::string &argument : arguments) {
+        if (argument != "-") {
+            function(argument);
+            continue;
+        }
+        line_input in(argument);
+        for (std::string_view line; in.next(&line);) {
+            function(std::string(line));
+        }
+    }
+}
+
+int log_to_standard_error(int, const char *format, ...) {
+    char line[1024];
+    va_list arguments;
+    va_start(arguments, format);
+    std::vsnprintf(line, sizeof line, format, arguments);
+    va_end(arguments);
+    complain(line);
+    return 0;
 }
 
 std::string file_error(const std::string &path, uint32_t error) {

@@ -10,6 +10,7 @@
 #include <functional>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace CLI {
 class App;
@@ -41,12 +42,23 @@ void add_blockmap_commands(CLI::App &program, chosen_action &chosen);
 
 // Complaints go to standard error, one line each. Bytes outside 0x20-0x7E are shown as '?'.
 //   complain          "quillfence-data: text", about a run as a whole
-//   complain_at       "file:line: error: text"
+//   complain_at       "file:line: error: text", or "warning" in its place
 void complain(const std::string &text);
-void complain_at(const std::string &file, uint64_t line, const std::string &text);
+enum class weight { error, warning };
+void complain_at(const std::string &file, uint64_t line, weight how, const std::string &text);
 
 // "c:/a/b: No such file or directory", from a Win32 error number of the seam.
 std::string file_error(const std::string &path, uint32_t error);
+
+// "1 expression", "2 expressions".
+std::string counted(uint64_t count, const std::string &noun);
+
+// Calls a function for each argument; in the place of "-" for each line of standard input.
+void for_each_argument(const std::vector<std::string> &arguments,
+                       const std::function<void(const std::string &)> &function);
+
+// The log function of the program: lines that the engine writes while nothing collects them.
+int log_to_standard_error(int priority, const char *format, ...);
 
 // Runs the program; the result is its exit status.
 int run(int argc, char **argv);

@@ -83,6 +83,7 @@ struct TRex {
     const char *eol;
     char *pattern; // as it was compiled, with what was put around it
     TRexMatch *matches;
+    uint32_t steps; // that the last match took: how often a node was looked at
     uint8_t case_flag;
 };
 

@@ -812,7 +812,9 @@ int __trex_match_span(TRex *expression, const char *begin, const char *end) {
     m.settled = nullptr;
     m.failure_count = 0;
     const TRexNode *root = use_node(&m, 0, "__trex_matchnode");
-    return root && match_root(&m, root) == end && !m.broken;
+    const bool matched = root && match_root(&m, root) == end && !m.broken;
+    expression->steps = max_steps - m.steps_left;
+    return matched;
 }
 
 int trex_match(TRex *expression, const char *subject) {

@@ -1,0 +1,28 @@
+// What the engine has to say about the data that it is given.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace quillfence::data_tool {
+
+// While one lives it keeps the engine's ERROR lines, without the place in the source where they
+// come from; an outer one hears nothing meanwhile. DEBUG lines go to standard error.
+class engine_messages {
+  public:
+    engine_messages();
+    ~engine_messages();
+    engine_messages(const engine_messages &) = delete;
+    engine_messages &operator=(const engine_messages &) = delete;
+
+    // All since the last call, joined with "; "; empty when there were none.
+    std::string take();
+
+  private:
+    static int log(int priority, const char *format, ...);
+    static engine_messages *current;
+    engine_messages *outer_;
+    std::vector<std::string> texts_;
+};
+
+} // namespace quillfence::data_tool

@@ -1,0 +1,46 @@
+// A file that appears under its name all at once, or not at all.
+#pragma once
+
+#include <cstddef>
+#include <cstdio>
+#include <string>
+
+#include "data_program.h"
+#include "line_input.h"
+
+namespace quillfence::data_tool {
+
+class file_output {
+  public:
+    // Creates "<path>.<process id>.tmp" beside the file. Throws a failure when that can't be done.
+    explicit file_output(const std::string &path);
+    // Removes the temporary file when it has not taken the file's place.
+    ~file_output();
+    file_output(const file_output &) = delete;
+    file_output &operator=(const file_output &) = delete;
+
+    FILE *stream() {
+        return stream_.get();
+    }
+    void write(const void *bytes, size_t size);
+
+    // Brings everything to stable storage and renames the temporary file over the file. Throws a
+    // failure when any byte could not be written; the file then is what it was before.
+    void commit();
+
+  private:
+    [[noreturn]] void fail(const char *reason) const;
+
+    std::string path_;
+    std::string temporary_;
+    stream_ptr stream_;
+    bool committed_ = false;
+};
+
+// Ends a run that made a file of a list's lines: commits it, prints "out: content", and returns
+// done. When lines were complained about it throws a failure and leaves the file alone, or with
+// keep_going commits and returns partly.
+exit_status finish_writing(const line_input *in, file_output *out, const std::string &path,
+                           bool keep_going, const std::string &content);
+
+} // namespace quillfence::data_tool
