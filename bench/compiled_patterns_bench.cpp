@@ -11,7 +11,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -92,10 +91,26 @@ std::string file_for(const char *peer, size_t count) {
     return folder + "/" + peer + "-" + std::to_string(count);
 }
 
-std::string contents(const std::string &path) {
-    std::ifstream stream(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
-}
+// A whole file with one read, as a peer's own program would do it.
+struct file_bytes {
+    explicit file_bytes(const std::string &path) {
+        FILE *stream = std::fopen(path.c_str(), "rb");
+        size = std::filesystem::file_size(path);
+        bytes = static_cast<char *>(std::malloc(size));
+        if (!stream || std::fread(bytes, 1, size, stream) != size) {
+            stop("can't read " + path);
+        }
+        std::fclose(stream);
+    }
+    ~file_bytes() {
+        std::free(bytes);
+    }
+    file_bytes(const file_bytes &) = delete;
+    file_bytes &operator=(const file_bytes &) = delete;
+
+    char *bytes;
+    size_t size;
+};
 
 void write_compiled(const std::string &path, const std::vector<std::string> &patterns) {
     FILE *stream = platform::stream_open(path.c_str(), "w+b");
@@ -164,15 +179,15 @@ void prepare_pcre2(size_t count) {
 }
 
 bool with_pcre2_serialised(size_t count, const char *name) {
-    const std::string bytes = contents(file_for("pcre2", count));
-    const auto *data = reinterpret_cast<const uint8_t *>(bytes.data());
+    const file_bytes file(file_for("pcre2", count));
+    const auto *data = reinterpret_cast<const uint8_t *>(file.bytes);
     std::vector<pcre2_code *> codes(static_cast<size_t>(pcre2_serialize_get_number_of_codes(data)));
     pcre2_serialize_decode(codes.data(), static_cast<int32_t>(codes.size()), data, nullptr);
     pcre2_match_data *scratch = pcre2_match_data_create(32, nullptr);
     const size_t length = std::strlen(name);
     bool hit = false;
-    for (pcre2_code *code : codes) {
-        hit = hit || pcre2_hits(code, name, length, scratch);
+    for (size_t i = 0; i < codes.size() && !hit; ++i) {
+        hit = pcre2_hits(codes[i], name, length, scratch);
     }
     for (pcre2_code *code : codes) {
         pcre2_code_free(code);
@@ -243,10 +258,10 @@ void prepare_hyperscan(size_t count) {
 }
 
 bool with_hyperscan(size_t count, const char *name) {
-    const std::string bytes = contents(file_for("hyperscan", count));
+    const file_bytes file(file_for("hyperscan", count));
     hs_database_t *database = nullptr;
     hs_scratch_t *scratch = nullptr;
-    hs_deserialize_database(bytes.data(), bytes.size(), &database);
+    hs_deserialize_database(file.bytes, file.size, &database);
     hs_alloc_scratch(database, &scratch);
     const auto stop_at_hit = [](unsigned, unsigned long long, unsigned long long, unsigned,
                                 void *hit) {
