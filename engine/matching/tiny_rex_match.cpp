@@ -29,7 +29,7 @@
 // All this is on purpose, the differences between the forms too. An operand that has matched
 // without consuming counts as failed when one of these loops comes back to it.
 //
-// Four shortcuts keep this fast; none changes a result or an ERROR line, apart from the number of
+// Some shortcuts keep this fast; none changes a result or an ERROR line, apart from the number of
 // steps. The comparison with a matcher that has none of them (tests/matching/slow_matcher.cpp)
 // covers them all, on damaged node arrays too.
 //   - A repetition in the root's own sequence whose rest has completed has seen the whole of what
@@ -38,8 +38,12 @@
 //     `looked_at` instead of `root`.
 //   - Where a ".*" in the root's sequence has failed, it fails at every later position, unless the
 //     recursion was nearer its limit then (`failures`).
-//   - A ".*" before a literal goes from one such character to the next.
-//   - A node is checked by one inline function that only finds out whether something is wrong.
+//   - Where the next character can't begin a match of a chain, the chain is not tried (`opening`):
+//     for the whole expression, and for each position that a ".*" tries. This looks at the nodes
+//     that the match itself would use until it fails, and does not judge where one of them is bad.
+//   - An expression whose root's sequence ends in literals and an end node can't match a subject
+//     that ends differently. That is the answer where the match could have nothing to report: all
+//     nodes are good and their links form a tree (`tail_differs`, `is_sound_tree`).
 //
 // Node arrays may come from a damaged file. Every node is checked when it is used, and what links
 // can form beyond that is bounded: a walk along one chain by the node count, recursion by the node
@@ -65,9 +69,9 @@ constexpr int32_t spare_depth = 16;
 
 // Where a node stands: what follows its sequence as a whole, and how many groups are around it.
 struct place {
-    int32_t follow;      // first node of the chain that follows, or none
-    const place *around; // where that chain stands
+    int32_t follow; // first node of the chain that follows, or none
     int32_t group_depth;
+    const place *around; // where that chain stands
 };
 
 // A ".*" of the root's sequence that has failed: it can't match from there on.
@@ -84,6 +88,7 @@ struct matcher {
     int32_t count;
     bool fold;
     bool broken;
+    bool silent; // nothing is reported
     uint32_t steps_left;
     int32_t depth_left;
     const char *begin;
@@ -124,57 +129,80 @@ int32_t maximum_of(const TRexNode *greedy) {
     return greedy->right & 0xFFFF;
 }
 
-fault operand_fault(const TRexNode *node) {
-    switch (node->type) {
-    case trex_op_greedy:
-        return node->right == none                   ? fault::greedy_without_right
-               : node->left < 0                      ? fault::greedy_without_left
-               : minimum_of(node) > maximum_of(node) ? fault::greedy_bounds
-                                                     : fault::no_fault;
-    case trex_op_or:
-        return node->left < 0    ? fault::or_without_left
-               : node->right < 0 ? fault::or_without_right
-                                 : fault::no_fault;
-    case trex_op_expr:
-    case trex_op_nocapexpr:
-        return node->left < 0 ? fault::expr_without_left : fault::no_fault;
-    case trex_op_class:
-    case trex_op_nclass:
-        return node->left < 0 ? fault::class_without_left : fault::no_fault;
-    case trex_op_range:
-        return node->left < 0    ? fault::range_without_left
-               : node->right < 0 ? fault::range_without_right
-                                 : fault::no_fault;
-    case trex_op_dot:
-    case trex_op_cclass:
-    case trex_op_eol:
-    case trex_op_bol:
-    case trex_op_wb:
-    case trex_op_any_sequence:
-        return fault::no_fault;
-    default:
-        return node->type >= 0x20 && node->type <= 0x7E ? fault::no_fault : fault::not_printable;
+// What the check asks of a type: which fields are links, and what is wrong when one is missing.
+struct node_rule {
+    bool left_is_link;
+    bool right_is_link;
+    fault without_left;
+    fault without_right;
+    fault always;
+};
+constexpr fault fine = fault::no_fault;
+constexpr node_rule literal_rule = {true, true, fine, fine, fine};
+constexpr node_rule unusable_rule = {true, true, fine, fine, fault::not_printable};
+constexpr node_rule operator_rules[] = {
+    {true, false, fault::greedy_without_left, fine, fine}, // has checks of its own
+    {true, true, fault::or_without_left, fault::or_without_right, fine},
+    {true, true, fault::expr_without_left, fine, fine},
+    {true, true, fault::expr_without_left, fine, fine},
+    {true, true, fine, fine, fine}, // any character
+    {true, true, fault::class_without_left, fine, fine},
+    {false, true, fine, fine, fine}, // class letter
+    {true, true, fault::class_without_left, fine, fine},
+    {false, false, fault::range_without_left, fault::range_without_right, fine},
+    unusable_rule,                   // 265
+    {true, true, fine, fine, fine},  // end
+    {true, true, fine, fine, fine},  // beginning
+    {false, true, fine, fine, fine}, // word boundary
+    {true, true, fine, fine, fine},  // any sequence
+};
+
+const node_rule *rule_of(int32_t type) {
+    if (type >= 0x20 && type <= 0x7E) {
+        return &literal_rule;
     }
+    return type >= trex_op_greedy && type <= trex_op_any_sequence
+               ? &operator_rules[type - trex_op_greedy]
+               : &unusable_rule;
 }
 
-bool left_is_link(int32_t type) {
-    return type != trex_op_cclass && type != trex_op_range && type != trex_op_wb;
-}
-bool right_is_link(int32_t type) {
-    return type != trex_op_greedy && type != trex_op_range;
+fault bounds_fault(const TRexNode *greedy) {
+    return greedy->right == none                     ? fault::greedy_without_right
+           : greedy->left < 0                        ? fault::greedy_without_left
+           : minimum_of(greedy) > maximum_of(greedy) ? fault::greedy_bounds
+                                                     : fine;
 }
 
-fault node_fault(const TRexNode *node, int32_t count) {
-    if (node->left >= count && left_is_link(node->type)) {
+// What most nodes are.
+inline bool is_good_literal(const TRexNode *node, int32_t count) {
+    return node->type >= 0x20 && node->type <= 0x7E && node->left < count && node->right < count &&
+           node->next < count;
+}
+
+inline fault node_fault(const TRexNode *node, int32_t count) {
+    if (is_good_literal(node, count)) {
+        return fine;
+    }
+    const node_rule *rule = rule_of(node->type);
+    if (node->left >= count && rule->left_is_link) {
         return fault::left_out_of_range;
     }
-    if (node->right >= count && right_is_link(node->type)) {
+    if (node->right >= count && rule->right_is_link) {
         return fault::right_out_of_range;
     }
     if (node->next >= count) {
         return fault::next_out_of_range;
     }
-    return operand_fault(node);
+    if (node->type == trex_op_greedy) {
+        return bounds_fault(node);
+    }
+    if (node->left < 0 && rule->without_left != fine) {
+        return rule->without_left;
+    }
+    if (node->right < 0 && rule->without_right != fine) {
+        return rule->without_right;
+    }
+    return rule->always;
 }
 
 void report_fault(fault found, const TRexNode *node, int32_t count) {
@@ -231,27 +259,36 @@ void report_fault(fault found, const TRexNode *node, int32_t count) {
 // --- Limits -------------------------------------------------------------------------------------
 
 const char *give_up(matcher *m, const char *function, const char *why) {
-    if (!m->broken) {
+    if (!m->broken && !m->silent) {
         QF_ERROR_AS(function, "%s", why);
-        m->broken = true;
     }
+    m->broken = true;
     return nullptr;
 }
 const char *cycle(matcher *m, const char *function) {
     return give_up(m, function, "corrupt regex: nodes form a cycle");
 }
 
-// The node of a link that has been checked, now checked itself; null when it may not be used.
-const TRexNode *use_node(matcher *m, int32_t index, const char *function) {
+bool step(matcher *m, const char *function) {
     if (m->steps_left == 0) {
         give_up(m, function, "regex takes too many steps");
-        return nullptr;
+        return false;
     }
     --m->steps_left;
+    return true;
+}
+
+// The node of a link that has been checked, now checked itself; null when it may not be used.
+inline const TRexNode *use_node(matcher *m, int32_t index, const char *function) {
+    if (!step(m, function)) {
+        return nullptr;
+    }
     const TRexNode *node = &m->nodes[index];
     const fault found = node_fault(node, m->count);
     if (found != fault::no_fault) {
-        report_fault(found, node, m->count);
+        if (!m->silent) {
+            report_fault(found, node, m->count);
+        }
         m->broken = true;
         return nullptr;
     }
@@ -262,6 +299,9 @@ const TRexNode *use_node(matcher *m, int32_t index, const char *function) {
 
 constexpr int32_t lowered(int32_t code) {
     return code >= 'A' && code <= 'Z' ? code + 32 : code;
+}
+bool is_literal(const TRexNode *node) {
+    return node->type < trex_op_greedy;
 }
 constexpr bool is_punctuation(char c) {
     return is_printable(c) && c != ' ' && !is_alphanumeric(c);
@@ -345,6 +385,11 @@ bool __trex_matchclass(matcher *m, const TRexNode *node, char c) {
     return false;
 }
 
+bool is_character(const matcher *m, const TRexNode *literal, char c) {
+    const int32_t code = static_cast<unsigned char>(c);
+    return code == literal->type || (m->fold && lowered(code) == lowered(literal->type));
+}
+
 bool takes_character(matcher *m, const TRexNode *node, char c) {
     switch (node->type) {
     case trex_op_dot:
@@ -355,11 +400,14 @@ bool takes_character(matcher *m, const TRexNode *node, char c) {
         return !__trex_matchclass(m, node, c) && !m->broken;
     case trex_op_cclass:
         return __trex_matchcclass(node->left, c);
-    default: {
-        const int32_t code = static_cast<unsigned char>(c);
-        return m->fold ? lowered(code) == lowered(node->type) : code == node->type;
+    default:
+        return is_character(m, node, c);
     }
-    }
+}
+
+// Whether a node takes one character, whatever that may be.
+bool takes_one(const TRexNode *node) {
+    return is_literal(node) || (node->type >= trex_op_dot && node->type <= trex_op_nclass);
 }
 
 const char *match_character(matcher *m, const TRexNode *node, const char *at) {
@@ -375,16 +423,94 @@ const char *match_boundary(const matcher *m, const TRexNode *node, const char *a
     return hit ? at : nullptr;
 }
 
+// --- What the next character rules out ----------------------------------------------------------
+
+// What is known of a node or a chain from the next character alone.
+enum class opening : uint8_t {
+    fails,
+    skipped, // it matches without consuming
+    unknown,
+};
+// A look at more nodes than this is not worth it. Not more than spare_depth, so that the match
+// itself can't meet its limit of recursion on the way.
+constexpr int32_t most_looked_at = spare_depth;
+
+opening opening_of_chain(matcher *m, int32_t index, const char *at, int32_t *looks_left);
+
+opening opening_of_repetition(matcher *m, const TRexNode *node, const char *at,
+                              int32_t *looks_left) {
+    const int32_t minimum = minimum_of(node);
+    const int32_t maximum = maximum_of(node);
+    const bool optional = minimum == 0 && (maximum == 1 || maximum == trex_unbounded);
+    if (minimum == 0 && !optional) {
+        return opening::unknown; // the rest comes first
+    }
+    const TRexNode *operand = use_node(m, node->left, "__trex_matchnode");
+    if (!operand) {
+        return opening::unknown;
+    }
+    // The operand is a chain of this one node.
+    const bool group = operand->type == trex_op_expr || operand->type == trex_op_nocapexpr;
+    const bool fails = takes_one(operand) ? !takes_character(m, operand, *at)
+                                          : group && opening_of_chain(m, operand->left, at,
+                                                                      looks_left) == opening::fails;
+    if (m->broken || !fails) {
+        return opening::unknown;
+    }
+    return optional ? opening::skipped : opening::fails;
+}
+
+opening opening_of_node(matcher *m, const TRexNode *node, const char *at, int32_t *looks_left) {
+    switch (node->type) {
+    case trex_op_bol:
+        return at == m->begin ? opening::skipped : opening::fails;
+    case trex_op_expr:
+    case trex_op_nocapexpr:
+        return opening_of_chain(m, node->left, at, looks_left) == opening::fails ? opening::fails
+                                                                                 : opening::unknown;
+    case trex_op_greedy:
+        return opening_of_repetition(m, node, at, looks_left);
+    default:
+        return takes_one(node) && !takes_character(m, node, *at) ? opening::fails
+                                                                 : opening::unknown;
+    }
+}
+
+opening opening_of_chain(matcher *m, int32_t index, const char *at, int32_t *looks_left) {
+    while (index >= 0 && --*looks_left > 0) {
+        const TRexNode *node = use_node(m, index, "__trex_matchnode");
+        const opening found = node ? opening_of_node(m, node, at, looks_left) : opening::unknown;
+        if (found != opening::skipped) {
+            return m->broken ? opening::unknown : found;
+        }
+        index = node->next;
+    }
+    return opening::unknown;
+}
+
+// Whether a chain certainly fails at a place before the subject's end, without using a bad node.
+bool cannot_open(matcher *m, int32_t first, const char *at) {
+    int32_t looks_left = most_looked_at;
+    m->silent = true;
+    const bool fails = opening_of_chain(m, first, at, &looks_left) == opening::fails;
+    m->silent = false;
+    m->broken = false;
+    return fails;
+}
+
 // --- Nodes that hold others ---------------------------------------------------------------------
 
 // The place of the operand of a repetition, or of the body of a group that is one level deeper:
 // what follows the node follows them.
 place inside(const matcher *m, const TRexNode *node, const place *in, int32_t levels) {
-    const int32_t depth = in->group_depth + levels;
-    if (node->next < 0) {
-        return {in->follow, in->around, depth};
-    }
-    return {node->next, in == &m->root ? &m->looked_at : in, depth};
+    const bool last = node->next < 0;
+    return {
+        .follow = last ? in->follow : node->next,
+        .group_depth = in->group_depth + levels,
+        .around = last             ? in->around
+                  : in == &m->root ? &m->looked_at
+                                   : in,
+    };
 }
 
 void note_group(matcher *m, const TRexNode *node, const char *from, const char *to) {
@@ -411,7 +537,7 @@ const char *match_group(matcher *m, const TRexNode *node, const char *at, const 
 
 // An alternation on the right of another is a further branch: a loop instead of a recursion.
 const char *match_or(matcher *m, const TRexNode *node, const char *at, const place *in) {
-    const place branch = {none, nullptr, in->group_depth};
+    const place branch = {none, in->group_depth, nullptr};
     bool ended;
     for (int32_t walked = 0; walked < m->count; ++walked) {
         const char *to = match_chain(m, node->left, at, &branch, &ended);
@@ -461,28 +587,12 @@ void note_failure(matcher *m, const TRexNode *node, const char *at) {
     m->failures[i] = {node, at, m->depth_left};
 }
 
-bool is_literal(const TRexNode *node) {
-    return node->type < trex_op_greedy;
-}
-
-// The next place from `at` where a literal has its character; null when there is none.
-const char *find_literal(matcher *m, const TRexNode *literal, const char *at) {
-    for (; at < m->end; ++at) {
-        if (takes_character(m, literal, *at)) {
-            return at;
-        }
-        m->steps_left -= m->steps_left > 0;
-    }
-    return nullptr;
-}
-
 // The first position from `at` where the chain matches through to an end node.
 const char *match_somewhere(matcher *m, int32_t first, const char *at, const place *in,
                             bool *ended) {
-    const TRexNode *behind = &m->nodes[first]; // has been checked
-    for (; at && at <= m->end && !m->broken; ++at) {
-        if (is_literal(behind) && !(at = find_literal(m, behind, at))) {
-            break;
+    for (; at <= m->end && !m->broken; ++at) {
+        if (at < m->end && cannot_open(m, first, at)) {
+            continue;
         }
         const char *to = match_chain(m, first, at, in, ended);
         if (to && *ended) {
@@ -532,21 +642,27 @@ const char *match_any_sequence(matcher *m, const TRexNode *node, const char *at,
 // --- Repetitions --------------------------------------------------------------------------------
 
 struct repetition {
-    const TRexNode *node;
-    place operand;     // its follow is the rest
-    const place *rest; // where the rest stands
-    bool decides;      // when the rest completes, so does the root's sequence
+    int32_t operand_index;
+    const TRexNode *operand; // once it has been checked
+    place operand_place;     // its follow is the rest
+    const place *rest;       // where the rest stands
+    bool decides;            // when the rest completes, so does the root's sequence
 };
 
 const char *__trex_matchnode(matcher *m, const TRexNode *node, const char *at, const place *in);
 
-const char *match_operand(matcher *m, const repetition *r, const char *at) {
-    const TRexNode *operand = use_node(m, r->node->left, "__trex_matchnode");
-    return operand ? __trex_matchnode(m, operand, at, &r->operand) : nullptr;
+const char *match_operand(matcher *m, repetition *r, const char *at) {
+    static constexpr char function[] = "__trex_matchnode";
+    if (!r->operand) {
+        r->operand = use_node(m, r->operand_index, function);
+    } else if (!step(m, function)) {
+        return nullptr;
+    }
+    return r->operand ? __trex_matchnode(m, r->operand, at, &r->operand_place) : nullptr;
 }
 
 bool has_rest(const repetition *r) {
-    return r->operand.follow >= 0;
+    return r->operand_place.follow >= 0;
 }
 
 bool rest_completes(matcher *m, const repetition *r, const char *at, bool with_end) {
@@ -554,7 +670,7 @@ bool rest_completes(matcher *m, const repetition *r, const char *at, bool with_e
     if (with_end && !has_rest(r)) {
         return false;
     }
-    const char *to = match_chain(m, r->operand.follow, at, r->rest, &ended);
+    const char *to = match_chain(m, r->operand_place.follow, at, r->rest, &ended);
     if (!to || (with_end && !ended)) {
         return false;
     }
@@ -567,7 +683,7 @@ bool rest_completes(matcher *m, const repetition *r, const char *at, bool with_e
 
 // * and +. They differ at the subject's end and when a later operand fails: there * fails where +
 // stops.
-const char *match_unbounded(matcher *m, const repetition *r, const char *from, bool plus) {
+const char *match_unbounded(matcher *m, repetition *r, const char *from, bool plus) {
     const char *at = match_operand(m, r, from);
     if (!at) {
         return plus || m->broken ? nullptr : from;
@@ -588,7 +704,7 @@ const char *match_unbounded(matcher *m, const repetition *r, const char *from, b
     }
 }
 
-const char *match_optional(matcher *m, const repetition *r, const char *from) {
+const char *match_optional(matcher *m, repetition *r, const char *from) {
     const char *at = match_operand(m, r, from);
     if (m->broken) {
         return nullptr;
@@ -603,7 +719,7 @@ const char *match_optional(matcher *m, const repetition *r, const char *from) {
 }
 
 // The operand count times in a row. Where it consumes nothing, one match is as good as all.
-const char *match_times(matcher *m, const repetition *r, const char *at, int32_t count) {
+const char *match_times(matcher *m, repetition *r, const char *at, int32_t count) {
     for (; at && count > 0; --count) {
         const char *to = match_operand(m, r, at);
         if (to == at) {
@@ -615,7 +731,7 @@ const char *match_times(matcher *m, const repetition *r, const char *at, int32_t
 }
 
 // As many operands as there are.
-const char *match_all(matcher *m, const repetition *r, const char *at) {
+const char *match_all(matcher *m, repetition *r, const char *at) {
     for (;;) {
         const char *to = match_operand(m, r, at);
         if (m->broken) {
@@ -628,13 +744,13 @@ const char *match_all(matcher *m, const repetition *r, const char *at) {
     }
 }
 
-const char *match_bounded(matcher *m, const repetition *r, const char *at, int32_t minimum,
+const char *match_bounded(matcher *m, repetition *r, const char *at, int32_t minimum,
                           int32_t maximum) {
     at = match_times(m, r, at, minimum);
     if (!at) {
         return nullptr;
     }
-    if (!has_rest(r) || r->operand.group_depth >= 2) {
+    if (!has_rest(r) || r->operand_place.group_depth >= 2) {
         return match_all(m, r, at);
     }
     for (int32_t count = minimum; count <= maximum; ++count) {
@@ -652,8 +768,8 @@ const char *match_bounded(matcher *m, const repetition *r, const char *at, int32
 
 const char *match_greedy(matcher *m, const TRexNode *node, const char *at, const place *in) {
     const bool decides = in == &m->root && node->next >= 0;
-    repetition r = {node, inside(m, node, in, 0), nullptr, decides};
-    r.rest = decides ? in : r.operand.around;
+    repetition r = {node->left, nullptr, inside(m, node, in, 0), nullptr, decides};
+    r.rest = decides ? in : r.operand_place.around;
     const int32_t minimum = minimum_of(node);
     const int32_t maximum = maximum_of(node);
     if (minimum <= 1 && maximum == trex_unbounded) {
@@ -733,6 +849,15 @@ const char *match_chain(matcher *m, int32_t first, const char *at, const place *
         if (!node) {
             return nullptr;
         }
+        index = node->next;
+        if (is_literal(node)) {
+            if (at == m->end || !is_character(m, node, *at)) {
+                return nullptr;
+            }
+            ++at;
+            *ended = false;
+            continue;
+        }
         if (node->type == trex_op_any_sequence) {
             if (m->depth_left == 0) {
                 return cycle(m, function);
@@ -753,19 +878,106 @@ const char *match_chain(matcher *m, int32_t first, const char *at, const place *
             return at;
         }
         *ended = node->type == trex_op_eol;
-        index = node->next;
     }
     return at;
+}
+
+// Whether the root's sequence ends in literals and an end node, and the subject in other
+// characters. The nodes have not been checked yet.
+bool tail_differs(const matcher *m, const TRexNode *root) {
+    int32_t first = none; // of the literals that stand in a row at the end
+    int32_t length = 0;
+    const TRexNode *last = root;
+    int32_t index = root->left;
+    for (int32_t walked = 0; index >= 0; index = last->next) {
+        if (index >= m->count || ++walked > m->count) {
+            return false;
+        }
+        last = &m->nodes[index];
+        if (is_literal(last)) {
+            first = length == 0 ? index : first;
+            ++length;
+        } else if (last->type != trex_op_eol || last->next >= 0) {
+            length = 0;
+        }
+    }
+    if (last->type != trex_op_eol || length == 0) {
+        return false;
+    }
+    if (m->end - m->begin < length) {
+        return true;
+    }
+    const char *at = m->end - length;
+    for (index = first; length > 0; --length, index = m->nodes[index].next) {
+        if (!is_character(m, &m->nodes[index], *at++)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// Marks of nodes, one bit each.
+struct node_set {
+    uint64_t words[(max_stored_nodes + 64) / 64];
+};
+
+// Adds a node that a link names; false when it was there already.
+bool add_link(node_set *set, int32_t index) {
+    if (index < 0) {
+        return true;
+    }
+    const uint64_t bit = uint64_t{1} << (index & 63);
+    uint64_t *word = &set->words[index >> 6];
+    const bool is_new = !(*word & bit);
+    *word |= bit;
+    return is_new;
+}
+
+// Whether every node passes the check and is linked from at most one other, the root from none:
+// no walk from the root meets a bad node or a cycle. An expression that was compiled here has
+// nodes in reserve, which are not looked at.
+bool is_sound_tree(const matcher *m) {
+    const int32_t compiled = m->expression->nsize; // 0 for a stored one
+    const int32_t used = compiled > 0 && compiled < m->count ? compiled : m->count;
+    if (used > max_stored_nodes) {
+        return false;
+    }
+    node_set linked;
+    ::memset(linked.words, 0, (static_cast<size_t>(used) + 63) / 64 * sizeof *linked.words);
+    add_link(&linked, 0);
+    for (const TRexNode *node = m->nodes; node < m->nodes + used; ++node) {
+        if (is_good_literal(node, used)) {
+            if (!add_link(&linked, node->next)) {
+                return false;
+            }
+            continue;
+        }
+        const bool good = node_fault(node, used) == fine && add_link(&linked, node->next) &&
+                          (!rule_of(node->type)->left_is_link || add_link(&linked, node->left)) &&
+                          (node->type != trex_op_or || add_link(&linked, node->right));
+        if (!good) {
+            return false;
+        }
+    }
+    return true;
 }
 
 // A group at the root, whose sequence is the one that repetitions can settle. What would follow
 // the root is nothing to the match, but a repetition at the end looks at it.
 const char *match_root(matcher *m, const TRexNode *root) {
-    const place alone = {none, nullptr, 0};
+    const place alone = {none, 0, nullptr};
     if (root->type != trex_op_expr && root->type != trex_op_nocapexpr) {
         return __trex_matchnode(m, root, m->begin, &alone);
     }
-    m->root = m->looked_at = inside(m, root, &alone, 1);
+    if (m->begin < m->end && cannot_open(m, root->left, m->begin)) {
+        return nullptr;
+    }
+    if (tail_differs(m, root) && is_sound_tree(m)) {
+        return nullptr;
+    }
+    // Twice, as copying what has just been written piece by piece would stall.
+    m->root = inside(m, root, &alone, 1);
+    m->looked_at = inside(m, root, &alone, 1);
     --m->depth_left;
     bool ended;
     const char *to = match_chain(m, root->left, m->begin, &m->root, &ended);
@@ -798,6 +1010,10 @@ int __trex_match_span(TRex *expression, const char *begin, const char *end) {
     expression->bol = begin;
     expression->eol = end;
     expression->currsubexp = 0;
+    if (expression->matches) {
+        ::memset(expression->matches, 0,
+                 static_cast<size_t>(expression->nsubexpr) * sizeof(TRexMatch));
+    }
     const int32_t count = expression->nallocated;
     matcher m; // filled by hand: nothing here needs clearing more than it says
     m.expression = expression;
@@ -805,6 +1021,7 @@ int __trex_match_span(TRex *expression, const char *begin, const char *end) {
     m.count = count;
     m.fold = expression->case_flag == trex_fold_case;
     m.broken = false;
+    m.silent = false;
     m.steps_left = max_steps;
     m.depth_left = (count < max_stored_nodes ? count : max_stored_nodes) + spare_depth;
     m.begin = begin;
