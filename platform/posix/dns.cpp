@@ -12,8 +12,6 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cerrno>
 #include <charconv>
 #include <cstring>
 #include <ctime>
@@ -64,6 +62,7 @@ int64_t milliseconds_now() {
 
 // --- the question ---
 
+// The name in wire form; a final dot makes no difference. False for a name that can't be asked.
 bool put_name(const char *name, question *out) {
     constexpr size_t max_label = 63;
     constexpr size_t max_name = 255;
@@ -92,12 +91,12 @@ void put_u16(unsigned value, question *out) {
     out->bytes[out->size++] = static_cast<unsigned char>(value);
 }
 
-bool make_question(const char *name, uint16_t type, question *out) {
+uint32_t make_question(const char *name, uint16_t type, question *out) {
     constexpr unsigned recursion_desired = 0x0100;
     constexpr unsigned class_internet = 1;
     uint16_t identifier = 0;
     if (getrandom(&identifier, sizeof identifier, 0) != sizeof identifier) {
-        return false;
+        return error_gen_failure;
     }
     out->size = 0;
     put_u16(identifier, out);
@@ -107,11 +106,11 @@ bool make_question(const char *name, uint16_t type, question *out) {
     put_u16(0, out);
     put_u16(0, out);
     if (!put_name(name, out)) {
-        return false;
+        return error_invalid_name;
     }
     put_u16(type, out);
     put_u16(class_internet, out);
-    return true;
+    return error_none;
 }
 
 // --- the server of QUILLFENCE_DNS_SERVER ---
@@ -218,55 +217,76 @@ void note_answer(void *argument, int status, int, unsigned char *message, int si
     }
 }
 
-// Waits for the channel's sockets and lets c-ares go on. What it still has to write is waiting
-// for its connection. False when there is nothing to wait for or no time left.
-bool wait_once(ares_channel channel, time_budget *budget) {
+struct waiting {
+    pollfd sockets[ARES_GETSOCK_MAXNUM];
+    nfds_t count;
+    bool connecting; // what c-ares still has to write is waiting for its connection
+};
+
+waiting wanted_sockets(ares_channel channel) {
     ares_socket_t sockets[ARES_GETSOCK_MAXNUM];
-    const auto wanted = static_cast<unsigned>(ares_getsock(channel, sockets, ARES_GETSOCK_MAXNUM));
-    pollfd polled[ARES_GETSOCK_MAXNUM];
-    nfds_t count = 0;
-    bool connecting = false;
+    const int wanted = ares_getsock(channel, sockets, ARES_GETSOCK_MAXNUM);
+    waiting all{};
     for (unsigned i = 0; i < ARES_GETSOCK_MAXNUM; ++i) {
         const bool read = ARES_GETSOCK_READABLE(wanted, i);
         const bool write = ARES_GETSOCK_WRITABLE(wanted, i);
         if (read || write) {
-            polled[count++] = {sockets[i],
-                               static_cast<short>((read ? POLLIN : 0) | (write ? POLLOUT : 0)), 0};
-            connecting = connecting || write;
+            const int events = (read ? POLLIN : 0) | (write ? POLLOUT : 0);
+            all.sockets[all.count++] = {sockets[i], static_cast<short>(events), 0};
+            all.connecting = all.connecting || write;
         }
     }
-    int64_t *const left = connecting ? &budget->connecting : &budget->answering;
-    if (count == 0 || *left <= 0) {
-        return false;
-    }
-    timeval longest = {static_cast<time_t>(*left / 1000),
-                       static_cast<suseconds_t>(*left % 1000 * 1000)};
+    return all;
+}
+
+// Until a socket is ready, c-ares wants to repeat its question, or this many milliseconds are over.
+void wait_for_sockets(ares_channel channel, waiting *all, int64_t most) {
+    timeval longest = {static_cast<time_t>(most / 1000),
+                       static_cast<suseconds_t>(most % 1000 * 1000)};
     timeval storage{};
     const timeval *const until = ares_timeout(channel, &longest, &storage);
-    const int64_t started = milliseconds_now();
-    poll(polled, count, static_cast<int>(until->tv_sec * 1000 + (until->tv_usec + 999) / 1000));
-    *left -= milliseconds_now() - started;
+    poll(all->sockets, all->count,
+         static_cast<int>(until->tv_sec * 1000 + (until->tv_usec + 999) / 1000));
+}
+
+// Lets c-ares read, write, or see what time it is.
+void process_sockets(ares_channel channel, const waiting &all) {
+    constexpr int broken = POLLERR | POLLHUP | POLLNVAL;
     bool ready = false;
-    for (nfds_t i = 0; i < count; ++i) {
-        constexpr int broken = POLLERR | POLLHUP | POLLNVAL;
-        const bool read = polled[i].revents & (POLLIN | broken);
-        const bool write = polled[i].revents & (POLLOUT | broken) && polled[i].events & POLLOUT;
+    for (nfds_t i = 0; i < all.count; ++i) {
+        const pollfd &one = all.sockets[i];
+        const bool read = one.revents & (POLLIN | broken);
+        const bool write = (one.events & POLLOUT) && (one.revents & (POLLOUT | broken));
         if (read || write) {
             ready = true;
-            ares_process_fd(channel, read ? polled[i].fd : ARES_SOCKET_BAD,
-                            write ? polled[i].fd : ARES_SOCKET_BAD);
+            ares_process_fd(channel, read ? one.fd : ARES_SOCKET_BAD,
+                            write ? one.fd : ARES_SOCKET_BAD);
         }
     }
     if (!ready) {
         ares_process_fd(channel, ARES_SOCKET_BAD, ARES_SOCKET_BAD);
     }
+}
+
+// One step towards the answer. False when there is nothing to wait for or no time left. The work
+// is paid for, too: a server that floods us with what we did not ask for gains no time.
+bool go_on(ares_channel channel, time_budget *budget) {
+    const int64_t started = milliseconds_now();
+    waiting all = wanted_sockets(channel);
+    int64_t *const left = all.connecting ? &budget->connecting : &budget->answering;
+    if (all.count == 0 || *left <= 0) {
+        return false;
+    }
+    wait_for_sockets(channel, &all, *left);
+    process_sockets(channel, all);
+    *left -= milliseconds_now() - started;
     return true;
 }
 
 outcome ask_server(ares_channel channel, const question &asked, time_budget *budget) {
     outcome result{};
     ares_send(channel, asked.bytes, static_cast<int>(asked.size), note_answer, &result);
-    while (!result.finished && wait_once(channel, budget)) {
+    while (!result.finished && go_on(channel, budget)) {
     }
     if (!result.finished) {
         ares_cancel(channel);
@@ -357,8 +377,8 @@ uint32_t choose_servers(ares_channel channel, ares_addr_port_node **servers) {
 
 uint32_t system_dns_query(const char *name, uint16_t type, uint32_t options, dns_record **records) {
     question asked;
-    if (!make_question(name, type, &asked)) {
-        return error_invalid_name;
+    if (const uint32_t error = make_question(name, type, &asked)) {
+        return error;
     }
     ares_channel channel = nullptr;
     if (const uint32_t error = open_channel(options, &channel)) {

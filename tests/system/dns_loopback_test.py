@@ -3,6 +3,7 @@
 usage: dns_loopback_test.py --probe=DNS_PROBE --replayer=REPLAYER [unittest options]
 """
 
+import itertools
 import os
 import shutil
 import struct
@@ -203,6 +204,17 @@ class ScriptedServer(unittest.TestCase):
         start = time.monotonic()
         got, _ = self.ask(lambda m, _: [Raw(b"\xFF\xFF")] +
                           [step for _ in range(100) for step in (Raw(b"\0"), 0.1)])
+        self.assertEqual(got, "1460")
+        self.assertLess(time.monotonic() - start, ANSWER_LIMIT + SLACK)
+
+    def test_flood(self):
+        """Nor does a stream of answers to other questions."""
+        def flood(message, _):
+            other = struct.unpack_from(">H", message)[0] ^ 1
+            return itertools.repeat(reply(message, 0, [HOST] * 1000, identifier=other))
+
+        start = time.monotonic()
+        got, _ = self.ask(flood)
         self.assertEqual(got, "1460")
         self.assertLess(time.monotonic() - start, ANSWER_LIMIT + SLACK)
 

@@ -215,7 +215,9 @@ class ScriptedServer:
     def _actions(self, message, tcp):
         self._note(message, "tcp" if tcp else "udp")
         done = self.answer(message, tcp)
-        return done if isinstance(done, (list, tuple)) else [] if done is None else [done]
+        if done is None:
+            return []
+        return [done] if isinstance(done, bytes) or done in (CLOSE, RESET) else done
 
     def _serve_datagrams(self):
         while not self._ended.is_set():
