@@ -13,15 +13,11 @@
 #include <string>
 #include <vector>
 
-#include <arpa/inet.h>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <benchmark/benchmark.h>
 
 #include "byte_cursor.h"
 #include "lookup.h"
+#include "posix/bare_calls.h"
 
 #ifdef QF_PEER_LIBMAXMINDDB
 #include <maxminddb.h>
@@ -33,6 +29,7 @@
 namespace {
 
 using namespace quillfence;
+namespace bare = platform::bare;
 
 constexpr size_t network_count = 500; // of /16
 constexpr size_t addresses_each = 200;
@@ -85,9 +82,18 @@ std::string block_map_of(const std::set<uint32_t> &addresses) {
     return map;
 }
 
+uint32_t network_order(uint32_t host) {
+    const unsigned char bytes[] = {
+        static_cast<unsigned char>(host >> 24), static_cast<unsigned char>(host >> 16),
+        static_cast<unsigned char>(host >> 8), static_cast<unsigned char>(host)};
+    uint32_t ordered;
+    std::memcpy(&ordered, bytes, sizeof ordered);
+    return ordered;
+}
+
 #ifdef QF_PEER_LIBMAXMINDDB
 std::string big_endian(uint32_t value) {
-    const uint32_t ordered = htonl(value);
+    const uint32_t ordered = network_order(value);
     return {reinterpret_cast<const char *>(&ordered), 4};
 }
 
@@ -135,15 +141,15 @@ std::string mmdb_of(const std::set<uint32_t> &addresses) {
 
 #ifdef QF_PEER_LIBCDB
 void write_cdb(const std::string &path, const std::set<uint32_t> &addresses) {
-    const int file = open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC, 0666);
+    const int file = bare::open_new(path.c_str());
     cdb_make make;
     cdb_make_start(&make, file);
     for (const uint32_t ip : addresses) {
-        const uint32_t key = htonl(ip);
+        const uint32_t key = network_order(ip);
         cdb_make_add(&make, &key, 4, "", 0);
     }
     cdb_make_finish(&make);
-    close(file);
+    bare::close_file(file);
 }
 #endif
 
@@ -162,7 +168,7 @@ world::world() {
         const uint32_t ip = questions.size() % 2
                                 ? listed[random() % listed.size()]
                                 : networks[random() % networks.size()] | (random() & 0xFFFF);
-        questions.push_back({ip, htonl(ip), addresses.contains(ip)});
+        questions.push_back({ip, network_order(ip), addresses.contains(ip)});
     }
     directory = std::filesystem::temp_directory_path() / "quillfence-blockmap-bench";
     std::filesystem::create_directories(directory);
@@ -209,32 +215,28 @@ BENCHMARK(block_map);
 
 uint32_t entry_at(int file, uint32_t place) {
     unsigned char bytes[4] = {};
-    if (pread(file, bytes, sizeof bytes, place) != sizeof bytes) {
-        return 0;
-    }
-    return load_le32(bytes);
+    return bare::read_at(file, bytes, sizeof bytes, place) ? load_le32(bytes) : 0;
 }
 
 bool bit_at(int file, uint32_t bitmap, uint32_t index) {
     unsigned char byte = 0;
-    return pread(file, &byte, 1, bitmap + index / 8) == 1 && (byte & 0x80 >> (index & 7));
+    return bare::read_at(file, &byte, 1, bitmap + index / 8) && (byte & 0x80 >> (index & 7));
 }
 
 // What the questions cost at least: is the file there, open it, its size, three reads, close it.
 void bare_system_calls(benchmark::State &state) {
     ask_all(state, "map", [](const std::string &path, const question &q) {
-        struct stat status;
-        if (stat(path.c_str(), &status) != 0) {
+        if (!bare::exists(path.c_str())) {
             return false;
         }
-        const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-        if (file < 0 || fstat(file, &status) != 0) {
+        const int file = bare::open_for_reading(path.c_str());
+        if (file < 0 || !bare::has_size(file)) {
             return false;
         }
         const uint32_t table = entry_at(file, (q.host >> 24) * 4);
         const uint32_t bitmap = table ? entry_at(file, table + (q.host >> 16 & 255) * 4) : 0;
         const bool listed = bitmap && bit_at(file, bitmap, q.host & 0xFFFF);
-        close(file);
+        bare::close_file(file);
         return listed;
     });
 }
@@ -263,14 +265,14 @@ BENCHMARK(libmaxminddb);
 #ifdef QF_PEER_LIBCDB
 void tinycdb(benchmark::State &state) {
     ask_all(state, "cdb", [](const std::string &path, const question &q) {
-        const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+        const int file = bare::open_for_reading(path.c_str());
         cdb database;
         if (file < 0 || cdb_init(&database, file) != 0) {
             return false;
         }
         const bool listed = cdb_find(&database, &q.network, 4) > 0;
         cdb_free(&database);
-        close(file);
+        bare::close_file(file);
         return listed;
     });
 }

@@ -25,7 +25,7 @@ CLEAN = {
     "tests/common/vc_file_test.cpp": '#include "vc_file.h"\n#include "rules.h"\n'
                                      '#include <gtest/gtest.h>\n#include <vector>\n',
     "bench/sum_bench.cpp": '#include <peer/peer.h>\n#include "rules.h"\n',
-    "tests/platform/posix/file_test.cpp": '#include <unistd.h>\n#include "posix/errors.h"\n',
+    "platform/posix/tests/file_test.cpp": '#include <unistd.h>\n#include "posix/errors.h"\n',
 }
 
 # name, file, its text, the finding behind "file:line: "
@@ -96,7 +96,7 @@ class CheckIncludes(unittest.TestCase):
         """A build tree as CMake leaves it: two tests that are run, one that is only built."""
         self.build.mkdir()
         entries = [compile_entry(self.root, path)
-                   for path in ("tests/common/vc_file_test.cpp", "tests/platform/posix/file_test.cpp",
+                   for path in ("tests/common/vc_file_test.cpp", "platform/posix/tests/file_test.cpp",
                                 "tests/common/built_test.cpp")]
         (self.build / "compile_commands.json").write_text(json.dumps(entries), encoding="utf-8")
         (self.build / "CTestTestfile.cmake").write_text('subdirs("tests")\n', encoding="utf-8")
