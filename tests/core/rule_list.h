@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "heap_text.h"
 #include "smtp_state.h"
 #include "vc_list.h"
 #include "vcspamrule.h"
@@ -104,11 +105,6 @@ inline uint8_t always_hits(smtp_state *) {
 }
 inline uint8_t never_hits(smtp_state *) {
     return 0;
-}
-
-// What a text of the session shows: "(none)" when absent.
-inline std::string shown(const char *text) {
-    return text ? text : "(none)";
 }
 
 } // namespace quillfence::testing

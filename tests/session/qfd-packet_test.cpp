@@ -2,29 +2,15 @@
 #include "qfd-packet.h"
 
 #include <cstring>
-#include <memory>
 #include <string>
 #include <vector>
 
 #include "log_capture.h"
+#include "owned_packets.h"
 
 namespace quillfence::testing {
 
 namespace {
-
-struct releaser {
-    void operator()(qfd_request_packet *packet) const {
-        qfd_request_packet_free(packet);
-    }
-    void operator()(qfd_response_packet *packet) const {
-        qfd_response_packet_free(packet);
-    }
-    void operator()(smtp_state *state) const {
-        free_smtp_state(state);
-    }
-};
-using request = std::unique_ptr<qfd_request_packet, releaser>;
-using session = std::unique_ptr<smtp_state, releaser>;
 
 request from_args(std::vector<std::string> arguments) {
     arguments.insert(arguments.begin(), "program");

@@ -1,11 +1,11 @@
 // The bytes of the daemon's packets, worked out by hand, and every way in which a stream can fail.
 #include <cstring>
-#include <memory>
 #include <string>
 #include <vector>
 
+#include "call_watch.h"
 #include "drive_c.h"
-#include "platform/observer.h"
+#include "owned_packets.h"
 #include "qfd-packet.h"
 
 namespace quillfence::testing {
@@ -13,36 +13,6 @@ namespace quillfence::testing {
 namespace {
 
 using namespace std::string_literals;
-
-struct releaser {
-    void operator()(qfd_request_packet *packet) const {
-        qfd_request_packet_free(packet);
-    }
-    void operator()(qfd_response_packet *packet) const {
-        qfd_response_packet_free(packet);
-    }
-};
-using request = std::unique_ptr<qfd_request_packet, releaser>;
-using response = std::unique_ptr<qfd_response_packet, releaser>;
-
-// Makes the n-th call (from 1) of one seam function fail while it lives.
-class failing_call {
-  public:
-    failing_call(const char *call, int n) {
-        wanted = call;
-        left = n;
-        platform::set_call_observer([](const char *called, const char *) -> uint32_t {
-            return called == wanted && --left == 0 ? 5 : 0;
-        });
-    }
-    ~failing_call() {
-        platform::set_call_observer(nullptr);
-    }
-
-  private:
-    static inline std::string wanted;
-    static inline int left;
-};
 
 class wire_test : public drive_test {
   protected:
@@ -66,6 +36,9 @@ class wire_test : public drive_test {
     }
     vc_handle stream = vc_invalid_handle;
 };
+
+// The error with which calls are made to fail.
+constexpr uint32_t access_denied = 5;
 
 // What errno's text is when nothing has set it.
 std::string no_errno() {
@@ -151,7 +124,8 @@ TEST_F(wire_test, a_failed_write_of_a_text_has_no_line_of_its_own) {
     for (const int call : {1, 2}) {
         open_to_write();
         {
-            const failing_call failing("file_write", call);
+            call_watch watch;
+            watch.fail("file_write", call, access_denied);
             EXPECT_EQ(qfd_packet_write_string(stream, 3, "abc"), 0) << "write " << call;
         }
         expect_errors({"vc_write: fatal error on block write (w32) got error code 5"});
@@ -227,7 +201,8 @@ TEST_F(wire_test, reading_a_text_fails) {
     EXPECT_EQ(length, 7);
     EXPECT_STREQ(text, "old");
     {
-        const failing_call failing("file_read", 1);
+        call_watch watch;
+        watch.fail("file_read", 1, access_denied);
         EXPECT_EQ(qfd_packet_read_string(stream, &length, &text), 0);
     }
     expect_errors({"vc_read: fatal error on read (w32) got error code 5",
@@ -235,7 +210,8 @@ TEST_F(wire_test, reading_a_text_fails) {
     EXPECT_EQ(text, nullptr);
     EXPECT_EQ(length, 0);
     {
-        const failing_call failing("file_read", 2);
+        call_watch watch;
+        watch.fail("file_read", 2, access_denied);
         EXPECT_EQ(qfd_packet_read_string(stream, &length, &text), 0);
     }
     expect_errors({"vc_read: fatal error on read (w32) got error code 5",
@@ -325,7 +301,8 @@ TEST_F(wire_test, every_failed_write_of_a_request_ends_the_send) {
     for (int call = 1; call <= writes; ++call) {
         open_to_write();
         {
-            const failing_call failing("file_write", call);
+            call_watch watch;
+            watch.fail("file_write", call, access_denied);
             EXPECT_EQ(qfd_request_packet_send(stream, &packet), 0) << "write " << call;
         }
         expect_errors(
@@ -333,7 +310,8 @@ TEST_F(wire_test, every_failed_write_of_a_request_ends_the_send) {
              "qfd_request_packet_send: Failed to write daemon request packet: " + no_errno()});
         vc_close(stream);
     }
-    const failing_call failing("file_write", writes + 1);
+    call_watch watch;
+    watch.fail("file_write", writes + 1, access_denied);
     EXPECT_EQ(qfd_request_packet_send(open_to_write(), &packet), 1);
     vc_close(stream);
 }
@@ -375,7 +353,8 @@ TEST_F(wire_test, receiving_a_state_fails) {
     for (int call = 1; call <= 2; ++call) {
         open_with("\xEA\xF3\x01"s);
         {
-            const failing_call failing("file_read", call);
+            call_watch watch;
+            watch.fail("file_read", call, access_denied);
             EXPECT_EQ(qfd_request_packet_receive_state(stream), 0);
         }
         expect_errors(
@@ -438,7 +417,8 @@ TEST_F(wire_test, every_failed_read_of_a_request_ends_the_receipt) {
         SCOPED_TRACE(call);
         open_with(rcpt_body_bytes);
         {
-            const failing_call failing("file_read", call);
+            call_watch watch;
+            watch.fail("file_read", call, access_denied);
             EXPECT_EQ(qfd_request_packet_receive(stream), nullptr);
         }
         vc_close(stream);
@@ -450,7 +430,8 @@ TEST_F(wire_test, every_failed_read_of_a_request_ends_the_receipt) {
         EXPECT_EQ(got.size(), is_flag ? 2u : 3u);
     }
     open_with(rcpt_body_bytes);
-    const failing_call failing("file_read", reads + 1);
+    call_watch watch;
+    watch.fail("file_read", reads + 1, access_denied);
     EXPECT_NE(request(qfd_request_packet_receive(stream)), nullptr);
     vc_close(stream);
 }
@@ -504,7 +485,8 @@ TEST_F(wire_test, sending_a_response_fails) {
     for (int call = 1; call <= writes; ++call) {
         open_to_write();
         {
-            const failing_call failing("file_write", call);
+            call_watch watch;
+            watch.fail("file_write", call, access_denied);
             EXPECT_EQ(qfd_response_packet_send(stream, 1, "m", "h"), 0) << "write " << call;
         }
         expect_errors(
@@ -546,7 +528,8 @@ TEST_F(wire_test, receiving_a_response_fails) {
         SCOPED_TRACE(call);
         open_with("\xEA\xF3\x01\x00\x00\x00\x01\x00m\x01\x00h"s);
         {
-            const failing_call failing("file_read", call);
+            call_watch watch;
+            watch.fail("file_read", call, access_denied);
             EXPECT_EQ(qfd_response_packet_receive(stream), nullptr);
         }
         vc_close(stream);
