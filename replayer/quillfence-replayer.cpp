@@ -42,7 +42,11 @@ static bool print_report(smtp_state *state) {
     }
     const bool written = vc_json_dump(stdout, report);
     vc_json_free(report);
-    return fflush(stdout) == 0 && written;
+    if (fflush(stdout) != 0) {
+        QF_ERRNO_AS("main", errno);
+        return false;
+    }
+    return written;
 }
 
 // Everything between start-up and teardown; false on failure.
@@ -83,7 +87,7 @@ static int run(int argc, char **argv) {
 } // namespace quillfence
 
 int main(int argc, char **argv) {
-    quillfence::platform::make_standard_streams_binary();
+    quillfence::platform::prepare_standard_streams();
     const int status = quillfence::run(argc, argv);
     quillfence::closelog();
     return status;

@@ -2,6 +2,6 @@
 #include "platform/file.h"
 
 int main(int argc, char **argv) {
-    quillfence::platform::make_standard_streams_binary();
+    quillfence::platform::prepare_standard_streams();
     return quillfence::data_tool::run(argc, argv);
 }

@@ -489,8 +489,8 @@ bool stream_is_terminal(FILE *stream) {
     return stream && isatty(fileno(stream));
 }
 
-void make_standard_streams_binary() {
-    // They always are.
+void prepare_standard_streams() {
+    signal(SIGPIPE, SIG_IGN);
 }
 
 } // namespace quillfence::platform

@@ -302,7 +302,7 @@ bool stream_is_terminal(FILE *stream) {
     return stream && _isatty(_fileno(stream));
 }
 
-void make_standard_streams_binary() {
+void prepare_standard_streams() {
     _setmode(_fileno(stdin), _O_BINARY);
     _setmode(_fileno(stdout), _O_BINARY);
 }

@@ -78,7 +78,7 @@ int run(int argc, char **argv) {
         {"query", {3, query}}, {"exists", {2, exists}}, {"domain", {2, domain}},
         {"ptr", {3, ptr}},     {"rbl", {3, rbl}},
     };
-    platform::make_standard_streams_binary();
+    platform::prepare_standard_streams();
     for (int i = 1; i < argc;) {
         const auto found = questions.find(argv[i]);
         if (found == questions.end() || argc - i <= found->second.argument_count) {

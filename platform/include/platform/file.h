@@ -94,7 +94,8 @@ int stream_truncate(FILE *stream, int64_t size);
 // Whether a stream is a terminal that somebody may be looking at.
 bool stream_is_terminal(FILE *stream);
 
-// The two standard streams in binary mode, where that is a difference.
-void make_standard_streams_binary();
+// For a program's first line: the standard streams carry bytes as they are, and a reader that has
+// gone away makes a write fail instead of ending the program.
+void prepare_standard_streams();
 
 } // namespace quillfence::platform
