@@ -8,6 +8,9 @@ import tempfile
 import unittest
 
 
+SKIPPED = 77  # exit status of a script that could test nothing; ctest knows it
+
+
 class Programs:
     """The programs under test and how they are started; filled from the command line."""
 
@@ -103,7 +106,8 @@ def report(*hits):
 
 
 def main():
-    """Takes --runner, --probe and --replayer off the command line and runs the script's tests."""
+    """Takes --runner, --probe and --replayer off the command line and runs the script's tests.
+    The exit status is 0, 1 when a test failed, or 77 when everything was skipped."""
     rest = [sys.argv[0]]
     for argument in sys.argv[1:]:
         name, _, value = argument.partition("=")
@@ -115,4 +119,8 @@ def main():
             Programs.replayer = value
         else:
             rest.append(argument)
-    unittest.main(module="__main__", argv=rest, verbosity=2)
+    result = unittest.main(module="__main__", argv=rest, verbosity=2, exit=False).result
+    if not result.wasSuccessful():
+        sys.exit(1)
+    if result.skipped and len(result.skipped) >= result.testsRun:
+        sys.exit(SKIPPED)
