@@ -8,6 +8,14 @@ set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 include(CheckPIESupported)
 check_pie_supported()
 
+if(QUILLFENCE_FUZZ)
+    # Every line of the product reports to libFuzzer; the targets themselves bring its main.
+    add_compile_options(-fsanitize=fuzzer-no-link)
+    add_compile_definitions(FUZZING_BUILD_MODE_UNSAFE_FOR_PRODUCTION)
+    if(NOT QUILLFENCE_SANITIZE)
+        set(QUILLFENCE_SANITIZE address,undefined)
+    endif()
+endif()
 if(QUILLFENCE_SANITIZE)
     # Process-wide, so that GoogleTest is built the same way as our code.
     add_compile_options(-fsanitize=${QUILLFENCE_SANITIZE} -fno-omit-frame-pointer

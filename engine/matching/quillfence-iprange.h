@@ -65,8 +65,8 @@ int ipr_file_contains_range(const char *path, const char *low, const char *high,
 // --- editing ---
 //
 // An edit holds the file locked; of two editors of one file the second gets "Error opening file".
-// An edit that fails leaves the old contents. The text in *error (a place that may be null) is one
-// of these, never to be freed, and null on success:
+// An edit that fails leaves the old contents, but for a file that ipr_add begins anew. The text in
+// *error (a place that may be null) is one of these, never to be freed, and null on success:
 inline constexpr char range_bad_arguments[] = "Invalid arguments to add";
 inline constexpr char range_open_failed[] = "Error opening file";
 inline constexpr char range_legacy[] = "Legacy format detected, abort";

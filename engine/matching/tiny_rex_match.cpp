@@ -61,7 +61,11 @@ static constexpr char module_name[] = "tiny_rex";
 namespace {
 
 constexpr int32_t none = -1;
+#ifdef FUZZING_BUILD_MODE_UNSAFE_FOR_PRODUCTION // hopeless patterns must not take all the time
+constexpr uint32_t max_steps = 100'000;
+#else
 constexpr uint32_t max_steps = 50'000'000;
+#endif
 // What a file can hold at most; longer expressions, compiled at run time, have no deeper recursion
 // than these, which bounds the stack.
 constexpr int32_t max_stored_nodes = 4095;
@@ -1006,7 +1010,23 @@ int __trex_node_is_valid(const TRex *expression, const TRexNode *node) {
     return 1;
 }
 
+// Whether there is anything to match with; an ERROR line of trex_match when not.
+static bool has_nodes(const TRex *expression) {
+    if (!expression) {
+        QF_ERROR_AS("trex_match", "TRex* is NULL");
+        return false;
+    }
+    if (!expression->nodes || expression->nallocated <= 0) {
+        QF_ERROR_AS("trex_match", "node is NULL");
+        return false;
+    }
+    return true;
+}
+
 int __trex_match_span(TRex *expression, const char *begin, const char *end) {
+    if (!has_nodes(expression)) {
+        return 0;
+    }
     expression->bol = begin;
     expression->eol = end;
     expression->currsubexp = 0;
@@ -1035,12 +1055,7 @@ int __trex_match_span(TRex *expression, const char *begin, const char *end) {
 }
 
 int trex_match(TRex *expression, const char *subject) {
-    if (!expression) {
-        QF_ERROR("TRex* is NULL");
-        return 0;
-    }
-    if (!expression->nodes || expression->nallocated <= 0) {
-        QF_ERROR("node is NULL");
+    if (!has_nodes(expression)) {
         return 0;
     }
     if (!subject) {

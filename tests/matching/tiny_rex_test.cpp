@@ -563,6 +563,11 @@ TEST_F(tiny_rex, missing_arguments_of_a_match) {
     TRex empty = {};
     EXPECT_EQ(trex_match(&empty, "a"), 0);
     EXPECT_EQ(log.errors(), lines{"trex_match: node is NULL"});
+    static constexpr char subject[] = "a";
+    EXPECT_EQ(__trex_match_span(nullptr, subject, subject + 1), 0);
+    EXPECT_EQ(log.errors(), lines{"trex_match: TRex* is NULL"});
+    EXPECT_EQ(__trex_match_span(&empty, subject, subject + 1), 0);
+    EXPECT_EQ(log.errors(), lines{"trex_match: node is NULL"});
     const expression_ptr expression = compiled("a");
     EXPECT_EQ(trex_match(expression.get(), nullptr), 0);
     EXPECT_EQ(log.errors(), lines{"trex_match: Invalid argument"});
