@@ -37,8 +37,11 @@ enum : uint32_t {
     error_filename_too_long = 206,
     error_file_too_large = 223,
     error_no_data = 232,
+    error_more_data = 234,
+    error_no_more_items = 259,
     error_directory = 267,
     error_not_owner = 288,
+    error_not_registry_file = 1017,
     error_io_device = 1117,
     error_cannot_resolve_filename = 1921,
 };

@@ -1,0 +1,330 @@
+#include "platform/registry.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "errors.h"
+#include "platform/error_numbers.h"
+#include "platform/observer.h"
+#include "platform/registry_export.h"
+#include "system_path.h"
+
+namespace quillfence::platform {
+
+struct registry_key {
+    uint32_t access;
+    char *path; // in the export
+    exported_key content;
+};
+
+namespace {
+
+constexpr char export_variable[] = "QUILLFENCE_REGISTRY";
+constexpr mode_t new_file_mode = 0666; // less the process's umask
+
+// The export, open and mapped. An empty one has no bytes.
+struct export_file {
+    int descriptor;
+    void *bytes;
+    size_t size;
+};
+
+uint32_t map_export(export_file *file) {
+    struct stat found;
+    if (fstat(file->descriptor, &found) != 0) {
+        return error_of_errno(errno);
+    }
+    if (!S_ISREG(found.st_mode)) {
+        return error_not_registry_file;
+    }
+    if (found.st_size == 0) {
+        return error_none;
+    }
+    const auto size = static_cast<size_t>(found.st_size);
+    void *const bytes = mmap(nullptr, size, PROT_READ, MAP_PRIVATE, file->descriptor, 0);
+    if (bytes == MAP_FAILED) {
+        return error_of_errno(errno);
+    }
+    file->bytes = bytes;
+    file->size = size;
+    return error_none;
+}
+
+void close_export(export_file *file) {
+    if (file->bytes) {
+        munmap(file->bytes, file->size);
+    }
+    if (file->descriptor >= 0) {
+        close(file->descriptor);
+    }
+    *file = {-1, nullptr, 0};
+}
+
+// Opens the export with open()'s flags. Error 2 when no export is named, or it is missing.
+uint32_t open_export(int flags, export_file *file) {
+    *file = {-1, nullptr, 0};
+    const char *const name = getenv(export_variable);
+    if (!name || !*name) {
+        return error_file_not_found;
+    }
+    system_path resolved;
+    if (const uint32_t failure = resolve_path(name, &resolved)) {
+        return failure;
+    }
+    do {
+        file->descriptor = open(resolved.text, flags | O_CLOEXEC, new_file_mode);
+    } while (file->descriptor < 0 && errno == EINTR);
+    if (file->descriptor < 0) {
+        return error_of_errno(errno);
+    }
+    const uint32_t error = map_export(file);
+    if (error) {
+        close_export(file);
+    }
+    return error;
+}
+
+// What the export says about the key now.
+uint32_t read_key(const char *path, exported_key *content) {
+    export_file file;
+    const uint32_t error = open_export(O_RDONLY, &file);
+    if (error && error != error_file_not_found && error != error_path_not_found) {
+        *content = {};
+        return error;
+    }
+    const uint32_t failure = registry_export_read(file.bytes, file.size, path, content);
+    close_export(&file);
+    return failure;
+}
+
+uint32_t write_all(int descriptor, const unsigned char *bytes, size_t size) {
+    while (size) {
+        const ssize_t written = write(descriptor, bytes, size);
+        if (written < 0 && errno == EINTR) {
+            continue;
+        }
+        if (written <= 0) {
+            return written ? error_of_errno(errno) : static_cast<uint32_t>(error_disk_full);
+        }
+        bytes += written;
+        size -= static_cast<size_t>(written);
+    }
+    return error_none;
+}
+
+// Appends to the open export; what was written by halves is taken back.
+uint32_t append_to(const export_file &file, const unsigned char *bytes, size_t size) {
+    const uint32_t error = write_all(file.descriptor, bytes, size);
+    if (error && ftruncate(file.descriptor, static_cast<off_t>(file.size)) != 0) {
+        return error_of_errno(errno);
+    }
+    return error;
+}
+
+// Appends a change to the export, which is made when missing. Nobody else appends meanwhile.
+uint32_t change_export(const char *path, export_change change, const exported_value *value) {
+    export_file file;
+    uint32_t error = open_export(O_RDWR | O_CREAT | O_APPEND, &file);
+    if (error) {
+        const char *const name = getenv(export_variable);
+        return name && *name ? error : static_cast<uint32_t>(error_access_denied);
+    }
+    if (flock(file.descriptor, LOCK_EX | LOCK_NB) != 0) {
+        error = error_of_errno(errno);
+        close_export(&file);
+        return error;
+    }
+    unsigned char *addition = nullptr;
+    size_t size = 0;
+    error = registry_export_addition(file.bytes, file.size, path, change, value, &addition, &size);
+    if (!error) {
+        error = append_to(file, addition, size);
+    }
+    free(addition);
+    close_export(&file);
+    return error;
+}
+
+// A key record with its path; null without memory.
+registry_key *new_key(registry_root root, const char *path, uint32_t access) {
+    auto *const made = static_cast<registry_key *>(calloc(1, sizeof(registry_key)));
+    if (!made) {
+        return nullptr;
+    }
+    made->access = access;
+    made->path = registry_export_path(root, path, access);
+    if (!made->path) {
+        free(made);
+        return nullptr;
+    }
+    return made;
+}
+
+// Opens the key; one that is missing is made where that is wanted.
+uint32_t open_or_create(registry_key *key, bool create) {
+    if (const uint32_t failure = read_key(key->path, &key->content)) {
+        return failure;
+    }
+    if (key->content.exists) {
+        return error_none;
+    }
+    if (!create) {
+        return error_file_not_found;
+    }
+    const uint32_t failure = change_export(key->path, export_change::create_key, nullptr);
+    key->content.exists = !failure;
+    return failure;
+}
+
+uint32_t open_key(registry_root root, const char *path, uint32_t access, bool create,
+                  registry_key **opened) {
+    registry_key *const key = new_key(root, path, access);
+    if (!key) {
+        return error_not_enough_memory;
+    }
+    if (const uint32_t failure = open_or_create(key, create)) {
+        registry_close(key);
+        return failure;
+    }
+    *opened = key;
+    return error_none;
+}
+
+// Asks the observer, and whether the key may be used so.
+uint32_t begin_call(const char *call, const char *subject, const registry_key *key,
+                    uint32_t needed) {
+    if (const uint32_t failure = observe_call(call, subject)) {
+        return failure;
+    }
+    if (!key) {
+        return error_invalid_handle;
+    }
+    return key->access & needed ? error_none : error_access_denied;
+}
+
+} // namespace
+
+uint32_t registry_open(registry_root root, const char *path, uint32_t access,
+                       registry_key **opened) {
+    *opened = nullptr;
+    const uint32_t failure = observe_call("registry_open", path);
+    return failure ? failure : open_key(root, path, access, false, opened);
+}
+
+uint32_t registry_create(registry_root root, const char *path, uint32_t access,
+                         registry_key **opened) {
+    *opened = nullptr;
+    const uint32_t failure = observe_call("registry_create", path);
+    return failure ? failure : open_key(root, path, access, true, opened);
+}
+
+void registry_close(registry_key *key) {
+    if (!key) {
+        return;
+    }
+    registry_export_release(&key->content);
+    free(key->path);
+    free(key);
+}
+
+uint32_t registry_query(registry_key *key, const char *name, uint32_t *type, void *data,
+                        uint32_t *size) {
+    if (const uint32_t failure = begin_call("registry_query", name, key, registry_query_value)) {
+        return failure;
+    }
+    const exported_value *const value = registry_export_find(&key->content, name);
+    if (!value) {
+        return error_file_not_found;
+    }
+    if (data && !size) {
+        return error_invalid_parameter;
+    }
+    if (type) {
+        *type = value->type;
+    }
+    const uint32_t room = size ? *size : 0;
+    if (size) {
+        *size = value->size;
+    }
+    if (!data) {
+        return error_none;
+    }
+    if (room < value->size) {
+        return error_more_data;
+    }
+    memcpy(data, value->data, value->size);
+    return error_none;
+}
+
+uint32_t registry_enumerate(registry_key *key, uint32_t index, char *name, uint32_t *size) {
+    if (const uint32_t failure = begin_call("registry_enumerate", "", key, registry_query_value)) {
+        return failure;
+    }
+    if (index >= key->content.count) {
+        return error_no_more_items;
+    }
+    const char *const found = key->content.values[index].name;
+    const size_t length = strlen(found);
+    if (length >= *size) {
+        return error_more_data;
+    }
+    memcpy(name, found, length + 1);
+    *size = static_cast<uint32_t>(length);
+    return error_none;
+}
+
+uint32_t registry_count(registry_key *key, uint32_t *values, uint32_t *longest_name) {
+    if (const uint32_t failure = begin_call("registry_count", "", key, registry_query_value)) {
+        return failure;
+    }
+    size_t longest = 0;
+    for (size_t i = 0; i < key->content.count; ++i) {
+        const size_t length = strlen(key->content.values[i].name);
+        longest = length > longest ? length : longest;
+    }
+    if (values) {
+        *values = static_cast<uint32_t>(key->content.count);
+    }
+    if (longest_name) {
+        *longest_name = static_cast<uint32_t>(longest);
+    }
+    return error_none;
+}
+
+uint32_t registry_set(registry_key *key, const char *name, uint32_t type, const void *data,
+                      uint32_t size) {
+    if (const uint32_t failure = begin_call("registry_set", name, key, registry_set_value)) {
+        return failure;
+    }
+    const exported_value value = {.name = name ? name : "",
+                                  .data = static_cast<const unsigned char *>(data),
+                                  .type = type,
+                                  .size = size,
+                                  .order = 0};
+    if (const uint32_t failure = change_export(key->path, export_change::set_value, &value)) {
+        return failure;
+    }
+    registry_export_release(&key->content);
+    return read_key(key->path, &key->content);
+}
+
+uint32_t registry_delete(registry_root root, const char *path, uint32_t access) {
+    registry_key *key = nullptr;
+    uint32_t error = observe_call("registry_delete", path);
+    if (!error) {
+        error = open_key(root, path, access, false, &key);
+    }
+    if (!error) {
+        error = change_export(key->path, export_change::delete_key, nullptr);
+    }
+    registry_close(key);
+    return error;
+}
+
+} // namespace quillfence::platform

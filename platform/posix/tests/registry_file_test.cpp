@@ -1,0 +1,121 @@
+// The export that stands for the registry on Linux.
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "failing_memory.h"
+#include "platform/error_numbers.h"
+#include "platform/process.h"
+#include "platform/registry.h"
+#include "test_registry.h"
+
+namespace quillfence::platform {
+namespace {
+
+using namespace std::string_literals;
+
+class registry_file : public ::testing::Test {
+  protected:
+    testing::test_registry store;
+
+    static uint32_t open(const char *path = testing::test_key) {
+        registry_key *key = nullptr;
+        const uint32_t error =
+            registry_open(registry_root::local_machine, path, registry_read, &key);
+        EXPECT_EQ(key != nullptr, error == 0);
+        registry_close(key);
+        return error;
+    }
+    static uint32_t create() {
+        registry_key *key = nullptr;
+        const uint32_t error =
+            registry_create(registry_root::local_machine, testing::test_key, registry_write, &key);
+        registry_close(key);
+        return error;
+    }
+    void write(const std::string &bytes) const {
+        std::ofstream(store.file(), std::ios::binary) << bytes;
+    }
+    std::string read() const {
+        std::ifstream stream(store.file(), std::ios::binary);
+        return {std::istreambuf_iterator<char>(stream), {}};
+    }
+};
+
+TEST_F(registry_file, a_missing_file_is_an_empty_registry_and_stays_missing) {
+    EXPECT_EQ(open(), uint32_t{error_file_not_found});
+    EXPECT_FALSE(std::filesystem::exists(store.file()));
+    environment_set("QUILLFENCE_REGISTRY", "/no/such/folder/export.reg");
+    EXPECT_EQ(open(), uint32_t{error_file_not_found});
+}
+
+TEST_F(registry_file, without_a_name_it_is_empty_and_can_not_be_written) {
+    for (const char *name : {"", static_cast<const char *>(nullptr)}) {
+        environment_set("QUILLFENCE_REGISTRY", name);
+        EXPECT_EQ(open(), uint32_t{error_file_not_found});
+        EXPECT_EQ(create(), uint32_t{error_access_denied});
+    }
+}
+
+TEST_F(registry_file, what_is_no_export_is_told) {
+    write("an error page\n");
+    EXPECT_EQ(open(), uint32_t{error_not_registry_file});
+    EXPECT_EQ(create(), uint32_t{error_not_registry_file});
+    EXPECT_EQ(read(), "an error page\n");
+    environment_set("QUILLFENCE_REGISTRY", "/");
+    EXPECT_EQ(open(), uint32_t{error_not_registry_file});
+    environment_set("QUILLFENCE_REGISTRY", "/dev/null");
+    EXPECT_EQ(open(), uint32_t{error_not_registry_file});
+}
+
+TEST_F(registry_file, may_lie_on_a_drive) {
+    const std::filesystem::path file = store.file();
+    environment_set("QUILLFENCE_DRIVE_C", file.parent_path().string().c_str());
+    environment_set("QUILLFENCE_REGISTRY", ("c:\\" + file.filename().string()).c_str());
+    write("REGEDIT4\n[HKLM\\SOFTWARE\\Quillfence-test]\n");
+    EXPECT_EQ(open(), 0U);
+    environment_set("QUILLFENCE_DRIVE_C", nullptr);
+}
+
+TEST_F(registry_file, keeps_every_byte_that_was_there) {
+    const std::string before =
+        "REGEDIT4\n; by hand\n[HKLM\\SOFTWARE\\Quillfence-test]\n\"a\"=\"\xFC\"\n";
+    write(before);
+    store.set_dword(testing::test_key, "b", 7);
+    const std::string after = before + "\r\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Quillfence-test]\r\n"
+                                       "\"b\"=dword:00000007\r\n";
+    EXPECT_EQ(read(), after);
+    store.create(testing::test_key);
+    EXPECT_EQ(read(), after) << "a key that is there is not written again";
+}
+
+TEST_F(registry_file, every_open_reads_afresh) {
+    write("REGEDIT4\n");
+    EXPECT_EQ(open(), uint32_t{error_file_not_found});
+    write("REGEDIT4\n[HKLM\\SOFTWARE\\Quillfence-test]\n");
+    EXPECT_EQ(open(), 0U);
+}
+
+TEST_F(registry_file, opening_without_memory) {
+    write("REGEDIT4\n[HKLM\\SOFTWARE\\Quillfence-test]\n\"a\"=\"b\"\n");
+    registry_key *key = nullptr;
+    uint32_t error = 0;
+    EXPECT_GT(testing::sweep_allocations(
+                  [&] {
+                      error = registry_open(registry_root::local_machine, testing::test_key,
+                                            registry_read, &key);
+                  },
+                  [&](unsigned n) {
+                      EXPECT_EQ(error, uint32_t{error_not_enough_memory}) << n;
+                      EXPECT_EQ(key, nullptr) << n;
+                  }),
+              4U);
+    EXPECT_EQ(error, 0U);
+    registry_close(key);
+}
+
+} // namespace
+} // namespace quillfence::platform
