@@ -104,8 +104,8 @@ void complain_at(const std::string &file, uint64_t line, weight how, const std::
                (how == weight::error ? ": error: " : ": warning: ") + text);
 }
 
-std::string counted(uint64_t count, const std::string &noun) {
-    return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
+std::string counted(uint64_t count, const std::string &noun, const std::string &plural) {
+    return std::to_string(count) + " " + (count == 1 ? noun : plural.empty() ? noun + "s" : plural);
 }
 
 void for_each_argument(const std::vector<std::string> &arguments,

@@ -50,8 +50,8 @@ void complain_at(const std::string &file, uint64_t line, weight how, const std::
 // "c:/a/b: No such file or directory", from a Win32 error number of the seam.
 std::string file_error(const std::string &path, uint32_t error);
 
-// "1 expression", "2 expressions".
-std::string counted(uint64_t count, const std::string &noun);
+// "1 expression", "2 expressions"; the noun's plural when that takes more than an s.
+std::string counted(uint64_t count, const std::string &noun, const std::string &plural = "");
 
 // Calls a function for each argument; in the place of "-" for each line of standard input.
 void for_each_argument(const std::vector<std::string> &arguments,

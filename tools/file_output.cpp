@@ -16,7 +16,7 @@ file_output::file_output(const std::string &path)
     const platform::file_options options = {.write = true,
                                             .when = platform::disposition::create_new};
     if (const uint32_t error = platform::file_open(temporary_.c_str(), options, &created)) {
-        throw failure(file_error(temporary_, error));
+        fail(std::strerror(platform::errno_of(error)));
     }
     platform::file_close(created);
     stream_.reset(platform::stream_open(temporary_.c_str(), "r+b"));
@@ -67,15 +67,18 @@ void file_output::commit() {
     committed_ = true;
 }
 
-exit_status finish_writing(const line_input *in, file_output *out, const std::string &path,
-                           bool keep_going, const std::string &content) {
-    const uint64_t wrong = in->complaints();
+void refuse_wrong_lines(const line_input &in, const std::string &path, bool keep_going) {
+    const uint64_t wrong = in.complaints();
     if (wrong > 0 && !keep_going) {
-        throw failure(path + ": was not written, since " + counted(wrong, "line") +
-                      (wrong == 1 ? " is" : " are") + " wrong; correct " +
-                      (wrong == 1 ? "it" : "them") + ", or leave them out with --keep-going");
+        throw failure(path + ": was not written, since " + counted(wrong, "line is", "lines are") +
+                      " wrong; correct them, or leave them out with --keep-going");
     }
+}
+
+exit_status finish_writing(const line_input &in, file_output *out, const std::string &path,
+                           const std::string &content) {
     out->commit();
+    const uint64_t wrong = in.complaints();
     std::printf("%s: %s%s\n", path.c_str(), content.c_str(),
                 wrong > 0 ? (", " + counted(wrong, "line") + " left out").c_str() : "");
     return wrong > 0 ? exit_status::partly : exit_status::done;

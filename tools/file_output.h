@@ -37,10 +37,12 @@ class file_output {
     bool committed_ = false;
 };
 
-// Ends a run that made a file of a list's lines: commits it, prints "out: content", and returns
-// done. When lines were complained about it throws a failure and leaves the file alone, or with
-// keep_going commits and returns partly.
-exit_status finish_writing(const line_input *in, file_output *out, const std::string &path,
-                           bool keep_going, const std::string &content);
+// Throws a failure when lines of a list were complained about and shall not be left out.
+void refuse_wrong_lines(const line_input &in, const std::string &path, bool keep_going);
+
+// Ends a run that made a file of a list's lines: commits it and prints "path: content". Returns
+// partly when lines were left out, else done.
+exit_status finish_writing(const line_input &in, file_output *out, const std::string &path,
+                           const std::string &content);
 
 } // namespace quillfence::data_tool

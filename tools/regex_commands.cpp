@@ -74,8 +74,8 @@ exit_status compile(const compile_options &options) {
             ++stored;
         }
     }
-    return finish_writing(&in, &out, options.out, options.keep_going,
-                          counted(stored, "expression"));
+    refuse_wrong_lines(in, options.out, options.keep_going);
+    return finish_writing(in, &out, options.out, counted(stored, "expression"));
 }
 
 void add_compile(CLI::App &regex, chosen_action &chosen) {
