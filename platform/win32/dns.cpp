@@ -1,15 +1,18 @@
 // The system's client as it is: its cache, its servers, its time limits.
 #include "../dns_system.h"
 
-#include <winsock2.h>
+#include <cstring>
 
-#include <windns.h>
-
+#include "dns_calls.h"
 #include "platform/error_numbers.h"
 
 namespace quillfence::platform {
 
 namespace {
+
+// DnsFree is what the name DnsRecordListFree stands for.
+constexpr dns_calls system_calls = {DnsQuery_A, DnsFree};
+const dns_calls *current_calls = &system_calls;
 
 // The record's target with its case, without a final dot. Null for other types.
 dns_record *copy_record(const DNS_RECORDA &record) {
@@ -41,14 +44,18 @@ uint32_t copy_records(const DNS_RECORDA *from, dns_record **records) {
 
 } // namespace
 
+void set_dns_calls(const dns_calls *calls) {
+    current_calls = calls ? calls : &system_calls;
+}
+
 uint32_t system_dns_query(const char *name, uint16_t type, uint32_t options, dns_record **records) {
     DNS_RECORDA *found = nullptr;
-    const DNS_STATUS status =
-        DnsQuery_A(name, type, options, nullptr, reinterpret_cast<PDNS_RECORD *>(&found), nullptr);
+    const DNS_STATUS status = current_calls->query(
+        name, type, options, nullptr, reinterpret_cast<PDNS_RECORD *>(&found), nullptr);
     const uint32_t result =
         status == 0 ? copy_records(found, records) : static_cast<uint32_t>(status);
     if (found) { // some failures leave records behind, too
-        DnsRecordListFree(reinterpret_cast<PDNS_RECORD>(found), DnsFreeRecordList);
+        current_calls->release(found, DnsFreeRecordList);
     }
     return result;
 }
