@@ -12,6 +12,7 @@
 #include "quillfence-checks.h"
 #include "quillfence.h"
 #include "rule_list.h"
+#include "test_registry.h"
 #include "tiny_rex_storage.h"
 #include "vc_nulltermlist.h"
 
@@ -161,6 +162,10 @@ const rule_case cases[] = {
     {"known_sender_forgery",
      {.from = "a@tied.example"},
      "Mail from domain does not match with valid sender source." HELP("known_sender_forgery/")},
+    {"local_require_auth",
+     {.from = "a@hosted.example"},
+     "Please check your email settings for SMTP Authentication or contact your email service "
+     "provider for assistance."},
     {"block_nonauth_ipv6",
      {.ip = "2001:db8::1", .ipv6 = true},
      "This server only accepts deliveries from IPv6 clients when they use SMTP "
@@ -176,6 +181,10 @@ TEST_F(decision_runs, each_rule_hits_with_its_notice_and_not_without_being_enabl
     write_patterns("c:/quillfence/dynaregex/dyna.cregexes", "dyna[0-9]+\\.");
     write_patterns("c:/quillfence/dynaregex/spam.cregexes", "spam[0-9]+\\.");
     write_patterns("c:/quillfence/dynaregex/confirmed.cregexes", "sure[0-9]+\\.");
+    const test_registry store;
+    store.set_text("SOFTWARE\\Mail Enable\\Mail Enable", "Configuration Directory",
+                   "c:\\quillfence\\Config");
+    drive.write("c:/quillfence/Config/DOMAIN.TAB", "hosted.example\t1\r\n");
     drive.write("c:/quillfence/blocked_ips", "192.0.2.66\n");
     drive.write("c:/quillfence/from_blacklist", "*@blocked.example\n");
     drive.write("c:/quillfence/exempt_ips", "192.0.2.25\n");

@@ -1,6 +1,10 @@
 // The rules that decide by a fixed policy.
+#include <string>
+
+#include "drive_c.h"
 #include "rules.h"
 #include "session.h"
+#include "test_registry.h"
 
 namespace quillfence::testing {
 namespace {
@@ -82,6 +86,44 @@ TEST_F(policy_rules, local_require_auth_passes_other_senders) {
     EXPECT_EQ(rule_lines(log, "rule_local_require_auth"),
               (lines{"D checking for entry [a@elsewhere.example]",
                      "D Nothing to check when sender is not local"}));
+}
+
+class local_senders : public traced_drive_test {
+  protected:
+    test_registry store;
+};
+
+TEST_F(local_senders, local_require_auth) {
+    store.set_text("SOFTWARE\\Mail Enable\\Mail Enable", "Configuration Directory",
+                   "c:\\quillfence\\Config");
+    drive.write("c:/quillfence/Config/DOMAIN.TAB", "hosted.example\t1\r\n");
+    static const struct {
+        const char *name, *sender, *auth;
+        int want;
+        const char *line; // after "checking for entry"; null for none
+    } cases[] = {
+        {"local, not authenticated", "a@hosted.example", nullptr, 1, nullptr},
+        {"an empty user is no authentication", "a@hosted.example", "", 1, nullptr},
+        {"local, authenticated", "a@hosted.example", "carol", 0,
+         "D Sender domain is local and SMTP session is authenticated"},
+        {"the user (null) is a user", "a@hosted.example", "(null)", 0,
+         "D Sender domain is local and SMTP session is authenticated"},
+        {"not local", "a@other.example", nullptr, 0, "D Nothing to check when sender is not local"},
+        {"not local, authenticated", "a@other.example", "carol", 0,
+         "D Nothing to check when sender is not local"},
+    };
+    for (const auto &c : cases) {
+        session state;
+        session::put(&state->mail_from, c.sender);
+        session::put(&state->auth_user, c.auth);
+        log.take();
+        EXPECT_EQ(rule_local_require_auth(state), c.want) << c.name;
+        lines want = {std::string("D checking for entry [") + c.sender + "]"};
+        if (c.line) {
+            want.push_back(c.line);
+        }
+        EXPECT_EQ(rule_lines(log, "rule_local_require_auth"), want) << c.name;
+    }
 }
 
 } // namespace
