@@ -230,24 +230,32 @@ TRexNode *nodes_in_place(unsigned char *bytes, int32_t count) {
     return nodes;
 }
 
-// Lends the next block to the record; false when it is not a whole block of a sane size.
-bool lend_block(window *w, TRex *expression) {
+enum class next_block : uint8_t {
+    lent,    // the record has its nodes
+    refused, // its count, which is all that was used, is not sane
+    cut,     // it is not whole; nothing was used
+};
+
+// Lends the next block to the record, with the lines that trs_next writes.
+next_block lend_block(window *w, TRex *expression) {
     if (!holds(w, sizeof(int32_t))) {
-        return false;
+        return next_block::cut;
     }
     const auto count = static_cast<int32_t>(load_le32(w->bytes + w->used));
-    if (count <= 0 || count > trs_max_nodes) {
-        return false;
-    }
-    const size_t size = sizeof count + static_cast<size_t>(count) * node_size;
+    const bool sane = count > 0 && count <= trs_max_nodes;
+    const size_t size = sizeof count + (sane ? static_cast<size_t>(count) * node_size : 0);
     if (!holds(w, size)) {
-        return false;
+        return next_block::cut;
+    }
+    QF_DEBUG_AS("trs_next", "read nallocated value of %d", count);
+    w->used += size;
+    if (!count_is_sane(count, "trs_next")) {
+        return next_block::refused;
     }
     *expression = {};
     expression->nallocated = count;
-    expression->nodes = nodes_in_place(w->bytes + w->used + sizeof count, count);
-    w->used += size;
-    return true;
+    expression->nodes = nodes_in_place(w->bytes + w->used - size + sizeof count, count);
+    return next_block::lent;
 }
 
 // Gives the bytes that are not used back to the stream.
@@ -270,9 +278,9 @@ bool any_block_matches(window *w, const char *text) {
     const char *const end = text + ::strlen(text);
     TRex expression;
     for (;;) {
-        while (lend_block(w, &expression)) {
-            QF_DEBUG_AS("trs_next", "read nallocated value of %d", expression.nallocated);
-            if (__trex_match_span(&expression, text, end)) {
+        next_block next;
+        while ((next = lend_block(w, &expression)) != next_block::cut) {
+            if (next == next_block::lent && __trex_match_span(&expression, text, end)) {
                 return true;
             }
         }
@@ -299,6 +307,9 @@ int compiled_regex_match(const char *path, const char *text) {
         return 0;
     }
     const stream_ptr stream(platform::stream_open(path, "rb"));
+    if (stream) { // the window is buffer enough
+        ::setvbuf(stream.get(), nullptr, _IONBF, 0);
+    }
     if (!trs_valid_file(stream.get())) {
         QF_ERROR("file [%s] is not a valid vellumcraft generated regex file", path);
         return 0;
