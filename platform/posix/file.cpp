@@ -249,16 +249,16 @@ uint32_t file_open(const char *path, file_options options, file_handle *opened) 
 }
 
 uint32_t file_close(file_handle file) {
-    if (const uint32_t failure = observe_call("file_close", "")) {
-        return failure;
-    }
+    const uint32_t failure = observe_call("file_close", "");
     // An interrupted close has closed the descriptor all the same.
-    return close(descriptor_of(file)) == 0 || errno == EINTR ? error_none : error_of_errno(errno);
+    const uint32_t error =
+        close(descriptor_of(file)) == 0 || errno == EINTR ? error_none : error_of_errno(errno);
+    return failure ? failure : error;
 }
 
 uint32_t file_read(file_handle file, void *buffer, uint32_t size, uint32_t *moved) {
     *moved = 0;
-    if (const uint32_t failure = observe_call("file_read", "")) {
+    if (const uint32_t failure = observe_transfer("file_read", &size)) {
         return failure;
     }
     const int descriptor = descriptor_of(file);
@@ -272,7 +272,7 @@ uint32_t file_read(file_handle file, void *buffer, uint32_t size, uint32_t *move
 
 uint32_t file_write(file_handle file, const void *bytes, uint32_t size, uint32_t *moved) {
     *moved = 0;
-    if (const uint32_t failure = observe_call("file_write", "")) {
+    if (const uint32_t failure = observe_transfer("file_write", &size)) {
         return failure;
     }
     const int descriptor = descriptor_of(file);

@@ -109,12 +109,13 @@ uint32_t file_open(const char *path, file_options options, file_handle *opened) 
 
 uint32_t file_close(file_handle file) {
     const uint32_t failure = observe_call("file_close", "");
-    return failure ? failure : error_unless(CloseHandle(handle_of(file)));
+    const uint32_t error = error_unless(CloseHandle(handle_of(file)));
+    return failure ? failure : error;
 }
 
 uint32_t file_read(file_handle file, void *buffer, uint32_t size, uint32_t *moved) {
     *moved = 0;
-    if (const uint32_t failure = observe_call("file_read", "")) {
+    if (const uint32_t failure = observe_transfer("file_read", &size)) {
         return failure;
     }
     DWORD got = 0;
@@ -126,7 +127,7 @@ uint32_t file_read(file_handle file, void *buffer, uint32_t size, uint32_t *move
 
 uint32_t file_write(file_handle file, const void *bytes, uint32_t size, uint32_t *moved) {
     *moved = 0;
-    if (const uint32_t failure = observe_call("file_write", "")) {
+    if (const uint32_t failure = observe_transfer("file_write", &size)) {
         return failure;
     }
     DWORD put = 0;

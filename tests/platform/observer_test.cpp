@@ -42,11 +42,7 @@ uint32_t read_file(const char *path) {
     char bytes[8];
     uint32_t moved;
     const uint32_t error = file_read(file, bytes, sizeof bytes, &moved);
-    const uint32_t close_error = file_close(file);
-    if (close_error) {
-        set_call_observer(nullptr);
-        file_close(file);
-    }
+    const uint32_t close_error = file_close(file); // closes also when it is made to fail
     return error ? error : close_error;
 }
 
@@ -80,6 +76,40 @@ TEST_F(observer, makes_the_chosen_call_fail) {
     seen.clear();
     set_call_observer(record_and_fail);
     EXPECT_EQ(read_file("c:/quillfence/a"), error_none) << "the fourth call does not exist";
+}
+
+uint32_t halve(const char *, const char *) {
+    return observed_half;
+}
+
+TEST_F(observer, halves_what_is_moved) {
+    drive.write("c:/quillfence/a", "abcdefg");
+    file_handle file;
+    ASSERT_EQ(file_open("c:/quillfence/a", {.write = true}, &file), error_none);
+    set_call_observer(halve);
+    char bytes[7];
+    uint32_t moved = 99;
+    EXPECT_EQ(file_read(file, bytes, sizeof bytes, &moved), error_none);
+    EXPECT_EQ(std::string(bytes, moved), "abc");
+    EXPECT_EQ(file_write(file, "WXYZ", 4, &moved), error_none);
+    EXPECT_EQ(moved, 2u);
+    EXPECT_EQ(file_write(file, "!", 1, &moved), error_none);
+    EXPECT_EQ(moved, 0u) << "half of one byte is none";
+    EXPECT_EQ(file_seek(file, 0, seek_origin::begin, nullptr), error_none) << "goes on as it is";
+    EXPECT_EQ(file_close(file), error_none);
+    EXPECT_EQ(drive.read("c:/quillfence/a"), "abcWXfg");
+}
+
+TEST_F(observer, a_close_that_is_made_to_fail_closes) {
+    drive.write("c:/quillfence/a", "abc");
+    file_handle file;
+    ASSERT_EQ(file_open("c:/quillfence/a", {.lock = true}, &file), error_none);
+    failing_call = 1;
+    set_call_observer(record_and_fail);
+    EXPECT_EQ(file_close(file), error_io_device);
+    set_call_observer(nullptr);
+    ASSERT_EQ(file_open("c:/quillfence/a", {.write = true, .lock = true}, &file), error_none);
+    EXPECT_EQ(file_close(file), error_none);
 }
 
 TEST_F(observer, is_gone_once_removed) {
