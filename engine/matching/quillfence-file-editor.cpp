@@ -28,6 +28,7 @@ struct list_edit {
     char *tmp_path;
     vc_handle list;
     vc_handle tmp;
+    bool keep_tmp; // the temporary file is all there is of the new list
 };
 
 // What an edit does to the lines.
@@ -49,11 +50,13 @@ static void close_if_open(vc_handle *file) {
     }
 }
 
-// Closes both files and removes the temporary one.
+// Closes both files and removes the temporary one, unless it is needed.
 static void end_edit(list_edit *edit) {
     close_if_open(&edit->list);
     close_if_open(&edit->tmp);
-    platform::path_delete(edit->tmp_path);
+    if (!edit->keep_tmp) {
+        platform::path_delete(edit->tmp_path);
+    }
 }
 
 static vc_handle open_existing_locked(const list_edit *edit) {
@@ -199,7 +202,10 @@ static const char *keep_edit(list_edit *edit) {
     close_if_open(&edit->list);
     close_if_open(&edit->tmp);
     if (const uint32_t error = platform::path_replace(edit->tmp_path, edit->path)) {
+        edit->keep_tmp = true;
         QF_ERRNO_AS(edit->operation, platform::errno_of(error));
+        QF_ERROR_AS(edit->operation, "%s is incomplete, the whole new list is in %s", edit->path,
+                    edit->tmp_path);
         return list_open_failed;
     }
     return nullptr;
@@ -273,7 +279,8 @@ const char *vc_add_entry(const char *directory, const char *name, const char *en
     char comment_line[longest_comment + 3];
     platform::format_text(comment_line, sizeof comment_line, "\t%s\n", comment ? comment : "");
 
-    list_edit edit = {__func__, path.get(), tmp_path.get(), vc_invalid_handle, vc_invalid_handle};
+    list_edit edit = {__func__,          path.get(),        tmp_path.get(),
+                      vc_invalid_handle, vc_invalid_handle, false};
     const edit_plan plan = {.entry = entry,
                             .matcher = matcher,
                             .entry_line = entry_line,
@@ -312,7 +319,8 @@ const char *vc_del_entry(const char *directory, const char *name, const char *en
     if (!vc_file_exists_ex(path.get(), vc_type_file)) {
         return nullptr;
     }
-    list_edit edit = {__func__, path.get(), tmp_path.get(), vc_invalid_handle, vc_invalid_handle};
+    list_edit edit = {__func__,          path.get(),        tmp_path.get(),
+                      vc_invalid_handle, vc_invalid_handle, false};
     const edit_plan plan = {.entry = entry,
                             .matcher = matcher,
                             .entry_line = nullptr,

@@ -69,7 +69,9 @@ int vc_iterate_file(const char *directory, const char *name, line_callback callb
 // over the list and deleted. Both files are opened locked, so that of two editors of one list the
 // second gets "Error opening file"; so does one whose disk is full or whose file can't be read or
 // written, after an ERROR line that tells the reason. The list is then as it was. Should the copy
-// break off halfway, the temporary file takes the list's place.
+// break off halfway, the temporary file takes the list's place; should that fail too, it stays, and
+// the ERROR line "%s is incomplete, the whole new list is in %s" says so. Put it in the list's
+// place before the next edit, which would remove it.
 //
 // Matching is that of the lookup: comments never match. A line that begins with a TAB belongs to
 // the entry above it as that entry's comment, and does not match either.
