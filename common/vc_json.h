@@ -126,7 +126,8 @@ void vc_json_iterator_end(vc_json_iterator *iterator);
 
 // ---- Changing ----
 
-// Removes and frees the node that path names below node; 1 also when there is none.
+// Removes and frees the node that path names below node; 1 also when there is none. 0 when memory
+// runs out on the way: the node is then where it was.
 // ERROR lines: "Could not retrieve parent node for node [%s]", "Retrieved node does not have a
 // name" (a member of a map made elsewhere); EINVAL for a null or empty path.
 int vc_json_remove_node(vc_json *node, const char *path);

@@ -76,8 +76,9 @@ vc_json *child_named(const vc_json *node, const char *name) {
     return static_cast<vc_json *>(member);
 }
 
-// The child of node that the first step of *path names; moves *path behind that step.
-vc_json *take_step(const vc_json *node, const char **path) {
+// The child of node that the first step of *path names; moves *path behind that step. Sets
+// *no_memory when that is the reason for a null.
+vc_json *take_step(const vc_json *node, const char **path, bool *no_memory) {
     if (**path == '[') {
         uint32_t index;
         if (node->type != vc_json_type_array || !take_index(path, &index)) {
@@ -89,10 +90,32 @@ vc_json *take_step(const vc_json *node, const char **path) {
     const heap_string name(vc_strndup(*path, length));
     if (!name) {
         QF_ERRNO_AS(path_walk, ENOMEM);
+        *no_memory = true;
         return nullptr;
     }
     *path += length;
     return child_named(node, name.get());
+}
+
+// The work of vc_json_get_node_ex, whose arguments are right.
+vc_json *walk(vc_json *node, const char *path, vc_json **parent, bool *no_memory) {
+    for (vc_json *holder = node;;) {
+        vc_json *found = take_step(holder, &path, no_memory);
+        if (!found) {
+            return nullptr;
+        }
+        if (!*path) {
+            *parent = holder;
+            return found;
+        }
+        if (*path == '/') {
+            ++path;
+        } else if (*path != '[') {
+            report_bad_character(*path);
+            return nullptr;
+        }
+        holder = found;
+    }
 }
 
 // The node itself, or the one that an optional path names below it.
@@ -312,25 +335,13 @@ vc_json *vc_json_get_node_ex(vc_json *node, const char *path, vc_json **parent) 
         QF_EINVAL();
         return nullptr;
     }
-    for (vc_json *holder = node;;) {
-        vc_json *found = take_step(holder, &path);
-        if (!found) {
-            return nullptr;
-        }
-        if (!*path) {
-            if (parent) {
-                *parent = holder;
-            }
-            return found;
-        }
-        if (*path == '/') {
-            ++path;
-        } else if (*path != '[') {
-            report_bad_character(*path);
-            return nullptr;
-        }
-        holder = found;
+    vc_json *holder = nullptr;
+    bool no_memory = false;
+    vc_json *const found = walk(node, path, &holder, &no_memory);
+    if (parent) {
+        *parent = holder;
     }
+    return found;
 }
 
 vc_json *vc_json_node_index(vc_json *node, uint32_t index) {
@@ -403,9 +414,10 @@ int vc_json_remove_node(vc_json *node, const char *path) {
         return 0;
     }
     vc_json *parent = nullptr;
-    const vc_json *removed = vc_json_get_node_ex(node, path, &parent);
+    bool no_memory = false;
+    const vc_json *removed = walk(node, path, &parent, &no_memory);
     if (!removed) {
-        return 1;
+        return no_memory ? 0 : 1;
     }
     if (!parent) {
         QF_ERROR("Could not retrieve parent node for node [%s]", path);
