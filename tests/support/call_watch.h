@@ -33,6 +33,10 @@ class call_watch {
         error_ = error;
         all_after_ = all_after;
     }
+    // The same for the n-th call of any name but those that look at the environment or the clock.
+    void fail_any(int n, uint32_t error, bool all_after = false) {
+        fail("", n, error, all_after);
+    }
     // How many of the chosen calls have failed.
     int failed() const {
         return failed_;
@@ -57,11 +61,17 @@ class call_watch {
     }
     uint32_t record(const char *call) {
         calls_.emplace_back(call);
-        if (failing_name_ != call || --failing_in_ > 0 || (failing_in_ < 0 && !all_after_)) {
+        if (!is_chosen(call) || --failing_in_ > 0 || (failing_in_ < 0 && !all_after_)) {
             return 0;
         }
         ++failed_;
         return error_;
+    }
+
+    bool is_chosen(const std::string &call) const {
+        return failing_name_.empty() ? !call.starts_with("environment_") && call != "clock_now" &&
+                                           !call.ends_with("local_time")
+                                     : failing_name_ == call;
     }
 
     std::vector<std::string> calls_;

@@ -1,5 +1,6 @@
-// Makes allocations fail on purpose: every test program is linked with a malloc, calloc, realloc
-// and strdup of its own in front of the C library's.
+// Makes allocations fail on purpose, and counts them: every test program is linked with a malloc,
+// calloc, realloc, strdup and free of its own in front of the C library's. What a shared library
+// allocates and frees inside itself is not seen.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -20,6 +21,11 @@ class failing_allocation {
 
     bool fired() const; // whether the n-th allocation has come
 };
+
+// How many blocks have been allocated and not freed so far, and how many were ever allocated.
+// Pauses make no difference here.
+long live_allocations();
+unsigned long allocations_made();
 
 // Runs operation() with its first, second, ... allocation failing, and check(n) after each run, up
 // to the run in which none failed; that run is not checked. Returns how many failed.

@@ -1,0 +1,181 @@
+// The check runner and the whole run of the replayer when memory runs out.
+#include <set>
+
+#include "engine_drive.h"
+#include "memory_sweep.h"
+#include "process_state.h"
+#include "qfd-packet.h"
+#include "quillfence-checks.h"
+#include "quillfence.h"
+#include "report.h"
+#include "vcspamrule.h"
+
+namespace quillfence::testing {
+namespace {
+
+using enum without_memory;
+
+struct {
+    smtp_state *state;
+    vc_list_entry *rules;
+    vc_list_entry *hits;
+    spam_rule *rule;
+    char *text;
+} it;
+
+void release() {
+    free_smtp_state(it.state);
+    if (it.rules) {
+        vc_destroy_list(&it.rules, free_rule_data);
+    }
+    if (it.hits) {
+        vc_destroy_list(&it.hits, free);
+    }
+    free_rule(it.rule);
+    free(it.text);
+    it = {};
+}
+
+template <int who>
+void have_session() {
+    it.state = session_of(clients[who]);
+    it.state->base_dir = heap_text(quillfence_base_dir);
+    it.state->routable = 1;
+}
+
+// The session's findings belong together and are whole texts.
+void session_is_usable() {
+    EXPECT_NE(it.state->ip, nullptr);
+    it.text = heap_text(shown(it.state->hit_name) + shown(it.state->rejection_notice));
+}
+
+class memory_core : public drive_test {
+  protected:
+    memory_core() {
+        write_configuration(drive);
+        write_zones(&dns);
+        dns.answer("1.2.0.192.rbl.example.", platform::dns_type_a, 0, {{platform::dns_type_a, ""}});
+        quillfence_init();
+    }
+    ~memory_core() override {
+        quillfence_teardown();
+    }
+    dns_script dns;
+};
+
+TEST_F(memory_core, rule_table) {
+    static const memory_case cases[] = {
+        {"new_rule", nullptr,
+         [] { return (it.rule = new_rule("n", nullptr, 1, 1, 1, 1, "r")) != nullptr; }, nullptr},
+        // A rule that can't be made is missing from the table.
+        {"build_rule_table", nullptr,
+         [] { return vc_list_count(it.rules = build_rule_table()) == 31; },
+         [] { EXPECT_EQ(vc_list_count(it.rules), 30); }},
+        {"build_rejection_notice", have_session<0>,
+         [] {
+             const spam_rule *rule = find_rule(quillfence_rules(), "valid_helo_domain");
+             return (it.text = build_rejection_notice(rule, it.state, nullptr)) != nullptr;
+         },
+         [] { EXPECT_EQ(it.text, nullptr); }},
+    };
+    sweep(log, cases, release);
+}
+
+TEST_F(memory_core, start_up) {
+    int started = 0;
+    sweep_allocations([&] { started = quillfence_init(); },
+                      [&](unsigned n) {
+                          EXPECT_EQ(started, 1) << n << ": the other rules are there";
+                          EXPECT_EQ(vc_list_count(quillfence_rules()), 30) << n;
+                          EXPECT_TRUE(tells_of_memory(log.errors(), "")) << n;
+                      });
+    EXPECT_EQ(vc_list_count(quillfence_rules()), 31);
+    int enabled = 0;
+    sweep_allocations([&] { enabled = quillfence_enabled(); },
+                      [&](unsigned n) {
+                          EXPECT_EQ(enabled, 0) << n;
+                          EXPECT_TRUE(tells_of_memory(log.errors(), "")) << n;
+                      });
+    EXPECT_EQ(enabled, 1);
+}
+
+TEST_F(memory_core, checks) {
+    static const memory_case cases[] = {
+        {"run_all_spam_checks", have_session<2>,
+         [] { return run_all_spam_checks(it.state, quillfence_rules(), &it.hits) == 1; },
+         session_is_usable, goes_on, "Fail"},
+        {"run_all_bms_checks", have_session<0>,
+         [] { return run_all_bms_checks(it.state, quillfence_rules(), &it.hits) == 1; },
+         session_is_usable, goes_on, "Fail"},
+        {"global_spam_hit_r", have_session<2>,
+         [] { return global_spam_hit_r(it.state, quillfence_rules()) == 1; }, session_is_usable,
+         goes_on},
+        {"global_bms_r", have_session<0>,
+         [] { return global_bms_r(it.state, quillfence_rules()) == 1; }, session_is_usable,
+         goes_on},
+        {"global_rbl_r", have_session<0>,
+         [] { return global_rbl_r(it.state, quillfence_rules()) == 1; }, session_is_usable, goes_on,
+         "Fail"},
+        {"is_exempt", have_session<5>, [] { return is_exempt(it.state, "c:/quillfence") == 1; },
+         session_is_usable, goes_on},
+    };
+    sweep(log, cases, release);
+}
+
+// The run of the replayer from its arguments to its JSON; null on failure.
+vc_json *replay(const client &who) {
+    const char *arguments[] = {"r", "R", who.ip,   "25",       "0",
+                               "",  "0", who.helo, who.sender, who.recipient};
+    qfd_request_packet *packet = qfd_request_packet_from_args(10, const_cast<char **>(arguments));
+    smtp_state *state = packet ? qfd_request_packet_to_smtp_state(packet) : nullptr;
+    qfd_request_packet_free(packet);
+    vc_json *report =
+        state && __process_state(state) ? build_report(state, quillfence_rules()) : nullptr;
+    free_smtp_state(state);
+    return report;
+}
+
+std::set<std::string> hits_of(vc_json *report) {
+    std::set<std::string> names;
+    for (const char *member : {"spam_hits", "bms_hits"}) {
+        vc_json *array = vc_json_get_node_ex(report, member, nullptr);
+        for (uint32_t i = 0; i < vc_json_num_children(array); ++i) {
+            names.insert(static_cast<const char *>(vc_json_node_index(array, i)->value));
+        }
+    }
+    return names;
+}
+
+// A run without memory prints no report, or one that names nothing that is not so: it may miss
+// hits whose rule or list there was no memory to ask, and the log says that it did.
+TEST_F(memory_core, whole_run) {
+    unsigned swept = 0;
+    for (const client &who : clients) {
+        SCOPED_TRACE(who.name);
+        vc_json *whole = replay(who);
+        ASSERT_NE(whole, nullptr);
+        const std::set<std::string> all = hits_of(whole);
+        vc_json_free(whole);
+        log.errors();
+        const long before = live_allocations();
+        vc_json *report = nullptr;
+        swept += sweep_allocations(
+            [&] { report = replay(who); },
+            [&](unsigned n) {
+                EXPECT_FALSE(log.errors().empty()) << n;
+                for (const std::string &hit : report ? hits_of(report) : std::set<std::string>()) {
+                    EXPECT_TRUE(all.contains(hit)) << hit << " without memory, allocation " << n;
+                }
+                vc_json_free(report);
+            });
+        EXPECT_EQ(hits_of(report), all);
+        vc_json_free(report);
+        log.errors();
+        log.take();
+        EXPECT_EQ(live_allocations() - before, 0);
+    }
+    EXPECT_GT(swept, 300u);
+}
+
+} // namespace
+} // namespace quillfence::testing

@@ -1,0 +1,114 @@
+// Session records and packets when memory runs out.
+#include "drive_c.h"
+#include "heap_text.h"
+#include "memory_sweep.h"
+#include "platform/file.h"
+#include "qfd-packet.h"
+#include "smtp_state.h"
+
+namespace quillfence::testing {
+namespace {
+
+using enum without_memory;
+
+struct {
+    smtp_state *state;
+    qfd_request_packet *request;
+    qfd_response_packet *response;
+    char *text;
+    vc_handle stream = vc_invalid_handle;
+} it;
+
+void release() {
+    free_smtp_state(it.state);
+    qfd_request_packet_free(it.request);
+    qfd_response_packet_free(it.response);
+    free(it.text);
+    if (it.stream != vc_invalid_handle) {
+        vc_close(it.stream);
+    }
+    it = {};
+}
+
+void nothing_made() {
+    EXPECT_EQ(it.state, nullptr);
+    EXPECT_EQ(it.request, nullptr);
+    EXPECT_EQ(it.response, nullptr);
+}
+
+const char *arguments[] = {"replayer", "R", "192.0.2.1", "25",          "1",
+                           "user",     "0", "a.example", "a@b.example", "c@d.example"};
+
+void have_request() {
+    it.request = qfd_request_packet_from_args(10, const_cast<char **>(arguments));
+}
+void have_state() {
+    have_request();
+    it.state = qfd_request_packet_to_smtp_state(it.request);
+    it.state->state = stage_rcpt;
+    qfd_request_packet_free(it.request);
+    it.request = nullptr;
+}
+
+constexpr char request_file[] = "c:/quillfence/request";
+constexpr char response_file[] = "c:/quillfence/response";
+
+template <const char *path>
+void have_stream() {
+    it.stream = vc_open_ex(path, 0, 0, 0);
+}
+
+class memory_session : public drive_test {
+  protected:
+    void SetUp() override {
+        have_request();
+        it.stream = vc_open_ex(request_file, 0, 1, 0);
+        ASSERT_EQ(qfd_request_packet_send(it.stream, it.request), 1);
+        vc_close(it.stream);
+        it.stream = vc_open_ex(response_file, 0, 1, 0);
+        ASSERT_EQ(qfd_response_packet_send(it.stream, 1, "message", "hit"), 1);
+        release();
+    }
+};
+
+TEST_F(memory_session, records_and_packets) {
+    static const memory_case cases[] = {
+        {"new_smtp_state", nullptr, [] { return (it.state = new_smtp_state()) != nullptr; },
+         nothing_made},
+        {"qfd_request_packet_from_args", nullptr,
+         [] {
+             have_request();
+             return it.request != nullptr;
+         },
+         nothing_made},
+        {"qfd_request_packet_to_smtp_state", have_request,
+         [] { return (it.state = qfd_request_packet_to_smtp_state(it.request)) != nullptr; },
+         [] {
+             EXPECT_EQ(it.state, nullptr);
+             EXPECT_EQ(shown(it.request->to), "c@d.example") << "the packet stays whole";
+         }},
+        {"qfd_request_packet_from_smtp_state", have_state,
+         [] { return (it.request = qfd_request_packet_from_smtp_state(it.state)) != nullptr; },
+         [] {
+             EXPECT_EQ(it.request, nullptr);
+             EXPECT_EQ(shown(it.state->rcpt_to), "c@d.example") << "the session stays whole";
+         }},
+        {"__process_ip_arg", nullptr,
+         [] { return (it.text = __process_ip_arg("2001:db8:0::1")) != nullptr; }, nothing_made,
+         fails_silently},
+        {"qfd_request_packet_receive",
+         [] {
+             have_stream<request_file>();
+             qfd_request_packet_receive_state(it.stream);
+         },
+         [] { return (it.request = qfd_request_packet_receive(it.stream)) != nullptr; },
+         nothing_made},
+        {"qfd_response_packet_receive", have_stream<response_file>,
+         [] { return (it.response = qfd_response_packet_receive(it.stream)) != nullptr; },
+         nothing_made},
+    };
+    sweep(log, cases, release);
+}
+
+} // namespace
+} // namespace quillfence::testing
