@@ -155,7 +155,11 @@ vc_regkey *vc_regkey_open_ex(vc_regroot root, const char *key, uint32_t access) 
         return nullptr;
     }
     vc_regkey *opened = nullptr;
-    return platform::registry_open(root, key, access, &opened) ? nullptr : opened;
+    const uint32_t error = platform::registry_open(root, key, access, &opened);
+    if (error == platform::error_not_enough_memory) {
+        QF_ENOMEM();
+    }
+    return error ? nullptr : opened;
 }
 
 void vc_regkey_close(vc_regkey *key) {

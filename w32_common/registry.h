@@ -33,7 +33,8 @@ using vc_regkey = platform::registry_key;
 int vc_regkey_get_ex(vc_regroot root, const char *key, const char *value, uint32_t limit,
                      char **text);
 
-// Whether the value exists, of whatever type: 1 or 0. ERROR line: EINVAL.
+// Whether the value exists, of whatever type: 1 or 0. ERROR lines: EINVAL; ENOMEM as
+// vc_regkey_open_ex.
 int vc_regkey_exists_ex(vc_regroot root, const char *key, const char *value);
 
 // Reads a value's type, a number of platform/registry.h.
@@ -50,14 +51,14 @@ int vc_regkey_create_ex(vc_regroot root, const char *key);
 int vc_regkey_set_ex(vc_regroot root, const char *key, const char *value, uint32_t type,
                      const void *data, uint32_t size);
 
-// --- an open key; nothing here writes a line but EINVAL ---
+// --- an open key; nothing here writes a line but EINVAL, and ENOMEM ---
 
 // The access mask of Mail Enable's keys: to read (KEY_READ), in the registry's 32-bit view
 // (KEY_WOW64_32KEY).
 inline constexpr uint32_t vc_regkey_read_32 = 131609;
 
 // Opens a key with an access mask (platform/registry.h); null when it is missing or may not be
-// opened so. ERROR line: EINVAL.
+// opened so. ERROR lines: EINVAL, ENOMEM.
 vc_regkey *vc_regkey_open_ex(vc_regroot root, const char *key, uint32_t access);
 void vc_regkey_close(vc_regkey *key); // null is accepted
 
