@@ -11,6 +11,8 @@ next one. Everything before the first section says what the case shows.
     == file PATH          a text file of the drive c:, in which the same escapes count; a backslash
                           at the end of a line joins it with the next one
     == bytes PATH SIZE    a file of SIZE zero bytes, and lines "OFFSET: HEX" that fill some
+    == registry           sections of a registry export, all below the keys "Mail Enable" in
+                          HKEY_LOCAL_MACHINE; under Wine they are imported
     == stdout             the exact text; the file's last line end is not part of it
     == exit STATUS
     == stderr             the same for standard error; {program} is the program's path
@@ -69,9 +71,22 @@ def table_bytes(size, body):
     return bytes(data)
 
 
+MAIL_KEYS = [r"HKEY_LOCAL_MACHINE\SOFTWARE\Mail Enable",
+             r"HKEY_LOCAL_MACHINE\SOFTWARE\Wow6432Node\Mail Enable"]
+
+
+def registry_bytes(body):
+    """The export as the registry editor writes it."""
+    for key in re.findall(r"^\[(.*)\]$", body, re.MULTILINE):
+        if not any(key.startswith(mail_key) for mail_key in MAIL_KEYS):
+            raise ValueError(f"{key} is no key of Mail Enable")
+    text = "Windows Registry Editor Version 5.00\n\n" + body
+    return b"\xFF\xFE" + text.replace("\n", "\r\n").encode("utf-16-le")
+
+
 class Case:
     def __init__(self, path):
-        self.arguments, self.files = None, {}
+        self.arguments, self.files, self.registry = None, {}, None
         self.stdout, self.stderr, self.status, self.events = None, b"", None, []
         text = Path(path).read_text(encoding="latin-1")
         for section in re.split(r"^== ", text, flags=re.MULTILINE)[1:]:
@@ -89,6 +104,8 @@ class Case:
         elif kind == "bytes":
             path, size = rest.split()
             self.files[path] = table_bytes(size, body)
+        elif kind == "registry":
+            self.registry = registry_bytes(body)
         elif kind == "stdout":
             self.stdout = unescape(body[:-1])
         elif kind == "stderr":
@@ -118,6 +135,11 @@ class NativeDrive:
             "QUILLFENCE_REGISTRY": "",
         }
 
+    def write_registry(self, export):
+        file = self.root / "registry.reg"
+        file.write_bytes(export)
+        self.environment["QUILLFENCE_REGISTRY"] = str(file)
+
     def error_events(self):
         if not self.events.exists():
             return []
@@ -137,16 +159,32 @@ class WineDrive:
         prefix = Path(os.environ.get("WINEPREFIX", prefix))
         if not (prefix / "drive_c").exists():
             subprocess.run([launcher, "wineboot", "--init"], check=True, capture_output=True)
-        self.root = prefix / "drive_c"
+        self.root, self.launcher, self.has_registry = prefix / "drive_c", launcher, False
         if (self.root / "quillfence").exists():
             sys.exit(f"{self.root}/quillfence is in the way: remove it first")
         self.environment = {}
+
+    def reg(self, *arguments):
+        return run_captured([self.launcher, "reg", *arguments], {})[0]
+
+    def write_registry(self, export):
+        for key in MAIL_KEYS:
+            if self.reg("query", key) == 0:
+                sys.exit(f"{key} is in the way: remove it first")
+        self.has_registry = True
+        (self.root / "quillfence" / "import.reg").write_bytes(export)
+        if self.reg("import", r"c:\quillfence\import.reg") != 0:
+            sys.exit("the registry export could not be imported")
+        (self.root / "quillfence" / "import.reg").unlink()
 
     def error_events(self):
         return None
 
     def remove(self):
         shutil.rmtree(self.root / "quillfence", ignore_errors=True)
+        if self.has_registry:
+            for key in MAIL_KEYS:
+                self.reg("delete", key, "/f")
 
 
 def write_files(drive, files):
@@ -191,6 +229,8 @@ def main():
         drive, command = NativeDrive(), [program]
     try:
         write_files(drive, case.files)
+        if case.registry:
+            drive.write_registry(case.registry)
         status, stdout, stderr = run_captured(command + case.arguments, drive.environment)
         shown = program
         if wine and case.stderr:  # Wine knows the program under a path of its own

@@ -1,0 +1,283 @@
+#!/usr/bin/env python3
+"""The packages: made by cpack, unpacked, and used by the README's steps.
+
+    package_test.py linux BUILD SOURCE CPACK
+    package_test.py windows BUILD SOURCE CPACK LAUNCHER
+
+The .deb is unpacked into a folder and its program run from there; nothing is installed. The zip is
+unpacked on drive c: of a fresh Wine prefix.
+"""
+
+import os
+import re
+import shlex
+import shutil
+import struct
+import subprocess
+import sys
+import tempfile
+import unittest
+import zipfile
+from pathlib import Path
+
+KIND = sys.argv[1]
+BUILD, SOURCE = Path(sys.argv[2]), Path(sys.argv[3])
+CPACK, *LAUNCHER = sys.argv[4:]
+SKIPPED = 77
+
+SOURCE_KEY = r"HKLM\SYSTEM\CurrentControlSet\Services\EventLog\Application\Quillfence"
+EVENT = 0x40020100
+RT_MESSAGETABLE = 11
+
+
+def run(*command, env=None, cwd=None):
+    """Exit status, standard output and standard error. They go to files: Wine's own background
+    processes would keep pipes open."""
+    with tempfile.TemporaryFile() as stdout, tempfile.TemporaryFile() as stderr:
+        status = subprocess.run(command, stdin=subprocess.DEVNULL, stdout=stdout, stderr=stderr,
+                                env={**os.environ, **(env or {})}, cwd=cwd, timeout=400).returncode
+        stdout.seek(0)
+        stderr.seek(0)
+        return (status, stdout.read().decode(errors="replace"),
+                stderr.read().decode(errors="replace"))
+
+
+def sample():
+    """The arguments of the sample that ./replay replays, and what the README shows for it."""
+    script = (SOURCE / "replay").read_text()
+    readme = (SOURCE / "README.md").read_text()
+    arguments = shlex.split(re.search(r"^ +set -- (R .*)$", script, re.MULTILINE).group(1))
+    return arguments, re.search(r"^    (\{\"spam_hits\".*\})$", readme, re.MULTILINE).group(1)
+
+
+def make_package(folder, ending):
+    status, stdout, stderr = run(CPACK, "--config", str(BUILD / "CPackConfig.cmake"), "-B", folder,
+                                 cwd=BUILD)
+    if status:
+        sys.exit(f"cpack: {stdout}{stderr}")
+    found = list(Path(folder).glob("*" + ending))
+    if len(found) != 1:
+        sys.exit(f"cpack made {found}")
+    return found[0]
+
+
+def files_of_tree(folder, *patterns):
+    return {str(path.relative_to(SOURCE)) for pattern in patterns
+            for path in (SOURCE / folder).rglob(pattern) if path.is_file()}
+
+
+class PackageTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.temporary = tempfile.TemporaryDirectory(prefix="package-")
+        cls.folder = Path(cls.temporary.name)
+        cls.package = make_package(str(cls.folder / "made"), ".deb" if KIND == "linux" else ".zip")
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.temporary.cleanup()
+
+    def test_a_checksum_lies_beside_the_package(self):
+        written = Path(str(self.package) + ".sha256").read_text().split()
+        counted = run("sha256sum", str(self.package))[1].split()[0]
+        self.assertEqual(written, [counted, self.package.name])
+
+
+class Deb(PackageTest):
+    @classmethod
+    def setUpClass(cls):
+        super().setUpClass()
+        cls.tree = cls.folder / "tree"
+        status, _, stderr = run("dpkg-deb", "-x", str(cls.package), str(cls.tree))
+        if status:
+            sys.exit(stderr)
+
+    def test_contents(self):
+        found = {str(path.relative_to(self.tree)) for path in self.tree.rglob("*")
+                 if path.is_file()}
+        share = "usr/share/doc/quillfence/"
+        want = {"usr/bin/quillfence-replayer", share + "README.md", share + "CHANGES.md"}
+        want |= {share + name for name in files_of_tree("docs", "*") | files_of_tree("examples", "*")}
+        self.assertEqual(found, want)
+        self.assertIn(share + "examples/drive_c/quillfence/blocked_ips", found)
+
+    def test_owners_and_modes(self):
+        listing = run("dpkg-deb", "-c", str(self.package))[1].splitlines()
+        self.assertTrue(listing)
+        for line in listing:
+            mode, owner, *_, name = line.split()
+            executable = name.endswith("/quillfence-replayer") or name.endswith("/")
+            self.assertEqual(owner, "root/root", line)
+            self.assertEqual(mode[1:], "rwxr-xr-x" if executable else "rw-r--r--", line)
+
+    def test_says_what_it_is_and_needs(self):
+        field = lambda name: run("dpkg-deb", "-f", str(self.package), name)[1].strip()
+        self.assertEqual(field("Package"), "quillfence")
+        self.assertEqual(field("Architecture"), "amd64")
+        needed = {entry.split()[0] for entry in field("Depends").split(", ")}
+        self.assertIn("libc6", needed)
+        self.assertEqual(needed - {"libc6", "libgcc-s1", "libstdc++6"}, set())
+        project = re.search(r"project\([^)]*VERSION ([0-9.]+)",
+                            (SOURCE / "CMakeLists.txt").read_text())
+        self.assertEqual(field("Version"), project.group(1))
+
+    def test_the_program_replays_the_sample(self):
+        arguments, shown = sample()
+        drive = self.folder / "drive_c"
+        shutil.copytree(self.tree / "usr/share/doc/quillfence/examples/drive_c", drive)
+        got = run(str(self.tree / "usr/bin/quillfence-replayer"), *arguments,
+                  env={"QUILLFENCE_DRIVE_C": str(drive), "QUILLFENCE_EVENT_LOG": "-"})
+        self.assertEqual(got, (0, shown, ""))
+
+
+class PortableExecutable:
+    """As much of a program's resources as an event viewer reads."""
+
+    def __init__(self, data):
+        self.data = data
+        headers = self.u32(0x3C)
+        sections, optional_size = self.u16(headers + 6), self.u16(headers + 20)
+        optional = headers + 24
+        resources = self.u32(optional + 112 + 2 * 8)
+        for i in range(sections):
+            at = optional + optional_size + 40 * i
+            address, size, offset = self.u32(at + 12), self.u32(at + 16), self.u32(at + 20)
+            if address <= resources < address + size:
+                self.shift = offset - address
+                self.root = resources + self.shift
+
+    def u16(self, at):
+        return struct.unpack_from("<H", self.data, at)[0]
+
+    def u32(self, at):
+        return struct.unpack_from("<I", self.data, at)[0]
+
+    def entries(self, directory):
+        for i in range(self.u16(directory + 12) + self.u16(directory + 14)):
+            at = directory + 16 + 8 * i
+            yield self.u32(at), self.root + (self.u32(at + 4) & 0x7FFFFFFF)
+
+    def message(self, number):
+        """The text of a message number in the first language, None when there is none."""
+        types = dict(self.entries(self.root))
+        _, names = next(self.entries(types[RT_MESSAGETABLE]))
+        _, entry = next(self.entries(names))
+        table = self.u32(entry) + self.shift
+        for i in range(self.u32(table)):
+            low, high, at = struct.unpack_from("<III", self.data, table + 4 + 12 * i)
+            at += table
+            for current in range(low, high + 1):
+                length, unicode = self.u16(at), self.u16(at + 2)
+                if current == number:
+                    encoding = "utf-16-le" if unicode else "latin-1"
+                    return self.data[at + 4:at + length].decode(encoding).rstrip("\0")
+                at += length
+        return None
+
+
+class Zip(PackageTest):
+    @classmethod
+    def setUpClass(cls):
+        super().setUpClass()
+        cls.wine_environment = {"WINEPREFIX": str(cls.folder / "prefix")}
+        status, _, stderr = cls.wine("wineboot", "--init")
+        if status:
+            sys.exit(f"Wine does not start: {stderr}")
+        cls.drive = cls.folder / "prefix" / "drive_c"
+        cls.program_folder = cls.drive / "Program Files" / "Quillfence"
+        with zipfile.ZipFile(cls.package) as archive:
+            archive.extractall(cls.folder / "zip")
+        top, = (cls.folder / "zip").iterdir()
+        shutil.copytree(top, cls.program_folder)
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.wine("wineboot", "--kill")
+        super().tearDownClass()
+
+    @classmethod
+    def wine(cls, *command, cwd=None):
+        return run(*LAUNCHER, *command, env=cls.wine_environment, cwd=cwd)
+
+    def script(self, name):
+        return self.wine("cmd", "/c", rf"C:\Program Files\Quillfence\{name}")
+
+    def registered(self):
+        """The values of the event source's key; None when there is none."""
+        status, stdout, _ = self.wine("reg", "query", SOURCE_KEY)
+        if status:
+            return None
+        return {name: data for name, data in
+                re.findall(r"^ +(\w+) +REG_\w+ +(.*?)\s*$", stdout, re.MULTILINE)}
+
+    def test_contents(self):
+        found = {str(path.relative_to(self.program_folder))
+                 for path in self.program_folder.rglob("*") if path.is_file()}
+        want = {"quillfence-replayer.exe", "install.cmd", "uninstall.cmd", "README.md",
+                "CHANGES.md"}
+        want |= files_of_tree("docs", "*") | files_of_tree("examples", "*")
+        self.assertEqual(found, want)
+
+    def test_scripts_have_the_line_ends_of_windows(self):
+        for name in ("install.cmd", "uninstall.cmd"):
+            lines = (self.program_folder / name).read_bytes().split(b"\n")
+            self.assertEqual(lines.pop(), b"")
+            for line in lines:
+                self.assertTrue(line.endswith(b"\r"), f"{name}: {line!r}")
+
+    def test_the_source_is_registered_and_removed(self):
+        self.assertIsNone(self.registered())
+        status, stdout, _ = self.script("install.cmd")
+        self.assertEqual(status, 0, stdout)
+        self.assertIn("The event source Quillfence is registered.", stdout)
+        values = self.registered()
+        self.assertEqual(values, {
+            "EventMessageFile": r"C:\Program Files\Quillfence\quillfence-replayer.exe",
+            "TypesSupported": "0x7"})
+        # What the Event Viewer does: it looks the event's number up in the registered file.
+        file = self.drive / values["EventMessageFile"][3:].replace("\\", "/")
+        self.assertEqual(PortableExecutable(file.read_bytes()).message(EVENT), "%1: %2\r\n")
+
+        status, stdout, _ = self.script("uninstall.cmd")
+        self.assertEqual(status, 0, stdout)
+        self.assertIn("The event source Quillfence is removed.", stdout)
+        self.assertIsNone(self.registered())
+        self.assertNotEqual(self.script("uninstall.cmd")[0], 0, "nothing is left to remove")
+
+    def test_the_source_is_not_registered_without_the_program(self):
+        elsewhere = self.drive / "elsewhere"
+        elsewhere.mkdir()
+        shutil.copy(self.program_folder / "install.cmd", elsewhere)
+        status, stdout, _ = self.wine("cmd", "/c", r"C:\elsewhere\install.cmd")
+        self.assertEqual(status, 1)
+        self.assertIn("quillfence-replayer.exe is not in the folder of this script.", stdout)
+        self.assertIsNone(self.registered())
+
+    def test_the_program_replays_the_sample(self):
+        arguments, shown = sample()
+        configuration = self.drive / "quillfence"
+        shutil.copytree(self.program_folder / "examples" / "drive_c" / "quillfence", configuration)
+        try:
+            got = self.wine(r"C:\Program Files\Quillfence\quillfence-replayer.exe", *arguments)
+        finally:
+            shutil.rmtree(configuration)
+        self.assertEqual(got, (0, shown, ""))
+
+
+def missing_tools():
+    tools = ["sha256sum"] + (["dpkg-deb", "dpkg-shlibdeps"] if KIND == "linux" else [])
+    return [tool for tool in tools if not shutil.which(tool)]
+
+
+def main():
+    if missing_tools():
+        print("skipped: there is no " + ", ".join(missing_tools()))
+        return 1 if os.environ.get("CI") == "true" else SKIPPED
+    wanted = {"linux": Deb, "windows": Zip}[KIND]
+    suite = unittest.defaultTestLoader.loadTestsFromTestCase(wanted)
+    result = unittest.TextTestRunner(verbosity=2).run(suite)
+    return 0 if result.wasSuccessful() else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())
