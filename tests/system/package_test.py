@@ -96,7 +96,7 @@ class Deb(PackageTest):
         found = {str(path.relative_to(self.tree)) for path in self.tree.rglob("*")
                  if path.is_file()}
         share = "usr/share/doc/quillfence/"
-        want = {"usr/bin/quillfence-replayer", share + "README.md", share + "CHANGES.md"}
+        want = {"usr/bin/quillfence-replayer", "usr/bin/quillfence-data", share + "README.md", share + "CHANGES.md"}
         want |= {share + name for name in files_of_tree("docs", "*") | files_of_tree("examples", "*")}
         self.assertEqual(found, want)
         self.assertIn(share + "examples/drive_c/quillfence/blocked_ips", found)
@@ -106,7 +106,7 @@ class Deb(PackageTest):
         self.assertTrue(listing)
         for line in listing:
             mode, owner, *_, name = line.split()
-            executable = name.endswith("/quillfence-replayer") or name.endswith("/")
+            executable = "/usr/bin/" in name or name.endswith("/")
             self.assertEqual(owner, "root/root", line)
             self.assertEqual(mode[1:], "rwxr-xr-x" if executable else "rw-r--r--", line)
 
@@ -213,7 +213,7 @@ class Zip(PackageTest):
     def test_contents(self):
         found = {str(path.relative_to(self.program_folder))
                  for path in self.program_folder.rglob("*") if path.is_file()}
-        want = {"quillfence-replayer.exe", "install.cmd", "uninstall.cmd", "README.md",
+        want = {"quillfence-replayer.exe", "quillfence-data.exe", "install.cmd", "uninstall.cmd", "README.md",
                 "CHANGES.md"}
         want |= files_of_tree("docs", "*") | files_of_tree("examples", "*")
         self.assertEqual(found, want)
