@@ -1,6 +1,8 @@
 #include "platform/registry_export.h"
 
 #include <cstdlib>
+#include <fstream>
+#include <iterator>
 #include <map>
 #include <string>
 #include <vector>
@@ -367,6 +369,36 @@ TEST(registry_export, reading_without_memory) {
     EXPECT_GT(failed, 8U);
     EXPECT_EQ(key.count, 3U);
     registry_export_release(&key);
+}
+
+// Made by tests/data/make-wine-export.sh.
+TEST(registry_export, an_export_that_another_program_wrote) {
+    std::ifstream stream(QF_WINE_EXPORT, std::ios::binary);
+    ASSERT_TRUE(stream.is_open()) << QF_WINE_EXPORT;
+    const std::string file{std::istreambuf_iterator<char>(stream), {}};
+    const std::string key = R"(HKEY_LOCAL_MACHINE\SOFTWARE\Mail Enable\Mail Enable)";
+    std::string bytes;
+    for (char byte = 0; byte < 0x30; ++byte) {
+        bytes += byte;
+    }
+    EXPECT_EQ(
+        content_of(file, key.c_str()),
+        there({{"", text("the default value")},
+               {"Bytes", {registry_binary, bytes}},
+               {"Configuration Directory", text(R"(C:\Program Files (x86)\Mail Enable\Config)")},
+               {"Expandable", {registry_expandable_text, "%TEMP%\0"s}},
+               {"Large number", {11, "\1\2\3\4\5\6\7\x8"}},
+               {"Lines", text("one\r\ntwo")},
+               {"Nothing", {registry_binary, ""}},
+               {"Quote \"and\" backslash \\", text("\"C:\\\"")},
+               {"Several", {registry_texts, "one\0two\0\0"s}},
+               {"Unfinished", text("abc")}}));
+    EXPECT_EQ(content_of(file, (key + "\\Connectors").c_str()), there());
+    EXPECT_EQ(content_of(file, (key + "\\Connectors\\SMTP").c_str()),
+              there({{"IP White Listing Status", dword("\1\0\0\0"s)}}));
+    EXPECT_EQ(content_of(file, (key + "\\Connectors\\SMTP\\White List").c_str()),
+              there({{"192.0.2.*", text("")}, {"198.51.100.7", text("")}}));
+    EXPECT_EQ(content_of(file, (key + "\\Connectors\\POP").c_str()), missing);
 }
 
 // --- paths ---
