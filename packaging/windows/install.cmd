@@ -8,8 +8,10 @@ if not exist "%program%" (
     exit /b 1
 )
 set "key=HKLM\SYSTEM\CurrentControlSet\Services\EventLog\Application\Quillfence"
-reg add "%key%" /v EventMessageFile /t REG_EXPAND_SZ /d "%program%" /f || goto failed
-reg add "%key%" /v TypesSupported /t REG_DWORD /d 7 /f || goto failed
+reg add "%key%" /v EventMessageFile /t REG_EXPAND_SZ /d "%program%" /f
+if errorlevel 1 goto failed
+reg add "%key%" /v TypesSupported /t REG_DWORD /d 7 /f
+if errorlevel 1 goto failed
 echo The event source Quillfence is registered.
 exit /b 0
 

@@ -236,7 +236,8 @@ class Zip(PackageTest):
             "TypesSupported": "0x7"})
         # What the Event Viewer does: it looks the event's number up in the registered file.
         file = self.drive / values["EventMessageFile"][3:].replace("\\", "/")
-        self.assertEqual(PortableExecutable(file.read_bytes()).message(EVENT), "%1: %2\r\n")
+        text = PortableExecutable(file.read_bytes()).message(EVENT)
+        self.assertEqual(text.rstrip("\r\n"), "%1: %2")
 
         status, stdout, _ = self.script("uninstall.cmd")
         self.assertEqual(status, 0, stdout)
