@@ -489,6 +489,14 @@ bool stream_is_terminal(FILE *stream) {
     return stream && isatty(fileno(stream));
 }
 
+file_handle file_standard_input() {
+    return STDIN_FILENO;
+}
+
+file_handle file_standard_output() {
+    return STDOUT_FILENO;
+}
+
 void prepare_standard_streams() {
     signal(SIGPIPE, SIG_IGN);
 }

@@ -303,6 +303,18 @@ bool stream_is_terminal(FILE *stream) {
     return stream && _isatty(_fileno(stream));
 }
 
+static file_handle standard_handle(DWORD which) {
+    return reinterpret_cast<file_handle>(GetStdHandle(which));
+}
+
+file_handle file_standard_input() {
+    return standard_handle(STD_INPUT_HANDLE);
+}
+
+file_handle file_standard_output() {
+    return standard_handle(STD_OUTPUT_HANDLE);
+}
+
 void prepare_standard_streams() {
     _setmode(_fileno(stdin), _O_BINARY);
     _setmode(_fileno(stdout), _O_BINARY);

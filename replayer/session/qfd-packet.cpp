@@ -403,20 +403,35 @@ static bool write_u32(vc_handle stream, uint32_t value) {
     return vc_write(stream, bytes, sizeof bytes);
 }
 
-// The buffers are zeroed: what an ended stream did not deliver reads as zeros.
+// Size bytes, as far as the stream has them: a pipe or a socket delivers in pieces, and only a read
+// of nothing is its end. The buffers are zeroed: what an ended stream did not deliver reads as
+// zeros.
+static bool read_whole(vc_handle stream, void *buffer, uint32_t size) {
+    auto *place = static_cast<unsigned char *>(buffer);
+    uint32_t delivered = 1;
+    while (size && delivered) {
+        if (!vc_read_nonblock(stream, place, size, 1, 0, &delivered)) {
+            return false;
+        }
+        place += delivered;
+        size -= delivered;
+    }
+    return true;
+}
+
 static bool read_u8(vc_handle stream, uint8_t *value) {
     *value = 0;
-    return vc_read(stream, value, sizeof *value);
+    return read_whole(stream, value, sizeof *value);
 }
 static bool read_u16(vc_handle stream, uint16_t *value) {
     unsigned char bytes[2] = {};
-    const bool read = vc_read(stream, bytes, sizeof bytes);
+    const bool read = read_whole(stream, bytes, sizeof bytes);
     *value = load_le16(bytes);
     return read;
 }
 static bool read_u32(vc_handle stream, uint32_t *value) {
     unsigned char bytes[4] = {};
-    const bool read = vc_read(stream, bytes, sizeof bytes);
+    const bool read = read_whole(stream, bytes, sizeof bytes);
     *value = load_le32(bytes);
     return read;
 }
@@ -451,7 +466,7 @@ int qfd_packet_read_string(vc_handle stream, uint16_t *length, char **text) {
         QF_ENOMEM();
         return 0;
     }
-    if (!vc_read(stream, received.get(), count)) {
+    if (!read_whole(stream, received.get(), count)) {
         QF_ERROR("Error reading packet string: %s", strerror(errno));
         return 0;
     }

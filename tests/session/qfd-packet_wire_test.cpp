@@ -205,7 +205,7 @@ TEST_F(wire_test, reading_a_text_fails) {
         watch.fail("file_read", 1, access_denied);
         EXPECT_EQ(qfd_packet_read_string(stream, &length, &text), 0);
     }
-    expect_errors({"vc_read: fatal error on read (w32) got error code 5",
+    expect_errors({"vc_read_nonblock: fatal error on read (w32) got error code 5",
                    "qfd_packet_read_string: Error reading packet string length: " + no_errno()});
     EXPECT_EQ(text, nullptr);
     EXPECT_EQ(length, 0);
@@ -214,7 +214,7 @@ TEST_F(wire_test, reading_a_text_fails) {
         watch.fail("file_read", 2, access_denied);
         EXPECT_EQ(qfd_packet_read_string(stream, &length, &text), 0);
     }
-    expect_errors({"vc_read: fatal error on read (w32) got error code 5",
+    expect_errors({"vc_read_nonblock: fatal error on read (w32) got error code 5",
                    "qfd_packet_read_string: Error reading packet string: " + no_errno()});
     EXPECT_EQ(text, nullptr);
     EXPECT_EQ(length, 0);
@@ -358,7 +358,7 @@ TEST_F(wire_test, receiving_a_state_fails) {
             EXPECT_EQ(qfd_request_packet_receive_state(stream), 0);
         }
         expect_errors(
-            {"vc_read: fatal error on read (w32) got error code 5",
+            {"vc_read_nonblock: fatal error on read (w32) got error code 5",
              std::string("qfd_request_packet_receive_state: ") + wanted[call - 1] + no_errno()});
         vc_close(stream);
     }
@@ -410,7 +410,7 @@ TEST_F(wire_test, receiving_a_request_fails) {
 // Under the address sanitizer this also shows that what was read already is released.
 TEST_F(wire_test, every_failed_read_of_a_request_ends_the_receipt) {
     constexpr int reads = 14; // six texts of two reads each, and two flags
-    static constexpr char error[] = "vc_read: fatal error on read (w32) got error code 5";
+    static constexpr char error[] = "vc_read_nonblock: fatal error on read (w32) got error code 5";
     const std::string last =
         "qfd_request_packet_receive: Failed to read daemon request packet: " + no_errno();
     for (int call = 1; call <= reads; ++call) {

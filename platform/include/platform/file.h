@@ -94,6 +94,10 @@ int stream_truncate(FILE *stream, int64_t size);
 // Whether a stream is a terminal that somebody may be looking at.
 bool stream_is_terminal(FILE *stream);
 
+// The process's standard input and output as files.
+file_handle file_standard_input();
+file_handle file_standard_output();
+
 // For a program's first line: the standard streams carry bytes as they are, and a reader that has
 // gone away makes a write fail instead of ending the program.
 void prepare_standard_streams();
