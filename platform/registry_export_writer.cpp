@@ -201,8 +201,11 @@ static bool begin_addition(export_writer *writer, const void *bytes, size_t size
     if (text.wide && size % 2) {
         append_byte(&writer->out, 0); // the other half of a unit that was cut off
         write_text(writer, "\r\n");
-    } else if (unit_at(text, text.count - 1) != '\n') {
-        write_text(writer, "\r\n");
+        return true;
+    }
+    const unsigned last = unit_at(text, text.count - 1);
+    if (last != '\n') {
+        write_text(writer, last == '\r' ? "\n" : "\r\n");
     }
     return true;
 }

@@ -475,6 +475,8 @@ TEST(registry_export, a_change_is_appended_in_the_file_s_own_encoding) {
         {"text", "REGEDIT4\r\n", "REGEDIT4\r\n\r\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Mail]\r\n"},
         {"no line end", "REGEDIT4\n;x",
          "REGEDIT4\n;x\r\n\r\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Mail]\r\n"},
+        {"half a line end", "REGEDIT4\n;x\r",
+         "REGEDIT4\n;x\r\n\r\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Mail]\r\n"},
         {"UTF-16", "\xFF\xFE" + wide("REGEDIT4\r\n"),
          "\xFF\xFE" + wide("REGEDIT4\r\n\r\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Mail]\r\n")},
         {"half a unit", "\xFF\xFE" + wide("REGEDIT4\r\n") + ";",
