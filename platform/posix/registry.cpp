@@ -66,7 +66,8 @@ void close_export(export_file *file) {
     *file = {-1, nullptr, 0};
 }
 
-// Opens the export with open()'s flags. Error 2 when no export is named, or it is missing.
+// Opens the export with open()'s flags; a named pipe is not waited for. Error 2 when no export is
+// named, or it is missing.
 uint32_t open_export(int flags, export_file *file) {
     *file = {-1, nullptr, 0};
     const char *const name = getenv(export_variable);
@@ -78,7 +79,7 @@ uint32_t open_export(int flags, export_file *file) {
         return failure;
     }
     do {
-        file->descriptor = open(resolved.text, flags | O_CLOEXEC, new_file_mode);
+        file->descriptor = open(resolved.text, flags | O_CLOEXEC | O_NONBLOCK, new_file_mode);
     } while (file->descriptor < 0 && errno == EINTR);
     if (file->descriptor < 0) {
         return error_of_errno(errno);

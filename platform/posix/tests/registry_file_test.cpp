@@ -5,6 +5,7 @@
 #include <string>
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include "failing_memory.h"
 #include "platform/error_numbers.h"
@@ -69,6 +70,12 @@ TEST_F(registry_file, what_is_no_export_is_told) {
     EXPECT_EQ(open(), uint32_t{error_not_registry_file});
     environment_set("QUILLFENCE_REGISTRY", "/dev/null");
     EXPECT_EQ(open(), uint32_t{error_not_registry_file});
+}
+
+TEST_F(registry_file, a_named_pipe_is_not_waited_for) {
+    ASSERT_EQ(mkfifo(store.file().c_str(), 0600), 0);
+    EXPECT_EQ(open(), uint32_t{error_not_registry_file});
+    EXPECT_EQ(create(), uint32_t{error_not_registry_file});
 }
 
 TEST_F(registry_file, may_lie_on_a_drive) {
