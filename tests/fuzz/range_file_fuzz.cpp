@@ -19,13 +19,28 @@ struct edit_result {
     const char *error;
 };
 
-bool has_header(const std::string &file) {
+ipr_file_header header_of(const std::string &file) {
     ipr_file_header header = {};
     byte_reader in = byte_reader_of(file.data(), file.size());
     header.signature = take_le64(&in);
     header.version = take_le32(&in);
     header.count = take_le32(&in);
-    return !in.failed && ipr_valid_file_header(&header);
+    return header;
+}
+
+bool has_header(const std::string &file) {
+    const ipr_file_header header = header_of(file);
+    return file.size() >= 16 && ipr_valid_file_header(&header);
+}
+
+// Whether all records are there that the header counts.
+bool is_whole(const std::string &file) {
+    return file.size() >= 16 + 264 * uint64_t{header_of(file).count};
+}
+
+// Whether bytes lie behind the counted records: they stay, and what is added lies behind them.
+bool has_tail(const std::string &file) {
+    return has_header(file) && file.size() > 16 + 264 * uint64_t{header_of(file).count};
 }
 
 // Whether the file has become one without ranges.
@@ -84,16 +99,18 @@ void fuzz_one(fuzz_input &input) {
     const std::string bytes = input.rest();
     fuzz_drive().write(path, bytes);
     read_ranges(address, low, high);
-    if (add(low, high, comment)) {
+    if (add(low, high, comment) && !has_tail(bytes)) {
         QF_PROMISE(contains(low, high));
-        QF_PROMISE(del(low, high));
-        QF_PROMISE(!contains(low, high));
+        const bool whole = is_whole(file_bytes(path));
+        QF_PROMISE(del(low, high) == whole); // a corrupt file is not rewritten
+        QF_PROMISE(contains(low, high) == !whole);
     }
 
     fuzz_drive().write(path, bytes);
     const int converted = ipr_convert_file(folder, name);
     check_edit({converted, nullptr}, bytes);
-    if (converted && add(low, high, comment)) {
+    const bool tidy = !has_tail(file_bytes(path));
+    if (converted && add(low, high, comment) && tidy) {
         QF_PROMISE(contains(low, high));
     }
     read_ranges(low, low, high);
