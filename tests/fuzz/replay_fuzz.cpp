@@ -29,7 +29,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr int most_arguments = 11;
+constexpr size_t most_arguments = 11;
 constexpr char written_path[] = "c:/quillfence/written.json";
 
 struct session_free {
