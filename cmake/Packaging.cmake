@@ -30,5 +30,8 @@ else()
     install(FILES README.md CHANGES.md DESTINATION share/doc/quillfence)
     install(DIRECTORY docs/ DESTINATION share/doc/quillfence/docs)
     install(DIRECTORY examples DESTINATION share/doc/quillfence)
+    install(FILES docs/man/quillfence-data.1 DESTINATION share/man/man1)
+    install(FILES packaging/completion/quillfence-data
+            DESTINATION share/bash-completion/completions)
 endif()
 include(CPack)

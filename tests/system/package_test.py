@@ -96,7 +96,9 @@ class Deb(PackageTest):
         found = {str(path.relative_to(self.tree)) for path in self.tree.rglob("*")
                  if path.is_file()}
         share = "usr/share/doc/quillfence/"
-        want = {"usr/bin/quillfence-replayer", "usr/bin/quillfence-data", share + "README.md", share + "CHANGES.md"}
+        want = {"usr/bin/quillfence-replayer", "usr/bin/quillfence-data", share + "README.md",
+                share + "CHANGES.md", "usr/share/man/man1/quillfence-data.1",
+                "usr/share/bash-completion/completions/quillfence-data"}
         want |= {share + name for name in files_of_tree("docs", "*") | files_of_tree("examples", "*")}
         self.assertEqual(found, want)
         self.assertIn(share + "examples/drive_c/quillfence/blocked_ips", found)
@@ -213,8 +215,8 @@ class Zip(PackageTest):
     def test_contents(self):
         found = {str(path.relative_to(self.program_folder))
                  for path in self.program_folder.rglob("*") if path.is_file()}
-        want = {"quillfence-replayer.exe", "quillfence-data.exe", "install.cmd", "uninstall.cmd", "README.md",
-                "CHANGES.md"}
+        want = {"quillfence-replayer.exe", "quillfence-data.exe", "install.cmd", "uninstall.cmd",
+                "README.md", "CHANGES.md"}
         want |= files_of_tree("docs", "*") | files_of_tree("examples", "*")
         self.assertEqual(found, want)
 
