@@ -1,13 +1,6 @@
 // The check runner and the whole run of the replayer when memory runs out.
-#include <set>
-
-#include "engine_drive.h"
 #include "memory_sweep.h"
-#include "process_state.h"
-#include "qfd-packet.h"
-#include "quillfence-checks.h"
-#include "quillfence.h"
-#include "report.h"
+#include "run.h"
 #include "vcspamrule.h"
 
 namespace quillfence::testing {
@@ -120,30 +113,6 @@ TEST_F(memory_core, checks) {
          session_is_usable, goes_on},
     };
     sweep(log, cases, release);
-}
-
-// The run of the replayer from its arguments to its JSON; null on failure.
-vc_json *replay(const client &who) {
-    const char *arguments[] = {"r", "R", who.ip,   "25",       "0",
-                               "",  "0", who.helo, who.sender, who.recipient};
-    qfd_request_packet *packet = qfd_request_packet_from_args(10, const_cast<char **>(arguments));
-    smtp_state *state = packet ? qfd_request_packet_to_smtp_state(packet) : nullptr;
-    qfd_request_packet_free(packet);
-    vc_json *report =
-        state && __process_state(state) ? build_report(state, quillfence_rules()) : nullptr;
-    free_smtp_state(state);
-    return report;
-}
-
-std::set<std::string> hits_of(vc_json *report) {
-    std::set<std::string> names;
-    for (const char *member : {"spam_hits", "bms_hits"}) {
-        vc_json *array = vc_json_get_node_ex(report, member, nullptr);
-        for (uint32_t i = 0; i < vc_json_num_children(array); ++i) {
-            names.insert(static_cast<const char *>(vc_json_node_index(array, i)->value));
-        }
-    }
-    return names;
 }
 
 // A run without memory prints no report, or one that names nothing that is not so: it may miss
