@@ -160,7 +160,7 @@ std::string character_text(int32_t code, std::string_view special, int32_t index
     }
     if (code < 0x20 || code > 0x7E) {
         throw no_text{node_name(index) + " is of type " + std::to_string(code) +
-                      ", which is no printable character"};
+                      ", which can't stand there"};
     }
     const char character = static_cast<char>(code);
     return holds(special, character) ? std::string{'\\', character} : std::string{character};
@@ -209,6 +209,8 @@ class node_writer {
     }
 
   private:
+    static constexpr int max_nesting = 1000; // as deep as a pattern may go
+
     const TRexNode &take(int32_t index, const std::string &from) {
         if (index < 0 || index >= expression_.nallocated) {
             throw no_text{from + " needs a node, but links to " + std::to_string(index)};
@@ -255,13 +257,21 @@ class node_writer {
         text_ += operand.type == trex_op_dot && quantifier == "*" ? "{0,}" : quantifier;
     }
 
+    void group(const TRexNode &node) {
+        if (++nesting_ > max_nesting) {
+            throw no_text{"groups are nested deeper than " + std::to_string(max_nesting)};
+        }
+        text_ += node.type == trex_op_expr ? "(" : "(?:";
+        list(node.left);
+        text_ += ')';
+        --nesting_;
+    }
+
     void atom(const TRexNode &node, int32_t index) {
         switch (node.type) {
         case trex_op_expr:
         case trex_op_nocapexpr:
-            text_ += node.type == trex_op_expr ? "(" : "(?:";
-            list(node.left);
-            text_ += ')';
+            group(node);
             break;
         case trex_op_class:
         case trex_op_nclass:
@@ -313,6 +323,7 @@ class node_writer {
     const TRex &expression_;
     std::vector<bool> used_;
     std::string text_;
+    int nesting_ = 0;
 };
 
 bool compiles_to(const std::string &text, const TRex &expression) {

@@ -262,12 +262,12 @@ TEST(pattern_of_nodes, damage_has_a_reason) {
          "^a$",
          2,
          {200, -1, -1, 3},
-         "node 2 is of type 200, which is no printable character"},
+         "node 2 is of type 200, which can't stand there"},
         {"a type that is not used",
          "^a$",
          2,
          {265, -1, -1, 3},
-         "node 2 is of type 265, which is no printable character"},
+         "node 2 is of type 265, which can't stand there"},
         {"a letter without a meaning",
          "^\\d$",
          2,
@@ -292,6 +292,21 @@ TEST(pattern_of_nodes, damage_has_a_reason) {
         EXPECT_EQ(pattern_of_nodes(*expression, &reason), "") << c.name;
         EXPECT_EQ(reason, c.want) << c.name;
     }
+}
+
+TEST(pattern_of_nodes, groups_as_deep_as_a_file_allows) {
+    std::string nested = std::string(1000, '(') + "a" + std::string(1000, ')');
+    const expression_ptr deepest = stored("^" + nested + "$");
+    ASSERT_TRUE(deepest);
+    std::string reason;
+    EXPECT_EQ(pattern_of_nodes(*deepest, &reason), "^" + nested + "$");
+    const expression_ptr deeper = stored(std::string(4090, 'a'));
+    ASSERT_TRUE(deeper);
+    for (int32_t i = 0; i + 1 < deeper->nallocated; ++i) {
+        deeper->nodes[i] = {trex_op_expr, i + 1, i, -1};
+    }
+    EXPECT_EQ(pattern_of_nodes(*deeper, &reason), "");
+    EXPECT_EQ(reason, "groups are nested deeper than 1000");
 }
 
 TEST(pattern_of_nodes, any_damage_ends_in_the_same_nodes_or_a_reason) {

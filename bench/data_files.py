@@ -1,0 +1,113 @@
+#!/usr/bin/env python3
+"""How long quillfence-data takes to make its files, beside what else could hold the same lists.
+
+    data_files.py BUILD_FOLDER SOURCE_FOLDER
+
+Prints the medians of CPU time of seven runs, the most memory that a run took, and the size of what
+it made. Peers take part when they are installed: cdb (Debian's tinycdb), iprange. What was made is
+asked for a thousand addresses, half of them listed, before its row is printed.
+"""
+
+import random
+import shutil
+import statistics
+import subprocess
+import sys
+import tempfile
+from pathlib import Path
+
+PROGRAM = Path(sys.argv[1]).resolve() / "tools/quillfence-data"
+PATTERNS = Path(sys.argv[2]).resolve() / "tests/data/fqrdns.pcre"
+RUNS = 7
+COUNT = 1_000_000
+DONE, PARTLY = 0, 3
+
+
+def text_of(address):
+    return ".".join(str(address >> shift & 255) for shift in (24, 16, 8, 0))
+
+
+def addresses(networks):
+    """A million addresses, in that many /16s or, without a number, anywhere."""
+    chosen = random.Random(1)
+    where = [chosen.getrandbits(16) << 16 for _ in range(networks or 0)]
+    found = set()
+    while len(found) < COUNT:
+        low = chosen.getrandbits(16)
+        found.add((chosen.choice(where) if where else chosen.getrandbits(16) << 16) | low)
+    found = list(found)
+    chosen.shuffle(found)
+    return found
+
+
+# A run of its own, so that its memory is not that of an earlier one. Python's own is less than what
+# any of the programs takes.
+MEASURE = """
+import resource, subprocess, sys
+run = subprocess.run(sys.argv[1:], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+used = resource.getrusage(resource.RUSAGE_CHILDREN)
+print(run.returncode, used.ru_utime + used.ru_stime, used.ru_maxrss)
+"""
+
+
+def measured(command, wanted):
+    times, memory = [], 0
+    for _ in range(RUNS):
+        out = subprocess.run([sys.executable, "-c", MEASURE, *command], check=True,
+                             stdout=subprocess.PIPE, text=True).stdout.split()
+        if int(out[0]) != wanted:
+            sys.exit(f"{command} ended with {out[0]}")
+        times.append(float(out[1]))
+        memory = max(memory, int(out[2]))
+    return statistics.median(times), memory
+
+
+def row(name, command, made, wanted=DONE):
+    seconds, memory = measured(command, wanted)
+    print(f"| {name} | {seconds * 1000:.0f} ms | {memory / 1024:.0f} MB | "
+          f"{made.stat().st_size / 1e6:.2f} MB |", flush=True)
+
+
+def check_block_map(path, listed):
+    chosen = random.Random(2)
+    asked = listed[:500] + [chosen.getrandbits(32) for _ in range(500)]
+    out = subprocess.run([PROGRAM, "blockmap", "test", path, "-"], text=True, check=False,
+                         input="\n".join(map(text_of, asked)) + "\n",
+                         stdout=subprocess.PIPE).stdout.splitlines()
+    known = set(listed)
+    want = [address in known for address in asked]
+    if [": listed" in line for line in out] != want:
+        sys.exit("the block map gives wrong answers")
+
+
+def compare(folder, title, networks):
+    print(f"\n{title}")
+    listed = addresses(networks)
+    plain, keyed = folder / "plain", folder / "keyed"
+    plain.write_text("".join(text_of(address) + "\n" for address in listed))
+    keyed.write_text("".join(text_of(address) + " 1\n" for address in listed))
+    made = folder / "map.bms"
+    row("quillfence-data blockmap build", [PROGRAM, "blockmap", "build", plain, made], made)
+    check_block_map(made, listed)
+    if shutil.which("cdb"):
+        made = folder / "map.cdb"
+        row("cdb -c -m", ["cdb", "-c", "-m", made, keyed], made)
+    if shutil.which("iprange"):
+        made = folder / "map.iprange"
+        command = f"iprange --print-binary {plain} > {made}"
+        row("iprange --print-binary", ["sh", "-c", command], made)
+
+
+def main():
+    with tempfile.TemporaryDirectory() as name:
+        folder = Path(name)
+        made = folder / "out.cregexes"
+        print("1,528 patterns")
+        row("quillfence-data regex compile",
+            [PROGRAM, "regex", "compile", "--keep-going", PATTERNS, made], made, PARTLY)
+        compare(folder, "1,000,000 addresses in 500 networks", 500)
+        compare(folder, "1,000,000 addresses anywhere", None)
+
+
+if __name__ == "__main__":
+    main()
