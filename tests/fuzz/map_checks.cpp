@@ -138,7 +138,8 @@ void change_map(vc_hashmap *map, const char *key) {
     vc_map_sort(map, compare_keys, 1);
     check_walk(map);
     const char *first = nullptr;
-    if (vc_map_count(map) > 0 && vc_map_get_first_entry(map, &first, nullptr)) {
+    // A failed rename leaves an entry in the chain alone, which can only happen to other maps.
+    if (is_sound(map) && vc_map_count(map) > 0 && vc_map_get_first_entry(map, &first, nullptr)) {
         vc_map_rename(map, std::string(first).c_str(), "another name");
     }
     vc_map_remove(map, key);
