@@ -1,0 +1,146 @@
+#include "range_commands.h"
+
+#include "../matching/range_bytes.h"
+#include "drive_c.h"
+#include "output.h"
+
+namespace quillfence::data_tool {
+namespace {
+
+using namespace testing;
+
+constexpr char file[] = "c:/quillfence/exempt_ips.range";
+const std::string prefix = std::string(file) + ": ";
+
+class range_commands_test : public drive_test {
+  protected:
+    outcome list(bool json = false) const {
+        return outcome_of(range_list, range_list_arguments{file, json});
+    }
+    static outcome add(const std::string &low, const std::string &high = "",
+                       const std::string &comment = "") {
+        return outcome_of(range_add, range_edit_arguments{file, low, high, comment});
+    }
+    static outcome del(const std::string &low, const std::string &high = "") {
+        return outcome_of(range_del, range_edit_arguments{file, low, high, ""});
+    }
+};
+
+TEST_F(range_commands_test, add_writes_the_engines_file) {
+    EXPECT_EQ(add("10.1.2.0", "10.1.2.255", "lab").out, prefix + "10.1.2.0-10.1.2.255 added\n");
+    EXPECT_EQ(drive.read(file), header(2, 1) + record({10, 1, 2, 0}, {10, 1, 2, 255}, "lab"));
+    EXPECT_EQ(add("192.0.2.7").out, prefix + "192.0.2.7-192.0.2.7 added\n");
+    EXPECT_EQ(add("10.1.0.0/16").out, prefix + "10.1.0.0-10.1.255.255 added\n");
+    EXPECT_EQ(add("10.1.2.3/32").out, prefix + "10.1.2.3-10.1.2.3 added\n");
+    EXPECT_EQ(list().out, "10.1.2.0-10.1.2.255  lab\n192.0.2.7-192.0.2.7\n"
+                          "10.1.0.0-10.1.255.255\n10.1.2.3-10.1.2.3\n");
+}
+
+TEST_F(range_commands_test, a_comment_is_replaced) {
+    add("10.1.2.0", "10.1.2.255", "lab");
+    EXPECT_EQ(add("10.1.2.0/24").failure, prefix + "10.1.2.0-10.1.2.255: Entry already exists");
+    EXPECT_EQ(add("10.1.2.0/24", "", "office").status, exit_status::done);
+    EXPECT_EQ(list().out, "10.1.2.0-10.1.2.255  office\n");
+}
+
+TEST_F(range_commands_test, refused_ranges) {
+    static constexpr struct {
+        const char *low, *high, *want;
+    } cases[] = {
+        {"10.1.2", "",
+         "10.1.2-10.1.2: Invalid arguments to add (Invalid IP address argument "
+         "[10.1.2])"},
+        {"2001:db8::1", "",
+         "2001:db8::1-2001:db8::1: Invalid arguments to add (Sorry but this "
+         "system does not yet support IPv6 range checks for address "
+         "[2001:db8::1])"},
+        {"0.0.0.0", "",
+         "0.0.0.0-0.0.0.0: Invalid arguments to add (This system does not support "
+         "broadcast addresses [0.0.0.0])"},
+        {"10.1.0.0", "10.2.0.0", "10.1.0.0-10.2.0.0: Invalid ip range to add"},
+        {"10.1.2.9", "10.1.2.1", "10.1.2.9-10.1.2.1: Invalid ip range to add"},
+    };
+    for (const auto &one : cases) {
+        const outcome result = add(one.low, one.high);
+        EXPECT_EQ(result.failure, prefix + one.want);
+        EXPECT_EQ(result.status, exit_status::failed);
+    }
+    EXPECT_EQ(add("10.1.2.3", "", std::string(256, 'x')).failure,
+              prefix + "10.1.2.3-10.1.2.3: Invalid arguments to add");
+}
+
+TEST_F(range_commands_test, refused_networks) {
+    EXPECT_EQ(add("10.0.0.0/15").failure,
+              "10.0.0.0/15: a range lies inside one /16; give a prefix from 16 to 32, and a larger "
+              "network as several ranges");
+    EXPECT_EQ(add("10.0.0.1/24").failure,
+              "10.0.0.1/24: has bits set behind its prefix; write 10.0.0.0/24");
+    for (const char *const network :
+         {"10.0.0/24", "10.0.0.0/", "10.0.0.0/x", "/24", "10.0.0.0/240"}) {
+        EXPECT_EQ(add(network).failure,
+                  std::string(network) + ": is no network; write it as in 192.0.2.0/24");
+    }
+    EXPECT_FALSE(drive.exists(file));
+}
+
+TEST_F(range_commands_test, another_file_is_left_alone) {
+    for (const std::string &bytes : {std::string("*@example.org\n"), std::string(300, 'x')}) {
+        drive.write(file, bytes);
+        EXPECT_EQ(add("10.1.2.3").failure, prefix + "is no range file; it is left alone");
+        EXPECT_EQ(drive.read(file), bytes);
+    }
+    EXPECT_EQ(del("10.1.2.3").failure, prefix + "is no range file; it is left alone");
+    EXPECT_EQ(list().failure, prefix + "is no range file; it is left alone");
+}
+
+TEST_F(range_commands_test, del) {
+    add("10.1.2.0/24");
+    add("10.1.3.0/24");
+    EXPECT_EQ(
+        del("10.1.2.0/25").failure,
+        prefix + "10.1.2.0-10.1.2.127: there is no such range; see \"quillfence-data range list\"");
+    EXPECT_EQ(del("10.1.2.0", "10.1.2.255").out, prefix + "10.1.2.0-10.1.2.255 removed\n");
+    EXPECT_EQ(list().out, "10.1.3.0-10.1.3.255\n");
+    EXPECT_FALSE(drive.exists(std::string(file) + ".new"));
+    EXPECT_FALSE(drive.exists(std::string(file) + ".bak"));
+}
+
+TEST_F(range_commands_test, missing_files) {
+    EXPECT_EQ(list().failure, prefix + "No such file or directory");
+    EXPECT_EQ(del("10.1.2.3").failure, prefix + "No such file or directory");
+    EXPECT_EQ(outcome_of(range_convert, std::string(file)).failure,
+              prefix + "No such file or directory");
+    EXPECT_FALSE(drive.exists(file));
+}
+
+TEST_F(range_commands_test, the_legacy_version) {
+    drive.write(file, header(1, 2) + legacy_record({10, 1, 2, 0}, {10, 1, 2, 255}) +
+                          legacy_record({192, 0, 2, 1}, {192, 0, 2, 9}));
+    EXPECT_EQ(list().out, "10.1.2.0-10.1.2.255\n192.0.2.1-192.0.2.9\n");
+    EXPECT_EQ(add("10.9.9.9").failure, prefix + "10.9.9.9-10.9.9.9: Legacy format detected, abort");
+    EXPECT_EQ(outcome_of(range_convert, std::string(file)).out, prefix + "2 ranges converted\n");
+    EXPECT_EQ(drive.read(file), header(2, 2) + record({10, 1, 2, 0}, {10, 1, 2, 255}) +
+                                    record({192, 0, 2, 1}, {192, 0, 2, 9}));
+    EXPECT_EQ(outcome_of(range_convert, std::string(file)).out,
+              prefix + "is of the current version already\n");
+}
+
+TEST_F(range_commands_test, json) {
+    EXPECT_EQ(add("10.1.2.0/24", "", "a \"b\" \\ \x01").status, exit_status::done);
+    EXPECT_EQ(list(true).out, "[{\"low\":\"10.1.2.0\",\"high\":\"10.1.2.255\",\"comment\":"
+                              "\"a \\\"b\\\" \\\\ \\\\x01\"}]\n");
+    del("10.1.2.0/24");
+    EXPECT_EQ(list(true).out, "[]\n");
+}
+
+TEST_F(range_commands_test, corrupt_files) {
+    const std::string one = record({10, 1, 2, 0}, {10, 1, 2, 255});
+    drive.write(file, header(2, 3) + one);
+    EXPECT_EQ(list().failure, prefix + "is corrupt: its header counts 3 records, it holds 1");
+    drive.write(file, header(2, 2) + one + record({10, 1, 0, 0}, {10, 2, 0, 0}));
+    EXPECT_EQ(list().failure,
+              prefix + "is corrupt: record 2, 10.1.0.0-10.2.0.0, is no range inside one /16");
+}
+
+} // namespace
+} // namespace quillfence::data_tool

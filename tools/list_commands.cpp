@@ -1,0 +1,187 @@
+#include "list_commands.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "address_text.h"
+#include "engine_messages.h"
+#include "line_reader.h"
+#include "list_files.h"
+#include "list_line.h"
+#include "quillfence-iprange.h"
+#include "range_records.h"
+#include "text.h"
+#include "vc_text.h"
+
+namespace quillfence::data_tool {
+
+namespace {
+
+// --- finding ---
+
+// The lines of one list that match, as the engine reads and counts them.
+unsigned find_in_list(const std::string &path, const list_file &list, const std::string &value,
+                      std::ostream &out) {
+    platform::file_handle file = platform::invalid_file;
+    if (const uint32_t error = platform::file_open(path.c_str(), {}, &file)) {
+        throw failure(file_error(path, error));
+    }
+    line_reader in;
+    begin_lines(&in, file, longest_entry, true);
+    unsigned matches = 0;
+    uint32_t length = 0;
+    for (unsigned number = 1; const char *const line = next_line(&in, &length); ++number) {
+        const char *const pattern = pattern_of_line(line);
+        if (!is_comment(pattern) && matcher_of(list.kind)(pattern, value.c_str()) == 0) {
+            out << path << ':' << number << ": " << printable(pattern) << " ("
+                << matcher_name(list.kind) << ")\n";
+            ++matches;
+        }
+    }
+    platform::file_close(file);
+    if (in.error) {
+        throw failure(file_error(path, in.error));
+    }
+    return matches;
+}
+
+unsigned find_in_ranges(const std::string &path, const std::string &value, std::ostream &out) {
+    const path_parts parts = parts_of(path);
+    const std::optional<uint32_t> address = parse_address(value);
+    if (!address || !is_file(path)) {
+        return 0;
+    }
+    engine_messages messages;
+    const bool listed = file_contains_ip_range_match(parts.name.c_str(), value.c_str(),
+                                                     parts.directory.c_str()) != 0;
+    if (const std::string problem = messages.take(); !problem.empty()) {
+        complain(problem);
+    }
+    unsigned matches = 0;
+    const range_records read = read_ranges(path);
+    for (const range_record &record : read.records) {
+        if (listed && record.valid && record.low <= *address && *address <= record.high) {
+            out << path << ": record " << record.number << ": " << range_text(record)
+                << (record.comment.empty() ? "" : "  ") << printable(record.comment)
+                << " (range)\n";
+            ++matches;
+        }
+    }
+    return matches;
+}
+
+unsigned find_in(const std::string &directory, const list_file &list, const std::string &value,
+                 std::ostream &out) {
+    const std::string path = joined(directory, list.name);
+    unsigned matches = is_file(path) ? find_in_list(path, list, value, out) : 0;
+    if (list.kind == list_kind::ips) {
+        matches += find_in_ranges(path + range_suffix, value, out);
+    }
+    return matches;
+}
+
+bool has_name(const std::vector<std::string> &names, const char *name) {
+    return name && std::find(names.begin(), names.end(), name) != names.end();
+}
+
+// --- editing ---
+
+std::string list_path(const list_edit_arguments &arguments) {
+    return joined(arguments.directory, arguments.list);
+}
+
+// What the engine's operation answers: null on success.
+void fail_with(const list_edit_arguments &arguments, const char *answer,
+               engine_messages *messages) {
+    if (answer) {
+        const std::string reason = messages->take();
+        throw failure(list_path(arguments) + ": " + printable(arguments.entry) + ": " + answer +
+                      (reason.empty() ? "" : " (" + reason + ')'));
+    }
+}
+
+// Texts that would not come back from the file as the one line that they are.
+std::string why_no_line(const std::string &text) {
+    if (std::any_of(text.begin(), text.end(),
+                    [](char c) { return c == '\n' || c == '\r' || c == '\0'; })) {
+        return "holds a line end";
+    }
+    return {};
+}
+
+std::string why_no_entry(const list_edit_arguments &arguments) {
+    const std::string &entry = arguments.entry;
+    if (entry.size() > longest_entry) {
+        return "has more than " + std::to_string(longest_entry) + " characters";
+    }
+    if (!entry.empty() && (is_space(entry.front()) || entry.front() == '#')) {
+        return "begins with white space or \"#\", so it would not be read as an entry";
+    }
+    if (std::string problem = why_no_line(entry); !problem.empty()) {
+        return problem;
+    }
+    const list_file *const list = find_list_file(arguments.list);
+    return list ? why_useless(list->kind, entry) : std::string();
+}
+
+} // namespace
+
+exit_status list_find(const list_find_arguments &arguments, std::ostream &out) {
+    if (!is_directory(arguments.directory)) {
+        throw failure(arguments.directory + ": is no folder; give the one that holds the lists");
+    }
+    if (arguments.value.empty()) {
+        throw failure("nothing to look for; give a mail address or a client's address");
+    }
+    const engine_messages silent;
+    std::vector<std::string> matching;
+    for (const list_file &list : list_files) {
+        if (!find_in(arguments.directory, list, arguments.value, out)) {
+            continue;
+        }
+        if (has_name(matching, list.opposite)) {
+            out << list.opposite << " and " << list.name
+                << " exclude each other, and both match: " << list.opposite << " comes first\n";
+        }
+        matching.push_back(list.name);
+    }
+    return matching.empty() ? exit_status::no : exit_status::done;
+}
+
+exit_status list_add(const list_edit_arguments &arguments, std::ostream &out) {
+    std::string problem = why_no_entry(arguments);
+    if (problem.empty() && !arguments.comment.empty()) {
+        const std::string comment_problem = why_no_line(arguments.comment);
+        problem = comment_problem.empty() ? "" : "its comment " + comment_problem;
+    }
+    if (!problem.empty()) {
+        throw failure(list_path(arguments) + ": " + printable(arguments.entry) + ": " + problem);
+    }
+    engine_messages messages;
+    const bool with_comment = !arguments.comment.empty();
+    fail_with(arguments,
+              vc_add_entry(arguments.directory.c_str(), arguments.list.c_str(),
+                           arguments.entry.c_str(),
+                           with_comment ? arguments.comment.c_str() : nullptr, _stricmp),
+              &messages);
+    out << list_path(arguments) << ": " << printable(arguments.entry)
+        << (with_comment ? ": comment set\n" : " added\n");
+    return exit_status::done;
+}
+
+exit_status list_del(const list_edit_arguments &arguments, std::ostream &out) {
+    const bool there = is_file(list_path(arguments));
+    engine_messages messages;
+    fail_with(arguments,
+              vc_del_entry(arguments.directory.c_str(), arguments.list.c_str(),
+                           arguments.entry.c_str(), arguments.comment_only, _stricmp),
+              &messages);
+    out << list_path(arguments) << ": "
+        << (!there                   ? "there is no such list, nothing to remove"
+            : arguments.comment_only ? printable(arguments.entry) + ": comment removed"
+                                     : printable(arguments.entry) + " removed")
+        << '\n';
+    return exit_status::done;
+}
+
+} // namespace quillfence::data_tool

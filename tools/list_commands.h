@@ -1,0 +1,33 @@
+// quillfence-data list: asks and edits the white and black lists with the engine's own operations.
+#pragma once
+
+#include <ostream>
+#include <string>
+
+#include "data_program.h"
+
+namespace quillfence::data_tool {
+
+struct list_find_arguments {
+    std::string directory; // the base directory, or a user's
+    std::string value;     // a mail address or a client's address
+};
+// Every entry of every list in the directory that matches the value, as "file:line: entry
+// (matcher)", range files included; and a line for every two opposite lists that both match.
+// exit_status::no when nothing matches.
+exit_status list_find(const list_find_arguments &arguments, std::ostream &out);
+
+struct list_edit_arguments {
+    std::string directory;
+    std::string list;
+    std::string entry;
+    std::string comment;       // list_add: the comment to set; "" to add the entry
+    bool comment_only = false; // list_del: keep the entry
+};
+// Entries are compared as whole texts without regard to case, so that a wildcard entry does not
+// stand for all that it matches. Both throw a failure with the engine's text when nothing was
+// changed; list_add also for an entry that would never match.
+exit_status list_add(const list_edit_arguments &arguments, std::ostream &out);
+exit_status list_del(const list_edit_arguments &arguments, std::ostream &out);
+
+} // namespace quillfence::data_tool
