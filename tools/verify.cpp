@@ -1,0 +1,104 @@
+#include "verify.h"
+
+#include <algorithm>
+#include <array>
+#include <tuple>
+
+#include "text.h"
+
+namespace quillfence::data_tool {
+
+namespace {
+
+constexpr std::array<const char *, 3> severity_names = {"error", "warning", "info"};
+
+const char *name_of(severity level) {
+    return severity_names[static_cast<size_t>(level)];
+}
+
+uint32_t count_of(const tree &in, severity level) {
+    return static_cast<uint32_t>(
+        std::count_if(in.findings.begin(), in.findings.end(),
+                      [level](const finding &found) { return found.level == level; }));
+}
+
+void write_lines(const tree &in, std::ostream &out) {
+    for (const finding &found : in.findings) {
+        out << printable(in.path(found.file)) << ':';
+        if (found.line) {
+            out << found.line << ':';
+        }
+        out << ' ' << name_of(found.level) << ": " << found.text << '\n';
+    }
+}
+
+void write_json(const tree &in, std::ostream &out) {
+    out << "{\"base\":" << json_text(in.base) << ",\"files\":" << in.files
+        << ",\"errors\":" << count_of(in, severity::error)
+        << ",\"warnings\":" << count_of(in, severity::warning)
+        << ",\"infos\":" << count_of(in, severity::info) << ",\"findings\":[";
+    const char *separator = "";
+    for (const finding &found : in.findings) {
+        out << separator << "{\"file\":" << json_text(found.file) << ",\"line\":" << found.line
+            << ",\"severity\":\"" << name_of(found.level) << "\",\"text\":" << json_text(found.text)
+            << '}';
+        separator = ",";
+    }
+    out << "]}\n";
+}
+
+} // namespace
+
+std::string tree::path(std::string_view file) const {
+    return joined(base, file);
+}
+
+bool tree::has(std::string_view file) const {
+    return is_file(path(file));
+}
+
+void tree::add(std::string_view file, uint32_t line, severity level, std::string text) {
+    findings.push_back({std::string(file), line, level, std::move(text)});
+}
+
+bool tree::read(std::string_view file, std::string *bytes) {
+    ++files;
+    const uint32_t error = read_file(path(file), bytes);
+    if (error) {
+        add(file, 0, severity::error, "can't be read: " + system_text(error));
+    }
+    return !error;
+}
+
+tree verify_tree(const std::string &base) {
+    if (!is_directory(base)) {
+        throw failure(base + ": is no folder; give the one that holds \"control\" and \"bms\"");
+    }
+    tree in{.base = base, .findings = {}};
+    for (const auto verify_part :
+         {verify_enabled, verify_names, verify_forgery_list, verify_lists, verify_ranges,
+          verify_patterns, verify_block_maps, verify_counters, verify_other_files}) {
+        verify_part(in);
+    }
+    std::stable_sort(in.findings.begin(), in.findings.end(),
+                     [](const finding &a, const finding &b) {
+                         return std::tie(a.file, a.line) < std::tie(b.file, b.line);
+                     });
+    return in;
+}
+
+exit_status verify(const verify_arguments &arguments, std::ostream &out) {
+    const tree in = verify_tree(arguments.base);
+    if (arguments.json) {
+        write_json(in, out);
+    } else {
+        write_lines(in, out);
+    }
+    const uint32_t errors = count_of(in, severity::error);
+    const uint32_t warnings = count_of(in, severity::warning);
+    complain(counted(in.files, "file") + " checked: " + counted(errors, "error") + ", " +
+             counted(warnings, "warning"));
+    return errors || warnings ? exit_status::no : exit_status::done;
+}
+
+} // namespace quillfence::data_tool

@@ -1,0 +1,65 @@
+// quillfence-data verify: looks every file of a configuration tree over. Nothing is changed.
+#pragma once
+
+#include <cstdint>
+#include <ostream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "data_program.h"
+
+namespace quillfence::data_tool {
+
+enum class severity {
+    error,   // the file or line does not do what it is there for
+    warning, // redundant, contradictory, or probably meant differently
+    info,    // worth knowing; is no finding as far as the exit status goes
+};
+
+struct finding {
+    std::string file; // relative to the base directory
+    uint32_t line;    // 0 for the file as a whole
+    severity level;
+    std::string text;
+    bool operator==(const finding &) const = default;
+};
+
+// The tree under inspection and what was found in it.
+struct tree {
+    std::string base;
+    std::vector<finding> findings;
+    uint32_t files = 0; // that have been looked into
+
+    std::string path(std::string_view file) const;
+    bool has(std::string_view file) const;
+    void add(std::string_view file, uint32_t line, severity level, std::string text);
+    // The bytes of a file that is there; a finding, and false, when it can't be read.
+    bool read(std::string_view file, std::string *bytes);
+};
+
+// One function a kind of file; each looks for its own files in the tree.
+void verify_enabled(tree &in);      // control/enabled
+void verify_names(tree &in);        // rules.enabled, bms.enabled, rbl.enabled, lists_to_update
+void verify_forgery_list(tree &in); // control/valid_domain_ips
+void verify_lists(tree &in);        // the white and black lists, with their opposites
+void verify_ranges(tree &in);       // *.range, with the lists that they go with
+void verify_patterns(tree &in);     // dynaregex/*.cregexes
+void verify_block_maps(tree &in);   // the maps that the lists of maps name
+void verify_counters(tree &in);     // log/.counterv2.dat.*
+void verify_other_files(tree &in);  // names that the engine does not know
+
+// Everything; findings are sorted by file and line.
+//   base  the folder that stands for c:/quillfence
+// Throws a failure when base is no folder.
+tree verify_tree(const std::string &base);
+
+struct verify_arguments {
+    std::string base;
+    bool json = false;
+};
+// Writes "file:line: severity: text" for every finding, or one JSON object, and on standard error
+// what was looked at. exit_status::no when there are errors or warnings.
+exit_status verify(const verify_arguments &arguments, std::ostream &out);
+
+} // namespace quillfence::data_tool

@@ -1,0 +1,445 @@
+// The binary files: ranges, compiled patterns, block maps, counters.
+#include "verify.h"
+
+#include <array>
+#include <cstdio>
+#include <memory>
+#include <set>
+
+#include "byte_cursor.h"
+#include "engine_messages.h"
+#include "folder.h"
+#include "list_files.h"
+#include "lookup.h"
+#include "platform/file.h"
+#include "quillfence-log.h"
+#include "range_records.h"
+#include "text.h"
+#include "tiny_rex_storage.h"
+
+namespace quillfence::data_tool {
+
+namespace {
+
+// At most so many findings of one kind in one file.
+constexpr unsigned most_findings = 10;
+
+std::string record_name(uint32_t number) {
+    return "record " + std::to_string(number);
+}
+
+} // namespace
+
+// --- ranges ---
+
+namespace {
+
+// What is wrong with the file as a whole.
+void verify_range_size(tree &in, const std::string &file, const range_records &ranges) {
+    switch (ranges.state) {
+    case range_state::missing:
+    case range_state::unreadable:
+        in.add(file, 0, severity::error, "can't be read: " + system_text(ranges.error));
+        return;
+    case range_state::empty:
+        if (ranges.size) {
+            in.add(file, 0, severity::error,
+                   "is corrupt: " + counted(ranges.size, "byte") + " are less than a header");
+        }
+        return;
+    case range_state::corrupt:
+        in.add(file, 0, severity::error, "is corrupt: no header of a range file");
+        return;
+    case range_state::legacy:
+        in.add(
+            file, 0, severity::error,
+            "is of the legacy version, which lookups misread; run quillfence-data range convert");
+        break;
+    case range_state::current:
+        break;
+    }
+    if (ranges.records.size() < ranges.counted) {
+        in.add(file, 0, severity::error,
+               "is corrupt: the header counts " + counted(ranges.counted, "record") +
+                   ", the file holds " + std::to_string(ranges.records.size()));
+    } else if (ranges.size > wanted_size(ranges)) {
+        in.add(file, 0, severity::warning,
+               "is longer than its records by " +
+                   counted(ranges.size - wanted_size(ranges), "byte") + ", which lookups ignore");
+    }
+}
+
+void verify_records(tree &in, const std::string &file, const range_records &ranges) {
+    const range_cover cover(ranges.records);
+    for (const range_record &record : ranges.records) {
+        const std::string name = record_name(record.number) + ", " + range_text(record) + ", ";
+        if (!record.valid) {
+            in.add(file, 0, severity::error,
+                   name + "is no range inside one /16: lookups stop here and find nothing");
+            return;
+        }
+        if (!record.comment_ends) {
+            in.add(file, 0, severity::error, name + "has a comment without an end");
+        }
+        const range_record *const found = cover.find(record.low, record.high, record.number);
+        const bool same = found && found->low == record.low && found->high == record.high;
+        if (found && (!same || found->number < record.number)) {
+            in.add(file, 0, severity::warning,
+                   name + "is covered by " + record_name(found->number) + ", " +
+                       range_text(*found));
+        }
+    }
+}
+
+// The ranges that are blocked, against those that are exempt and asked first.
+void verify_opposite_ranges(tree &in) {
+    for (const list_file &list : list_files) {
+        if (list.kind != list_kind::ips || list.decides) {
+            continue;
+        }
+        const std::string file = std::string(list.name) + range_suffix;
+        const std::string opposite = std::string(list.opposite) + range_suffix;
+        const range_records ranges = read_ranges(in.path(file));
+        const range_records first = read_ranges(in.path(opposite));
+        const range_cover cover(first.records);
+        for (const range_record &record : ranges.records) {
+            const range_record *const found =
+                record.valid ? cover.find(record.low, record.high) : nullptr;
+            if (found) {
+                in.add(
+                    file, 0, severity::warning,
+                    record_name(record.number) + ", " + range_text(record) +
+                        ", is covered by the opposite range file, which comes first: " + opposite +
+                        ", " + record_name(found->number) + ", " + range_text(*found));
+            }
+        }
+    }
+}
+
+bool ends_in(std::string_view text, std::string_view end) {
+    return text.size() > end.size() && text.substr(text.size() - end.size()) == end;
+}
+
+} // namespace
+
+void verify_ranges(tree &in) {
+    for (const std::string &file : files_of(in.base)) {
+        if (ends_in(file, range_suffix)) {
+            ++in.files;
+            const range_records ranges = read_ranges(in.path(file));
+            verify_range_size(in, file, ranges);
+            verify_records(in, file, ranges);
+        }
+    }
+    verify_opposite_ranges(in);
+}
+
+// --- compiled patterns ---
+
+namespace {
+
+constexpr std::string_view pattern_suffix = ".cregexes";
+constexpr std::array<std::string_view, 4> pattern_files = {"dyna.cregexes", "spam.cregexes",
+                                                           "confirmed.cregexes", "exempt.cregexes"};
+
+struct stream_closer {
+    void operator()(FILE *stream) const {
+        std::fclose(stream);
+    }
+};
+using open_stream = std::unique_ptr<FILE, stream_closer>;
+
+struct stored_expression {
+    TRex record = {};
+    ~stored_expression() {
+        std::free(record.nodes);
+    }
+};
+
+// What the engine says to the first node of a block that it refuses; "" when it takes all.
+std::string why_refused(const TRex &expression) {
+    engine_messages messages;
+    for (int32_t i = 0; i < expression.nallocated; ++i) {
+        if (!__trex_node_is_valid(&expression, &expression.nodes[i])) {
+            break;
+        }
+    }
+    return messages.take();
+}
+
+void verify_blocks(tree &in, const std::string &file, FILE *stream) {
+    engine_messages messages;
+    stored_expression expression;
+    for (unsigned block = 1;; ++block) {
+        const int next = std::fgetc(stream);
+        if (next == EOF) {
+            return;
+        }
+        std::ungetc(next, stream);
+        const std::string name = "pattern " + std::to_string(block);
+        if (!trs_next(stream, &expression.record)) {
+            in.add(file, 0, severity::error,
+                   name + " is damaged, and so is all that follows: the engine says \"" +
+                       messages.take() + '"');
+            return;
+        }
+        const std::string problem = why_refused(expression.record);
+        if (!problem.empty()) {
+            in.add(file, 0, severity::error,
+                   name + " can fail to match: the engine says \"" + problem + '"');
+        }
+    }
+}
+
+void verify_pattern_file(tree &in, const std::string &file) {
+    ++in.files;
+    const engine_messages silent;
+    const open_stream stream(platform::stream_open(in.path(file).c_str(), "rb"));
+    if (!stream) {
+        in.add(file, 0, severity::error, "can't be read");
+        return;
+    }
+    if (!trs_valid_file(stream.get())) {
+        in.add(file, 0, severity::error, "is no file of compiled patterns");
+        return;
+    }
+    verify_blocks(in, file, stream.get());
+}
+
+} // namespace
+
+void verify_patterns(tree &in) {
+    for (const std::string &name : files_of(in.path("dynaregex"))) {
+        const std::string file = "dynaregex/" + name;
+        if (!ends_in(name, pattern_suffix)) {
+            continue;
+        }
+        if (std::find(pattern_files.begin(), pattern_files.end(), name) == pattern_files.end()) {
+            in.add(file, 0, severity::info, "the engine asks no file of this name");
+        }
+        verify_pattern_file(in, file);
+    }
+}
+
+// --- block maps ---
+
+namespace {
+
+constexpr uint32_t table_size = 1024;
+constexpr uint32_t bitmap_size = 8192;
+constexpr uint32_t lists_nothing = 0;
+constexpr uint32_t lists_all = 0xFFFFFFFF;
+
+class map_reader {
+  public:
+    map_reader(tree &in, std::string file) : in_(in), file_(std::move(file)) {}
+    ~map_reader() {
+        platform::file_close(handle_);
+    }
+    map_reader(const map_reader &) = delete;
+    map_reader &operator=(const map_reader &) = delete;
+
+    void verify() {
+        uint32_t error = platform::file_open(in_.path(file_).c_str(), {}, &handle_);
+        error = error ? error : platform::file_size(handle_, &size_);
+        if (error) {
+            in_.add(file_, 0, severity::error, "can't be read: " + system_text(error));
+        } else if (size_ < table_size) {
+            in_.add(file_, 0, severity::error,
+                    "is corrupt: " + counted(size_, "byte") + " are less than its first table");
+        } else {
+            verify_first_table();
+        }
+        if (found_ > most_findings) {
+            in_.add(file_, 0, severity::error,
+                    "is corrupt: " + std::to_string(found_ - most_findings) + " more such entries");
+        }
+    }
+
+  private:
+    using table = std::array<unsigned char, table_size>;
+
+    bool read(uint32_t offset, table *bytes) {
+        return __readBytes(handle_, offset, bytes->data(), table_size);
+    }
+
+    // Whether an entry points to something that must be looked into; a finding when that does not
+    // fit into the file or lies over its first table.
+    bool follow(uint32_t entry, uint32_t size, const std::string &network) {
+        if (entry == lists_nothing || entry == lists_all) {
+            return false;
+        }
+        const bool fits = size_ >= size && entry <= size_ - size;
+        if (fits && entry >= table_size) {
+            return true;
+        }
+        if (++found_ <= most_findings) {
+            in_.add(file_, 0, severity::error,
+                    "is corrupt: the entry of " + network + " points " +
+                        (fits ? "into the first table" : "behind the end of the file"));
+        }
+        return false;
+    }
+
+    void verify_first_table() {
+        table first;
+        if (!read(0, &first)) {
+            in_.add(file_, 0, severity::error, "can't be read");
+            return;
+        }
+        for (uint32_t a = 0; a < 256; ++a) {
+            const uint32_t entry = load_le32(&first[4 * a]);
+            if (follow(entry, table_size, std::to_string(a) + ".0.0.0/8")) {
+                verify_second_table(a, entry);
+            }
+        }
+    }
+
+    void verify_second_table(uint32_t a, uint32_t offset) {
+        table second;
+        if (!read(offset, &second)) {
+            in_.add(file_, 0, severity::error, "can't be read");
+            return;
+        }
+        for (uint32_t b = 0; b < 256; ++b) {
+            follow(load_le32(&second[4 * b]), bitmap_size,
+                   std::to_string(a) + '.' + std::to_string(b) + ".0.0/16");
+        }
+    }
+
+    tree &in_;
+    std::string file_;
+    platform::file_handle handle_ = platform::invalid_file;
+    uint64_t size_ = 0;
+    unsigned found_ = 0;
+};
+
+constexpr std::array<const char *, 3> lists_of_maps = {
+    "bms/lists_to_update", "bms/control/lists_to_update", "control/bms.enabled"};
+
+std::set<std::string> named_maps(const tree &in) {
+    std::set<std::string> names;
+    for (const char *file : lists_of_maps) {
+        std::string bytes;
+        if (!in.has(file) || read_file(in.path(file), &bytes)) {
+            continue;
+        }
+        for (const text_line &line : lines_of(bytes)) {
+            names.emplace(line.text);
+        }
+    }
+    names.erase("");
+    return names;
+}
+
+} // namespace
+
+void verify_block_maps(tree &in) {
+    const engine_messages silent;
+    const std::set<std::string> names = named_maps(in);
+    for (const std::string &name : names) {
+        if (in.has("bms/" + name)) {
+            ++in.files;
+            map_reader(in, "bms/" + name).verify();
+        }
+    }
+    for (const std::string &name : files_of(in.path("bms"))) {
+        if (name != "lists_to_update" && !names.contains(name)) {
+            in.add("bms/" + name, 0, severity::info, "no list of block maps names this file");
+        }
+    }
+}
+
+// --- counters ---
+
+namespace {
+
+constexpr char hourly_file[] = "log/.counterv2.dat.hourly";
+
+void verify_counter_file(tree &in, const std::string &file, uint64_t wanted,
+                         int (*is_valid)(vc_handle)) {
+    if (!in.has(file)) {
+        return;
+    }
+    ++in.files;
+    const engine_messages silent;
+    platform::file_handle handle = platform::invalid_file;
+    uint64_t size = 0;
+    uint32_t error = platform::file_open(in.path(file).c_str(), {}, &handle);
+    error = error ? error : platform::file_size(handle, &size);
+    if (error) {
+        in.add(file, 0, severity::error, "can't be read: " + system_text(error));
+    } else if (size != wanted) {
+        in.add(file, 0, severity::error,
+               "has " + counted(size, "byte") + " instead of " + std::to_string(wanted) +
+                   ": the next count starts it anew");
+    } else if (!is_valid(handle)) {
+        in.add(file, 0, severity::error,
+               "has no header of a counter file: the next count starts it anew");
+    }
+    platform::file_close(handle);
+}
+
+} // namespace
+
+void verify_counters(tree &in) {
+    for (int month = 1; month <= 12; ++month) {
+        const std::string digits = std::to_string(month);
+        verify_counter_file(in, "log/.counterv2.dat." + (month < 10 ? '0' + digits : digits),
+                            ql_daily_size, __valid_counter_file);
+    }
+    verify_counter_file(in, hourly_file, ql_hourly_size, __valid_counter_file_hourly);
+}
+
+// --- the rest ---
+
+namespace {
+
+struct known_folder {
+    const char *path; // "" is the base folder
+    std::vector<std::string_view> names;
+};
+
+std::vector<known_folder> known_folders() {
+    std::vector<known_folder> folders = {
+        {"", {"rbl.enabled"}},
+        {"control", {"enabled", "rules.enabled", "bms.enabled", "valid_domain_ips"}},
+    };
+    for (const list_file &list : list_files) {
+        folders.front().names.push_back(list.name);
+    }
+    return folders;
+}
+
+// Where a file of this name belongs; "" when nowhere in particular.
+std::string right_place(const std::vector<known_folder> &folders, std::string_view name) {
+    for (const known_folder &folder : folders) {
+        if (std::find(folder.names.begin(), folder.names.end(), name) != folder.names.end()) {
+            return joined(folder.path, name);
+        }
+    }
+    return {};
+}
+
+} // namespace
+
+void verify_other_files(tree &in) {
+    const std::vector<known_folder> folders = known_folders();
+    for (const known_folder &folder : folders) {
+        for (const std::string &name : files_of(joined(in.base, folder.path))) {
+            const std::string file = joined(folder.path, name);
+            const std::string right = right_place(folders, name);
+            if (right == file || (!*folder.path && ends_in(name, range_suffix))) {
+                continue;
+            }
+            if (right.empty()) {
+                in.add(file, 0, severity::info, "the engine reads no file of this name");
+            } else {
+                in.add(file, 0, severity::warning,
+                       "lies in the wrong folder: the engine reads " + right);
+            }
+        }
+    }
+}
+
+} // namespace quillfence::data_tool
