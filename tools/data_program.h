@@ -39,6 +39,10 @@ using add_commands = void (*)(CLI::App &program, chosen_action &chosen);
 // One for each file that declares subcommands.
 void add_regex_commands(CLI::App &program, chosen_action &chosen);
 void add_blockmap_commands(CLI::App &program, chosen_action &chosen);
+void add_range_commands(CLI::App &program, chosen_action &chosen);
+void add_list_commands(CLI::App &program, chosen_action &chosen);
+void add_counter_commands(CLI::App &program, chosen_action &chosen);
+void add_verify_command(CLI::App &program, chosen_action &chosen);
 
 // Complaints go to standard error, one line each. Bytes outside 0x20-0x7E are shown as '?'.
 //   complain          "quillfence-data: text", about a run as a whole
