@@ -4,8 +4,8 @@
 //     a subject, as many lines as there are
 #include <memory>
 
+#include "../matching/slow_matcher.h"
 #include "fuzz_support.h"
-#include "slow_matcher.h"
 #include "tiny_rex.h"
 #include "vc_text.h"
 

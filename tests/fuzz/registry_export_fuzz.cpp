@@ -83,6 +83,9 @@ void fuzz_one(fuzz_input &input) {
         key = read(file, path);
         registry_export_release(&key);
     }
+    if (file.starts_with("\xFF\xFE") && file.size() % 2) {
+        return; // half a unit at the end: what is added completes it, and its line may change
+    }
     set_value(file);
     delete_key(file);
 }
