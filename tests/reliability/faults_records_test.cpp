@@ -128,47 +128,60 @@ TEST_F(faults_records, packets) {
     static constexpr char path[] = "c:/quillfence/stream";
     qfd_request_packet *sent = qfd_request_packet_from_args(10, const_cast<char **>(arguments));
     vc_handle stream = vc_open_ex(path, 0, 1, 0);
+    const auto end_stream = [&] {
+        if (stream != vc_invalid_handle) {
+            vc_close(stream);
+            stream = vc_invalid_handle;
+        }
+    };
     ASSERT_EQ(qfd_request_packet_send(stream, sent), 1);
-    vc_close(stream);
+    end_stream();
     const std::string whole = drive.read(path);
 
     int result = 0;
     EXPECT_GT(sweep_faults(
                   [&] {
+                      end_stream();
                       drive.remove(path);
                       stream = vc_open_ex(path, 0, 1, 0);
                   },
                   [&] { result = qfd_request_packet_send(stream, sent); },
                   [&](const fault &) {
-                      vc_close(stream);
+                      end_stream();
                       EXPECT_EQ(result, drive.read(path) == whole ? 1 : 0);
                       EXPECT_TRUE(result || !log.errors().empty());
                       log.take();
                   }),
               50u);
-    vc_close(stream);
+    end_stream();
 
     drive.write(path, whole);
     qfd_request_packet *received = nullptr;
-    EXPECT_GT(sweep_faults([&] { stream = vc_open_ex(path, 0, 0, 0); },
-                           [&] {
-                               received = qfd_request_packet_receive_state(stream)
-                                              ? qfd_request_packet_receive(stream)
-                                              : nullptr;
-                           },
-                           [&](const fault &what) {
-                               vc_close(stream);
-                               const bool told = !log.errors().empty();
-                               EXPECT_TRUE(received || told);
-                               if (received && what.answer != platform::observed_half) {
-                                   ADD_FAILURE() << "a failed read went unnoticed";
-                               }
-                               qfd_request_packet_free(received);
-                               received = nullptr;
-                               log.take();
-                           }),
+    EXPECT_GT(sweep_faults(
+                  [&] {
+                      end_stream();
+                      stream = vc_open_ex(path, 0, 0, 0);
+                      qfd_request_packet_free(received);
+                      received = nullptr;
+                  },
+                  [&] {
+                      received = qfd_request_packet_receive_state(stream)
+                                     ? qfd_request_packet_receive(stream)
+                                     : nullptr;
+                  },
+                  [&](const fault &what) {
+                      end_stream();
+                      const bool told = !log.errors().empty();
+                      EXPECT_TRUE(received || told);
+                      if (received && what.answer != platform::observed_half) {
+                          ADD_FAILURE() << "a failed read went unnoticed";
+                      }
+                      qfd_request_packet_free(received);
+                      received = nullptr;
+                      log.take();
+                  }),
               50u);
-    vc_close(stream);
+    end_stream();
     ASSERT_NE(received, nullptr);
     EXPECT_EQ(shown(received->to), "c@d.example");
     qfd_request_packet_free(received);

@@ -38,6 +38,7 @@ struct {
 } it;
 
 void release() {
+    dns_script::asked(); // what the script has noted
     free(it.text);
     if (it.list) {
         vc_destroy_list(&it.list, free);

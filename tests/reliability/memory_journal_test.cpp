@@ -1,4 +1,6 @@
 // Mail log and counters when memory runs out.
+#include <algorithm>
+
 #include "drive_c.h"
 #include "heap_text.h"
 #include "memory_sweep.h"
@@ -40,7 +42,7 @@ long lines_in(const std::string &folder) {
     }
     const std::string text = disk->read(folder + "/qflog");
     EXPECT_TRUE(text.empty() || text.ends_with("rcpt=<(null)>\r\n")) << text;
-    return std::count(text.begin(), text.end(), '\n');
+    return static_cast<long>(std::count(text.begin(), text.end(), '\n'));
 }
 
 class memory_journal : public drive_test {

@@ -39,6 +39,7 @@ TEST_F(memory_rules, a_session_can_be_asked_again) {
                 continue;
             }
             SCOPED_TRACE(std::string(row.name) + ", " + who.name);
+            dns_script::asked();
             const long before = live_allocations();
             smtp_state *whole = complete(who);
             const uint8_t with_memory = row.check(whole);
@@ -70,6 +71,7 @@ TEST_F(memory_rules, a_session_can_be_asked_again) {
                 });
             free_smtp_state(state);
             log.take();
+            dns_script::asked();
             EXPECT_EQ(live_allocations() - before, 0);
         }
     }
@@ -109,6 +111,7 @@ TEST_F(memory_rules, block_lists_of_the_dns) {
     static smtp_state *state;
     static char *name;
     state = complete(clients[0]);
+    dns_script::asked();
     // Its texts for a lack of memory all begin with "Fail".
     static const memory_case cases[] = {
         {"quillfence_rbl_host", nullptr,
@@ -118,6 +121,7 @@ TEST_F(memory_rules, block_lists_of_the_dns) {
          without_memory::fails, "Fail"},
     };
     sweep(log, cases, [] {
+        dns_script::asked();
         free(name);
         name = nullptr;
     });

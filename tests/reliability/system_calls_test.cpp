@@ -38,11 +38,13 @@ class system_calls : public drive_test {
     dns_script dns;
 };
 
-// The calls by name, as "file_open 1, file_read 2", without those that look up settings.
+// The calls by name, as "file_open 1, file_read 2".
 std::string counted(const std::vector<std::string> &calls) {
     std::map<std::string, int> counts;
     for (const std::string &call : calls) {
-        ++counts[call];
+        if (call != "net_prepare") { // no system call; on Windows once in the life of the process
+            ++counts[call];
+        }
     }
     std::string text;
     for (const auto &[name, count] : counts) {
@@ -66,7 +68,7 @@ TEST_F(system_calls, of_each_operation) {
         {"list, missing", [] { __file_contains_line(root, "none", "192.0.2.1", _stricmp); },
          "path_attributes 1"},
         {"range file", [] { file_contains_ip_range_match("blocked_ips.range", "10.1.1.1", root); },
-         "file_close 1, file_open 1, file_read 2, file_size 1, net_prepare 1, path_attributes 1"},
+         "file_close 1, file_open 1, file_read 2, file_size 1, path_attributes 1"},
         {"pattern file", [] { compiled_regex_match(dyna_regex_file, "x.example"); },
          "path_attributes 1, stream_open 1"},
         {"block map, decided by the first octet",
@@ -77,7 +79,7 @@ TEST_F(system_calls, of_each_operation) {
              ksf_check_domain_to_ip_restriction("10.1.1.1", "a.example",
                                                 "c:/quillfence/control/valid_domain_ips");
          },
-         "file_close 1, file_open 1, file_read 1, file_size 1, net_prepare 1, path_attributes 1"},
+         "file_close 1, file_open 1, file_read 1, file_size 1, path_attributes 1"},
         {"verdict logged",
          [] {
              smtp_state state = {};
@@ -87,10 +89,10 @@ TEST_F(system_calls, of_each_operation) {
          "file_write 4, from_local_time 1, local_time 3, path_attributes 2"},
         {"report of a good client", [] { vc_json_free(replay(clients[0])); },
          "dns_query 3, file_close 11, file_open 11, file_read 18, file_seek 2, file_size 6, "
-         "net_prepare 16, path_attributes 21, registry_open 3, stream_open 3"},
+         "path_attributes 21, registry_open 3, stream_open 3"},
         {"decision about a good client", [] { decide(clients[0]); },
          "dns_query 3, file_close 12, file_open 12, file_read 19, file_seek 1, file_size 7, "
-         "net_prepare 11, path_attributes 18, registry_open 1, stream_open 1"},
+         "path_attributes 18, registry_open 1, stream_open 1"},
     };
     for (const auto &operation : operations) {
         operation.run(); // a file that it begins is there then
@@ -101,13 +103,14 @@ TEST_F(system_calls, of_each_operation) {
 }
 
 TEST_F(system_calls, a_thousand_checks_leave_nothing_behind) {
+    dns_script::asked();
     const int handles = open_handles();
     const long blocks = live_allocations();
     for (int i = 0; i < 500; ++i) {
         const client &who = clients[static_cast<size_t>(i) % std::size(clients)];
         vc_json_free(replay(who));
         decide(who);
-        dns.asked();
+        dns_script::asked();
     }
     EXPECT_EQ(live_allocations() - blocks, 0);
     EXPECT_EQ(open_handles(), handles);

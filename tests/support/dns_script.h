@@ -37,7 +37,7 @@ class dns_script {
     void fail_first(const std::string &name, uint16_t type, uint32_t status, unsigned times);
 
     // What was asked so far; forgotten here.
-    std::vector<dns_question> asked();
+    static std::vector<dns_question> asked();
 };
 
 } // namespace quillfence::testing
