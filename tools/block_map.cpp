@@ -40,8 +40,8 @@ struct layout {
 
 uint64_t count_bits(const bitmap &bits) {
     uint64_t count = 0;
-    for (const uint8_t byte : bits) {
-        count += static_cast<uint64_t>(std::popcount(byte));
+    for (size_t at = 0; at < bits.size(); at += sizeof(uint64_t)) {
+        count += static_cast<uint64_t>(std::popcount(load_le64(bits.data() + at)));
     }
     return count;
 }
