@@ -52,10 +52,14 @@ bool line_input::fill() {
     if (std::ferror(stream_.get())) {
         throw failure(name_ + ": " + std::strerror(errno));
     }
+    if (got == 0) {
+        bar_.wipe();
+        return false;
+    }
     filled_ += got;
     done_ += got;
     bar_.show(done_);
-    return got > 0;
+    return true;
 }
 
 bool line_input::next(std::string_view *line) {

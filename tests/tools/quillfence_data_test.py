@@ -308,6 +308,29 @@ class BlockMapTest(Case):
                    "map: 1 address in 10240 bytes (1 table, 1 bitmap), 2 lines left out\n", said)
         self.check(["blockmap", "dump", "map"], DONE, "10.0.0.1\n")
 
+    @unittest.skipIf(RUNNER, "a terminal of the build host")
+    def test_a_large_list_shows_its_progress_on_a_terminal(self):
+        self.file("list", "".join(f"10.{n >> 16}.{n >> 8 & 255}.{n & 255}\n"
+                                  for n in range(100_000)) + "x\n")
+        self.assertNotIn("[", self.run_program("blockmap", "build", "list", "map")[2])
+        terminal, ours = os.openpty()
+        with subprocess.Popen([PROGRAM, "blockmap", "build", "list", "map"], cwd=self.folder,
+                              stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                              stderr=ours) as run:
+            os.close(ours)
+            shown = b""
+            try:
+                while piece := os.read(terminal, 65536):
+                    shown += piece
+            except OSError:  # the other end is closed
+                pass
+        os.close(terminal)
+        self.assertEqual(run.returncode, FAILED)
+        drawn, said = shown.decode().split("list:100001: error:")
+        self.assertRegex(drawn, r"\rreading list \[#*\.+\] +\d+%")
+        self.assertRegex(drawn, r"\rreading list \[#+\] 100%\r +\r$")
+        self.assertNotIn("reading", said)
+
     def test_damage(self):
         self.build()
         self.file("map", self.bytes_of("map")[:-1])
