@@ -20,12 +20,8 @@ namespace {
 constexpr char program_name[] = "quillfence-data";
 
 constexpr add_commands commands[] = {
-    add_regex_commands,
-    add_blockmap_commands,
-    add_range_commands,
-    add_list_commands,
-    add_counter_commands,
-    add_verify_command,
+    add_regex_commands, add_blockmap_commands, add_range_commands,
+    add_list_commands,  add_counter_commands,  add_verify_command,
 };
 
 constexpr char exit_status_help[] = R"(Exit status:

@@ -1,6 +1,7 @@
 // The binary files: ranges, compiled patterns, block maps, counters.
 #include "verify.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <memory>
