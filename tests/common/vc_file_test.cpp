@@ -212,7 +212,7 @@ TEST_F(vc_file_trace, opening_tells_about_the_lock) {
 }
 
 TEST_F(vc_file, a_failed_close_is_reported) {
-    const open_file file;
+    const vc_handle file = vc_open_ex(path, 0, 1, 0); // a close that fails closes it all the same
     call_watch watch;
     watch.fail("file_close", 1, 6);
     EXPECT_EQ(vc_close(file), 0);

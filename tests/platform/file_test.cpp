@@ -605,7 +605,7 @@ TEST_F(file, every_function_can_be_made_to_fail) {
     EXPECT_EQ(observed, "stream_open(c:/quillfence/b) stream_truncate() ");
     set_call_observer(nullptr);
     EXPECT_EQ(fclose(file_stream), 0);
-    a.close();
+    a.handle = invalid_file; // a close that fails has closed the file all the same
     EXPECT_EQ(drive.read(file_a), "kept");
     EXPECT_FALSE(drive.exists(file_b));
 }
