@@ -71,6 +71,15 @@ class Drive:
         except (KeyError, FileNotFoundError):
             return []
 
+    def put_pattern_files(self, files):
+        """Leaves exactly these compiled pattern files, by name without ending, on the drive."""
+        folder = os.path.join(self._base, "dynaregex")
+        shutil.rmtree(folder, ignore_errors=True)
+        os.makedirs(folder)
+        for name, contents in files.items():
+            with open(os.path.join(folder, name + ".cregexes"), "wb") as out:
+                out.write(contents)
+
     def remove(self):
         shutil.rmtree(self._root or self._base, ignore_errors=True)
 

@@ -33,6 +33,8 @@ TRANSACTIONS = [
     ("HELO missing", {"helo": MISSING}, ["resolve_helo_domain"], True),
     ("HELO refused", {"helo": REFUSED_DOMAIN}, ["resolve_helo_domain"], True),
     ("HELO without records: a failure", {"helo": "domain-with-a-text." + FORWARD}, [], False),
+    ("sender is no address", {"sender": "u@-@" + FORWARD},
+     ["rfc_mail_from", "valid_from_domain"], True),
     ("sender with a mail exchanger", {"sender": "u@domain-with-an-mx." + FORWARD}, [], True),
     ("sender missing", {"sender": "u@" + MISSING}, ["valid_from_domain"], True),
     ("sender refused", {"sender": "u@" + REFUSED_DOMAIN}, ["valid_from_domain"], True),
@@ -40,6 +42,28 @@ TRANSACTIONS = [
      False),
     ("nothing exists", {"ip": "192.0.2.99", "helo": MISSING, "sender": "u@" + MISSING},
      ["check_ip_reverse_dns", "resolve_helo_domain", "valid_from_domain"], True),
+]
+
+# Compiled pattern files by hand: nothing but the magic, and the one expression ".*" that matches
+# every name (the group, two nodes for ".*", the end; type, left, right, next).
+NO_PATTERN = bytes.fromhex("b9eb0000")
+EVERY_NAME = NO_PATTERN + bytes.fromhex(
+    "04000000"
+    "02010000 01000000 00000000 ffffffff"
+    "0d010000 ffffffff ffffffff 02000000"
+    "0d010000 ffffffff ffffffff 03000000"
+    "0a010000 ffffffff ffffffff ffffffff")
+
+# name, pattern files of c:/quillfence/dynaregex, the rules hit by a client with three PTR names
+PATTERN_TRANSACTIONS = [
+    ("dynamic names", {"dyna": EVERY_NAME}, ["check_dynamic_reverse_dns"]),
+    ("abusive names", {"spam": EVERY_NAME}, ["check_reverse_dns_list"]),
+    ("confirmed names", {"confirmed": EVERY_NAME}, ["check_confirmed_dyna"]),
+    ("all three", {"dyna": EVERY_NAME, "spam": EVERY_NAME, "confirmed": EVERY_NAME},
+     ["check_dynamic_reverse_dns", "check_reverse_dns_list", "check_confirmed_dyna"]),
+    ("exempt names", {"dyna": EVERY_NAME, "spam": EVERY_NAME, "exempt": EVERY_NAME}, []),
+    ("no exempt name", {"dyna": EVERY_NAME, "exempt": NO_PATTERN}, ["check_dynamic_reverse_dns"]),
+    ("no pattern", {"dyna": NO_PATTERN, "spam": NO_PATTERN, "confirmed": NO_PATTERN}, []),
 ]
 
 # question, answer, wine. Options 2 is TCP only; without it NSD is asked over UDP.
@@ -127,4 +151,9 @@ def check_transactions(test, windows, drive, **settings):
             continue
         with test.subTest(name):
             test.assertEqual(replay(drive, **changes, **settings), report(*hits))
+    for name, files, hits in PATTERN_TRANSACTIONS:
+        with test.subTest(name):
+            drive.put_pattern_files(files)
+            test.assertEqual(replay(drive, ip="192.0.2.3", **settings), report(*hits))
+    drive.put_pattern_files({})
     test.assertEqual(drive.errors(), [])
