@@ -260,5 +260,68 @@ TEST_F(registry, no_memory_for_the_text_is_told) {
     free(text);
 }
 
+TEST_F(registry, asking_without_memory_is_told_and_finds_nothing) {
+    store.set_text(test_key, "x", "one");
+    int found = 0;
+    sweep_allocations([&] { found = vc_regkey_exists_ex(machine, test_key, "x"); },
+                      [&](unsigned n) {
+                          EXPECT_EQ(found, 0) << n;
+                          EXPECT_EQ(errors_of("vc_regkey_open_ex").size(), 1U) << n;
+                      });
+    EXPECT_EQ(found, 1);
+    uint32_t type = 77;
+    sweep_allocations([&] { found = vc_regkey_get_type_ex(machine, test_key, "x", &type); },
+                      [&](unsigned n) {
+                          EXPECT_EQ(found, 0) << n;
+                          EXPECT_EQ(type, 77U) << n;
+                          EXPECT_EQ(errors_of("vc_regkey_get_type_ex").size(), 1U) << n;
+                      });
+    EXPECT_EQ(found, 1);
+    EXPECT_EQ(type, platform::registry_text);
+}
+
+// A registry of its own for each run: on Linux every change makes the export longer.
+template <class Operation, class Check>
+void sweep_writes(Operation operation, Check check) {
+    bool fired = true;
+    for (unsigned n = 1; fired; ++n) {
+        const test_registry store;
+        store.set_text(test_key, "x", "old");
+        store.set_text(test_key, "other", "kept");
+        int done;
+        {
+            failing_allocation failing(n);
+            done = operation();
+            fired = failing.fired();
+        }
+        EXPECT_EQ(done, !fired) << n;
+        check(fired);
+        char *other = nullptr;
+        EXPECT_EQ(vc_regkey_get_ex(machine, test_key, "other", 512, &other), 1) << n;
+        EXPECT_STREQ(other, "kept") << n;
+        free(other);
+    }
+}
+
+class registry_writes : public logged_test {};
+
+TEST_F(registry_writes, a_set_without_memory_leaves_the_old_value_or_the_new_one) {
+    sweep_writes(
+        [] { return vc_regkey_set_ex(machine, test_key, "x", platform::registry_text, "new", 4); },
+        [this](bool failed) {
+            EXPECT_EQ(log.errors().size(), failed ? 1U : 0U);
+            char *text = nullptr;
+            ASSERT_EQ(vc_regkey_get_ex(machine, test_key, "x", 512, &text), 1);
+            const std::string value = text;
+            free(text);
+            EXPECT_TRUE(value == "new" || (failed && value == "old")) << value;
+        });
+}
+
+TEST_F(registry_writes, a_create_without_memory_is_told) {
+    sweep_writes([] { return vc_regkey_create_ex(machine, "SOFTWARE\\Quillfence-test\\a\\b"); },
+                 [this](bool failed) { EXPECT_EQ(log.errors().size(), failed ? 1U : 0U); });
+}
+
 } // namespace
 } // namespace quillfence::testing
