@@ -56,6 +56,12 @@ std::string fuzz_input::line() {
     return taken.substr(0, taken.find('\0'));
 }
 
+std::string fuzz_input::bytes(size_t size) {
+    const std::string taken = left_.substr(0, size);
+    left_.erase(0, size);
+    return taken;
+}
+
 std::string fuzz_input::rest() {
     std::string taken;
     taken.swap(left_);
@@ -80,6 +86,15 @@ int drop_line(int, const char *format, ...) {
     return 0;
 }
 
+static void set_debug_lines(bool on) {
+    platform::environment_set("VERBOSEDEBUG", on ? "1" : nullptr);
+    __vc_forget_verbosedebug();
+}
+
+void without_debug_lines() {
+    set_debug_lines(false);
+}
+
 namespace {
 
 // Whether an input runs with DEBUG lines: its own bytes decide, so that it does the same each time.
@@ -101,9 +116,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *bytes, size_t size) {
         return true;
     }();
     static_cast<void>(once);
-    quillfence::platform::environment_set("VERBOSEDEBUG",
-                                          fuzzing::traced(bytes, size) ? "1" : nullptr);
-    quillfence::__vc_forget_verbosedebug();
+    fuzzing::set_debug_lines(fuzzing::traced(bytes, size));
     quillfence::vc_set_log_function(fuzzing::drop_line);
     fuzzing::fuzz_input input(bytes, size);
     fuzzing::fuzz_one(input);

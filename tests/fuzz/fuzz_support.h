@@ -58,6 +58,7 @@ class fuzz_input {
     uint16_t number16(); // little-endian
     uint32_t number32();
     std::string line(); // up to the next LF, which is dropped; a text ends at its first NUL
+    std::string bytes(size_t size); // fewer where the input ends
     std::string rest();
 
   private:
@@ -73,6 +74,9 @@ const drive_c &fuzz_drive();
 
 // What a file holds; nothing for a missing one.
 std::string file_bytes(const std::string &path);
+
+// Switches DEBUG lines off for this input: for targets whose program would print them.
+void without_debug_lines();
 
 // Takes a dump line for print_state: formats it and throws it away.
 int drop_line(int priority, const char *format, ...);
