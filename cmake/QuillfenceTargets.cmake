@@ -52,6 +52,11 @@ else()
     target_link_options(qf_flags INTERFACE -Wl,-z,relro,-z,now,-z,noexecstack)
 endif()
 
+if(QUILLFENCE_COVERAGE)
+    target_compile_options(qf_flags INTERFACE --coverage -fprofile-update=atomic)
+    target_link_options(qf_flags INTERFACE --coverage)
+endif()
+
 # qf_library(<target> SOURCES ... [DEPENDS ...])
 # A folder of the product: a static library that exports its own folder as include path and
 # nothing else. DEPENDS are the folders it may use; their include paths come along.

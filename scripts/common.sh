@@ -55,3 +55,21 @@ build_preset() {
     (cd "$root" && cmake --build "build/$preset" "${@/#/--target=}") >"$log" 2>&1 ||
         { grep -E -A 12 'error|FAILED|undefined' "$log" | head -n 80 >&2; die "the build failed; all of it is in $log"; }
 }
+
+# start_wine: a prefix in build/wine where there is none, and one Wine server for all that follows;
+# starting it anew would cost each program seconds. The first program starts Wine's services, which
+# keep its output open: so that is none of the tests.
+start_wine() {
+    if [ ! -e "$root/build/wine/system.reg" ]; then
+        say "making a Wine prefix in build/wine"
+        "$root/scripts/wine-run" wineboot --init >"$root/build/wine.log" 2>&1 ||
+            { tail -n 20 "$root/build/wine.log" >&2; die "Wine does not start"; }
+    fi
+    stop_wine
+    "$root/scripts/wine-run" --server -p
+    "$root/scripts/wine-run" cmd /c exit >>"$root/build/wine.log" 2>&1 </dev/null
+}
+stop_wine() {
+    "$root/scripts/wine-run" --server -k || true
+    "$root/scripts/wine-run" --server -w
+}
