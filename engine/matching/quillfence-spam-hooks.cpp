@@ -60,7 +60,7 @@ uint8_t ipblacklist_hook(smtp_state *state) {
 
 // --- pattern-file hooks ---
 
-static bool is_exempt_name(const char *name) {
+bool is_exempt_ptr_name(const char *name) {
     return vc_file_exists_ex(exempt_regex_file, vc_type_file) &&
            compiled_regex_match(exempt_regex_file, name);
 }
@@ -71,7 +71,7 @@ static uint8_t all_names_match(const char *file, smtp_state *state) {
         return 0;
     }
     for (char **name = state->ptr_results; *name; ++name) {
-        if (!compiled_regex_match(file, *name) || is_exempt_name(*name)) {
+        if (!compiled_regex_match(file, *name) || is_exempt_ptr_name(*name)) {
             state->rdns = *name;
             return 0;
         }

@@ -25,6 +25,9 @@ uint8_t dyna_regex_hook(smtp_state *state);
 uint8_t spam_regex_hook(smtp_state *state);
 uint8_t confirmed_regex_hook(smtp_state *state);
 
+// Whether the exempt file holds a pattern for this PTR name; a missing file exempts nothing.
+bool is_exempt_ptr_name(const char *name);
+
 // Compiled pattern files, at fixed places.
 inline constexpr char dyna_regex_file[] = "c:/quillfence/dynaregex/dyna.cregexes";
 inline constexpr char spam_regex_file[] = "c:/quillfence/dynaregex/spam.cregexes";

@@ -4,8 +4,6 @@
 #include "reverse_dns.h"
 #include "rules.h"
 #include "tiny_rex.h"
-#include "tiny_rex_storage.h"
-#include "vc_file.h"
 
 namespace quillfence {
 
@@ -22,11 +20,6 @@ struct trex_deleter {
     }
 };
 
-bool is_exempt(const char *name) {
-    return vc_file_exists_ex(exempt_regex_file, vc_type_file) &&
-           compiled_regex_match(exempt_regex_file, name) == 1;
-}
-
 } // namespace
 
 // Fires when every name matches and none is exempt; otherwise the name that broke this is shown.
@@ -40,7 +33,7 @@ uint8_t rule_check_dynamic_reverse_dns_default(smtp_state *state) {
         return 0;
     }
     for (char **name = state->ptr_results; *name; ++name) {
-        if (!trex_match(expression.get(), *name) || is_exempt(*name)) {
+        if (!trex_match(expression.get(), *name) || is_exempt_ptr_name(*name)) {
             state->rdns = *name;
             return 0;
         }
