@@ -5,7 +5,6 @@
 
 #include "dns_script.h"
 #include "drive_c.h"
-#include "hook_table.h"
 #include "reverse_dns.h"
 #include "rules.h"
 #include "session.h"
@@ -18,15 +17,14 @@ inline constexpr char client_arpa[] = "1.2.0.192.in-addr.arpa.";
 class ptr_test : public traced_drive_test {
   protected:
     ptr_test() {
-        put_hooks(nullptr, nullptr, nullptr);
+        put_dns_option(1);
         session::put(&state->ip, "192.0.2.1");
         state->routable = 1;
         log.take();
     }
     ~ptr_test() override {
         set_ptr_lookup_stand_in(nullptr);
-        set_hooks(0, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
-                  nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
+        put_dns_option(0);
     }
     static void put_hooks(session_hook dynamic, session_hook spam, session_hook confirmed) {
         set_hooks(1, dynamic, spam, confirmed, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,

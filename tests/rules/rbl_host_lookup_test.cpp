@@ -2,7 +2,6 @@
 
 #include "dns_script.h"
 #include "failing_memory.h"
-#include "hook_table.h"
 #include "session.h"
 
 namespace quillfence::testing {
@@ -11,8 +10,7 @@ namespace {
 class rbl_host_lookup : public traced_test {
   protected:
     rbl_host_lookup() {
-        set_hooks(1, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
-                  nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
+        put_dns_option(1);
         put_ip("192.0.2.1");
     }
     void put_ip(const char *ip) {
@@ -161,6 +159,11 @@ TEST_F(rbl_host_lookup, what_cannot_be_asked_is_no_hit) {
     put_ip(nullptr);
     EXPECT_EQ(is_rbl_hit(state, "z"), 0);
     EXPECT_EQ(log.errors(), lines{no_address});
+    put_ip("");
+    EXPECT_EQ(is_rbl_hit(state, "z"), 0);
+    EXPECT_EQ(
+        log.errors(),
+        (lines{"quillfence_rbl_host: Provided state does not have a valid IP address", no_host}));
     put_ip("2001:db8::1");
     EXPECT_EQ(is_rbl_hit(state, "z"), 0);
     EXPECT_EQ(log.errors(),

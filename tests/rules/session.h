@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "hook_table.h"
 #include "log_capture.h"
 #include "smtp_state.h"
 #include "vc_nulltermlist.h"
@@ -56,6 +57,12 @@ class session {
   private:
     smtp_state *state_;
 };
+
+// A hook table without hooks, with this DNS option.
+inline void put_dns_option(uint8_t option) {
+    set_hooks(option, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+              nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
+}
 
 // The lines of one function, without its name, as "D text" and "E text". The function must stand
 // as the source, too: rules have a file of their own.
