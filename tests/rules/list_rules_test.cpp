@@ -1,9 +1,14 @@
 // The rules that look one value of the session up in a list.
 #include <string>
 
+#include "call_watch.h"
+#include "drive_c.h"
 #include "hook_table.h"
+#include "me_address_map.h"
+#include "platform/registry.h"
 #include "rules.h"
 #include "session.h"
+#include "test_registry.h"
 
 namespace quillfence::testing {
 namespace {
@@ -117,6 +122,62 @@ TEST_F(list_rules, every_rule_reads_its_own_slot) {
             session::put(&state->rcpt_to, "bob@example.net"); // for the mail server's whitelist
             session::put(&(state->*c.value), "192.0.2.77");
             EXPECT_EQ(c.rule(state), slot == c.slot) << c.name << " with slot " << slot;
+        }
+    }
+}
+
+// --- the mail server's own whitelists, which two rules ask second ---
+
+// A mail server that exempts the client 192.0.2.77, and a@b.example in the mailbox
+// bob@example.net.
+class mail_server_whitelists : public traced_drive_test {
+  protected:
+    mail_server_whitelists() {
+        const std::string key = "SOFTWARE\\Mail Enable\\Mail Enable";
+        const std::string smtp = key + "\\Connectors\\SMTP";
+        store.set_text(key, "Configuration Directory", "c:\\quillfence\\Config");
+        store.set_dword(smtp, "IP White Listing Status", 1, platform::registry_view_32);
+        store.set_text(smtp + "\\White List", "192.0.2.77", "", platform::registry_view_32);
+        drive.write("c:/quillfence/Config/Postoffices/example.net/MAILBOXES/bob/Senders/Whitelist/"
+                    "a@b.example.LST",
+                    "");
+        session::put(&state->ip, "192.0.2.77");
+        session::put(&state->mail_from, "a@b.example");
+        session::put(&state->rcpt_to, "bob@example.net");
+    }
+    ~mail_server_whitelists() override {
+        forget_address_map();
+        install(nullptr);
+    }
+    test_registry store;
+    session state;
+};
+
+TEST_F(mail_server_whitelists, decide_where_the_hook_does_not) {
+    for (const session_hook hook : {session_hook{nullptr}, session_hook{lists_nothing}}) {
+        install(hook);
+        session::put(&state->ip, "192.0.2.77");
+        EXPECT_EQ(rule_ip_whitelist(state), 1);
+        session::put(&state->ip, "192.0.2.78");
+        EXPECT_EQ(rule_ip_whitelist(state), 0);
+
+        session::put(&state->rcpt_to, "bob@example.net");
+        EXPECT_EQ(rule_from_whitelist(state), 1);
+        session::put(&state->rcpt_to, "carol@example.net");
+        EXPECT_EQ(rule_from_whitelist(state), 0) << "another recipient's whitelist";
+    }
+}
+
+TEST_F(mail_server_whitelists, are_not_asked_after_a_hit) {
+    for (uint8_t (*const rule)(smtp_state *) : {rule_ip_whitelist, rule_from_whitelist}) {
+        install(lists_nothing);
+        call_watch watch;
+        EXPECT_EQ(rule(state), 1);
+        EXPECT_FALSE(watch.take().empty()) << "the registry is read";
+        install(lists_it);
+        EXPECT_EQ(rule(state), 1);
+        for (const std::string &call : watch.take()) {
+            EXPECT_TRUE(call.starts_with("environment_")) << call;
         }
     }
 }
