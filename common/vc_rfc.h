@@ -15,12 +15,14 @@
 
 #include <cstdint>
 
+#include "platform/net.h"
 #include "vc_list.h"
 
 namespace quillfence {
 
-inline constexpr int vc_family_ipv4 = 2;
-inline constexpr int vc_family_ipv6 = 23;
+// The families' numbers: 2 and 23.
+inline constexpr int vc_family_ipv4 = platform::family_ipv4;
+inline constexpr int vc_family_ipv6 = platform::family_ipv6;
 
 // The family of an address text: vc_family_ipv4, vc_family_ipv6, or 0 when it is neither. An IPv4
 // address is a strict dotted quad. ERROR lines: EINVAL for an empty text.

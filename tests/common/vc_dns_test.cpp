@@ -84,6 +84,23 @@ TEST(vc_resolv_WIN32, status_to_code) {
     }
 }
 
+TEST(vc_resolv_WIN32, no_other_status_says_no_such_name) {
+    log_capture log;
+    dns_script dns;
+    std::vector<uint32_t> no_name;
+    for (uint32_t status = 1; status < 12000; ++status) {
+        dns.otherwise(status);
+        const int code = vc_resolv_WIN32("host.example.", type_a, 0);
+        if (code == 1) {
+            no_name.push_back(status);
+        } else {
+            EXPECT_EQ(code, 2) << status;
+        }
+    }
+    EXPECT_EQ(no_name,
+              (std::vector<uint32_t>{9003, 9005, 9008, 9010, 9601, 9602, 9606, 9706, 9714}));
+}
+
 TEST(vc_resolv_WIN32, option_byte_means_tcp_only) {
     struct {
         uint8_t option;
@@ -586,13 +603,16 @@ class vc_gethostent_test : public traced_drive_test {
 TEST_F(vc_gethostent_test, path_is_formed_once) {
     drive.write(hosts_file, "192.0.2.1 host\n");
     call_watch calls;
+    calls.fail("mutex_create", 1, 8);
+    EXPECT_EQ(vc_gethostent("192.0.2.1", &names), -1);
+    EXPECT_EQ(log.errors(), lines{"vc_gethostent: Error locking mutex: 8"});
     calls.fail("hosts_file_path", 1, 5);
     EXPECT_EQ(vc_gethostent("192.0.2.1", &names), -1);
     EXPECT_EQ(log.errors(), lines{"vc_gethostent: Cannot retrieve system directory: [5]?"});
     EXPECT_EQ(vc_gethostent("192.0.2.1", &names), 1);
     EXPECT_EQ(vc_gethostent("192.0.2.1", &names), 1);
     EXPECT_EQ(calls.count("hosts_file_path"), 2) << "one that failed, one that was kept";
-    EXPECT_EQ(calls.count("mutex_create"), 1);
+    EXPECT_EQ(calls.count("mutex_create"), 2) << "likewise";
     EXPECT_EQ(calls.count("mutex_lock"), 3);
     EXPECT_EQ(calls.count("mutex_unlock"), 3);
 }
@@ -617,6 +637,7 @@ TEST_F(vc_gethostent_test, names_of_an_address) {
          "192.0.2.1",
          {"a"}},
         {"line without a blank", "192.0.2.1\n", "192.0.2.1", {}},
+        {"comment right behind the address", "192.0.2.1# a\n", "192.0.2.1", {}},
         {"empty lines", "\n\r\n192.0.2.1 a\n\n", "192.0.2.1", {"a"}},
         {"CR LF", "192.0.2.1 a b\r\n192.0.2.1 c\r\n", "192.0.2.1", {"a", "b", "c"}},
         {"a lone CR is part of the name", "192.0.2.1 a\rb\n", "192.0.2.1", {"a\rb"}},
@@ -665,6 +686,10 @@ TEST_F(vc_gethostent_test, lines) {
     EXPECT_EQ(vc_gethostent("2001:DB8::2", &names), 0);
     EXPECT_EQ(lines_of(log, "vc_gethostent"), (lines{"E Address[bogus] in /etc/hosts is not an IP",
                                                      "D [::1] doesn't match [2001:db8::2]"}));
+    // The address ends at the first blank, also where it has not begun.
+    drive.write(hosts_file, " 192.0.2.1 a\n192.0.2.1 b\n");
+    EXPECT_EQ(vc_gethostent("192.0.2.1", &names), 1);
+    EXPECT_EQ(lines_of(log, "vc_gethostent"), lines{"E Address[] in /etc/hosts is not an IP"});
 }
 
 TEST_F(vc_gethostent_test, failures) {
