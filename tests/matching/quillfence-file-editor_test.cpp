@@ -5,6 +5,7 @@
 
 #include "call_watch.h"
 #include "drive_c.h"
+#include "failing_memory.h"
 #include "quillfence-file.h"
 #include "vc_file.h"
 #include "vc_text.h"
@@ -156,6 +157,38 @@ TEST_F(editor_test, bad_arguments) {
     const std::string x256(256, 'x');
     EXPECT_STREQ(vc_add_entry(dir, "list", "a", x256.c_str(), _stricmp), "Invalid comment to add");
     EXPECT_FALSE(drive.exists(list_path));
+}
+
+TEST_F(editor_test, lines_name_the_module) {
+    EXPECT_STREQ(vc_add_entry(nullptr, "list", "a", nullptr, _stricmp), "Invalid arguments to add");
+    EXPECT_STREQ(vc_del_entry(nullptr, "list", "a", 0, _stricmp), "Invalid arguments to del");
+    for (const log_line &line : log.take()) {
+        EXPECT_EQ(line.source, "quillfence-file") << line.function;
+    }
+}
+
+// The paths come first: of the list, of its temporary file and of the opposite list.
+TEST_F(editor_test, without_memory_for_a_path) {
+    put("a\n");
+    const auto with_failing = [](unsigned n, auto edit) {
+        const failing_allocation failing(n);
+        return edit();
+    };
+    const auto add = [] { return vc_add_entry(dir, "list", "b", nullptr, _stricmp); };
+    const auto del = [] { return vc_del_entry(dir, "list", "a", 0, _stricmp); };
+    const auto add_opposed = [] {
+        return vc_add_entry(dir, "exempt_ips", "10.0.0.1", nullptr, _stricmp);
+    };
+    for (unsigned n : {1u, 2u}) {
+        EXPECT_STREQ(with_failing(n, add), "Out of memory error") << n;
+        EXPECT_FALSE(log.errors().empty()) << n;
+        EXPECT_STREQ(with_failing(n, del), "Out of memory error") << n;
+        EXPECT_FALSE(log.errors().empty()) << n;
+    }
+    EXPECT_STREQ(with_failing(1, add_opposed), "Out of memory error");
+    EXPECT_FALSE(log.errors().empty());
+    EXPECT_EQ(get(), "a\n");
+    expect_no_tmp("");
 }
 
 TEST_F(editor_test, opposite_lists_exclude_each_other) {

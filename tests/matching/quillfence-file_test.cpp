@@ -28,18 +28,16 @@ class list_test : public drive_test {
     void put(const std::string &name, const std::string &bytes) {
         drive.write(in_dir(name), bytes);
     }
-    std::string get(const std::string &name) {
-        return drive.read(in_dir(name));
-    }
 };
 
 class list_trace_test : public traced_drive_test {
   protected:
-    // The DEBUG and ERROR lines of one function.
+    // The DEBUG and ERROR lines of one function of the module.
     lines trace_of(const std::string &function) {
         lines wanted;
         for (const log_line &line : log.take()) {
             if (line.function == function) {
+                EXPECT_EQ(line.source, "quillfence-file") << line.message;
                 wanted.push_back(line.message);
             }
         }
@@ -144,7 +142,11 @@ TEST_F(list_test, lookup_refuses_bad_arguments) {
     };
     for (const auto &c : cases) {
         EXPECT_EQ(__file_contains_line(dir, c.name, c.value, c.matcher), 0);
-        EXPECT_EQ(log.errors(), lines{"__file_contains_line: Invalid argument"});
+        const auto taken = log.take();
+        ASSERT_EQ(taken.size(), 1u);
+        EXPECT_EQ(taken[0].source, "quillfence-file");
+        EXPECT_EQ(taken[0].function, "__file_contains_line");
+        EXPECT_EQ(taken[0].message, "Invalid argument");
     }
 }
 
@@ -300,6 +302,10 @@ TEST_F(list_test, wildcards) {
         {"plus needs one", "u+@*", "@example.com", false},
         {"class in a starred line", "[ab]c*", "bcx", true},
         {"class in a starred line, missing", "[ab]c*", "dcx", false},
+        {"question mark in a starred line", "ab?c*", "acx", true},
+        {"question mark in a starred line is no letter", "ab?c*", "ab?cx", false},
+        {"group in a starred line", "(ab|cd)x*", "cdxy", true},
+        {"group in a starred line, missing", "(ab|cd)x*", "adxy", false},
         {"escape in a starred line", "a\\+*", "a+b", true},
         {"high bytes of the subject", "*a",
          "\xE9\xFF"
@@ -553,6 +559,8 @@ TEST_F(list_test, iterate_gives_every_line_without_its_end) {
     EXPECT_EQ(vc_iterate_file(dir, "list", record_line), 1);
     EXPECT_EQ(called_back, (lines{"# a", "", " b ", x1022, "c", "last"}));
     called_back.clear();
+    put("empty", "");
+    EXPECT_EQ(vc_iterate_file(dir, "empty", record_line), 1) << "read to its end at once";
     EXPECT_EQ(vc_iterate_file(dir, "missing", record_line), 0);
     EXPECT_EQ(vc_iterate_file(nullptr, "list", record_line), 0);
     EXPECT_EQ(vc_iterate_file(dir, "", record_line), 0);
