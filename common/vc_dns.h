@@ -78,11 +78,12 @@ int vc_compress_ipv6(const char *text, char *out);
 
 // Appends the names that the system's hosts file gives an address to a list of strings, and
 // returns how many; -1 with an ERROR line when nothing can be looked up ("Address[%s] is not an
-// IP", "Failed to open %s", "Error locking mutex: %d", "Cannot retrieve system directory: [%d]"),
+// IP", "Failed to open %s", "Error locking mutex: %d", "Cannot retrieve system directory: [%d]\n"),
 // or without memory, with the names appended so far left in the list. A line that holds something
 // else than an address: ERROR "Address[%s] in /etc/hosts is not an IP", and the line is skipped.
 // Lines are read in pieces of up to 1023 bytes; kept on purpose: a piece without "#" or line end
-// is skipped, so a last line without a line end does not count.
+// is skipped, so a last line without a line end does not count. ERROR "Error unlocking mutex: %d"
+// changes nothing about the result.
 int vc_gethostent(const char *address, vc_list_entry **names);
 
 } // namespace quillfence

@@ -39,7 +39,7 @@ uint8_t rule_rfc_mail_from(smtp_state *state) {
         return 1;
     }
     const char *at = strchr(from, '@');
-    if (!at) {
+    if (!at) { // cannot be: a valid address has one
         QF_DEBUG("address [%s] does not contain '@' symbol", from);
         return 1;
     }

@@ -1,6 +1,7 @@
 // The check functions of the rule table. Each takes the session and returns 1 when the rule
 // applies (spam for a blocking rule, exempt for a whitelist rule), 0 when it does not or cannot
-// be run. A null session gives an ERROR line with the EINVAL text and 0.
+// be run. A null session gives an ERROR line with the EINVAL text and 0; kept on purpose, it is a
+// DEBUG line in rule_block_ip_in_addr.
 #pragma once
 
 #include <cstdint>
