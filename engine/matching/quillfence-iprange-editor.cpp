@@ -61,31 +61,38 @@ static int overwrite_record(range_file *file, int32_t place, const unsigned char
     return 0;
 }
 
-static void cut_at(range_file *file, int32_t size) {
+static void shorten_to(range_file *file, int32_t size) {
     if (vc_seek(file->file, size, 0)) {
         vc_truncate(file->file);
     }
 }
 
-// Writes a record at the end of the file and counts it. Bytes behind the counted records stay where
-// they are.
-static int append_record(range_file *file, const unsigned char *record) {
-    const int32_t place = vc_seek(file->file, 0, 2) ? vc_tell(file->file) : -1;
-    if (place < 0 || place > INT32_MAX - int32_t{range_record_size}) {
-        return 0;
+// Writes a record at the end of the file and counts it. Null on success, else the error text.
+// A file with bytes behind its counted records, as a crash may leave them, is refused: the new
+// record would lie behind them and not be found, and they would be counted in its stead.
+static const char *append_record(const char *operation, range_file *file,
+                                 const unsigned char *record) {
+    const int32_t place = place_of_record(file->header.count);
+    const int32_t end = vc_seek(file->file, 0, 2) ? vc_tell(file->file) : -1;
+    if (place < 0 || end < 0) {
+        return range_write_failed;
+    }
+    if (end != place) {
+        QF_ERROR_AS(operation, "file %s is corrupt", file->path);
+        return range_traverse_failed;
     }
     if (!vc_write(file->file, record, range_record_size)) {
-        cut_at(file, place);
-        return 0;
+        shorten_to(file, place);
+        return range_write_failed;
     }
     ++file->header.count;
     if (!__write_range_header(file)) {
         --file->header.count;
         __write_range_header(file);
-        cut_at(file, place);
-        return 0;
+        shorten_to(file, place);
+        return range_write_failed;
     }
-    return 1;
+    return nullptr;
 }
 
 static const char *put_record(const char *operation, range_file *file, const qf_ip_range *range,
@@ -103,7 +110,7 @@ static const char *put_record(const char *operation, range_file *file, const qf_
     case range_search::failed:
         return range_traverse_failed;
     case range_search::absent:
-        return append_record(file, record) ? nullptr : range_write_failed;
+        return append_record(operation, file, record);
     case range_search::found:
         break;
     }

@@ -79,8 +79,11 @@ inline constexpr char range_no_memory[] = "Out of memory error";
 inline constexpr char range_old_backup[] = "Error removing old backup file";
 
 // Adds a range at the end of the file, or replaces the comment of the same range; 1 or 0. A file
-// that is missing, shorter than a header or has a bad one is begun anew.
+// that is missing, shorter than a header or has a bad one is begun anew. One with fewer records
+// than its header says, or with bytes behind them, is "Error traversing file": a record at its end
+// would not be found.
 //   comment  at most 255 characters; null and "" count as none
+// ERROR lines: "file %s is corrupt", ENOMEM.
 int ipr_add(const char *directory, const char *name, const char *low, const char *high,
             const char *comment, const char **error);
 

@@ -2,6 +2,7 @@
 #include <cerrno>
 #include <cstring>
 #include <functional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -9,6 +10,7 @@
 
 #include "call_watch.h"
 #include "drive_c.h"
+#include "failing_memory.h"
 #include "quillfence-iprange.h"
 #include "range_bytes.h"
 #include "vc_file.h"
@@ -131,11 +133,31 @@ TEST_F(range_editor_test, add_refuses) {
     EXPECT_EQ(get(), cut);
 }
 
-// Kept on purpose: the end of the file decides where a record goes, not the count.
-TEST_F(range_editor_test, a_record_is_appended_at_the_end_of_the_file) {
+// A record at the end of such a file would not be found, and what lies behind the counted records
+// would be counted in its stead.
+TEST_F(range_editor_test, add_refuses_a_file_with_bytes_behind_its_records) {
+    for (const std::string &before :
+         {header(2, 1) + first + third, header(2, 1) + first + third.substr(0, 100),
+          header(2, 1) + first + "x", header(2, 0) + first}) {
+        put(before);
+        EXPECT_EQ(add("10.0.1.1", "10.0.1.5"), "Error traversing file");
+        EXPECT_EQ(log.errors(), lines{"ipr_add: file c:/quillfence/ips.range is corrupt"});
+        EXPECT_EQ(get(), before);
+    }
+    // The range itself is found in front of those bytes: its comment can be replaced.
     put(header(2, 1) + first + third);
+    EXPECT_EQ(add("10.0.0.1", "10.0.0.5"), "Entry already exists");
+    EXPECT_EQ(add("10.0.0.1", "10.0.0.5", "x"), "success");
+    EXPECT_EQ(get(), header(2, 1) + record({10, 0, 0, 1}, {10, 0, 0, 5}, "x") + third);
+    // Removing a range writes a file without those bytes.
+    EXPECT_EQ(del("10.0.0.1", "10.0.0.5"), "success");
     EXPECT_EQ(add("10.0.1.1", "10.0.1.5"), "success");
-    EXPECT_EQ(get(), header(2, 2) + first + third + second);
+    EXPECT_EQ(get(), header(2, 1) + second);
+}
+
+TEST_F(range_editor_test, a_range_that_is_refused_has_begun_its_file) {
+    EXPECT_EQ(add("10.0.0.5", "10.0.0.1"), "Invalid ip range to add");
+    EXPECT_EQ(get(), header(2, 0));
 }
 
 // --- ipr_del_range_from_file ---
@@ -375,6 +397,23 @@ TEST_F(range_editor_test, a_full_disk_leaves_the_file_as_it_was) {
     EXPECT_EQ(get(), before);
     EXPECT_EQ(log.errors(),
               lines(3, "vc_write: fatal error on block write (w32) got error code 112"));
+}
+
+// The file or the new one can't be opened, or a path of the two others can't be formed.
+TEST_F(range_editor_test, a_lack_of_memory_has_its_text) {
+    const std::string before = header(2, 2) + first + second;
+    put(before);
+    std::set<std::string> texts;
+    const char *text = nullptr;
+    sweep_allocations(
+        [&] { ipr_del_range_from_file(dir, "ips.range", "10.0.0.1", "10.0.0.5", &text); },
+        [&](unsigned n) {
+            texts.insert(shown(text));
+            EXPECT_EQ(get(), before) << n;
+            EXPECT_FALSE(log.errors().empty()) << n;
+        });
+    EXPECT_EQ(texts, (std::set<std::string>{"Error opening file", "Out of memory error"}));
+    EXPECT_EQ(get(), header(2, 1) + second);
 }
 
 TEST_F(range_editor_test, a_read_only_file) {

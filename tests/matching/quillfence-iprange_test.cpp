@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "drive_c.h"
+#include "quillfence-iprange-file.h"
 #include "range_bytes.h"
 
 namespace quillfence::testing {
@@ -387,6 +388,33 @@ TEST_F(range_test, flipped_at_every_byte) {
         EXPECT_EQ(listed("10.0.0.2"), want) << at;
         EXPECT_EQ(log.errors().empty(), want) << at;
     }
+}
+
+TEST_F(range_test, a_file_is_begun_for_writing_only) {
+    EXPECT_EQ(__open_range_file(dir, "ips.range", 0, 1), nullptr);
+    EXPECT_FALSE(drive.exists(path));
+    put(header(3, 1));
+    EXPECT_EQ(__open_range_file(dir, "ips.range", 0, 1), nullptr);
+    EXPECT_EQ(log.errors(), lines{"__open_range_file: file c:/quillfence/ips.range is corrupt"});
+    EXPECT_EQ(drive.read(path), header(3, 1));
+
+    range_file_ptr file(__open_range_file(dir, "ips.range", 1, 1));
+    ASSERT_TRUE(file);
+    EXPECT_EQ(file->header.signature, 0x66D76C80A937D3EAu);
+    EXPECT_EQ(file->header.version, 2u);
+    EXPECT_EQ(file->header.count, 0u);
+    EXPECT_STREQ(file->path, path);
+    file.reset();
+    EXPECT_EQ(drive.read(path), header(2, 0));
+
+    // A valid header stays as it is, and is what the handle has.
+    put(header(0x201, 7));
+    file.reset(__open_range_file(dir, "ips.range", 1, 1));
+    ASSERT_TRUE(file);
+    EXPECT_EQ(file->header.version, 0x201u);
+    EXPECT_EQ(file->header.count, 7u);
+    file.reset();
+    EXPECT_EQ(drive.read(path), header(0x201, 7));
 }
 
 // --- ipr_file_contains_range ---
