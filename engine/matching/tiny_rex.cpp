@@ -79,7 +79,7 @@ bool is_class_letter(char letter) {
     return letter && ::strchr("aAcCdDlpPsSuwWxX", letter);
 }
 
-char control_character(char letter) {
+int32_t control_character(int32_t letter) {
     switch (letter) {
     case 'f':
         return '\f';
@@ -94,15 +94,6 @@ char control_character(char letter) {
     default:
         return letter;
     }
-}
-
-// What a backslash makes of the letter behind it, where only a character will do.
-int32_t __trex_escapechar(compiler *c) {
-    if (!*c->at) {
-        QF_ERROR("letter expected");
-        return fail(c);
-    }
-    return control_character(*c->at++);
 }
 
 int32_t __trex_charclass(compiler *c) {
@@ -122,6 +113,16 @@ int32_t printable_character(compiler *c, const char *function) {
         return fail(c);
     }
     return *c->at++;
+}
+
+// What a backslash makes of the letter behind it, where only a character will do.
+int32_t __trex_escapechar(compiler *c) {
+    if (!*c->at) {
+        QF_ERROR("letter expected");
+        return fail(c);
+    }
+    const int32_t letter = printable_character(c, __func__);
+    return c->failed ? none : control_character(letter);
 }
 
 // A character or an escape, in a class or outside.

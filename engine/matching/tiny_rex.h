@@ -22,7 +22,7 @@
 //   \b \B    a word boundary, a place that is none (letters inside a class)
 //   \f \n \r \t \v   control characters. They compile, but as nodes of their own they fail the
 //            check of a match; as bounds of a range they are fine.
-//   \other   the character itself
+//   \other   the character itself, which must be printable, too
 //   x* x+ x? x{n} x{n,} x{n,m}   repetition. One per element; a further one, or one where an
 //            element should begin, is a literal.
 //

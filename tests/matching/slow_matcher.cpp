@@ -68,7 +68,7 @@ class tokenizer {
 
     // What stands behind a backslash.
     slow_node escape(bool in_class) {
-        const char letter = next();
+        const char letter = static_cast<char>(printable(next()));
         if (std::string("aAcCdDlpPsSuwWxX").find(letter) != std::string::npos) {
             return {262, letter, -1, -1};
         }
@@ -89,7 +89,8 @@ class tokenizer {
                 item.type < 256 && rest_.size() > 1 && rest_[0] == '-' && rest_[1] != ']';
             if (range) {
                 next();
-                const int64_t high = skip("\\") ? control(next()) : printable(next());
+                const int64_t high =
+                    skip("\\") ? control(static_cast<char>(printable(next()))) : printable(next());
                 if (item.type > high) {
                     throw does_not_compile();
                 }

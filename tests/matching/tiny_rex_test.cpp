@@ -90,6 +90,10 @@ TEST_F(tiny_rex, every_mistake_in_a_pattern_has_one_line) {
         {"caf\xe9", "__trex_charnode: non-printable character 233 found"},
         {"[\x1f]", "__trex_charnode: non-printable character 31 found"},
         {"[a-\xff]", "__trex_class: non-printable character 255 found"},
+        {"\\\x80", "__trex_escapechar: non-printable character 128 found"},
+        {"a\\\x7f", "__trex_escapechar: non-printable character 127 found"},
+        {"[\\\xe9]", "__trex_escapechar: non-printable character 233 found"},
+        {"[a-\\\xff]", "__trex_escapechar: non-printable character 255 found"},
         {"a{", "__trex_element: number expected"},
         {"a{}", "__trex_element: number expected"},
         {"a{,3}", "__trex_element: number expected"},
@@ -323,6 +327,10 @@ TEST_F(tiny_rex, case_flag) {
         {"^[A-_]$", "a", 0, trex_fold_case}, // a to _: empty
         {"^[ -_]$", "A", 0, trex_fold_case}, // "a" is beyond "_"
         {"^[ -_]$", "A", 1, trex_exact_case},
+        {"^@$", "`", 0, trex_fold_case}, // letters only have two cases
+        {"^`$", "@", 0, trex_fold_case},
+        {"^\\[$", "{", 0, trex_fold_case},
+        {"^\\{$", "[", 0, trex_fold_case},
     });
 }
 
@@ -460,6 +468,18 @@ TEST_F(tiny_rex, bounded_counts) {
         {"^a{1,2}a$", "aaa", 1},     {"^a{1,2}a{1,2}$", "aaa", 1},
         {"^a{1,2}|b$", "aaa", 1}, // last in a branch: no rest, no maximum
         {"^a{1,2}b|c$", "aaab", 0},  {"^(x|y{1,2}z)$", "yyyz", 1},
+    });
+}
+
+TEST_F(tiny_rex, any_character) {
+    expect_matches({
+        {"^.$", "a", 1},
+        {"^.$", "\n", 1},
+        {"^.$", "\xe9", 1},
+        {"^.$", "", 0},
+        {"^.$", "ab", 0},
+        {"^a.*b$", "a\r\nb", 1},
+        {"^a$", "a\n", 0}, // "$" is the end, not a line's end
     });
 }
 
