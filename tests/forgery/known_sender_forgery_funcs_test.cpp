@@ -1,11 +1,15 @@
 #include "known_sender_forgery_funcs.h"
 
+#include <fstream>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "call_watch.h"
 #include "drive_c.h"
+#include "platform/error_numbers.h"
 #include "vc_text.h"
 
 namespace quillfence::testing {
@@ -118,6 +122,9 @@ TEST_F(ksf, items_that_are_dropped_say_why) {
         {"host bits under prefix 0",
          "1.0.0.0/0",
          {"cidr is not valid given the prefix. addr: 16777216 prefix: 0"}},
+        {"host bits under a prefix below 0, which is masked",
+         "0.0.0.1/-1",
+         {"cidr is not valid given the prefix. addr: 1 prefix: -1"}},
         {"neither", "mail", {"failed to convert ip mail to host byte order"}},
         {"empty", "", {"failed to convert ip  to host byte order"}},
         {"leading zero", "192.0.2.01", {"failed to convert ip 192.0.2.01 to host byte order"}},
@@ -150,6 +157,9 @@ TEST_F(ksf, networks_keep_what_was_written) {
                    "192.0.2.4/30x,255.255.255.255"),
               lines{"example.org=00000000/32,00000000/0,80000000/1,0a000000/8,0a000000/-1,"
                     "c0000204/30,ffffffff/32"});
+    // All bits belong to a /32.
+    EXPECT_EQ(load(" example.org\t:\t192.0.2.1/32 , 192.0.2.2/31 \r"),
+              lines{"example.org=c0000201/32,c0000202/31"});
 }
 
 TEST_F(ksf, a_carriage_return_is_white_space) {
@@ -174,6 +184,19 @@ TEST_F(ksf, files_that_cannot_be_loaded) {
     EXPECT_FALSE(drive.exists(list)) << "a lookup never creates a file";
     EXPECT_EQ(ksf_get_domain_ip_sets_from_file(list), nullptr);
     EXPECT_EQ(trace().back(), "Unable to load list: c:/quillfence/control/valid_domain_ips");
+    drive.write(list, "example.org:192.0.2.1");
+    {
+        call_watch calls;
+        calls.fail("file_read", 1, platform::error_io_device);
+        EXPECT_EQ(ksf_load_list(list), nullptr);
+        EXPECT_EQ(calls.failed(), 1);
+    }
+    const lines errors = log.errors();
+    ASSERT_GE(errors.size(), 2u);
+    EXPECT_EQ(errors[errors.size() - 2], "ksf_load_list: Failed to read domain/ip list file: "
+                                         "c:/quillfence/control/valid_domain_ips");
+    EXPECT_EQ(errors.back(), "ksf_load_list: Unable to load KSF list: "
+                             "c:/quillfence/control/valid_domain_ips");
     EXPECT_EQ(ksf_load_list(nullptr), nullptr);
     EXPECT_EQ(ksf_load_list(""), nullptr);
     EXPECT_EQ(log.errors(), lines(2, "ksf_load_list: Invalid argument"));
@@ -215,6 +238,37 @@ TEST_F(ksf, the_networks_decide) {
     }
 }
 
+// The file of the format page, and the table of clients below it.
+TEST_F(ksf, the_sample_of_the_format_page) {
+    std::ifstream page(QF_FORMAT_PAGE);
+    ASSERT_TRUE(page.is_open());
+    std::string line;
+    while (std::getline(page, line) && line != "## A sample") {
+    }
+    std::string sample;
+    std::vector<std::vector<std::string>> rows;
+    while (std::getline(page, line)) {
+        if (line.starts_with("    ")) {
+            sample += line.substr(4) + "\n";
+        } else if (line.starts_with("| ") && line.find("may") != std::string::npos) {
+            std::vector<std::string> cells;
+            std::istringstream text(line.substr(2));
+            for (std::string cell; std::getline(text, cell, '|');) {
+                cells.push_back(cell.substr(0, cell.find_last_not_of(' ') + 1));
+                text.ignore(1);
+            }
+            rows.push_back(cells);
+        }
+    }
+    drive.write(list, sample);
+    ASSERT_EQ(rows.size(), 11u);
+    for (const auto &row : rows) {
+        ASSERT_EQ(row.size(), 3u);
+        EXPECT_EQ(check(row[0].c_str(), row[1].c_str()), row[2] == "may send")
+            << row[0] << " " << row[1];
+    }
+}
+
 TEST_F(ksf, every_doubt_lets_the_mail_pass) {
     drive.write(list, "example.org:192.0.2.1");
     EXPECT_EQ(ksf_check_domain_to_ip_restriction("", "example.org", list), 1);
@@ -232,6 +286,9 @@ TEST_F(ksf, every_doubt_lets_the_mail_pass) {
     EXPECT_EQ(ksf_check_domain_to_ip_restriction("2001:db8::1", "example.org", list), 1);
     EXPECT_EQ(log.errors(), lines{"ksf_check_domain_to_ip_restriction: failed to convert ip "
                                   "[2001:db8::1] to host order bytes"});
+    // It is looked at for a declared domain only.
+    EXPECT_EQ(ksf_check_domain_to_ip_restriction("2001:db8::1", "example.net", list), 1);
+    EXPECT_EQ(log.errors(), lines{});
 
     drive.write(list, "");
     EXPECT_EQ(ksf_check_domain_to_ip_restriction("203.0.113.1", "example.org", list), 1);
@@ -258,7 +315,7 @@ TEST_F(ksf, the_sender_domain_is_the_text_behind_the_last_at_sign) {
     EXPECT_EQ(trace(), lines(2, "email address is not valid"));
 }
 
-// 64 domains on a file of 20,000 lines: every record is found, none is mixed up.
+// Records from all over a file of 20,000 lines are found, and none is mixed up with another.
 TEST_F(ksf, many_lines) {
     std::string bytes;
     for (int i = 0; i < 20000; ++i) {
