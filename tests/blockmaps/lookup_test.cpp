@@ -395,13 +395,24 @@ TEST_F(maps_test, a_slash_is_always_put_between) {
                              "c:/quillfence/bms//one"});
 }
 
+TEST_F(maps_test, an_address_may_be_in_any_form_that_the_platform_takes) {
+    drive.write("c:/quillfence/bms/one", small_map());
+    use({"one"});
+    for (const char *const same : {"10.1.0.0", "10.1.0", "10.65536", "0x0a.1.0.0", "012.1.0.0"}) {
+        EXPECT_EQ(lookupMaps(dir, maps, same, nullptr), 1) << same;
+        log.take();
+    }
+    EXPECT_EQ(lookupMaps(dir, maps, "10.1.1", nullptr), 0);
+}
+
 TEST_F(maps_test, arguments) {
     use({"one"});
     EXPECT_EQ(lookupMaps(nullptr, maps, "10.1.0.0", &hits), 0);
     EXPECT_EQ(lookupMaps(dir, maps, nullptr, &hits), 0);
     EXPECT_EQ(trace(), lines(2, "E lookupMaps: Invalid argument"));
     EXPECT_EQ(lookupMaps(dir, nullptr, "10.1.0.0", &hits), 0);
-    EXPECT_EQ(trace(), lines{"D lookupMaps: no lists to check against. returning"});
+    EXPECT_EQ(lookupMaps(dir, nullptr, "no address", &hits), 0) << "which nobody looks at then";
+    EXPECT_EQ(trace(), lines(2, "D lookupMaps: no lists to check against. returning"));
     for (const char *const bad :
          {"0.0.0.0", "255.255.255.255", "", "example.com", "2001:db8::1", "10.1.0.256"}) {
         EXPECT_EQ(lookupMaps(dir, maps, bad, &hits), 0) << bad;

@@ -1,5 +1,6 @@
 #include "quillfence-log.h"
 
+#include <algorithm>
 #include <cstring>
 #include <fstream>
 #include <sstream>
@@ -9,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "drive_c.h"
+#include "failing_memory.h"
 #include "platform/clock.h"
 #include "platform/observer.h"
 #include "platform/process.h"
@@ -170,11 +172,12 @@ TEST_F(journal, the_reverse_name) {
                      nullptr};
     session.ptr_results = names;
     EXPECT_NE(logged(nullptr, 0).find("ip=[192.0.2.1:first.example]"), std::string::npos);
+    session.rdns_resolves = resolves_tempfail; // an answer goes before a time-out
+    EXPECT_NE(logged(nullptr, 0).find("ip=[192.0.2.1:first.example]"), std::string::npos);
     session.rdns = names[1];
     EXPECT_NE(logged(nullptr, 0).find("ip=[192.0.2.1:second.example]"), std::string::npos);
     session.rdns = nullptr;
     names[0] = nullptr;
-    session.rdns_resolves = resolves_tempfail;
     EXPECT_NE(logged(nullptr, 0).find("ip=[192.0.2.1:(timeout)]"), std::string::npos);
     session.ptr_results = nullptr;
     EXPECT_NE(logged(nullptr, 0).find("ip=[192.0.2.1:(timeout)]"), std::string::npos);
@@ -203,6 +206,11 @@ TEST_F(journal, the_program_name_can_be_set) {
     ql_set_program_name("quillfence");
 }
 
+TEST_F(journal, dates_and_times_have_two_digits_a_field) {
+    moment = 1704164645; // 2024-01-02 03:04:05 UTC
+    EXPECT_TRUE(logged(nullptr, 0).starts_with("2024-01-02 03:04:05 quillfence["));
+}
+
 TEST_F(journal, local_time_of_a_zone_with_a_half_hour) {
     set_zone("IST-5:30");
     EXPECT_TRUE(logged(nullptr, 0).starts_with("2023-11-15 03:43:20 quillfence["));
@@ -223,6 +231,33 @@ TEST_F(journal, user_directories_get_the_same_line_and_count) {
     EXPECT_EQ(drive.read("c:/quillfence/users/a/.counterv2.dat.11"), counted);
     EXPECT_EQ(drive.read("c:/quillfence/users/b/.counterv2.dat.11"), counted);
     EXPECT_EQ(drive.read("c:/quillfence/users/a/.counterv2.dat.hourly"), drive.read(hourly_file));
+    vc_destroy_list(&session.user_dirs, free);
+}
+
+class journal_trace : public traced_drive_test {};
+
+TEST_F(journal_trace, fresh_files_and_user_directories_are_traced) {
+    drive.make_folder("c:/quillfence/log");
+    drive.make_folder("c:/quillfence/users/a");
+    smtp_state session{};
+    vc_append_list_entry(&session.user_dirs, "c:/quillfence/users/a", 22, 1);
+    const auto trace_of_a_message = [&] {
+        log.take();
+        log_message(&session, nullptr, 0);
+        lines own;
+        for (const log_line &line : log.take()) {
+            if (line.source == "quillfence-log") {
+                own.push_back(line.function + ": " + line.message);
+            }
+        }
+        return own;
+    };
+    const lines fresh = {"ql_initialise_stat_file: Initialised stat file",
+                         "ql_initialise_stat_file_hourly: Initialised hourly stat file"};
+    const std::string user =
+        "log_message: attempting to log to user directory: c:/quillfence/users/a/qflog";
+    EXPECT_EQ(trace_of_a_message(), (lines{fresh[0], fresh[1], user, fresh[0], fresh[1]}));
+    EXPECT_EQ(trace_of_a_message(), lines{user}) << "the files are there now";
     vc_destroy_list(&session.user_dirs, free);
 }
 
@@ -561,6 +596,28 @@ TEST_F(journal, failures_of_the_hourly_counter) {
                      "all hours"}));
 }
 
+TEST_F(journal, a_path_that_can_not_be_built_is_told) {
+    const struct {
+        void (*count)(const char *directory, uint8_t log_type, uint8_t mua);
+        const char *want;
+    } cases[] = {
+        {quillfence_increment_counter,
+         "quillfence_increment_counter: Failed to build path to stats counter data file"},
+        {quillfence_increment_counter_hourly,
+         "quillfence_increment_counter_hourly: Failed to build path to hourly counter file"},
+    };
+    for (const auto &c : cases) {
+        lines told;
+        sweep_allocations([&] { c.count(directory, 0, 0); },
+                          [&](unsigned) {
+                              for (const std::string &line : log.errors()) {
+                                  told.push_back(line);
+                              }
+                          });
+        EXPECT_EQ(std::count(told.begin(), told.end(), c.want), 1) << c.want;
+    }
+}
+
 TEST_F(journal, a_counter_failure_never_loses_the_line) {
     platform::set_call_observer(fail_a_write);
     for (int nth = 2; nth < 6; ++nth) {
@@ -596,7 +653,11 @@ TEST_F(journal, days_and_hours_outside_of_the_file_are_refused) {
     EXPECT_EQ(ql_read_counter_day(file, 0, nullptr), 0);
     EXPECT_EQ(ql_write_counter_hour(file, 0, nullptr, 0), 0);
     EXPECT_EQ(ql_read_last_update(file, nullptr), 0);
-    EXPECT_EQ(log.errors().size(), 22u);
+    const lines errors = log.errors();
+    EXPECT_EQ(errors.size(), 22u);
+    for (const std::string &error : errors) {
+        EXPECT_TRUE(error.starts_with("ql_") && error.ends_with(": Invalid argument")) << error;
+    }
     EXPECT_EQ(ql_seek_to_counter_day(file, 30), 1);
     EXPECT_EQ(vc_tell(file), 5 + 30 * 32);
     EXPECT_EQ(ql_seek_to_counter_hour(file, 23), 1);

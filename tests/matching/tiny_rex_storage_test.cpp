@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "call_watch.h"
 #include "drive_c.h"
 #include "failing_memory.h"
 #include "platform/file.h"
@@ -107,6 +108,14 @@ TEST_F(tiny_rex_storage, a_file_without_the_magic_is_refused_as_a_whole) {
     EXPECT_EQ(log.errors(), lines(3, not_valid));
     EXPECT_EQ(answers(std::string("\x00\x00\xEB\xB9", 4) + block), "---");
     EXPECT_EQ(log.errors(), lines(3, not_valid));
+}
+
+TEST_F(tiny_rex_storage, a_file_that_can_not_be_opened_is_refused_too) {
+    drive.write(path, header + letter_block('a'));
+    testing::call_watch calls;
+    calls.fail("stream_open", 1, 5); // access denied
+    EXPECT_EQ(compiled_regex_match(path, "a"), 0);
+    EXPECT_EQ(log.errors(), (lines{"trs_valid_file: Invalid argument", not_valid}));
 }
 
 TEST_F(tiny_rex_storage, what_is_written_is_read_back) {

@@ -93,6 +93,14 @@ TEST_F(vc_geoip, a_malformed_address_is_catch_all) {
                                    "__vc_get_country_code: Failed to lookup ip string in MMDB"}));
 }
 
+TEST_F(vc_geoip, a_damaged_search_tree_is_catch_all) {
+    std::string damaged = country_database();
+    damaged.replace(0, 6, 6, '\xFF'); // both ways from the first node lead out of the file
+    drive.write(database, damaged);
+    EXPECT_EQ(code_of(database, "2001:db8:1::25"), "**");
+    EXPECT_EQ(log.errors(), lines{"__vc_get_country_code: Failed to lookup ip string in MMDB"});
+}
+
 TEST_F(vc_geoip, bad_arguments_give_null) {
     EXPECT_EQ(vc_get_country_code(nullptr, "192.0.2.1"), nullptr);
     EXPECT_EQ(vc_get_country_code("", "192.0.2.1"), nullptr);
