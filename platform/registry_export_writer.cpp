@@ -184,7 +184,8 @@ static void write_value(export_writer *writer, const exported_value &value) {
 
 // --- the addition ---
 
-// Begins behind what is there, so that a section can follow on a line of its own.
+// Begins behind what is there, so that a section can follow on a line of its own. Half a unit at
+// the end is refused: whatever completed it would become a part of the last line.
 static bool begin_addition(export_writer *writer, const void *bytes, size_t size) {
     if (!size) {
         *writer = {{}, true, true};
@@ -194,15 +195,10 @@ static bool begin_addition(export_writer *writer, const void *bytes, size_t size
         return true;
     }
     export_text text;
-    if (!begin_export_text(bytes, size, &text)) {
+    if (!begin_export_text(bytes, size, &text) || (text.wide && size % 2)) {
         return false;
     }
     *writer = {{}, text.wide, text.version_5};
-    if (text.wide && size % 2) {
-        append_byte(&writer->out, 0); // the other half of a unit that was cut off
-        write_text(writer, "\r\n");
-        return true;
-    }
     const unsigned last = unit_at(text, text.count - 1);
     if (last != '\n') {
         write_text(writer, last == '\r' ? "\n" : "\r\n");

@@ -2,6 +2,7 @@
 //
 //     the file
 #include "fuzz_support.h"
+#include "platform/error_numbers.h"
 #include "platform/registry_export.h"
 
 namespace quillfence::testing {
@@ -36,11 +37,19 @@ exported_key read(const std::string &file, const char *path) {
     return key;
 }
 
+// A file that ends in half a unit takes no change.
+bool takes_changes(const std::string &file) {
+    return !file.starts_with("\xFF\xFE") || file.size() % 2 == 0;
+}
+
+// The file with a change; the file itself where it takes none.
 std::string changed(const std::string &file, export_change change, const exported_value *value) {
     unsigned char *addition = nullptr;
     size_t size = 0;
-    QF_PROMISE(registry_export_addition(file.data(), file.size(), mail_key, change, value,
-                                        &addition, &size) == 0);
+    const uint32_t error = registry_export_addition(file.data(), file.size(), mail_key, change,
+                                                    value, &addition, &size);
+    QF_PROMISE(error == (takes_changes(file) ? 0U : uint32_t{error_not_registry_file}));
+    QF_PROMISE(!error || !addition);
     const std::string whole = file + std::string(reinterpret_cast<char *>(addition), size);
     free(addition);
     return whole;
@@ -83,11 +92,12 @@ void fuzz_one(fuzz_input &input) {
         key = read(file, path);
         registry_export_release(&key);
     }
-    if (file.starts_with("\xFF\xFE") && file.size() % 2) {
-        return; // half a unit at the end: what is added completes it, and its line may change
+    if (takes_changes(file)) {
+        set_value(file);
+        delete_key(file);
+    } else {
+        QF_PROMISE(changed(file, export_change::set_value, &new_value) == file);
     }
-    set_value(file);
-    delete_key(file);
 }
 
 } // namespace quillfence::testing

@@ -49,7 +49,9 @@ enum class export_change : uint8_t { create_key, set_value, delete_key };
 // UTF-16.
 //   value     for set_value alone
 //   addition  receives a new block that the caller frees
-// Returns 0, 8 without memory, 87 for a key path with a control character in it, 1017.
+// Returns 0, 8 without memory, 87 for a key path with a control character in it, 1017 when the
+// bytes are no export, or one in UTF-16 that ends in half a unit: it was cut off, and no change
+// could be appended without a change of its last line.
 uint32_t registry_export_addition(const void *bytes, size_t size, const char *path,
                                   export_change change, const exported_value *value,
                                   unsigned char **addition, size_t *addition_size);
