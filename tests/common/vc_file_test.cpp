@@ -11,6 +11,7 @@
 
 #include "call_watch.h"
 #include "drive_c.h"
+#include "error_text.h"
 #include "platform/process.h"
 #include "vc_w32.h"
 
@@ -19,13 +20,9 @@ namespace {
 
 using testing::call_watch;
 using testing::lines;
+using testing::text_of;
 
 constexpr char path[] = "c:/quillfence/file";
-
-// The library's texts for error numbers differ between systems.
-std::string text_of(int number) {
-    return std::strerror(number);
-}
 
 struct freed {
     void operator()(char *text) const {

@@ -2,14 +2,20 @@
 #include "vc_hashmap.h"
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
+#include <memory>
+#include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "call_watch.h"
 #include "drive_c.h"
+#include "error_text.h"
+#include "owned_map.h"
 #include "platform/file.h"
 
 namespace quillfence {
@@ -17,50 +23,12 @@ namespace {
 
 using testing::call_watch;
 using testing::lines;
+using testing::order_of;
+using testing::owned_map;
+using testing::text_of;
 using namespace std::string_literals;
 
 constexpr char path[] = "c:/quillfence/map";
-
-// The library's texts for error numbers differ between systems.
-std::string text_of(int number) {
-    return std::strerror(number);
-}
-
-// A map that goes away with the test.
-class owned_map {
-  public:
-    explicit owned_map(vc_hashmap *map) : map_(map) {
-        EXPECT_NE(map, nullptr);
-    }
-    ~owned_map() {
-        if (map_) {
-            map_->flags = 0; // a file may have called it static
-            EXPECT_EQ(vc_map_destroy(map_), 1);
-        }
-    }
-    owned_map(const owned_map &) = delete;
-    owned_map &operator=(const owned_map &) = delete;
-    operator vc_hashmap *() const {
-        return map_;
-    }
-    vc_hashmap *operator->() const {
-        return map_;
-    }
-
-  private:
-    vc_hashmap *map_;
-};
-
-std::string order_of(const vc_hashmap *map) {
-    std::string order;
-    vc_map_iterator *iterator = vc_map_iterator_start_ex(map, 0);
-    const char *key;
-    while (vc_map_iterator_next(iterator, &key, nullptr)) {
-        order += (order.empty() ? "" : " ") + std::string(key);
-    }
-    vc_map_iterator_free(iterator);
-    return order;
-}
 
 std::string text_in(const vc_hashmap *map, const char *key) {
     void *value = nullptr;
@@ -186,6 +154,123 @@ TEST_F(vc_hashmap_file, a_large_map_keeps_its_order) {
     const owned_map loaded(vc_map_load(path));
     EXPECT_EQ(order_of(loaded), order_of(map));
     EXPECT_EQ(loaded->num_buckets, map->num_buckets);
+}
+
+// What a map holds, in the plainest form.
+enum class kept { number, copy, borrowed, handed_over, null };
+struct model_entry {
+    kept as;
+    std::string key, bytes;
+};
+
+// Makes random entries and stores them; removes some, so that chain and slots differ.
+class random_map {
+  public:
+    random_map(uint32_t seed, const std::string &key_prefix) : random_(seed), prefix_(key_prefix) {
+        const size_t count = below(60);
+        while (entries_.size() < count) {
+            add();
+        }
+        for (size_t i = below(20); i > 0 && !entries_.empty(); --i) {
+            const auto gone =
+                entries_.begin() + static_cast<std::ptrdiff_t>(below(entries_.size()));
+            EXPECT_EQ(vc_map_remove(map_, gone->key.c_str()), 1);
+            entries_.erase(gone);
+        }
+    }
+    const owned_map &map() const {
+        return map_;
+    }
+    const std::vector<model_entry> &entries() const {
+        return entries_;
+    }
+
+  private:
+    size_t below(size_t limit) {
+        return random_() % limit;
+    }
+    std::string bytes(size_t size) {
+        std::string made(size, ' ');
+        for (char &c : made) {
+            c = static_cast<char>(below(256));
+        }
+        return made;
+    }
+    void add() {
+        model_entry entry = {static_cast<kept>(below(5)), prefix_ + std::to_string(added_++), ""};
+        const char *key = entry.key.c_str();
+        int stored = 0;
+        switch (entry.as) {
+        case kept::number: {
+            const auto number = static_cast<uint32_t>(random_());
+            const bool wide = below(2) != 0;
+            entry.bytes = numbers({number}) + (wide ? numbers({number}) : "");
+            stored = wide ? vc_map_store_uint64(map_, key, uint64_t{number} << 32 | number)
+                          : vc_map_store_uint32(map_, key, number);
+            break;
+        }
+        case kept::copy:
+            entry.bytes = bytes(below(40));
+            stored = vc_map_store_ex(map_, key, entry.bytes.data(), entry.bytes.size(), 1, nullptr);
+            break;
+        case kept::borrowed:
+            entry.bytes = bytes(1 + below(40));
+            lent_.push_back(std::make_unique<std::string>(entry.bytes));
+            stored =
+                vc_map_store_ex(map_, key, lent_.back()->data(), entry.bytes.size(), 0, nullptr);
+            break;
+        case kept::handed_over: {
+            entry.bytes = bytes(1 + below(40));
+            void *block = std::malloc(entry.bytes.size());
+            std::memcpy(block, entry.bytes.data(), entry.bytes.size());
+            stored = vc_map_store_ex(map_, key, block, entry.bytes.size(), 0, std::free);
+            break;
+        }
+        case kept::null:
+            stored = vc_map_store_ex(map_, key, nullptr, below(20), 0, nullptr);
+            break;
+        }
+        EXPECT_EQ(stored, 1);
+        entries_.push_back(std::move(entry));
+    }
+
+    std::mt19937 random_;
+    std::string prefix_;
+    unsigned added_ = 0;
+    std::vector<std::unique_ptr<std::string>> lent_;
+    owned_map map_{1 + static_cast<uint32_t>(random_() % 9), static_cast<uint32_t>(random_() % 4)};
+    std::vector<model_entry> entries_;
+};
+
+TEST_F(vc_hashmap_file, random_maps_come_back_entry_by_entry) {
+    for (uint32_t seed = 1; seed <= 200; ++seed) {
+        SCOPED_TRACE(seed);
+        const random_map made(seed, seed % 2 ? "k" : "a longer key ");
+        drive.remove(path);
+        ASSERT_EQ(vc_map_save(made.map(), path, 0), 1);
+        const owned_map loaded(vc_map_load(path));
+        ASSERT_EQ(vc_map_count(loaded), made.entries().size());
+        const hash_pair_t *pair = loaded->first;
+        for (const model_entry &entry : made.entries()) {
+            ASSERT_STREQ(pair->key, entry.key.c_str());
+            ASSERT_EQ(pair->size, entry.bytes.size()) << entry.key;
+            void *value = nullptr;
+            ASSERT_EQ(vc_map_fetch(loaded, pair->key, &value), 1);
+            const bool is_inline = entry.as == kept::number;
+            std::string held(entry.bytes.size(), '\0');
+            if (!held.empty()) {
+                std::memcpy(held.data(), is_inline ? &value : value, held.size());
+            }
+            ASSERT_EQ(held, entry.bytes) << entry.key;
+            const bool in_a_block = !is_inline && entry.as != kept::null;
+            EXPECT_EQ(pair->freefn != nullptr, in_a_block) << entry.key;
+            pair = pair->next;
+        }
+        EXPECT_EQ(pair, nullptr);
+        drive.remove("c:/quillfence/again");
+        ASSERT_EQ(vc_map_save(loaded, "c:/quillfence/again", 0), 1);
+        EXPECT_EQ(drive.read("c:/quillfence/again"), drive.read(path));
+    }
 }
 
 TEST_F(vc_hashmap_file, empty_maps_come_back_empty) {

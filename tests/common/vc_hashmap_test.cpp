@@ -12,55 +12,18 @@
 
 #include <gtest/gtest.h>
 
-#include "log_capture.h"
+#include "drive_c.h"
+#include "error_text.h"
+#include "failing_memory.h"
+#include "owned_map.h"
 
 namespace quillfence {
 namespace {
 
 using testing::lines;
-
-// The library's texts for error numbers differ between systems.
-std::string text_of(int number) {
-    return std::strerror(number);
-}
-
-// A map that goes away with the test.
-class owned_map {
-  public:
-    explicit owned_map(uint32_t buckets = 0, uint32_t slots = 0)
-        : owned_map(vc_map_create(buckets, slots)) {}
-    explicit owned_map(vc_hashmap *map) : map_(map) {
-        EXPECT_NE(map, nullptr);
-    }
-    ~owned_map() {
-        if (map_) {
-            EXPECT_EQ(vc_map_destroy(map_), 1);
-        }
-    }
-    owned_map(const owned_map &) = delete;
-    owned_map &operator=(const owned_map &) = delete;
-    operator vc_hashmap *() const {
-        return map_;
-    }
-    vc_hashmap *operator->() const {
-        return map_;
-    }
-
-  private:
-    vc_hashmap *map_;
-};
-
-// The keys in the order of iteration, as "a b c".
-std::string order_of(const vc_hashmap *map) {
-    std::string order;
-    vc_map_iterator *iterator = vc_map_iterator_start_ex(map, 0);
-    const char *key;
-    while (vc_map_iterator_next(iterator, &key, nullptr)) {
-        order += (order.empty() ? "" : " ") + std::string(key);
-    }
-    vc_map_iterator_free(iterator);
-    return order;
-}
+using testing::order_of;
+using testing::owned_map;
+using testing::text_of;
 
 void store_all(vc_hashmap *map, const std::vector<const char *> &keys) {
     int32_t number = 0;
@@ -1157,6 +1120,80 @@ TEST_F(vc_hashmap_test, a_copy_of_a_static_map_is_an_ordinary_map_that_shares_it
     EXPECT_EQ(vc_map_remove(copy, "a"), 1);
 }
 
+// ---- Without memory ----
+
+// Runs an operation with its n-th allocation failing.
+template <class Operation>
+auto without_allocation(unsigned n, Operation operation) {
+    const testing::failing_allocation failing(n);
+    return operation();
+}
+
+TEST_F(vc_hashmap_test, storing_without_memory) {
+    char text[] = "text";
+    const std::string no_entry =
+        "Cannot create new key-value pair when attemping to store data in map";
+    for (unsigned n = 1; n <= 5; ++n) {
+        SCOPED_TRACE(n);
+        const owned_map map; // entry, key, copy of the value; the first slots; all good
+        const int stored = without_allocation(
+            n, [&] { return vc_map_store_ex(map, "a", text, sizeof text, 1, nullptr); });
+        EXPECT_EQ(stored, n > 4);
+        EXPECT_EQ(vc_map_count(map), n > 4);
+        const lines no_room = {"vc_map_store_ex: Failed to initialize new map"};
+        EXPECT_EQ(log.errors(), n > 4    ? lines{}
+                                : n == 4 ? no_room
+                                         : lines{"vc_map_store_ex: " + no_entry});
+    }
+    const owned_map map(1, 1);
+    EXPECT_EQ(without_allocation(1, [&] { return vc_map_store_bool(map, "a", true); }), 0);
+    EXPECT_EQ(log.errors(), lines{"vc_map_store_bool: " + no_entry});
+}
+
+TEST_F(vc_hashmap_test, growing_without_memory) {
+    const owned_map map(1, 1);
+    store_all(map, {"a"});
+    for (unsigned n = 3; n <= 4; ++n) { // behind the entry and its key: the table and its slots
+        EXPECT_EQ(without_allocation(n, [&] { return vc_map_store_int32(map, "d", 2); }), 0);
+        EXPECT_EQ(log.errors(), (lines{n == 3 ? "vc_map_create: " + text_of(ENOMEM)
+                                              : "vc_map_create: Failed to initialize buckets of "
+                                                "new map",
+                                       "vc_map_store_int32: Failed to rehash map.?"}));
+    }
+    EXPECT_EQ(order_of(map), "a");
+    EXPECT_EQ(map->num_buckets, 1u);
+}
+
+TEST_F(vc_hashmap_test, walking_and_copying_without_memory) {
+    const owned_map map(1, 2);
+    store_all(map, {"a", "d"});
+    const std::string no_iterator = "vc_map_iterator_start_ex: " + text_of(ENOMEM);
+    const char *key = nullptr;
+    EXPECT_EQ(without_allocation(1, [&] { return vc_map_index(map, 0, &key, nullptr); }), 0);
+    EXPECT_EQ(key, nullptr);
+    EXPECT_EQ(log.errors(), (lines{no_iterator, "vc_map_index: Failed to create map iterator"}));
+    const struct {
+        unsigned allocation;
+        lines want;
+    } cases[] = {
+        {1,
+         {"vc_map_create: " + text_of(ENOMEM),
+          "vc_map_copy_ex: Failed to create empty map for copying"}},
+        {2,
+         {"vc_map_create: Failed to initialize buckets of new map",
+          "vc_map_copy_ex: Failed to create empty map for copying"}},
+        {3, {no_iterator, "vc_map_copy_ex: Failed to create map iterator"}},
+        {6, // behind the first entry and its key
+         {"vc_map_store_ex: Cannot create new key-value pair when attemping to store data in map",
+          "vc_map_copy_ex: Failed to copy map element [key = d]"}},
+    };
+    for (const auto &test : cases) {
+        EXPECT_EQ(without_allocation(test.allocation, [&] { return vc_map_copy_ex(map, 0, 0); }),
+                  nullptr);
+        EXPECT_EQ(log.errors(), test.want) << "allocation " << test.allocation;
+    }
+}
+
 // ---- Against a plain model ----
 
 struct model_entry {
@@ -1249,18 +1286,20 @@ class model_run {
         return "key " + std::to_string(random_.below(150));
     }
     void compare() {
-        if (map_->map_size) {
-            expect_same(map_, want_);
-        }
+        expect_same(map_, want_);
+        const std::string key = some_key();
+        ASSERT_EQ(vc_map_fetch(map_, key.c_str(), nullptr), want_.has(key) ? 1 : 0);
     }
     void step() {
         static const struct {
-            unsigned below;
+            unsigned below; // of a thousand
             void (model_run::*act)(const std::string &key);
-        } actions[] = {{40, &model_run::store},  {55, &model_run::update}, {79, &model_run::remove},
-                       {94, &model_run::rename}, {96, &model_run::sort},   {97, &model_run::grow},
-                       {98, &model_run::copy},   {100, &model_run::shrink}};
-        const uint32_t thrown = random_.below(100);
+        } actions[] = {
+            {400, &model_run::store},         {520, &model_run::update}, {740, &model_run::remove},
+            {870, &model_run::rename},        {940, &model_run::find},   {955, &model_run::sort},
+            {965, &model_run::grow},          {975, &model_run::copy},   {985, &model_run::shrink},
+            {998, &model_run::save_and_load}, {1000, &model_run::clear}};
+        const uint32_t thrown = random_.below(1000);
         const auto *action = actions;
         while (thrown >= action->below) {
             ++action;
@@ -1303,6 +1342,19 @@ class model_run {
             want_.find(key)->key = fresh;
         }
     }
+    void find(const std::string &) {
+        const int64_t value = some_value();
+        const bool held =
+            std::any_of(want_.entries.begin(), want_.entries.end(),
+                        [&](const model_entry &entry) { return entry.value == value; });
+        const char *key = nullptr;
+        ASSERT_EQ(vc_map_find(map_, &value, nullptr, &key), held ? 1 : 0);
+        if (held) {
+            const auto found = want_.find(key);
+            ASSERT_NE(found, want_.entries.end()) << key;
+            ASSERT_EQ(found->value, value) << key;
+        }
+    }
     void sort(const std::string &) {
         ASSERT_EQ(vc_map_sort(map_, by_value, 0), 1);
         std::stable_sort(
@@ -1321,6 +1373,20 @@ class model_run {
     void shrink(const std::string &) {
         replace(vc_map_shrink(map_));
     }
+    // Over the file of an earlier save, which may have been longer.
+    void save_and_load(const std::string &) {
+        static constexpr char path[] = "c:/quillfence/model.map";
+        ASSERT_EQ(vc_map_save(map_, path, 1), 1);
+        vc_hashmap *loaded = vc_map_load(path);
+        ASSERT_NE(loaded, nullptr);
+        EXPECT_EQ(loaded->num_buckets, map_->num_buckets);
+        EXPECT_EQ(loaded->bucket_size, map_->bucket_size);
+        replace(loaded);
+    }
+    void clear(const std::string &) {
+        ASSERT_EQ(vc_map_clear(map_), 1);
+        want_.entries.clear();
+    }
     void replace(vc_hashmap *copy) {
         ASSERT_NE(copy, nullptr);
         ASSERT_EQ(vc_map_destroy(map_), 1);
@@ -1332,7 +1398,9 @@ class model_run {
     model want_;
 };
 
-TEST_F(vc_hashmap_test, random_operations_do_as_the_model_does) {
+class vc_hashmap_model : public testing::drive_test {};
+
+TEST_F(vc_hashmap_model, random_operations_do_as_the_model_does) {
     const struct {
         uint32_t buckets;
         uint32_t slots;
