@@ -212,7 +212,8 @@ vc_json *vc_json_parse_partial(const char *text, vc_json *parent, const char **e
 // Writes node and what is below it to stream, compact or on indented lines. The name of the node
 // itself is not written. 1, or 0 when a part could not be written.
 // ERROR lines: EINVAL for null; "Error encountered null data in non-array/object" (nothing is
-// written for that node), "Failed to create map iterator", the system's text for a failed stream.
+// written for that node), "Failed to create map iterator" (nothing more is written), the system's
+// text for a failed stream.
 int vc_json_dump(FILE *stream, const vc_json *node);
 int vc_json_dump_pretty(FILE *stream, const vc_json *node);
 // The worker: has_next is true when a sibling follows, depth 0 the root.

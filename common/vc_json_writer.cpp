@@ -8,74 +8,102 @@ namespace quillfence {
 namespace {
 
 constexpr char module_name[] = "vc_json";
+constexpr char writer[] = "__vc_json_dump";
 
-void indent(FILE *stream, int depth) {
-    for (int level = 0; level < depth; ++level) {
-        fputs("    ", stream);
+struct output {
+    FILE *stream;
+    int pretty;
+    bool complete; // nothing was left out
+    bool stopped;  // nothing more is written
+};
+
+void indent(const output *to, int depth) {
+    for (int level = 0; to->pretty && level < depth; ++level) {
+        fputs("    ", to->stream);
     }
 }
 
-int write_elements(FILE *stream, vc_json **elements, int depth, int pretty) {
-    int complete = 1;
-    if (pretty) {
-        fputc('\n', stream);
+void end_line(const output *to) {
+    if (to->pretty) {
+        fputc('\n', to->stream);
     }
-    for (vc_json **element = elements; *element; ++element) {
-        complete &= __vc_json_dump(stream, *element, element[1] != nullptr, depth + 1, pretty);
-    }
-    if (pretty) {
-        indent(stream, depth);
-    }
-    return complete;
 }
 
-int write_members(FILE *stream, const vc_hashmap *members, int depth, int pretty) {
-    if (pretty) {
-        fputc('\n', stream);
+void write_node(output *to, const vc_json *node, bool has_next, int depth);
+
+void write_elements(output *to, vc_json **elements, int depth) {
+    for (vc_json **element = elements; *element && !to->stopped; ++element) {
+        write_node(to, *element, element[1] != nullptr, depth);
     }
+}
+
+void write_members(output *to, const vc_hashmap *members, int depth) {
     vc_map_iterator *iterator = vc_map_iterator_start_ex(members, 0);
     if (!iterator) {
-        QF_ERROR_AS("__vc_json_dump", "Failed to create map iterator");
-        return 0;
+        QF_ERROR_AS(writer, "Failed to create map iterator");
+        to->complete = false;
+        to->stopped = true;
+        return;
     }
-    int complete = 1;
     void *member;
-    while (vc_map_iterator_next(iterator, nullptr, &member)) {
+    while (!to->stopped && vc_map_iterator_next(iterator, nullptr, &member)) {
         void *next = nullptr;
         vc_map_iterator_peek_next(iterator, nullptr, &next);
         if (member) {
-            complete &= __vc_json_dump(stream, static_cast<const vc_json *>(member),
-                                       next != nullptr, depth + 1, pretty);
+            write_node(to, static_cast<const vc_json *>(member), next != nullptr, depth);
         }
     }
     vc_map_iterator_free(iterator);
-    if (pretty) {
-        indent(stream, depth);
-    }
-    return complete;
 }
 
-int write_value(FILE *stream, const vc_json *node, int depth, int pretty) {
-    int complete = 1;
-    if (node->type == vc_json_type_array) {
-        fputc('[', stream);
-        if (node->value) {
-            complete = write_elements(stream, __vc_json_elements(node), depth, pretty);
+void write_complex(output *to, const vc_json *node, int depth) {
+    const bool is_array = node->type == vc_json_type_array;
+    fputc(is_array ? '[' : '{', to->stream);
+    if (node->value) {
+        end_line(to);
+        if (is_array) {
+            write_elements(to, __vc_json_elements(node), depth + 1);
+        } else {
+            write_members(to, __vc_json_members(node), depth + 1);
         }
-        fputc(']', stream);
-    } else if (node->type == vc_json_type_object) {
-        fputc('{', stream);
-        if (node->value) {
-            complete = write_members(stream, __vc_json_members(node), depth, pretty);
+        if (to->stopped) {
+            return;
         }
-        fputc('}', stream);
-    } else {
-        const char *const quote = node->type == vc_json_type_string ? "\"" : "";
-        fputs(quote, stream);
-        fputs(static_cast<const char *>(node->value), stream);
-        fputs(quote, stream);
+        indent(to, depth);
     }
-    return complete;
+    fputc(is_array ? ']' : '}', to->stream);
+}
+
+void write_scalar(const output *to, const vc_json *node) {
+    const char *const quote = node->type == vc_json_type_string ? "\"" : "";
+    fputs(quote, to->stream);
+    fputs(static_cast<const char *>(node->value), to->stream);
+    fputs(quote, to->stream);
+}
+
+void write_node(output *to, const vc_json *node, bool has_next, int depth) {
+    const bool is_complex = __vc_json_is_complex(node);
+    if (!is_complex && !node->value) {
+        QF_ERROR_AS(writer, "Error encountered null data in non-array/object");
+        to->complete = false;
+        return;
+    }
+    indent(to, depth);
+    if (depth != 0 && node->name) {
+        fprintf(to->stream, "\"%s\":%s", node->name, to->pretty ? " " : "");
+    }
+    if (is_complex) {
+        write_complex(to, node, depth);
+    } else {
+        write_scalar(to, node);
+    }
+    if (to->stopped) {
+        return;
+    }
+    if (has_next) {
+        fputc(',', to->stream);
+    }
+    end_line(to);
 }
 
 int dump(const char *operation, FILE *stream, const vc_json *node, int pretty) {
@@ -99,24 +127,9 @@ int __vc_json_dump(FILE *stream, const vc_json *node, int has_next, int depth, i
         QF_EINVAL();
         return 0;
     }
-    if (!__vc_json_is_complex(node) && !node->value) {
-        QF_ERROR("Error encountered null data in non-array/object");
-        return 0;
-    }
-    if (pretty) {
-        indent(stream, depth);
-    }
-    if (depth != 0 && node->name) {
-        fprintf(stream, "\"%s\":%s", node->name, pretty ? " " : "");
-    }
-    const int complete = write_value(stream, node, depth, pretty);
-    if (has_next) {
-        fputc(',', stream);
-    }
-    if (pretty) {
-        fputc('\n', stream);
-    }
-    return complete;
+    output to = {stream, pretty, true, false};
+    write_node(&to, node, has_next != 0, depth);
+    return to.complete;
 }
 
 int vc_json_dump(FILE *stream, const vc_json *node) {

@@ -1,5 +1,6 @@
 #include "vc_json.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
@@ -14,10 +15,14 @@
 #include <gtest/gtest.h>
 
 #include "drive_c.h"
+#include "error_text.h"
+#include "failing_memory.h"
 #include "vc_nulltermlist.h"
 
 using namespace quillfence;
+using quillfence::testing::failing_allocation;
 using quillfence::testing::lines;
+using quillfence::testing::text_of;
 
 namespace {
 
@@ -1282,6 +1287,20 @@ struct model {
     }
 };
 
+// The same types, names and values all the way down.
+void expect_same_tree(vc_json *a, vc_json *b) {
+    ASSERT_EQ(a->type, b->type);
+    ASSERT_STREQ(a->name, b->name);
+    if (a->type & vc_json_mask_scalar) {
+        ASSERT_EQ(value_of(a), value_of(b));
+    }
+    const uint32_t count = vc_json_num_children(a);
+    ASSERT_EQ(vc_json_num_children(b), count);
+    for (uint32_t i = 0; i < count; ++i) {
+        expect_same_tree(vc_json_node_index(a, i), vc_json_node_index(b, i));
+    }
+}
+
 TEST_F(vc_json_test, random_trees_are_written_and_read_again) {
     model documents{std::mt19937_64(7)};
     for (int i = 0; i < 300; ++i) {
@@ -1291,12 +1310,261 @@ TEST_F(vc_json_test, random_trees_are_written_and_read_again) {
         ASSERT_EQ(written(root.get()), compact);
         ASSERT_EQ(pretty(root.get()), indented + "\n");
         const json from_compact = parsed(compact);
+        expect_same_tree(root.get(), from_compact.get());
         ASSERT_EQ(written(from_compact.get()), compact);
         const json from_pretty = parsed(indented);
+        expect_same_tree(root.get(), from_pretty.get());
         ASSERT_EQ(written(from_pretty.get()), compact);
         ASSERT_EQ(pretty(from_pretty.get()), indented + "\n");
     }
 }
+
+// ---- Any change
+
+// A document in the plainest form, and what its text must be.
+struct plain_node {
+    uint32_t type;
+    std::string name; // of a member
+    std::string text; // of a scalar, as a document has it
+    std::vector<plain_node> children;
+
+    bool is_complex() const {
+        return (type & vc_json_mask_complex) != 0;
+    }
+    bool has_member(const std::string &wanted) const {
+        return std::any_of(children.begin(), children.end(),
+                           [&](const plain_node &child) { return child.name == wanted; });
+    }
+    std::string compact() const {
+        if (!is_complex()) {
+            return text;
+        }
+        const bool object = type == vc_json_type_object;
+        std::string result = object ? "{" : "[";
+        for (const plain_node &child : children) {
+            result += (&child == &children.front() ? "" : ",") +
+                      (object ? "\"" + child.name + "\":" : "") + child.compact();
+        }
+        return result + (object ? "}" : "]");
+    }
+};
+
+// Where a random walk down a document has ended.
+struct place {
+    plain_node *node;
+    plain_node *parent; // null for the root
+    size_t index;       // of the node in its parent
+    std::string path, parent_path;
+};
+
+// Changes a document and its plain form alike.
+class edited_document {
+  public:
+    explicit edited_document(uint32_t seed) : random_(seed) {}
+    vc_json *root() const {
+        return root_.get();
+    }
+    const plain_node &plain() const {
+        return plain_;
+    }
+    void change() {
+        static void (edited_document::*const changes[])(const place &) = {
+            &edited_document::add,    &edited_document::add, &edited_document::add,
+            &edited_document::remove, &edited_document::set, &edited_document::rename};
+        (this->*changes[below(std::size(changes))])(random_place());
+    }
+    // Asks for a random node in every way that leads to it.
+    void look() {
+        const place at = random_place();
+        if (!at.parent) {
+            return;
+        }
+        vc_json *holder = nullptr;
+        vc_json *found = vc_json_get_node_ex(root(), at.path.c_str(), &holder);
+        ASSERT_TRUE(found) << at.path;
+        ASSERT_EQ(vc_json_find_node(root(), at.path.c_str()), found) << at.path;
+        ASSERT_EQ(holder, node_at(at.parent_path)) << at.path;
+        ASSERT_EQ(vc_json_node_index(holder, static_cast<uint32_t>(at.index)), found) << at.path;
+        ASSERT_EQ(vc_json_num_children(holder), at.parent->children.size()) << at.path;
+        ASSERT_EQ(vc_json_get_node_type(found), at.node->type) << at.path;
+        if (!at.node->is_complex()) {
+            const std::string quote = at.node->type == vc_json_type_string ? "\"" : "";
+            ASSERT_EQ(quote + value_of(found) + quote, at.node->text) << at.path;
+        }
+    }
+
+  private:
+    size_t below(size_t limit) {
+        return random_() % limit;
+    }
+    vc_json *node_at(const std::string &path) {
+        return path.empty() ? root() : vc_json_get_node_ex(root(), path.c_str(), nullptr);
+    }
+    std::string some_name() {
+        return "m" + std::to_string(below(8));
+    }
+    place random_place() {
+        place at = {&plain_, nullptr, 0, "", ""};
+        while (!at.node->children.empty() && below(4) != 0) {
+            const size_t index = below(at.node->children.size());
+            plain_node *child = &at.node->children[index];
+            const std::string step = at.node->type == vc_json_type_array
+                                         ? "[" + std::to_string(index) + "]"
+                                         : (at.path.empty() ? "" : "/") + child->name;
+            at = {child, at.node, index, at.path + step, at.path};
+        }
+        return at;
+    }
+    void add(const place &at) {
+        if (!at.node->is_complex()) {
+            return;
+        }
+        const bool object = at.node->type == vc_json_type_object;
+        plain_node made = {};
+        made.name = object ? some_name() : "";
+        const char *name = object ? made.name.c_str() : nullptr;
+        vc_json *parent = node_at(at.path);
+        const vc_json *node = nullptr;
+        switch (below(4)) {
+        case 0:
+            made.type = vc_json_type_array;
+            node = vc_json_create_node_array_ex(parent, name);
+            break;
+        case 1:
+            made.type = vc_json_type_object;
+            node = vc_json_create_node_object_ex(parent, name);
+            break;
+        case 2:
+            made.type = vc_json_type_bool;
+            made.text = "false";
+            node = vc_json_create_node_bool_ex(parent, name, 0);
+            break;
+        default:
+            made.type = vc_json_type_number;
+            made.text = std::to_string(below(1000));
+            node = vc_json_create_node(parent, name, made.text.c_str(), vc_json_type_number);
+        }
+        const bool taken = object && at.node->has_member(made.name);
+        ASSERT_EQ(node != nullptr, !taken) << at.path << ", " << made.name;
+        if (!taken) {
+            at.node->children.push_back(made);
+        }
+    }
+    void remove(const place &at) {
+        if (at.parent) {
+            ASSERT_EQ(vc_json_remove_node(root(), at.path.c_str()), 1);
+            at.parent->children.erase(at.parent->children.begin() +
+                                      static_cast<std::ptrdiff_t>(at.index));
+        }
+    }
+    void set(const place &at) {
+        const char *path = at.parent ? at.path.c_str() : nullptr;
+        if (at.node->type == vc_json_type_bool) {
+            ASSERT_EQ(vc_json_set_value_bool(root(), path, 1), 1);
+            at.node->text = "true";
+        } else if (at.node->type == vc_json_type_number) {
+            const auto number = static_cast<int64_t>(random_()) - 0x80000000;
+            ASSERT_EQ(vc_json_set_value_int64(root(), path, number), 1);
+            at.node->text = std::to_string(number);
+        } else if (below(8) == 0) {
+            ASSERT_EQ(at.node->type == vc_json_type_array
+                          ? vc_json_set_value_list(root(), path, nullptr)
+                          : vc_json_set_value_object(root(), path, nullptr),
+                      1);
+            at.node->children.clear();
+        }
+    }
+    void rename(const place &at) {
+        if (at.parent && at.parent->type == vc_json_type_object) {
+            const std::string name = some_name();
+            const bool taken = at.parent->has_member(name);
+            ASSERT_EQ(vc_json_rename_node(root(), at.path.c_str(), name.c_str()), taken ? 0 : 1);
+            at.node->name = taken ? at.node->name : name;
+        }
+    }
+
+    std::mt19937 random_;
+    plain_node plain_ = {vc_json_type_object, "", "", {}};
+    json root_{vc_json_create_node_object_ex(nullptr, nullptr)};
+};
+
+TEST_F(vc_json_test, random_changes_do_what_they_do_to_a_plain_tree) {
+    for (uint32_t seed = 1; seed <= 20; ++seed) {
+        SCOPED_TRACE(seed);
+        edited_document document(seed);
+        for (int step = 0; step < 300 && !HasFatalFailure(); ++step) {
+            document.change();
+            log.errors(); // names that were taken
+            document.look();
+            ASSERT_EQ(written(document.root()), document.plain().compact()) << step;
+        }
+        const json again = parsed(document.plain().compact());
+        expect_same_tree(document.root(), again.get());
+    }
+}
+
+// ---- Without memory
+
+TEST_F(vc_json_test, walking_without_memory) {
+    const std::string no_iterator = "vc_map_iterator_start_ex: " + text_of(ENOMEM);
+    const json root = parsed("{\"a\":{\"b\":1}}");
+    vc_json_iterator *walk = nullptr;
+    for (unsigned n = 1; n <= 2; ++n) {
+        {
+            const failing_allocation failing(n);
+            walk = vc_json_iterator_start(root.get());
+        }
+        EXPECT_EQ(walk, nullptr);
+        EXPECT_EQ(log.errors(),
+                  (lines{n == 1 ? "vc_json_iterator_start: " + text_of(ENOMEM) : no_iterator,
+                         "vc_json_iterator_start: Failed to create iterator"}));
+    }
+    const vc_json *found = root.get();
+    {
+        const failing_allocation failing(2); // behind the name of the path
+        found = vc_json_find_node(root.get(), "b");
+    }
+    EXPECT_EQ(found, nullptr);
+    EXPECT_EQ(log.errors(),
+              (lines{"vc_json_iterator_start: " + text_of(ENOMEM),
+                     "vc_json_iterator_start: Failed to create iterator",
+                     "vc_json_find_node: Failed to create json iterator for node: [(null)]"}));
+}
+
+TEST_F(vc_json_test, a_first_member_without_memory) {
+    const json root(vc_json_create_node_object_ex(nullptr, nullptr));
+    const json child(vc_json_create_node_null_ex(nullptr, "a"));
+    int added;
+    {
+        const failing_allocation failing(1);
+        added = vc_json_add_node(root.get(), child.get());
+    }
+    EXPECT_EQ(added, 0);
+    EXPECT_EQ(log.errors(),
+              (lines{"vc_map_create: " + text_of(ENOMEM),
+                     "vc_json_add_node: Failed to create new map for parent object"}));
+    EXPECT_EQ(written(root.get()), "{}");
+}
+
+// The dump stops where it can't walk, and says so.
+TEST_F(vc_json_test, writing_without_memory) {
+    const json root = parsed("[1,{\"a\":2},3]");
+    FILE *stream = std::fopen(drive.native(path).c_str(), "wb");
+    static char buffer[256]; // so that the stream allocates nothing
+    ASSERT_EQ(std::setvbuf(stream, buffer, _IOFBF, sizeof buffer), 0);
+    int complete;
+    {
+        const failing_allocation failing(1);
+        complete = vc_json_dump(stream, root.get());
+    }
+    std::fclose(stream);
+    EXPECT_EQ(complete, 0);
+    EXPECT_EQ(log.errors(), (lines{"vc_map_iterator_start_ex: " + text_of(ENOMEM),
+                                   "__vc_json_dump: Failed to create map iterator"}));
+    EXPECT_EQ(drive.read(path), "[1,{");
+}
+
+// ---- Any text
 
 constexpr char sample[] = "{\"a\":[1,-2.5,{\"b\":\"x\\\"y\\\\\"}],\"t\":TRUE,\"n\":null,"
                           "\"o\":{\"p\":{},\"q\":[[],[false]]}}";
