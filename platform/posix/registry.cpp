@@ -28,13 +28,14 @@ namespace {
 constexpr char export_variable[] = "QUILLFENCE_REGISTRY";
 constexpr mode_t new_file_mode = 0666; // less the process's umask
 
-// The export, open and mapped. An empty one has no bytes.
+// The export, open and, once it is mapped, with its bytes. An empty one has none.
 struct export_file {
     int descriptor;
     void *bytes;
     size_t size;
 };
 
+// Maps the bytes that the open export has now.
 uint32_t map_export(export_file *file) {
     struct stat found;
     if (fstat(file->descriptor, &found) != 0) {
@@ -81,27 +82,24 @@ uint32_t open_export(int flags, export_file *file) {
     do {
         file->descriptor = open(resolved.text, flags | O_CLOEXEC | O_NONBLOCK, new_file_mode);
     } while (file->descriptor < 0 && errno == EINTR);
-    if (file->descriptor < 0) {
-        return error_of_errno(errno);
-    }
-    const uint32_t error = map_export(file);
-    if (error) {
-        close_export(file);
-    }
-    return error;
+    return file->descriptor < 0 ? error_of_errno(errno) : error_none;
 }
 
 // What the export says about the key now.
 uint32_t read_key(const char *path, exported_key *content) {
+    *content = {};
     export_file file;
-    const uint32_t error = open_export(O_RDONLY, &file);
-    if (error && error != error_file_not_found && error != error_path_not_found) {
-        *content = {};
-        return error;
+    uint32_t error = open_export(O_RDONLY, &file);
+    if (!error) {
+        error = map_export(&file);
+    } else if (error == error_file_not_found || error == error_path_not_found) {
+        error = error_none; // an empty registry
     }
-    const uint32_t failure = registry_export_read(file.bytes, file.size, path, content);
+    if (!error) {
+        error = registry_export_read(file.bytes, file.size, path, content);
+    }
     close_export(&file);
-    return failure;
+    return error;
 }
 
 uint32_t write_all(int descriptor, const unsigned char *bytes, size_t size) {
@@ -128,7 +126,27 @@ uint32_t append_to(const export_file &file, const unsigned char *bytes, size_t s
     return error;
 }
 
-// Appends a change to the export, which is made when missing. Nobody else appends meanwhile.
+// Appends a change behind the bytes of the open export, while nobody else appends.
+uint32_t append_change(export_file *file, const char *path, export_change change,
+                       const exported_value *value) {
+    if (flock(file->descriptor, LOCK_EX | LOCK_NB) != 0) {
+        return error_of_errno(errno);
+    }
+    if (const uint32_t failure = map_export(file)) {
+        return failure;
+    }
+    unsigned char *addition = nullptr;
+    size_t size = 0;
+    uint32_t error =
+        registry_export_addition(file->bytes, file->size, path, change, value, &addition, &size);
+    if (!error) {
+        error = append_to(*file, addition, size);
+    }
+    free(addition);
+    return error;
+}
+
+// Appends a change to the export, which is made when missing.
 uint32_t change_export(const char *path, export_change change, const exported_value *value) {
     export_file file;
     uint32_t error = open_export(O_RDWR | O_CREAT | O_APPEND, &file);
@@ -136,18 +154,7 @@ uint32_t change_export(const char *path, export_change change, const exported_va
         const char *const name = getenv(export_variable);
         return name && *name ? error : static_cast<uint32_t>(error_access_denied);
     }
-    if (flock(file.descriptor, LOCK_EX | LOCK_NB) != 0) {
-        error = error_of_errno(errno);
-        close_export(&file);
-        return error;
-    }
-    unsigned char *addition = nullptr;
-    size_t size = 0;
-    error = registry_export_addition(file.bytes, file.size, path, change, value, &addition, &size);
-    if (!error) {
-        error = append_to(file, addition, size);
-    }
-    free(addition);
+    error = append_change(&file, path, change, value);
     close_export(&file);
     return error;
 }

@@ -6,8 +6,9 @@
 // variable QUILLFENCE_REGISTRY names. Without the variable, or when the file is missing, it is an
 // empty registry; a file that is no export gives error 1017. Every open reads the file afresh,
 // once, and keeps the values of its own key only. What is created, set or deleted is appended to
-// the file, whose other bytes stay as they are; a missing file is made. Without the variable there
-// is nothing to write to: error 5.
+// the file, whose other bytes stay as they are; a missing file is made. A file in UTF-16 that was
+// cut off inside a unit takes no change: error 1017. Without the variable there is nothing to write
+// to: error 5.
 //
 // Key and value names ignore the case of ASCII letters. Texts are in the system's code page on
 // Windows and in UTF-8 on Linux.

@@ -99,6 +99,24 @@ TEST_F(registry_file, keeps_every_byte_that_was_there) {
     EXPECT_EQ(read(), after) << "a key that is there is not written again";
 }
 
+TEST_F(registry_file, one_that_was_cut_off_inside_a_unit_is_read_and_left_alone) {
+    std::string units = "\xFF\xFE";
+    for (const char c : "REGEDIT4\n[HKLM\\SOFTWARE\\Quillfence-test\\below]"s) {
+        units += {c, '\0'};
+    }
+    write(units + "x");
+    EXPECT_EQ(open("SOFTWARE\\Quillfence-test\\below"), 0U);
+    EXPECT_EQ(open("SOFTWARE\\Quillfence-test"), 0U);
+    registry_key *key = nullptr;
+    EXPECT_EQ(
+        registry_create(registry_root::local_machine, "SOFTWARE\\Other", registry_write, &key),
+        uint32_t{error_not_registry_file});
+    EXPECT_EQ(key, nullptr);
+    EXPECT_EQ(registry_delete(registry_root::local_machine, testing::test_key, registry_read),
+              uint32_t{error_not_registry_file});
+    EXPECT_EQ(read(), units + "x");
+}
+
 TEST_F(registry_file, every_open_reads_afresh) {
     write("REGEDIT4\n");
     EXPECT_EQ(open(), uint32_t{error_file_not_found});
