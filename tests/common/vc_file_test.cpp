@@ -5,6 +5,7 @@
 #include <cstring>
 #include <functional>
 #include <memory>
+#include <random>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -722,6 +723,37 @@ TEST_F(vc_file, reading_lines) {
     };
     for (const auto &test : cases) {
         EXPECT_EQ(lines_of(drive, test.text, test.size), test.want) << test.name;
+    }
+}
+
+// The same on std::string: of the next `size` bytes those before the first LF, less a CR.
+lines lines_in(const std::string &text, size_t size) {
+    lines found;
+    for (size_t at = 0; at < text.size();) {
+        std::string line = text.substr(at, size);
+        const size_t newline = line.find('\n');
+        at += newline == std::string::npos ? line.size() : newline + 1;
+        if (newline != std::string::npos) {
+            line.resize(newline);
+            if (line.ends_with('\r')) {
+                line.pop_back();
+            }
+        }
+        found.push_back(line);
+    }
+    return found;
+}
+
+TEST_F(vc_file, reading_random_lines) {
+    std::mt19937 random(23);
+    for (int round = 0; round < 300; ++round) {
+        std::string text(random() % 40, ' ');
+        for (char &c : text) {
+            c = "ab\r\n"[random() % 4];
+        }
+        const uint32_t size = 1 + static_cast<uint32_t>(random() % 9);
+        ASSERT_EQ(lines_of(drive, text, size), lines_in(text, size))
+            << ::testing::PrintToString(text) << " by " << size;
     }
 }
 

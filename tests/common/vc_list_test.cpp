@@ -574,21 +574,47 @@ TEST_F(lists, behave_like_a_vector) {
     EXPECT_EQ(texts_of(list.head), model);
 }
 
-TEST_F(lists, split_and_join_undo_each_other) {
-    std::mt19937 random(11);
-    for (int round = 0; round < 5000; ++round) {
-        std::string text(1 + random() % 20, ' ');
-        for (char &c : text) {
-            c = "a,;"[random() % 3];
+// The pieces of a text between delimiters.
+lines pieces_of(const std::string &text, const std::string &delimiter) {
+    lines pieces;
+    size_t from = 0;
+    for (size_t at; (at = text.find(delimiter, from)) != std::string::npos;
+         from = at + delimiter.size()) {
+        pieces.push_back(text.substr(from, at - from));
+    }
+    pieces.push_back(text.substr(from));
+    return pieces;
+}
+
+TEST_F(lists, splitting_and_joining_like_strings) {
+    std::mt19937 random(13);
+    const auto text = [&](size_t shortest, size_t longest) {
+        std::string made(shortest + random() % (longest - shortest + 1), ' ');
+        for (char &c : made) {
+            c = "ab,"[random() % 3];
         }
-        SCOPED_TRACE(text);
-        owned_list by_text_delimiter(vc_list_split(text.c_str(), ","));
-        owned_list by_char;
-        ASSERT_EQ(vc_list_from_string_by_char(&by_char.head, text.data(), text.size(), ','), 1);
-        ASSERT_EQ(texts_of(by_char.head), texts_of(by_text_delimiter.head));
+        return made;
+    };
+    for (int round = 0; round < 10000; ++round) {
+        const std::string whole = text(1, 20);
+        const std::string delimiter = text(1, 3);
+        const std::string separator = text(0, 3);
+        SCOPED_TRACE(whole + " by " + delimiter);
+        const lines want = pieces_of(whole, delimiter);
+        owned_list pieces(vc_list_split(whole.c_str(), delimiter.c_str()));
+        ASSERT_EQ(texts_of(pieces.head), want);
+        std::string want_joined = want[0];
+        for (size_t i = 1; i < want.size(); ++i) {
+            want_joined += separator + want[i];
+        }
         text_slot joined;
-        joined.text = vc_list_join(by_char.head, ",");
-        ASSERT_EQ(joined.str(), text);
+        joined.text = vc_list_join(pieces.head, separator.c_str());
+        ASSERT_EQ(joined.str(), want_joined);
+        owned_list by_char;
+        ASSERT_EQ(
+            vc_list_from_string_by_char(&by_char.head, whole.data(), whole.size(), delimiter[0]),
+            1);
+        ASSERT_EQ(texts_of(by_char.head), pieces_of(whole, delimiter.substr(0, 1)));
     }
 }
 

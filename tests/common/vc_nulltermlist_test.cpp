@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 #include <random>
 
 #include "failing_memory.h"
@@ -298,6 +299,31 @@ TEST_F(arrays, of_strings) {
     EXPECT_STREQ(names[1], "two");
     vc_lstfree(&names, free);
     EXPECT_EQ(names, nullptr);
+}
+
+// The same on std::string.
+TEST_F(arrays, sploding_like_strings) {
+    std::mt19937 random(17);
+    for (int round = 0; round < 5000; ++round) {
+        std::string text(random() % 12, ' ');
+        for (char &letter : text) {
+            letter = "ab,"[random() % 3];
+        }
+        SCOPED_TRACE(text);
+        lines all, filled;
+        for (size_t from = 0; !text.empty() && from <= text.size();) {
+            const size_t end = std::min(text.find(',', from), text.size());
+            all.push_back(text.substr(from, end - from));
+            from = end + 1;
+        }
+        std::copy_if(all.begin(), all.end(), std::back_inserter(filled),
+                     [](const std::string &piece) { return !piece.empty(); });
+        owned_array with(free), without(free);
+        ASSERT_EQ(vc_lstsplode_ex(&with.elements, text.c_str(), ',', 1), 1);
+        ASSERT_EQ(texts_of(with.elements), all);
+        ASSERT_EQ(vc_lstsplode_ex(&without.elements, text.c_str(), ',', 0), 1);
+        ASSERT_EQ(texts_of(without.elements), filled);
+    }
 }
 
 // The same on std::vector.

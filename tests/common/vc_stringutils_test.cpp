@@ -773,6 +773,41 @@ TEST_F(vc_strings_model, trimming) {
     }
 }
 
+TEST_F(vc_strings_model, trimming_in_place) {
+    for (int round = 0; round < 5000; ++round) {
+        const std::string before = text("ab \t\v", 12);
+        SCOPED_TRACE('[' + before + ']');
+        const size_t first = std::min(before.find_first_not_of(spaces), before.size());
+        const std::string left = before.substr(first);
+        const std::string right = before.substr(0, before.find_last_not_of(spaces) + 1);
+        text_slot left_trimmed(before), right_trimmed(before);
+        vc_trim_left(left_trimmed.text);
+        ASSERT_EQ(left_trimmed.str(), left);
+        vc_trim_right(right_trimmed.text);
+        ASSERT_EQ(right_trimmed.str(), right);
+        const std::string wants[] = {left, right, trimmed(before)};
+        for (const int flags : {1, 2, 3}) {
+            text_slot slot(before);
+            vc_trim_ex(slot.text, flags);
+            ASSERT_EQ(slot.str(), wants[flags - 1]) << flags;
+        }
+    }
+}
+
+TEST_F(vc_strings_model, cutting_at_a_character) {
+    for (int round = 0; round < 5000; ++round) {
+        const std::string before = text("ab=\x80", 10);
+        const char stop = "=\x80z"[random() % 3];
+        SCOPED_TRACE(before + " at " + stop);
+        const size_t length = std::min(before.find(stop), before.size());
+        const char *end = nullptr;
+        text_slot copy;
+        copy.text = vc_strdup_till(before.c_str(), &end, stop);
+        ASSERT_EQ(copy.str(), before.substr(0, length));
+        ASSERT_EQ(end, before.c_str() + length);
+    }
+}
+
 TEST_F(vc_strings_model, appending) {
     std::string model;
     text_slot slot("");
@@ -791,6 +826,23 @@ std::string lowered(std::string text) {
     std::transform(text.begin(), text.end(), text.begin(),
                    [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
     return text;
+}
+
+std::string uppered(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c; });
+    return text;
+}
+
+TEST_F(vc_strings_model, letters) {
+    for (int round = 0; round < 5000; ++round) {
+        const std::string before = text("aAzZ@[`{m9\xC4\xE4\xFF", 12);
+        text_slot low(before), up(before);
+        vc_lower(low.text);
+        ASSERT_EQ(low.str(), lowered(before)) << before;
+        vc_upper(up.text);
+        ASSERT_EQ(up.str(), uppered(before)) << before;
+    }
 }
 
 // One replacement after the other, each searched from the last one's first character.
