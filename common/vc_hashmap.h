@@ -207,9 +207,11 @@ void vc_map_iterator_free(vc_map_iterator *iterator); // free() itself will do; 
 //     record  0 slot, 4 slot of the next entry of the chain (0 for the last), 8 entry flags,
 //             12 key length, 16 value length, 20 the key's bytes, then the value's bytes
 //
-// Records come in slot order. Without overwrite an existing file is left alone: 0 without a line.
-// The file is not cut: saving a smaller map over a larger file leaves the old tail behind the data,
-// where the reader never looks (kept on purpose).
+// Records come in slot order. Bit 0 of the entry flags is set for every value that the map points
+// to, owned or not and however short: its bytes are saved, never the pointer. A null value has no
+// bytes. Without overwrite an existing file is left alone: 0 without a line. The file is not cut:
+// saving a smaller map over a larger file leaves the old tail behind the data, where the reader
+// never looks (kept on purpose).
 // ERROR lines: EINVAL for a null path; "Cannot save complex maps!" (a release function other than
 // free), "Key or value is too big, failed to save", "Failed to write the data to the file during
 // save: [%s]".

@@ -247,6 +247,37 @@ TEST_F(vc_file, a_failed_block_ends_the_writing) {
     EXPECT_EQ(drive.read(path).size(), 4096u);
 }
 
+TEST_F(vc_file, a_short_write_is_followed_by_the_rest) {
+    const open_file file;
+    call_watch watch;
+    watch.fail("file_write", 1, platform::observed_half);
+    EXPECT_EQ(vc_write(file, "abcdef", 6), 1);
+    EXPECT_EQ(watch.count("file_write"), 2);
+    EXPECT_EQ(drive.read(path), "abcdef");
+}
+
+TEST_F(vc_file, a_write_of_nothing_counts_as_a_full_disk) {
+    const open_file file;
+    call_watch watch;
+    watch.fail("file_write", 1, platform::observed_half, true); // of one byte that is none
+    EXPECT_EQ(vc_write(file, "a", 1), 0);
+    EXPECT_EQ(watch.count("file_write"), 1);
+    EXPECT_EQ(log.errors(), lines{"vc_write: fatal error on block write (w32) got error code 112"});
+}
+
+TEST_F(vc_file, a_short_read_ends_the_reading) {
+    drive.write(path, "abcdef");
+    const open_file file;
+    char buffer[7] = "......";
+    uint32_t delivered = 77;
+    call_watch watch;
+    watch.fail("file_read", 1, platform::observed_half);
+    EXPECT_EQ(vc_read_nonblock(file, buffer, 6, 1, 0, &delivered), 1);
+    EXPECT_EQ(watch.count("file_read"), 1);
+    EXPECT_EQ(delivered, 3u);
+    EXPECT_STREQ(buffer, "abc...");
+}
+
 TEST_F(vc_file_trace, reading_stops_at_the_end_of_the_file) {
     drive.write(path, std::string(3000, 'x'));
     const open_file file;

@@ -120,6 +120,13 @@ TEST_F(vc_log, verbosedebug_is_looked_up_once) {
     EXPECT_EQ(log.debugs(), (lines{"f: now", "f: still"}));
 }
 
+TEST_F(vc_log, verbosedebug_may_be_empty) {
+    platform::environment_set("VERBOSEDEBUG", "");
+    vc_log_debug("f", "m", 1, "now");
+    platform::environment_set("VERBOSEDEBUG", nullptr);
+    EXPECT_EQ(log.debugs(), (lines{"f: now"}));
+}
+
 int debug_lines;
 int count_debug_lines(int priority, const char *, ...) {
     debug_lines += priority == 7;
@@ -167,6 +174,13 @@ TEST_F(vc_oom, function_is_called_after_the_line_and_gives_the_result) {
     EXPECT_EQ(vc_log_oom("f", "m", 9), 10);
     EXPECT_EQ(vc_log_oom("f", "m", 9), 20);
     EXPECT_EQ(log.errors(), (lines{"f: " + enomem, "f: " + enomem}));
+}
+
+TEST_F(vc_oom, function_is_called_without_a_log_function_too) {
+    vc_set_oom_function(count_oom);
+    vc_set_log_function(nullptr);
+    EXPECT_EQ(vc_log_oom("f", "m", 9), 10);
+    EXPECT_EQ(log.errors(), lines{});
 }
 
 TEST_F(vc_oom, calloc_gives_zeroed_memory) {
