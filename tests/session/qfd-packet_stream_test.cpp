@@ -1,6 +1,9 @@
 // Packets as they come from strangers: the samples of the format page, every cut of a packet,
 // random bytes.
+#include <algorithm>
+#include <cstdlib>
 #include <fstream>
+#include <iterator>
 #include <random>
 #include <sstream>
 #include <string>
@@ -100,6 +103,88 @@ TEST_F(packet_stream, every_cut_of_a_response) {
         EXPECT_EQ(received != nullptr, size > 2) << size;
         EXPECT_EQ(log.errors().size(), size > 2 ? 0u : 1u) << size;
     }
+}
+
+std::string shown(const char *text) {
+    return text ? text : "(absent)";
+}
+
+// What a record holds, for comparisons. An absent text is not an empty one.
+std::string account_of(const qfd_request_packet *packet) {
+    std::ostringstream out;
+    const auto tell = [&out](uint16_t length, const char *text) {
+        out << length << ' ' << shown(text) << '|';
+    };
+    out << packet->id << '|' << int{packet->state} << '|' << int{packet->tls} << '|'
+        << int{packet->mua} << '|';
+    tell(packet->iplen, packet->ip);
+    tell(packet->portlen, packet->port);
+    tell(packet->authlen, packet->auth);
+    tell(packet->helolen, packet->helo);
+    tell(packet->fromlen, packet->from);
+    tell(packet->tolen, packet->to);
+    return out.str();
+}
+
+// On the wire an empty text is an absent one.
+void drop_empty_texts(qfd_request_packet *packet) {
+    for (char **text : {&packet->port, &packet->auth, &packet->helo, &packet->from, &packet->to}) {
+        if (*text && !**text) {
+            free(*text);
+            *text = nullptr;
+        }
+    }
+}
+
+// From a command line over the stream into a session and back, nothing changes.
+TEST_F(packet_stream, random_requests_come_through) {
+    std::mt19937 random(20240501);
+    const auto text = [&random] {
+        std::string made(random() % 4 ? random() % 20 : 0, ' ');
+        for (char &c : made) {
+            c = static_cast<char>(1 + random() % 255);
+        }
+        return made;
+    };
+    const auto bit = [&random] { return std::to_string(random() % 2); };
+    static const struct {
+        const char *letter;
+        int count;
+    } modes[] = {{"C", 5}, {"A", 6}, {"M", 9}, {"R", 10}};
+    unsigned sessions = 0;
+    for (int round = 0; round < 200; ++round) {
+        const auto &[letter, count] = modes[random() % std::size(modes)];
+        const std::string ip = "192.0.2." + std::to_string(random() % 256);
+        std::string values[] = {"program", letter, ip,     text(), bit(),
+                                text(),    bit(),  text(), text(), text()};
+        char *arguments[std::size(values)];
+        std::transform(std::begin(values), std::end(values), arguments,
+                       [](std::string &value) { return value.data(); });
+        const request made(qfd_request_packet_from_args(count, arguments));
+        ASSERT_TRUE(made) << round;
+        if (!qfd_request_packet_validate(made.get())) { // the step that must name a user
+            EXPECT_TRUE(*letter == 'A' && values[5].empty()) << round;
+            log.errors();
+            continue;
+        }
+        const std::string bytes = sent(made.get());
+        const request received = receive_request(bytes);
+        ASSERT_TRUE(received) << round;
+        drop_empty_texts(made.get());
+        EXPECT_EQ(account_of(received.get()), account_of(made.get())) << round;
+        EXPECT_EQ(sent(received.get()), bytes) << round;
+
+        const session state(qfd_request_packet_to_smtp_state(received.get()));
+        EXPECT_EQ(state != nullptr, received->state != QFD_STATE_RCPT || received->to) << round;
+        log.errors(); // of a recipient that is missing
+        if (state) {
+            ++sessions;
+            const request back(qfd_request_packet_from_smtp_state(state.get()));
+            ASSERT_TRUE(back) << round;
+            EXPECT_EQ(account_of(back.get()), account_of(received.get())) << round;
+        }
+    }
+    EXPECT_GT(sessions, 100u);
 }
 
 // Whatever comes is refused, or is a packet that is sent as the bytes that were read.
