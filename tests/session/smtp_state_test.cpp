@@ -6,6 +6,7 @@
 #include <cstring>
 #include <vector>
 
+#include "failing_memory.h"
 #include "log_capture.h"
 #include "vc_nulltermlist.h"
 
@@ -68,6 +69,10 @@ TEST_F(smtp_state_test, a_fresh_record_is_at_init_and_knows_nothing) {
     EXPECT_EQ(state->helo_resolves, 0u);
     EXPECT_EQ(state->mail_resolves, 0u);
     EXPECT_EQ(state->rdns_resolves, 0u);
+    for (const uint8_t flag :
+         {state->tls, state->localhost, state->ipv6, state->routable, state->notice_flag}) {
+        EXPECT_EQ(flag, 0);
+    }
     for (const char *text :
          {state->ip, state->port, state->rdns, state->helo, state->mail_from, state->rcpt_to,
           state->auth_user, state->ip_country, state->helo_country, state->mail_country,
@@ -164,6 +169,22 @@ TEST_F(smtp_state_test, the_printed_port_is_the_low_half_of_its_pointer) {
     EXPECT_EQ(dump()[1], "IP[(null)] COUNTRY[(null)] PORT[" + std::to_string(shown) + "] TLS[no]");
 }
 
+TEST_F(smtp_state_test, each_flag_shows_on_its_own_line) {
+    state->tls = 1;
+    EXPECT_EQ(dump()[1], "IP[(null)] COUNTRY[(null)] PORT[0] TLS[yes]");
+    EXPECT_EQ(dump()[7], "RFC[no]");
+    state->tls = 0;
+    state->rfc = sender_format_valid;
+    EXPECT_EQ(dump()[1], "IP[(null)] COUNTRY[(null)] PORT[0] TLS[no]");
+    EXPECT_EQ(dump()[7], "RFC[yes]");
+    EXPECT_EQ(dump()[9], "MUA->MTA[no]");
+}
+
+TEST_F(smtp_state_test, a_stage_without_a_name_prints_as_unknown) {
+    state->state = stage_auth;
+    EXPECT_EQ(dump()[10], "STATE[UNKNOWN]");
+}
+
 TEST_F(smtp_state_test, the_ndr_line_shows_mua) {
     state->ndr = 1;
     EXPECT_EQ(dump()[8], "NDR[no]");
@@ -223,8 +244,9 @@ TEST(smtp_state_release, null_is_accepted) {
     free_smtp_state(nullptr);
 }
 
-// Under the address sanitizer this shows that everything is released, and rdns not twice.
+// Under the address sanitizer this also shows that rdns is not released twice.
 TEST(smtp_state_release, everything_owned_goes_once) {
+    const long before = live_allocations();
     smtp_state *state = new_smtp_state();
     ASSERT_NE(state, nullptr);
     for (char **text :
@@ -239,6 +261,7 @@ TEST(smtp_state_release, everything_owned_goes_once) {
     ASSERT_EQ(vc_append_list_entry(&state->user_dirs, "c:/users/a", 11, 1), 1);
     ASSERT_EQ(vc_append_list_entry(&state->user_dirs, "c:/users/b", 11, 1), 2);
     free_smtp_state(state);
+    EXPECT_EQ(live_allocations() - before, 0);
 }
 
 } // namespace quillfence::testing
