@@ -150,13 +150,44 @@ TEST_F(process_state_test, garbage_for_an_address) {
                      "vc_arpa: Address is not an IP"}));
 }
 
+// Nor is an address that is empty or absent one; the lookup refuses it, which is temporary, too.
+TEST_F(process_state_test, no_address) {
+    for (const char *ip : {"", static_cast<const char *>(nullptr)}) {
+        fill("");
+        if (!ip) {
+            free(state->ip);
+            state->ip = nullptr;
+        }
+        EXPECT_EQ(__process_state(state), 1);
+        EXPECT_EQ(state->localhost, 0);
+        EXPECT_EQ(state->ipv6, 0);
+        EXPECT_EQ(state->routable, 1);
+        EXPECT_EQ(state->rdns_resolves, resolves_tempfail);
+        EXPECT_STREQ(state->base_dir, "c:/quillfence/");
+        const lines errors = log.errors();
+        ASSERT_FALSE(errors.empty());
+        EXPECT_EQ(errors.back(), "vc_lookup_reverse_dns: Invalid argument");
+    }
+    EXPECT_TRUE(dns.asked().empty());
+}
+
+TEST_F(process_state_test, a_sender_does_not_take_the_ndr_flag_away) {
+    fill("127.0.0.1");
+    state->ndr = 1;
+    EXPECT_EQ(__process_state(state), 1);
+    EXPECT_EQ(state->ndr, 1);
+    EXPECT_STREQ(state->mail_from, "a@example.org");
+}
+
 TEST_F(process_state_test, names_are_looked_up_once) {
     dns.ptr(reverse_name, {"one.example.org"});
     fill("192.0.2.1");
-    state->rdns_resolves = resolves_tempfail;
-    EXPECT_EQ(__process_state(state), 1);
-    EXPECT_TRUE(dns.asked().empty());
-    EXPECT_EQ(state->rdns_resolves, resolves_tempfail);
+    for (const uint32_t known : {resolves_yes, resolves_no, resolves_tempfail}) {
+        state->rdns_resolves = known;
+        EXPECT_EQ(__process_state(state), 1);
+        EXPECT_TRUE(dns.asked().empty());
+        EXPECT_EQ(state->rdns_resolves, known);
+    }
 
     fill("192.0.2.1");
     vc_lstcat(&state->ptr_results, strdup("known.example.org"));
@@ -164,6 +195,7 @@ TEST_F(process_state_test, names_are_looked_up_once) {
     EXPECT_EQ(__process_state(state), 1);
     EXPECT_TRUE(dns.asked().empty());
     EXPECT_STREQ(state->rdns, "known.example.org");
+    EXPECT_EQ(state->rdns_resolves, resolves_unknown);
 }
 
 TEST_F(process_state_test, an_earlier_base_directory_is_replaced) {
@@ -176,6 +208,34 @@ TEST_F(process_state_test, an_earlier_base_directory_is_replaced) {
 TEST_F(process_state_test, no_session) {
     EXPECT_EQ(__process_state(nullptr), 0);
     EXPECT_EQ(log.errors(), lines{});
+}
+
+// A lookup that fails for lack of memory is a temporary failure: the run goes on.
+TEST_F(process_state_test, without_memory_for_the_names_the_run_goes_on) {
+    dns.ptr(reverse_name, {"one.example.org"});
+    int result = 0;
+    unsigned went_on = 0;
+    sweep_allocations(
+        [&] {
+            {
+                const allocation_pause pause;
+                fill("192.0.2.1");
+            }
+            result = __process_state(state);
+        },
+        [&](unsigned n) {
+            EXPECT_FALSE(log.errors().empty()) << n;
+            if (result) {
+                ++went_on;
+                EXPECT_EQ(state->rdns_resolves, resolves_tempfail) << n;
+                EXPECT_EQ(state->rdns, nullptr) << n;
+            } else {
+                EXPECT_EQ(state->base_dir, nullptr) << n;
+            }
+        });
+    EXPECT_GE(went_on, 2u); // the reverse name, the name
+    EXPECT_EQ(result, 1);
+    EXPECT_EQ(state->rdns_resolves, resolves_yes);
 }
 
 TEST_F(process_state_test, without_memory_the_run_stops) {
