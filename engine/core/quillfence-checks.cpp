@@ -106,7 +106,8 @@ static bool record_hit(smtp_state *state, const spam_rule *rule, char *name) {
 }
 
 // Asks the block maps for the session's ip and collects the names of those that list it. False
-// when the lookup and the list disagree: then the walk broke off for lack of memory.
+// when the lookup and the list disagree for lack of memory: a walk that broke off behind a hit, or
+// hits of which none could be kept. A walk that breaks off before any hit has found none.
 static bool ask_block_maps(const smtp_state *state, vc_list_entry *maps, vc_list_entry **hits) {
     const bool listed = lookupMaps(block_maps_dir, maps, state->ip, hits);
     return listed == (*hits != nullptr);

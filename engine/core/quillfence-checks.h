@@ -10,8 +10,9 @@
 // is 0. The four drivers test the kinds in different orders, on purpose: only the DEBUG line
 // differs.
 //
-// Every function returns 1 for success and 0 for failure. ERROR lines, unless said otherwise:
-// EINVAL for missing arguments, ENOMEM, and those of the file, list and block-map layers.
+// The checks return 1 for success, with a hit or without, and 0 for failure. ERROR lines, unless
+// said otherwise: EINVAL for missing arguments, ENOMEM, and those of the file, list and block-map
+// layers.
 #pragma once
 
 #include <cstdint>
