@@ -1,8 +1,11 @@
 #include "quillfence.h"
 
+#include "call_watch.h"
 #include "drive_c.h"
 #include "expected_rules.h"
+#include "failing_memory.h"
 #include "hook_table.h"
+#include "platform/error_numbers.h"
 #include "quillfence-log.h"
 #include "quillfence-spam-hooks.h"
 
@@ -12,12 +15,16 @@ namespace {
 
 using quillfence_test = drive_test;
 
+char *some_message(const char *, smtp_state *) {
+    return nullptr;
+}
+
 } // namespace
 
 TEST_F(quillfence_test, start_up_fills_the_hook_table) {
     set_hooks(9, nullptr, nullptr, nullptr, nullptr, nullptr, ipwhitelist_hook, ipwhitelist_hook,
               ipwhitelist_hook, ipwhitelist_hook, nullptr, nullptr, ipwhitelist_hook, nullptr,
-              nullptr, nullptr);
+              nullptr, some_message);
     ASSERT_EQ(quillfence_init(), 1);
     const hook_table &table = hooks();
     EXPECT_EQ(table.dns_option, 1);
@@ -53,12 +60,16 @@ TEST_F(quillfence_test, start_up_builds_the_rules_and_teardown_releases_them) {
     quillfence_teardown(); // a second one finds nothing
 }
 
-// Under the address sanitizer this shows that the first table is released.
-TEST_F(quillfence_test, starting_twice_replaces_the_rules) {
+TEST_F(quillfence_test, nothing_is_left_of_the_rules) {
     ASSERT_EQ(quillfence_init(), 1);
+    quillfence_teardown();
+    const long before = live_allocations();
     ASSERT_EQ(quillfence_init(), 1);
+    EXPECT_GE(live_allocations() - before, 31 * 4) << "entry, rule, name and text of each";
+    ASSERT_EQ(quillfence_init(), 1); // replaces the rules
     EXPECT_EQ(vc_list_count(quillfence_rules()), 31);
     quillfence_teardown();
+    EXPECT_EQ(live_allocations() - before, 0);
 }
 
 TEST_F(quillfence_test, the_mail_log_carries_the_engines_name) {
@@ -91,6 +102,18 @@ TEST_F(quillfence_test, the_control_file_enabled) {
     drive.remove("c:/quillfence/control/enabled");
     drive.make_folder("c:/quillfence/control/enabled");
     EXPECT_EQ(quillfence_enabled(), 0) << "a folder";
+}
+
+TEST_F(quillfence_test, a_control_file_that_can_not_be_read_disables) {
+    drive.write("c:/quillfence/control/enabled", "1");
+    ASSERT_EQ(quillfence_enabled(), 1);
+    for (const char *call : {"file_open", "file_read"}) {
+        call_watch watch;
+        watch.fail(call, 1, platform::error_access_denied);
+        EXPECT_EQ(quillfence_enabled(), 0) << call;
+        EXPECT_EQ(watch.failed(), 1) << call;
+    }
+    EXPECT_FALSE(log.errors().empty());
 }
 
 } // namespace quillfence::testing

@@ -75,6 +75,12 @@ TEST_F(notice_test, the_first_ptr_name_stands_in_for_rdns) {
     state->rdns = nullptr;
 }
 
+TEST_F(notice_test, a_list_of_ptr_names_without_a_name_reads_unknown) {
+    state->ip = strdup("192.0.2.1");
+    state->ptr_results = static_cast<char **>(calloc(1, sizeof(char *)));
+    EXPECT_EQ(notice("%RDNS%"), "unknown");
+}
+
 TEST_F(notice_test, an_incomplete_address) {
     state->ip = strdup("192.0.2.1");
     state->mail_from = strdup("a");
@@ -115,7 +121,6 @@ TEST_F(notice_test, a_notice_is_cut_at_1023_characters) {
     free(state->helo);
     state->helo = strdup(std::string(2000, 'h').c_str());
     EXPECT_EQ(notice("[%HELO%]"), "[" + std::string(1022, 'h'));
-    log.take();
 }
 
 TEST_F(notice_test, missing_arguments) {
@@ -159,6 +164,17 @@ TEST_F(notice_test, a_hook_that_supplies_nothing_leaves_the_rules_own_text) {
     fill();
     EXPECT_EQ(notice("own %HELO%", silent_hook), "own mx.example.org");
     EXPECT_EQ(asked, "some_rule");
+}
+
+namespace {
+char *hook_with_an_empty_text(const char *, smtp_state *) {
+    return strdup("");
+}
+} // namespace
+
+TEST_F(notice_test, an_empty_text_of_a_hook_is_a_text) {
+    fill();
+    EXPECT_EQ(notice("own", hook_with_an_empty_text), "");
 }
 
 TEST_F(notice_test, debug_lines) {
@@ -321,8 +337,8 @@ TEST_F(notice_test, the_texts_of_all_rules) {
     for (const auto &c : cases) {
         EXPECT_EQ(taken(build_rejection_notice(find_rule(rules, c.name), state, nullptr)), "(none)")
             << c.name << ": no ip";
+        EXPECT_EQ(log.errors(), lines{"vc_str_replace: Invalid argument"}) << c.name;
     }
-    log.errors();
     state->ip = strdup("192.0.2.1");
     for (const auto &c : cases) {
         EXPECT_EQ(taken(build_rejection_notice(find_rule(rules, c.name), state, nullptr)), c.bare)

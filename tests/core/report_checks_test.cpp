@@ -276,14 +276,28 @@ TEST_F(report_test, skipped_sessions_have_no_hits_and_read_nothing) {
     }
 }
 
-TEST_F(report_test, a_session_with_ndr_off_is_skipped_too) {
-    rule_list rules;
-    rules.add("block_lists", nullptr, 1, 0, 1, 1);
-    test_session state;
-    state->ndr = 1;
-    untouched_hits hits;
-    EXPECT_EQ(run_all_bms_checks(state, rules.head, &hits.head), 1);
-    EXPECT_EQ(hits.head, nullptr);
+// The same for each of the 16 switch settings of the rule and the 16 kinds of session.
+TEST_F(report_test, the_rules_switches_decide_who_is_skipped) {
+    static constexpr uint8_t smtp_state::*flags[] = {&smtp_state::mua, &smtp_state::ndr,
+                                                     &smtp_state::localhost, &smtp_state::ipv6};
+    for (unsigned switches = 0; switches < 16; ++switches) {
+        rule_list rules;
+        rules.add("block_lists", nullptr, switches & 1, switches >> 1 & 1, switches >> 2 & 1,
+                  switches >> 3 & 1);
+        for (unsigned kind = 0; kind < 16; ++kind) {
+            test_session state;
+            for (unsigned bit = 0; bit < 4; ++bit) {
+                state->*flags[bit] = kind >> bit & 1;
+            }
+            const bool skipped = kind & ~switches;
+            untouched_hits hits;
+            EXPECT_EQ(run_all_bms_checks(state, rules.head, &hits.head), skipped)
+                << "switches " << switches << ", kind " << kind;
+            EXPECT_EQ(hits.untouched(), !skipped);
+            EXPECT_EQ(log.errors(),
+                      skipped ? lines{} : lines{"run_all_bms_checks: Failed to load list of BMS"});
+        }
+    }
 }
 
 TEST_F(report_test, an_address_that_no_map_can_hold_has_no_hits) {

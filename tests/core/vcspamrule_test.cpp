@@ -168,6 +168,19 @@ TEST_F(vcspamrule_test, a_list_is_dumped_rule_by_rule) {
     EXPECT_EQ(std::count(dump.begin(), dump.end(), '\n'), 31 * 7);
 }
 
+// As the runner does: an element without a rule is passed over.
+TEST_F(vcspamrule_test, a_list_may_hold_elements_without_a_rule) {
+    const owned_rule rule(new_rule("last", nullptr, 0, 0, 0, 0, "text"), free_rule);
+    vc_list_entry last = {rule.get(), sizeof(spam_rule), nullptr};
+    vc_list_entry empty = {nullptr, sizeof(spam_rule), &last};
+    EXPECT_EQ(find_rule(&empty, "last"), rule.get());
+    ::testing::internal::CaptureStdout();
+    dump_rules(&empty);
+    fflush(stdout);
+    const std::string dump = ::testing::internal::GetCapturedStdout();
+    EXPECT_TRUE(dump.starts_with("==Dumping [last] spam rule==\n")) << dump;
+}
+
 TEST_F(vcspamrule_test, an_absent_rejection_is_dumped_as_null) {
     char name[] = "bare";
     spam_rule rule = {};
