@@ -689,8 +689,10 @@ TEST_F(decision_test, a_leftover_hit_exempts) {
     test_session state;
     state.set(&smtp_state::hit_name, "left over");
     state.set(&smtp_state::rejection_notice, "some notice");
+    state->notice_flag = 1;
     EXPECT_EQ(is_exempt_r(state, nullptr, rules.head), 1);
     EXPECT_EQ(hit(state), "left over / (none)");
+    EXPECT_EQ(state->notice_flag, 0);
 
     state.set(&smtp_state::hit_name, "a name without a notice");
     EXPECT_EQ(is_exempt_r(state, nullptr, rules.head), 0);

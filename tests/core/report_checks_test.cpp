@@ -30,6 +30,12 @@ struct untouched_hits {
     }
 };
 
+int calls;
+uint8_t counting_hit(smtp_state *) {
+    ++calls;
+    return 1;
+}
+
 constexpr char maps_file[] = "c:/quillfence/bms/lists_to_update";
 constexpr char other_maps_file[] = "c:/quillfence/bms/control/lists_to_update";
 
@@ -100,14 +106,6 @@ TEST_F(report_test, a_hit_is_a_copy_with_its_nul) {
     taken(&hits);
 }
 
-namespace {
-int calls;
-uint8_t counting_hit(smtp_state *) {
-    ++calls;
-    return 1;
-}
-} // namespace
-
 TEST_F(report_test, only_block_all_mail_is_not_run) {
     rule_list rules;
     rules.add("block_all_mail", counting_hit);
@@ -124,8 +122,8 @@ TEST_F(report_test, only_block_all_mail_is_not_run) {
 
 TEST_F(report_test, elements_without_a_rule_or_a_name_are_passed_over) {
     rule_list rules;
-    rules.add("x", always_hits)->name[0] = '\0';
-    spam_rule *nameless = rules.add("x", always_hits);
+    rules.add("x", counting_hit)->name[0] = '\0';
+    spam_rule *nameless = rules.add("x", counting_hit);
     free(nameless->name);
     nameless->name = nullptr;
     rules.add("require_helo", always_hits);
@@ -134,8 +132,10 @@ TEST_F(report_test, elements_without_a_rule_or_a_name_are_passed_over) {
     rules.add("valid_ptr", always_hits);
     test_session state;
     vc_list_entry *hits = nullptr;
+    calls = 0;
     ASSERT_EQ(run_all_spam_checks(state, rules.head, &hits), 1);
     EXPECT_EQ(taken(&hits), (lines{"require_helo", "valid_ptr"}));
+    EXPECT_EQ(calls, 0) << "nothing of a rule without a name is run";
 }
 
 TEST_F(report_test, no_hits_are_an_empty_list) {
