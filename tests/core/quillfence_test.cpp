@@ -73,6 +73,7 @@ TEST_F(quillfence_test, nothing_is_left_of_the_rules) {
 }
 
 TEST_F(quillfence_test, the_mail_log_carries_the_engines_name) {
+    ql_set_program_name("another");
     ASSERT_EQ(quillfence_init(), 1);
     drive.make_folder("c:/quillfence/log");
     smtp_state *state = new_smtp_state();

@@ -171,12 +171,14 @@ TEST_F(process_state_test, no_address) {
     EXPECT_TRUE(dns.asked().empty());
 }
 
-TEST_F(process_state_test, a_sender_does_not_take_the_ndr_flag_away) {
-    fill("127.0.0.1");
-    state->ndr = 1;
-    EXPECT_EQ(__process_state(state), 1);
-    EXPECT_EQ(state->ndr, 1);
-    EXPECT_STREQ(state->mail_from, "a@example.org");
+TEST_F(process_state_test, an_ndr_flag_stays) {
+    for (const char *sender : {"a@example.org", ""}) {
+        fill("127.0.0.1", sender);
+        state->ndr = 1;
+        EXPECT_EQ(__process_state(state), 1);
+        EXPECT_EQ(state->ndr, 1);
+        EXPECT_STREQ(state->mail_from, *sender ? sender : "bounce message");
+    }
 }
 
 TEST_F(process_state_test, names_are_looked_up_once) {
