@@ -157,9 +157,9 @@ TEST_F(ksf, networks_keep_what_was_written) {
                    "192.0.2.4/30x,255.255.255.255"),
               lines{"example.org=00000000/32,00000000/0,80000000/1,0a000000/8,0a000000/-1,"
                     "c0000204/30,ffffffff/32"});
-    // All bits belong to a /32.
-    EXPECT_EQ(load(" example.org\t:\t192.0.2.1/32 , 192.0.2.2/31 \r"),
-              lines{"example.org=c0000201/32,c0000202/31"});
+    // All bits belong to a /32; an address has up to 15 characters.
+    EXPECT_EQ(load(" example.org\t:\t192.0.2.1/32 , 192.0.2.2/31,198.151.100.128/25 \r"),
+              lines{"example.org=c0000201/32,c0000202/31,c6976480/25"});
 }
 
 TEST_F(ksf, a_carriage_return_is_white_space) {

@@ -586,14 +586,17 @@ TEST_F(journal, failures_of_the_hourly_counter) {
     EXPECT_EQ(log.errors(),
               (lines{"vc_write: fatal error on block write (w32) got error code 112",
                      "ql_clear_counter_hour: Failed to empty hourly stat for hour: 21"}));
-    drive.write(hourly_file, file_with(1699999200 - 30 * 3600, 773, {}));
-    writes_until_failure = 1;
-    quillfence_increment_counter_hourly(directory, 0, 0);
-    EXPECT_EQ(log.errors(),
-              (lines{"vc_write: fatal error on block write (w32) got error code 112",
-                     "ql_clear_counter_hour: Failed to empty hourly stat for hour: 22",
-                     "quillfence_increment_counter_hourly: Failed to empty hourly stat record for "
-                     "all hours"}));
+    for (const uint32_t hours : {24u, 30u}) {
+        drive.write(hourly_file, file_with(1699999200 - hours * 3600, 773, {}));
+        writes_until_failure = 1;
+        quillfence_increment_counter_hourly(directory, 0, 0);
+        EXPECT_EQ(log.errors(),
+                  (lines{"vc_write: fatal error on block write (w32) got error code 112",
+                         "ql_clear_counter_hour: Failed to empty hourly stat for hour: 22",
+                         "quillfence_increment_counter_hourly: Failed to empty hourly stat record "
+                         "for all hours"}))
+            << hours;
+    }
 }
 
 TEST_F(journal, a_path_that_can_not_be_built_is_told) {
@@ -714,7 +717,27 @@ TEST_F(journal, today) {
     EXPECT_EQ(month, 11);
     EXPECT_EQ(day, 13);
     EXPECT_EQ(__absolute_date(nullptr, &month, &day), 0);
-    EXPECT_EQ(log.errors(), lines{"__absolute_date: Invalid argument"});
+    EXPECT_EQ(__absolute_date(&midnight, nullptr, &day), 0);
+    EXPECT_EQ(__absolute_date(&midnight, &month, nullptr), 0);
+    EXPECT_EQ(log.errors(), lines(3, "__absolute_date: Invalid argument"));
+}
+
+TEST_F(journal, midnight_of_a_day_whose_clock_has_changed_since) {
+    set_zone("EST5EDT");
+    const struct {
+        int64_t moment, midnight;
+    } cases[] = {
+        {1710054000, 1710046800}, // 2024-03-10 03:00 EDT, the day began in EST
+        {1699164000, 1699156800}, // 2023-11-05 01:00 EST, the day began in EDT
+    };
+    for (const auto &c : cases) {
+        moment = c.moment;
+        int64_t midnight = 0;
+        int month = 0;
+        int day = 0;
+        EXPECT_EQ(__absolute_date(&midnight, &month, &day), 1);
+        EXPECT_EQ(midnight, c.midnight);
+    }
 }
 
 TEST_F(journal, paths) {

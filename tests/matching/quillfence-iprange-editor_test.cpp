@@ -164,6 +164,8 @@ TEST_F(range_editor_test, a_range_that_is_refused_has_begun_its_file) {
 
 TEST_F(range_editor_test, del) {
     const std::string all = header(2, 3) + first + second + third;
+    const std::string same_low = record({10, 0, 0, 1}, {10, 0, 0, 9});
+    const std::string same_high = record({10, 0, 0, 0}, {10, 0, 0, 5});
     const struct {
         const char *name;
         std::string before;
@@ -176,6 +178,8 @@ TEST_F(range_editor_test, del) {
         {"the only one", header(2, 1) + first, "10.0.0.1", "10.0.0.5", "success", header(2, 0)},
         {"every equal one", header(2, 3) + first + second + first, "10.0.0.1", "10.0.0.5",
          "success", header(2, 1) + second},
+        {"one that shares an end stays", header(2, 3) + same_low + first + same_high, "10.0.0.1",
+         "10.0.0.5", "success", header(2, 2) + same_low + same_high},
         {"another low", all, "10.0.0.2", "10.0.0.5", "absent", all},
         {"another high", all, "10.0.0.1", "10.0.0.4", "absent", all},
         {"ends the wrong way round", all, "10.0.0.5", "10.0.0.1", "absent", all},
@@ -414,6 +418,31 @@ TEST_F(range_editor_test, a_lack_of_memory_has_its_text) {
         });
     EXPECT_EQ(texts, (std::set<std::string>{"Error opening file", "Out of memory error"}));
     EXPECT_EQ(get(), header(2, 1) + second);
+}
+
+int writes_so_far;
+
+// Half of the first write, then a full disk for one.
+uint32_t half_a_write(const char *call, const char *) {
+    if (std::strcmp(call, "file_write") != 0) {
+        return 0;
+    }
+    ++writes_so_far;
+    return writes_so_far == 1 ? uint32_t{platform::observed_half} : writes_so_far == 2 ? 112u : 0u;
+}
+
+TEST_F(range_editor_test, half_a_record_does_not_stay) {
+    const std::string before = header(2, 1) + first;
+    put(before);
+    writes_so_far = 0;
+    platform::set_call_observer(half_a_write);
+    EXPECT_EQ(add("10.0.1.1", "10.0.1.5"), "Error writing file");
+    platform::set_call_observer(nullptr);
+    EXPECT_EQ(writes_so_far, 2);
+    EXPECT_EQ(log.errors(), lines{"vc_write: fatal error on block write (w32) got error code 112"});
+    EXPECT_EQ(get(), before);
+    EXPECT_EQ(add("10.0.1.1", "10.0.1.5"), "success") << "with room again";
+    EXPECT_EQ(get(), header(2, 2) + first + second);
 }
 
 TEST_F(range_editor_test, a_read_only_file) {

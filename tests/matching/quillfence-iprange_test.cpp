@@ -409,8 +409,9 @@ TEST_F(range_test, a_file_is_begun_for_writing_only) {
 
     // A valid header stays as it is, and is what the handle has.
     put(header(0x201, 7));
-    file.reset(__open_range_file(dir, "ips.range", 1, 1));
+    file.reset(__open_range_file("c:/quillfence/", "ips.range", 1, 1));
     ASSERT_TRUE(file);
+    EXPECT_STREQ(file->path, path) << "one slash is enough";
     EXPECT_EQ(file->header.version, 0x201u);
     EXPECT_EQ(file->header.count, 7u);
     file.reset();

@@ -35,7 +35,7 @@ class is_local : public drive_test {
 };
 
 TEST_F(is_local, a_domain_of_the_table) {
-    install("EXAMPLE.COM\t1\r\nexample.org\t\r\nlast.example\tx");
+    install("EXAMPLE.COM\t1\r\nexample.org\t\r\ntabs.example\tx\ty\nlast.example\tx");
     const struct {
         const char *address;
         int want;
@@ -55,6 +55,8 @@ TEST_F(is_local, a_domain_of_the_table) {
         {"a@example.com\t", 0},
         {"a@example.com\t1", 0},
         {"a@\t", 0},
+        {"a@tabs.example", 1},
+        {"a@tabs.example\tx", 0}, // the first TAB ends the domain
     };
     for (const auto &c : cases) {
         EXPECT_EQ(is_local_domain(c.address), c.want) << c.address;
@@ -67,6 +69,7 @@ TEST_F(is_local, lines_without_a_tab_are_passed_over) {
     EXPECT_EQ(is_local_domain("a@two.example"), 0);
     EXPECT_EQ(is_local_domain("a@two.example 1"), 0);
     EXPECT_EQ(is_local_domain("a@empty.example"), 0);
+    EXPECT_EQ(is_local_domain("a@"), 0) << "no domain, though a line names it";
     EXPECT_EQ(is_local_domain("a@three.example"), 1);
 }
 

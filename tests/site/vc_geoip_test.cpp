@@ -59,6 +59,18 @@ TEST_F(vc_geoip, an_entry_without_a_code_is_catch_all) {
               lines{"__vc_get_country_code: Failed to retrieve value from lookup in MMDB"});
 }
 
+TEST_F(vc_geoip, a_code_that_is_no_text_is_catch_all) {
+    std::string damaged = country_database();
+    const size_t at = damaged.find("\x42"
+                                   "DE"); // a text of two bytes
+    ASSERT_NE(at, std::string::npos);
+    damaged[at] = '\x82'; // the same as plain bytes
+    drive.write(database, damaged);
+    EXPECT_EQ(code_of(database, "192.0.2.1"), "**");
+    EXPECT_EQ(log.errors(),
+              lines{"__vc_get_country_code: Failed to retrieve value from lookup in MMDB"});
+}
+
 TEST_F(vc_geoip, private_addresses_do_not_open_the_database) {
     for (const char *ip :
          {"192.168.1.1", "127.0.0.1", "10.0.0.1", "::1", "fe80::1", "::ffff:192.0.2.1"}) {
