@@ -211,7 +211,7 @@ void vc_map_iterator_free(vc_map_iterator *iterator); // free() itself will do; 
 // to, owned or not and however short: its bytes are saved, never the pointer. A null value has no
 // bytes. Without overwrite an existing file is left alone: 0 without a line. The file is not cut:
 // saving a smaller map over a larger file leaves the old tail behind the data, where the reader
-// never looks (kept on purpose).
+// never looks (kept on purpose). A save that breaks off may leave parts of both files.
 // ERROR lines: EINVAL for a null path; "Cannot save complex maps!" (a release function other than
 // free), "Key or value is too big, failed to save", "Failed to write the data to the file during
 // save: [%s]".

@@ -1,6 +1,7 @@
 // The hash map in files and as text.
 #include "vc_hashmap.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -311,6 +312,31 @@ TEST_F(vc_hashmap_file, an_old_tail_stays_and_is_not_read) {
     EXPECT_EQ(vc_map_save(map, path, 1), 1);
     EXPECT_EQ(drive.read(path), sample_bytes() + tail);
     EXPECT_EQ(order_of(owned_map(vc_map_load(path))), "a d c b");
+}
+
+// The file is written in place: the reader can't tell that its front and its end are two maps'.
+TEST_F(vc_hashmap_file, a_save_that_breaks_off_may_leave_parts_of_both_maps) {
+    const owned_map map(vc_map_create(1, 8));
+    std::string value(1000, 'o');
+    value.back() = '\0';
+    for (const char *key : {"a", "b", "c", "d", "e", "f", "g", "h"}) {
+        EXPECT_EQ(vc_map_store_ex(map, key, value.data(), value.size(), 1, nullptr), 1);
+    }
+    EXPECT_EQ(vc_map_save(map, path, 1), 1);
+    std::fill(value.begin(), value.end() - 1, 'n');
+    for (const char *key : {"a", "h"}) {
+        EXPECT_EQ(vc_map_update_ex(map, key, value.data(), value.size(), 1, nullptr), 1);
+    }
+    {
+        call_watch watch;
+        watch.fail("file_write", 2, 112); // behind the first 4096 bytes
+        EXPECT_EQ(vc_map_save(map, path, 1), 0);
+    }
+    EXPECT_EQ(log.errors().size(), 2u);
+    const owned_map loaded(vc_map_load(path));
+    EXPECT_EQ(order_of(loaded), "a b c d e f g h");
+    EXPECT_EQ(text_in(loaded, "a").substr(0, 3), "nnn");
+    EXPECT_EQ(text_in(loaded, "h").substr(0, 3), "ooo");
 }
 
 void foreign_free(void *) {}

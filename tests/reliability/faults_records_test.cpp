@@ -89,8 +89,8 @@ TEST_F(faults_records, mail_log) {
     free_smtp_state(state);
 }
 
-// A map is saved over its file in place: a save that fails says so, and a file that is cut off is
-// refused by the reader, never read as a smaller map.
+// A map is saved in place: a save that fails says so, and a new file that is cut off is refused by
+// the reader, never read as a smaller map.
 TEST_F(faults_records, saving_a_map) {
     static constexpr char path[] = "c:/quillfence/map";
     vc_hashmap *map = vc_map_create(3, 2);
