@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <bit>
-#include <cerrno>
 #include <cstring>
 #include <map>
 #include <string_view>
@@ -10,8 +9,6 @@
 
 #include "byte_cursor.h"
 #include "data_program.h"
-#include "platform/error_numbers.h"
-#include "platform/file.h"
 
 namespace quillfence::data_tool {
 
@@ -156,39 +153,31 @@ map_size write_block_map(const address_set &addresses,
 
 // --- Reading ------------------------------------------------------------------------------------
 
-block_map::block_map(const std::string &path)
-    : path_(path), stream_(platform::stream_open(path.c_str(), "rb")) {
-    if (!stream_) {
-        throw failure(path + ": " + std::strerror(errno));
-    }
-    platform::file_handle file;
-    uint32_t error = platform::file_open(path.c_str(), {}, &file);
-    if (!error) {
-        error = platform::file_size(file, &size_);
-        platform::file_close(file);
-    }
+block_map::block_map(const std::string &path) : path_(path) {
+    uint32_t error = file_.open(path);
+    error = error ? error : file_.size(&size_);
     if (error) {
         throw failure(file_error(path, error));
     }
     level1_ = read_table(0);
 }
 
-// How many bytes were there; the others are zeros.
-size_t block_map::read(uint64_t offset, void *bytes, size_t size) {
-    std::memset(bytes, 0, size);
-    errno = 0;
-    const bool sought = std::fseek(stream_.get(), static_cast<long>(offset), SEEK_SET) == 0;
-    const size_t got = sought ? std::fread(bytes, 1, size, stream_.get()) : 0;
-    if (!sought || std::ferror(stream_.get())) {
-        throw failure(path_ + ": " + std::strerror(errno));
+// The bytes lie within the file.
+void block_map::read(uint64_t offset, void *bytes, size_t size) const {
+    size_t got = 0;
+    if (const uint32_t error = file_.read_at(offset, bytes, size, &got)) {
+        throw failure(file_error(path_, error));
     }
-    return got;
+    if (got != size) {
+        throw failure(path_ + ": has become shorter meanwhile");
+    }
 }
 
-block_map::table block_map::read_table(uint64_t offset) {
-    uint8_t bytes[table_size];
-    const size_t got = read(offset, bytes, sizeof bytes);
-    std::memset(bytes + got / 4 * 4, 0, sizeof bytes - got / 4 * 4); // a cut entry says nothing
+block_map::table block_map::read_table(uint64_t offset) const {
+    uint8_t bytes[table_size] = {};
+    // What is missing of the first table, or a cut entry, says nothing.
+    const uint64_t there = std::min<uint64_t>(table_size, size_ - offset) / 4 * 4;
+    read(offset, bytes, static_cast<size_t>(there));
     table values;
     for (size_t i = 0; i < values.size(); ++i) {
         values[i] = load_le32(bytes + i * 4);
@@ -214,7 +203,7 @@ block_map::entry block_map::judge(uint32_t value, size_t below, const std::strin
     return {coverage::some, ""};
 }
 
-map_answer block_map::ask(uint32_t address) {
+map_answer block_map::ask(uint32_t address) const {
     const entry upper =
         judge(level1_[address >> 24], table_size, network_text(address & 0xFF000000, 8));
     if (upper.covers != coverage::some) {
@@ -278,7 +267,7 @@ void add_bitmap(stretches *out, uint32_t network, const bitmap &bits) {
 } // namespace
 
 void block_map::walk(const std::function<void(address_range)> &found,
-                     const std::function<void(const std::string &)> &damaged) {
+                     const std::function<void(const std::string &)> &damaged) const {
     if (size_ < table_size) {
         damaged("the file ends after " + std::to_string(size_) +
                 " bytes, inside the table of "

@@ -4,13 +4,12 @@
 
 #include <array>
 #include <cstdint>
-#include <cstdio>
 #include <functional>
 #include <string>
 
 #include "address_set.h"
 #include "address_text.h"
-#include "line_input.h"
+#include "open_file.h"
 
 namespace quillfence::data_tool {
 
@@ -45,12 +44,12 @@ class block_map {
     explicit block_map(const std::string &path);
 
     // The engine's answer.
-    map_answer ask(uint32_t address);
+    map_answer ask(uint32_t address) const;
 
     // Calls `found` for each stretch of listed addresses, in order, none touching another, and
     // `damaged` with a sentence for each part that can't be read; nothing is listed there.
     void walk(const std::function<void(address_range)> &found,
-              const std::function<void(const std::string &)> &damaged);
+              const std::function<void(const std::string &)> &damaged) const;
 
   private:
     using table = std::array<uint32_t, 256>;
@@ -60,11 +59,11 @@ class block_map {
     };
     // `below` is the size of what the entry may point to.
     entry judge(uint32_t value, size_t below, const std::string &what) const;
-    size_t read(uint64_t offset, void *bytes, size_t size);
-    table read_table(uint64_t offset);
+    void read(uint64_t offset, void *bytes, size_t size) const;
+    table read_table(uint64_t offset) const;
 
     std::string path_;
-    stream_ptr stream_;
+    open_file file_;
     uint64_t size_ = 0;
     table level1_;
 };

@@ -7,6 +7,7 @@
 
 #include "data_program.h"
 #include "engine_messages.h"
+#include "open_file.h"
 #include "platform/file.h"
 #include "tiny_rex_storage.h"
 
@@ -41,6 +42,9 @@ std::vector<file_block> read_compiled_file(const std::string &path) {
         throw failure(path + ": " + std::strerror(errno));
     }
     if (!trs_valid_file(stream.get())) {
+        if (std::ferror(stream.get())) {
+            throw failure(path + ": " + messages.take());
+        }
         throw failure(path + ": is no compiled pattern file: it does not begin with the bytes "
                              "B9 EB 00 00; make one with \"quillfence-data regex compile\"");
     }

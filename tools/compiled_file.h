@@ -6,7 +6,6 @@
 #include <string>
 #include <vector>
 
-#include "line_input.h"
 #include "pattern_text.h"
 
 namespace quillfence::data_tool {

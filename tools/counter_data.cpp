@@ -2,12 +2,13 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <new>
 
 #include "data_program.h"
 #include "engine_messages.h"
+#include "open_file.h"
 #include "platform/clock.h"
 #include "platform/error_numbers.h"
-#include "platform/file.h"
 #include "text.h"
 #include "vc_text.h"
 
@@ -21,42 +22,40 @@ class counter_file {
   public:
     // A missing file is fine, and not created.
     counter_file(heap_string path, int (*is_valid)(vc_handle)) : path_(path ? path.get() : "") {
-        const engine_messages silent;
-        const uint32_t error = platform::file_open(path_.c_str(), {}, &file_);
+        if (!path) {
+            throw std::bad_alloc();
+        }
+        engine_messages messages;
+        const uint32_t error = file_.open(path_);
         if (error && error != platform::error_file_not_found) {
             throw failure(file_error(path_, error));
         }
-        if (!error && !is_valid(file_)) {
-            platform::file_close(file_);
-            throw failure(path_ +
-                          ": is no counter file, and the next count starts it anew; look at "
-                          "it with \"quillfence-data verify\"");
+        if (error || is_valid(file_.handle())) {
+            return;
         }
-    }
-    ~counter_file() {
-        if (is_open()) {
-            platform::file_close(file_);
+        if (const std::string problem = messages.take(); !problem.empty()) {
+            throw failure(path_ + ": can't be read: " + problem);
         }
+        throw failure(path_ + ": is no counter file, and the next count starts it anew; look at "
+                              "it with \"quillfence-data verify\"");
     }
-    counter_file(const counter_file &) = delete;
-    counter_file &operator=(const counter_file &) = delete;
 
     bool is_open() const {
-        return file_ != platform::invalid_file;
+        return file_.is_open();
     }
     ql_counter day(int index) const {
         ql_counter counter = {};
-        check(ql_read_counter_day(file_, index, &counter));
+        check(ql_read_counter_day(file_.handle(), index, &counter));
         return counter;
     }
     ql_counter hour(int index) const {
         ql_counter counter = {};
-        check(ql_read_counter_hour(file_, index, &counter));
+        check(ql_read_counter_hour(file_.handle(), index, &counter));
         return counter;
     }
     uint32_t last_update() const {
         uint32_t stamp = 0;
-        check(ql_read_last_update(file_, &stamp));
+        check(ql_read_last_update(file_.handle(), &stamp));
         return stamp;
     }
 
@@ -68,7 +67,7 @@ class counter_file {
     }
 
     std::string path_;
-    platform::file_handle file_ = platform::invalid_file;
+    open_file file_;
 };
 
 counts counts_of(const ql_counter &record) {
@@ -177,9 +176,7 @@ counts sum_of(const counts &a, const counts &b) {
 }
 
 counter_totals read_counters(const std::string &directory) {
-    if (!is_directory(directory)) {
-        throw failure(directory + ": is no folder; give the one that holds \"qflog\"");
-    }
+    require_directory(directory, "give the one that holds \"qflog\"");
     counter_totals totals;
     bool any = false;
     for (int month = 1; month <= 12; ++month) {

@@ -7,6 +7,7 @@
 
 #include "data_program.h"
 #include "line_input.h"
+#include "open_file.h"
 
 namespace quillfence::data_tool {
 

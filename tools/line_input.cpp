@@ -1,6 +1,5 @@
 #include "line_input.h"
 
-#include <cerrno>
 #include <cstring>
 #include <filesystem>
 
@@ -12,30 +11,23 @@ namespace quillfence::data_tool {
 static constexpr size_t piece_size = 256 * 1024;
 static constexpr size_t max_line_length = 1024 * 1024;
 
-void stream_closer::operator()(FILE *stream) const {
-    if (stream != stdin) {
-        std::fclose(stream);
-    }
-}
-
-static uint64_t size_of_file(const std::string &path) {
-    platform::file_handle file;
-    if (path == "-" || platform::file_open(path.c_str(), {}, &file) != 0) {
-        return 0;
-    }
+static uint64_t size_of(const open_file &file) {
     uint64_t size = 0;
-    platform::file_size(file, &size);
-    platform::file_close(file);
-    return size;
+    return file.is_open() && !file.size(&size) ? size : 0;
 }
 
 line_input::line_input(const std::string &path)
-    : name_(path == "-" ? "standard input" : path),
-      stream_(path == "-" ? stdin : platform::stream_open(path.c_str(), "rb")), buffer_(piece_size),
-      bar_("reading " + name_, size_of_file(path)) {
-    if (!stream_) {
-        throw failure(path + ": " + std::strerror(errno));
+    : name_(path == "-" ? "standard input" : path), from_(begin(path)), buffer_(piece_size),
+      bar_("reading " + name_, size_of(file_)) {}
+
+platform::file_handle line_input::begin(const std::string &path) {
+    if (path == "-") {
+        return platform::file_standard_input();
     }
+    if (const uint32_t error = file_.open(path)) {
+        throw failure(file_error(path, error));
+    }
+    return file_.handle();
 }
 
 // Makes room and reads on; false at the end of the file.
@@ -46,11 +38,11 @@ bool line_input::fill() {
     if (filled_ == buffer_.size()) {
         buffer_.resize(buffer_.size() * 2);
     }
-    errno = 0;
-    const size_t got =
-        std::fread(buffer_.data() + filled_, 1, buffer_.size() - filled_, stream_.get());
-    if (std::ferror(stream_.get())) {
-        throw failure(name_ + ": " + std::strerror(errno));
+    uint32_t got = 0;
+    if (const uint32_t error =
+            platform::file_read(from_, buffer_.data() + filled_,
+                                static_cast<uint32_t>(buffer_.size() - filled_), &got)) {
+        throw failure(file_error(name_, error));
     }
     if (got == 0) {
         bar_.wipe();

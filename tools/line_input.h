@@ -2,20 +2,14 @@
 #pragma once
 
 #include <cstdint>
-#include <cstdio>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "open_file.h"
 #include "progress.h"
 
 namespace quillfence::data_tool {
-
-struct stream_closer {
-    void operator()(FILE *stream) const;
-};
-using stream_ptr = std::unique_ptr<FILE, stream_closer>;
 
 class line_input {
   public:
@@ -35,10 +29,12 @@ class line_input {
     }
 
   private:
+    platform::file_handle begin(const std::string &path);
     bool fill();
 
     std::string name_;
-    stream_ptr stream_;
+    open_file file_;
+    platform::file_handle from_; // the file, or standard input
     std::vector<char> buffer_;
     size_t used_ = 0;
     size_t filled_ = 0;

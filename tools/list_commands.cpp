@@ -8,6 +8,7 @@
 #include "line_reader.h"
 #include "list_files.h"
 #include "list_line.h"
+#include "open_file.h"
 #include "quillfence-iprange.h"
 #include "range_records.h"
 #include "text.h"
@@ -22,12 +23,12 @@ namespace {
 // The lines of one list that match, as the engine reads and counts them.
 unsigned find_in_list(const std::string &path, const list_file &list, const std::string &value,
                       std::ostream &out) {
-    platform::file_handle file = platform::invalid_file;
-    if (const uint32_t error = platform::file_open(path.c_str(), {}, &file)) {
+    open_file file;
+    if (const uint32_t error = file.open(path)) {
         throw failure(file_error(path, error));
     }
     line_reader in;
-    begin_lines(&in, file, longest_entry, true);
+    begin_lines(&in, file.handle(), longest_entry, true);
     unsigned matches = 0;
     uint32_t length = 0;
     for (unsigned number = 1; const char *const line = next_line(&in, &length); ++number) {
@@ -38,29 +39,60 @@ unsigned find_in_list(const std::string &path, const list_file &list, const std:
             ++matches;
         }
     }
-    platform::file_close(file);
     if (in.error) {
         throw failure(file_error(path, in.error));
     }
     return matches;
 }
 
-unsigned find_in_ranges(const std::string &path, const std::string &value, std::ostream &out) {
+// As the engine sees it, which finds these two addresses nowhere.
+bool holds(const range_record &record, uint32_t address) {
+    return record.valid && address != 0 && address != 0xFFFFFFFF && record.low <= address &&
+           address <= record.high;
+}
+
+// Nothing in it stops the engine's search.
+bool is_sound(const range_records &ranges) {
+    return ranges.state == range_state::current && ranges.records.size() == ranges.counted &&
+           std::all_of(ranges.records.begin(), ranges.records.end(),
+                       [](const range_record &record) { return record.valid; });
+}
+
+// The engine's own answer; what it can't make of the file is complained about. Of a sound file it
+// must be the answer that the records give.
+bool engine_finds(const std::string &path, const range_records &ranges, const std::string &value,
+                  bool in_records) {
     const path_parts parts = parts_of(path);
-    const std::optional<uint32_t> address = parse_address(value);
-    if (!address || !is_file(path)) {
-        return 0;
-    }
     engine_messages messages;
     const bool listed = file_contains_ip_range_match(parts.name.c_str(), value.c_str(),
                                                      parts.directory.c_str()) != 0;
-    if (const std::string problem = messages.take(); !problem.empty()) {
+    const std::string problem = messages.take();
+    if (is_sound(ranges) && listed != in_records) {
+        throw failure(path + ": the engine's answer for " + value + " is another one" +
+                      (problem.empty() ? "; has the file changed meanwhile?" : ": " + problem));
+    }
+    if (!problem.empty()) {
         complain(problem);
     }
-    unsigned matches = 0;
+    return listed;
+}
+
+unsigned find_in_ranges(const std::string &path, const std::string &value, std::ostream &out) {
+    const std::optional<uint32_t> address = parse_address(value);
+    if (!address || !may_be_file(path)) {
+        return 0;
+    }
     const range_records read = read_ranges(path);
+    if (read.error) {
+        throw failure(file_error(path, read.error));
+    }
+    const bool in_records =
+        std::any_of(read.records.begin(), read.records.end(),
+                    [&](const range_record &record) { return holds(record, *address); });
+    const bool listed = engine_finds(path, read, value, in_records);
+    unsigned matches = 0;
     for (const range_record &record : read.records) {
-        if (listed && record.valid && record.low <= *address && *address <= record.high) {
+        if (listed && holds(record, *address)) {
             out << path << ": record " << record.number << ": " << range_text(record)
                 << (record.comment.empty() ? "" : "  ") << printable(record.comment)
                 << " (range)\n";
@@ -73,7 +105,7 @@ unsigned find_in_ranges(const std::string &path, const std::string &value, std::
 unsigned find_in(const std::string &directory, const list_file &list, const std::string &value,
                  std::ostream &out) {
     const std::string path = joined(directory, list.name);
-    unsigned matches = is_file(path) ? find_in_list(path, list, value, out) : 0;
+    unsigned matches = may_be_file(path) ? find_in_list(path, list, value, out) : 0;
     if (list.kind == list_kind::ips) {
         matches += find_in_ranges(path + range_suffix, value, out);
     }
@@ -90,12 +122,14 @@ std::string list_path(const list_edit_arguments &arguments) {
     return joined(arguments.directory, arguments.list);
 }
 
-// What the engine's operation answers: null on success.
+// Throws what the engine's operation answers: null on success. A success that it complained about
+// may be none, such as when it could not see whether there is a list.
 void fail_with(const list_edit_arguments &arguments, const char *answer,
                engine_messages *messages) {
-    if (answer) {
-        const std::string reason = messages->take();
-        throw failure(list_path(arguments) + ": " + printable(arguments.entry) + ": " + answer +
+    const std::string reason = messages->take();
+    if (answer || !reason.empty()) {
+        throw failure(list_path(arguments) + ": " + printable(arguments.entry) + ": " +
+                      (answer ? answer : "perhaps not done, look at the list") +
                       (reason.empty() ? "" : " (" + reason + ')'));
     }
 }
@@ -127,9 +161,7 @@ std::string why_no_entry(const list_edit_arguments &arguments) {
 } // namespace
 
 exit_status list_find(const list_find_arguments &arguments, std::ostream &out) {
-    if (!is_directory(arguments.directory)) {
-        throw failure(arguments.directory + ": is no folder; give the one that holds the lists");
-    }
+    require_directory(arguments.directory, "give the one that holds the lists");
     if (arguments.value.empty()) {
         throw failure("nothing to look for; give a mail address or a client's address");
     }
@@ -170,7 +202,7 @@ exit_status list_add(const list_edit_arguments &arguments, std::ostream &out) {
 }
 
 exit_status list_del(const list_edit_arguments &arguments, std::ostream &out) {
-    const bool there = is_file(list_path(arguments));
+    const bool there = may_be_file(list_path(arguments));
     engine_messages messages;
     fail_with(arguments,
               vc_del_entry(arguments.directory.c_str(), arguments.list.c_str(),

@@ -76,14 +76,16 @@ static std::string why_useless_ipv6(const std::string &entry) {
 }
 
 static std::string why_useless_ip(const std::string &entry) {
-    const engine_messages silent;
-    switch (vc_is_ip(entry.c_str())) {
-    case vc_family_ipv4:
-        return {};
-    case vc_family_ipv6:
-        return why_useless_ipv6(entry);
-    default:
-        break;
+    engine_messages messages;
+    const int family = vc_is_ip(entry.c_str());
+    const std::string problem = family == vc_family_ipv6 ? why_useless_ipv6(entry) : "";
+    // The engine has nothing to say about a text that is no address, only about a system that
+    // fails.
+    if (const std::string failed = messages.take(); !failed.empty()) {
+        return "can't be judged: the engine says \"" + failed + '"';
+    }
+    if (family) {
+        return problem;
     }
     if (entry.find_first_of("/-*") != std::string::npos) {
         return "never matches: one address a line; networks go into the list's range file "

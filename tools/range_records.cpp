@@ -6,7 +6,6 @@
 #include "address_text.h"
 #include "byte_cursor.h"
 #include "engine_messages.h"
-#include "platform/error_numbers.h"
 #include "quillfence-iprange-file.h"
 #include "quillfence-iprange.h"
 #include "text.h"
@@ -46,9 +45,7 @@ range_records read_ranges(const std::string &path) {
     std::string text;
     read.error = read_file(path, &text);
     if (read.error) {
-        const bool missing = read.error == platform::error_file_not_found ||
-                             read.error == platform::error_path_not_found;
-        read.state = missing ? range_state::missing : range_state::unreadable;
+        read.state = is_missing(read.error) ? range_state::missing : range_state::unreadable;
         return read;
     }
     read.size = text.size();

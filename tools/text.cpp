@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "data_program.h"
+#include "open_file.h"
 #include "platform/error_numbers.h"
 #include "platform/file.h"
 #include "vc_text.h"
@@ -67,21 +69,17 @@ path_parts parts_of(std::string_view path) {
 }
 
 uint32_t read_file(const std::string &path, std::string *bytes) {
+    static constexpr size_t piece = 1 << 16;
     bytes->clear();
-    platform::file_handle file = platform::invalid_file;
-    if (const uint32_t error = platform::file_open(path.c_str(), {}, &file)) {
-        return error;
-    }
-    static constexpr uint32_t piece = 1 << 16;
-    uint32_t error = 0;
-    uint32_t moved = 0;
-    do {
+    open_file file;
+    uint32_t error = file.open(path);
+    size_t got = piece;
+    while (!error && got == piece) {
         const size_t size = bytes->size();
         bytes->resize(size + piece);
-        error = platform::file_read(file, bytes->data() + size, piece, &moved);
-        bytes->resize(size + moved);
-    } while (!error && moved);
-    platform::file_close(file);
+        error = file.read(bytes->data() + size, piece, &got);
+        bytes->resize(size + got);
+    }
     return error;
 }
 
@@ -89,17 +87,25 @@ std::string system_text(uint32_t error) {
     return std::strerror(platform::errno_of(error));
 }
 
-static bool has_attribute(const std::string &path, uint32_t wanted) {
+bool is_missing(uint32_t error) {
+    return error == platform::error_file_not_found || error == platform::error_path_not_found;
+}
+
+bool may_be_file(const std::string &path) {
     uint32_t attributes = 0;
-    return !platform::path_attributes(path.c_str(), &attributes) && attributes == wanted;
+    const uint32_t error = platform::path_attributes(path.c_str(), &attributes);
+    return error ? !is_missing(error) : attributes == platform::attribute_normal;
 }
 
-bool is_file(const std::string &path) {
-    return has_attribute(path, platform::attribute_normal);
-}
-
-bool is_directory(const std::string &path) {
-    return has_attribute(path, platform::attribute_directory);
+void require_directory(const std::string &path, const std::string &advice) {
+    uint32_t attributes = 0;
+    const uint32_t error = platform::path_attributes(path.c_str(), &attributes);
+    if (error && !is_missing(error)) {
+        throw failure(file_error(path, error));
+    }
+    if (attributes != platform::attribute_directory) {
+        throw failure(path + ": is no folder; " + advice);
+    }
 }
 
 std::vector<text_line> lines_of(std::string_view bytes) {

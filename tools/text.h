@@ -29,8 +29,14 @@ path_parts parts_of(std::string_view path);
 uint32_t read_file(const std::string &path, std::string *bytes);
 // What the system says about such a number, as in "No such file or directory".
 std::string system_text(uint32_t error);
-bool is_file(const std::string &path);
-bool is_directory(const std::string &path);
+// Whether such a number says that there is no file of that name.
+bool is_missing(uint32_t error);
+// False for a folder and for nothing. True also when the system does not say: opening the file
+// then tells why.
+bool may_be_file(const std::string &path);
+// Throws a failure when the path is no folder, with what to do about it; or when the system does
+// not say.
+void require_directory(const std::string &path, const std::string &advice);
 
 // The physical lines of a file, numbered from 1: split at LF; an LF at the end ends the last line.
 struct text_line {

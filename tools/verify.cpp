@@ -4,6 +4,7 @@
 #include <array>
 #include <tuple>
 
+#include "folder.h"
 #include "text.h"
 
 namespace quillfence::data_tool {
@@ -54,26 +55,52 @@ std::string tree::path(std::string_view file) const {
 }
 
 bool tree::has(std::string_view file) const {
-    return is_file(path(file));
+    return may_be_file(path(file));
 }
 
 void tree::add(std::string_view file, uint32_t line, severity level, std::string text) {
     findings.push_back({std::string(file), line, level, std::move(text)});
 }
 
+void tree::add_failure(std::string_view file, const std::string &text, uint32_t error) {
+    const finding found = {std::string(file), 0, severity::error, text + ": " + system_text(error)};
+    if (std::find(findings.begin(), findings.end(), found) == findings.end()) {
+        findings.push_back(found);
+    }
+}
+
 bool tree::read(std::string_view file, std::string *bytes) {
     ++files;
+    return read_again(file, bytes);
+}
+
+bool tree::read_again(std::string_view file, std::string *bytes) {
     const uint32_t error = read_file(path(file), bytes);
     if (error) {
-        add(file, 0, severity::error, "can't be read: " + system_text(error));
+        add_failure(file, "can't be read", error);
     }
     return !error;
 }
 
-tree verify_tree(const std::string &base) {
-    if (!is_directory(base)) {
-        throw failure(base + ": is no folder; give the one that holds \"control\" and \"bms\"");
+range_records tree::ranges(std::string_view file) {
+    range_records read = read_ranges(path(file));
+    if (read.state == range_state::unreadable) {
+        add_failure(file, "can't be read", read.error);
     }
+    return read;
+}
+
+std::vector<std::string> tree::list(std::string_view folder) {
+    std::vector<std::string> names;
+    const uint32_t error = list_folder(path(folder), &names);
+    if (error && !is_missing(error)) {
+        add_failure(folder, "can't be listed", error);
+    }
+    return names;
+}
+
+tree verify_tree(const std::string &base) {
+    require_directory(base, "give the one that holds \"control\" and \"bms\"");
     tree in{.base = base, .findings = {}};
     for (const auto verify_part :
          {verify_enabled, verify_names, verify_forgery_list, verify_lists, verify_ranges,

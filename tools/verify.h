@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "data_program.h"
+#include "range_records.h"
 
 namespace quillfence::data_tool {
 
@@ -32,10 +33,19 @@ struct tree {
     uint32_t files = 0; // that have been looked into
 
     std::string path(std::string_view file) const;
+    // Also true when the system does not say; reading the file then makes a finding of it.
     bool has(std::string_view file) const;
     void add(std::string_view file, uint32_t line, severity level, std::string text);
-    // The bytes of a file that is there; a finding, and false, when it can't be read.
+    // "can't be ...", with what the system says: one finding, however often it is met.
+    void add_failure(std::string_view file, const std::string &text, uint32_t error);
+    // The bytes of a file that is there; a finding, and false, when it can't be read. The second
+    // one is for a file that has been counted before.
     bool read(std::string_view file, std::string *bytes);
+    bool read_again(std::string_view file, std::string *bytes);
+    // The records of a range file, which may be missing; a finding when it can't be read.
+    range_records ranges(std::string_view file);
+    // The names of the files in a folder, which may be missing; a finding when it can't be listed.
+    std::vector<std::string> list(std::string_view folder);
 };
 
 // One function a kind of file; each looks for its own files in the tree.

@@ -3,15 +3,16 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdio>
-#include <memory>
+#include <cstring>
 #include <set>
 
 #include "byte_cursor.h"
 #include "engine_messages.h"
-#include "folder.h"
 #include "list_files.h"
-#include "lookup.h"
+#include "open_file.h"
+#include "platform/error_numbers.h"
 #include "platform/file.h"
 #include "quillfence-log.h"
 #include "range_records.h"
@@ -39,8 +40,9 @@ namespace {
 void verify_range_size(tree &in, const std::string &file, const range_records &ranges) {
     switch (ranges.state) {
     case range_state::missing:
-    case range_state::unreadable:
-        in.add(file, 0, severity::error, "can't be read: " + system_text(ranges.error));
+        in.add_failure(file, "can't be read", ranges.error);
+        return;
+    case range_state::unreadable: // has been told
         return;
     case range_state::empty:
         if (ranges.size) {
@@ -100,8 +102,8 @@ void verify_opposite_ranges(tree &in) {
         }
         const std::string file = std::string(list.name) + range_suffix;
         const std::string opposite = std::string(list.opposite) + range_suffix;
-        const range_records ranges = read_ranges(in.path(file));
-        const range_records first = read_ranges(in.path(opposite));
+        const range_records ranges = in.ranges(file);
+        const range_records first = in.ranges(opposite);
         const range_cover cover(first.records);
         for (const range_record &record : ranges.records) {
             const range_record *const found =
@@ -124,10 +126,10 @@ bool ends_in(std::string_view text, std::string_view end) {
 } // namespace
 
 void verify_ranges(tree &in) {
-    for (const std::string &file : files_of(in.base)) {
+    for (const std::string &file : in.list("")) {
         if (ends_in(file, range_suffix)) {
             ++in.files;
-            const range_records ranges = read_ranges(in.path(file));
+            const range_records ranges = in.ranges(file);
             verify_range_size(in, file, ranges);
             verify_records(in, file, ranges);
         }
@@ -142,13 +144,6 @@ namespace {
 constexpr std::string_view pattern_suffix = ".cregexes";
 constexpr std::array<std::string_view, 4> pattern_files = {"dyna.cregexes", "spam.cregexes",
                                                            "confirmed.cregexes", "exempt.cregexes"};
-
-struct stream_closer {
-    void operator()(FILE *stream) const {
-        std::fclose(stream);
-    }
-};
-using open_stream = std::unique_ptr<FILE, stream_closer>;
 
 struct stored_expression {
     TRex record = {};
@@ -173,6 +168,10 @@ void verify_blocks(tree &in, const std::string &file, FILE *stream) {
     stored_expression expression;
     for (unsigned block = 1;; ++block) {
         const int next = std::fgetc(stream);
+        if (std::ferror(stream)) {
+            in.add(file, 0, severity::error, "can't be read to its end");
+            return;
+        }
         if (next == EOF) {
             return;
         }
@@ -195,13 +194,14 @@ void verify_blocks(tree &in, const std::string &file, FILE *stream) {
 void verify_pattern_file(tree &in, const std::string &file) {
     ++in.files;
     const engine_messages silent;
-    const open_stream stream(platform::stream_open(in.path(file).c_str(), "rb"));
+    const stream_ptr stream(platform::stream_open(in.path(file).c_str(), "rb"));
     if (!stream) {
-        in.add(file, 0, severity::error, "can't be read");
+        in.add(file, 0, severity::error, std::string("can't be read: ") + std::strerror(errno));
         return;
     }
     if (!trs_valid_file(stream.get())) {
-        in.add(file, 0, severity::error, "is no file of compiled patterns");
+        in.add(file, 0, severity::error,
+               std::ferror(stream.get()) ? "can't be read" : "is no file of compiled patterns");
         return;
     }
     verify_blocks(in, file, stream.get());
@@ -210,7 +210,7 @@ void verify_pattern_file(tree &in, const std::string &file) {
 } // namespace
 
 void verify_patterns(tree &in) {
-    for (const std::string &name : files_of(in.path("dynaregex"))) {
+    for (const std::string &name : in.list("dynaregex")) {
         const std::string file = "dynaregex/" + name;
         if (!ends_in(name, pattern_suffix)) {
             continue;
@@ -234,17 +234,12 @@ constexpr uint32_t lists_all = 0xFFFFFFFF;
 class map_reader {
   public:
     map_reader(tree &in, std::string file) : in_(in), file_(std::move(file)) {}
-    ~map_reader() {
-        platform::file_close(handle_);
-    }
-    map_reader(const map_reader &) = delete;
-    map_reader &operator=(const map_reader &) = delete;
 
     void verify() {
-        uint32_t error = platform::file_open(in_.path(file_).c_str(), {}, &handle_);
-        error = error ? error : platform::file_size(handle_, &size_);
+        uint32_t error = opened_.open(in_.path(file_));
+        error = error ? error : opened_.size(&size_);
         if (error) {
-            in_.add(file_, 0, severity::error, "can't be read: " + system_text(error));
+            in_.add_failure(file_, "can't be read", error);
         } else if (size_ < table_size) {
             in_.add(file_, 0, severity::error,
                     "is corrupt: " + counted(size_, "byte") + " are less than its first table");
@@ -260,8 +255,14 @@ class map_reader {
   private:
     using table = std::array<unsigned char, table_size>;
 
+    // A finding when the table, which lies within the file, can't be read.
     bool read(uint32_t offset, table *bytes) {
-        return __readBytes(handle_, offset, bytes->data(), table_size);
+        size_t got = 0;
+        const uint32_t error = opened_.read_at(offset, bytes->data(), table_size, &got);
+        if (error || got < table_size) {
+            in_.add_failure(file_, "can't be read", error ? error : platform::error_io_device);
+        }
+        return !error && got == table_size;
     }
 
     // Whether an entry points to something that must be looked into; a finding when that does not
@@ -284,11 +285,8 @@ class map_reader {
 
     void verify_first_table() {
         table first;
-        if (!read(0, &first)) {
-            in_.add(file_, 0, severity::error, "can't be read");
-            return;
-        }
-        for (uint32_t a = 0; a < 256; ++a) {
+        const bool there = read(0, &first);
+        for (uint32_t a = 0; there && a < 256; ++a) {
             const uint32_t entry = load_le32(&first[4 * a]);
             if (follow(entry, table_size, std::to_string(a) + ".0.0.0/8")) {
                 verify_second_table(a, entry);
@@ -298,11 +296,8 @@ class map_reader {
 
     void verify_second_table(uint32_t a, uint32_t offset) {
         table second;
-        if (!read(offset, &second)) {
-            in_.add(file_, 0, severity::error, "can't be read");
-            return;
-        }
-        for (uint32_t b = 0; b < 256; ++b) {
+        const bool there = read(offset, &second);
+        for (uint32_t b = 0; there && b < 256; ++b) {
             follow(load_le32(&second[4 * b]), bitmap_size,
                    std::to_string(a) + '.' + std::to_string(b) + ".0.0/16");
         }
@@ -310,7 +305,7 @@ class map_reader {
 
     tree &in_;
     std::string file_;
-    platform::file_handle handle_ = platform::invalid_file;
+    open_file opened_;
     uint64_t size_ = 0;
     unsigned found_ = 0;
 };
@@ -318,11 +313,11 @@ class map_reader {
 constexpr std::array<const char *, 3> lists_of_maps = {
     "bms/lists_to_update", "bms/control/lists_to_update", "control/bms.enabled"};
 
-std::set<std::string> named_maps(const tree &in) {
+std::set<std::string> named_maps(tree &in) {
     std::set<std::string> names;
     for (const char *file : lists_of_maps) {
         std::string bytes;
-        if (!in.has(file) || read_file(in.path(file), &bytes)) {
+        if (!in.has(file) || !in.read_again(file, &bytes)) {
             continue;
         }
         for (const text_line &line : lines_of(bytes)) {
@@ -336,7 +331,6 @@ std::set<std::string> named_maps(const tree &in) {
 } // namespace
 
 void verify_block_maps(tree &in) {
-    const engine_messages silent;
     const std::set<std::string> names = named_maps(in);
     for (const std::string &name : names) {
         if (in.has("bms/" + name)) {
@@ -344,7 +338,7 @@ void verify_block_maps(tree &in) {
             map_reader(in, "bms/" + name).verify();
         }
     }
-    for (const std::string &name : files_of(in.path("bms"))) {
+    for (const std::string &name : in.list("bms")) {
         if (name != "lists_to_update" && !names.contains(name)) {
             in.add("bms/" + name, 0, severity::info, "no list of block maps names this file");
         }
@@ -363,22 +357,23 @@ void verify_counter_file(tree &in, const std::string &file, uint64_t wanted,
         return;
     }
     ++in.files;
-    const engine_messages silent;
-    platform::file_handle handle = platform::invalid_file;
+    engine_messages messages;
+    open_file opened;
     uint64_t size = 0;
-    uint32_t error = platform::file_open(in.path(file).c_str(), {}, &handle);
-    error = error ? error : platform::file_size(handle, &size);
+    uint32_t error = opened.open(in.path(file));
+    error = error ? error : opened.size(&size);
     if (error) {
-        in.add(file, 0, severity::error, "can't be read: " + system_text(error));
+        in.add_failure(file, "can't be read", error);
     } else if (size != wanted) {
         in.add(file, 0, severity::error,
                "has " + counted(size, "byte") + " instead of " + std::to_string(wanted) +
                    ": the next count starts it anew");
-    } else if (!is_valid(handle)) {
+    } else if (!is_valid(opened.handle())) {
+        const std::string problem = messages.take();
         in.add(file, 0, severity::error,
-               "has no header of a counter file: the next count starts it anew");
+               problem.empty() ? "has no header of a counter file: the next count starts it anew"
+                               : "can't be read: " + problem);
     }
-    platform::file_close(handle);
 }
 
 } // namespace
@@ -427,7 +422,7 @@ std::string right_place(const std::vector<known_folder> &folders, std::string_vi
 void verify_other_files(tree &in) {
     const std::vector<known_folder> folders = known_folders();
     for (const known_folder &folder : folders) {
-        for (const std::string &name : files_of(joined(in.base, folder.path))) {
+        for (const std::string &name : in.list(folder.path)) {
             const std::string file = joined(folder.path, name);
             const std::string right = right_place(folders, name);
             if (right == file || (!*folder.path && ends_in(name, range_suffix))) {

@@ -154,9 +154,9 @@ void verify_name_file(tree &in, const name_file &file) {
     verify_name_lines(in, file, bytes);
 }
 
-bool is_empty_file(const tree &in, const char *file) {
+bool is_empty_file(tree &in, const char *file) {
     std::string bytes;
-    return !read_file(in.path(file), &bytes) && bytes.empty();
+    return in.read_again(file, &bytes) && bytes.empty();
 }
 
 void verify_lists_of_maps(tree &in) {

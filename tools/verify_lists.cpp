@@ -259,7 +259,7 @@ void compare_with_opposite(tree &in, const list &of, const list &opposite) {
 // Addresses that a range file holds already.
 void compare_with_ranges(tree &in, const list &of, const char *list_name, const char *relation) {
     const std::string file = std::string(list_name) + range_suffix;
-    const range_records ranges = read_ranges(in.path(file));
+    const range_records ranges = in.ranges(file);
     const range_cover cover(ranges.records);
     for (const entry &read : of.entries) {
         const std::optional<uint32_t> address = parse_address(read.text);

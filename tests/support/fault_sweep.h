@@ -16,7 +16,8 @@ namespace quillfence::testing {
 
 struct fault {
     const char *name;
-    uint32_t answer; // to the observer
+    uint32_t answer;         // to the observer
+    bool to_the_end = false; // all later calls fail, too
 };
 
 inline constexpr fault faults[] = {
@@ -53,7 +54,7 @@ unsigned sweep_faults(Prepare prepare, Operation operation, Check check) {
                 }
                 if (failed) {
                     ++runs;
-                    check(what);
+                    check(fault{what.name, what.answer, all_after});
                 }
             }
             EXPECT_LT(n, limit);

@@ -1,0 +1,47 @@
+// Open files that are closed with their objects.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <string>
+
+#include "platform/file.h"
+
+namespace quillfence::data_tool {
+
+// For reading.
+class open_file {
+  public:
+    open_file() = default;
+    ~open_file();
+    open_file(const open_file &) = delete;
+    open_file &operator=(const open_file &) = delete;
+
+    // All return 0 or a Win32 error number. A missing file is not created.
+    uint32_t open(const std::string &path);
+    uint32_t size(uint64_t *bytes) const;
+    // Reads until `size` bytes have come or the file is at its end.
+    uint32_t read(void *bytes, size_t size, size_t *got) const;
+    uint32_t read_at(uint64_t offset, void *bytes, size_t size, size_t *got) const;
+
+    bool is_open() const {
+        return handle_ != platform::invalid_file;
+    }
+    platform::file_handle handle() const {
+        return handle_;
+    }
+
+  private:
+    platform::file_handle handle_ = platform::invalid_file;
+};
+
+struct stream_closer {
+    void operator()(FILE *stream) const {
+        std::fclose(stream);
+    }
+};
+using stream_ptr = std::unique_ptr<FILE, stream_closer>;
+
+} // namespace quillfence::data_tool
