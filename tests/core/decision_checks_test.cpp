@@ -736,6 +736,7 @@ TEST_F(decision_test, exemption_without_session_or_table) {
 TEST_F(decision_test, is_exempt_asks_the_engines_own_table) {
     test_session state;
     state.set(&smtp_state::mail_from, "friend@example.org");
+    state.set(&smtp_state::rcpt_to, "user@example.net");
     log.take();
     EXPECT_EQ(is_exempt(state, nullptr), 0) << "the engine is not started";
     EXPECT_EQ(log.transcript(),
@@ -748,7 +749,6 @@ TEST_F(decision_test, is_exempt_asks_the_engines_own_table) {
     EXPECT_EQ(is_exempt(state, "c:/users/a"), 1);
     EXPECT_EQ(hit(state), "from_whitelist / whitelisted");
     quillfence_teardown();
-    log.errors(); // the recipient is missing, which the list hooks and Mail Enable may mention
 }
 
 } // namespace quillfence::testing

@@ -206,7 +206,10 @@ TEST_F(decision_runs, each_rule_hits_with_its_notice_and_not_without_being_enabl
             EXPECT_EQ(shown(state->rejection_notice), hits ? c.notice : "(none)");
         }
     }
-    log.errors(); // IPv6 clients have no ranges
+    // The IPv6 client, with its rule enabled and without: ip_blacklist always runs.
+    const std::string no_range = "__sane_ip: Sorry but this system does not yet support IPv6 range "
+                                 "checks for address [2001:db8::1]";
+    EXPECT_EQ(log.errors(), (lines{no_range, no_range}));
 }
 
 TEST_F(decision_runs, a_session_with_nothing_wrong_hits_nothing) {
