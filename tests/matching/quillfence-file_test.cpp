@@ -10,6 +10,7 @@
 
 #include "call_watch.h"
 #include "drive_c.h"
+#include "failing_memory.h"
 #include "tiny_rex.h"
 #include "vc_file.h"
 #include "vc_text.h"
@@ -430,6 +431,22 @@ TEST_F(list_test, shortcut_agrees_with_the_engine_on_every_plain_byte) {
         }
     }
     log.errors(); // some of these do not compile, in both ways alike
+}
+
+// Of every printable character but the operators: no expression is made for a line that does not
+// match.
+TEST_F(list_test, shortcut_spares_the_engine) {
+    const std::string operators = "$()*+?[\\]^{|}";
+    for (char c = 32; c <= 126; ++c) {
+        if (operators.find(c) != std::string::npos) {
+            continue;
+        }
+        const std::string pattern = {'*', c};
+        const unsigned long before = allocations_made();
+        const int result = __wildcardmatch(pattern.c_str(), "\x01");
+        EXPECT_EQ(allocations_made() - before, 0u) << c;
+        EXPECT_NE(result, 0) << c;
+    }
 }
 
 TEST_F(list_test, shortcut_leaves_what_does_not_compile_to_the_engine) {
