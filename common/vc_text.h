@@ -60,6 +60,16 @@ inline int text_to_int(const char *text) {
     return value > INT_MAX ? INT_MAX : value < INT_MIN ? INT_MIN : static_cast<int>(value);
 }
 
+// Cuts a text at the first separator and returns what follows it; null when there is none.
+inline char *cut_at(char *text, char separator) {
+    char *const found = ::strchr(text, separator);
+    if (!found) {
+        return nullptr;
+    }
+    *found = '\0';
+    return found + 1;
+}
+
 struct free_deleter {
     void operator()(void *block) const {
         ::free(block);

@@ -44,16 +44,6 @@ static int field_count(std::string_view text, char separator) {
     return count;
 }
 
-// Cuts the text at the first separator and returns what follows it; null when there is none.
-static char *cut_at(char *text, char separator) {
-    char *found = strchr(text, separator);
-    if (!found) {
-        return nullptr;
-    }
-    *found = '\0';
-    return found + 1;
-}
-
 static int host_order_ipv4(const char *text, uint32_t *address) {
     unsigned char octets[4];
     if (is_empty(text) || !vc_inet_pton(vc_family_ipv4, text, octets)) {

@@ -52,16 +52,6 @@ static bool ask_map(address_map_function ask, const char *address, address_map_r
     return known;
 }
 
-// Cuts a text at the first separator: the text behind it, or null when there is none.
-static char *cut_at(char *text, char separator) {
-    char *const found = strchr(text, separator);
-    if (!found) {
-        return nullptr;
-    }
-    *found = '\0';
-    return found + 1;
-}
-
 static const char *part_of(char *destination, int mode) {
     switch (mode) {
     case me_postoffice:
