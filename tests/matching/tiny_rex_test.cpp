@@ -313,7 +313,9 @@ TEST_F(tiny_rex, case_flag) {
         {"^[a-c]$", "B", 1, trex_fold_case},
         {"^[a-c]$", "B", 0, trex_exact_case},
         {"^[A-C]$", "b", 1, trex_fold_case},
-        {"^[b]$", "B", 0, trex_fold_case}, // listed singly: exact
+        {"^[b]$", "B", 0, trex_fold_case},   // listed singly: exact
+        {"^[b-b]$", "B", 1, trex_fold_case}, // as a range of one: folded
+        {"^[b-b]$", "c", 0, trex_fold_case},
         {"^[B]$", "B", 1, trex_fold_case},
         {"^b$", "B", 1, trex_fold_case},
         {"^B$", "b", 1, trex_fold_case},
