@@ -39,15 +39,8 @@ int capture_line(int priority, const char *format, ...) {
     return 0;
 }
 
-std::vector<std::string> of_priority(int priority) {
-    std::vector<std::string> texts;
-    for (const log_line &line : captured) {
-        if (line.priority == priority) {
-            texts.push_back(line.function + ": " + line.message);
-        }
-    }
-    captured.clear();
-    return texts;
+std::string shown(const log_line &line) {
+    return line.function + ": " + line.message;
 }
 
 } // namespace
@@ -73,20 +66,34 @@ std::vector<log_line> log_capture::take() {
 }
 
 std::vector<std::string> log_capture::errors() {
-    return of_priority(priority_error);
+    std::vector<std::string> texts;
+    for (const log_line &line : take()) {
+        if (line.priority == priority_error) {
+            texts.push_back(shown(line));
+        }
+    }
+    return texts;
 }
 
 std::vector<std::string> log_capture::debugs() {
-    return of_priority(priority_debug);
+    std::vector<std::string> texts;
+    for (const log_line &line : take()) {
+        if (line.priority == priority_debug) {
+            texts.push_back(shown(line));
+        } else if (line.priority == priority_error) {
+            captured.push_back(line);
+        }
+    }
+    return texts;
 }
 
 std::vector<std::string> log_capture::transcript() {
     std::vector<std::string> texts;
     for (const log_line &line : take()) {
         if (line.priority == priority_error) {
-            texts.push_back("E " + line.function + ": " + line.message);
+            texts.push_back("E " + shown(line));
         } else if (line.priority == priority_debug) {
-            texts.push_back("D " + line.function + ": " + line.message);
+            texts.push_back("D " + shown(line));
         } else {
             texts.push_back("I " + line.message);
         }

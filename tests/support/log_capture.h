@@ -31,7 +31,7 @@ class log_capture {
     std::vector<log_line> take();
     // Only the ERROR lines as "function: message". All captured lines are forgotten.
     std::vector<std::string> errors();
-    // Only the DEBUG lines as "function: message". All captured lines are forgotten.
+    // Only the DEBUG lines as "function: message". ERROR lines stay, all others are forgotten.
     std::vector<std::string> debugs();
     // ERROR and DEBUG lines in order as "E function: message" and "D function: message",
     // information lines as "I message". All captured lines are forgotten.
