@@ -80,8 +80,19 @@ char *copy_of(const char *text) {
 
 constexpr char mail_from_check[] = "vc_rfc822_email_address";
 
+const char *behind_closed_comment(const char *text);
+
+// Moves the text from first to last down to kept and returns its new end. So a text loses its
+// comments while it is read, and no part of it moves twice.
+char *keep(char *kept, const char *first, const char *last) {
+    const auto length = static_cast<size_t>(last - first);
+    memmove(kept, first, length);
+    return kept + length;
+}
+
 struct mail_from_scan {
     char *position;
+    char *kept;     // the text without its comments ends here, in front of the position
     bool quoted;    // a quoted phrase was seen
     bool bracketed; // an address in angle brackets was seen
     bool at_sign;   // an '@' was seen outside quotes, comments and brackets
@@ -102,10 +113,12 @@ int scan_quotes(mail_from_scan *scan) {
 }
 
 int scan_comment(mail_from_scan *scan) {
-    if (!__vc_parse_comment(scan->position, &scan->position)) {
+    const char *const behind = behind_closed_comment(scan->position);
+    if (!behind) {
         QF_DEBUG_AS(mail_from_check, "comment parse failed");
         return 0;
     }
+    scan->position += behind - scan->position;
     return 1;
 }
 
@@ -138,8 +151,10 @@ int scan_character(mail_from_scan *scan) {
 
 int scan_mail_from(mail_from_scan *scan) {
     while (*scan->position) {
+        const char *const from = scan->position;
+        const bool is_comment = *from == '(';
         int accepted;
-        switch (*scan->position) {
+        switch (*from) {
         case '"':
             accepted = scan_quotes(scan);
             break;
@@ -156,7 +171,11 @@ int scan_mail_from(mail_from_scan *scan) {
         if (!accepted) {
             return 0;
         }
+        if (!is_comment) {
+            scan->kept = keep(scan->kept, from, scan->position);
+        }
     }
+    *scan->kept = '\0';
     return 1;
 }
 
@@ -172,36 +191,36 @@ int judge_bare_address(char *address) {
 
 // ---- Comments
 
-int parse_comment(char *text, char **out, int depth) {
+// Where the text goes on behind the comment whose opening parenthesis is at text; null when it
+// isn't closed. Each comment nested in it is accounted for as its end comes.
+const char *behind_closed_comment(const char *text) {
     static constexpr char operation[] = "__vc_parse_comment";
-    if (depth > comment_nesting_limit) {
-        return 0;
-    }
     QF_DEBUG_AS(operation, "parsing [%s]", text);
-    char *position = text + 1;
-    while (*position && *position != ')') {
+    const char *position = text + 1;
+    for (int depth = 1; *position;) {
         if (*position == '\\') {
             QF_DEBUG_AS(operation, "found escape character, next character is exempt");
             position += position[1] ? 2 : 1;
         } else if (*position == '(') {
             QF_DEBUG_AS(operation, "Found nested comment.. re looping");
-            if (!parse_comment(position, &position, depth + 1)) {
-                return 0;
+            if (++depth > comment_nesting_limit) {
+                return nullptr;
+            }
+            QF_DEBUG_AS(operation, "parsing [%s]", position);
+            ++position;
+        } else if (*position == ')') {
+            QF_DEBUG_AS(operation, "found end of comment marker. Removing comment");
+            ++position;
+            QF_DEBUG_AS(operation, "content of string where ptr is: [%s]", position);
+            QF_DEBUG_AS(operation, "after shift: [%s]", position);
+            if (--depth == 0) {
+                return position;
             }
         } else {
             ++position;
         }
     }
-    if (!*position) {
-        return 0;
-    }
-    QF_DEBUG_AS(operation, "found end of comment marker. Removing comment");
-    ++position;
-    QF_DEBUG_AS(operation, "content of string where ptr is: [%s]", position);
-    memmove(text, position, strlen(position) + 1);
-    QF_DEBUG_AS(operation, "after shift: [%s]", text);
-    *out = text;
-    return 1;
+    return nullptr;
 }
 
 // ---- Bracketed addresses
@@ -302,23 +321,30 @@ int isolate_bracketed_address(char *copy, const char *position) {
 // Leaves the address alone in copy. 0 when there is none.
 int isolate_address(char *copy) {
     char *position = copy;
+    char *kept = copy;
     while (*position && *position != '<') {
-        if (*position == '"') {
-            position = __vc_parse_quotes(position);
-            if (!position) {
-                return 0;
-            }
-        } else if (*position == '(') {
-            if (!__vc_parse_comment(position, &position)) {
-                return 0;
-            }
-        } else if (is_printable(*position)) {
-            ++position;
-        } else {
+        char *const from = position;
+        const char *behind = nullptr;
+        if (*from == '(') {
+            behind = behind_closed_comment(from);
+        } else if (*from == '"') {
+            behind = __vc_parse_quotes(from);
+        } else if (is_printable(*from)) {
+            behind = from + 1;
+        }
+        if (!behind) {
             return 0;
         }
+        position += behind - from;
+        if (*from != '(') {
+            kept = keep(kept, from, position);
+        }
     }
-    return *position ? isolate_bracketed_address(copy, position) : 1;
+    if (*position) {
+        return isolate_bracketed_address(copy, position);
+    }
+    *kept = '\0';
+    return 1;
 }
 
 enum class extraction { found, no_address, no_memory };
@@ -479,7 +505,7 @@ int vc_rfc822_email_address(const char *text, uint8_t *bracketed) {
                  "run");
         return 1;
     }
-    mail_from_scan scan = {copy.get(), false, false, false};
+    mail_from_scan scan = {copy.get(), copy.get(), false, false, false};
     if (!scan_mail_from(&scan)) {
         return 0;
     }
@@ -530,7 +556,13 @@ int __vc_parse_comment(char *text, char **out) {
         QF_EINVAL();
         return 0;
     }
-    return parse_comment(text, out, 1);
+    const char *const behind = behind_closed_comment(text);
+    if (!behind) {
+        return 0;
+    }
+    memmove(text, behind, strlen(behind) + 1);
+    *out = text;
+    return 1;
 }
 
 int __vc_parse_rfc_address(char *text, char **out) {

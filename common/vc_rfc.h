@@ -62,8 +62,8 @@ int vc_rfc822_email_address(const char *text, uint8_t *bracketed);
 char *__vc_parse_quotes(char *text);
 
 // Removes the comment whose opening parenthesis is at text, in place, and sets *out to where the
-// text goes on, which is where the comment began. 1, or 0 when it isn't closed; comments nested
-// in it may be gone by then. ERROR lines: EINVAL when no parenthesis is at text or out is null.
+// text goes on, which is where the comment began. 1, or 0 when it isn't closed; then the text is
+// as it was. ERROR lines: EINVAL when no parenthesis is at text or out is null.
 int __vc_parse_comment(char *text, char **out);
 
 // Judges the bracketed address whose '<' is at text. 1 when it is acceptable, with *out behind
