@@ -174,6 +174,19 @@ hash_pair_t **hashmap::slot_of(const vc_hashmap *map, const hash_pair_t *pair) {
     return slot == bucket.end() ? nullptr : slot;
 }
 
+// Whether the next table would be far larger than its entries are worth. That comes of keys that
+// were chosen to share buckets in every table, and growing on would only use the memory up. Narrow
+// buckets fill early by themselves, and small tables cost little.
+static bool is_growing_wild(const vc_hashmap *map) {
+    constexpr uint64_t small_table = uint64_t{1} << 20;
+    const uint32_t *size = hashmap::next_table_size(map->num_buckets);
+    if (size == std::end(hashmap::table_sizes) || map->bucket_size < first_slots) {
+        return false;
+    }
+    const uint64_t slots = uint64_t{*size} * map->bucket_size;
+    return slots > small_table && slots / hashmap::most_slots_an_entry > map->num_pairs;
+}
+
 enum class placement { placed, key_taken, failed };
 
 // Puts an entry into its bucket, growing the table while the bucket is full. The chain and the
@@ -195,7 +208,7 @@ static placement place(const char *operation, vc_hashmap *map, hash_pair_t *pair
             *free_slot = pair;
             return placement::placed;
         }
-        if (!growing_helps || !vc_map_rehash(map)) {
+        if (!growing_helps || is_growing_wild(map) || !vc_map_rehash(map)) {
             QF_ERROR_AS(operation, "Failed to rehash map.\n");
             return placement::failed;
         }

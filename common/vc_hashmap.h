@@ -218,9 +218,9 @@ void vc_map_iterator_free(vc_map_iterator *iterator); // free() itself will do; 
 int vc_map_save(const vc_hashmap *map, const char *path, int overwrite);
 // Reads such a file into a new map that the caller destroys, or null. A path that is not a file is
 // null without a line. Every count, length, slot and link is checked against the file and the table
-// before it is used, and a table of more than 1 GiB of slots is not believed. The flags are the
-// file's: a map saved as static is static again. A record in a slot outside its key's bucket stays
-// there, where lookups do not find it.
+// before it is used, and a table of more than 64 MiB of slots is only believed with at least one
+// entry for each 64 slots. The flags are the file's: a map saved as static is static again. A
+// record in a slot outside its key's bucket stays there, where lookups do not find it.
 // ERROR lines: "Failed to grab contents of file [%s]: [%s]" (with "unkown error" without an errno),
 // "Failed to create new map", "Corrupt map file [%s]".
 vc_hashmap *vc_map_load(const char *path);

@@ -1,7 +1,9 @@
 // The hash map in files: the binary form, and control files.
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 
 #include "byte_cursor.h"
 #include "vc_file.h"
@@ -17,8 +19,9 @@ static constexpr char module_name[] = "vc_hashmap";
 
 static constexpr uint64_t header_size = 28;
 static constexpr uint64_t record_size = 20; // without the key and the value
-// A table beyond this (1 GiB of slots) comes from a damaged header.
-static constexpr uint64_t largest_loaded_table = uint64_t{1} << 27;
+// An empty map may have a table, and so may a file of a header alone: of up to 64 MiB of slots. A
+// larger one needs entries; a header that claims it without them is damaged.
+static constexpr uint64_t largest_bare_table = uint64_t{1} << 23;
 static constexpr uint64_t inline_size = 8;
 
 // A whole file as a new string; null after the operation's ERROR line.
@@ -69,16 +72,46 @@ static uint64_t saved_size(const char *operation, const vc_hashmap *map) {
     return total;
 }
 
-// The slot of an entry; map_size when it is in none, as after a failed rename.
-static uint32_t slot_index(const vc_hashmap *map, const hash_pair_t *pair) {
-    if (hash_pair_t **slot = hashmap::slot_of(map, pair)) {
-        return static_cast<uint32_t>(slot - map->pairs);
+// An entry and where it is.
+struct placed_pair {
+    const hash_pair_t *pair;
+    uint32_t slot;
+};
+
+static bool lies_before(const placed_pair &one, const placed_pair &other) {
+    return std::less<const hash_pair_t *>()(one.pair, other.pair);
+}
+
+// The entries of all slots, by address.
+struct pair_places {
+    heap_ptr<placed_pair> first;
+    placed_pair *last;
+};
+
+static bool find_places(const vc_hashmap *map, pair_places *places) {
+    const hash_pair_t *const *const slots = map->const_pairs;
+    const auto free_slots = std::count(slots, slots + map->map_size, nullptr);
+    const size_t room = map->map_size - static_cast<size_t>(free_slots) + 1;
+    places->first.reset(static_cast<placed_pair *>(::calloc(room, sizeof(placed_pair))));
+    if (!places->first) {
+        return false;
     }
-    uint32_t slot = 0; // a loaded file may have put it into a foreign bucket
-    while (slot < map->map_size && map->const_pairs[slot] != pair) {
-        ++slot;
+    places->last = places->first.get();
+    for (uint32_t slot = 0; slot < map->map_size; ++slot) {
+        if (slots[slot]) {
+            *places->last++ = {slots[slot], slot};
+        }
     }
-    return slot;
+    std::sort(places->first.get(), places->last, lies_before);
+    return true;
+}
+
+// The slot of an entry; none when it is nowhere, as after a failed rename. A loaded file may have
+// put it into a foreign bucket.
+static const uint32_t *slot_index(const pair_places &places, const hash_pair_t *pair) {
+    const placed_pair *const found =
+        std::lower_bound(places.first.get(), places.last, placed_pair{pair, 0}, lies_before);
+    return found != places.last && found->pair == pair ? &found->slot : nullptr;
 }
 
 // The chain as slots.
@@ -91,18 +124,19 @@ struct slot_chain {
 static bool make_slot_chain(const vc_hashmap *map, slot_chain *made) {
     const size_t slots = size_t{map->map_size} + 1;
     *made = {0, 0, heap_ptr<uint32_t>(static_cast<uint32_t *>(::calloc(slots, sizeof(uint32_t))))};
-    if (!made->next) {
+    pair_places places = {};
+    if (!made->next || !find_places(map, &places)) {
         return false;
     }
     bool first = true;
     vc_map_iterator entries = hashmap::walk(map);
     while (const hash_pair_t *pair = hashmap::next_entry(&entries)) {
-        const uint32_t slot = slot_index(map, pair);
-        if (slot == map->map_size) {
+        const uint32_t *const slot = slot_index(places, pair);
+        if (!slot) {
             continue;
         }
-        (first ? made->first : made->next.get()[made->last]) = slot;
-        made->last = slot;
+        (first ? made->first : made->next.get()[made->last]) = *slot;
+        made->last = *slot;
         first = false;
     }
     return true;
@@ -299,12 +333,18 @@ static bool link_entries(const char *operation, loading *of) {
     return true;
 }
 
+// Whether so large a table may belong to so few entries.
+static bool believable(const file_header &header) {
+    const uint64_t slots = uint64_t{header.buckets} * header.slots;
+    return slots <= largest_bare_table ||
+           slots / hashmap::most_slots_an_entry <= uint64_t{header.entries};
+}
+
 static bool take_map(const char *operation, byte_reader *in, loading *into) {
     into->header = take_header(in);
     const file_header &header = into->header;
     const uint64_t room = (in->size - in->offset) / record_size;
-    if (in->failed || header.entries > room ||
-        uint64_t{header.buckets} * header.slots > largest_loaded_table) {
+    if (in->failed || header.entries > room || !believable(header)) {
         return corrupt(operation, *into);
     }
     into->map = vc_map_create(header.buckets, header.slots);

@@ -34,6 +34,10 @@ inline constexpr uint32_t table_sizes[] = {
 inline const uint32_t *next_table_size(uint32_t buckets) {
     return std::upper_bound(std::begin(table_sizes), std::end(table_sizes), buckets);
 }
+// A table that grew by itself has less than a quarter of this many slots for each entry, unless it
+// is small or its keys were made to share buckets.
+inline constexpr uint64_t most_slots_an_entry = 64;
+
 inline bool too_many_slots(uint32_t buckets, uint32_t slots) {
     return uint64_t{buckets} * slots > UINT32_MAX;
 }
