@@ -180,25 +180,45 @@ static int query_ptr(const char *address, const char *reverse_name, uint8_t opti
     return vc_dns_failed;
 }
 
-// Adds a copy of the name, cut at 1023 bytes. False without memory.
-static bool add_ptr_name(char ***names, const char *name) {
+static bool names_a_host(const dns_record *record) {
+    return record->type == platform::dns_type_ptr && !is_empty(record->target);
+}
+
+// A copy of the name, cut at 1023 bytes; null without memory.
+static char *copy_ptr_name(const char *name) {
     static constexpr char operation[] = "vc_lookup_reverse_dns";
     constexpr size_t longest = 1023;
     QF_DEBUG_AS(operation, "Found a PTR result. Record data states: [%s]", name);
     const size_t length = strnlen(name, longest);
     QF_DEBUG_AS(operation, "calculated number of characters to be %d", static_cast<int>(length));
-    heap_string copy(static_cast<char *>(malloc(length + 1)));
+    auto *const copy = static_cast<char *>(malloc(length + 1));
     if (!copy) {
         QF_ERRNO_AS(operation, ENOMEM);
-        return false;
+        return nullptr;
     }
-    memcpy(copy.get(), name, length);
-    copy.get()[length] = '\0';
-    if (!vc_lstcat(names, copy.get())) {
-        return false;
+    memcpy(copy, name, length);
+    copy[length] = '\0';
+    return copy;
+}
+
+// The names of the first `count` such records as a null-terminated array; null without memory.
+static char **copy_ptr_names(const dns_record *record, size_t count) {
+    auto **names = static_cast<char **>(calloc(count + 1, sizeof(char *)));
+    if (!names) {
+        QF_ERRNO_AS("vc_lookup_reverse_dns", ENOMEM);
+        return nullptr;
     }
-    copy.release();
-    return true;
+    for (size_t copied = 0; copied < count; record = record->next) {
+        if (!names_a_host(record)) {
+            continue;
+        }
+        names[copied] = copy_ptr_name(record->target);
+        if (!names[copied++]) {
+            vc_lstfree(&names, free);
+            return nullptr;
+        }
+    }
+    return names;
 }
 
 int vc_lookup_reverse_dns(char ***names, const char *address, uint8_t option, uint8_t first_only) {
@@ -215,21 +235,16 @@ int vc_lookup_reverse_dns(char ***names, const char *address, uint8_t option, ui
     if (const int code = query_ptr(address, reverse_name.get(), option, &answer)) {
         return code;
     }
-    char **found = nullptr;
+    size_t count = 0;
     for (const dns_record *record = answer.get(); record; record = record->next) {
-        if (record->type != platform::dns_type_ptr || is_empty(record->target)) {
-            continue;
-        }
-        if (!add_ptr_name(&found, record->target)) {
-            vc_lstfree(&found, free);
-            return vc_dns_failed;
-        }
-        if (first_only) {
-            break;
-        }
+        count += names_a_host(record);
     }
-    if (!found) {
+    if (!count) {
         return vc_dns_no_ptr;
+    }
+    char **const found = copy_ptr_names(answer.get(), first_only ? 1 : count);
+    if (!found) {
+        return vc_dns_failed;
     }
     vc_lstfree(names, free);
     *names = found;
@@ -399,16 +414,20 @@ bool is_wanted(const wanted_address &wanted, const char *address) {
     return true;
 }
 
-// How many names were appended, or -1.
-int append_names(char *text, vc_list_entry **names) {
+// How many names were appended, or -1. *end leads to the list's end and moves there, so that many
+// lines walk the list once.
+int append_names(char *text, vc_list_entry ***end) {
     constexpr char blanks[] = " \t";
     int count = 0;
     while (*(text += strspn(text, blanks))) {
         const size_t length = strcspn(text, blanks);
         const bool last = !text[length];
         text[length] = '\0';
-        if (vc_append_list_entry(names, text, length + 1, 1) < 0) {
+        if (vc_append_list_entry(*end, text, length + 1, 1) < 0) {
             return -1;
+        }
+        while (**end) {
+            *end = &(**end)->next;
         }
         ++count;
         text += length + (last ? 0 : 1);
@@ -427,6 +446,7 @@ int read_hosts_file(const wanted_address &wanted, vc_list_entry **names) {
         QF_ERROR_AS(gethostent_name, "Failed to open %s", path);
         return -1;
     }
+    vc_list_entry **end = names;
     int total = 0;
     char line[1024];
     while (fgets(line, sizeof line, stream.get())) {
@@ -434,7 +454,7 @@ int read_hosts_file(const wanted_address &wanted, vc_list_entry **names) {
         if (!line_names || !is_wanted(wanted, line)) {
             continue;
         }
-        const int count = append_names(line_names, names);
+        const int count = append_names(line_names, &end);
         if (count < 0) {
             return -1;
         }

@@ -33,6 +33,9 @@ constexpr uint16_t class_internet = 1;
 // A label's first byte: its length, or the upper part of a pointer to an earlier name.
 constexpr unsigned char mask_pointer = 0xC0;
 constexpr size_t max_wire_name = 255;
+// A name has no more labels than this. Servers write no pointer to a bare pointer, so that there is
+// no need for more jumps, either.
+constexpr unsigned max_jumps = max_wire_name / 2;
 // Every byte of a name may become four characters, and every length byte a dot.
 constexpr size_t name_text_size = 4 * max_wire_name + 1;
 
@@ -115,10 +118,11 @@ void expand_name(message_reader in, bool *failed, char *text) {
     char *end = text;
     size_t part_start = in.offset;
     size_t wire_length = 1;
+    unsigned jumps = 0;
     while (const unsigned char length = take_u8(&in)) {
         if ((length & mask_pointer) == mask_pointer) {
             const size_t target = static_cast<size_t>(length & ~mask_pointer) << 8 | take_u8(&in);
-            if (in.failed || target >= part_start) {
+            if (in.failed || target >= part_start || ++jumps > max_jumps) {
                 in.failed = true;
                 break;
             }

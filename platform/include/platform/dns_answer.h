@@ -1,6 +1,6 @@
 // Reads a DNS message as it came from a server. A pure function from bytes to status and records:
-// every read is checked against the message's size, a compressed name may only point backwards,
-// and nothing of the message is believed before it has been looked at.
+// every read is checked against the message's size, a compressed name may only point backwards
+// and at most 127 times, and nothing of the message is believed before it has been looked at.
 #pragma once
 
 #include <cstddef>
