@@ -126,6 +126,7 @@ int lookupMaps(const char *directory, vc_list_entry *maps, const char *address,
         return 0;
     }
     int listed = 0;
+    vc_list_entry **end = hits; // moves along, so that the list is walked once
     for (const vc_list_entry *map = maps; map; map = map->next) {
         if (!map->data) {
             continue;
@@ -141,7 +142,10 @@ int lookupMaps(const char *directory, vc_list_entry *maps, const char *address,
         listed = 1;
         QF_DEBUG("lookupMaps(): IP %s is on block list %s", address, path.get());
         if (hits) {
-            vc_append_list_entry(hits, map->data, map->size, 1); // a failure has its line there
+            vc_append_list_entry(end, map->data, map->size, 1); // a failure has its line there
+            while (*end) {
+                end = &(*end)->next;
+            }
         }
     }
     return listed;

@@ -5,6 +5,7 @@
 
 #include "quillfence-checks.h"
 #include "vc_log.h"
+#include "vc_nulltermlist.h"
 #include "vc_text.h"
 
 namespace quillfence {
@@ -21,20 +22,43 @@ struct json_deleter {
 
 } // namespace
 
+static void free_texts(vc_json ***texts) {
+    vc_lstfree(reinterpret_cast<void ***>(texts), vc_json_free);
+}
+
+// A string node for each text of a list, as a null-terminated array; null without memory. All at
+// once, because appending one to a node goes over those before it.
+static vc_json **texts_of(const vc_list_entry *hits) {
+    const auto count = static_cast<size_t>(vc_list_count(hits));
+    auto **texts = static_cast<vc_json **>(calloc(count + 1, sizeof(vc_json *)));
+    if (!texts) {
+        QF_ERRNO_AS("add_hits", ENOMEM);
+        return nullptr;
+    }
+    vc_json **place = texts;
+    for (; hits; hits = hits->next) {
+        *place =
+            vc_json_create_node_string_ex(nullptr, nullptr, static_cast<const char *>(hits->data));
+        if (!*place++) {
+            free_texts(&texts);
+            return nullptr;
+        }
+    }
+    return texts;
+}
+
 int add_hits(vc_json *root, const char *name, const vc_list_entry *hits) {
     if (!root || is_empty(name)) {
         QF_EINVAL();
         return 0;
     }
-    vc_json *array = vc_json_create_node_array_ex(root, name);
-    if (!array) {
+    vc_json **texts = nullptr;
+    if (hits && !(texts = texts_of(hits))) {
         return 0;
     }
-    for (const vc_list_entry *hit = hits; hit; hit = hit->next) {
-        if (!vc_json_create_node_string_ex(array, nullptr, static_cast<const char *>(hit->data))) {
-            vc_json_remove_node(root, name);
-            return 0;
-        }
+    if (!vc_json_create_node_array_ex(root, name, texts)) {
+        free_texts(&texts);
+        return 0;
     }
     return 1;
 }
