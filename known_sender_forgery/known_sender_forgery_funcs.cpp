@@ -95,7 +95,14 @@ static int ksf_parse_ip(const char *item, ksf_network *network) {
     return 1;
 }
 
-// The items of an ip set. There is room for as many networks as the set has fields.
+// Room for the networks of an ip set, and for one item more that turns out to be none. Items
+// without a network take no room, however many commas there are.
+static size_t room_for_networks(const char *ip_set) {
+    constexpr size_t shortest = 8; // "0.0.0.0,"
+    return (strlen(ip_set) + 1) / shortest + 1;
+}
+
+// The items of an ip set.
 static size_t ksf_parse_ip_set(char *ip_set, ksf_network *networks) {
     size_t count = 0;
     for (char *rest = ip_set, *item; rest;) {
@@ -133,7 +140,7 @@ static parsed ksf_parse_fields(char *name, char *ip_set, ksf_domain *record) {
         QF_DEBUG("invalid ip set string - blank");
         return parsed::nothing;
     }
-    const auto room = static_cast<size_t>(field_count(ip_set, ','));
+    const size_t room = room_for_networks(ip_set);
     heap_ptr<ksf_network> networks(static_cast<ksf_network *>(calloc(room, sizeof(ksf_network))));
     heap_string copy(strdup(name));
     if (!networks || !copy) {
@@ -163,6 +170,11 @@ static parsed ksf_parse_line(char *line, ksf_domain *record) {
     }
     char *ip_set = cut_at(copy.get(), ':');
     return ksf_parse_fields(copy.get(), ip_set, record);
+}
+
+static void free_domain(const ksf_domain *domain) {
+    free(domain->name);
+    free(domain->networks);
 }
 
 // Doubles the room when the set is full: 1, 2, 4, ... records.
@@ -196,12 +208,14 @@ static int ksf_add_line(char *line, ksf_domain_set *set) {
         QF_DEBUG_AS(operation, "skipping comment line");
         return 1;
     }
-    if (!make_room(set)) {
-        return 0;
-    }
-    switch (ksf_parse_line(line, &set->domains[set->domain_count])) {
+    ksf_domain record;
+    switch (ksf_parse_line(line, &record)) {
     case parsed::record:
-        ++set->domain_count;
+        if (!make_room(set)) {
+            free_domain(&record);
+            return 0;
+        }
+        set->domains[set->domain_count++] = record;
         QF_DEBUG_AS(operation, "stored domain/IPs range from [%s]", line);
         return 1;
     case parsed::nothing:
@@ -272,8 +286,7 @@ void ksf_free_list(ksf_domain_set *set) {
         return;
     }
     for (size_t i = 0; i < set->domain_count; ++i) {
-        free(set->domains[i].name);
-        free(set->domains[i].networks);
+        free_domain(&set->domains[i]);
     }
     free(set->domains);
     free(set);

@@ -52,17 +52,14 @@ static const char *take_line(tab_reader *in, size_t *length) {
     const char *const line = in->bytes + in->begin;
     const size_t left = in->end - in->begin;
     const size_t window = left < line_size ? left : line_size;
-    *length = strnlen(line, window);
-    if (!*length) {
+    if (!window || !*line) {
         return nullptr;
     }
-    const auto *const newline = static_cast<const char *>(memchr(line, '\n', *length));
-    if (!newline) {
-        in->begin += window; // also what stands behind a NUL, as in vc_readline
-        return line;
-    }
-    *length = static_cast<size_t>(newline - line);
-    in->begin += *length + 1;
+    const auto *const newline = static_cast<const char *>(memchr(line, '\n', window));
+    const size_t reach = newline ? static_cast<size_t>(newline - line) : window;
+    *length = strnlen(line, reach);
+    const bool ended = newline && *length == reach;
+    in->begin += ended ? reach + 1 : window; // also what stands behind a NUL, as in vc_readline
     return line;
 }
 
