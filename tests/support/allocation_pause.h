@@ -1,4 +1,4 @@
-// Keeps a stand-in's own allocations out of a test that makes allocations fail.
+// Keeps a stand-in's own allocations out of a test that makes allocations fail or counts them.
 #pragma once
 
 namespace quillfence::testing {

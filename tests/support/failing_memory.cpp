@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <cstring>
 
 namespace quillfence::testing {
 
@@ -12,12 +13,21 @@ bool has_fired;
 bool keep_failing; // those after the first failure, too
 long live;
 unsigned long made;
+unsigned long long asked; // bytes
 
-// Counts a block that was handed out.
+// Counts a block of that size among those asked for, unless a stand-in did.
+void note(const void *block, size_t size) {
+    if (block && !allocations_paused) {
+        ++made;
+        asked += size;
+    }
+}
+
+// Counts a block of that size that was handed out.
 template <class Block>
-Block *counted(Block *block) {
+Block *counted(Block *block, size_t size) {
     live += block != nullptr;
-    made += block != nullptr;
+    note(block, size);
     return block;
 }
 
@@ -57,6 +67,10 @@ unsigned long allocations_made() {
     return made;
 }
 
+unsigned long long bytes_asked_for() {
+    return asked;
+}
+
 } // namespace quillfence::testing
 
 // The linker sends every call of malloc here (option --wrap) and calls the real one __real_malloc.
@@ -75,12 +89,12 @@ void __wrap_free(void *block);
 
 void *__wrap_malloc(size_t size) {
     using namespace quillfence::testing;
-    return fails_now() ? nullptr : counted(__real_malloc(size));
+    return fails_now() ? nullptr : counted(__real_malloc(size), size);
 }
 
 void *__wrap_calloc(size_t count, size_t size) {
     using namespace quillfence::testing;
-    return fails_now() ? nullptr : counted(__real_calloc(count, size));
+    return fails_now() ? nullptr : counted(__real_calloc(count, size), count * size);
 }
 
 void *__wrap_realloc(void *block, size_t size) {
@@ -88,12 +102,19 @@ void *__wrap_realloc(void *block, size_t size) {
     if (fails_now()) {
         return nullptr;
     }
-    return block ? __real_realloc(block, size) : counted(__real_realloc(block, size));
+    void *const grown = __real_realloc(block, size);
+    if (!block) {
+        return counted(grown, size);
+    }
+    if (grown && !allocations_paused) {
+        asked += size;
+    }
+    return grown;
 }
 
 char *__wrap_strdup(const char *text) {
     using namespace quillfence::testing;
-    return fails_now() ? nullptr : counted(__real_strdup(text));
+    return fails_now() ? nullptr : counted(__real_strdup(text), strlen(text) + 1);
 }
 
 void __wrap_free(void *block) {

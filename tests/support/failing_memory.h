@@ -22,10 +22,12 @@ class failing_allocation {
     bool fired() const; // whether the n-th allocation has come
 };
 
-// How many blocks have been allocated and not freed so far, and how many were ever allocated.
-// Pauses make no difference here.
+// How many blocks have been allocated and not freed so far. Pauses make no difference here.
 long live_allocations();
+// How many were ever allocated outside of pauses, and how many bytes were asked for; a block that
+// grows counts with its new size each time.
 unsigned long allocations_made();
+unsigned long long bytes_asked_for();
 
 // Runs operation() with its first, second, ... allocation failing, and check(n) after each run, up
 // to the run in which none failed; that run is not checked. Returns how many failed.

@@ -1,0 +1,155 @@
+// Whole runs with the longest arguments, and with configurations and answers that have no end.
+#include "cost.h"
+#include "run.h"
+#include "vc_file.h"
+
+namespace quillfence::testing {
+namespace {
+
+class bounds_replay : public drive_test {
+  protected:
+    bounds_replay() {
+        write_configuration(drive);
+        write_zones(&dns);
+        quillfence_init();
+        for (const client &who : clients) { // what is looked for once in the life of the process
+            vc_json_free(replay(who));
+            decide(who);
+        }
+        dns_script::asked();
+    }
+    ~bounds_replay() override {
+        quillfence_teardown();
+    }
+    preparation written(const char *path) {
+        return [this, path](const std::string &input) { drive.write(path, input); };
+    }
+    dns_script dns;
+};
+
+// Both flavours of a run. Some refuse what they get.
+void run(const client &who) {
+    vc_json_free(replay(who));
+    decide(who);
+    dns_script::asked();
+}
+
+void run_with_texts(const std::string &text) {
+    run({"", "192.0.2.1", text.c_str(), text.c_str(), text.c_str()});
+}
+void run_with_address(const std::string &text) {
+    run({"", text.c_str(), "mail.good.example", "a@good.example", "b@here.example"});
+}
+
+constexpr char letters[] = "a";
+constexpr char dots[] = ".";
+constexpr char labels[] = "a.";
+constexpr char at_signs[] = "@";
+constexpr char blanks[] = " ";
+constexpr char comments[] = "()";
+constexpr char open_comments[] = "(";
+constexpr char quotes[] = "\"";
+constexpr char phrases[] = "\"a\"";
+constexpr char brackets[] = "<";
+constexpr char backslashes[] = "\\";
+constexpr char percent_signs[] = "%s";
+constexpr char macros[] = "%IP%";
+constexpr char colons[] = ":";
+constexpr char digits[] = "1.";
+constexpr char high_bytes[] = "\xFF";
+
+std::string long_user(size_t size) {
+    return rows_of(size, "a", "", "@good.example");
+}
+std::string long_domain(size_t size) {
+    return rows_of(size, "a.", "a@", "example");
+}
+std::string bracketed(size_t size) {
+    return rows_of(size, "()", "<a@good.example>", "");
+}
+
+// An argument has at most 128 KiB on Linux, and a command line 32 KiB on Windows.
+TEST_F(bounds_replay, the_longest_arguments_cost_as_much_as_they_are_long) {
+    static constexpr growing_input rows[] = {
+        {"letters", row<letters>, run_with_texts, 1000, 100, every_byte},
+        {"dots", row<dots>, run_with_texts, 1000, 100, every_byte},
+        {"labels", row<labels>, run_with_texts, 1000, 100, every_byte},
+        {"at signs", row<at_signs>, run_with_texts, 1000, 100, every_byte},
+        {"blanks", row<blanks>, run_with_texts, 1000, 100, every_byte},
+        {"comments", row<comments>, run_with_texts, 1000, 100, every_byte},
+        {"open comments", row<open_comments>, run_with_texts, 1000, 100, every_byte},
+        {"quotes", row<quotes>, run_with_texts, 1000, 100, every_byte},
+        {"phrases", row<phrases>, run_with_texts, 1000, 100, every_byte},
+        {"brackets", row<brackets>, run_with_texts, 1000, 100, every_byte},
+        {"backslashes", row<backslashes>, run_with_texts, 1000, 100, every_byte},
+        {"percent signs", row<percent_signs>, run_with_texts, 1000, 100, every_byte},
+        {"macros", row<macros>, run_with_texts, 1000, 100, every_byte},
+        {"bytes above ASCII", row<high_bytes>, run_with_texts, 1000, 100, every_byte},
+        {"a user", long_user, run_with_texts, 1000, 100, every_byte},
+        {"a domain", long_domain, run_with_texts, 1000, 100, every_byte},
+        {"comments behind an address", bracketed, run_with_texts, 1000, 100, every_byte},
+        {"an address of letters", row<letters>, run_with_address, 1000, 100, every_byte},
+        {"an address of colons", row<colons>, run_with_address, 1000, 100, every_byte},
+        {"an address of digits", row<digits>, run_with_address, 1000, 100, every_byte},
+    };
+    for (const growing_input &input : rows) {
+        expect_in_step(input, 60'000);
+        log.take(); // what is no address is told
+    }
+}
+
+constexpr char rule_names[] = "require_helo\n";
+constexpr char no_names[] = "\n";
+constexpr char map_names[] = "one\n";
+constexpr char list_lines[] = "*@other.example\n";
+constexpr char forgeries[] = "other.example:192.0.2.1\n";
+
+void run_good_client(const std::string &) {
+    run(clients[0]);
+}
+void run_listed_client(const std::string &) {
+    run(clients[4]);
+}
+
+TEST_F(bounds_replay, a_configuration_costs_as_much_as_it_is_long) {
+    static const struct {
+        const char *path;
+        growing_input input;
+    } cases[] = {
+        {"c:/quillfence/control/rules.enabled",
+         {"enabled rules", row<rule_names>, run_good_client, 1000, 100, every_byte}},
+        {"c:/quillfence/control/rules.enabled",
+         {"enabled rules without names", row<no_names>, run_good_client, 1000, 100, every_byte}},
+        {"c:/quillfence/bms/lists_to_update",
+         {"block maps that hit", row<map_names>, run_listed_client, 1000, 200, every_byte}},
+        {"c:/quillfence/control/bms.enabled",
+         {"enabled block maps", row<map_names>, run_good_client, 1000, 200, every_byte}},
+        {"c:/quillfence/from_whitelist",
+         {"a whitelist", row<list_lines>, run_good_client, 1000, 100, every_byte}},
+        {"c:/quillfence/control/valid_domain_ips",
+         {"sender forgery", row<forgeries>, run_good_client, 1000, 100, every_byte}},
+    };
+    for (const auto &c : cases) {
+        const std::string before = drive.read(c.path);
+        expect_in_step(c.input, 8'000, written(c.path));
+        drive.write(c.path, before);
+        log.take();
+    }
+}
+
+// Each name is looked up in the pattern files, by up to nine lookups in a report and a decision.
+TEST_F(bounds_replay, the_names_of_a_client_cost_as_much_as_there_are) {
+    constexpr uint64_t lookups = 9 * (96 * 1024 + 4096);
+    static const char *names[] = {"dyn1-192-0-2-1.pool.example", "mail.good.example",
+                                  "not a domain", "1-2-3-4"};
+    for (const char *name : names) {
+        const growing_input input = {name,   row<letters>, run_good_client,
+                                     30'000, lookups,      every_byte};
+        expect_in_step(input, 200, [&](const std::string &text) {
+            dns.ptr("1.2.0.192.in-addr.arpa.", lines(text.size(), name));
+        });
+    }
+}
+
+} // namespace
+} // namespace quillfence::testing
