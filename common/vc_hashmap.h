@@ -99,7 +99,10 @@ uint32_t vc_map_hash(const char *key);
 // A key that is there already is refused without a line.
 // ERROR lines: "Attempting to store entries in a static hashmap!", "Cannot request 'copy' and
 // specify a freefn that isn't 'void free(void *)'", "Cannot create new key-value pair when
-// attemping to store data in map", "Failed to initialize new map", "Failed to rehash map.\n".
+// attemping to store data in map", "Failed to initialize new map", "Failed to rehash map.\n". The
+// last also where growing would not help: for keys of one hash, and for keys that were chosen to
+// share buckets, once a table of 13 slots a bucket or more would have over a million slots and 64
+// for each entry.
 int vc_map_store_ex(vc_hashmap *map, const char *key, void *value, uint64_t size, int copy,
                     vc_map_free_function freefn);
 // *value (may be null) receives the value pointer, or the bytes of an inline value. 0 without a
