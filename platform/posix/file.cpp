@@ -18,22 +18,13 @@
 #include "platform/format.h"
 #include "platform/observer.h"
 #include "system_path.h"
+#include "uninterrupted.h"
 
 namespace quillfence::platform {
 
 namespace {
 
 constexpr mode_t new_file_mode = 0666; // less the process's umask
-
-// Calls again for as long as a signal interrupts the call.
-template <class call_type>
-auto uninterrupted(call_type call) {
-    auto result = call();
-    while (result < 0 && errno == EINTR) {
-        result = call();
-    }
-    return result;
-}
 
 // The descriptor of a handle; -1, which every call refuses, for a number that is none.
 int descriptor_of(file_handle file) {

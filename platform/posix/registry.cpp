@@ -14,6 +14,7 @@
 #include "platform/observer.h"
 #include "platform/registry_export.h"
 #include "system_path.h"
+#include "uninterrupted.h"
 
 namespace quillfence::platform {
 
@@ -79,9 +80,8 @@ uint32_t open_export(int flags, export_file *file) {
     if (const uint32_t failure = resolve_path(name, &resolved)) {
         return failure;
     }
-    do {
-        file->descriptor = open(resolved.text, flags | O_CLOEXEC | O_NONBLOCK, new_file_mode);
-    } while (file->descriptor < 0 && errno == EINTR);
+    file->descriptor = uninterrupted(
+        [&] { return open(resolved.text, flags | O_CLOEXEC | O_NONBLOCK, new_file_mode); });
     return file->descriptor < 0 ? error_of_errno(errno) : error_none;
 }
 
@@ -104,10 +104,7 @@ uint32_t read_key(const char *path, exported_key *content) {
 
 uint32_t write_all(int descriptor, const unsigned char *bytes, size_t size) {
     while (size) {
-        const ssize_t written = write(descriptor, bytes, size);
-        if (written < 0 && errno == EINTR) {
-            continue;
-        }
+        const ssize_t written = uninterrupted([&] { return write(descriptor, bytes, size); });
         if (written <= 0) {
             return written ? error_of_errno(errno) : static_cast<uint32_t>(error_disk_full);
         }

@@ -121,6 +121,37 @@ TEST(error_numbers, back_to_errno) {
     }
 }
 
+// There and back by the seam's two tables, the same error is meant.
+TEST(error_numbers, there_and_back) {
+    static constexpr uint32_t same[] = {
+        error_none,          error_file_not_found,    error_too_many_open_files,
+        error_access_denied, error_invalid_handle,    error_not_enough_memory,
+        error_file_exists,   error_invalid_parameter, error_disk_full,
+        error_dir_not_empty, error_file_too_large,    error_no_data,
+        error_io_device};
+    for (const uint32_t error : same) {
+        EXPECT_EQ(error_of_errno(errno_of(error)), error);
+        EXPECT_EQ(errno_of_error(error), errno_of(error)) << error;
+    }
+    // Linux has a number of its own for these, which the C library of Windows lacks.
+    static constexpr struct {
+        uint32_t error;
+        int number;
+    } finer[] = {{error_not_same_device, EXDEV},
+                 {error_write_protect, EROFS},
+                 {error_seek, ESPIPE},
+                 {error_sharing_violation, EAGAIN},
+                 {error_not_supported, EOPNOTSUPP},
+                 {error_broken_pipe, ECONNRESET},
+                 {error_busy, EBUSY},
+                 {error_filename_too_long, ENAMETOOLONG},
+                 {error_cannot_resolve_filename, ELOOP}};
+    for (const auto &c : finer) {
+        EXPECT_EQ(errno_of_error(c.error), c.number) << c.error;
+        EXPECT_EQ(error_of_errno(c.number), c.error) << c.number;
+    }
+}
+
 TEST(error_numbers, missing_file_or_missing_folder) {
     static constexpr struct {
         const char *path;
