@@ -34,7 +34,7 @@ file_output::~file_output() {
     }
 }
 
-void file_output::fail(const char *reason) const {
+void file_output::fail(const std::string &reason) const {
     throw failure(path_ + ": could not be written: " + reason);
 }
 

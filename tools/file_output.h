@@ -24,14 +24,14 @@ class file_output {
         return stream_.get();
     }
     void write(const void *bytes, size_t size);
+    // For what writes to the stream by itself: throws "path: could not be written: reason".
+    [[noreturn]] void fail(const std::string &reason) const;
 
     // Brings everything to stable storage and renames the temporary file over the file. Throws a
     // failure when any byte could not be written; the file then is what it was before.
     void commit();
 
   private:
-    [[noreturn]] void fail(const char *reason) const;
-
     std::string path_;
     std::string temporary_;
     stream_ptr stream_;

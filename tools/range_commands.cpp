@@ -19,8 +19,8 @@ std::string with_reason(const std::string &text, engine_messages *messages) {
     return reason.empty() ? text : text.empty() ? reason : text + " (" + reason + ')';
 }
 
-// Throws for anything but a sound range file, or a legacy one where that is fine.
-range_records sound_ranges(const std::string &path, bool legacy_too) {
+// Throws for anything but a sound range file, of either version.
+range_records sound_ranges(const std::string &path) {
     range_records read = read_ranges(path);
     switch (read.state) {
     case range_state::missing:
@@ -29,12 +29,6 @@ range_records sound_ranges(const std::string &path, bool legacy_too) {
     case range_state::corrupt:
         throw failure(path + ": is no range file; it is left alone");
     case range_state::legacy:
-        if (!legacy_too) {
-            throw failure(path +
-                          ": is of the legacy version; run \"quillfence-data range convert " +
-                          path + "\" first");
-        }
-        break;
     case range_state::empty:
     case range_state::current:
         break;
@@ -116,7 +110,7 @@ std::string text_of(const range_ends &ends) {
 } // namespace
 
 exit_status range_list(const range_list_arguments &arguments, std::ostream &out) {
-    const range_records read = sound_ranges(arguments.file, true);
+    const range_records read = sound_ranges(arguments.file);
     for (const range_record &record : read.records) {
         if (!record.valid) {
             throw failure(arguments.file + ": is corrupt: record " + std::to_string(record.number) +
@@ -148,7 +142,7 @@ exit_status range_add(const range_edit_arguments &arguments, std::ostream &out) 
 
 exit_status range_del(const range_edit_arguments &arguments, std::ostream &out) {
     const range_ends ends = ends_of(arguments);
-    sound_ranges(arguments.file, true);
+    sound_ranges(arguments.file);
     const path_parts path = parts_of(arguments.file);
     engine_messages messages;
     const char *error = nullptr;
@@ -164,7 +158,7 @@ exit_status range_del(const range_edit_arguments &arguments, std::ostream &out) 
 }
 
 exit_status range_convert(const std::string &file, std::ostream &out) {
-    const range_records read = sound_ranges(file, true);
+    const range_records read = sound_ranges(file);
     if (read.state != range_state::legacy) {
         out << file << ": is of the current version already\n";
         return exit_status::done;

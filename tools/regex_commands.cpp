@@ -35,7 +35,7 @@ void warn_of_bad_nodes(const TRex &expression, engine_messages *messages, line_i
 }
 
 // The pattern of one line to the file; false when the line has been complained about.
-bool compile_line(const pattern_line &line, line_input *in, FILE *out) {
+bool compile_line(const pattern_line &line, line_input *in, file_output *out) {
     if (line.is == pattern_line::kind::wrong) {
         in->complain(line.text);
         return false;
@@ -53,8 +53,8 @@ bool compile_line(const pattern_line &line, line_input *in, FILE *out) {
         return false;
     }
     warn_of_bad_nodes(*expression, &messages, in);
-    if (!trs_store(out, expression.get())) {
-        throw failure("the expression could not be written: " + messages.take());
+    if (!trs_store(out->stream(), expression.get())) {
+        out->fail(messages.take());
     }
     return true;
 }
@@ -63,14 +63,15 @@ exit_status compile(const compile_options &options) {
     refuse_same_file(options.patterns, options.out);
     line_input in(options.patterns);
     file_output out(options.out);
+    engine_messages messages;
     if (!trs_set_header(out.stream())) {
-        throw failure(options.out + ": could not be written");
+        out.fail(messages.take());
     }
     pattern_reader reader;
     uint64_t stored = 0;
     for (std::string_view text; in.next(&text);) {
         const pattern_line line = reader.read(text);
-        if (line.is != pattern_line::kind::nothing && compile_line(line, &in, out.stream())) {
+        if (line.is != pattern_line::kind::nothing && compile_line(line, &in, &out)) {
             ++stored;
         }
     }

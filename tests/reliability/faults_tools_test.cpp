@@ -63,7 +63,6 @@ bool is_gone(const fault &what) {
 class faults_tools : public ::testing::Test {
   protected:
     faults_tools() {
-        platform::environment_set("TZ", "UTC0");
         drive.write(below("addresses"), "10.0.0.0/8\n11.1.2.3\n11.1.2.77\n");
         drive.write(below("patterns"), "^dyn[0-9]+\\.\n^pool-\n");
         drive.make_folder(below("bms"));
@@ -92,9 +91,6 @@ class faults_tools : public ::testing::Test {
         drive.write(below("log/.counterv2.dat.hourly"), "\x02" + last + std::string(64, '\0') +
                                                             last + little_endian(5) +
                                                             std::string(773 - 5 - 64 - 8, '\0'));
-    }
-    ~faults_tools() override {
-        platform::environment_set("TZ", nullptr);
     }
 
     static void made(const words &arguments) {

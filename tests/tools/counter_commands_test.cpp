@@ -3,9 +3,11 @@
 #include <array>
 
 #include "../matching/range_bytes.h"
+#include "call_watch.h"
 #include "drive_c.h"
 #include "output.h"
 #include "platform/clock.h"
+#include "platform/error_numbers.h"
 #include "platform/process.h"
 
 namespace quillfence::data_tool {
@@ -132,6 +134,34 @@ TEST_F(counter_commands_test, another_time_zone) {
     EXPECT_EQ(show(counter_form::csv).out, at_home);
     set_zone("CET-1");
     EXPECT_EQ(show(counter_form::csv).out, at_home);
+}
+
+// The record of the last update is known by its stamp, and without that by the time of day.
+TEST_F(counter_commands_test, a_last_update_that_no_record_has) {
+    put("hourly", counter_bytes(773, november_1 + 2 * hour,
+                                {{2, {0, 5, 0, 0, 0, 0, 5, 0}}, {3, {0, 1, 0, 0, 0, 0, 1, 0}}}));
+    const std::string out = show(counter_form::csv).out;
+    EXPECT_NE(out.find("\nhour,2023-10-31 03:00,1,0,0,0,0,1,0\n"), std::string::npos) << out;
+    EXPECT_TRUE(out.ends_with("\nhour,2023-11-01 02:00,5,0,0,0,0,5,0\n")) << out;
+}
+
+// As on Windows for an hour before 1970.
+TEST_F(counter_commands_test, hours_without_a_local_time) {
+    put_sample();
+    std::string out;
+    {
+        call_watch watch;
+        watch.fail("local_time", 1, platform::error_invalid_parameter, true);
+        out = show(counter_form::csv).out;
+    }
+    EXPECT_NE(out.find("\nday,1970-11-01,12,3,1,0,0,15,1\n"), std::string::npos) << out;
+    EXPECT_TRUE(out.ends_with("\nhour,,5,0,0,1,4,10,0\n")) << out;
+    {
+        call_watch watch; // the days ask twice, each hour twice
+        watch.fail("local_time", 4, platform::error_invalid_parameter);
+        out = show(counter_form::csv).out;
+    }
+    EXPECT_NE(out.find("\nhour,,0,0,0,0,0,0,0\n"), std::string::npos) << out;
 }
 
 TEST_F(counter_commands_test, sums_beyond_32_bits) {

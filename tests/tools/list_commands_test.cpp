@@ -169,6 +169,12 @@ TEST_F(list_commands_test, entries_that_would_never_match_are_refused) {
               "c:/quillfence/exempt_users: a: Invalid comment to add");
 }
 
+// What a list of another name is for nobody knows.
+TEST_F(list_commands_test, any_entry_goes_into_a_list_of_another_name) {
+    EXPECT_EQ(add("other.lst", "10.0.0.0/8 ").out, "c:/quillfence/other.lst: 10.0.0.0/8  added\n");
+    EXPECT_EQ(get("other.lst"), "10.0.0.0/8 \n");
+}
+
 TEST_F(list_commands_test, empty_arguments) {
     EXPECT_EQ(add("exempt_users", "").failure,
               "c:/quillfence/exempt_users: : Invalid arguments to add (Invalid argument)");

@@ -498,12 +498,20 @@ TEST_F(verify_test, range_files) {
     });
 }
 
+TEST_F(verify_test, a_file_in_the_place_of_a_folder) {
+    check({{"no folder",
+            {{"dynaregex", "abcdef"}},
+            {"dynaregex: error: can't be listed: Not a directory",
+             "dynaregex: info: the engine reads no file of this name"}}});
+}
+
 TEST_F(verify_test, pattern_files) {
     const std::string file = "dynaregex/dyna.cregexes";
     std::vector<int32_t> bad_nodes = sound_nodes;
     bad_nodes[1] = 7;
     check({
         {"the magic alone", {{file, pattern_magic}}, {}},
+        {"another kind of file", {{"dynaregex/notes.txt", "abcdef"}}, {}},
         {"another file", {{file, "abcdef"}}, {file + ": error: is no file of compiled patterns"}},
         {"empty", {{file, ""}}, {file + ": error: is no file of compiled patterns"}},
         {"no nodes",

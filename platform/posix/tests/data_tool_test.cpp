@@ -1,0 +1,191 @@
+// quillfence-data where Linux itself refuses: files that open but can't be read, files that may not
+// grow, a terminal.
+#include <csignal>
+#include <cstdlib>
+#include <string>
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "data_program.h"
+#include "drive_c.h"
+#include "progress.h"
+#include "vc_log.h"
+
+namespace quillfence::data_tool {
+namespace {
+
+constexpr char out[] = "c:/quillfence/out";
+
+class data_tool : public ::testing::Test {
+  protected:
+    // The exit status; standard error goes to said.
+    int run_program(std::vector<std::string> words) {
+        words.insert(words.begin(), "quillfence-data");
+        std::vector<char *> argv;
+        for (std::string &word : words) {
+            argv.push_back(word.data());
+        }
+        argv.push_back(nullptr);
+        ::testing::internal::CaptureStderr();
+        const int status = run(static_cast<int>(words.size()), argv.data());
+        said = ::testing::internal::GetCapturedStderr();
+        return status;
+    }
+    // The same while no file may grow beyond so many bytes; what is said must fit, too.
+    int run_limited(rlim_t size, const std::vector<std::string> &words) {
+        rlimit before = {};
+        getrlimit(RLIMIT_FSIZE, &before);
+        const rlimit lower = {size, before.rlim_max};
+        const sighandler_t signal_before = signal(SIGXFSZ, SIG_IGN);
+        setrlimit(RLIMIT_FSIZE, &lower);
+        const int status = run_program(words);
+        setrlimit(RLIMIT_FSIZE, &before);
+        signal(SIGXFSZ, signal_before);
+        return status;
+    }
+    // Memory at address 0 is nobody's: such a file opens, and the first read fails.
+    void make_unreadable(const std::string &path) {
+        drive.write(path, "");
+        drive.remove(path);
+        ASSERT_EQ(symlink("/proc/self/mem", drive.native(path).c_str()), 0);
+    }
+    void expect_old_file() {
+        EXPECT_EQ(drive.read(out), "old");
+        EXPECT_FALSE(drive.exists(out + ("." + std::to_string(getpid())) + ".tmp"));
+    }
+    testing::drive_c drive;
+    std::string said;
+};
+
+TEST_F(data_tool, a_pattern_file_that_can_not_be_read) {
+    make_unreadable("c:/quillfence/dynaregex/dyna.cregexes");
+    EXPECT_EQ(run_program({"regex", "dump", "c:/quillfence/dynaregex/dyna.cregexes"}), 2);
+    EXPECT_EQ(said, "quillfence-data: c:/quillfence/dynaregex/dyna.cregexes: failed to read header "
+                    "bit: Input/output error\n");
+    ::testing::internal::CaptureStdout();
+    EXPECT_EQ(run_program({"verify", "c:/quillfence"}), 1);
+    EXPECT_NE(::testing::internal::GetCapturedStdout().find(
+                  "c:/quillfence/dynaregex/dyna.cregexes: error: can't be read\n"),
+              std::string::npos);
+}
+
+TEST_F(data_tool, lists_that_can_not_be_read) {
+    make_unreadable("c:/quillfence/list");
+    for (const char *command : {"regex", "blockmap"}) {
+        const char *const verb = command == std::string("regex") ? "compile" : "build";
+        EXPECT_EQ(run_program({command, verb, "c:/quillfence/list", out}), 2);
+        EXPECT_EQ(said, "quillfence-data: c:/quillfence/list: Input/output error\n");
+        EXPECT_FALSE(drive.exists(out));
+    }
+}
+
+TEST_F(data_tool, a_folder_is_no_list) {
+    drive.make_folder("c:/quillfence/list");
+    EXPECT_EQ(run_program({"blockmap", "build", "c:/quillfence/list", out}), 2);
+    EXPECT_EQ(said, "quillfence-data: c:/quillfence/list: Permission denied\n");
+}
+
+// Shown at once, by the stream's next piece, or when all is brought to the disk.
+TEST_F(data_tool, an_output_that_may_not_grow) {
+    std::string patterns;
+    for (int i = 0; i < 1000; ++i) {
+        patterns += "^host-" + std::to_string(i) + "\\.pool\\.example$\n";
+    }
+    drive.write("c:/quillfence/patterns", patterns);
+    drive.write("c:/quillfence/pattern", "a\n");
+    drive.write("c:/quillfence/addresses", "10.1.2.3\n11.1.2.3\n");
+    drive.write(out, "old");
+    const std::string wrong = "quillfence-data: c:/quillfence/out: could not be written: ";
+    EXPECT_EQ(run_limited(200, {"regex", "compile", "c:/quillfence/patterns", out}), 2);
+    EXPECT_EQ(said, wrong + "File too large\n");
+    expect_old_file();
+    EXPECT_EQ(run_limited(100, {"blockmap", "build", "c:/quillfence/addresses", out}), 2);
+    EXPECT_EQ(said, wrong + "File too large\n");
+    expect_old_file();
+    EXPECT_EQ(run_limited(79, {"regex", "compile", "c:/quillfence/pattern", out}), 2);
+    EXPECT_EQ(said, (wrong + "File too large\n").substr(0, 79));
+    expect_old_file();
+}
+
+// A stream tells of a full disk with the first byte that its buffer has no room for. Here that is
+// one of an expression's length.
+TEST_F(data_tool, an_expression_that_can_not_be_stored) {
+    constexpr size_t buffer_size = 4096;
+    const auto compile = [&](size_t letters, int count, rlim_t limit) {
+        std::string list;
+        for (int i = 0; i < count; ++i) {
+            list += "^" + std::string(letters, 'a') + "\n";
+        }
+        drive.write("c:/quillfence/patterns", list);
+        ::testing::internal::CaptureStdout();
+        const int status = run_limited(limit, {"regex", "compile", "c:/quillfence/patterns", out});
+        ::testing::internal::GetCapturedStdout();
+        return status;
+    };
+    size_t letters = 0;
+    std::string made;
+    while (made.size() < buffer_size && ++letters < 100) { // 31 of eight nodes of 16 bytes
+        EXPECT_EQ(compile(letters, 31, 1 << 20), 0);
+        made = drive.read(out);
+    }
+    ASSERT_EQ(made.size(), buffer_size);
+    struct stat facts = {};
+    if (stat(drive.native(out).c_str(), &facts) != 0 || facts.st_blksize != buffer_size) {
+        GTEST_SKIP() << "streams have another buffer here";
+    }
+    drive.write(out, "old");
+    EXPECT_EQ(compile(letters, 32, 500), 2);
+    EXPECT_EQ(said, "quillfence-data: c:/quillfence/out: could not be written: Error writing node "
+                    "block size: File too large\n");
+    expect_old_file();
+}
+
+// What the engine logs while no subcommand listens is a complaint like any other.
+TEST_F(data_tool, lines_of_the_engine_go_to_standard_error) {
+    ::testing::internal::CaptureStdout();
+    EXPECT_EQ(run_program({"--version"}), 0);
+    ::testing::internal::GetCapturedStdout();
+    ::testing::internal::CaptureStderr();
+    vc_log_error("function", "module", 7, "%s", "a\ttext");
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+              "quillfence-data: module:7 ERROR function(): a?text\n");
+    vc_set_log_function(nullptr);
+}
+
+TEST_F(data_tool, a_bar_is_drawn_anew_when_it_looks_otherwise) {
+    const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    if (terminal < 0 || grantpt(terminal) != 0 || unlockpt(terminal) != 0) {
+        GTEST_SKIP() << "no terminals here";
+    }
+    const int shown = open(ptsname(terminal), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    ASSERT_GE(shown, 0);
+    const int before = dup(STDERR_FILENO);
+    dup2(shown, STDERR_FILENO);
+    {
+        progress bar("a", 1000);
+        bar.show(500);
+        bar.show(501);
+        bar.show(502);
+        bar.show(2000);
+    }
+    fflush(stderr);
+    dup2(before, STDERR_FILENO);
+    close(before);
+    close(shown);
+    std::string drawn;
+    char piece[1000];
+    for (ssize_t size; (size = read(terminal, piece, sizeof piece)) > 0;) { // up to the hang-up
+        drawn.append(piece, static_cast<size_t>(size));
+    }
+    close(terminal);
+    const std::string half = std::string(20, '#') + std::string(20, '.');
+    EXPECT_EQ(drawn, "\ra [" + half + "]  50%\ra [" + std::string(40, '#') + "] 100%\r" +
+                         std::string(49, ' ') + "\r");
+}
+
+} // namespace
+} // namespace quillfence::data_tool
