@@ -216,8 +216,9 @@ void vc_map_iterator_free(vc_map_iterator *iterator); // free() itself will do; 
 // saving a smaller map over a larger file leaves the old tail behind the data, where the reader
 // never looks (kept on purpose). A save that breaks off may leave parts of both files.
 // ERROR lines: EINVAL for a null path; "Cannot save complex maps!" (a release function other than
-// free), "Key or value is too big, failed to save", "Failed to write the data to the file during
-// save: [%s]".
+// free), "Key or value is too big, failed to save", "Table is too large for its entries, failed to
+// save" (vc_map_load would not believe it), "Failed to write the data to the file during save:
+// [%s]".
 int vc_map_save(const vc_hashmap *map, const char *path, int overwrite);
 // Reads such a file into a new map that the caller destroys, or null. A path that is not a file is
 // null without a line. Every count, length, slot and link is checked against the file and the table

@@ -35,6 +35,12 @@ static char *file_contents(const char *operation, const char *path, uint64_t *si
     return contents;
 }
 
+// Whether so large a table may belong to so few entries.
+static bool believable(uint64_t buckets, uint64_t slots, uint64_t entries) {
+    const uint64_t all_slots = buckets * slots;
+    return all_slots <= largest_bare_table || all_slots / hashmap::most_slots_an_entry <= entries;
+}
+
 // ---- Saving ----
 
 // The value's length in a file: a null value has no bytes.
@@ -198,6 +204,10 @@ int vc_map_save(const vc_hashmap *map, const char *path, int overwrite) {
     if (!overwrite && vc_file_exists_ex(path, vc_type_file)) {
         return 0;
     }
+    if (!believable(map->num_buckets, map->bucket_size, map->num_pairs)) {
+        QF_ERROR("Table is too large for its entries, failed to save");
+        return 0;
+    }
     const uint64_t size = saved_size(__func__, map);
     if (!size) {
         return 0;
@@ -333,18 +343,12 @@ static bool link_entries(const char *operation, loading *of) {
     return true;
 }
 
-// Whether so large a table may belong to so few entries.
-static bool believable(const file_header &header) {
-    const uint64_t slots = uint64_t{header.buckets} * header.slots;
-    return slots <= largest_bare_table ||
-           slots / hashmap::most_slots_an_entry <= uint64_t{header.entries};
-}
-
 static bool take_map(const char *operation, byte_reader *in, loading *into) {
     into->header = take_header(in);
     const file_header &header = into->header;
     const uint64_t room = (in->size - in->offset) / record_size;
-    if (in->failed || header.entries > room || !believable(header)) {
+    if (in->failed || header.entries > room ||
+        !believable(header.buckets, header.slots, header.entries)) {
         return corrupt(operation, *into);
     }
     into->map = vc_map_create(header.buckets, header.slots);

@@ -85,6 +85,22 @@ TEST_F(vc_hashmap_file, the_saved_bytes) {
     EXPECT_EQ(drive.read(path), sample_bytes());
 }
 
+// What the loader would not believe is not written, so that nothing is lost.
+TEST_F(vc_hashmap_file, a_table_far_too_large_for_its_entries_is_not_saved) {
+    const owned_map largest(vc_map_create(65536, 128));
+    ASSERT_EQ(vc_map_store_int32(largest, "a", 1), 1);
+    ASSERT_EQ(vc_map_save(largest, path, 1), 1);
+    const std::string saved = drive.read(path);
+    const owned_map loaded(vc_map_load(path));
+    EXPECT_EQ(vc_map_count(loaded), 1u);
+    const owned_map larger(vc_map_create(65536, 129));
+    ASSERT_EQ(vc_map_store_int32(larger, "a", 1), 1);
+    EXPECT_EQ(vc_map_save(larger, path, 1), 0);
+    EXPECT_EQ(drive.read(path), saved);
+    EXPECT_EQ(log.errors(),
+              lines{"vc_map_save: Table is too large for its entries, failed to save"});
+}
+
 TEST_F(vc_hashmap_file, the_loaded_map) {
     drive.write(path, sample_bytes());
     const owned_map map(vc_map_load(path));
