@@ -318,6 +318,7 @@ void write_table(const char *title, const char *first, const std::vector<counter
 
 std::string counter_page(const counter_totals &totals) {
     std::ostringstream out;
+    out.exceptions(std::ios::badbit); // else a page without memory would end early
     out << "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
            "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n"
            "<title>Quillfence counters</title>\n<style>"

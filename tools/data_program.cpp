@@ -9,6 +9,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "engine_messages.h"
 #include "line_input.h"
 #include "platform/error_numbers.h"
 #include "vc_w32.h"
@@ -79,8 +80,9 @@ exit_status parse_and_run(int argc, char **argv) {
     return chosen();
 }
 
-// What was printed must have arrived.
+// What was printed must be true, and must have arrived.
 exit_status finished(exit_status status) {
+    engine_messages::require_memory();
     if (std::fflush(stdout) != 0 || std::ferror(stdout)) {
         throw failure(std::string("standard output can't be written: ") + std::strerror(errno));
     }
@@ -128,7 +130,9 @@ int log_to_standard_error(int, const char *format, ...) {
     va_start(arguments, format);
     std::vsnprintf(line, sizeof line, format, arguments);
     va_end(arguments);
-    complain(line);
+    engine_messages::look_for_memory(line);
+    vc_sanitize(line); // without an allocation, which might fail in the engine's midst
+    std::fprintf(stderr, "%s: %s\n", program_name, line);
     return 0;
 }
 
@@ -136,19 +140,26 @@ std::string file_error(const std::string &path, uint32_t error) {
     return path + ": " + std::strerror(platform::errno_of(error));
 }
 
-int run(int argc, char **argv) {
-    vc_set_log_function(log_to_standard_error);
-    exit_status status = exit_status::failed;
+static exit_status run_or_complain(int argc, char **argv) {
     try {
-        status = finished(parse_and_run(argc, argv));
-    } catch (const failure &what) {
-        complain(what.what());
+        return finished(parse_and_run(argc, argv));
     } catch (const std::bad_alloc &) {
-        complain("there is not enough memory");
+        throw;
     } catch (const std::exception &what) {
         complain(what.what());
+        return exit_status::failed;
     }
-    return static_cast<int>(status);
+}
+
+int run(int argc, char **argv) {
+    vc_set_log_function(log_to_standard_error);
+    engine_messages::begin();
+    try {
+        return static_cast<int>(run_or_complain(argc, argv));
+    } catch (const std::bad_alloc &) { // also of a complaint
+        std::fprintf(stderr, "%s: there is not enough memory\n", program_name);
+        return static_cast<int>(exit_status::failed);
+    }
 }
 
 } // namespace quillfence::data_tool

@@ -1,7 +1,10 @@
 #include "engine_messages.h"
 
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
+#include <new>
 
 #include "data_program.h"
 #include "vc_w32.h"
@@ -9,6 +12,7 @@
 namespace quillfence::data_tool {
 
 engine_messages *engine_messages::current = nullptr;
+bool engine_messages::memory_ran_out = false;
 
 engine_messages::engine_messages() : outer_(current) {
     current = this;
@@ -21,6 +25,11 @@ engine_messages::~engine_messages() {
 }
 
 // A line is "module:line ERROR function(): text".
+static const char *text_of(const char *line) {
+    const char *const place = std::strstr(line, "(): ");
+    return place ? place + 4 : line;
+}
+
 int engine_messages::log(int priority, const char *format, ...) {
     char line[1024];
     va_list arguments;
@@ -28,16 +37,34 @@ int engine_messages::log(int priority, const char *format, ...) {
     std::vsnprintf(line, sizeof line, format, arguments);
     va_end(arguments);
     if (priority != priority_error) {
-        complain(line);
-        return 0;
+        return log_to_standard_error(priority, "%s", line);
     }
-    const std::string text = line;
-    const size_t place = text.find("(): ");
-    current->texts_.push_back(place == std::string::npos ? text : text.substr(place + 4));
+    look_for_memory(line);
+    try {
+        current->texts_.emplace_back(text_of(line));
+    } catch (const std::bad_alloc &) { // no exception passes through the engine
+        memory_ran_out = true;
+    }
     return 0;
 }
 
+void engine_messages::begin() {
+    memory_ran_out = false;
+}
+
+void engine_messages::look_for_memory(const char *line) {
+    const char *const text = text_of(line);
+    memory_ran_out = memory_ran_out || std::strcmp(text, std::strerror(ENOMEM)) == 0;
+}
+
+void engine_messages::require_memory() {
+    if (memory_ran_out) {
+        throw std::bad_alloc();
+    }
+}
+
 std::string engine_messages::take() {
+    require_memory();
     std::string joined;
     for (const std::string &text : texts_) {
         joined += joined.empty() ? text : "; " + text;

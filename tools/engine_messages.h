@@ -15,12 +15,20 @@ class engine_messages {
     engine_messages(const engine_messages &) = delete;
     engine_messages &operator=(const engine_messages &) = delete;
 
-    // All since the last call, joined with "; "; empty when there were none.
+    // All since the last call, joined with "; "; empty when there were none. Throws as
+    // require_memory() does.
     std::string take();
+
+    // An engine without memory answers as if there were nothing to find. Throws std::bad_alloc
+    // when one of its lines has told of that, whoever heard it, since the program began.
+    static void require_memory();
+    static void begin(); // of the program
+    static void look_for_memory(const char *line);
 
   private:
     static int log(int priority, const char *format, ...);
     static engine_messages *current;
+    static bool memory_ran_out;
     engine_messages *outer_;
     std::vector<std::string> texts_;
 };

@@ -168,7 +168,9 @@ exit_status list_find(const list_find_arguments &arguments, std::ostream &out) {
     const engine_messages silent;
     std::vector<std::string> matching;
     for (const list_file &list : list_files) {
-        if (!find_in(arguments.directory, list, arguments.value, out)) {
+        const bool matches = find_in(arguments.directory, list, arguments.value, out) != 0;
+        engine_messages::require_memory();
+        if (!matches) {
             continue;
         }
         if (has_name(matching, list.opposite)) {
