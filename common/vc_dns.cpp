@@ -327,12 +327,6 @@ namespace {
 
 constexpr char gethostent_name[] = "vc_gethostent";
 
-struct stream_closer {
-    void operator()(FILE *stream) const {
-        fclose(stream);
-    }
-};
-
 // The address that is looked for: IPv6 in its compressed form.
 struct wanted_address {
     int family;
@@ -441,7 +435,7 @@ int read_hosts_file(const wanted_address &wanted, vc_list_entry **names) {
     if (!path) {
         return -1;
     }
-    const std::unique_ptr<FILE, stream_closer> stream(platform::stream_open(path, "rb"));
+    const platform::stream_ptr stream(platform::stream_open(path, "rb"));
     if (!stream) {
         QF_ERROR_AS(gethostent_name, "Failed to open %s", path);
         return -1;

@@ -15,8 +15,8 @@ namespace quillfence::data_tool {
 
 namespace {
 
-expression_ptr empty_expression() {
-    expression_ptr expression(static_cast<TRex *>(std::calloc(1, sizeof(TRex))));
+trex_ptr empty_expression() {
+    trex_ptr expression(static_cast<TRex *>(std::calloc(1, sizeof(TRex))));
     if (!expression) {
         throw std::bad_alloc();
     }
@@ -51,7 +51,7 @@ std::vector<file_block> read_compiled_file(const std::string &path) {
     std::vector<file_block> blocks;
     while (!std::feof(stream.get()) && !std::ferror(stream.get())) {
         const uint64_t offset = position_of(stream.get());
-        expression_ptr expression = empty_expression();
+        trex_ptr expression = empty_expression();
         if (trs_next(stream.get(), expression.get())) {
             blocks.push_back({std::move(expression), offset, ""});
             continue;

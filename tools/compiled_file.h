@@ -12,9 +12,9 @@ namespace quillfence::data_tool {
 
 // An expression of a file, or a stretch of bytes that holds none.
 struct file_block {
-    expression_ptr expression; // null for damage
-    uint64_t offset = 0;       // in the file
-    std::string damage;        // what is wrong from there on
+    trex_ptr expression; // null for damage
+    uint64_t offset = 0; // in the file
+    std::string damage;  // what is wrong from there on
 };
 
 // All of a file, in order. A stretch of damage is one block, however often the engine stumbles

@@ -328,7 +328,7 @@ class node_writer {
 
 bool compiles_to(const std::string &text, const TRex &expression) {
     engine_messages unheard;
-    const expression_ptr compiled(trex_compile_ex(text.c_str(), trex_fold_case));
+    const trex_ptr compiled(trex_compile_ex(text.c_str(), trex_fold_case));
     return compiled && compiled->nsize == expression.nallocated &&
            std::equal(compiled->nodes, compiled->nodes + compiled->nsize, expression.nodes,
                       [](const TRexNode &a, const TRexNode &b) {

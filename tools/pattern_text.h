@@ -1,20 +1,12 @@
 // Patterns as text: the lines of a pattern list, and the way back from compiled nodes.
 #pragma once
 
-#include <memory>
 #include <string>
 #include <string_view>
 
 #include "tiny_rex.h"
 
 namespace quillfence::data_tool {
-
-struct expression_deleter {
-    void operator()(TRex *expression) const {
-        trex_free(expression);
-    }
-};
-using expression_ptr = std::unique_ptr<TRex, expression_deleter>;
 
 struct pattern_line {
     enum class kind { nothing, pattern, wrong };

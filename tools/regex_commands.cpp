@@ -1,6 +1,5 @@
 // The subcommands of compiled pattern files.
 #include <cstdio>
-#include <memory>
 
 #include <CLI/CLI.hpp>
 
@@ -41,7 +40,7 @@ bool compile_line(const pattern_line &line, line_input *in, file_output *out) {
         return false;
     }
     engine_messages messages;
-    const expression_ptr expression(trex_compile_ex(line.text.c_str(), trex_fold_case));
+    const trex_ptr expression(trex_compile_ex(line.text.c_str(), trex_fold_case));
     if (!expression) {
         in->complain(messages.take());
         return false;
@@ -160,7 +159,7 @@ struct test_options {
 
 // The readable expressions of a file.
 struct expression_list {
-    std::vector<expression_ptr> expressions;
+    std::vector<trex_ptr> expressions;
     std::vector<bool> complained; // about this expression
     bool damaged = false;
 };

@@ -8,8 +8,6 @@
 // ERROR line and sets `failed`; everything then returns without a further line.
 #include "tiny_rex.h"
 
-#include <memory>
-
 #include "vc_log.h"
 #include "vc_text.h"
 
@@ -426,16 +424,9 @@ char *wrapped_pattern(const char *pattern) {
     return wrapped;
 }
 
-struct expression_deleter {
-    void operator()(TRex *expression) const {
-        trex_free(expression);
-    }
-};
-using expression_ptr = std::unique_ptr<TRex, expression_deleter>;
-
 // The record with the wrapped text and an empty node array as long as the text.
-expression_ptr new_expression(const char *pattern, uint8_t case_flag) {
-    expression_ptr expression(static_cast<TRex *>(::calloc(1, sizeof(TRex))));
+trex_ptr new_expression(const char *pattern, uint8_t case_flag) {
+    trex_ptr expression(static_cast<TRex *>(::calloc(1, sizeof(TRex))));
     if (!expression) {
         return nullptr;
     }
@@ -484,7 +475,7 @@ TRex *trex_compile_ex(const char *pattern, uint8_t case_flag) {
                  static_cast<unsigned long>(max_pattern_length));
         return nullptr;
     }
-    expression_ptr expression = new_expression(pattern, case_flag);
+    trex_ptr expression = new_expression(pattern, case_flag);
     if (!expression) {
         QF_ENOMEM();
         return nullptr;

@@ -31,6 +31,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 
 namespace quillfence {
 
@@ -108,6 +109,13 @@ int __trex_match_span(TRex *expression, const char *begin, const char *end);
 
 // Releases the node array, the match table, the pattern text and the record. Null is fine.
 void trex_free(TRex *expression);
+
+struct trex_deleter {
+    void operator()(TRex *expression) const {
+        trex_free(expression);
+    }
+};
+using trex_ptr = std::unique_ptr<TRex, trex_deleter>;
 
 // A copy of a text with a backslash before each of $ ( ) * + . ? [ \ ] ^ { | }, to be freed by the
 // caller; null after an ERROR line (EINVAL for a null text, ENOMEM).

@@ -1,7 +1,6 @@
 #include "tiny_rex_storage.h"
 
 #include <bit>
-#include <memory>
 
 #include "byte_cursor.h"
 #include "platform/file.h"
@@ -17,13 +16,6 @@ namespace {
 
 constexpr size_t node_size = 16;
 static_assert(sizeof(TRexNode) == node_size);
-
-struct stream_closer {
-    void operator()(FILE *stream) const {
-        ::fclose(stream);
-    }
-};
-using stream_ptr = std::unique_ptr<FILE, stream_closer>;
 
 bool rewind_stream(FILE *stream, const char *function) {
     if (::fseek(stream, 0, SEEK_SET) != 0) {
@@ -306,7 +298,7 @@ int compiled_regex_match(const char *path, const char *text) {
     if (!vc_file_exists_ex(path, vc_type_file)) {
         return 0;
     }
-    const stream_ptr stream(platform::stream_open(path, "rb"));
+    const platform::stream_ptr stream(platform::stream_open(path, "rb"));
     if (stream) { // the window is buffer enough
         ::setvbuf(stream.get(), nullptr, _IONBF, 0);
     }

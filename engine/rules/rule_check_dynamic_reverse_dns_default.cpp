@@ -1,5 +1,3 @@
-#include <memory>
-
 #include "quillfence-spam-hooks.h"
 #include "reverse_dns.h"
 #include "rules.h"
@@ -14,12 +12,6 @@ namespace {
 constexpr char embedded_address[] =
     R"([0-9]{1,3}(\-|_|\.)[0-9]{1,3}(\-|_|\.)[0-9]{1,3}(\-|_|\.)[0-9]{1,3})";
 
-struct trex_deleter {
-    void operator()(TRex *expression) const {
-        trex_free(expression);
-    }
-};
-
 } // namespace
 
 // Fires when every name matches and none is exempt; otherwise the name that broke this is shown.
@@ -27,8 +19,7 @@ uint8_t rule_check_dynamic_reverse_dns_default(smtp_state *state) {
     if (!reach_ptr_names(__func__, state)) {
         return 0;
     }
-    const std::unique_ptr<TRex, trex_deleter> expression(
-        trex_compile_ex(embedded_address, trex_fold_case));
+    const trex_ptr expression(trex_compile_ex(embedded_address, trex_fold_case));
     if (!expression) {
         return 0;
     }

@@ -14,9 +14,9 @@ using namespace data_tool;
 namespace {
 
 // The nodes as a file would hold them; null for a pattern that does not compile.
-expression_ptr compiled(const std::string &pattern) {
+trex_ptr compiled(const std::string &pattern) {
     engine_messages unheard;
-    expression_ptr expression(trex_compile_ex(pattern.c_str(), trex_fold_case));
+    trex_ptr expression(trex_compile_ex(pattern.c_str(), trex_fold_case));
     if (expression) {
         expression->nallocated = expression->nsize;
     }
@@ -33,7 +33,7 @@ std::string described(const TRex &expression) {
 
 // An expression's text is a line that compiles to the same nodes; without a text there is a reason.
 void judge_pattern(const std::string &pattern) {
-    const expression_ptr expression = compiled(pattern);
+    const trex_ptr expression = compiled(pattern);
     if (!expression) {
         return;
     }
@@ -45,7 +45,7 @@ void judge_pattern(const std::string &pattern) {
     }
     const pattern_line line = pattern_reader().read(text);
     QF_PROMISE(line.is == pattern_line::kind::pattern && line.text == text);
-    const expression_ptr again = compiled(text);
+    const trex_ptr again = compiled(text);
     QF_PROMISE(again && described(*again) == described(*expression));
 }
 

@@ -3,7 +3,6 @@
 //     a name to look up
 //     a pattern, to be stored behind what can be read of the file
 //     the file
-#include <memory>
 
 #include "fuzz_support.h"
 #include "platform/file.h"
@@ -17,15 +16,8 @@ constexpr char given[] = "c:/quillfence/dynaregex/dyna.cregexes";
 constexpr char stored[] = "c:/quillfence/dynaregex/stored.cregexes";
 constexpr int most_blocks = 1000; // a reader that does not come forward is seen before it
 
-struct stream_closer {
-    void operator()(FILE *stream) const {
-        fclose(stream);
-    }
-};
-using stream_ptr = std::unique_ptr<FILE, stream_closer>;
-
-stream_ptr open_stream(const char *path, const char *mode) {
-    stream_ptr stream(platform::stream_open(path, mode));
+platform::stream_ptr open_stream(const char *path, const char *mode) {
+    platform::stream_ptr stream(platform::stream_open(path, mode));
     QF_PROMISE(stream);
     return stream;
 }
@@ -33,7 +25,7 @@ stream_ptr open_stream(const char *path, const char *mode) {
 // Calls use(expression) for every block that can be read.
 template <class Use>
 void each_block(const char *path, Use use) {
-    const stream_ptr stream = open_stream(path, "rb");
+    const platform::stream_ptr stream = open_stream(path, "rb");
     if (!trs_valid_file(stream.get())) {
         return;
     }
@@ -57,7 +49,7 @@ void add_nodes(std::string *all, const TRex *expression) {
 void store_again() {
     std::string nodes;
     {
-        const stream_ptr out = open_stream(stored, "w+b");
+        const platform::stream_ptr out = open_stream(stored, "w+b");
         QF_PROMISE(trs_set_header(out.get()));
         each_block(given, [&](TRex *expression) {
             add_nodes(&nodes, expression);
@@ -74,7 +66,7 @@ void store_again() {
 void store_pattern(const std::string &pattern, const std::string &name) {
     TRex *expression = trex_compile_ex(pattern.c_str(), trex_fold_case);
     if (expression && expression->nsize <= trs_max_nodes) {
-        const stream_ptr out = open_stream(stored, "w+b");
+        const platform::stream_ptr out = open_stream(stored, "w+b");
         QF_PROMISE(trs_set_header(out.get()) && trs_store(out.get(), expression));
     }
     if (expression && expression->nsize <= trs_max_nodes) {

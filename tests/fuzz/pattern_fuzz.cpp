@@ -2,7 +2,6 @@
 //
 //     the pattern
 //     a subject, as many lines as there are
-#include <memory>
 
 #include "../matching/slow_matcher.h"
 #include "fuzz_support.h"
@@ -18,13 +17,6 @@ constexpr size_t most_subjects = 6;
 constexpr size_t longest_compared_pattern = 120;
 constexpr size_t longest_compared_subject = 40;
 constexpr uint64_t patience = 10'000;
-
-struct deleter {
-    void operator()(TRex *expression) const {
-        trex_free(expression);
-    }
-};
-using expression_ptr = std::unique_ptr<TRex, deleter>;
 
 std::string node_bytes(const TRex *expression) {
     return {reinterpret_cast<const char *>(expression->nodes),
@@ -60,7 +52,7 @@ void compile_and_match(const std::string &pattern, const std::vector<std::string
         slow = slow_parse(pattern);
     }
     for (const uint8_t flag : {trex_fold_case, trex_exact_case}) {
-        const expression_ptr expression(trex_compile_ex(pattern.c_str(), flag));
+        const trex_ptr expression(trex_compile_ex(pattern.c_str(), flag));
         QF_PROMISE(!compared || slow.has_value() == (expression != nullptr));
         if (!expression) {
             continue;
@@ -85,7 +77,7 @@ void escape(const std::string &text) {
         }
     }
     const std::string pattern = "^" + std::string(escaped.get()) + "$";
-    const expression_ptr expression(trex_compile_ex(pattern.c_str(), trex_exact_case));
+    const trex_ptr expression(trex_compile_ex(pattern.c_str(), trex_exact_case));
     QF_PROMISE(expression && trex_match(expression.get(), text.c_str()));
     QF_PROMISE(!trex_match(expression.get(), (text + "x").c_str()));
 }

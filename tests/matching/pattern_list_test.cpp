@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cstring>
 #include <fstream>
-#include <memory>
 #include <random>
 #include <set>
 #include <sstream>
@@ -24,19 +23,8 @@ namespace {
 
 constexpr char path[] = "c:/quillfence/dynaregex/dyna.cregexes";
 
-struct deleter {
-    void operator()(TRex *expression) const {
-        trex_free(expression);
-    }
-    void operator()(FILE *stream) const {
-        std::fclose(stream);
-    }
-};
-using expression_ptr = std::unique_ptr<TRex, deleter>;
-using stream_ptr = std::unique_ptr<FILE, deleter>;
-
-expression_ptr compiled(const std::string &pattern) {
-    return expression_ptr(trex_compile_ex(pattern.c_str(), trex_fold_case));
+trex_ptr compiled(const std::string &pattern) {
+    return trex_ptr(trex_compile_ex(pattern.c_str(), trex_fold_case));
 }
 
 std::vector<std::string> lines_of(const char *file) {
@@ -51,7 +39,7 @@ std::vector<std::string> lines_of(const char *file) {
 }
 
 void write_file(const std::vector<std::string> &patterns) {
-    const stream_ptr stream(platform::stream_open(path, "w+b"));
+    const platform::stream_ptr stream(platform::stream_open(path, "w+b"));
     ASSERT_NE(stream, nullptr);
     ASSERT_EQ(trs_set_header(stream.get()), 1);
     for (const std::string &pattern : patterns) {
@@ -61,7 +49,7 @@ void write_file(const std::vector<std::string> &patterns) {
 
 // "match", "no" or "refused".
 std::string answer_here(const std::string &pattern, const std::string &subject) {
-    const expression_ptr expression = compiled(pattern);
+    const trex_ptr expression = compiled(pattern);
     return !expression ? "refused" : trex_match(expression.get(), subject.c_str()) ? "match" : "no";
 }
 
@@ -334,7 +322,7 @@ TEST_F(public_list, what_pcre2_makes_of_it) {
     std::set<std::string> wider;  // and those that match more
     size_t both = 0;
     for (size_t i = 0; i < patterns.size(); ++i) {
-        const expression_ptr expression = compiled(patterns[i]);
+        const trex_ptr expression = compiled(patterns[i]);
         const pcre2_pattern peer(patterns[i]);
         for (int n = 0; n < 60; ++n) {
             const std::string made = make.name_for(slow[i]);

@@ -6,7 +6,6 @@
 #include "slow_matcher.h"
 
 #include <cstdlib>
-#include <memory>
 #include <random>
 
 #include "log_capture.h"
@@ -14,13 +13,6 @@
 
 namespace quillfence::testing {
 namespace {
-
-struct deleter {
-    void operator()(TRex *expression) const {
-        trex_free(expression);
-    }
-};
-using expression_ptr = std::unique_ptr<TRex, deleter>;
 
 const std::vector<std::string> pieces = {"a",  "b",   ".",     "^",     "$",    "*",    "+",
                                          "?",  "(",   ")",     "|",     "[ab]", "[^a]", "{2}",
@@ -87,7 +79,7 @@ class tiny_rex_comparison : public logged_test {
         ++seen.patterns;
         const std::optional<slow_nodes> slow = slow_parse(pattern);
         for (const uint8_t flag : {trex_fold_case, trex_exact_case}) {
-            const expression_ptr expression(trex_compile_ex(pattern.c_str(), flag));
+            const trex_ptr expression(trex_compile_ex(pattern.c_str(), flag));
             EXPECT_EQ(log.errors().size(), expression ? 0u : 1u) << pattern;
             ASSERT_EQ(expression != nullptr, slow.has_value()) << pattern;
             if (!expression) {

@@ -1,7 +1,6 @@
 #include "tiny_rex_storage.h"
 
 #include <cstring>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -20,17 +19,6 @@ using testing::lines;
 using testing::traced_drive_test;
 
 constexpr char path[] = "c:/quillfence/dynaregex/dyna.cregexes";
-
-struct deleter {
-    void operator()(TRex *expression) const {
-        trex_free(expression);
-    }
-    void operator()(FILE *stream) const {
-        std::fclose(stream);
-    }
-};
-using expression_ptr = std::unique_ptr<TRex, deleter>;
-using stream_ptr = std::unique_ptr<FILE, deleter>;
 
 // --- Files by hand ------------------------------------------------------------------------------
 
@@ -72,8 +60,8 @@ class tiny_rex_storage : public drive_test {
 class tiny_rex_storage_traced : public traced_drive_test {};
 
 // A record that holds nothing yet.
-expression_ptr empty_record() {
-    return expression_ptr(static_cast<TRex *>(std::calloc(1, sizeof(TRex))));
+trex_ptr empty_record() {
+    return trex_ptr(static_cast<TRex *>(std::calloc(1, sizeof(TRex))));
 }
 
 TEST_F(tiny_rex_storage, missing_arguments) {
@@ -120,11 +108,11 @@ TEST_F(tiny_rex_storage, a_file_that_can_not_be_opened_is_refused_too) {
 
 TEST_F(tiny_rex_storage, what_is_written_is_read_back) {
     drive.write(path, "an old file");
-    const stream_ptr stream(platform::stream_open(path, "r+b"));
+    const platform::stream_ptr stream(platform::stream_open(path, "r+b"));
     ASSERT_NE(stream, nullptr);
     EXPECT_EQ(trs_set_header(stream.get()), 1);
     for (const char *pattern : {"^a$", "^(b|x)"}) {
-        const expression_ptr expression(trex_compile_ex(pattern, trex_exact_case));
+        const trex_ptr expression(trex_compile_ex(pattern, trex_exact_case));
         EXPECT_EQ(trs_store(stream.get(), expression.get()), 1);
     }
     EXPECT_EQ(std::fflush(stream.get()), 0);
@@ -132,7 +120,7 @@ TEST_F(tiny_rex_storage, what_is_written_is_read_back) {
     EXPECT_EQ(trs_valid_file(stream.get()), 1);
     EXPECT_EQ(std::ftell(stream.get()), 4);
 
-    const expression_ptr expression = empty_record();
+    const trex_ptr expression = empty_record();
     EXPECT_EQ(trs_next(stream.get(), expression.get()), 1);
     EXPECT_EQ(trex_match(expression.get(), "A"), 1);
     EXPECT_EQ(trs_next(stream.get(), expression.get()), 1); // replaces the first
@@ -144,7 +132,7 @@ TEST_F(tiny_rex_storage, what_is_written_is_read_back) {
 
 TEST_F(tiny_rex_storage, stored_bytes_are_little_endian_nodes_in_index_order) {
     drive.write(path, "");
-    const stream_ptr stream(platform::stream_open(path, "r+b"));
+    const platform::stream_ptr stream(platform::stream_open(path, "r+b"));
     TRexNode nodes[] = {{258, 1, 0, -1}, {0x01020304, -2, 0x7FFFFFFF, 5}, {9, 9, 9, 9}};
     TRex expression = {};
     expression.nodes = nodes;
@@ -165,8 +153,8 @@ TEST_F(tiny_rex_storage, stored_bytes_are_little_endian_nodes_in_index_order) {
 
 TEST_F(tiny_rex_storage, stream_operations_refuse_what_is_missing) {
     drive.write(path, header);
-    const stream_ptr stream(platform::stream_open(path, "r+b"));
-    const expression_ptr expression(trex_compile_ex("a", trex_fold_case));
+    const platform::stream_ptr stream(platform::stream_open(path, "r+b"));
+    const trex_ptr expression(trex_compile_ex("a", trex_fold_case));
     EXPECT_EQ(trs_valid_file(nullptr), 0);
     EXPECT_EQ(trs_set_header(nullptr), 0);
     EXPECT_EQ(trs_store(nullptr, expression.get()), 0);
@@ -194,9 +182,9 @@ TEST_F(tiny_rex_storage, stream_operations_refuse_what_is_missing) {
 
 TEST_F(tiny_rex_storage, a_stream_at_its_end_has_no_next_block) {
     drive.write(path, header);
-    const stream_ptr stream(platform::stream_open(path, "rb"));
+    const platform::stream_ptr stream(platform::stream_open(path, "rb"));
     EXPECT_EQ(trs_valid_file(stream.get()), 1);
-    const expression_ptr expression = empty_record();
+    const trex_ptr expression = empty_record();
     EXPECT_EQ(trs_next(stream.get(), expression.get()), 0); // finds the end, silently
     EXPECT_EQ(trs_next(stream.get(), expression.get()), 0);
     EXPECT_EQ(log.errors(), lines{"trs_next: Invalid argument"});
@@ -204,7 +192,7 @@ TEST_F(tiny_rex_storage, a_stream_at_its_end_has_no_next_block) {
 
 TEST_F(tiny_rex_storage, a_header_that_is_cut_short) {
     drive.write(path, header.substr(0, 3));
-    const stream_ptr stream(platform::stream_open(path, "rb"));
+    const platform::stream_ptr stream(platform::stream_open(path, "rb"));
     EXPECT_EQ(trs_valid_file(stream.get()), 0);
     EXPECT_EQ(log.errors(),
               lines{std::string("trs_valid_file: failed to read header bit: ") + strerror(0)});
@@ -212,8 +200,8 @@ TEST_F(tiny_rex_storage, a_header_that_is_cut_short) {
 
 TEST_F(tiny_rex_storage, a_stream_that_can_not_be_read) {
     drive.write(path, header);
-    const stream_ptr stream(platform::stream_open(path, "ab"));
-    const expression_ptr expression = empty_record();
+    const platform::stream_ptr stream(platform::stream_open(path, "ab"));
+    const trex_ptr expression = empty_record();
     EXPECT_EQ(trs_next(stream.get(), expression.get()), 0);
     const lines errors = log.errors();
     ASSERT_EQ(errors.size(), 3u);
@@ -225,8 +213,8 @@ TEST_F(tiny_rex_storage, a_stream_that_can_not_be_read) {
 
 TEST_F(tiny_rex_storage, a_stream_that_can_not_be_written) {
     drive.write(path, header);
-    const stream_ptr stream(platform::stream_open(path, "rb"));
-    const expression_ptr expression(trex_compile_ex("a", trex_fold_case));
+    const platform::stream_ptr stream(platform::stream_open(path, "rb"));
+    const trex_ptr expression(trex_compile_ex("a", trex_fold_case));
     EXPECT_EQ(trs_store(stream.get(), expression.get()), 0);
     EXPECT_EQ(log.errors(),
               lines{std::string("trs_store: Error writing node block size: ") + strerror(EBADF)});
@@ -234,7 +222,7 @@ TEST_F(tiny_rex_storage, a_stream_that_can_not_be_written) {
 
 TEST_F(tiny_rex_storage, a_file_that_can_not_be_cut) {
     drive.write(path, "old");
-    const stream_ptr stream(platform::stream_open(path, "r+b"));
+    const platform::stream_ptr stream(platform::stream_open(path, "r+b"));
     platform::set_call_observer([](const char *call, const char *) -> uint32_t {
         return std::strcmp(call, "stream_truncate") ? 0 : 5; // access denied
     });
@@ -247,7 +235,7 @@ TEST_F(tiny_rex_storage, a_file_that_can_not_be_cut) {
 
 TEST_F(tiny_rex_storage, more_nodes_than_a_block_may_hold) {
     drive.write(path, "");
-    const stream_ptr stream(platform::stream_open(path, "r+b"));
+    const platform::stream_ptr stream(platform::stream_open(path, "r+b"));
     std::vector<TRexNode> nodes(4096, TRexNode{'a', -1, -1, -1});
     TRex expression = {};
     expression.nodes = nodes.data();
@@ -282,8 +270,8 @@ TEST_F(tiny_rex_storage, block_counts_out_of_range_are_refused_and_reading_goes_
         EXPECT_EQ(log.errors(), lines(2, c.line));
         // The same from a stream; the record is left without nodes.
         drive.write(path, header + letter_block('a') + le32(c.count) + letter_block('b'));
-        const stream_ptr stream(platform::stream_open(path, "rb"));
-        const expression_ptr expression = empty_record();
+        const platform::stream_ptr stream(platform::stream_open(path, "rb"));
+        const trex_ptr expression = empty_record();
         EXPECT_EQ(trs_valid_file(stream.get()), 1);
         EXPECT_EQ(trs_next(stream.get(), expression.get()), 1);
         EXPECT_EQ(trs_next(stream.get(), expression.get()), 0);
@@ -335,13 +323,13 @@ TEST_F(tiny_rex_storage_traced, debug_lines) {
                               "trs_next: end of file. terminating"};
     EXPECT_EQ(of_this_module(), to_the_end);
 
-    const stream_ptr stream(platform::stream_open(path, "r+b"));
-    const expression_ptr expression = empty_record();
+    const platform::stream_ptr stream(platform::stream_open(path, "r+b"));
+    const trex_ptr expression = empty_record();
     EXPECT_EQ(trs_valid_file(stream.get()), 1);
     EXPECT_EQ(trs_next(stream.get(), expression.get()), 1);
     EXPECT_EQ(trs_next(stream.get(), expression.get()), 0);
     EXPECT_EQ(of_this_module(), to_the_end);
-    const expression_ptr stored(trex_compile_ex("^a$", trex_fold_case));
+    const trex_ptr stored(trex_compile_ex("^a$", trex_fold_case));
     EXPECT_EQ(trs_set_header(stream.get()), 1);
     EXPECT_EQ(trs_store(stream.get(), stored.get()), 1);
     EXPECT_EQ(of_this_module(), lines{"trs_store: writing out nsize 4 for node block size"});
@@ -363,9 +351,9 @@ TEST_F(tiny_rex_storage, a_lookup_without_memory_fails_with_a_line) {
 
 TEST_F(tiny_rex_storage, a_block_without_memory_is_not_read) {
     drive.write(path, header + letter_block('a'));
-    const stream_ptr stream(platform::stream_open(path, "rb"));
+    const platform::stream_ptr stream(platform::stream_open(path, "rb"));
     EXPECT_EQ(trs_valid_file(stream.get()), 1);
-    const expression_ptr expression = empty_record();
+    const trex_ptr expression = empty_record();
     {
         const testing::failing_allocation failing(1);
         EXPECT_EQ(trs_next(stream.get(), expression.get()), 0);

@@ -2,12 +2,12 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <string>
 #include <vector>
 
 #include "failing_memory.h"
 #include "log_capture.h"
+#include "vc_text.h"
 
 namespace quillfence {
 namespace {
@@ -17,19 +17,8 @@ using testing::lines;
 using testing::logged_test;
 using testing::sweep_allocations;
 
-struct deleter {
-    void operator()(TRex *expression) const {
-        trex_free(expression);
-    }
-    void operator()(char *text) const {
-        std::free(text);
-    }
-};
-using expression_ptr = std::unique_ptr<TRex, deleter>;
-using text_ptr = std::unique_ptr<char, deleter>;
-
-expression_ptr compiled(const std::string &pattern, uint8_t case_flag = trex_exact_case) {
-    return expression_ptr(trex_compile_ex(pattern.c_str(), case_flag));
+trex_ptr compiled(const std::string &pattern, uint8_t case_flag = trex_exact_case) {
+    return trex_ptr(trex_compile_ex(pattern.c_str(), case_flag));
 }
 
 class tiny_rex : public logged_test {};
@@ -151,14 +140,14 @@ TEST_F(tiny_rex, a_pattern_is_wrapped_before_it_is_parsed) {
         {"a\\", ".*a\\.*$"}, {".", ".*..*$"},     {"(^a$)", ".*(^a$).*$"},
     };
     for (const auto &c : cases) {
-        const expression_ptr expression = compiled(c.pattern);
+        const trex_ptr expression = compiled(c.pattern);
         ASSERT_NE(expression, nullptr) << c.pattern;
         EXPECT_STREQ(expression->pattern, c.wrapped) << c.pattern;
     }
 }
 
 TEST_F(tiny_rex, a_pattern_becomes_these_nodes) {
-    const expression_ptr expression = compiled("^(a|[^b-d\\d-])+?{2,3}x.*$", trex_fold_case);
+    const trex_ptr expression = compiled("^(a|[^b-d\\d-])+?{2,3}x.*$", trex_fold_case);
     ASSERT_NE(expression, nullptr);
     // Printed as type/left/right/next along the links, as the order in the array is free.
     const auto shown = [&expression](auto &&self, int32_t index) -> std::string {
@@ -204,7 +193,7 @@ TEST_F(tiny_rex, a_pattern_becomes_these_nodes) {
 }
 
 TEST_F(tiny_rex, a_group_without_a_number_has_no_right) {
-    const expression_ptr expression = compiled("^(?:a)$");
+    const trex_ptr expression = compiled("^(?:a)$");
     ASSERT_NE(expression, nullptr);
     for (int32_t i = 0; i < expression->nsize; ++i) {
         if (expression->nodes[i].type == trex_op_nocapexpr) {
@@ -250,7 +239,7 @@ struct match_case {
 
 void expect_matches(const std::vector<match_case> &cases) {
     for (const match_case &c : cases) {
-        const expression_ptr expression = compiled(c.pattern, c.case_flag);
+        const trex_ptr expression = compiled(c.pattern, c.case_flag);
         ASSERT_NE(expression, nullptr) << c.pattern;
         EXPECT_EQ(trex_match(expression.get(), c.subject), c.want)
             << "pattern " << c.pattern << ", subject \"" << c.subject << "\", flag "
@@ -347,8 +336,8 @@ TEST_F(tiny_rex, class_letters) {
     };
     for (const auto &c : classes) {
         const std::string escape = std::string("\\") + c.letter;
-        const expression_ptr plain = compiled("^" + escape + "$");
-        const expression_ptr bracketed = compiled("^[" + escape + "]$");
+        const trex_ptr plain = compiled("^" + escape + "$");
+        const trex_ptr bracketed = compiled("^[" + escape + "]$");
         ASSERT_TRUE(plain && bracketed);
         for (const char member : c.members) {
             const char subject[] = {member, '\0'};
@@ -358,8 +347,8 @@ TEST_F(tiny_rex, class_letters) {
     }
     // Every byte is in exactly one of a class and its opposite; l and u have none.
     for (const char *pair : {"aA", "cC", "dD", "pP", "sS", "wW", "xX"}) {
-        const expression_ptr in = compiled(std::string("^\\") + pair[0] + "$");
-        const expression_ptr out = compiled(std::string("^\\") + pair[1] + "$");
+        const trex_ptr in = compiled(std::string("^\\") + pair[0] + "$");
+        const trex_ptr out = compiled(std::string("^\\") + pair[1] + "$");
         ASSERT_TRUE(in && out);
         for (int code = 1; code < 256; ++code) {
             const char subject[] = {static_cast<char>(code), '\0'};
@@ -590,7 +579,7 @@ TEST_F(tiny_rex, missing_arguments_of_a_match) {
     EXPECT_EQ(log.errors(), lines{"trex_match: TRex* is NULL"});
     EXPECT_EQ(__trex_match_span(&empty, subject, subject + 1), 0);
     EXPECT_EQ(log.errors(), lines{"trex_match: node is NULL"});
-    const expression_ptr expression = compiled("a");
+    const trex_ptr expression = compiled("a");
     EXPECT_EQ(trex_match(expression.get(), nullptr), 0);
     EXPECT_EQ(log.errors(), lines{"trex_match: Invalid argument"});
     EXPECT_EQ(__trex_node_is_valid(nullptr, expression->nodes), 0);
@@ -684,7 +673,7 @@ TEST_F(tiny_rex, what_compiles_but_fails_the_check_of_a_match) {
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.pattern);
-        const expression_ptr expression = compiled(c.pattern);
+        const trex_ptr expression = compiled(c.pattern);
         ASSERT_NE(expression, nullptr);
         EXPECT_EQ(trex_match(expression.get(), c.subject), 0);
         EXPECT_EQ(log.errors(), lines{std::string("__trex_node_is_valid: ") + c.line});
@@ -734,7 +723,7 @@ TEST_F(tiny_rex, steps_are_limited) {
     for (int i = 0; i < 40; ++i) {
         pattern += "(a?)";
     }
-    const expression_ptr expression = compiled(pattern + "(b)$");
+    const trex_ptr expression = compiled(pattern + "(b)$");
     ASSERT_NE(expression, nullptr);
     EXPECT_EQ(trex_match(expression.get(), std::string(40, 'a').c_str()), 0);
     EXPECT_EQ(log.errors(), lines{"__trex_matchnode: regex takes too many steps"});
@@ -750,7 +739,7 @@ TEST_F(tiny_rex, long_patterns_and_subjects_stay_within_the_stack) {
         optional += "(a?)";
         alternatives += "b|";
     }
-    const expression_ptr chain = compiled(optional + "$");
+    const trex_ptr chain = compiled(optional + "$");
     ASSERT_NE(chain, nullptr);
     EXPECT_EQ(trex_match(chain.get(), many.c_str()), 0);
     EXPECT_EQ(log.errors(), lines{"__trex_matchnode: corrupt regex: nodes form a cycle"});
@@ -760,10 +749,10 @@ TEST_F(tiny_rex, long_patterns_and_subjects_stay_within_the_stack) {
 // --- Escaping -----------------------------------------------------------------------------------
 
 TEST_F(tiny_rex, escape) {
-    EXPECT_STREQ(text_ptr(trex_escape("a$()*+.?[\\]^{|}b")).get(),
+    EXPECT_STREQ(heap_string(trex_escape("a$()*+.?[\\]^{|}b")).get(),
                  "a\\$\\(\\)\\*\\+\\.\\?\\[\\\\\\]\\^\\{\\|\\}b");
-    EXPECT_STREQ(text_ptr(trex_escape("")).get(), "");
-    EXPECT_STREQ(text_ptr(trex_escape("-_/\xe9 plain")).get(), "-_/\xe9 plain");
+    EXPECT_STREQ(heap_string(trex_escape("")).get(), "");
+    EXPECT_STREQ(heap_string(trex_escape("-_/\xe9 plain")).get(), "-_/\xe9 plain");
     EXPECT_EQ(trex_escape(nullptr), nullptr);
     EXPECT_EQ(log.errors(), lines{"trex_escape: Invalid argument"});
 }
@@ -781,7 +770,7 @@ TEST_F(tiny_rex, an_escaped_text_matches_itself) {
     for (char c = 0x20; c < 0x7F; ++c) {
         printable += c;
     }
-    const text_ptr escaped(trex_escape(printable.c_str()));
+    const heap_string escaped(trex_escape(printable.c_str()));
     ASSERT_NE(escaped, nullptr);
     const std::string pattern = std::string("^") + escaped.get() + "$";
     expect_matches({{pattern.c_str(), printable.c_str(), 1},

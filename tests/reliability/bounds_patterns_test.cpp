@@ -1,6 +1,5 @@
 // Patterns that would not come to an end by themselves.
 #include <algorithm>
-#include <memory>
 #include <string>
 
 #include "failing_memory.h"
@@ -13,13 +12,6 @@ namespace {
 class bounds_patterns : public logged_test {};
 
 constexpr uint32_t most_steps = 50'000'000;
-
-struct deleter {
-    void operator()(TRex *expression) const {
-        trex_free(expression);
-    }
-};
-using expression_ptr = std::unique_ptr<TRex, deleter>;
 
 std::string repeated(const std::string &piece, int times) {
     std::string text;
@@ -38,7 +30,7 @@ struct hopeless {
 
 // Matches without asking for memory; returns the steps.
 uint32_t steps_of(const hopeless &c) {
-    const expression_ptr expression(trex_compile_ex(c.pattern.c_str(), trex_fold_case));
+    const trex_ptr expression(trex_compile_ex(c.pattern.c_str(), trex_fold_case));
     EXPECT_NE(expression, nullptr);
     if (!expression) {
         return 0;

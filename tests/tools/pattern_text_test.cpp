@@ -16,9 +16,9 @@ namespace {
 using kind = pattern_line::kind;
 
 // As it would come from a file: only nodes and their number.
-expression_ptr stored(const std::string &pattern) {
+trex_ptr stored(const std::string &pattern) {
     engine_messages unheard;
-    expression_ptr expression(trex_compile_ex(pattern.c_str(), trex_fold_case));
+    trex_ptr expression(trex_compile_ex(pattern.c_str(), trex_fold_case));
     if (expression) {
         expression->nallocated = expression->nsize;
     }
@@ -194,7 +194,7 @@ TEST(pattern_of_nodes, gives_the_pattern_as_it_would_be_written) {
         {"[0-9]{1,3}(\\-|_|\\.)[0-9]{1,3}", "[0-9]{1,3}(-|_|\\.)[0-9]{1,3}"},
     };
     for (const auto &c : cases) {
-        const expression_ptr expression = stored(c.pattern);
+        const trex_ptr expression = stored(c.pattern);
         ASSERT_TRUE(expression) << c.pattern;
         std::string reason;
         const std::string got = pattern_of_nodes(*expression, &reason);
@@ -202,7 +202,7 @@ TEST(pattern_of_nodes, gives_the_pattern_as_it_would_be_written) {
         // And it gives the same nodes, as a line of a list.
         const pattern_line line = pattern_reader().read(got);
         ASSERT_TRUE(line.is == kind::pattern) << got;
-        const expression_ptr again = stored(line.text);
+        const trex_ptr again = stored(line.text);
         ASSERT_TRUE(again) << got;
         EXPECT_EQ(nodes_text(*again), nodes_text(*expression)) << c.pattern;
     }
@@ -221,7 +221,7 @@ TEST(pattern_of_nodes, every_pattern_that_compiles_has_a_text) {
         for (size_t i = random() % 8 + 1; i > 0; --i) {
             pattern += pieces[random() % pieces.size()];
         }
-        const expression_ptr expression = stored(pattern);
+        const trex_ptr expression = stored(pattern);
         if (!expression) {
             continue;
         }
@@ -231,7 +231,7 @@ TEST(pattern_of_nodes, every_pattern_that_compiles_has_a_text) {
         ASSERT_FALSE(text.empty()) << pattern << ": " << reason;
         const pattern_line line = pattern_reader().read(text);
         ASSERT_TRUE(line.is == kind::pattern) << pattern << " became " << text;
-        const expression_ptr again = stored(line.text);
+        const trex_ptr again = stored(line.text);
         ASSERT_TRUE(again) << pattern << " became " << text;
         ASSERT_EQ(nodes_text(*again), nodes_text(*expression)) << pattern << " became " << text;
     }
@@ -285,7 +285,7 @@ TEST(pattern_of_nodes, damage_has_a_reason) {
          "no pattern compiles to exactly these nodes; the nearest is xa$"},
     };
     for (const auto &c : cases) {
-        const expression_ptr expression = stored(c.pattern);
+        const trex_ptr expression = stored(c.pattern);
         ASSERT_TRUE(expression && c.node < expression->nallocated) << c.name;
         expression->nodes[c.node] = c.becomes;
         std::string reason;
@@ -296,11 +296,11 @@ TEST(pattern_of_nodes, damage_has_a_reason) {
 
 TEST(pattern_of_nodes, groups_as_deep_as_a_file_allows) {
     std::string nested = std::string(1000, '(') + "a" + std::string(1000, ')');
-    const expression_ptr deepest = stored("^" + nested + "$");
+    const trex_ptr deepest = stored("^" + nested + "$");
     ASSERT_TRUE(deepest);
     std::string reason;
     EXPECT_EQ(pattern_of_nodes(*deepest, &reason), "^" + nested + "$");
-    const expression_ptr deeper = stored(std::string(4090, 'a'));
+    const trex_ptr deeper = stored(std::string(4090, 'a'));
     ASSERT_TRUE(deeper);
     for (int32_t i = 0; i + 1 < deeper->nallocated; ++i) {
         deeper->nodes[i] = {trex_op_expr, i + 1, i, -1};
@@ -314,7 +314,7 @@ TEST(pattern_of_nodes, any_damage_ends_in_the_same_nodes_or_a_reason) {
     const std::vector<std::string> patterns = {"^a[0-9]+\\.b$", "(a|b(?:c|d)){2,3}[^x-z\\d]",
                                                "foo|bar.*baz\\b$"};
     for (int round = 0; round < 20000; ++round) {
-        const expression_ptr expression = stored(patterns[random() % patterns.size()]);
+        const trex_ptr expression = stored(patterns[random() % patterns.size()]);
         ASSERT_TRUE(expression);
         for (size_t i = random() % 3 + 1; i > 0; --i) {
             TRexNode *node =
@@ -331,7 +331,7 @@ TEST(pattern_of_nodes, any_damage_ends_in_the_same_nodes_or_a_reason) {
             ASSERT_FALSE(reason.empty());
             continue;
         }
-        const expression_ptr again = stored(pattern_reader().read(text).text);
+        const trex_ptr again = stored(pattern_reader().read(text).text);
         ASSERT_TRUE(again) << text;
         ASSERT_EQ(nodes_text(*again), nodes_text(*expression)) << text;
     }

@@ -14,6 +14,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <memory>
 
 namespace quillfence::platform {
 
@@ -88,6 +89,13 @@ uint32_t path_native(const char *path, char *buffer, size_t size);
 // The standard library's buffered stream on such a path; null with errno set on failure. The mode
 // is fopen's, and always binary.
 FILE *stream_open(const char *path, const char *mode);
+
+struct stream_closer {
+    void operator()(FILE *stream) const {
+        fclose(stream);
+    }
+};
+using stream_ptr = std::unique_ptr<FILE, stream_closer>;
 // Flushes the stream and cuts its file to size bytes; 0 or an errno value.
 int stream_truncate(FILE *stream, int64_t size);
 
