@@ -90,9 +90,6 @@ TEST_F(memory_tools, verify) {
 
 // Even when no memory comes at all any more the program ends by itself, and says why.
 TEST_F(memory_tools, nothing_left) {
-#ifdef _WIN32
-    GTEST_SKIP() << "the runtime that is linked in here fails as well, and ends the program";
-#endif
     run_program({"verify"}); // what the first exception of a program allocates is there
     const words arguments = {"verify", root};
     sweep(arguments, 1, 31, true, [](const ending &run, const std::string &changed) {
