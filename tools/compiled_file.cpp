@@ -7,7 +7,6 @@
 
 #include "data_program.h"
 #include "engine_messages.h"
-#include "open_file.h"
 #include "platform/file.h"
 #include "tiny_rex_storage.h"
 
@@ -37,7 +36,7 @@ void add_damage(std::vector<file_block> *blocks, uint64_t offset, std::string wh
 
 std::vector<file_block> read_compiled_file(const std::string &path) {
     engine_messages messages;
-    const stream_ptr stream(platform::stream_open(path.c_str(), "rb"));
+    const platform::stream_ptr stream(platform::stream_open(path.c_str(), "rb"));
     if (!stream) {
         throw failure(path + ": " + std::strerror(errno));
     }

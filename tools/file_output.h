@@ -7,7 +7,7 @@
 
 #include "data_program.h"
 #include "line_input.h"
-#include "open_file.h"
+#include "platform/file.h"
 
 namespace quillfence::data_tool {
 
@@ -34,7 +34,7 @@ class file_output {
   private:
     std::string path_;
     std::string temporary_;
-    stream_ptr stream_;
+    platform::stream_ptr stream_;
     bool committed_ = false;
 };
 

@@ -1,10 +1,8 @@
-// Open files that are closed with their objects.
+// A file that is closed with its object.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <memory>
 #include <string>
 
 #include "platform/file.h"
@@ -36,12 +34,5 @@ class open_file {
   private:
     platform::file_handle handle_ = platform::invalid_file;
 };
-
-struct stream_closer {
-    void operator()(FILE *stream) const {
-        std::fclose(stream);
-    }
-};
-using stream_ptr = std::unique_ptr<FILE, stream_closer>;
 
 } // namespace quillfence::data_tool

@@ -194,7 +194,7 @@ void verify_blocks(tree &in, const std::string &file, FILE *stream) {
 void verify_pattern_file(tree &in, const std::string &file) {
     ++in.files;
     const engine_messages silent;
-    const stream_ptr stream(platform::stream_open(in.path(file).c_str(), "rb"));
+    const platform::stream_ptr stream(platform::stream_open(in.path(file).c_str(), "rb"));
     if (!stream) {
         in.add(file, 0, severity::error, std::string("can't be read: ") + std::strerror(errno));
         return;
