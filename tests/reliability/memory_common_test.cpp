@@ -233,6 +233,8 @@ TEST_F(memory_common, maps) {
          still_the_map},
         {"vc_map_iterator_start_ex", have_map,
          [] { return (it.walk = vc_map_iterator_start_ex(it.map, 0)) != nullptr; }, still_the_map},
+        {"vc_map_save", have_map, [] { return vc_map_save(it.map, map_file, 1) == 1; },
+         still_the_map},
         {"vc_map_load", nullptr, [] { return (it.map = vc_map_load(map_file)) != nullptr; },
          nothing_made},
         {"vc_map_load_control_file", nullptr,
