@@ -10,10 +10,19 @@ void *operator new(size_t size) {
     throw std::bad_alloc();
 }
 
+// The sanitizers have one of their own, which does not come to the one above.
+void *operator new(size_t size, const std::nothrow_t &) noexcept {
+    return std::malloc(size ? size : 1);
+}
+
 void operator delete(void *block) noexcept {
     std::free(block);
 }
 
 void operator delete(void *block, size_t) noexcept {
+    std::free(block);
+}
+
+void operator delete(void *block, const std::nothrow_t &) noexcept {
     std::free(block);
 }
