@@ -10,10 +10,10 @@
 // that mean the name itself end it in a dot.
 //
 // Statuses are the DnsQuery_A numbers on both. On Linux:
-//   0     the answer section holds a record, of whatever type; also next to an error code, as when
-//         an alias leads to a missing name
+//   0     no error, and the answer section holds a record, of whatever type
 //   9501  no error, but no record
-//   9000 + the server's response code (9002 SERVFAIL, 9003 NXDOMAIN, 9005 REFUSED)
+//   9000 + the server's response code (9002 SERVFAIL, 9003 NXDOMAIN, 9005 REFUSED), also when the
+//         answer section holds records: an alias that leads to a missing name is a missing name
 //   9502  an answer that can't be read
 //   1460  a server was silent for too long
 //   9002  no server could be reached
@@ -56,7 +56,8 @@ struct dns_record {
     dns_record *next;
     uint16_t type;
     char *target; // PTR: the name it points to, without the final dot and with its case, bytes
-                  // as dns_answer.h tells ("" for the root); null for other types
+                  // as dns_answer.h tells ("" for the root); null for other types. On Windows
+                  // a dot or backslash inside a label stands there as the system tells it
 };
 
 // Asks for the records of one type; options is dns_query_standard or dns_query_tcp_only. On
