@@ -123,29 +123,10 @@ static constexpr session_kind report_order[] = {
     {&smtp_state::ndr, &spam_rule::ndr, nullptr},
 };
 
-static constexpr const char *reportable_rules[] = {
-    "block_ip_in_addr",
-    "check_dynamic_reverse_dns_default",
-    "check_dynamic_reverse_dns",
-    "check_confirmed_dyna",
-    "check_ip_reverse_dns",
-    "check_reverse_dns_list",
-    "require_helo",
-    "valid_helo_domain",
-    "resolve_helo_domain",
-    "rfc_mail_from",
-    "require_full_addr",
-    "valid_from_domain",
-    "valid_ptr",
-    "known_sender_forgery",
-    "block_nonauth_ipv6",
-    "local_require_auth",
-};
-
 bool is_reportable_rule(const char *name) {
-    for (const char *reportable : reportable_rules) {
-        if (strcmp(reportable, name) == 0) {
-            return true;
+    for (const rule_row &row : rule_rows()) {
+        if (strcmp(row.name, name) == 0) {
+            return row.reported;
         }
     }
     return false;
