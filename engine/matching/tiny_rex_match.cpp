@@ -6,9 +6,10 @@
 //
 // ".*" (trex_op_any_sequence) skips further ".*" behind it and then tries the remaining nodes of
 // its own sequence at each position in turn; the first one from which they match through to an end
-// node is taken, and that was the sequence. Without an end node there it never matches. As the
-// last node of its sequence it takes the whole rest of the subject. At the subject's end it
-// matches only when an end node is next.
+// node is taken, and that was the sequence. Without an end node there it never matches. At the
+// subject's end it matches only when an end node is next, though where it begins earlier the end
+// is the last position that it tries. As the last node of its sequence it takes the whole rest of
+// the subject, which may be empty.
 //
 // A repetition looks at "the rest", the chain that follows it: the nodes behind it in its own
 // sequence; for the last node of a group or the operand of another repetition, what follows that
@@ -299,11 +300,11 @@ static const char *match_any_sequence(matcher *m, const TRexNode *node, const ch
             return cycle(m, function);
         }
     }
-    if (at == m->end && (next < 0 || behind->type != trex_op_eol)) {
-        return nullptr;
-    }
     if (next < 0) {
         return m->end;
+    }
+    if (at == m->end && behind->type != trex_op_eol) {
+        return nullptr;
     }
     const bool at_root = stands_at_root(m, in);
     if (at_root && has_failed(m, node, at)) {
