@@ -68,6 +68,16 @@ function(qf_library name)
     target_compile_options(${name} PRIVATE -fno-exceptions -fno-rtti)
 endfunction()
 
+# qf_room(<target> SOURCES ... [DEPENDS ...])
+# A folder that is written with the standard library's owners: as qf_library, but compiled with
+# exceptions.
+function(qf_room name)
+    cmake_parse_arguments(ARG "" "" "SOURCES;DEPENDS" ${ARGN})
+    add_library(${name} STATIC ${ARG_SOURCES})
+    target_include_directories(${name} PUBLIC "${CMAKE_CURRENT_SOURCE_DIR}")
+    target_link_libraries(${name} PUBLIC ${ARG_DEPENDS} PRIVATE qf_flags)
+endfunction()
+
 # qf_test(<name> [SOURCES ...] LIBRARIES ... [ENVIRONMENT ...])
 # One test program for one module: <name>_test.cpp unless SOURCES says otherwise. Every program
 # owns the drive c: while it runs: on Windows there is only one.
