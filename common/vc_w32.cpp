@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "evidence.h"
 #include "platform/clock.h"
 #include "platform/process.h"
 #include "vc_dns.h"
@@ -130,11 +131,27 @@ void vc_set_oom_function(vc_oom_function function) {
     oom_function = function;
 }
 
+// The line's text as the log gets it, to whoever asks.
+static void tell_error(const line_location &where, const char *format, va_list arguments) {
+    char message[message_size] = {};
+    platform::vformat_text(message, sizeof message, format, arguments);
+    vc_sanitize(message);
+    tell(&evidence_sink::wrote_error, {text_or_null(where.file), where.function, message});
+}
+
 void vc_log_error(const char *function, const char *file, unsigned line, const char *format, ...) {
-    if (!log_function || !function || !format) {
+    if (!function || !format) {
         return;
     }
     va_list arguments;
+    if (asked()) {
+        va_start(arguments, format);
+        tell_error({function, file, line}, format, arguments);
+        va_end(arguments);
+    }
+    if (!log_function) {
+        return;
+    }
     va_start(arguments, format);
     emit_line(priority_error, error_line, {function, file, line}, format, arguments);
     va_end(arguments);
