@@ -3,6 +3,7 @@
 #include <cstdlib>
 
 #include <nettle/sha2.h>
+#undef sha256_digest // a macro there, a name of ours here
 
 namespace quillfence::platform {
 
@@ -24,7 +25,7 @@ bool sha256_add(sha256_digest *digest, const void *bytes, size_t size) {
 }
 
 bool sha256_finish(sha256_digest *digest, unsigned char *result) {
-    ::sha256_digest(&digest->context, sha256_size, result);
+    nettle_sha256_digest(&digest->context, sha256_size, result);
     return true;
 }
 
