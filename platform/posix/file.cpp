@@ -225,8 +225,8 @@ uint32_t file_open(const char *path, file_options options, file_handle *opened) 
         return failure;
     }
     const bool writes = options.write || options.when == disposition::create_always;
-    const int flags =
-        (writes ? O_RDWR : O_RDONLY) | creation_flags(options.when) | O_CLOEXEC | O_NOCTTY;
+    const int access = options.append ? O_WRONLY | O_APPEND : writes ? O_RDWR : O_RDONLY;
+    const int flags = access | creation_flags(options.when) | O_CLOEXEC | O_NOCTTY;
     const int descriptor = uninterrupted([&] { return open(resolved.text, flags, new_file_mode); });
     if (descriptor < 0) {
         return error_of_errno_for(errno, resolved.text);
