@@ -40,15 +40,9 @@ vc_log_function log_function;
 vc_oom_function oom_function;
 verbosity verbose_debug = verbosity::unknown;
 
-struct line_location {
-    const char *function;
-    const char *file;
-    unsigned line;
-};
-
 // Builds the message and hands the line to the log function, which must be installed.
-void emit_line(int priority, const char *line_format, const line_location &where,
-               const char *format, va_list arguments) {
+void emit_line(int priority, const char *line_format, const log_place &where, const char *format,
+               va_list arguments) {
     char message[message_size] = {};
     platform::vformat_text(message, sizeof message, format, arguments);
     vc_sanitize(message);
@@ -166,6 +160,14 @@ void vc_log_info(const char *format, ...) {
 int vc_log_oom(const char *function, const char *file, unsigned line) {
     vc_log_error(function, file, line, "%s", strerror(ENOMEM));
     return oom_function ? oom_function() : 0;
+}
+
+void vc_log_errno(const char *function, const char *file, unsigned line, int number) {
+    if (number == ENOMEM) {
+        vc_log_oom(function, file, line);
+    } else {
+        vc_log_error(function, file, line, "%s", strerror(number));
+    }
 }
 
 void __vc_forget_verbosedebug() {
