@@ -607,6 +607,10 @@ static bool has_nodes(const TRex *expression) {
 }
 
 int __trex_match_span(TRex *expression, const char *begin, const char *end) {
+    return __trex_match_within(expression, begin, end, trex_most_steps);
+}
+
+int __trex_match_within(TRex *expression, const char *begin, const char *end, uint32_t most_steps) {
     using namespace trex;
     if (!has_nodes(expression)) {
         return 0;
@@ -626,7 +630,8 @@ int __trex_match_span(TRex *expression, const char *begin, const char *end) {
     m.fold = expression->case_flag == trex_fold_case;
     m.broken = false;
     m.silent = false;
-    m.steps_left = max_steps;
+    m.most_steps = most_steps;
+    m.steps_left = most_steps;
     m.depth_left = (count < max_stored_nodes ? count : max_stored_nodes) + spare_depth;
     m.begin = begin;
     m.end = end;
@@ -634,7 +639,7 @@ int __trex_match_span(TRex *expression, const char *begin, const char *end) {
     m.failure_count = 0;
     const TRexNode *root = use_node(&m, 0, "__trex_matchnode");
     const bool matched = root && match_root(&m, root) == end && !m.broken;
-    expression->steps = max_steps - m.steps_left;
+    expression->steps = most_steps - m.steps_left;
     return matched;
 }
 

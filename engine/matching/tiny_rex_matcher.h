@@ -13,11 +13,6 @@
 namespace quillfence::trex {
 
 inline constexpr int32_t none = -1;
-#ifdef FUZZING_BUILD_MODE_UNSAFE_FOR_PRODUCTION // hopeless patterns must not take all the time
-inline constexpr uint32_t max_steps = 100'000;
-#else
-inline constexpr uint32_t max_steps = 50'000'000;
-#endif
 // What a file can hold at most; longer expressions, compiled at run time, have no deeper recursion
 // than these, which bounds the stack.
 inline constexpr int32_t max_stored_nodes = 4095;
@@ -45,6 +40,7 @@ struct matcher {
     bool fold;
     bool broken;
     bool silent; // nothing is reported
+    uint32_t most_steps;
     uint32_t steps_left;
     int32_t depth_left;
     const char *begin;
@@ -80,10 +76,12 @@ inline int32_t maximum_of(const TRexNode *greedy) {
 // The match ends without a result, after an ERROR line. Null.
 const char *give_up(matcher *m, const char *function, const char *why);
 const char *cycle(matcher *m, const char *function);
+// The same, but without a line where the caller gave fewer steps than a match may take.
+const char *out_of_steps(matcher *m, const char *function);
 
 inline bool step(matcher *m, const char *function) {
     if (m->steps_left == 0) {
-        give_up(m, function, "regex takes too many steps");
+        out_of_steps(m, function);
         return false;
     }
     --m->steps_left;

@@ -9,6 +9,10 @@ void ptr_debug(const char *rule, const char *line) {
     vc_log_debug(rule, rule, __LINE__, "%s", line);
 }
 
+void ptr_error(const char *rule, const char *line) {
+    vc_log_error(rule, rule, __LINE__, "%s", line);
+}
+
 bool has_routable_client(const char *rule, const smtp_state *state) {
     const char *const module_name = rule;
     if (!state) {

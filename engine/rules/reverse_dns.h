@@ -33,6 +33,8 @@ bool has_ptr_names(const smtp_state *state);
 
 // Writes a DEBUG line of the rule.
 void ptr_debug(const char *rule, const char *line);
+// The same for an ERROR line.
+void ptr_error(const char *rule, const char *line);
 
 // Moves the cache on by a lookup's code. True when there are names to test.
 //   no_names_line  what is written when the lookup succeeded without a name

@@ -1,6 +1,7 @@
 #include "quillfence-spam-hooks.h"
 #include "reverse_dns.h"
 #include "rules.h"
+#include "step_budget.h"
 #include "tiny_rex.h"
 
 namespace quillfence {
@@ -15,8 +16,13 @@ constexpr char embedded_address[] =
 } // namespace
 
 // Fires when every name matches and none is exempt; otherwise the name that broke this is shown.
+// The bounds are those of the pattern-file hooks (quillfence-spam-hooks.h).
 uint8_t rule_check_dynamic_reverse_dns_default(smtp_state *state) {
     if (!reach_ptr_names(__func__, state)) {
+        return 0;
+    }
+    if (has_too_many_ptr_names(state)) {
+        ptr_debug(__func__, too_many_ptr_names_line);
         return 0;
     }
     const trex_ptr expression(trex_compile_ex(embedded_address, trex_fold_case));
@@ -24,7 +30,12 @@ uint8_t rule_check_dynamic_reverse_dns_default(smtp_state *state) {
         return 0;
     }
     for (char **name = state->ptr_results; *name; ++name) {
-        if (!trex_match(expression.get(), *name) || is_exempt_ptr_name(*name)) {
+        const bool listed = trex_match(expression.get(), *name) && !is_exempt_ptr_name(*name);
+        if (steps_are_spent()) {
+            ptr_error(__func__, ptr_steps_spent_line);
+            return 0;
+        }
+        if (!listed) {
             state->rdns = *name;
             return 0;
         }
