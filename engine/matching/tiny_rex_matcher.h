@@ -27,11 +27,17 @@ struct place {
 
 // A ".*" of the root's sequence that has failed: it can't match from there on.
 struct failure {
-    const TRexNode *node;
-    const char *from;
+    int32_t node;
+    uint32_t from; // distance from the subject's beginning
     int32_t depth_left;
 };
-inline constexpr size_t max_failures = 8;
+// Where failures are remembered: nodes share a place with those a multiple of this away, and the
+// last one has it. A list's longest line has fewer nodes.
+inline constexpr int32_t failure_places = 1024;
+struct failure_table {
+    uint64_t used[failure_places / 64];
+    failure places[failure_places]; // undefined where not used
+};
 
 struct matcher {
     TRex *expression;
@@ -45,12 +51,13 @@ struct matcher {
     int32_t depth_left;
     const char *begin;
     const char *end;
-    place root;          // of the nodes in the root group
-    place looked_at;     // the same for a chain that somebody only looks ahead at
-    const char *settled; // where the root's sequence ends, once that is known
-    bool settled_ended;  // and its `ended`
-    failure failures[max_failures];
-    size_t failure_count;
+    place root;             // of the nodes in the root group
+    place looked_at;        // the same for a chain that somebody only looks ahead at
+    const char *settled;    // where the root's sequence ends, once that is known
+    bool settled_ended;     // and its `ended`
+    const TRexNode *failed; // the ".*" of the root's sequence that has failed last
+    bool has_failures;      // else the table is undefined
+    failure_table failures;
 };
 
 // --- Nodes and limits (tiny_rex_node.cpp) -------------------------------------------------------
