@@ -4,6 +4,7 @@
 
 #include "byte_cursor.h"
 #include "platform/file.h"
+#include "step_budget.h"
 #include "vc_file.h"
 #include "vc_log.h"
 #include "vc_text.h"
@@ -257,11 +258,19 @@ bool back_to_stream(window *w) {
     return ::fseek(w->stream, -left, SEEK_CUR) == 0;
 }
 
+// Matches with what is left of the run's steps.
+bool matches_within_budget(TRex *expression, const char *text, const char *end) {
+    const bool matched = __trex_match_within(expression, text, end, steps_to_take(trex_most_steps));
+    take_steps(expression->steps);
+    return matched;
+}
+
 // Reads the next block, which the window could not lend, the long way, with every line that this
 // may need. Reading goes on where it stops.
-bool matches_long_way(window *w, const char *text) {
+bool matches_long_way(window *w, const char *text, const char *end) {
     TRex expression = {};
-    const bool matched = trs_next(w->stream, &expression) && trex_match(&expression, text);
+    const bool matched =
+        trs_next(w->stream, &expression) && matches_within_budget(&expression, text, end);
     drop_nodes(&expression);
     return matched;
 }
@@ -272,14 +281,17 @@ bool any_block_matches(window *w, const char *text) {
     for (;;) {
         next_block next;
         while ((next = lend_block(w, &expression)) != next_block::cut) {
-            if (next == next_block::lent && __trex_match_span(&expression, text, end)) {
+            if (next == next_block::lent && matches_within_budget(&expression, text, end)) {
                 return true;
+            }
+            if (steps_are_spent()) {
+                return false;
             }
         }
         if (!back_to_stream(w)) {
             return false;
         }
-        if (matches_long_way(w, text)) {
+        if (matches_long_way(w, text, end)) {
             return true;
         }
         if (::feof(w->stream) || ::ferror(w->stream)) {
