@@ -542,6 +542,13 @@ file_handle file_standard_output() {
 
 void prepare_standard_streams() {
     signal(SIGPIPE, SIG_IGN);
+    if (fcntl(STDERR_FILENO, F_GETFD) < 0) {
+        const int nothing = open("/dev/null", O_RDWR);
+        if (nothing >= 0 && nothing != STDERR_FILENO) {
+            dup2(nothing, STDERR_FILENO);
+            close(nothing);
+        }
+    }
 }
 
 } // namespace quillfence::platform

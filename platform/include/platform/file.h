@@ -113,7 +113,8 @@ file_handle file_standard_input();
 file_handle file_standard_output();
 
 // For a program's first line: the standard streams carry bytes as they are, and a reader that has
-// gone away makes a write fail instead of ending the program.
+// gone away makes a write fail instead of ending the program. On Linux a closed standard error
+// becomes /dev/null, so that no file gets its number and then the events.
 void prepare_standard_streams();
 
 } // namespace quillfence::platform
