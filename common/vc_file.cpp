@@ -31,24 +31,40 @@ static int as_int(Number number) {
     return static_cast<int>(number);
 }
 
-vc_handle vc_open_ex(const char *path, int lock, int write, int) {
+// The work of the opening operations, in the name of vc_open_ex.
+static vc_handle open_file(const char *path, const platform::file_options &options) {
+    static constexpr char operation[] = "vc_open_ex";
     if (is_empty(path)) {
-        QF_EINVAL();
+        QF_ERRNO_AS(operation, EINVAL);
         return vc_invalid_handle;
     }
-    if (lock) {
-        QF_DEBUG("request for lock: omitting WRITE share options");
+    if (options.lock) {
+        QF_DEBUG_AS(operation, "request for lock: omitting WRITE share options");
     } else {
-        QF_DEBUG("no lock requested - setting read and write share options");
+        QF_DEBUG_AS(operation, "no lock requested - setting read and write share options");
     }
     vc_handle file = vc_invalid_handle;
-    const platform::file_options options = {
-        .write = write != 0, .lock = lock != 0, .when = platform::disposition::open_always};
-    if (const uint32_t error = platform::file_open(path, options, &file)) {
-        QF_ERROR("unknown error opening - got error code %d", as_int(error));
-        return vc_invalid_handle;
+    const uint32_t error = platform::file_open(path, options, &file);
+    if (!error) {
+        return file;
     }
-    return file;
+    const bool missing =
+        error == platform::error_file_not_found || error == platform::error_path_not_found;
+    if (missing && options.when == platform::disposition::open_existing) {
+        QF_DEBUG_AS(operation, "[%s] is not there", path);
+    } else {
+        QF_ERROR_AS(operation, "unknown error opening - got error code %d", as_int(error));
+    }
+    return vc_invalid_handle;
+}
+
+vc_handle vc_open_ex(const char *path, int lock, int write, int) {
+    return open_file(
+        path, {.write = write != 0, .lock = lock != 0, .when = platform::disposition::open_always});
+}
+
+vc_handle vc_open_existing(const char *path) {
+    return open_file(path, {.when = platform::disposition::open_existing});
 }
 
 int vc_close(vc_handle file) {
@@ -245,6 +261,23 @@ char *vc_fd_get_contents_ex(vc_handle file, uint64_t *size) {
     return contents.release();
 }
 
+// The whole of a file that was just opened, and closes it. The lines are vc_file_get_contents_ex's.
+static char *take_contents(const char *path, vc_handle file, uint64_t *size) {
+    static constexpr char operation[] = "vc_file_get_contents_ex";
+    if (file == vc_invalid_handle) {
+        QF_DEBUG_AS(operation, "couldn't open file so aborting");
+        return nullptr;
+    }
+    char *contents = vc_fd_get_contents_ex(file, size);
+    const int reason = errno;
+    vc_close(file);
+    if (!contents) {
+        QF_ERROR_AS(operation, "Failed to get file contents [%s]: %s", path, ::strerror(reason));
+        errno = reason;
+    }
+    return contents;
+}
+
 char *vc_file_get_contents_ex(const char *path, uint64_t *size) {
     errno = 0;
     if (is_empty(path)) {
@@ -252,18 +285,17 @@ char *vc_file_get_contents_ex(const char *path, uint64_t *size) {
         return nullptr;
     }
     const vc_handle file = vc_open_ex(path, 0, 0, 0);
-    if (file == vc_invalid_handle) {
-        QF_DEBUG("couldn't open file so aborting");
+    return take_contents(path, file, size);
+}
+
+char *vc_existing_contents(const char *path, uint64_t *size) {
+    errno = 0;
+    if (is_empty(path)) {
+        QF_EINVAL();
         return nullptr;
     }
-    char *contents = vc_fd_get_contents_ex(file, size);
-    const int reason = errno;
-    vc_close(file);
-    if (!contents) {
-        QF_ERROR("Failed to get file contents [%s]: %s", path, ::strerror(reason));
-        errno = reason;
-    }
-    return contents;
+    const vc_handle file = vc_open_existing(path);
+    return take_contents(path, file, size);
 }
 
 int vc_file_exists_ex(const char *path, int type) {
