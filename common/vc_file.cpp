@@ -58,12 +58,19 @@ static void trace_lock(bool lock) {
 }
 
 static vc_handle open_file(const char *path, platform::file_options options) {
-    vc_handle file = vc_invalid_handle;
     if (!has_path(path)) {
         return vc_invalid_handle;
     }
     trace_lock(options.lock);
-    return has_opened(platform::file_open(path, options, &file)) ? file : vc_invalid_handle;
+    vc_handle file = vc_invalid_handle;
+    const uint32_t error = platform::file_open(path, options, &file);
+    const bool missing =
+        error == platform::error_file_not_found || error == platform::error_path_not_found;
+    if (missing && options.when == platform::disposition::open_existing) {
+        QF_DEBUG_AS(open_operation, "[%s] is not there", path);
+        return vc_invalid_handle;
+    }
+    return has_opened(error) ? file : vc_invalid_handle;
 }
 
 vc_handle vc_open_ex(const char *path, int lock, int write, int) {
@@ -93,6 +100,10 @@ int vc_begin_replacement(const char *path, const char *ending, platform::replace
     }
     trace_lock(true);
     return has_opened(platform::replacement_begin(path, ending, begun));
+}
+
+vc_handle vc_open_existing(const char *path) {
+    return open_file(path, {.when = platform::disposition::open_existing});
 }
 
 int vc_close(vc_handle file) {
@@ -308,6 +319,23 @@ char *vc_fd_get_contents_ex(vc_handle file, uint64_t *size) {
     return contents.release();
 }
 
+// The whole of a file that was just opened, and closes it. The lines are vc_file_get_contents_ex's.
+static char *take_contents(const char *path, vc_handle file, uint64_t *size) {
+    static constexpr char operation[] = "vc_file_get_contents_ex";
+    if (file == vc_invalid_handle) {
+        QF_DEBUG_AS(operation, "couldn't open file so aborting");
+        return nullptr;
+    }
+    char *contents = vc_fd_get_contents_ex(file, size);
+    const int reason = errno;
+    vc_close(file);
+    if (!contents) {
+        QF_ERROR_AS(operation, "Failed to get file contents [%s]: %s", path, ::strerror(reason));
+        errno = reason;
+    }
+    return contents;
+}
+
 char *vc_file_get_contents_ex(const char *path, uint64_t *size) {
     errno = 0;
     if (is_empty(path)) {
@@ -315,18 +343,17 @@ char *vc_file_get_contents_ex(const char *path, uint64_t *size) {
         return nullptr;
     }
     const vc_handle file = vc_open_ex(path, 0, 0, 0);
-    if (file == vc_invalid_handle) {
-        QF_DEBUG("couldn't open file so aborting");
+    return take_contents(path, file, size);
+}
+
+char *vc_existing_contents(const char *path, uint64_t *size) {
+    errno = 0;
+    if (is_empty(path)) {
+        QF_EINVAL();
         return nullptr;
     }
-    char *contents = vc_fd_get_contents_ex(file, size);
-    const int reason = errno;
-    vc_close(file);
-    if (!contents) {
-        QF_ERROR("Failed to get file contents [%s]: %s", path, ::strerror(reason));
-        errno = reason;
-    }
-    return contents;
+    const vc_handle file = vc_open_existing(path);
+    return take_contents(path, file, size);
 }
 
 int vc_file_exists_ex(const char *path, int type) {

@@ -279,7 +279,7 @@ int vc_file_to_int(const char *directory, const char *name) {
         QF_DEBUG("file %s does not exist", path.get());
         return 0;
     }
-    const heap_string contents(vc_file_get_contents_ex(path.get(), nullptr));
+    const heap_string contents(vc_existing_contents(path.get(), nullptr));
     if (!contents) {
         QF_DEBUG("failed to retrieve contents of file %s", path.get());
         return 0;
@@ -301,7 +301,7 @@ vc_list_entry *vc_file_to_list(const char *directory, const char *name) {
     }
     QF_DEBUG("loading contents of file %s", path.get());
     uint64_t size = 0;
-    const heap_string contents(vc_file_get_contents_ex(path.get(), &size));
+    const heap_string contents(vc_existing_contents(path.get(), &size));
     if (!contents) {
         return nullptr;
     }

@@ -215,7 +215,7 @@ range_file *__open_range_file(const char *directory, const char *name, int write
         return nullptr;
     }
     file->path = path.release();
-    file->file = vc_open_ex(file->path, write, write, 0);
+    file->file = write ? vc_open_ex(file->path, write, write, 0) : vc_open_existing(file->path);
     if (file->file == vc_invalid_handle || !__take_range_header(file.get(), initialising)) {
         return nullptr;
     }
@@ -372,7 +372,7 @@ int ipr_file_contains_range(const char *path, const char *low, const char *high,
         !vc_file_exists_ex(path, vc_type_file)) {
         return 0;
     }
-    range_file file = {vc_open_ex(path, 0, 0, 0), {}, const_cast<char *>(path)}; // path is borrowed
+    range_file file = {vc_open_existing(path), {}, const_cast<char *>(path)}; // path is borrowed
     if (file.file == vc_invalid_handle) {
         return 0;
     }
