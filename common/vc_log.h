@@ -15,7 +15,8 @@
     ::quillfence::vc_log_error(function, module_name, __LINE__, __VA_ARGS__)
 #define QF_DEBUG_AS(function, ...)                                                                 \
     ::quillfence::vc_log_debug(function, module_name, __LINE__, __VA_ARGS__)
-#define QF_ERRNO_AS(function, number) QF_ERROR_AS(function, "%s", ::strerror(number))
+#define QF_ERRNO_AS(function, number)                                                              \
+    ::quillfence::vc_log_errno(function, module_name, __LINE__, number)
 
 #define QF_ERROR(...) QF_ERROR_AS(__func__, __VA_ARGS__)
 #define QF_DEBUG(...) QF_DEBUG_AS(__func__, __VA_ARGS__)
@@ -24,6 +25,10 @@
 #define QF_ENOMEM() QF_ERRNO(ENOMEM)
 
 namespace quillfence {
+
+// An ERROR line with the system's text for the number. A lack of memory is told to whoever asks
+// what a check looks at (evidence.h), as something that could not be looked at.
+void vc_log_errno(const char *function, const char *file, unsigned line, int number);
 
 // What a log line or a dump shows for a text that may be null.
 inline const char *text_or_null(const char *text) {

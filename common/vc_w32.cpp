@@ -4,7 +4,9 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "evidence.h"
 #include "platform/clock.h"
+#include "platform/complaint.h"
 #include "platform/process.h"
 #include "vc_dns.h"
 #include "vc_file.h"
@@ -25,6 +27,8 @@ constexpr char breakpoint_bypass[] = "C:/vc_breakpoint_bypass";
 
 constexpr char error_line[] = "%s:%d ERROR %s(): %s";
 constexpr char debug_line[] = "%s:%d DEBUG %s(): %s";
+constexpr char warning_line[] = "%s:%d WARNING %s(): %s";
+constexpr char platform_module[] = "platform";
 
 // While log is set, the source counts as open.
 struct event_source {
@@ -122,19 +126,50 @@ platform::event_type vc_event_type(int priority) {
     }
 }
 
+// What the platform complains of, as a line of its own module. The text is longer than that of
+// other lines, so that a path is seen to its end.
+static void log_complaint(platform::event_type type, const char *function, const char *message) {
+    if (!log_function) {
+        return;
+    }
+    char text[event_size];
+    platform::format_text(text, sizeof text, "%s", message);
+    vc_sanitize(text);
+    const bool error = type == platform::event_type::error;
+    log_function(error ? priority_error : priority_warning, error ? error_line : warning_line,
+                 platform_module, 0, function, text);
+}
+
 void vc_set_log_function(vc_log_function function) {
     log_function = function;
+    platform::set_complaint_listener(function ? log_complaint : nullptr);
 }
 
 void vc_set_oom_function(vc_oom_function function) {
     oom_function = function;
 }
 
+// The line's text as the log gets it, to whoever asks.
+static void tell_error(const line_location &where, const char *format, va_list arguments) {
+    char message[message_size] = {};
+    platform::vformat_text(message, sizeof message, format, arguments);
+    vc_sanitize(message);
+    tell(&evidence_sink::wrote_error, {text_or_null(where.file), where.function, message});
+}
+
 void vc_log_error(const char *function, const char *file, unsigned line, const char *format, ...) {
-    if (!log_function || !function || !format) {
+    if (!function || !format) {
         return;
     }
     va_list arguments;
+    if (asked()) {
+        va_start(arguments, format);
+        tell_error({function, file, line}, format, arguments);
+        va_end(arguments);
+    }
+    if (!log_function) {
+        return;
+    }
     va_start(arguments, format);
     emit_line(priority_error, error_line, {function, file, line}, format, arguments);
     va_end(arguments);

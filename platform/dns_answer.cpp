@@ -1,5 +1,6 @@
 #include "platform/dns_answer.h"
 
+#include "dns_text.h"
 #include "platform/error_numbers.h"
 
 namespace quillfence::platform {
@@ -101,15 +102,9 @@ char *write_label_byte(char *text, unsigned char byte) {
     if (byte == '.' || byte == '\\') {
         *text++ = '\\';
         *text++ = static_cast<char>(byte);
-    } else if (byte > 0x20 && byte < 0x7F) {
-        *text++ = static_cast<char>(byte);
-    } else {
-        *text++ = '\\';
-        *text++ = static_cast<char>('0' + byte / 100);
-        *text++ = static_cast<char>('0' + byte / 10 % 10);
-        *text++ = static_cast<char>('0' + byte % 10);
+        return text;
     }
-    return text;
+    return write_dns_byte(text, byte);
 }
 
 // The name at the reader's place, pointers followed, as text of at most name_text_size bytes.
@@ -196,11 +191,13 @@ uint32_t read_dns_answer(const void *message, size_t size, dns_record **records)
         }
         link = &(*link)->next;
     }
-    if (*records) {
-        return error_none;
-    }
     const uint32_t response_code = header.flags & mask_response_code;
-    return response_code ? dns_status_rcode_base + response_code : dns_status_no_records;
+    if (response_code) {
+        dns_release(*records);
+        *records = nullptr;
+        return dns_status_rcode_base + response_code;
+    }
+    return *records ? error_none : dns_status_no_records;
 }
 
 } // namespace quillfence::platform

@@ -52,7 +52,8 @@ vc_list_entry *quillfence_rules() {
 }
 
 int quillfence_enabled() {
-    const heap_string path(__build_path(quillfence_control_dir, "enabled"));
+    const heap_string path(
+        __build_path(quillfence_control_dir, name_in_folder(configured("control/enabled"))));
     if (!path) {
         QF_ENOMEM();
         return 0;

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "configuration.h"
 #include "line_reader.h"
 #include "list_line.h"
 #include "platform/error_numbers.h"
@@ -213,30 +214,11 @@ static const char *keep_edit(list_edit *edit) {
 
 // --- the operations ---
 
-static const char *opposite_of(const char *name) {
-    static constexpr struct {
-        const char *list;
-        const char *opposite;
-    } opposites[] = {
-        {"from_whitelist", "from_blacklist"},
-        {"from_blacklist", "from_whitelist"},
-        {"exempt_ips", "blocked_ips"},
-        {"blocked_ips", "exempt_ips"},
-        {"rl_whitelist.lst", "ra_whitelist.lst"},
-        {"ra_whitelist.lst", "rl_whitelist.lst"},
-    };
-    for (const auto &pair : opposites) {
-        if (std::strcmp(pair.list, name) == 0) {
-            return pair.opposite;
-        }
-    }
-    return nullptr;
-}
-
 // Null when the opposite list does not hold the entry, else the message.
 static const char *check_opposite(const char *directory, const char *name, const char *entry,
                                   list_matcher matcher) {
-    const char *const opposite = opposite_of(name);
+    const configuration_file *const list = find_configuration_file(name);
+    const char *const opposite = list ? list->opposite : nullptr;
     if (!opposite) {
         return nullptr;
     }

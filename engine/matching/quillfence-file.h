@@ -86,9 +86,8 @@ inline constexpr char list_bad_del[] = "Invalid arguments to del";
 
 // Without a comment: adds an entry at the end of a list, which is created when missing. With a
 // comment (1 to 255 characters): sets the comment of an entry that is there; every line that
-// matches the entry becomes the entry as given. An entry that the opposite list holds is refused:
-// from_whitelist and from_blacklist, exempt_ips and blocked_ips, rl_whitelist.lst and
-// ra_whitelist.lst are each other's opposite.
+// matches the entry becomes the entry as given. An entry that the opposite list holds is refused;
+// configuration.h tells which lists are each other's opposite.
 // ERROR lines: EINVAL, ENOMEM, and those of the file operations.
 const char *vc_add_entry(const char *directory, const char *name, const char *entry,
                          const char *comment, list_matcher matcher);

@@ -3,6 +3,7 @@
 
 #include <cstring>
 
+#include "../dns_text.h"
 #include "dns_calls.h"
 #include "platform/error_numbers.h"
 
@@ -14,19 +15,32 @@ namespace {
 constexpr dns_calls system_calls = {DnsQuery_A, DnsFree};
 const dns_calls *current_calls = &system_calls;
 
-// The record's target with its case, without a final dot. Null for other types.
+// A name of 255 bytes, each of them told by four characters already.
+constexpr size_t longest_name = 1024;
+constexpr size_t name_text_size = longest_name * dns_byte_text_max + 1;
+
+// A name with its case, without a final dot. How the system tells a dot or backslash inside a label
+// is left as it is; other bytes that have no place in a name are told as dns_answer.h does. A name
+// that can't be one is cut.
+void write_name(const char *name, char *text) {
+    size_t length = strnlen(name, longest_name);
+    if (length > 0 && name[length - 1] == '.') {
+        --length;
+    }
+    for (size_t i = 0; i < length; ++i) {
+        text = write_dns_byte(text, static_cast<unsigned char>(name[i]));
+    }
+    *text = '\0';
+}
+
+// The target is null for other types than PTR.
 dns_record *copy_record(const DNS_RECORDA &record) {
     if (record.wType != dns_type_ptr || !record.Data.PTR.pNameHost) {
         return dns_new_record(record.wType, nullptr);
     }
-    dns_record *const copy = dns_new_record(record.wType, record.Data.PTR.pNameHost);
-    if (copy) {
-        const size_t length = strlen(copy->target);
-        if (length > 0 && copy->target[length - 1] == '.') {
-            copy->target[length - 1] = '\0';
-        }
-    }
-    return copy;
+    char name[name_text_size];
+    write_name(record.Data.PTR.pNameHost, name);
+    return dns_new_record(record.wType, name);
 }
 
 uint32_t copy_records(const DNS_RECORDA *from, dns_record **records) {

@@ -176,9 +176,19 @@ TEST(dns_answer, any_record_means_found) {
     EXPECT_EQ(read(answer({address6})), (reading{0, {"28 -"}}));
     EXPECT_EQ(read(answer({alias})), (reading{0, {"5 -"}}));
     EXPECT_EQ(read(answer({exchanger, alias})), (reading{0, {"15 -", "5 -"}}));
-    EXPECT_EQ(read(answer({alias}, 3)), (reading{0, {"5 -"}}))
-        << "an alias to a missing name is a record";
     EXPECT_EQ(read(answer({record(1, "")})), (reading{0, {"1 -"}})) << "its data is not looked at";
+}
+
+// An alias to a missing name comes as its record with NXDOMAIN.
+TEST(dns_answer, response_code_wins_over_records) {
+    const bytes alias = record(5, name({"other", "example"}));
+    const bytes target = record(12, name({"host", "example"}));
+    for (unsigned code = 1; code < 16; ++code) {
+        EXPECT_EQ(read(answer({alias}, code)), (reading{9000 + code, {}}));
+        EXPECT_EQ(read(answer({alias, target}, code)), (reading{9000 + code, {}}));
+    }
+    EXPECT_EQ(read(answer({record(12, "\x01"_b)}, 3)), (reading{bad_packet, {}}))
+        << "damage goes before the response code";
 }
 
 TEST(dns_answer, records_keep_their_order) {

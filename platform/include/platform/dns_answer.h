@@ -11,8 +11,8 @@
 namespace quillfence::platform {
 
 // Reads the header, skips the questions and gathers the answer section; the sections behind it
-// are not looked at. Returns 0 with the records (never none), 9501, 9000 + the response code,
-// 9502 for a message that ends early, is no answer or holds a name that can't be read, or 8
+// are not looked at. Returns 0 with the records (never none), 9501, 9000 + the response code
+// whatever the answer section holds, 9502 for a message that ends early, is no answer or holds a name that can't be read, or 8
 // without memory. *records is null unless the result is 0.
 //
 // Targets are given for PTR records of the Internet class. Their text is that of a zone file, so

@@ -93,7 +93,20 @@ TEST_F(dns_client, records_are_copied_and_released_once) {
     EXPECT_EQ(releases, 1);
 }
 
+TEST_F(dns_client, names_are_safe_to_show) {
+    const std::string endless(5000, '\xFF');
+    ask(0, {record(12, "a b.example"), record(12, "new\nline.\x7F\xC3\xA9."),
+            record(12, "a\\.b.example"), record(12, endless.c_str())});
+    std::string longest;
+    for (int i = 0; i < 1024; ++i) {
+        longest += "\\255";
+    }
+    EXPECT_EQ(targets(), (texts{"12 a\\032b.example", "12 new\\010line.\\127\\195\\169",
+                                "12 a\\.b.example", "12 " + longest}));
+}
+
 TEST_F(dns_client, statuses_are_handed_on) {
+    // Among them the missing name behind an alias, which comes with the alias' record.
     for (const DNS_STATUS status : {9002, 9003, 9005, 9501, 9502, 1460, 123}) {
         releases = 0;
         EXPECT_EQ(ask(status, {}), static_cast<uint32_t>(status));

@@ -1,0 +1,134 @@
+// What the source files of the matcher share. Nobody else includes this.
+//
+//   tiny_rex_node.cpp    whether a node may be used, and the limits
+//   tiny_rex_early.cpp   what rules a match out before it is tried
+//   tiny_rex_match.cpp   how a match goes
+#pragma once
+
+#include <cstdint>
+
+#include "tiny_rex.h"
+#include "vc_text.h"
+
+namespace quillfence::trex {
+
+inline constexpr int32_t none = -1;
+#ifdef FUZZING_BUILD_MODE_UNSAFE_FOR_PRODUCTION // hopeless patterns must not take all the time
+inline constexpr uint32_t max_steps = 100'000;
+#else
+inline constexpr uint32_t max_steps = 50'000'000;
+#endif
+// What a file can hold at most; longer expressions, compiled at run time, have no deeper recursion
+// than these, which bounds the stack.
+inline constexpr int32_t max_stored_nodes = 4095;
+inline constexpr int32_t spare_depth = 16;
+
+// Where a node stands: what follows its sequence as a whole, and how many groups are around it.
+struct place {
+    int32_t follow; // first node of the chain that follows, or none
+    int32_t group_depth;
+    const place *around; // where that chain stands
+};
+
+// A ".*" of the root's sequence that has failed: it can't match from there on.
+struct failure {
+    const TRexNode *node;
+    const char *from;
+    int32_t depth_left;
+};
+inline constexpr size_t max_failures = 8;
+
+struct matcher {
+    TRex *expression;
+    const TRexNode *nodes;
+    int32_t count;
+    bool fold;
+    bool broken;
+    bool silent; // nothing is reported
+    uint32_t steps_left;
+    int32_t depth_left;
+    const char *begin;
+    const char *end;
+    place root;          // of the nodes in the root group
+    place looked_at;     // the same for a chain that somebody only looks ahead at
+    const char *settled; // where the root's sequence ends, once that is known
+    bool settled_ended;  // and its `ended`
+    failure failures[max_failures];
+    size_t failure_count;
+};
+
+// --- Nodes and limits (tiny_rex_node.cpp) -------------------------------------------------------
+
+// Whether a node passes the check against a number of nodes.
+bool is_good_node(const TRexNode *node, int32_t count);
+// Whether the left field of a node of this type is a link.
+bool left_is_link(int32_t type);
+
+// The same for what most nodes are.
+inline bool is_good_literal(const TRexNode *node, int32_t count) {
+    return node->type >= 0x20 && node->type <= 0x7E && node->left < count && node->right < count &&
+           node->next < count;
+}
+
+inline int32_t minimum_of(const TRexNode *greedy) {
+    return static_cast<int32_t>(static_cast<uint32_t>(greedy->right) >> 16);
+}
+inline int32_t maximum_of(const TRexNode *greedy) {
+    return greedy->right & 0xFFFF;
+}
+
+// The match ends without a result, after an ERROR line. Null.
+const char *give_up(matcher *m, const char *function, const char *why);
+const char *cycle(matcher *m, const char *function);
+
+inline bool step(matcher *m, const char *function) {
+    if (m->steps_left == 0) {
+        give_up(m, function, "regex takes too many steps");
+        return false;
+    }
+    --m->steps_left;
+    return true;
+}
+
+// The node if it may be used; else null, with an ERROR line.
+const TRexNode *check_node(matcher *m, const TRexNode *node);
+
+// The node of a link that has been checked, now checked itself; null when it may not be used.
+inline const TRexNode *use_node(matcher *m, int32_t index, const char *function) {
+    if (!step(m, function)) {
+        return nullptr;
+    }
+    const TRexNode *node = &m->nodes[index];
+    return is_good_literal(node, m->count) ? node : check_node(m, node);
+}
+
+// --- Single characters (tiny_rex_match.cpp) -----------------------------------------------------
+
+constexpr int32_t lowered(int32_t code) {
+    return code >= 'A' && code <= 'Z' ? code + 32 : code;
+}
+inline bool is_literal(const TRexNode *node) {
+    return node->type < trex_op_greedy;
+}
+inline bool is_character(const matcher *m, const TRexNode *literal, char c) {
+    const int32_t code = static_cast<unsigned char>(c);
+    return code == literal->type || (m->fold && lowered(code) == lowered(literal->type));
+}
+
+bool takes_character(matcher *m, const TRexNode *node, char c);
+
+// Whether a node takes one character, whatever that may be.
+inline bool takes_one(const TRexNode *node) {
+    return is_literal(node) || (node->type >= trex_op_dot && node->type <= trex_op_nclass);
+}
+
+// --- What rules a match out (tiny_rex_early.cpp) ------------------------------------------------
+
+// Whether a chain certainly fails at a place before the subject's end, without using a bad node.
+bool cannot_open(matcher *m, int32_t first, const char *at);
+
+// Whether the root, a group, certainly does not match as its sequence ends in other literals than
+// the subject, and the match has nothing to report on its way to that answer.
+bool ends_differently(const matcher *m, const TRexNode *root);
+
+} // namespace quillfence::trex

@@ -1,0 +1,207 @@
+// Whether a node may be used, and how far a match may go.
+#include "tiny_rex_matcher.h"
+#include "vc_log.h"
+
+namespace quillfence {
+
+static constexpr char module_name[] = "tiny_rex";
+
+namespace trex {
+
+namespace {
+
+enum class fault : uint8_t {
+    no_fault,
+    left_out_of_range,
+    right_out_of_range,
+    next_out_of_range,
+    greedy_without_right,
+    greedy_without_left,
+    greedy_bounds,
+    or_without_left,
+    or_without_right,
+    expr_without_left,
+    class_without_left,
+    range_without_left,
+    range_without_right,
+    not_printable,
+};
+
+// What the check asks of a type: which fields are links, and what is wrong when one is missing.
+struct node_rule {
+    bool left_is_link;
+    bool right_is_link;
+    fault without_left;
+    fault without_right;
+    fault always;
+};
+
+} // namespace
+
+static constexpr fault fine = fault::no_fault;
+static constexpr node_rule literal_rule = {true, true, fine, fine, fine};
+static constexpr node_rule unusable_rule = {true, true, fine, fine, fault::not_printable};
+static constexpr node_rule operator_rules[] = {
+    {true, false, fault::greedy_without_left, fine, fine}, // has checks of its own
+    {true, true, fault::or_without_left, fault::or_without_right, fine},
+    {true, true, fault::expr_without_left, fine, fine},
+    {true, true, fault::expr_without_left, fine, fine},
+    {true, true, fine, fine, fine}, // any character
+    {true, true, fault::class_without_left, fine, fine},
+    {false, true, fine, fine, fine}, // class letter
+    {true, true, fault::class_without_left, fine, fine},
+    {false, false, fault::range_without_left, fault::range_without_right, fine},
+    unusable_rule,                   // 265
+    {true, true, fine, fine, fine},  // end
+    {true, true, fine, fine, fine},  // beginning
+    {false, true, fine, fine, fine}, // word boundary
+    {true, true, fine, fine, fine},  // any sequence
+};
+
+static const node_rule *rule_of(int32_t type) {
+    if (type >= 0x20 && type <= 0x7E) {
+        return &literal_rule;
+    }
+    return type >= trex_op_greedy && type <= trex_op_any_sequence
+               ? &operator_rules[type - trex_op_greedy]
+               : &unusable_rule;
+}
+
+static fault bounds_fault(const TRexNode *greedy) {
+    return greedy->right == none                     ? fault::greedy_without_right
+           : greedy->left < 0                        ? fault::greedy_without_left
+           : minimum_of(greedy) > maximum_of(greedy) ? fault::greedy_bounds
+                                                     : fine;
+}
+
+static fault node_fault(const TRexNode *node, int32_t count) {
+    if (is_good_literal(node, count)) {
+        return fine;
+    }
+    const node_rule *rule = rule_of(node->type);
+    if (node->left >= count && rule->left_is_link) {
+        return fault::left_out_of_range;
+    }
+    if (node->right >= count && rule->right_is_link) {
+        return fault::right_out_of_range;
+    }
+    if (node->next >= count) {
+        return fault::next_out_of_range;
+    }
+    if (node->type == trex_op_greedy) {
+        return bounds_fault(node);
+    }
+    if (node->left < 0 && rule->without_left != fine) {
+        return rule->without_left;
+    }
+    if (node->right < 0 && rule->without_right != fine) {
+        return rule->without_right;
+    }
+    return rule->always;
+}
+
+static void report_fault(fault found, const TRexNode *node, int32_t count) {
+    static constexpr char function[] = "__trex_node_is_valid";
+    switch (found) {
+    case fault::no_fault:
+        return;
+    case fault::left_out_of_range:
+        QF_ERROR_AS(function, "corrupt regex: node->left is out of range %d > %d", node->left,
+                    count);
+        return;
+    case fault::right_out_of_range:
+        QF_ERROR_AS(function, "corrupt regex: node->right is out of range %d > %d", node->right,
+                    count);
+        return;
+    case fault::next_out_of_range:
+        QF_ERROR_AS(function, "corrupt regex: node->next is out of range %d > %d", node->next,
+                    count);
+        return;
+    case fault::greedy_without_right:
+        QF_ERROR_AS(function, "greedy operator must have value in 'right'");
+        return;
+    case fault::greedy_without_left:
+        QF_ERROR_AS(function, "greedy operator must have value in 'left'");
+        return;
+    case fault::greedy_bounds:
+        QF_ERROR_AS(function, "greedy operator range %d - %d is invalid", minimum_of(node),
+                    maximum_of(node));
+        return;
+    case fault::or_without_left:
+        QF_ERROR_AS(function, "OR operator must have value in 'left'");
+        return;
+    case fault::or_without_right:
+        QF_ERROR_AS(function, "OR operator must have value in 'right'");
+        return;
+    case fault::expr_without_left:
+        QF_ERROR_AS(function, "expr () operator must have value in 'left'");
+        return;
+    case fault::class_without_left:
+        QF_ERROR_AS(function, "class operator must have value in 'left'");
+        return;
+    case fault::range_without_left:
+        QF_ERROR_AS(function, "range operator must have value in 'left'");
+        return;
+    case fault::range_without_right:
+        QF_ERROR_AS(function, "range operator must have value in 'right'");
+        return;
+    case fault::not_printable:
+        QF_ERROR_AS(function, "non-printable character %d found", node->type);
+        return;
+    }
+}
+
+// --- What the other files ask for ---------------------------------------------------------------
+
+bool is_good_node(const TRexNode *node, int32_t count) {
+    return node_fault(node, count) == fine;
+}
+
+bool left_is_link(int32_t type) {
+    return rule_of(type)->left_is_link;
+}
+
+const char *give_up(matcher *m, const char *function, const char *why) {
+    if (!m->broken && !m->silent) {
+        QF_ERROR_AS(function, "%s", why);
+    }
+    m->broken = true;
+    return nullptr;
+}
+const char *cycle(matcher *m, const char *function) {
+    return give_up(m, function, "corrupt regex: nodes form a cycle");
+}
+
+const TRexNode *check_node(matcher *m, const TRexNode *node) {
+    const fault found = node_fault(node, m->count);
+    if (found == fine) {
+        return node;
+    }
+    if (!m->silent) {
+        report_fault(found, node, m->count);
+    }
+    m->broken = true;
+    return nullptr;
+}
+
+} // namespace trex
+
+int __trex_node_is_valid(const TRex *expression, const TRexNode *node) {
+    using namespace trex;
+    if (!expression) {
+        QF_ERROR("TRex* is NULL");
+        return 0;
+    }
+    if (!node) {
+        QF_ERROR("node is NULL");
+        return 0;
+    }
+    const fault found = node_fault(node, expression->nallocated);
+    if (found != fine) {
+        report_fault(found, node, expression->nallocated);
+        return 0;
+    }
+    return 1;
+}
+
+} // namespace quillfence

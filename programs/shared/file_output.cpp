@@ -1,0 +1,87 @@
+#include "file_output.h"
+
+#include <cerrno>
+#include <cstring>
+
+#include "platform/error_numbers.h"
+#include "platform/file.h"
+#include "platform/process.h"
+#include "program.h"
+
+namespace quillfence::programs {
+
+file_output::file_output(const std::string &path)
+    : path_(path), temporary_(path + "." + std::to_string(platform::process_id()) + ".tmp") {
+    platform::file_handle created;
+    const platform::file_options options = {.write = true,
+                                            .when = platform::disposition::create_new};
+    if (const uint32_t error = platform::file_open(temporary_.c_str(), options, &created)) {
+        fail(std::strerror(platform::errno_of(error)));
+    }
+    platform::file_close(created);
+    stream_.reset(platform::stream_open(temporary_.c_str(), "r+b"));
+    if (!stream_) {
+        const int reason = errno;
+        platform::path_delete(temporary_.c_str());
+        fail(std::strerror(reason));
+    }
+}
+
+file_output::~file_output() {
+    stream_.reset();
+    if (!committed_) {
+        platform::path_delete(temporary_.c_str());
+    }
+}
+
+void file_output::fail(const std::string &reason) const {
+    throw failure(path_ + ": could not be written: " + reason);
+}
+
+void file_output::write(const void *bytes, size_t size) {
+    if (std::fwrite(bytes, 1, size, stream_.get()) != size) {
+        fail(std::strerror(errno));
+    }
+}
+
+void file_output::commit() {
+    errno = 0;
+    const bool written = !std::ferror(stream_.get());
+    const bool flushed = std::fflush(stream_.get()) == 0;
+    const bool closed = std::fclose(stream_.release()) == 0;
+    if (!written || !flushed || !closed) {
+        fail(errno ? std::strerror(errno) : "a write failed");
+    }
+    platform::file_handle file;
+    uint32_t error = platform::file_open(temporary_.c_str(), {.write = true}, &file);
+    if (!error) {
+        error = platform::file_sync(file);
+        platform::file_close(file);
+    }
+    if (!error) {
+        error = platform::path_replace(temporary_.c_str(), path_.c_str());
+    }
+    if (error) {
+        fail(std::strerror(platform::errno_of(error)));
+    }
+    committed_ = true;
+}
+
+void refuse_wrong_lines(const line_input &in, const std::string &path, bool keep_going) {
+    const uint64_t wrong = in.complaints();
+    if (wrong > 0 && !keep_going) {
+        throw failure(path + ": was not written, since " + counted(wrong, "line is", "lines are") +
+                      " wrong; correct them, or leave them out with --keep-going");
+    }
+}
+
+exit_status finish_writing(const line_input &in, file_output *out, const std::string &path,
+                           const std::string &content) {
+    out->commit();
+    const uint64_t wrong = in.complaints();
+    std::printf("%s: %s%s\n", path.c_str(), content.c_str(),
+                wrong > 0 ? (", " + counted(wrong, "line") + " left out").c_str() : "");
+    return wrong > 0 ? exit_status::partly : exit_status::done;
+}
+
+} // namespace quillfence::programs
