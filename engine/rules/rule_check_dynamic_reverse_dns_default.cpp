@@ -5,6 +5,8 @@
 
 namespace quillfence {
 
+static constexpr char module_name[] = "rule_check_dynamic_reverse_dns_default";
+
 namespace {
 
 // Four groups of digits: a name that spells the client's address out. The compiler puts ".*" in
@@ -16,7 +18,7 @@ constexpr char embedded_address[] =
 
 // Fires when every name matches and none is exempt; otherwise the name that broke this is shown.
 uint8_t rule_check_dynamic_reverse_dns_default(smtp_state *state) {
-    if (!reach_ptr_names(__func__, state)) {
+    if (!reach_ptr_names(QF_HERE, state)) {
         return 0;
     }
     const trex_ptr expression(trex_compile_ex(embedded_address, trex_fold_case));
