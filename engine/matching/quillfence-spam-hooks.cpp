@@ -1,6 +1,7 @@
 #include "quillfence-spam-hooks.h"
 
 #include "configuration.h"
+#include "evidence.h"
 #include "quillfence-file.h"
 #include "quillfence-iprange.h"
 #include "tiny_rex_storage.h"
@@ -56,7 +57,11 @@ bool is_exempt_ptr_name(const char *name) {
 
 // 1 when all names match the file and none is exempt; else the first that breaks this is recorded.
 static uint8_t all_names_match(const char *file, smtp_state *state) {
-    if (!state || !state->ptr_results || !vc_file_exists_ex(file, vc_type_file)) {
+    if (!state || !state->ptr_results) {
+        return 0;
+    }
+    if (!vc_file_exists_ex(file, vc_type_file)) {
+        tell(&evidence_sink::searched_patterns, {.path = file});
         return 0;
     }
     for (char **name = state->ptr_results; *name; ++name) {

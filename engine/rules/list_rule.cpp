@@ -1,5 +1,6 @@
 #include "list_rule.h"
 
+#include "evidence.h"
 #include "vc_log.h"
 #include "vc_text.h"
 
@@ -11,9 +12,12 @@ bool has_entry_to_check(const list_rule &rule, const smtp_state *state) {
         QF_ERRNO_AS(rule.name, EINVAL);
         return false;
     }
+    if (!(hooks().*rule.slot)) {
+        tell(&evidence_sink::found_empty_hook, {.rule = rule.name});
+    }
     const char *value = state->*rule.value;
     if (is_empty(value)) {
-        QF_DEBUG_AS(rule.name, "%s", rule.empty_line);
+        QF_REASON_AS(rule.name, "%s", rule.empty_line);
         return false;
     }
     QF_DEBUG_AS(rule.name, "checking for entry [%s]", value);

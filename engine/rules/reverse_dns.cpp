@@ -1,5 +1,6 @@
 #include "reverse_dns.h"
 
+#include "evidence.h"
 #include "vc_dns.h"
 #include "vc_log.h"
 
@@ -7,6 +8,13 @@ namespace quillfence {
 
 void ptr_debug(const char *rule, const char *line) {
     vc_log_debug(rule, rule, __LINE__, "%s", line);
+    tell(&evidence_sink::gave_reason, {.text = line});
+}
+
+void tell_ptr_cache(const smtp_state *state) {
+    if (state->rdns_resolves != resolves_unknown) {
+        tell(&evidence_sink::cache_answered, {"rdns_resolves", state->rdns_resolves});
+    }
 }
 
 bool has_routable_client(const char *rule, const smtp_state *state) {
@@ -73,6 +81,7 @@ bool reach_ptr_names(const char *rule, smtp_state *state, const char *no_names_l
     if (!has_routable_client(rule, state)) {
         return false;
     }
+    tell_ptr_cache(state);
     switch (state->rdns_resolves) {
     case resolves_no:
         ptr_debug(rule, "cache shows PTR is NXDOMAIN. Can't run test");
@@ -98,7 +107,11 @@ uint8_t run_ptr_hook(const char *rule, session_hook hook_table::*slot, smtp_stat
         return 0;
     }
     const session_hook hook = hooks().*slot;
-    return hook ? hook(state) : uint8_t{0};
+    if (!hook) {
+        tell(&evidence_sink::found_empty_hook, {.rule = rule});
+        return 0;
+    }
+    return hook(state);
 }
 
 } // namespace quillfence

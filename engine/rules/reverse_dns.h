@@ -31,7 +31,10 @@ bool is_ptr_failure(int code);
 // Whether the session has at least one PTR name.
 bool has_ptr_names(const smtp_state *state);
 
-// Writes a DEBUG line of the rule.
+// Tells what the session's cache of the lookup answers, if it does.
+void tell_ptr_cache(const smtp_state *state);
+
+// Writes a DEBUG line of the rule, and tells it as the reason for what the rule does.
 void ptr_debug(const char *rule, const char *line);
 
 // Moves the cache on by a lookup's code. True when there are names to test.

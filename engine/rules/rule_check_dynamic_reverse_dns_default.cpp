@@ -1,3 +1,4 @@
+#include "evidence.h"
 #include "quillfence-spam-hooks.h"
 #include "reverse_dns.h"
 #include "rules.h"
@@ -14,6 +15,16 @@ constexpr char embedded_address[] =
 
 } // namespace
 
+static bool matches(TRex *expression, const char *name) {
+    const bool matched = trex_match(expression, name);
+    tell(&evidence_sink::searched_patterns, {.subject = name,
+                                             .existed = true,
+                                             .expressions = 1,
+                                             .expression = matched,
+                                             .pattern = embedded_address});
+    return matched;
+}
+
 // Fires when every name matches and none is exempt; otherwise the name that broke this is shown.
 uint8_t rule_check_dynamic_reverse_dns_default(smtp_state *state) {
     if (!reach_ptr_names(__func__, state)) {
@@ -24,7 +35,7 @@ uint8_t rule_check_dynamic_reverse_dns_default(smtp_state *state) {
         return 0;
     }
     for (char **name = state->ptr_results; *name; ++name) {
-        if (!trex_match(expression.get(), *name) || is_exempt_ptr_name(*name)) {
+        if (!matches(expression.get(), *name) || is_exempt_ptr_name(*name)) {
             state->rdns = *name;
             return 0;
         }

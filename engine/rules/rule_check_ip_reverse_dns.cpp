@@ -26,6 +26,7 @@ uint8_t rule_check_ip_reverse_dns(smtp_state *state) {
     if (!has_routable_client(__func__, state)) {
         return 0;
     }
+    tell_ptr_cache(state);
     switch (state->rdns_resolves) {
     case resolves_unknown:
         return judge_by_lookup(__func__, state);

@@ -1,3 +1,4 @@
+#include "evidence.h"
 #include "reverse_dns.h"
 #include "rules.h"
 #include "vc_dns.h"
@@ -30,6 +31,7 @@ static bool can_be_judged(const char *rule, smtp_state *state) {
     if (!has_routable_client(rule, state)) {
         return false;
     }
+    tell_ptr_cache(state);
     switch (state->rdns_resolves) {
     case resolves_no:
         ptr_debug(rule, "cache shows PTR is NXDOMAIN");
@@ -51,6 +53,7 @@ uint8_t rule_valid_ptr(smtp_state *state) {
     }
     for (char **name = state->ptr_results; name && *name; ++name) {
         if (is_usable(*name)) {
+            tell_reason("the PTR name %s is a valid domain", *name);
             state->rdns = *name;
             return 0;
         }
