@@ -6,6 +6,7 @@
 
 #include "evidence.h"
 #include "platform/clock.h"
+#include "platform/complaint.h"
 #include "platform/process.h"
 #include "vc_dns.h"
 #include "vc_file.h"
@@ -26,6 +27,8 @@ constexpr char breakpoint_bypass[] = "C:/vc_breakpoint_bypass";
 
 constexpr char error_line[] = "%s:%d ERROR %s(): %s";
 constexpr char debug_line[] = "%s:%d DEBUG %s(): %s";
+constexpr char warning_line[] = "%s:%d WARNING %s(): %s";
+constexpr char platform_module[] = "platform";
 
 // While log is set, the source counts as open.
 struct event_source {
@@ -123,8 +126,23 @@ platform::event_type vc_event_type(int priority) {
     }
 }
 
+// What the platform complains of, as a line of its own module. The text is longer than that of
+// other lines, so that a path is seen to its end.
+static void log_complaint(platform::event_type type, const char *function, const char *message) {
+    if (!log_function) {
+        return;
+    }
+    char text[event_size];
+    platform::format_text(text, sizeof text, "%s", message);
+    vc_sanitize(text);
+    const bool error = type == platform::event_type::error;
+    log_function(error ? priority_error : priority_warning, error ? error_line : warning_line,
+                 platform_module, 0, function, text);
+}
+
 void vc_set_log_function(vc_log_function function) {
     log_function = function;
+    platform::set_complaint_listener(function ? log_complaint : nullptr);
 }
 
 void vc_set_oom_function(vc_oom_function function) {

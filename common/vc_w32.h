@@ -52,7 +52,9 @@ void closelog();
 // The event type of a priority: 2 and 3 error, 4 warning, 5 to 7 success, any other warning.
 platform::event_type vc_event_type(int priority);
 
-// Installs the log function; null switches all logging off.
+// Installs the log function; null switches all logging off. It also receives what the platform has to
+// complain of (platform/complaint.h): the module is "platform" and the line 0, an error is priority
+// 3 with the format of an ERROR line, a warning priority 4 with "%s:%d WARNING %s(): %s".
 void vc_set_log_function(vc_log_function function);
 
 // Installs the function that vc_log_oom calls after its line; null for none.

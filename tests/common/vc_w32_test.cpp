@@ -9,6 +9,7 @@
 #include "heap_text.h"
 #include "log_capture.h"
 #include "platform/clock.h"
+#include "platform/complaint.h"
 #include "platform/observer.h"
 #include "platform/process.h"
 
@@ -142,6 +143,29 @@ TEST_F(vc_log, verbosedebug_decision_is_taken_without_log_function_too) {
     vc_set_log_function(count_debug_lines);
     vc_log_debug("f", "m", 1, "second");
     EXPECT_EQ(debug_lines, 1);
+}
+
+// What the platform complains of goes the same way, its text in full.
+
+TEST_F(vc_log, complaints_of_the_platform) {
+    const std::string path(300, 'x');
+    platform::complain(platform::event_type::error, "f", "first %s\t", path.c_str());
+    platform::complain(platform::event_type::error, "f", "first %s\t", path.c_str());
+    platform::complain(platform::event_type::warning, "g", "second");
+    const auto lines = log.take();
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_EQ(lines[0], (log_line{3, "platform", 0, "f", "first " + path + "?"}));
+    EXPECT_EQ(lines[1], (log_line{4, "platform", 0, "g", "second"}));
+}
+
+TEST_F(vc_log, complaints_without_a_log_function_are_kept_for_later) {
+    vc_set_log_function(nullptr);
+    platform::complain(platform::event_type::error, "f", "kept");
+    {
+        log_capture later;
+        platform::complain(platform::event_type::error, "f", "kept");
+        EXPECT_EQ(later.errors(), (lines{"f: kept"}));
+    }
 }
 
 // Out of memory.

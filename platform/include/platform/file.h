@@ -9,6 +9,12 @@
 // and so on), and without that variable as a relative path, literally. Backslashes in such a path
 // count as slashes. Any other path is taken as it is. Only an interrupted call is retried. Files
 // are not inherited by programs started from here.
+//
+// Names below a drive are found whatever the case of their ASCII letters, each folder on the way
+// included, and nothing is made beside a name that differs in case alone. On Linux the exact name
+// comes first; only a call that misses it lists the folder. When several names differ in case alone
+// the first in byte order is taken, with a warning (platform/complaint.h). A drive's folder that
+// can't be read is an error there.
 #pragma once
 
 #include <cstddef>
