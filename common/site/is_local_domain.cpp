@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "evidence.h"
 #include "me_settings.h"
 #include "vc_file.h"
 #include "vc_log.h"
@@ -91,10 +92,14 @@ static bool table_holds(const char *path, const char *domain) {
     const size_t domain_length = strlen(domain);
     bool held = false;
     size_t length;
+    uint32_t lines = 0;
     while (const char *const line = held ? nullptr : take_line(in.get(), &length)) {
+        ++lines;
         held = names_domain(line, length, domain, domain_length);
     }
     vc_close(in->file);
+    tell(&evidence_sink::searched_domain_table,
+         {.path = path, .domain = domain, .lines = lines, .line = held ? lines : 0});
     return held;
 }
 

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "evidence.h"
 #include "expression_text.h"
 #include "line_reader.h"
 #include "list_line.h"
@@ -56,15 +57,34 @@ static uint32_t open_for_reading(const char *path, vc_handle *file) {
 
 // --- lookup ---
 
-// The line that matches, null when there is none.
+// Whether the list is there and open now. What is there and does not open is told.
+static bool open_list(const char *path, vc_handle *file) {
+    if (!vc_file_exists_ex(path, vc_type_file)) {
+        return false;
+    }
+    const uint32_t error = open_for_reading(path, file);
+    if (error && error != platform::error_file_not_found) {
+        tell_failure(path, error);
+    }
+    return !error;
+}
+
+// The line that matches, null when there is none. What was looked at is kept in search.
 static const char *find_line(line_reader *in, const char *value, list_matcher matcher,
-                             int *line_number) {
+                             list_search *search) {
     uint32_t length = 0;
-    *line_number = 0;
+    uint32_t number = 0;
     while (const char *const line = next_line(in, &length)) {
-        ++*line_number;
+        ++number;
         const char *const pattern = pattern_of_line(line);
-        if (!is_comment(pattern) && matcher(pattern, value) == 0) {
+        if (is_comment(pattern)) {
+            continue;
+        }
+        ++search->entries;
+        if (matcher(pattern, value) == 0) {
+            search->line = number;
+            search->entry = pattern;
+            search->by_wildcard = search->wildcards && std::strchr(pattern, '*');
             return line;
         }
     }
@@ -82,17 +102,26 @@ int __file_contains_line(const char *directory, const char *name, const char *va
         QF_ENOMEM();
         return 0;
     }
+    list_search search = {
+        .path = path.get(), .value = value, .wildcards = matcher == __wildcardmatch};
     vc_handle file = vc_invalid_handle;
-    if (!vc_file_exists_ex(path.get(), vc_type_file) || open_for_reading(path.get(), &file)) {
+    search.existed = open_list(path.get(), &file);
+    if (!search.existed) {
+        tell(&evidence_sink::searched_list, search);
         return 0;
     }
     line_reader in;
     begin_lines(&in, file, longest_line, true);
-    int line_number = 0;
-    const char *const line = find_line(&in, value, matcher, &line_number);
+    const char *const line = find_line(&in, value, matcher, &search);
     platform::file_close(file);
+    search.to_end = !in.error;
+    tell(&evidence_sink::searched_list, search);
+    if (in.error) {
+        tell_failure(path.get(), in.error);
+    }
     if (line) {
-        QF_DEBUG("%s(%s, line %d): hit [%s][%s]", __func__, path.get(), line_number, value, line);
+        QF_DEBUG("%s(%s, line %d): hit [%s][%s]", __func__, path.get(),
+                 static_cast<int>(search.line), value, line);
     }
     return line != nullptr;
 }

@@ -1,6 +1,7 @@
 #include "quillfence-spam-hooks.h"
 
 #include "configuration.h"
+#include "evidence.h"
 #include "quillfence-file.h"
 #include "quillfence-iprange.h"
 #include "step_budget.h"
@@ -65,11 +66,15 @@ bool has_too_many_ptr_names(const smtp_state *state) {
 
 // 1 when all names match the file and none is exempt; else the first that breaks this is recorded.
 static uint8_t all_names_match(const char *hook, const char *file, smtp_state *state) {
-    if (!state || !state->ptr_results || !vc_file_exists_ex(file, vc_type_file)) {
+    if (!state || !state->ptr_results) {
+        return 0;
+    }
+    if (!vc_file_exists_ex(file, vc_type_file)) {
+        tell(&evidence_sink::searched_patterns, {.path = file});
         return 0;
     }
     if (has_too_many_ptr_names(state)) {
-        QF_DEBUG_AS(hook, "%s", too_many_ptr_names_line);
+        QF_REASON_AS(hook, "%s", too_many_ptr_names_line);
         return 0;
     }
     for (char **name = state->ptr_results; *name; ++name) {

@@ -32,6 +32,9 @@ bool is_ptr_failure(int code);
 // Whether the session has at least one PTR name.
 bool has_ptr_names(const smtp_state *state);
 
+// Tells what the session's cache of the lookup answers, if it does.
+void tell_ptr_cache(const smtp_state *state);
+
 // Moves the cache on by a lookup's code. True when there are names to test.
 //   no_names_line  what is written when the lookup succeeded without a name
 bool take_ptr_answer(const log_place &rule, smtp_state *state, int code, const char *no_names_line);

@@ -1,3 +1,4 @@
+#include "evidence.h"
 #include "reverse_dns.h"
 #include "rules.h"
 #include "vc_dns.h"
@@ -18,11 +19,11 @@ static bool is_usable(const char *name) {
 static bool look_up_names(const log_place &rule, smtp_state *state) {
     const int code = look_up_ptr_names(state);
     if (is_ptr_failure(code) || (code == vc_dns_found && !has_ptr_names(state))) {
-        QF_DEBUG_AS(rule.function, "%s", ptr_failure_line);
+        QF_REASON_AS(rule.function, "%s", ptr_failure_line);
         return false;
     }
     if (code == vc_dns_found) {
-        QF_DEBUG_AS(rule.function, "DNS lookup success. setting cache");
+        QF_REASON_AS(rule.function, "DNS lookup success. setting cache");
         state->rdns_resolves = resolves_yes;
     }
     return true;
@@ -32,12 +33,13 @@ static bool can_be_judged(const log_place &rule, smtp_state *state) {
     if (!has_routable_client(rule, state)) {
         return false;
     }
+    tell_ptr_cache(state);
     switch (state->rdns_resolves) {
     case resolves_no:
-        QF_DEBUG_AS(rule.function, "cache shows PTR is NXDOMAIN");
+        QF_REASON_AS(rule.function, "cache shows PTR is NXDOMAIN");
         return false;
     case resolves_tempfail:
-        QF_DEBUG_AS(rule.function, "cache shows PTR is temporarily unavailable");
+        QF_REASON_AS(rule.function, "cache shows PTR is temporarily unavailable");
         return false;
     case resolves_unknown:
         return look_up_names(rule, state);
@@ -53,6 +55,7 @@ uint8_t rule_valid_ptr(smtp_state *state) {
     }
     for (char **name = state->ptr_results; name && *name; ++name) {
         if (is_usable(*name)) {
+            tell_reason("the PTR name %s is a valid domain", *name);
             state->rdns = *name;
             return 0;
         }
