@@ -117,7 +117,7 @@ static void look_up_file(map_lookup *lookup) {
         return;
     }
     lookup->existed = true;
-    const vc_handle file = vc_open_ex(lookup->path, 0, 0, 0);
+    const vc_handle file = vc_open_existing(lookup->path);
     if (file == vc_invalid_handle) {
         return;
     }

@@ -271,4 +271,11 @@ void tell_reason(const char *format, ...) QF_PRINTF_LIKE(1, 2);
             ::quillfence::tell_reason(__VA_ARGS__);                                                \
         }                                                                                          \
     } while (false)
+#define QF_REASON_AT(place, ...)                                                                   \
+    do {                                                                                           \
+        QF_DEBUG_AT(place, __VA_ARGS__);                                                           \
+        if (::quillfence::asked()) {                                                               \
+            ::quillfence::tell_reason(__VA_ARGS__);                                                \
+        }                                                                                          \
+    } while (false)
 #define QF_REASON(...) QF_REASON_AS(__func__, __VA_ARGS__)

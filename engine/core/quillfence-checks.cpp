@@ -11,6 +11,7 @@
 #include "quillfence-file.h"
 #include "quillfence.h"
 #include "rbl_host_lookup.h"
+#include "step_budget.h"
 #include "vc_file.h"
 #include "vc_log.h"
 #include "vc_stringutils.h"
@@ -155,6 +156,7 @@ int run_all_spam_checks(smtp_state *state, vc_list_entry *rules, vc_list_entry *
         QF_EINVAL();
         return 0;
     }
+    const step_scope steps(run_steps);
     text_list found;
     for (const vc_list_entry *entry = rules; entry; entry = entry->next) {
         const auto *rule = static_cast<const spam_rule *>(entry->data);
@@ -245,6 +247,7 @@ int run_spam_checks_r(smtp_state *state, vc_list_entry *enabled, vc_list_entry *
         QF_DEBUG("either rules was empty / NULL or rule definition structure empty");
         return 1;
     }
+    const step_scope steps(run_steps);
     for (const vc_list_entry *entry = rules; entry; entry = entry->next) {
         const auto *rule = static_cast<const spam_rule *>(entry->data);
         if (!rule || !rule->name) {

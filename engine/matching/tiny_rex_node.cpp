@@ -177,6 +177,14 @@ const char *cycle(matcher *m, const char *function) {
     return give_up(m, function, "corrupt regex: nodes form a cycle");
 }
 
+const char *out_of_steps(matcher *m, const char *function) {
+    if (m->most_steps < trex_most_steps) {
+        m->broken = true;
+        return nullptr;
+    }
+    return give_up(m, function, "regex takes too many steps");
+}
+
 const TRexNode *check_node(matcher *m, const TRexNode *node) {
     const fault found = node_fault(node, m->count);
     if (found == fine) {

@@ -2,9 +2,13 @@
 #include "quillfence-spam-hooks.h"
 #include "reverse_dns.h"
 #include "rules.h"
+#include "step_budget.h"
 #include "tiny_rex.h"
+#include "vc_log.h"
 
 namespace quillfence {
+
+static constexpr char module_name[] = "rule_check_dynamic_reverse_dns_default";
 
 namespace {
 
@@ -26,8 +30,13 @@ static bool matches(TRex *expression, const char *name) {
 }
 
 // Fires when every name matches and none is exempt; otherwise the name that broke this is shown.
+// The bounds are those of the pattern-file hooks (quillfence-spam-hooks.h).
 uint8_t rule_check_dynamic_reverse_dns_default(smtp_state *state) {
-    if (!reach_ptr_names(__func__, state)) {
+    if (!reach_ptr_names(QF_HERE, state)) {
+        return 0;
+    }
+    if (has_too_many_ptr_names(state)) {
+        QF_REASON("%s", too_many_ptr_names_line);
         return 0;
     }
     const trex_ptr expression(trex_compile_ex(embedded_address, trex_fold_case));
@@ -35,7 +44,13 @@ uint8_t rule_check_dynamic_reverse_dns_default(smtp_state *state) {
         return 0;
     }
     for (char **name = state->ptr_results; *name; ++name) {
-        if (!matches(expression.get(), *name) || is_exempt_ptr_name(*name)) {
+        const bool listed = matches(expression.get(), *name) && !is_exempt_ptr_name(*name);
+        if (steps_are_spent()) {
+            QF_ERROR("%s", ptr_steps_spent_line);
+            tell_failure(exempt_regex_file, 0, ptr_steps_spent_line);
+            return 0;
+        }
+        if (!listed) {
             state->rdns = *name;
             return 0;
         }

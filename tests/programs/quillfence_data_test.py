@@ -6,6 +6,7 @@
 LAUNCHER runs the program on a Windows build (a list as CMake has it).
 """
 
+import hashlib
 import os
 import re
 import subprocess
@@ -164,6 +165,20 @@ class RegexTest(Case):
         self.check(["regex", "compile", "--keep-going", "list", "out"], PARTLY,
                    "out: 2 expressions, 5 lines left out\n", WRONG_PATTERNS_SAID)
         self.check(["regex", "dump", "out"], DONE, "foo\nbar\n")
+        self.assertEqual(self.names(), ["list", "out", "out.lines"])
+
+    def test_lines_tell_where_expressions_come_from(self):
+        self.file("list", "# a comment\n/foo/ REJECT\n  going on\n\nbar\n")
+        self.check(["regex", "compile", "list", "out"], DONE, "out: 2 expressions\n")
+        digest = hashlib.sha256(self.bytes_of("out")).hexdigest()
+        self.assertEqual(self.bytes_of("out.lines").decode(),
+                         "# quillfence pattern lines 1\n"
+                         f"# sha256 {digest}\n"
+                         "1\t2\tlist\n2\t5\tlist\n")
+
+    def test_lines_are_left_out_on_request(self):
+        self.file("list", "foo\n")
+        self.check(["regex", "compile", "--no-lines", "list", "out"], DONE, "out: 1 expression\n")
         self.assertEqual(self.names(), ["list", "out"])
 
     def test_what_a_file_can_hold(self):
@@ -183,6 +198,13 @@ class RegexTest(Case):
                    "3 - 2 is invalid\n"
                    "list:2: warning: a part of the pattern can't be matched: non-printable "
                    "character 9 found\n")
+
+    def test_what_a_name_can_make_long_is_warned_of(self):
+        self.file("list", "[0-9]+[0-9]+[0-9]+x\n[0-9]{1,3}-[0-9]{1,3}x\n[a-z]+[a-z]+[a-z]+\\.foo$\n")
+        said = ("list:%d: warning: the pattern takes more than a hundredth of the steps that a "
+                "message has for all its names and patterns, with the name %s\n")
+        self.check(["regex", "compile", "list", "out"], DONE, "out: 3 expressions\n",
+                   said % (1, "1" * 255) + said % (3, "a" * 250 + "_.foo"))
 
     def test_a_public_list_goes_there_and_back(self):
         public = SOURCE / "tests/data/fqrdns.pcre"

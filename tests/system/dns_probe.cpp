@@ -103,8 +103,7 @@ void ptr(arguments given) {
 }
 
 void rbl(arguments given) {
-    set_hooks(to_number<uint8_t>(given[2]), nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
-              nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
+    set_hooks({.dns_option = to_number<uint8_t>(given[2])});
     smtp_state *state = new_smtp_state();
     state->ip = strdup(given[0]);
     std::printf("%d", is_rbl_hit(state, given[1]));
