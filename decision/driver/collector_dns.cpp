@@ -2,14 +2,12 @@
 #include <algorithm>
 #include <cstring>
 
+#include "answer.h"
 #include "collector.h"
 #include "platform/dns.h"
 #include "vc_dns.h"
 
 namespace quillfence::decision {
-
-// What a source of answers says that has none: bit 29 is set in no status of the system.
-static constexpr uint32_t status_missing = 0x20000001;
 
 static std::string text_of(const char *text) {
     return text ? text : "";
@@ -41,7 +39,7 @@ static std::string rcode_name(int32_t code) {
 }
 
 static answer_class class_of(const dns_question &fact) {
-    if (fact.status == status_missing) {
+    if (fact.status == dns_sources::status_missing) {
         return answer_class::missing;
     }
     switch (fact.code) {
