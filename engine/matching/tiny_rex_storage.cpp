@@ -264,13 +264,6 @@ bool back_to_stream(window *w) {
     return ::fseek(w->stream, -left, SEEK_CUR) == 0;
 }
 
-// Matches with what is left of the run's steps.
-bool matches_within_budget(TRex *expression, const char *text, const char *end) {
-    const bool matched = __trex_match_within(expression, text, end, steps_to_take(trex_most_steps));
-    take_steps(expression->steps);
-    return matched;
-}
-
 // Tells the expression that matched, the last one that was looked at.
 void tell_match(pattern_search *search, const TRex &expression) {
     search->expression = search->expressions;
@@ -279,33 +272,39 @@ void tell_match(pattern_search *search, const TRex &expression) {
     tell(&evidence_sink::searched_patterns, *search);
 }
 
+// Matches with what is left of the run's steps.
+bool matches_within_budget(TRex *expression, pattern_search *search, const char *end) {
+    const bool matched =
+        __trex_match_within(expression, search->subject, end, steps_to_take(trex_most_steps));
+    take_steps(expression->steps);
+    if (matched) {
+        tell_match(search, *expression);
+    }
+    return matched;
+}
+
 // Reads the next block, which the window could not lend, the long way, with every line that this
 // may need. Reading goes on where it stops.
-bool matches_long_way(window *w, const char *text, const char *end, pattern_search *search) {
+bool matches_long_way(window *w, pattern_search *search, const char *end) {
     TRex expression = {};
     const bool read = trs_next(w->stream, &expression);
     search->expressions += read;
-    const bool matched = read && matches_within_budget(&expression, text, end);
-    if (matched) {
-        tell_match(search, expression);
-    }
+    const bool matched = read && matches_within_budget(&expression, search, end);
     drop_nodes(&expression);
     return matched;
 }
 
-bool any_block_matches(window *w, const char *text, pattern_search *search) {
-    const char *const end = text + ::strlen(text);
+bool any_block_matches(window *w, pattern_search *search) {
+    const char *const end = search->subject + ::strlen(search->subject);
     TRex expression;
     for (;;) {
         next_block next;
         while ((next = lend_block(w, &expression)) != next_block::cut) {
             ++search->expressions;
-            if (next == next_block::lent && matches_within_budget(&expression, text, end)) {
-                tell_match(search, expression);
+            if (next == next_block::lent && matches_within_budget(&expression, search, end)) {
                 return true;
             }
             if (steps_are_spent()) {
-                tell_failure(search->path, 0, "the steps of this run are spent");
                 return false;
             }
         }
@@ -313,7 +312,7 @@ bool any_block_matches(window *w, const char *text, pattern_search *search) {
             tell_failure(search->path, 0, "the file can't be read from a place");
             return false;
         }
-        if (matches_long_way(w, text, end, search)) {
+        if (matches_long_way(w, search, end)) {
             return true;
         }
         if (::feof(w->stream) || ::ferror(w->stream)) {
@@ -351,7 +350,7 @@ int compiled_regex_match(const char *path, const char *text) {
     w->stream = stream.get();
     w->used = w->filled = 0;
     search.existed = true;
-    const bool matched = any_block_matches(w.get(), text, &search);
+    const bool matched = any_block_matches(w.get(), &search);
     if (!matched) {
         tell(&evidence_sink::searched_patterns, search);
     }
