@@ -305,6 +305,7 @@ bool any_block_matches(window *w, pattern_search *search) {
                 return true;
             }
             if (steps_are_spent()) {
+                tell_failure(search->path, 0, "the steps of this run are spent");
                 return false;
             }
         }
