@@ -396,12 +396,27 @@ int ipr_del_range_from_file(const char *directory, const char *name, const char 
     return text ? fail(error, text) : 1;
 }
 
+// Whether a file is usable and whether it is in the legacy version; neither needs the right to
+// write.
+static bool looked_at(const char *directory, const char *name, bool *legacy) {
+    const range_file_ptr file(__open_range_file(directory, name, 0, 0));
+    *legacy = file && is_legacy(file.get());
+    return file != nullptr;
+}
+
 int ipr_convert_file(const char *directory, const char *name) {
     const heap_string path(__range_path(directory, name));
     if (!path || !restore_backup(__func__, path.get())) {
         return 0;
     }
     if (!vc_file_exists_ex(path.get(), vc_type_file)) {
+        return 1;
+    }
+    bool legacy = false;
+    if (!looked_at(directory, name, &legacy)) {
+        return 0;
+    }
+    if (!legacy) {
         return 1;
     }
     const range_edit_ptr edit = begin_edit(__func__, directory, name, false);

@@ -69,6 +69,7 @@ struct record_reader {
 void __begin_records(record_reader *in, vc_handle file, uint32_t record_size, uint32_t count);
 // The next record, valid until the next call. *size receives its bytes: fewer than a record's at
 // the end of the file, or when a read failed.
+// ERROR line: "Failed to read range records: error code %d", for a read that failed.
 const unsigned char *__next_record(record_reader *in, uint32_t *size);
 
 qf_ip_range __range_of_record(const unsigned char *record);

@@ -262,9 +262,13 @@ static void fill(record_reader *in) {
     while (in->unread && in->end < sizeof in->piece) {
         const uint64_t room = std::min<uint64_t>(sizeof in->piece - in->end, in->unread);
         uint32_t moved = 0;
-        if (platform::file_read(in->file, in->piece + in->end, static_cast<uint32_t>(room),
-                                &moved) ||
-            !moved) {
+        const uint32_t error =
+            platform::file_read(in->file, in->piece + in->end, static_cast<uint32_t>(room), &moved);
+        if (error) {
+            QF_ERROR_AS("__next_record", "Failed to read range records: error code %d",
+                        static_cast<int>(error));
+        }
+        if (error || !moved) {
             in->unread = 0;
             return;
         }

@@ -48,7 +48,8 @@ int ipr_valid_file_header(const ipr_file_header *header);
 
 // Whether a record of the file contains the address: 1, or 0 on any problem. A missing file is an
 // empty one, silently, and is not created.
-// ERROR lines: "file %s is corrupt" for a bad header or fewer records than the header says, "file
+// ERROR lines: "file %s is corrupt" for a bad header or fewer records than the header says (behind
+// "Failed to read range records: error code %d" when a read failed), "file
 // %s has an invalid range - treating as corrupt" (the search ends there), ENOMEM. DEBUG lines:
 // "zero byte file on non initializing operation", "file %s is corrupt" for less than a header.
 // Kept on purpose: records are taken as 264 bytes each also in a legacy file, and a last record of
@@ -114,7 +115,7 @@ int ipr_del_range_from_file(const char *directory, const char *name, const char 
                             const char *high, const char **error);
 
 // Rewrites a legacy file in the current version, with empty comments. 1 when the file is in version
-// 2 now or does not exist, else 0.
+// 2 now or does not exist, else 0. One that is in version 2 already is only read, without a lock.
 int ipr_convert_file(const char *directory, const char *name);
 
 } // namespace quillfence
