@@ -129,15 +129,6 @@ static bool is_plain(char c) {
     return plain_bytes[static_cast<unsigned char>(c)];
 }
 
-static bool same_letters(const char *a, const char *b, size_t length) {
-    for (size_t i = 0; i < length; ++i) {
-        if (to_lower(a[i]) != to_lower(b[i])) {
-            return false;
-        }
-    }
-    return true;
-}
-
 // Looks for the pieces between the stars one after another, each as far left as it goes.
 // pattern begins at a star and ends just behind one.
 static bool find_pieces(const char *pattern, const char *pattern_end, const char *subject,
