@@ -204,12 +204,12 @@ void vc_map_iterator_free(vc_map_iterator *iterator); // free() itself will do; 
 // ---- Files and printouts ----
 
 // Writes the binary file, docs/formats/saved-maps.md. Without overwrite an existing file is left
-// alone: 0 without a line. Kept on purpose: the file is not cut, so that a smaller map over a
-// larger file leaves the old tail behind the data, where the reader never looks. A save that breaks
-// off may leave parts of both files. ERROR lines: EINVAL for a null path; "Cannot save complex
-// maps!" (a release function other than free), "Key or value is too big, failed to save", "Table is
-// too large for its entries, failed to save" (vc_map_load would not believe it), "Failed to write
-// the data to the file during save:
+// alone: 0 without a line. The file is written as "<path>.tmp", brought to stable storage, and takes
+// the place in one step, with the owner and the rights of the old one: whatever happens, there is
+// the old map or the new one.
+// ERROR lines: EINVAL for a null path; "Cannot save complex maps!" (a release function other than
+// free), "Key or value is too big, failed to save", "Table is too large for its entries, failed to
+// save" (vc_map_load would not believe it), "Failed to write the data to the file during save:
 // [%s]".
 int vc_map_save(const vc_hashmap *map, const char *path, int overwrite);
 // Reads such a file into a new map that the caller destroys, or null. A path that is not a file is

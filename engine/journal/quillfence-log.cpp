@@ -427,9 +427,7 @@ static char *log_line(const smtp_state *state, const char *rule_name, uint8_t lo
 
 // Appends the line to the open log and closes it.
 static void append_line(vc_handle log, const char *line) {
-    if (vc_seek(log, 0, 2)) {
-        vc_write(log, line, static_cast<uint32_t>(strlen(line)));
-    }
+    vc_append(log, line, static_cast<uint32_t>(strlen(line)));
     vc_close(log);
 }
 
@@ -446,7 +444,7 @@ static void log_for_user(const char *directory, const char *line, uint8_t log_ty
         return;
     }
     QF_DEBUG_AS(operation, "attempting to log to user directory: %s", path.get());
-    const vc_handle log = vc_open_ex(path.get(), 0, 1, 0);
+    const vc_handle log = vc_open_append(path.get());
     if (log == vc_invalid_handle) {
         QF_ERROR_AS(operation, "failed to open or create user log...");
         return;
@@ -471,7 +469,7 @@ void log_message(smtp_state *state, const char *rule_name, uint8_t log_type) {
         QF_ENOMEM();
         return;
     }
-    const vc_handle log = vc_open_ex(path.get(), 0, 1, 0);
+    const vc_handle log = vc_open_append(path.get());
     if (log == vc_invalid_handle) {
         return;
     }

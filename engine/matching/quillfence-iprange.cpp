@@ -181,8 +181,7 @@ static int read_header(range_file *file) {
 
 static constexpr char open_operation[] = "__open_range_file";
 
-// 1 when the file just opened has a usable header, or has got one.
-static int take_header(range_file *file, bool initialise) {
+int __take_range_header(range_file *file, bool initialise) {
     const uint32_t size = vc_filesize(file->file);
     if (size >= range_header_size) {
         if (!read_header(file)) {
@@ -218,7 +217,7 @@ range_file *__open_range_file(const char *directory, const char *name, int write
     }
     file->path = path.release();
     file->file = vc_open_ex(file->path, write, write, 0);
-    if (file->file == vc_invalid_handle || !take_header(file.get(), initialising)) {
+    if (file->file == vc_invalid_handle || !__take_range_header(file.get(), initialising)) {
         return nullptr;
     }
     return file.release();
