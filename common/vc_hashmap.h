@@ -204,9 +204,9 @@ void vc_map_iterator_free(vc_map_iterator *iterator); // free() itself will do; 
 // ---- Files and printouts ----
 
 // Writes the binary file, docs/formats/saved-maps.md. Without overwrite an existing file is left
-// alone: 0 without a line. The file is written as "<path>.tmp", brought to stable storage, and takes
-// the place in one step, with the owner and the rights of the old one: whatever happens, there is
-// the old map or the new one.
+// alone: 0 without a line. The file is written as "<path>.tmp", brought to stable storage, and
+// takes the place in one step, with the owner and the rights of the old one: whatever happens,
+// there is the old map or the new one.
 // ERROR lines: EINVAL for a null path; "Cannot save complex maps!" (a release function other than
 // free), "Key or value is too big, failed to save", "Table is too large for its entries, failed to
 // save" (vc_map_load would not believe it), "Failed to write the data to the file during save:
