@@ -7,6 +7,7 @@
 #include "byte_cursor.h"
 #include "evidence.h"
 #include "quillfence-iprange-file.h"
+#include "read_ahead.h"
 #include "vc_dns.h"
 #include "vc_log.h"
 #include "vc_rfc.h"
@@ -255,10 +256,7 @@ void __begin_records(record_reader *in, vc_handle file, uint32_t record_size, ui
 
 // Reads until the piece is full or nothing is left.
 static void fill(record_reader *in) {
-    const uint32_t left = in->end - in->begin;
-    std::memmove(in->piece, in->piece + in->begin, left);
-    in->begin = 0;
-    in->end = left;
+    move_rest_to_front(in->piece, &in->begin, &in->end);
     while (in->unread && in->end < sizeof in->piece) {
         const uint64_t room = std::min<uint64_t>(sizeof in->piece - in->end, in->unread);
         uint32_t moved = 0;

@@ -5,6 +5,7 @@
 #include "byte_cursor.h"
 #include "evidence.h"
 #include "platform/file.h"
+#include "read_ahead.h"
 #include "step_budget.h"
 #include "vc_file.h"
 #include "vc_log.h"
@@ -203,11 +204,9 @@ struct window {
     alignas(TRexNode) unsigned char bytes[96 * 1024];
 };
 
-// Moves what is left to the front and fills up behind it.
+// Fills up behind what is left.
 void refill(window *w) {
-    w->filled -= w->used;
-    ::memmove(w->bytes, w->bytes + w->used, w->filled);
-    w->used = 0;
+    move_rest_to_front(w->bytes, &w->used, &w->filled);
     w->filled += ::fread(w->bytes + w->filled, 1, sizeof w->bytes - w->filled, w->stream);
 }
 
