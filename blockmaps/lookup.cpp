@@ -91,7 +91,7 @@ int lookupMapFile(const char *path, uint32_t address) {
     if (!vc_file_exists_ex(path, vc_type_file)) {
         return 0;
     }
-    const vc_handle file = vc_open_ex(path, 0, 0, 0);
+    const vc_handle file = vc_open_existing(path);
     if (file == vc_invalid_handle) {
         return 0;
     }

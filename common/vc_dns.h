@@ -11,6 +11,9 @@
 // 9706 and 9714; every other one but 0 is a failure. Kept on purpose: a refused query counts as
 // non-existence, while a name without records of the type counts as a failed lookup.
 //
+// A question goes to the DNS source of the calling thread's context, or to the system when there is
+// none (call_context.h); each attempt is told as dns_answered to whoever asks (evidence.h).
+//
 // `option` is the engine's DNS option byte: non-zero asks over TCP only.
 #pragma once
 

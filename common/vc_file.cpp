@@ -31,24 +31,79 @@ static int as_int(Number number) {
     return static_cast<int>(number);
 }
 
-vc_handle vc_open_ex(const char *path, int lock, int write, int) {
+static constexpr char open_operation[] = "vc_open_ex"; // all that opens reports in its name
+
+static bool has_path(const char *path) {
     if (is_empty(path)) {
-        QF_EINVAL();
-        return vc_invalid_handle;
+        QF_ERRNO_AS(open_operation, EINVAL);
+        return false;
     }
+    return true;
+}
+
+// 1, or 0 after the ERROR line.
+static int has_opened(uint32_t error) {
+    if (error) {
+        QF_ERROR_AS(open_operation, "unknown error opening - got error code %d", as_int(error));
+    }
+    return error == 0;
+}
+
+static void trace_lock(bool lock) {
     if (lock) {
-        QF_DEBUG("request for lock: omitting WRITE share options");
+        QF_DEBUG_AS(open_operation, "request for lock: omitting WRITE share options");
     } else {
-        QF_DEBUG("no lock requested - setting read and write share options");
+        QF_DEBUG_AS(open_operation, "no lock requested - setting read and write share options");
     }
-    vc_handle file = vc_invalid_handle;
-    const platform::file_options options = {
-        .write = write != 0, .lock = lock != 0, .when = platform::disposition::open_always};
-    if (const uint32_t error = platform::file_open(path, options, &file)) {
-        QF_ERROR("unknown error opening - got error code %d", as_int(error));
+}
+
+static vc_handle open_file(const char *path, platform::file_options options) {
+    if (!has_path(path)) {
         return vc_invalid_handle;
     }
-    return file;
+    trace_lock(options.lock);
+    vc_handle file = vc_invalid_handle;
+    const uint32_t error = platform::file_open(path, options, &file);
+    const bool missing =
+        error == platform::error_file_not_found || error == platform::error_path_not_found;
+    if (missing && options.when == platform::disposition::open_existing) {
+        QF_DEBUG_AS(open_operation, "[%s] is not there", path);
+        return vc_invalid_handle;
+    }
+    return has_opened(error) ? file : vc_invalid_handle;
+}
+
+vc_handle vc_open_ex(const char *path, int lock, int write, int) {
+    return open_file(
+        path, {.write = write != 0, .lock = lock != 0, .when = platform::disposition::open_always});
+}
+
+vc_handle vc_open_append(const char *path) {
+    return open_file(path, {.append = true, .when = platform::disposition::open_always});
+}
+
+int vc_open_edit(const char *path, int create, platform::edit_lock *lock) {
+    *lock = {};
+    if (!has_path(path)) {
+        return 0;
+    }
+    trace_lock(true);
+    const auto when =
+        create ? platform::disposition::open_always : platform::disposition::open_existing;
+    return has_opened(platform::edit_lock_take(path, when, lock));
+}
+
+int vc_begin_replacement(const char *path, const char *ending, platform::replacement *begun) {
+    begun->lock = {};
+    if (!has_path(path)) {
+        return 0;
+    }
+    trace_lock(true);
+    return has_opened(platform::replacement_begin(path, ending, begun));
+}
+
+vc_handle vc_open_existing(const char *path) {
+    return open_file(path, {.when = platform::disposition::open_existing});
 }
 
 int vc_close(vc_handle file) {
@@ -89,6 +144,25 @@ int vc_write(vc_handle file, const void *buffer, uint32_t count) {
         next += written;
         left -= written;
     }
+}
+
+int vc_append(vc_handle file, const void *buffer, uint32_t count) {
+    if (file == vc_invalid_handle || !buffer || !count) {
+        QF_EINVAL();
+        return 0;
+    }
+    uint32_t written = 0;
+    uint32_t error = platform::file_write(file, buffer, count, &written);
+    if (!error && written < count) {
+        error =
+            platform::error_disk_full; // the rest, written later, could stand behind others' bytes
+    }
+    if (error) {
+        QF_ERROR("fatal error on block write (w32) got error code %d", as_int(error));
+        return 0;
+    }
+    QF_DEBUG("wrote %d bytes", as_int(written));
+    return 1;
 }
 
 // The loop of the reading operations. *delivered receives the number of bytes that arrived, also
@@ -245,6 +319,23 @@ char *vc_fd_get_contents_ex(vc_handle file, uint64_t *size) {
     return contents.release();
 }
 
+// The whole of a file that was just opened, and closes it. The lines are vc_file_get_contents_ex's.
+static char *take_contents(const char *path, vc_handle file, uint64_t *size) {
+    static constexpr char operation[] = "vc_file_get_contents_ex";
+    if (file == vc_invalid_handle) {
+        QF_DEBUG_AS(operation, "couldn't open file so aborting");
+        return nullptr;
+    }
+    char *contents = vc_fd_get_contents_ex(file, size);
+    const int reason = errno;
+    vc_close(file);
+    if (!contents) {
+        QF_ERROR_AS(operation, "Failed to get file contents [%s]: %s", path, ::strerror(reason));
+        errno = reason;
+    }
+    return contents;
+}
+
 char *vc_file_get_contents_ex(const char *path, uint64_t *size) {
     errno = 0;
     if (is_empty(path)) {
@@ -252,18 +343,17 @@ char *vc_file_get_contents_ex(const char *path, uint64_t *size) {
         return nullptr;
     }
     const vc_handle file = vc_open_ex(path, 0, 0, 0);
-    if (file == vc_invalid_handle) {
-        QF_DEBUG("couldn't open file so aborting");
+    return take_contents(path, file, size);
+}
+
+char *vc_existing_contents(const char *path, uint64_t *size) {
+    errno = 0;
+    if (is_empty(path)) {
+        QF_EINVAL();
         return nullptr;
     }
-    char *contents = vc_fd_get_contents_ex(file, size);
-    const int reason = errno;
-    vc_close(file);
-    if (!contents) {
-        QF_ERROR("Failed to get file contents [%s]: %s", path, ::strerror(reason));
-        errno = reason;
-    }
-    return contents;
+    const vc_handle file = vc_open_existing(path);
+    return take_contents(path, file, size);
 }
 
 int vc_file_exists_ex(const char *path, int type) {

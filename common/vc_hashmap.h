@@ -212,9 +212,9 @@ void vc_map_iterator_free(vc_map_iterator *iterator); // free() itself will do; 
 //
 // Records come in slot order. Bit 0 of the entry flags is set for every value that the map points
 // to, owned or not and however short: its bytes are saved, never the pointer. A null value has no
-// bytes. Without overwrite an existing file is left alone: 0 without a line. The file is not cut:
-// saving a smaller map over a larger file leaves the old tail behind the data, where the reader
-// never looks (kept on purpose). A save that breaks off may leave parts of both files.
+// bytes. Without overwrite an existing file is left alone: 0 without a line. The file is written as
+// "<path>.tmp", brought to stable storage, and takes the place in one step, with the owner and the
+// rights of the old one: whatever happens, there is the old map or the new one.
 // ERROR lines: EINVAL for a null path; "Cannot save complex maps!" (a release function other than
 // free), "Key or value is too big, failed to save", "Table is too large for its entries, failed to
 // save" (vc_map_load would not believe it), "Failed to write the data to the file during save:

@@ -1,10 +1,14 @@
 #include "vc_w32.h"
 
+#include <atomic>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 
+#include "evidence.h"
 #include "platform/clock.h"
+#include "platform/complaint.h"
+#include "platform/error_numbers.h"
 #include "platform/process.h"
 #include "vc_dns.h"
 #include "vc_file.h"
@@ -25,6 +29,8 @@ constexpr char breakpoint_bypass[] = "C:/vc_breakpoint_bypass";
 
 constexpr char error_line[] = "%s:%d ERROR %s(): %s";
 constexpr char debug_line[] = "%s:%d DEBUG %s(): %s";
+constexpr char warning_line[] = "%s:%d WARNING %s(): %s";
+constexpr char platform_module[] = "platform";
 
 // While log is set, the source counts as open.
 struct event_source {
@@ -38,17 +44,11 @@ enum class verbosity { unknown, quiet, verbose };
 event_source source;
 vc_log_function log_function;
 vc_oom_function oom_function;
-verbosity verbose_debug = verbosity::unknown;
-
-struct line_location {
-    const char *function;
-    const char *file;
-    unsigned line;
-};
+std::atomic<verbosity> verbose_debug = verbosity::unknown; // every thread finds out the same
 
 // Builds the message and hands the line to the log function, which must be installed.
-void emit_line(int priority, const char *line_format, const line_location &where,
-               const char *format, va_list arguments) {
+void emit_line(int priority, const char *line_format, const log_place &where, const char *format,
+               va_list arguments) {
     char message[message_size] = {};
     platform::vformat_text(message, sizeof message, format, arguments);
     vc_sanitize(message);
@@ -57,11 +57,12 @@ void emit_line(int priority, const char *line_format, const line_location &where
 }
 
 bool debug_lines_wanted() {
-    if (verbose_debug == verbosity::unknown) {
-        verbose_debug =
-            platform::environment_has("VERBOSEDEBUG") ? verbosity::verbose : verbosity::quiet;
+    verbosity wanted = verbose_debug.load(std::memory_order_relaxed);
+    if (wanted == verbosity::unknown) {
+        wanted = platform::environment_has("VERBOSEDEBUG") ? verbosity::verbose : verbosity::quiet;
+        verbose_debug.store(wanted, std::memory_order_relaxed);
     }
-    return verbose_debug == verbosity::verbose;
+    return wanted == verbosity::verbose;
 }
 
 } // namespace
@@ -122,19 +123,50 @@ platform::event_type vc_event_type(int priority) {
     }
 }
 
+// What the platform complains of, as a line of its own module. The text is longer than that of
+// other lines, so that a path is seen to its end.
+static void log_complaint(platform::event_type type, const char *function, const char *message) {
+    if (!log_function) {
+        return;
+    }
+    char text[event_size];
+    platform::format_text(text, sizeof text, "%s", message);
+    vc_sanitize(text);
+    const bool error = type == platform::event_type::error;
+    log_function(error ? priority_error : priority_warning, error ? error_line : warning_line,
+                 platform_module, 0, function, text);
+}
+
 void vc_set_log_function(vc_log_function function) {
     log_function = function;
+    platform::set_complaint_listener(function ? log_complaint : nullptr);
 }
 
 void vc_set_oom_function(vc_oom_function function) {
     oom_function = function;
 }
 
+// The line's text as the log gets it, to whoever asks.
+static void tell_error(const log_place &where, const char *format, va_list arguments) {
+    char message[message_size] = {};
+    platform::vformat_text(message, sizeof message, format, arguments);
+    vc_sanitize(message);
+    tell(&evidence_sink::wrote_error, {text_or_null(where.file), where.function, message});
+}
+
 void vc_log_error(const char *function, const char *file, unsigned line, const char *format, ...) {
-    if (!log_function || !function || !format) {
+    if (!function || !format) {
         return;
     }
     va_list arguments;
+    if (asked()) {
+        va_start(arguments, format);
+        tell_error({function, file, line}, format, arguments);
+        va_end(arguments);
+    }
+    if (!log_function) {
+        return;
+    }
     va_start(arguments, format);
     emit_line(priority_error, error_line, {function, file, line}, format, arguments);
     va_end(arguments);
@@ -165,7 +197,17 @@ void vc_log_info(const char *format, ...) {
 
 int vc_log_oom(const char *function, const char *file, unsigned line) {
     vc_log_error(function, file, line, "%s", strerror(ENOMEM));
+    tell(&evidence_sink::could_not_look,
+         {.what = function, .error = platform::error_not_enough_memory, .reason = "no memory"});
     return oom_function ? oom_function() : 0;
+}
+
+void vc_log_errno(const char *function, const char *file, unsigned line, int number) {
+    if (number == ENOMEM) {
+        vc_log_oom(function, file, line);
+    } else {
+        vc_log_error(function, file, line, "%s", strerror(number));
+    }
 }
 
 void __vc_forget_verbosedebug() {

@@ -1,8 +1,12 @@
 #include "list_files.h"
 
+#include <algorithm>
+#include <cstdlib>
 #include <memory>
+#include <new>
 
 #include "engine_messages.h"
+#include "expression_text.h"
 #include "text.h"
 #include "tiny_rex.h"
 #include "vc_dns.h"
@@ -11,45 +15,30 @@
 
 namespace quillfence::data_files {
 
-const list_file *find_list_file(std::string_view name) {
-    for (const list_file &file : list_files) {
-        if (name == file.name) {
-            return &file;
-        }
-    }
-    return nullptr;
+const configuration_file *find_list_file(std::string_view path) {
+    const configuration_file *const file = find_configuration_file(path);
+    return file && is_list(*file) ? file : nullptr;
 }
 
-list_matcher matcher_of(list_kind kind) {
-    return kind == list_kind::addresses ? __wildcardmatch : _stricmp;
-}
-
-const char *matcher_name(list_kind kind) {
-    return kind == list_kind::addresses ? "wildcard" : "whole text";
+const char *matcher_name(const configuration_file &list) {
+    return list.matcher == __wildcardmatch ? "wildcard" : "whole text";
 }
 
 bool is_plain_pattern(std::string_view entry) {
-    return entry.find_first_of("$()+?[\\]^{|}") == std::string_view::npos;
-}
-
-// As __wildcardmatch translates it.
-static std::string expression_of(std::string_view entry) {
-    std::string expression = "^";
-    for (const char c : entry) {
-        if (c == '*') {
-            expression += '.';
-        } else if (c == '.') {
-            expression += '\\';
-        }
-        expression += c;
-    }
-    return expression + '$';
+    return std::none_of(entry.begin(), entry.end(), [](char c) {
+        return is_expression_operator(c) && !is_plain_in_wildcards(c);
+    });
 }
 
 std::string why_not_compiled(const std::string &entry) {
     engine_messages messages;
+    const std::unique_ptr<char, decltype(&std::free)> expression(
+        expression_of_wildcards(entry.c_str()), std::free);
+    if (!expression) {
+        throw std::bad_alloc();
+    }
     const std::unique_ptr<TRex, decltype(&trex_free)> compiled(
-        trex_compile_ex(expression_of(entry).c_str(), trex_fold_case), trex_free);
+        trex_compile_ex(expression.get(), trex_fold_case), trex_free);
     for (int32_t i = 0; compiled && i < compiled->nsize; ++i) {
         if (!__trex_node_is_valid(compiled.get(), &compiled->nodes[i])) {
             break;
@@ -94,14 +83,14 @@ static std::string why_useless_ip(const std::string &entry) {
     return "never matches: no IP address";
 }
 
-std::string why_useless(list_kind kind, const std::string &entry) {
+std::string why_useless(file_kind kind, const std::string &entry) {
     if (!entry.empty() && is_space(entry.back())) {
         return "ends in white space, which belongs to the entry";
     }
     switch (kind) {
-    case list_kind::addresses:
+    case file_kind::addresses:
         return why_useless_address(entry);
-    case list_kind::ips:
+    case file_kind::ips:
         return why_useless_ip(entry);
     default:
         return {};

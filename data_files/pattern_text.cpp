@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "engine_messages.h"
+#include "expression_text.h"
 #include "vc_text.h"
 
 namespace quillfence::data_files {
@@ -294,7 +295,7 @@ class node_writer {
             letter(node, index);
             break;
         default:
-            text_ += character_text(node.type, "$()*+.?[\\]^{|}", index);
+            text_ += character_text(node.type, expression_operators, index);
         }
     }
 

@@ -248,9 +248,8 @@ ksf_domain_set *ksf_load_list(const char *path) {
         return nullptr;
     }
     uint64_t size = 0;
-    // A missing file would be created by reading it.
-    const heap_string text(
-        vc_file_exists_ex(path, vc_type_file) ? vc_file_get_contents_ex(path, &size) : nullptr);
+    const heap_string text(vc_file_exists_ex(path, vc_type_file) ? vc_existing_contents(path, &size)
+                                                                 : nullptr);
     if (!text) {
         QF_ERROR("Failed to read domain/ip list file: %s", path);
         QF_ERROR("Unable to load KSF list: %s", path);

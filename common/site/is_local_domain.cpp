@@ -84,7 +84,7 @@ static bool table_holds(const char *path, const char *domain) {
         QF_ERRNO_AS("is_local_domain", ENOMEM);
         return false;
     }
-    in->file = vc_open_ex(path, 0, 0, 0);
+    in->file = vc_open_existing(path);
     if (in->file == vc_invalid_handle) {
         return false;
     }

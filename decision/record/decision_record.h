@@ -140,8 +140,8 @@ struct file_source {
 };
 
 using source = std::variant<std::monostate, list_source, range_source, expression_source,
-                            block_map_source, sender_network_source, registry_source,
-                            folder_source, address_map_source, built_in_source, file_source>;
+                            block_map_source, sender_network_source, registry_source, folder_source,
+                            address_map_source, built_in_source, file_source>;
 
 // --- what was decided --------------------------------------------------------------------------
 
@@ -257,7 +257,7 @@ struct dns_record {
     std::string transport; // "tcp", "udp"; "" when the system does not tell
     std::string server;    // "192.0.2.53:53"; likewise
     uint32_t status = 0;
-    std::string rcode; // "NOERROR", "NXDOMAIN"; "" when there was no answer
+    std::string rcode;                       // "NOERROR", "NXDOMAIN"; "" when there was no answer
     answer_class is = answer_class::failure; // "class" in the document
     std::vector<std::string> records;        // "CNAME x.", "PTR mail.example.org."
     uint32_t attempt = 1;                    // of the engine

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "configuration.h"
 #include "hook_table.h"
 #include "lookup.h"
 #include "quillfence-file.h"
@@ -20,7 +21,6 @@ namespace quillfence {
 
 static constexpr char module_name[] = "quillfence-checks";
 
-static constexpr char block_maps_dir[] = "c:/quillfence/bms/";
 static constexpr char block_maps_rule[] = "block_lists";
 static constexpr char rbl_rule[] = "block_rbl_lists";
 
@@ -110,7 +110,7 @@ static bool record_hit(smtp_state *state, const spam_rule *rule, char *name) {
 // when the lookup and the list disagree for lack of memory: a walk that broke off behind a hit, or
 // hits of which none could be kept. A walk that breaks off before any hit has found none.
 static bool ask_block_maps(const smtp_state *state, vc_list_entry *maps, vc_list_entry **hits) {
-    const bool listed = lookupMaps(block_maps_dir, maps, state->ip, hits);
+    const bool listed = lookupMaps(quillfence_block_maps_dir, maps, state->ip, hits);
     return listed == (*hits != nullptr);
 }
 
@@ -124,29 +124,10 @@ static constexpr session_kind report_order[] = {
     {&smtp_state::ndr, &spam_rule::ndr, nullptr},
 };
 
-static constexpr const char *reportable_rules[] = {
-    "block_ip_in_addr",
-    "check_dynamic_reverse_dns_default",
-    "check_dynamic_reverse_dns",
-    "check_confirmed_dyna",
-    "check_ip_reverse_dns",
-    "check_reverse_dns_list",
-    "require_helo",
-    "valid_helo_domain",
-    "resolve_helo_domain",
-    "rfc_mail_from",
-    "require_full_addr",
-    "valid_from_domain",
-    "valid_ptr",
-    "known_sender_forgery",
-    "block_nonauth_ipv6",
-    "local_require_auth",
-};
-
 bool is_reportable_rule(const char *name) {
-    for (const char *reportable : reportable_rules) {
-        if (strcmp(reportable, name) == 0) {
-            return true;
+    for (const rule_row &row : rule_rows()) {
+        if (strcmp(row.name, name) == 0) {
+            return row.reported;
         }
     }
     return false;
@@ -190,9 +171,11 @@ int run_all_bms_checks(smtp_state *state, vc_list_entry *rules, vc_list_entry **
         *hits = nullptr;
         return 1;
     }
-    text_list maps(vc_file_to_list(quillfence_base_dir, "bms/lists_to_update"));
+    text_list maps(
+        vc_file_to_list(quillfence_base_dir, path_in_base(configured("bms/lists_to_update"))));
     if (!maps.head) {
-        maps.head = vc_file_to_list(quillfence_base_dir, "bms/control/lists_to_update");
+        maps.head = vc_file_to_list(quillfence_base_dir,
+                                    path_in_base(configured("bms/control/lists_to_update")));
     }
     if (!maps.head) {
         QF_ERROR("Failed to load list of BMS");
@@ -266,7 +249,7 @@ static constexpr char default_rules[] =
 
 // Loads the enabled rules' names; false without memory.
 static bool load_enabled_rules(vc_list_entry **enabled) {
-    static constexpr char file[] = "rules.enabled";
+    static constexpr const char *file = name_in_folder(configured("control/rules.enabled"));
     const heap_string path(__build_path(quillfence_control_dir, file));
     if (!path) {
         return false;
@@ -351,7 +334,8 @@ int global_bms_r(smtp_state *state, vc_list_entry *rules) {
     if (!set_base_dir(__func__, state, quillfence_base_dir) || !find_rule(rules, block_maps_rule)) {
         return 0;
     }
-    const text_list lists(vc_file_to_list(quillfence_control_dir, "bms.enabled"));
+    const text_list lists(
+        vc_file_to_list(quillfence_control_dir, name_in_folder(configured("control/bms.enabled"))));
     return run_bms_checks_r(state, lists.head, rules);
 }
 
@@ -405,7 +389,8 @@ int global_rbl_r(smtp_state *state, vc_list_entry *rules) {
     if (!find_rule(rules, rbl_rule)) {
         return 0;
     }
-    const text_list hosts(vc_file_to_list(quillfence_base_dir, "rbl.enabled"));
+    const text_list hosts(
+        vc_file_to_list(quillfence_base_dir, path_in_base(configured("rbl.enabled"))));
     return run_rbl_checks_r(state, hosts.head, rules);
 }
 

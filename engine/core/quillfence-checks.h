@@ -28,7 +28,8 @@ namespace quillfence {
 // Report flavour. *hits receives a list of heap strings (null for no hits) that the caller
 // releases with free; on failure it is left alone.
 
-// Whether the report may name a rule: 16 rules of the table, matched exactly.
+// Whether the report may name a rule: its row in the table says so. Names match exactly; a
+// rule that is not in the table is not named.
 bool is_reportable_rule(const char *name);
 
 // The names of the reportable rules that hit, in table order. "block_all_mail" is not run.

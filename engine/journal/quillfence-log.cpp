@@ -1,6 +1,7 @@
 #include "quillfence-log.h"
 
 #include "byte_cursor.h"
+#include "configuration.h"
 #include "platform/clock.h"
 #include "platform/process.h"
 #include "quillfence-file.h"
@@ -12,7 +13,9 @@ namespace quillfence {
 
 static constexpr char module_name[] = "quillfence-log";
 
-static constexpr char counter_file_name[] = ".counterv2.dat";
+static constexpr const char *daily_name = name_in_folder(configured("log/.counterv2.dat"));
+static constexpr const char *hourly_name = name_in_folder(configured("log/.counterv2.dat.hourly"));
+static constexpr const char *mail_log_name = name_in_folder(configured("log/qflog"));
 static constexpr unsigned char counter_version = 2;
 static constexpr uint32_t header_size = 5;
 static constexpr uint32_t record_size = 32;
@@ -206,7 +209,7 @@ char *ql_get_counter_file(const char *directory, int month) {
         QF_EINVAL();
         return nullptr;
     }
-    vc_asprintf(&path, "%s/%s.%02d", directory, counter_file_name, month);
+    vc_asprintf(&path, "%s/%s.%02d", directory, daily_name, month);
     return path;
 }
 
@@ -216,7 +219,7 @@ char *ql_get_counter_file_hourly(const char *directory) {
         QF_EINVAL();
         return nullptr;
     }
-    vc_asprintf(&path, "%s/%s.hourly", directory, counter_file_name);
+    vc_asprintf(&path, "%s/%s", directory, hourly_name);
     return path;
 }
 
@@ -432,9 +435,7 @@ static char *log_line(const smtp_state *state, const char *rule_name, uint8_t lo
 
 // Appends the line to the open log and closes it.
 static void append_line(vc_handle log, const char *line) {
-    if (vc_seek(log, 0, 2)) {
-        vc_write(log, line, static_cast<uint32_t>(strlen(line)));
-    }
+    vc_append(log, line, static_cast<uint32_t>(strlen(line)));
     vc_close(log);
 }
 
@@ -446,12 +447,12 @@ static void count_in(const char *directory, uint8_t log_type, uint8_t mua) {
 
 static void log_for_user(const char *directory, const char *line, uint8_t log_type, uint8_t mua) {
     static constexpr char operation[] = "log_message";
-    const heap_string path(__build_path(directory, "qflog"));
+    const heap_string path(__build_path(directory, mail_log_name));
     if (!path) {
         return;
     }
     QF_DEBUG_AS(operation, "attempting to log to user directory: %s", path.get());
-    const vc_handle log = vc_open_ex(path.get(), 0, 1, 0);
+    const vc_handle log = vc_open_append(path.get());
     if (log == vc_invalid_handle) {
         QF_ERROR_AS(operation, "failed to open or create user log...");
         return;
@@ -470,13 +471,13 @@ void log_message(smtp_state *state, const char *rule_name, uint8_t log_type) {
         return;
     }
     const uint32_t thread = platform::thread_id();
-    const heap_string path(__build_path(ql_global_directory, "qflog"));
+    const heap_string path(__build_path(ql_global_directory, mail_log_name));
     const heap_string line(log_line(state, rule_name, log_type, &now, thread));
     if (!path || !line) {
         QF_ENOMEM();
         return;
     }
-    const vc_handle log = vc_open_ex(path.get(), 0, 1, 0);
+    const vc_handle log = vc_open_append(path.get());
     if (log == vc_invalid_handle) {
         return;
     }

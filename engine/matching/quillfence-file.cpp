@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "expression_text.h"
 #include "line_reader.h"
 #include "list_line.h"
 #include "platform/error_numbers.h"
@@ -117,40 +118,11 @@ int __regexmatch(const char *expression, const char *subject) {
     return matches ? 0 : 1;
 }
 
-// The regular expression of a wildcard pattern, as a new string; null without memory.
-static char *expression_of_wildcards(const char *pattern) {
-    size_t size = 3; // "^", "$" and the NUL
-    for (const char *c = pattern; *c; ++c) {
-        size += *c == '*' || *c == '.' ? 2 : 1;
-    }
-    char *const expression = static_cast<char *>(std::malloc(size));
-    if (!expression) {
-        return nullptr;
-    }
-    char *out = expression;
-    *out++ = '^';
-    for (const char *c = pattern; *c; ++c) {
-        if (*c == '*') {
-            *out++ = '.';
-        } else if (*c == '.') {
-            *out++ = '\\';
-        }
-        *out++ = *c;
-    }
-    *out++ = '$';
-    *out = '\0';
-    return expression;
-}
-
-// The bytes that the expression engine takes for themselves and nothing else, "." included as it
-// is escaped: printable and no operator.
+// is_plain_in_wildcards of every byte but the star.
 static constexpr auto plain_bytes = [] {
     std::array<bool, 256> plain{};
-    for (int c = 32; c <= 126; ++c) {
-        plain[static_cast<size_t>(c)] = true;
-    }
-    for (const char c : {'$', '(', ')', '*', '+', '?', '[', '\\', ']', '^', '{', '|', '}'}) {
-        plain[static_cast<unsigned char>(c)] = false;
+    for (size_t c = 0; c < plain.size(); ++c) {
+        plain[c] = c != '*' && is_plain_in_wildcards(static_cast<char>(c));
     }
     return plain;
 }();
@@ -307,7 +279,7 @@ int vc_file_to_int(const char *directory, const char *name) {
         QF_DEBUG("file %s does not exist", path.get());
         return 0;
     }
-    const heap_string contents(vc_file_get_contents_ex(path.get(), nullptr));
+    const heap_string contents(vc_existing_contents(path.get(), nullptr));
     if (!contents) {
         QF_DEBUG("failed to retrieve contents of file %s", path.get());
         return 0;
@@ -329,7 +301,7 @@ vc_list_entry *vc_file_to_list(const char *directory, const char *name) {
     }
     QF_DEBUG("loading contents of file %s", path.get());
     uint64_t size = 0;
-    const heap_string contents(vc_file_get_contents_ex(path.get(), &size));
+    const heap_string contents(vc_existing_contents(path.get(), &size));
     if (!contents) {
         return nullptr;
     }

@@ -38,6 +38,9 @@ char *__range_path(const char *directory, const char *name);
 // together with write: the file is created when missing, and gets a fresh header when it has no
 // valid one; otherwise a missing file gives null silently.
 range_file *__open_range_file(const char *directory, const char *name, int write, int initialise);
+// 1 when the file just opened has a usable header, in file->header then. initialise: it gets a
+// fresh one without records when it has no valid one; it must be open for writing.
+int __take_range_header(range_file *file, bool initialise);
 // Closes (unless it is closed already) and frees; null is accepted.
 void __close_range_file(range_file *file);
 struct range_file_closer {

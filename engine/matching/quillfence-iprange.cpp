@@ -180,8 +180,7 @@ static int read_header(range_file *file) {
 
 static constexpr char open_operation[] = "__open_range_file";
 
-// 1 when the file just opened has a usable header, or has got one.
-static int take_header(range_file *file, bool initialise) {
+int __take_range_header(range_file *file, bool initialise) {
     const uint32_t size = vc_filesize(file->file);
     if (size >= range_header_size) {
         if (!read_header(file)) {
@@ -216,8 +215,8 @@ range_file *__open_range_file(const char *directory, const char *name, int write
         return nullptr;
     }
     file->path = path.release();
-    file->file = vc_open_ex(file->path, write, write, 0);
-    if (file->file == vc_invalid_handle || !take_header(file.get(), initialising)) {
+    file->file = write ? vc_open_ex(file->path, write, write, 0) : vc_open_existing(file->path);
+    if (file->file == vc_invalid_handle || !__take_range_header(file.get(), initialising)) {
         return nullptr;
     }
     return file.release();
@@ -373,7 +372,7 @@ int ipr_file_contains_range(const char *path, const char *low, const char *high,
         !vc_file_exists_ex(path, vc_type_file)) {
         return 0;
     }
-    range_file file = {vc_open_ex(path, 0, 0, 0), {}, const_cast<char *>(path)}; // path is borrowed
+    range_file file = {vc_open_existing(path), {}, const_cast<char *>(path)}; // path is borrowed
     if (file.file == vc_invalid_handle) {
         return 0;
     }

@@ -1,5 +1,6 @@
 #include "quillfence-spam-hooks.h"
 
+#include "configuration.h"
 #include "quillfence-file.h"
 #include "quillfence-iprange.h"
 #include "step_budget.h"
@@ -14,49 +15,37 @@ static constexpr char module_name[] = "quillfence-spam-hooks";
 
 // --- list hooks ---
 
-struct list_lookup {
-    const char *operation;
-    char *smtp_state::*value;
-    const char *list;
-    list_matcher matcher;
-    const char *range_file; // asked when the list says no; null for none
-};
-
-static uint8_t look_up(const list_lookup &lookup, const smtp_state *state) {
-    const char *const value = state ? state->*lookup.value : nullptr;
+static uint8_t look_up(const char *operation, const configuration_file &list,
+                       char *smtp_state::*field, const smtp_state *state) {
+    const char *const value = state ? state->*field : nullptr;
     if (is_empty(value)) {
-        QF_ERRNO_AS(lookup.operation, EINVAL);
+        QF_ERRNO_AS(operation, EINVAL);
         return 0;
     }
-    if (__file_contains_line(state->base_dir, lookup.list, value, lookup.matcher)) {
+    if (__file_contains_line(state->base_dir, path_in_base(list), value, list.matcher)) {
         return 1;
     }
-    return lookup.range_file &&
-           file_contains_ip_range_match(lookup.range_file, value, state->base_dir);
+    return list.range_file && file_contains_ip_range_match(list.range_file, value, state->base_dir);
 }
 
 uint8_t fromwhitelist_hook(smtp_state *state) {
-    return look_up({__func__, &smtp_state::mail_from, "from_whitelist", __wildcardmatch, nullptr},
-                   state);
+    return look_up(__func__, configured("from_whitelist"), &smtp_state::mail_from, state);
 }
 
 uint8_t towhitelist_hook(smtp_state *state) {
-    return look_up({__func__, &smtp_state::rcpt_to, "exempt_users", __wildcardmatch, nullptr},
-                   state);
+    return look_up(__func__, configured("exempt_users"), &smtp_state::rcpt_to, state);
 }
 
 uint8_t fromblacklist_hook(smtp_state *state) {
-    return look_up({__func__, &smtp_state::mail_from, "from_blacklist", __wildcardmatch, nullptr},
-                   state);
+    return look_up(__func__, configured("from_blacklist"), &smtp_state::mail_from, state);
 }
 
 uint8_t ipwhitelist_hook(smtp_state *state) {
-    return look_up({__func__, &smtp_state::ip, "exempt_ips", _stricmp, "exempt_ips.range"}, state);
+    return look_up(__func__, configured("exempt_ips"), &smtp_state::ip, state);
 }
 
 uint8_t ipblacklist_hook(smtp_state *state) {
-    return look_up({__func__, &smtp_state::ip, "blocked_ips", _stricmp, "blocked_ips.range"},
-                   state);
+    return look_up(__func__, configured("blocked_ips"), &smtp_state::ip, state);
 }
 
 // --- pattern-file hooks ---

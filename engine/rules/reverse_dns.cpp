@@ -5,26 +5,17 @@
 
 namespace quillfence {
 
-void ptr_debug(const char *rule, const char *line) {
-    vc_log_debug(rule, rule, __LINE__, "%s", line);
-}
-
-void ptr_error(const char *rule, const char *line) {
-    vc_log_error(rule, rule, __LINE__, "%s", line);
-}
-
-bool has_routable_client(const char *rule, const smtp_state *state) {
-    const char *const module_name = rule;
+bool has_routable_client(const log_place &rule, const smtp_state *state) {
     if (!state) {
-        QF_ERRNO_AS(rule, EINVAL);
+        QF_ERRNO_AT(rule, EINVAL);
         return false;
     }
     if (!state->ip) {
-        ptr_debug(rule, "no IP address found. Can't run test");
+        QF_DEBUG_AT(rule, "no IP address found. Can't run test");
         return false;
     }
     if (!state->routable) {
-        ptr_debug(rule, "IP address is not routable, skipping rule...");
+        QF_DEBUG_AT(rule, "IP address is not routable, skipping rule...");
         return false;
     }
     return true;
@@ -52,37 +43,38 @@ bool has_ptr_names(const smtp_state *state) {
     return state->ptr_results && *state->ptr_results;
 }
 
-bool take_ptr_answer(const char *rule, smtp_state *state, int code, const char *no_names_line) {
+bool take_ptr_answer(const log_place &rule, smtp_state *state, int code,
+                     const char *no_names_line) {
     if (is_ptr_failure(code)) {
         state->rdns_resolves = resolves_tempfail;
-        ptr_debug(rule, ptr_failure_line);
+        QF_DEBUG_AT(rule, "%s", ptr_failure_line);
         return false;
     }
     if (code != vc_dns_found) {
-        ptr_debug(rule, "DNS NXDOMAIN. setting cache");
+        QF_DEBUG_AT(rule, "DNS NXDOMAIN. setting cache");
         state->rdns_resolves = resolves_no;
         return false;
     }
     if (!has_ptr_names(state)) {
-        ptr_debug(rule, no_names_line);
+        QF_DEBUG_AT(rule, "%s", no_names_line);
         state->rdns_resolves = resolves_tempfail;
         return false;
     }
-    ptr_debug(rule, "DNS lookup success. setting cache");
+    QF_DEBUG_AT(rule, "DNS lookup success. setting cache");
     state->rdns_resolves = resolves_yes;
     return true;
 }
 
-bool reach_ptr_names(const char *rule, smtp_state *state, const char *no_names_line) {
+bool reach_ptr_names(const log_place &rule, smtp_state *state, const char *no_names_line) {
     if (!has_routable_client(rule, state)) {
         return false;
     }
     switch (state->rdns_resolves) {
     case resolves_no:
-        ptr_debug(rule, "cache shows PTR is NXDOMAIN. Can't run test");
+        QF_DEBUG_AT(rule, "cache shows PTR is NXDOMAIN. Can't run test");
         return false;
     case resolves_tempfail:
-        ptr_debug(rule, "cache shows PTR is temporarily unavailable");
+        QF_DEBUG_AT(rule, "cache shows PTR is temporarily unavailable");
         return false;
     case resolves_unknown:
         return take_ptr_answer(rule, state, look_up_ptr_names(state), no_names_line);
@@ -90,13 +82,13 @@ bool reach_ptr_names(const char *rule, smtp_state *state, const char *no_names_l
         break;
     }
     if (!has_ptr_names(state)) {
-        ptr_debug(rule, "cache shows DNS lookup error. Skipping test");
+        QF_DEBUG_AT(rule, "cache shows DNS lookup error. Skipping test");
         return false;
     }
     return true;
 }
 
-uint8_t run_ptr_hook(const char *rule, session_hook hook_table::*slot, smtp_state *state,
+uint8_t run_ptr_hook(const log_place &rule, session_hook hook_table::*slot, smtp_state *state,
                      const char *no_names_line) {
     if (!reach_ptr_names(rule, state, no_names_line)) {
         return 0;

@@ -1,6 +1,6 @@
 // What the six rules over the client's PTR names have in common: who can be judged at all, the
 // one lookup of a session, and the moves of its cache (smtp_state::rdns_resolves). Log lines come
-// under the rule's own name as function and source.
+// from the rule's place, QF_HERE.
 //
 //     asked for PTR names    four name rules     rule_check_ip_reverse_dns   rule_valid_ptr
 //     failed                 0, cache 3          0, cache 3                  0, cache stays 0
@@ -10,6 +10,7 @@
 
 #include "hook_table.h"
 #include "smtp_state.h"
+#include "vc_log.h"
 
 namespace quillfence {
 
@@ -17,7 +18,7 @@ inline constexpr char ptr_failure_line[] = "DNS lookup failure - skipping";
 
 // Whether the client can be judged: there is a session (null: ERROR EINVAL) with an address, which
 // is routable (else a DEBUG line each).
-bool has_routable_client(const char *rule, const smtp_state *state);
+bool has_routable_client(const log_place &rule, const smtp_state *state);
 
 // Looks the client's PTR names up into ptr_results; the code is vc_lookup_reverse_dns's own.
 // Forgets rdns first, which points into the list that may be replaced.
@@ -31,22 +32,17 @@ bool is_ptr_failure(int code);
 // Whether the session has at least one PTR name.
 bool has_ptr_names(const smtp_state *state);
 
-// Writes a DEBUG line of the rule.
-void ptr_debug(const char *rule, const char *line);
-// The same for an ERROR line.
-void ptr_error(const char *rule, const char *line);
-
 // Moves the cache on by a lookup's code. True when there are names to test.
 //   no_names_line  what is written when the lookup succeeded without a name
-bool take_ptr_answer(const char *rule, smtp_state *state, int code, const char *no_names_line);
+bool take_ptr_answer(const log_place &rule, smtp_state *state, int code, const char *no_names_line);
 
 // All that a rule needs before its own test of the names: client, cache and, if the cache is
 // empty, the lookup. Without names it is false, so such a rule never fires without one.
-bool reach_ptr_names(const char *rule, smtp_state *state,
+bool reach_ptr_names(const log_place &rule, smtp_state *state,
                      const char *no_names_line = ptr_failure_line);
 
 // The whole of a rule that leaves the test of the names to a hook; an empty slot gives 0.
-uint8_t run_ptr_hook(const char *rule, session_hook hook_table::*slot, smtp_state *state,
+uint8_t run_ptr_hook(const log_place &rule, session_hook hook_table::*slot, smtp_state *state,
                      const char *no_names_line = ptr_failure_line);
 
 } // namespace quillfence

@@ -3,8 +3,11 @@
 #include "rules.h"
 #include "step_budget.h"
 #include "tiny_rex.h"
+#include "vc_log.h"
 
 namespace quillfence {
+
+static constexpr char module_name[] = "rule_check_dynamic_reverse_dns_default";
 
 namespace {
 
@@ -18,11 +21,11 @@ constexpr char embedded_address[] =
 // Fires when every name matches and none is exempt; otherwise the name that broke this is shown.
 // The bounds are those of the pattern-file hooks (quillfence-spam-hooks.h).
 uint8_t rule_check_dynamic_reverse_dns_default(smtp_state *state) {
-    if (!reach_ptr_names(__func__, state)) {
+    if (!reach_ptr_names(QF_HERE, state)) {
         return 0;
     }
     if (has_too_many_ptr_names(state)) {
-        ptr_debug(__func__, too_many_ptr_names_line);
+        QF_DEBUG("%s", too_many_ptr_names_line);
         return 0;
     }
     const trex_ptr expression(trex_compile_ex(embedded_address, trex_fold_case));
@@ -32,7 +35,7 @@ uint8_t rule_check_dynamic_reverse_dns_default(smtp_state *state) {
     for (char **name = state->ptr_results; *name; ++name) {
         const bool listed = trex_match(expression.get(), *name) && !is_exempt_ptr_name(*name);
         if (steps_are_spent()) {
-            ptr_error(__func__, ptr_steps_spent_line);
+            QF_ERROR("%s", ptr_steps_spent_line);
             return 0;
         }
         if (!listed) {

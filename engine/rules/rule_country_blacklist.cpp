@@ -7,7 +7,6 @@ namespace quillfence {
 static constexpr char module_name[] = "rule_country_blacklist";
 
 static constexpr list_rule row = {
-    .name = "rule_country_blacklist",
     .value = &smtp_state::ip_country,
     .empty_line = "Nothing to check as the ip country is NULL or empty",
     .slot = &hook_table::country_blacklist,
@@ -21,7 +20,7 @@ uint8_t rule_country_blacklist(smtp_state *state) {
         QF_DEBUG("Nothing to check as the ip country is catch-all");
         return 0;
     }
-    return run_list_rule(row, state);
+    return run_list_rule(QF_HERE, row, state);
 }
 
 } // namespace quillfence

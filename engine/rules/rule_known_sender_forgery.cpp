@@ -1,5 +1,6 @@
 #include "rules.h"
 
+#include "configuration.h"
 #include "known_sender_forgery_funcs.h"
 #include "vc_file.h"
 #include "vc_log.h"
@@ -10,7 +11,7 @@ namespace quillfence {
 
 static constexpr char module_name[] = "rule_known_sender_forgery";
 
-static constexpr char valid_domain_ips[] = "c:/quillfence/control/valid_domain_ips";
+static constexpr const char *valid_domain_ips = configured("control/valid_domain_ips").path;
 
 // The sender's domain is declared, and the client lies outside of its networks.
 uint8_t rule_known_sender_forgery(smtp_state *state) {

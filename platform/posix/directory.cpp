@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "errors.h"
+#include "letter_case.h"
 #include "platform/error_numbers.h"
 #include "platform/file.h"
 #include "platform/observer.h"
@@ -145,8 +146,11 @@ uint32_t directory_open(const char *path, directory_listing **listing) {
     if (!made) {
         return error_not_enough_memory;
     }
-    DIR *const directory = opendir(resolved.text);
-    uint32_t error = error_none;
+    DIR *directory = nullptr;
+    uint32_t error = call_with_path(&resolved, [&] {
+        directory = opendir(resolved.text);
+        return directory ? 0 : -1;
+    });
     if (directory) {
         error = read_entries(directory, made);
         closedir(directory);
@@ -192,6 +196,7 @@ uint32_t directory_create(const char *path) {
     if (const uint32_t failure = begin_call("directory_create", path, &resolved)) {
         return failure;
     }
+    settle_case(&resolved);
     if (mkdir(resolved.text, 0777) == 0) {
         return error_none;
     }
@@ -210,15 +215,12 @@ uint32_t directory_remove(const char *path) {
     if (const uint32_t failure = begin_call("directory_remove", path, &resolved)) {
         return failure;
     }
-    if (rmdir(resolved.text) == 0) {
-        return error_none;
-    }
-    const int number = errno;
+    const uint32_t error = call_with_path(&resolved, [&] { return rmdir(resolved.text); });
     struct stat found;
-    if (number == ENOTDIR && stat(resolved.text, &found) == 0) {
+    if (error == error_path_not_found && errno == ENOTDIR && stat(resolved.text, &found) == 0) {
         return error_directory; // a file
     }
-    return error_of_errno_for(number, resolved.text);
+    return error;
 }
 
 } // namespace quillfence::platform

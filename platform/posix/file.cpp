@@ -14,6 +14,7 @@
 
 #include "errors.h"
 #include "file_steps.h"
+#include "letter_case.h"
 #include "platform/error_numbers.h"
 #include "platform/format.h"
 #include "platform/observer.h"
@@ -48,14 +49,14 @@ int creation_flags(disposition when) {
     }
 }
 
-// What is left to do on a new descriptor: refuse a folder, lock, and only then empty the file, so
-// that a file that somebody else has locked keeps its bytes.
+// What is left to do on a new descriptor: refuse what is no file, lock, and only then empty the
+// file, so that a file that somebody else has locked keeps its bytes.
 uint32_t finish_open(int descriptor, file_options options) {
     struct stat found;
     if (fstat(descriptor, &found) != 0) {
         return error_of_errno(errno);
     }
-    if (S_ISDIR(found.st_mode)) {
+    if (S_ISDIR(found.st_mode) || (!options.write && !S_ISREG(found.st_mode))) {
         return error_access_denied;
     }
     if (options.lock && uninterrupted([&] { return flock(descriptor, LOCK_EX | LOCK_NB); }) != 0) {
@@ -209,14 +210,68 @@ uint32_t error_of_rename(int number, const char *from, const char *to) {
     return error_of_errno(number);
 }
 
-// The two paths of a call, resolved; the call is about the first.
+// The two paths of a call, resolved, in the letter case that is there; the call is about the first.
 uint32_t begin_two_path_call(const char *call, const char *first, const char *second,
                              system_path *first_resolved, system_path *second_resolved) {
-    const uint32_t failure = begin_path_call(call, first, first_resolved);
-    return failure ? failure : resolve_path(second, second_resolved);
+    if (const uint32_t failure = begin_path_call(call, first, first_resolved)) {
+        return failure;
+    }
+    if (const uint32_t failure = resolve_path(second, second_resolved)) {
+        return failure;
+    }
+    settle_case(first_resolved);
+    settle_case(second_resolved);
+    return error_none;
+}
+
+// A file that is renamed to its own name in another letter case gets that.
+void keep_new_case(const system_path &old_name, const char *to, system_path *new_name) {
+    if (!new_name->drive_names || strcmp(old_name.text, new_name->text) != 0) {
+        return;
+    }
+    system_path wanted;
+    resolve_path(to, &wanted);
+    const char *const last = strrchr(wanted.text, '/') + 1;
+    strcpy(new_name->buffer + (last - wanted.text), last);
 }
 
 } // namespace
+
+// open() that waits for nobody at the other end of a pipe. A file that somebody else holds a lease
+// of, as Samba does, is waited for.
+static int open_at_once(const char *path, int flags) {
+    const int descriptor = open(path, flags | O_NONBLOCK, new_file_mode);
+    struct stat found;
+    if (descriptor < 0 && errno == EWOULDBLOCK && stat(path, &found) == 0 &&
+        S_ISREG(found.st_mode)) {
+        return open(path, flags, new_file_mode);
+    }
+    return descriptor;
+}
+
+// Below a drive a file is never made beside one whose name differs in letter case alone: it is
+// looked for before it is made.
+static uint32_t open_path(system_path *path, int flags, int *descriptor) {
+    const auto open_with = [&](int chosen) {
+        const bool reads = (chosen & O_ACCMODE) == O_RDONLY;
+        *descriptor =
+            reads ? open_at_once(path->text, chosen) : open(path->text, chosen, new_file_mode);
+        return *descriptor;
+    };
+    const bool creates = flags & O_CREAT;
+    if (!creates || !path->drive_names) {
+        return call_with_path(path, [&] { return open_with(flags); });
+    }
+    if (flags & O_EXCL) {
+        settle_case(path);
+    } else {
+        const uint32_t error = call_with_path(path, [&] { return open_with(flags & ~O_CREAT); });
+        if (error != error_file_not_found) {
+            return error;
+        }
+    }
+    return call_with_path(path, [&] { return open_with(flags); });
+}
 
 uint32_t file_open(const char *path, file_options options, file_handle *opened) {
     *opened = invalid_file;
@@ -225,11 +280,11 @@ uint32_t file_open(const char *path, file_options options, file_handle *opened) 
         return failure;
     }
     const bool writes = options.write || options.when == disposition::create_always;
-    const int flags =
-        (writes ? O_RDWR : O_RDONLY) | creation_flags(options.when) | O_CLOEXEC | O_NOCTTY;
-    const int descriptor = uninterrupted([&] { return open(resolved.text, flags, new_file_mode); });
-    if (descriptor < 0) {
-        return error_of_errno_for(errno, resolved.text);
+    const int access = options.append ? O_WRONLY | O_APPEND : writes ? O_RDWR : O_RDONLY;
+    const int flags = access | creation_flags(options.when) | O_CLOEXEC | O_NOCTTY;
+    int descriptor = -1;
+    if (const uint32_t failure = open_path(&resolved, flags, &descriptor)) {
+        return failure;
     }
     if (const uint32_t failure = finish_open(descriptor, options)) {
         close(descriptor);
@@ -381,8 +436,9 @@ uint32_t path_attributes(const char *path, uint32_t *attributes) {
         return failure;
     }
     struct stat found;
-    if (stat(resolved.text, &found) != 0) {
-        return error_of_errno_for(errno, resolved.text);
+    if (const uint32_t failure =
+            call_with_path(&resolved, [&] { return stat(resolved.text, &found); })) {
+        return failure;
     }
     *attributes = S_ISDIR(found.st_mode) ? attribute_directory : attribute_normal;
     return error_none;
@@ -415,6 +471,7 @@ uint32_t path_rename(const char *from, const char *to) {
             begin_two_path_call("path_rename", from, to, &old_name, &new_name)) {
         return failure;
     }
+    keep_new_case(old_name, to, &new_name);
     return rename_without_replacing(old_name.text, new_name.text) == 0
                ? error_none
                : error_of_rename(errno, old_name.text, new_name.text);
@@ -437,7 +494,7 @@ uint32_t path_delete(const char *path) {
     if (const uint32_t failure = begin_path_call("path_delete", path, &resolved)) {
         return failure;
     }
-    return unlink(resolved.text) == 0 ? error_none : error_of_errno_for(errno, resolved.text);
+    return call_with_path(&resolved, [&] { return unlink(resolved.text); });
 }
 
 uint32_t path_native(const char *path, char *buffer, size_t size) {
@@ -445,9 +502,36 @@ uint32_t path_native(const char *path, char *buffer, size_t size) {
     if (const uint32_t failure = resolve_path(path, &resolved)) {
         return failure;
     }
+    settle_case(&resolved);
     return format_text(buffer, size, "%s", resolved.text) < 0
                ? static_cast<uint32_t>(error_filename_too_long)
                : error_none;
+}
+
+// A stream of a file, which it takes over, for reading; null with errno set.
+static FILE *reading_stream(int descriptor) {
+    struct stat found;
+    FILE *stream = nullptr;
+    if (fstat(descriptor, &found) == 0) {
+        if (S_ISREG(found.st_mode)) {
+            stream = fdopen(descriptor, "r");
+        } else {
+            errno = EACCES;
+        }
+    }
+    if (!stream) {
+        const int number = errno;
+        close(descriptor);
+        errno = number;
+    }
+    return stream;
+}
+
+static FILE *open_reading_stream(system_path *path) {
+    int descriptor = -1;
+    return open_path(path, O_RDONLY | O_CLOEXEC | O_NOCTTY, &descriptor)
+               ? nullptr
+               : reading_stream(descriptor);
 }
 
 FILE *stream_open(const char *path, const char *mode) {
@@ -461,8 +545,19 @@ FILE *stream_open(const char *path, const char *mode) {
         errno = EINVAL;
         return nullptr;
     }
+    if (*mode == 'r' && !strchr(mode, '+')) {
+        return open_reading_stream(&resolved);
+    }
     strcat(strcpy(full_mode, mode), "e");
-    return fopen(resolved.text, full_mode);
+    FILE *stream = nullptr;
+    if (*mode != 'r') {
+        settle_case(&resolved);
+    }
+    call_with_path(&resolved, [&] {
+        stream = fopen(resolved.text, full_mode);
+        return stream ? 0 : -1;
+    });
+    return stream;
 }
 
 int stream_truncate(FILE *stream, int64_t size) {
@@ -490,6 +585,13 @@ file_handle file_standard_output() {
 
 void prepare_standard_streams() {
     signal(SIGPIPE, SIG_IGN);
+    if (fcntl(STDERR_FILENO, F_GETFD) < 0) {
+        const int nothing = open("/dev/null", O_RDWR);
+        if (nothing >= 0 && nothing != STDERR_FILENO) {
+            dup2(nothing, STDERR_FILENO);
+            close(nothing);
+        }
+    }
 }
 
 } // namespace quillfence::platform

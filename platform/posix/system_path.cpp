@@ -18,6 +18,10 @@ bool has_drive(const char *path) {
     return letter >= 'A' && letter <= 'Z' && path[1] == ':';
 }
 
+bool is_slash(char c) {
+    return c == '/' || c == '\\';
+}
+
 // The folder that stands for the drive, null when its variable is not set or empty.
 const char *folder_of_drive(char letter) {
     char name[] = "QUILLFENCE_DRIVE_?";
@@ -32,6 +36,8 @@ uint32_t resolve_path(const char *path, system_path *resolved) {
     if (!path || !*path) {
         return error_path_not_found;
     }
+    resolved->drive_names = 0;
+    resolved->drive = '\0';
     if (!has_drive(path)) {
         resolved->text = path;
         return error_none;
@@ -39,7 +45,7 @@ uint32_t resolve_path(const char *path, system_path *resolved) {
     const char *const folder = folder_of_drive(path[0]);
     const char *const prefix = folder ? folder : "";
     const char *const rest = folder ? path + 2 : path;
-    const bool needs_slash = folder && *rest != '/' && *rest != '\\';
+    const bool needs_slash = folder && !is_slash(*rest);
     const size_t prefix_length = strlen(prefix);
     const size_t rest_length = strlen(rest);
     if (prefix_length + needs_slash + rest_length >= sizeof resolved->buffer) {
@@ -56,6 +62,12 @@ uint32_t resolve_path(const char *path, system_path *resolved) {
     }
     *end = '\0';
     resolved->text = resolved->buffer;
+    if (folder) {
+        resolved->drive = upper_letter(path[0]);
+        resolved->drive_names = prefix_length + 1;
+    } else if (is_slash(path[2])) {
+        resolved->drive_names = 3;
+    }
     return error_none;
 }
 

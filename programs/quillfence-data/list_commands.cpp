@@ -22,8 +22,8 @@ namespace {
 // --- finding ---
 
 // The lines of one list that match, as the engine reads and counts them.
-unsigned find_in_list(const std::string &path, const list_file &list, const std::string &value,
-                      std::ostream &out) {
+unsigned find_in_list(const std::string &path, const configuration_file &list,
+                      const std::string &value, std::ostream &out) {
     open_file file;
     if (const uint32_t error = file.open(path)) {
         throw failure(file_error(path, error));
@@ -34,9 +34,9 @@ unsigned find_in_list(const std::string &path, const list_file &list, const std:
     uint32_t length = 0;
     for (unsigned number = 1; const char *const line = next_line(&in, &length); ++number) {
         const char *const pattern = pattern_of_line(line);
-        if (!is_comment(pattern) && matcher_of(list.kind)(pattern, value.c_str()) == 0) {
-            out << path << ':' << number << ": " << printable(pattern) << " ("
-                << matcher_name(list.kind) << ")\n";
+        if (!is_comment(pattern) && list.matcher(pattern, value.c_str()) == 0) {
+            out << path << ':' << number << ": " << printable(pattern) << " (" << matcher_name(list)
+                << ")\n";
             ++matches;
         }
     }
@@ -103,12 +103,12 @@ unsigned find_in_ranges(const std::string &path, const std::string &value, std::
     return matches;
 }
 
-unsigned find_in(const std::string &directory, const list_file &list, const std::string &value,
-                 std::ostream &out) {
-    const std::string path = joined(directory, list.name);
+unsigned find_in(const std::string &directory, const configuration_file &list,
+                 const std::string &value, std::ostream &out) {
+    const std::string path = joined(directory, path_in_base(list));
     unsigned matches = may_be_file(path) ? find_in_list(path, list, value, out) : 0;
-    if (list.kind == list_kind::ips) {
-        matches += find_in_ranges(path + range_suffix, value, out);
+    if (list.range_file) {
+        matches += find_in_ranges(joined(directory, list.range_file), value, out);
     }
     return matches;
 }
@@ -155,7 +155,7 @@ std::string why_no_entry(const list_edit_arguments &arguments) {
     if (std::string problem = why_no_line(entry); !problem.empty()) {
         return problem;
     }
-    const list_file *const list = find_list_file(arguments.list);
+    const configuration_file *const list = find_list_file(arguments.list);
     return list ? why_useless(list->kind, entry) : std::string();
 }
 
@@ -168,17 +168,17 @@ exit_status list_find(const list_find_arguments &arguments, std::ostream &out) {
     }
     const engine_messages silent;
     std::vector<std::string> matching;
-    for (const list_file &list : list_files) {
+    for (const configuration_file &list : list_files()) {
         const bool matches = find_in(arguments.directory, list, arguments.value, out) != 0;
         engine_messages::require_memory();
         if (!matches) {
             continue;
         }
         if (has_name(matching, list.opposite)) {
-            out << list.opposite << " and " << list.name
+            out << list.opposite << " and " << path_in_base(list)
                 << " exclude each other, and both match: " << list.opposite << " comes first\n";
         }
-        matching.push_back(list.name);
+        matching.push_back(path_in_base(list));
     }
     return matching.empty() ? exit_status::no : exit_status::done;
 }

@@ -6,8 +6,10 @@
 #include "compiled_file.h"
 #include "data_program.h"
 #include "engine_messages.h"
+#include "file_digest.h"
 #include "file_output.h"
 #include "line_input.h"
+#include "pattern_lines.h"
 #include "pattern_text.h"
 #include "pattern_trial.h"
 #include "tiny_rex_storage.h"
@@ -22,6 +24,7 @@ struct compile_options {
     std::string patterns;
     std::string out;
     bool keep_going = false;
+    bool no_lines = false;
 };
 
 // Warns of a part that the engine refuses when it comes to it: the match then ends as none.
@@ -70,6 +73,18 @@ bool compile_line(const pattern_line &line, line_input *in, file_output *out) {
     return true;
 }
 
+// Writes which line each expression was made from, beside the compiled file that is in its place.
+void write_origins(const std::string &compiled_path, const std::vector<pattern_origin> &origins) {
+    std::string digest;
+    if (const uint32_t error = digest_of_file(compiled_path, &digest)) {
+        throw failure(file_error(compiled_path, error));
+    }
+    file_output out(compiled_path + pattern_lines_suffix);
+    const std::string text = pattern_lines_text(digest, origins);
+    out.write(text.data(), text.size());
+    out.commit();
+}
+
 exit_status compile(const compile_options &options) {
     refuse_same_file(options.patterns, options.out);
     line_input in(options.patterns);
@@ -79,15 +94,20 @@ exit_status compile(const compile_options &options) {
         out.fail(messages.take());
     }
     pattern_reader reader;
-    uint64_t stored = 0;
+    std::vector<pattern_origin> origins;
     for (std::string_view text; in.next(&text);) {
         const pattern_line line = reader.read(text);
         if (line.is != pattern_line::kind::nothing && compile_line(line, &in, &out)) {
-            ++stored;
+            origins.push_back({static_cast<uint32_t>(in.number()), options.patterns});
         }
     }
     refuse_wrong_lines(in, options.out, options.keep_going);
-    return finish_writing(in, &out, options.out, counted(stored, "expression"));
+    const exit_status status =
+        finish_writing(in, &out, options.out, counted(origins.size(), "expression"));
+    if (!options.no_lines) {
+        write_origins(options.out, origins);
+    }
+    return status;
 }
 
 void add_compile(CLI::App &regex, chosen_action &chosen) {
@@ -98,6 +118,8 @@ void add_compile(CLI::App &regex, chosen_action &chosen) {
     command->add_option("OUT", options->out, "The compiled pattern file to write")->required();
     command->add_flag("--keep-going", options->keep_going,
                       "Leave wrong lines out and write the others");
+    command->add_flag("--no-lines", options->no_lines,
+                      "Do not write OUT.lines, which tells each expression's line of the list");
     command->footer(R"(Lines of the list:
   # ...                   a comment; blank lines are skipped too
   /pattern/flags ACTION   as mail servers keep them; / is the only delimiter, the

@@ -96,12 +96,12 @@ void verify_records(tree &in, const std::string &file, const range_records &rang
 
 // The ranges that are blocked, against those that are exempt and asked first.
 void verify_opposite_ranges(tree &in) {
-    for (const list_file &list : list_files) {
-        if (list.kind != list_kind::ips || list.decides) {
+    for (const configuration_file &list : list_files()) {
+        if (!list.range_file || list.decides) {
             continue;
         }
-        const std::string file = std::string(list.name) + range_suffix;
-        const std::string opposite = std::string(list.opposite) + range_suffix;
+        const std::string file = list.range_file;
+        const std::string opposite = find_list_file(list.opposite)->range_file;
         const range_records ranges = in.ranges(file);
         const range_records first = in.ranges(opposite);
         const range_cover cover(first.records);
@@ -142,8 +142,6 @@ void verify_ranges(tree &in) {
 namespace {
 
 constexpr std::string_view pattern_suffix = ".cregexes";
-constexpr std::array<std::string_view, 4> pattern_files = {"dyna.cregexes", "spam.cregexes",
-                                                           "confirmed.cregexes", "exempt.cregexes"};
 
 struct stored_expression {
     TRex record = {};
@@ -215,7 +213,7 @@ void verify_patterns(tree &in) {
         if (!ends_in(name, pattern_suffix)) {
             continue;
         }
-        if (std::find(pattern_files.begin(), pattern_files.end(), name) == pattern_files.end()) {
+        if (!find_configuration_file(file)) {
             in.add(file, 0, severity::info, "the engine asks no file of this name");
         }
         verify_pattern_file(in, file);
@@ -310,14 +308,12 @@ class map_reader {
     unsigned found_ = 0;
 };
 
-constexpr std::array<const char *, 3> lists_of_maps = {
-    "bms/lists_to_update", "bms/control/lists_to_update", "control/bms.enabled"};
-
 std::set<std::string> named_maps(tree &in) {
     std::set<std::string> names;
-    for (const char *file : lists_of_maps) {
+    for (const configuration_file &file : configuration_files) {
         std::string bytes;
-        if (!in.has(file) || !in.read_again(file, &bytes)) {
+        if (file.kind != file_kind::map_names || !in.has(path_in_base(file)) ||
+            !in.read_again(path_in_base(file), &bytes)) {
             continue;
         }
         for (const text_line &line : lines_of(bytes)) {
@@ -349,7 +345,8 @@ void verify_block_maps(tree &in) {
 
 namespace {
 
-constexpr char hourly_file[] = "log/.counterv2.dat.hourly";
+constexpr const char *daily_files = path_in_base(configured("log/.counterv2.dat"));
+constexpr const char *hourly_file = path_in_base(configured("log/.counterv2.dat.hourly"));
 
 void verify_counter_file(tree &in, const std::string &file, uint64_t wanted,
                          int (*is_valid)(vc_handle)) {
@@ -381,7 +378,7 @@ void verify_counter_file(tree &in, const std::string &file, uint64_t wanted,
 void verify_counters(tree &in) {
     for (int month = 1; month <= 12; ++month) {
         const std::string digits = std::to_string(month);
-        verify_counter_file(in, "log/.counterv2.dat." + (month < 10 ? '0' + digits : digits),
+        verify_counter_file(in, std::string(daily_files) + (month < 10 ? ".0" : ".") + digits,
                             ql_daily_size, __valid_counter_file);
     }
     verify_counter_file(in, hourly_file, ql_hourly_size, __valid_counter_file_hourly);
@@ -391,27 +388,17 @@ void verify_counters(tree &in) {
 
 namespace {
 
-struct known_folder {
-    const char *path; // "" is the base folder
-    std::vector<std::string_view> names;
-};
+// The folders of texts that are written by hand, and so may end up in the other one. "" is the base
+// folder.
+constexpr std::array<std::string_view, 2> text_folders = {"", "control"};
 
-std::vector<known_folder> known_folders() {
-    std::vector<known_folder> folders = {
-        {"", {"rbl.enabled"}},
-        {"control", {"enabled", "rules.enabled", "bms.enabled", "valid_domain_ips"}},
-    };
-    for (const list_file &list : list_files) {
-        folders.front().names.push_back(list.name);
-    }
-    return folders;
-}
-
-// Where a file of this name belongs; "" when nowhere in particular.
-std::string right_place(const std::vector<known_folder> &folders, std::string_view name) {
-    for (const known_folder &folder : folders) {
-        if (std::find(folder.names.begin(), folder.names.end(), name) != folder.names.end()) {
-            return joined(folder.path, name);
+// Where a text of this name belongs; "" when nowhere in particular.
+std::string right_place(std::string_view name) {
+    for (const configuration_file &file : configuration_files) {
+        for (const std::string_view folder : text_folders) {
+            if (file.kind != file_kind::ranges && joined(folder, name) == path_in_base(file)) {
+                return path_in_base(file);
+            }
         }
     }
     return {};
@@ -420,12 +407,11 @@ std::string right_place(const std::vector<known_folder> &folders, std::string_vi
 } // namespace
 
 void verify_other_files(tree &in) {
-    const std::vector<known_folder> folders = known_folders();
-    for (const known_folder &folder : folders) {
-        for (const std::string &name : in.list(folder.path)) {
-            const std::string file = joined(folder.path, name);
-            const std::string right = right_place(folders, name);
-            if (right == file || (!*folder.path && ends_in(name, range_suffix))) {
+    for (const std::string_view folder : text_folders) {
+        for (const std::string &name : in.list(std::string(folder))) {
+            const std::string file = joined(folder, name);
+            const std::string right = right_place(name);
+            if (right == file || (folder.empty() && ends_in(name, range_suffix))) {
                 continue;
             }
             if (right.empty()) {

@@ -5,6 +5,7 @@
 #include <map>
 
 #include "address_text.h"
+#include "configuration.h"
 #include "text.h"
 #include "vc_rfc.h"
 #include "vc_text.h"
@@ -39,7 +40,7 @@ std::string_view trimmed(std::string_view text) {
 // --- control/enabled ---
 
 void verify_enabled(tree &in) {
-    static constexpr char file[] = "control/enabled";
+    static constexpr const char *file = path_in_base(configured("control/enabled"));
     std::string bytes;
     if (!in.has(file)) {
         in.add(file, 0, severity::info, "missing, so the engine is off");
@@ -88,17 +89,26 @@ std::string check_host(const tree &, const std::string &name) {
     return vc_valid_domain(name.c_str()) ? std::string() : quoted(name) + " is no domain name";
 }
 
+// Null for a file that does not hold names.
+name_check check_of(file_kind kind) {
+    switch (kind) {
+    case file_kind::rule_names:
+        return check_rule;
+    case file_kind::map_names:
+        return check_map;
+    case file_kind::zone_names:
+        return check_host;
+    default:
+        return nullptr;
+    }
+}
+
 struct name_file {
     const char *path;
     name_check check;
 };
-constexpr char list_of_maps[] = "bms/lists_to_update";
-constexpr char other_list_of_maps[] = "bms/control/lists_to_update";
-constexpr name_file name_files[] = {
-    {"control/rules.enabled", check_rule}, {"control/bms.enabled", check_map},
-    {"rbl.enabled", check_host},           {list_of_maps, check_map},
-    {other_list_of_maps, check_map},
-};
+constexpr const char *list_of_maps = path_in_base(configured("bms/lists_to_update"));
+constexpr const char *other_list_of_maps = path_in_base(configured("bms/control/lists_to_update"));
 
 // The engine takes the whole line for the name, with whatever stands around it.
 std::string why_no_name(std::string_view line) {
@@ -175,8 +185,10 @@ void verify_lists_of_maps(tree &in) {
 } // namespace
 
 void verify_names(tree &in) {
-    for (const name_file &file : name_files) {
-        verify_name_file(in, file);
+    for (const configuration_file &file : configuration_files) {
+        if (const name_check check = check_of(file.kind)) {
+            verify_name_file(in, {path_in_base(file), check});
+        }
     }
     verify_lists_of_maps(in);
 }
@@ -185,7 +197,7 @@ void verify_names(tree &in) {
 
 namespace {
 
-constexpr char forgery_list[] = "control/valid_domain_ips";
+constexpr const char *forgery_list = path_in_base(configured("control/valid_domain_ips"));
 
 std::vector<std::string> fields_of(std::string_view text, char separator) {
     std::vector<std::string> fields;

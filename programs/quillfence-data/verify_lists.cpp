@@ -26,7 +26,7 @@ struct entry {
 };
 
 struct list {
-    const list_file *file;
+    const configuration_file *file;
     std::vector<entry> entries;
 };
 
@@ -77,8 +77,8 @@ class wildcards {
 // --- lines by themselves ---
 
 // What is odd about an entry that works; "" for nothing.
-std::string why_odd(list_kind kind, const std::string &text) {
-    if (kind != list_kind::addresses || text == "bounce message") {
+std::string why_odd(file_kind kind, const std::string &text) {
+    if (kind != file_kind::addresses || text == "bounce message") {
         return {};
     }
     if (!has_star(text)) {
@@ -100,17 +100,17 @@ std::string why_odd(list_kind kind, const std::string &text) {
 
 // The line below an entry that begins with a TAB is its comment for the editor, but an entry for
 // lookups.
-bool is_comment_that_matches(list_kind kind, const std::string &text) {
+bool is_comment_that_matches(file_kind kind, const std::string &text) {
     if (std::any_of(text.begin(), text.end(), is_space)) {
         return false;
     }
-    return kind == list_kind::addresses ? text.find_first_of("@*") != std::string::npos
-                                        : kind == list_kind::ips && vc_is_ip(text.c_str()) != 0;
+    return kind == file_kind::addresses ? text.find_first_of("@*") != std::string::npos
+                                        : kind == file_kind::ips && vc_is_ip(text.c_str()) != 0;
 }
 
 class list_reader {
   public:
-    list_reader(tree &in, const list_file &file) : in_(in), list_{&file, {}} {}
+    list_reader(tree &in, const configuration_file &file) : in_(in), list_{&file, {}} {}
 
     list read(std::string_view bytes) {
         static constexpr std::string_view mark = "\xEF\xBB\xBF";
@@ -127,7 +127,7 @@ class list_reader {
 
   private:
     void add(uint32_t line, severity level, std::string text) {
-        in_.add(list_.file->name, line, level, std::move(text));
+        in_.add(path_in_base(*list_.file), line, level, std::move(text));
     }
 
     void read_line(const text_line &line) {
@@ -203,23 +203,23 @@ std::string line_text(const entry &read) {
 void find_duplicates(tree &in, const list &of) {
     const first_lines firsts = first_lines_of(of);
     wildcards earlier;
-    progress bar(of.file->name, of.entries.size());
+    progress bar(path_in_base(*of.file), of.entries.size());
     uint64_t done = 0;
     for (const entry &read : of.entries) {
         bar.show(done++);
         const entry *const first = firsts.at(lower(read.text));
         if (first != &read) {
-            in.add(of.file->name, read.line, severity::warning,
+            in.add(path_in_base(*of.file), read.line, severity::warning,
                    quoted(read.text) + " stands in " + line_text(*first) + " already");
             continue;
         }
-        if (!read.usable || of.file->kind != list_kind::addresses) {
+        if (!read.usable || of.file->kind != file_kind::addresses) {
             continue;
         }
         const bool comparable = !has_star(read.text) || is_plain_pattern(read.text);
         const entry *const covering = comparable ? earlier.find(read.text) : nullptr;
         if (covering) {
-            in.add(of.file->name, read.line, severity::warning,
+            in.add(path_in_base(*of.file), read.line, severity::warning,
                    quoted(read.text) + " is covered by " + line_text(*covering) + ", " +
                        quoted(covering->text));
         }
@@ -234,38 +234,38 @@ void compare_with_opposite(tree &in, const list &of, const list &opposite) {
     const first_lines firsts = first_lines_of(opposite);
     wildcards patterns;
     for (const entry &read : opposite.entries) {
-        if (read.usable && opposite.file->kind == list_kind::addresses && has_star(read.text)) {
+        if (read.usable && opposite.file->kind == file_kind::addresses && has_star(read.text)) {
             patterns.add(read);
         }
     }
     for (const entry &read : of.entries) {
         const auto same = firsts.find(lower(read.text));
         if (same != firsts.end()) {
-            in.add(of.file->name, read.line, severity::warning,
+            in.add(path_in_base(*of.file), read.line, severity::warning,
                    quoted(read.text) + " stands in the opposite list as well: " +
-                       opposite.file->name + ", " + line_text(*same->second));
+                       path_in_base(*opposite.file) + ", " + line_text(*same->second));
             continue;
         }
         const bool comparable =
             read.usable && (!has_star(read.text) || is_plain_pattern(read.text));
         if (const entry *const found = comparable ? patterns.find(read.text) : nullptr) {
-            in.add(of.file->name, read.line, severity::warning,
+            in.add(path_in_base(*of.file), read.line, severity::warning,
                    quoted(read.text) + " is matched by the opposite list, which comes first: " +
-                       opposite.file->name + ", " + line_text(*found) + ", " + quoted(found->text));
+                       path_in_base(*opposite.file) + ", " + line_text(*found) + ", " +
+                       quoted(found->text));
         }
     }
 }
 
 // Addresses that a range file holds already.
-void compare_with_ranges(tree &in, const list &of, const char *list_name, const char *relation) {
-    const std::string file = std::string(list_name) + range_suffix;
+void compare_with_ranges(tree &in, const list &of, const std::string &file, const char *relation) {
     const range_records ranges = in.ranges(file);
     const range_cover cover(ranges.records);
     for (const entry &read : of.entries) {
         const std::optional<uint32_t> address = parse_address(read.text);
         const range_record *const found = address ? cover.find(*address, *address) : nullptr;
         if (found) {
-            in.add(of.file->name, read.line, severity::warning,
+            in.add(path_in_base(*of.file), read.line, severity::warning,
                    quoted(read.text) + ' ' + relation + ": " + file + ", record " +
                        std::to_string(found->number));
         }
@@ -273,8 +273,9 @@ void compare_with_ranges(tree &in, const list &of, const char *list_name, const 
 }
 
 const list *find_list(const std::vector<list> &lists, std::string_view name) {
-    const auto at = std::find_if(lists.begin(), lists.end(),
-                                 [name](const list &one) { return name == one.file->name; });
+    const auto at = std::find_if(lists.begin(), lists.end(), [name](const list &one) {
+        return name == path_in_base(*one.file);
+    });
     return at == lists.end() ? nullptr : &*at;
 }
 
@@ -286,10 +287,10 @@ void compare_lists(tree &in, const list &of, const std::vector<list> &lists) {
     if (opposite) {
         compare_with_opposite(in, of, *opposite);
     }
-    if (of.file->kind == list_kind::ips) {
-        compare_with_ranges(in, of, of.file->name, "is in the list's range file as well");
+    if (of.file->range_file) {
+        compare_with_ranges(in, of, of.file->range_file, "is in the list's range file as well");
         if (!of.file->decides) {
-            compare_with_ranges(in, of, opposite_name,
+            compare_with_ranges(in, of, find_list_file(opposite_name)->range_file,
                                 "is in the opposite list's range file, which comes first");
         }
     }
@@ -299,9 +300,9 @@ void compare_lists(tree &in, const list &of, const std::vector<list> &lists) {
 
 void verify_lists(tree &in) {
     std::vector<list> lists;
-    for (const list_file &file : list_files) {
+    for (const configuration_file &file : list_files()) {
         std::string bytes;
-        if (in.has(file.name) && in.read(file.name, &bytes)) {
+        if (in.has(path_in_base(file)) && in.read(path_in_base(file), &bytes)) {
             lists.push_back(list_reader(in, file).read(bytes));
         }
     }

@@ -19,8 +19,7 @@ namespace {
 class decision_test : public traced_drive_test {
   protected:
     void SetUp() override {
-        set_hooks(1, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
-                  nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
+        set_hooks({.dns_option = 1});
         log.take();
     }
     // The runner's own lines among those captured, without the other modules'.
@@ -213,8 +212,7 @@ char *host_message(const char *rule_name, smtp_state *) {
 } // namespace
 
 TEST_F(decision_test, the_message_hook_supplies_the_notice) {
-    set_hooks(1, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
-              nullptr, nullptr, nullptr, nullptr, nullptr, host_message);
+    set_hooks({.dns_option = 1, .message = host_message});
     rule_list rules;
     rules.add("rule", always_hits);
     const name_list enabled({"rule"});

@@ -44,35 +44,10 @@ constexpr char other_maps_file[] = "c:/quillfence/bms/control/lists_to_update";
 
 // --- run_all_spam_checks
 
-TEST_F(report_test, sixteen_rules_are_reportable) {
-    static const char *names[] = {
-        "block_ip_in_addr",
-        "check_dynamic_reverse_dns_default",
-        "check_dynamic_reverse_dns",
-        "check_confirmed_dyna",
-        "check_ip_reverse_dns",
-        "check_reverse_dns_list",
-        "require_helo",
-        "valid_helo_domain",
-        "resolve_helo_domain",
-        "rfc_mail_from",
-        "require_full_addr",
-        "valid_from_domain",
-        "valid_ptr",
-        "known_sender_forgery",
-        "block_nonauth_ipv6",
-        "local_require_auth",
-    };
-    for (const char *name : names) {
-        EXPECT_TRUE(is_reportable_rule(name)) << name;
-    }
-    size_t reportable = 0;
-    for (const rule_row &row : rule_rows()) {
-        reportable += is_reportable_rule(row.name);
-    }
-    EXPECT_EQ(reportable, 16u);
+TEST_F(report_test, reportable_names_match_exactly) {
+    EXPECT_TRUE(is_reportable_rule("require_helo"));
     for (const char *name :
-         {"", "require_hel", "require_helo ", "Require_helo", "block_all_mail"}) {
+         {"", "require_hel", "require_helo ", "Require_helo", "block_all_mail", "no_rule_at_all"}) {
         EXPECT_FALSE(is_reportable_rule(name)) << name;
     }
 }

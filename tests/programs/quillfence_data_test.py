@@ -6,6 +6,7 @@
 LAUNCHER runs the program on a Windows build (a list as CMake has it).
 """
 
+import hashlib
 import os
 import re
 import subprocess
@@ -164,6 +165,20 @@ class RegexTest(Case):
         self.check(["regex", "compile", "--keep-going", "list", "out"], PARTLY,
                    "out: 2 expressions, 5 lines left out\n", WRONG_PATTERNS_SAID)
         self.check(["regex", "dump", "out"], DONE, "foo\nbar\n")
+        self.assertEqual(self.names(), ["list", "out", "out.lines"])
+
+    def test_lines_tell_where_expressions_come_from(self):
+        self.file("list", "# a comment\n/foo/ REJECT\n  going on\n\nbar\n")
+        self.check(["regex", "compile", "list", "out"], DONE, "out: 2 expressions\n")
+        digest = hashlib.sha256(self.bytes_of("out")).hexdigest()
+        self.assertEqual(self.bytes_of("out.lines").decode(),
+                         "# quillfence pattern lines 1\n"
+                         f"# sha256 {digest}\n"
+                         "1\t2\tlist\n2\t5\tlist\n")
+
+    def test_lines_are_left_out_on_request(self):
+        self.file("list", "foo\n")
+        self.check(["regex", "compile", "--no-lines", "list", "out"], DONE, "out: 1 expression\n")
         self.assertEqual(self.names(), ["list", "out"])
 
     def test_what_a_file_can_hold(self):

@@ -3,6 +3,7 @@
 #include "run.h"
 #include "step_budget.h"
 #include "vc_file.h"
+#include "vcspamrule.h"
 
 namespace quillfence::testing {
 namespace {
@@ -67,6 +68,46 @@ std::string long_domain(size_t size) {
 }
 std::string bracketed(size_t size) {
     return rows_of(size, "()", "<a@good.example>", "");
+}
+
+// Values whose macros bring further macros along. Uncut, the first three make 6.6 GB.
+TEST_F(bounds_replay, a_notice_is_small_work_whatever_a_client_sends) {
+    const std::string large(65535, 'x');
+    const auto many = [](const char *macro, size_t size) { return rows_of(size, macro); };
+    const struct {
+        const char *name;
+        std::string rejection, helo, from, rcpt;
+    } cases[] = {
+        {"macros in macros", "%HELO%", many("%FROM%", 1000), many("%RCPT%", 1000),
+         many("%TO%", 1000)},
+        {"as large as they come", "%HELO%", many("%FROM%", 65535), many("%RCPT%", 65535),
+         many("%TO%", 65535)},
+        {"plain, everywhere", many("%HELO%%FROM%%RCPT%%TO%", 65535), large, large, large},
+        {"macros into nothing", many("%HELO%%FROM%%RCPT%%TO%", 65535), "", "", ""},
+        {"macros that form macros", "%HELO%" + many("LO%", 65535), "%HE", "", ""},
+        {"a template of 1 MB", many("%HELO%%FROM%", 1000000), many("%FROM%", 65535),
+         many("%RCPT%", 65535), large},
+        {"a value of 100 KB", "%HELO%", many("%FROM%", 100000), many("%RCPT%", 100000),
+         many("%TO%", 100000)},
+    };
+    for (const auto &c : cases) {
+        smtp_state *const state = new_smtp_state();
+        state->ip = strdup("192.0.2.1");
+        state->helo = strdup(c.helo.c_str());
+        state->mail_from = strdup(c.from.c_str());
+        state->rcpt_to = strdup(c.rcpt.c_str());
+        spam_rule *const rule = new_rule("some_rule", nullptr, 1, 1, 1, 1, c.rejection.c_str());
+        char *notice = nullptr;
+        const cost spent = cost_of([&] { notice = build_rejection_notice(rule, state, nullptr); });
+        EXPECT_NE(notice, nullptr) << c.name;
+        EXPECT_LE(spent.bytes, 1U << 20) << c.name;
+        EXPECT_LE(spent.allocations, 8U) << c.name;
+        EXPECT_LE(spent.steps, 4000000U) << c.name;
+        EXPECT_GT(spent.steps, 1000U) << c.name;
+        free(notice);
+        free_rule(rule);
+        free_smtp_state(state);
+    }
 }
 
 // An argument has at most 128 KiB on Linux, and a command line 32 KiB on Windows.

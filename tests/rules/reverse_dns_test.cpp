@@ -290,5 +290,21 @@ TEST_F(reverse_dns, lookup_forgets_the_old_name) {
     EXPECT_EQ(state.ptr_names(), lines{"new.example"});
 }
 
+// The number in a line is that of the rule's own source, whose helpers these are.
+TEST_F(reverse_dns, lines_come_from_the_place_of_the_rule) {
+    const log_place place = {"some_rule", "its file", 77};
+    state->rdns_resolves = resolves_no;
+    log.take();
+    EXPECT_FALSE(reach_ptr_names(place, state));
+    state->routable = 0;
+    EXPECT_FALSE(has_routable_client(place, state));
+    const std::vector<log_line> all = log.take();
+    ASSERT_EQ(all.size(), 2u);
+    for (const log_line &line : all) {
+        EXPECT_EQ(line.function + ", " + line.source, "some_rule, its file") << line.message;
+        EXPECT_EQ(line.line, 77) << line.message;
+    }
+}
+
 } // namespace
 } // namespace quillfence::testing

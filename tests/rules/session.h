@@ -60,8 +60,7 @@ class session {
 
 // A hook table without hooks, with this DNS option.
 inline void put_dns_option(uint8_t option) {
-    set_hooks(option, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
-              nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
+    set_hooks({.dns_option = option});
 }
 
 // The lines of one function, without its name, as "D text" and "E text". The function must stand

@@ -26,8 +26,9 @@ int capture_line(int priority, const char *format, ...) {
     if (!std::strcmp(format, "%s")) {
         line.message = text_argument(va_arg(arguments, const char *));
     } else {
-        const char *const expected =
-            priority == priority_error ? "%s:%d ERROR %s(): %s" : "%s:%d DEBUG %s(): %s";
+        const char *const expected = priority == priority_error     ? "%s:%d ERROR %s(): %s"
+                                     : priority == priority_warning ? "%s:%d WARNING %s(): %s"
+                                                                    : "%s:%d DEBUG %s(): %s";
         EXPECT_STREQ(format, expected) << "a log line of an unknown form";
         line.source = text_argument(va_arg(arguments, const char *));
         line.line = va_arg(arguments, int);
@@ -92,6 +93,8 @@ std::vector<std::string> log_capture::transcript() {
     for (const log_line &line : take()) {
         if (line.priority == priority_error) {
             texts.push_back("E " + shown(line));
+        } else if (line.priority == priority_warning) {
+            texts.push_back("W " + shown(line));
         } else if (line.priority == priority_debug) {
             texts.push_back("D " + shown(line));
         } else {

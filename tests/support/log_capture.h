@@ -33,7 +33,7 @@ class log_capture {
     std::vector<std::string> errors();
     // Only the DEBUG lines as "function: message". ERROR lines stay, all others are forgotten.
     std::vector<std::string> debugs();
-    // ERROR and DEBUG lines in order as "E function: message" and "D function: message",
+    // ERROR, WARNING and DEBUG lines in order as "E function: message", "W ..." and "D ...",
     // information lines as "I message". All captured lines are forgotten.
     std::vector<std::string> transcript();
 };

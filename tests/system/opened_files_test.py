@@ -44,8 +44,8 @@ def why_not():
 
 class OpenedFiles(unittest.TestCase):
     def trace(self, files, *values):
-        """The paths below c:/quillfence/ that a run asks about and opens, in order; and whether it
-        asked the network."""
+        """The paths below c:/quillfence/ that a run asks about and opens, in order; the folders that
+        it lists; and whether it asked the network."""
         with tempfile.TemporaryDirectory(prefix="drive-") as drive:
             base = Path(drive) / "quillfence"
             for name, text in files.items():
@@ -56,26 +56,30 @@ class OpenedFiles(unittest.TestCase):
                                 {"QUILLFENCE_DRIVE_C": drive, "QUILLFENCE_EVENT_LOG": "-"})
             self.assertEqual((run.returncode, run.stderr), (0, ""))
             self.assertEqual(sorted(base.rglob("*")), before, "nothing is created or removed")
-            asked, opened = [], []
+            asked, opened, listed = [], [], []
             for line in lines:
                 call = re.search(r'(\w+)\([^"]*"([^"]*)"', line)
                 if not call or not call.group(2).startswith(f"{base}/"):
                     continue
                 name = re.sub("/+", "/", call.group(2)[len(str(base)) + 1:])
-                if name:  # not the folder, which a missing file makes the platform look at
+                if "O_DIRECTORY" in line:
+                    listed.append(name)
+                elif name:
                     (opened if call.group(1).startswith("open") else asked).append(name)
             network = [line for line in lines if re.search(rf"\b({NETWORK_CALLS.replace(',', '|')})\(",
                                                            line)]
-            return asked, opened, network
+            return asked, opened, listed, network
 
     def test_a_local_client_without_lists_opens_nothing(self):
-        asked, opened, network = self.trace(
+        asked, opened, listed, network = self.trace(
             {"control/enabled": "1"}, "127.0.0.1", "25", "0", "", "0", "mx.example.org",
             "alice@example.org", "bob@example.net")
         self.assertEqual(opened, [])
         self.assertEqual(network, [])
         self.assertEqual(asked, ["exempt_users", "from_whitelist", "exempt_ips",
                                  "exempt_ips.range"])
+        # Each is missing: its folder is looked through for the name in another letter case, once.
+        self.assertEqual(listed, [""] * len(asked))
 
     def test_a_local_client_opens_the_lists_that_are_there_once(self):
         files = {"exempt_users": "nobody@example.org\n", "from_whitelist": "nobody@example.org\n",
@@ -85,10 +89,25 @@ class OpenedFiles(unittest.TestCase):
                  "control/rules.enabled": "require_helo\n", "control/bms.enabled": "map\n",
                  "control/valid_domain_ips": "example.org : 192.0.2.1\n",
                  "bms/lists_to_update": "map\n", "bms/map": "\0" * 1024}
-        _, opened, network = self.trace(files, "127.0.0.1", "25", "0", "", "0", "mx.example.org",
+        _, opened, _, network = self.trace(files, "127.0.0.1", "25", "0", "", "0", "mx.example.org",
                                         "alice@example.org", "bob@example.net")
         self.assertEqual(opened, ["exempt_users", "from_whitelist", "exempt_ips"])
         self.assertEqual(network, [])
+
+    def test_what_has_its_exact_name_costs_no_listing(self):
+        files = {"exempt_users": "nobody@example.org\n", "from_whitelist": "nobody@example.org\n",
+                 "exempt_ips": "127.0.0.1\n"}
+        *_, listed, _ = self.trace(files, "127.0.0.1", "25", "0", "", "0", "mx.example.org",
+                                   "alice@example.org", "bob@example.net")
+        self.assertEqual(listed, [])
+
+    def test_a_name_in_another_case_costs_one_listing_a_call(self):
+        files = {"Exempt_Users": "nobody@example.org\n", "from_whitelist": "nobody@example.org\n",
+                 "exempt_ips": "127.0.0.1\n"}
+        _, opened, listed, _ = self.trace(files, "127.0.0.1", "25", "0", "", "0", "mx.example.org",
+                                          "alice@example.org", "bob@example.net")
+        self.assertIn("Exempt_Users", opened)
+        self.assertEqual(listed, [""] * 2, "the test for the file and its opening")
 
     def test_a_bounce_from_a_private_client_opens_what_it_needs_once(self):
         files = {"exempt_users": "nobody@example.org\n", "from_whitelist": "nobody@example.org\n",
@@ -98,7 +117,7 @@ class OpenedFiles(unittest.TestCase):
                  "control/valid_domain_ips": "example.org : 192.0.2.1\n",
                  "bms/lists_to_update": "map\nother\nmissing\n", "bms/map": "\0" * 1024,
                  "bms/other": "\0" * 1024}
-        _, opened, network = self.trace(files, "10.0.0.1", "25", "0", "", "0", "mx.example.org", "",
+        _, opened, _, network = self.trace(files, "10.0.0.1", "25", "0", "", "0", "mx.example.org", "",
                                         "bob@example.net")
         self.assertEqual(opened, ["exempt_users", "exempt_ips", "blocked_ips",
                                   "bms/lists_to_update", "bms/map", "bms/other"])
