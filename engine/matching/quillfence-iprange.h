@@ -74,7 +74,7 @@ int ipr_file_contains_range(const char *path, const char *low, const char *high,
 // file's place in one step, with its owner and rights; of a symbolic link the file that it leads to
 // is replaced. Meanwhile the old contents are linked to "<path>.bak", where the file system has
 // links. Both are gone afterwards; a ".new" or ".bak" that a killed edit left behind is deleted by
-// the next rewriting edit. A ".bak" whose range file is missing, as earlier versions may have left
+// the next edit. A ".bak" whose range file is missing, as earlier versions may have left
 // it, is put back by the next edit, with the ERROR line "file %s was missing and has been restored
 // from %s".
 //
