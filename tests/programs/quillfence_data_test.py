@@ -95,6 +95,10 @@ class ProgramTest(Case):
         for arguments, said in [
             ([], 'A subcommand is required; try "quillfence-data --help"'),
             (["regex"], 'A subcommand is required; try "quillfence-data regex --help"'),
+            (["blockmap"], 'A subcommand is required; try "quillfence-data blockmap --help"'),
+            (["range"], 'A subcommand is required; try "quillfence-data range --help"'),
+            (["list"], 'A subcommand is required; try "quillfence-data list --help"'),
+            (["counter"], 'A subcommand is required; try "quillfence-data counter --help"'),
             (["foo"], 'there is no subcommand "foo"; try "quillfence-data --help"'),
             (["regex", "foo"], 'there is no subcommand "foo"; try "quillfence-data regex --help"'),
             (["regex", "dump"], 'FILE is required; try "quillfence-data regex dump --help"'),
