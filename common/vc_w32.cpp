@@ -1,5 +1,6 @@
 #include "vc_w32.h"
 
+#include <atomic>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -43,7 +44,7 @@ enum class verbosity { unknown, quiet, verbose };
 event_source source;
 vc_log_function log_function;
 vc_oom_function oom_function;
-verbosity verbose_debug = verbosity::unknown;
+std::atomic<verbosity> verbose_debug = verbosity::unknown; // every thread finds out the same
 
 // Builds the message and hands the line to the log function, which must be installed.
 void emit_line(int priority, const char *line_format, const log_place &where, const char *format,
@@ -56,11 +57,12 @@ void emit_line(int priority, const char *line_format, const log_place &where, co
 }
 
 bool debug_lines_wanted() {
-    if (verbose_debug == verbosity::unknown) {
-        verbose_debug =
-            platform::environment_has("VERBOSEDEBUG") ? verbosity::verbose : verbosity::quiet;
+    verbosity wanted = verbose_debug.load(std::memory_order_relaxed);
+    if (wanted == verbosity::unknown) {
+        wanted = platform::environment_has("VERBOSEDEBUG") ? verbosity::verbose : verbosity::quiet;
+        verbose_debug.store(wanted, std::memory_order_relaxed);
     }
-    return verbose_debug == verbosity::verbose;
+    return wanted == verbosity::verbose;
 }
 
 } // namespace

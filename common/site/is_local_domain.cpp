@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "evidence.h"
 #include "me_settings.h"
 #include "read_ahead.h"
 #include "vc_file.h"
@@ -75,17 +76,21 @@ static bool table_holds(const char *path, const char *domain) {
         QF_ERRNO_AS("is_local_domain", ENOMEM);
         return false;
     }
-    in->file = vc_open_ex(path, 0, 0, 0);
+    in->file = vc_open_existing(path);
     if (in->file == vc_invalid_handle) {
         return false;
     }
     const size_t domain_length = strlen(domain);
     bool held = false;
     size_t length;
+    uint32_t lines = 0;
     while (const char *const line = held ? nullptr : take_line(in.get(), &length)) {
+        ++lines;
         held = names_domain(line, length, domain, domain_length);
     }
     vc_close(in->file);
+    tell(&evidence_sink::searched_domain_table,
+         {.path = path, .domain = domain, .lines = lines, .line = held ? lines : 0});
     return held;
 }
 

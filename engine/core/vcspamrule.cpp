@@ -235,10 +235,20 @@ void dump_rules(const vc_list_entry *rules) {
 // ---------------------------------------------------------------------------------------------
 // Notices
 
-// A new heap string with the template of the rule's notice; null without memory.
+// The text between two macros' replacements. Clients choose what comes in a macro's place, further
+// macros included: uncut, three values of 1,000 characters make a text of gigabytes.
+static constexpr size_t longest_working_text = 65536;
+
+// A new heap string with the template of the rule's notice, cut; null without memory.
 static char *notice_template(const spam_rule *rule, smtp_state *state, message_hook message) {
     char *text = message ? message(rule->name, state) : nullptr;
-    return text ? text : strdup(rule->rejection);
+    if (!text) {
+        return vc_strndup(rule->rejection, longest_working_text);
+    }
+    if (strnlen(text, longest_working_text) == longest_working_text) {
+        text[longest_working_text] = '\0';
+    }
+    return text;
 }
 
 static const char *text_or_unknown(const char *text) {
@@ -270,7 +280,8 @@ char *build_rejection_notice(const spam_rule *rule, smtp_state *state, message_h
     char *notice = nullptr;
     bool replaced = true;
     for (const auto &replacement : replacements) {
-        replaced = replaced && vc_str_replace(&text, replacement.macro, replacement.value);
+        replaced = replaced && vc_str_replace_within(&text, replacement.macro, replacement.value,
+                                                     longest_working_text);
     }
     if (replaced) {
         QF_DEBUG("after replacement macros: rejection is: [%s]", text);

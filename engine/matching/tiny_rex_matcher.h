@@ -13,11 +13,6 @@
 namespace quillfence::trex {
 
 inline constexpr int32_t none = -1;
-#ifdef FUZZING_BUILD_MODE_UNSAFE_FOR_PRODUCTION // hopeless patterns must not take all the time
-inline constexpr uint32_t max_steps = 100'000;
-#else
-inline constexpr uint32_t max_steps = 50'000'000;
-#endif
 // What a file can hold at most; longer expressions, compiled at run time, have no deeper recursion
 // than these, which bounds the stack.
 inline constexpr int32_t max_stored_nodes = 4095;
@@ -32,11 +27,17 @@ struct place {
 
 // A ".*" of the root's sequence that has failed: it can't match from there on.
 struct failure {
-    const TRexNode *node;
-    const char *from;
+    int32_t node;
+    uint32_t from; // distance from the subject's beginning
     int32_t depth_left;
 };
-inline constexpr size_t max_failures = 8;
+// Where failures are remembered: nodes share a place with those a multiple of this away, and the
+// last one has it. A list's longest line has fewer nodes.
+inline constexpr int32_t failure_places = 1024;
+struct failure_table {
+    uint64_t used[failure_places / 64];
+    failure places[failure_places]; // undefined where not used
+};
 
 struct matcher {
     TRex *expression;
@@ -45,16 +46,18 @@ struct matcher {
     bool fold;
     bool broken;
     bool silent; // nothing is reported
+    uint32_t most_steps;
     uint32_t steps_left;
     int32_t depth_left;
     const char *begin;
     const char *end;
-    place root;          // of the nodes in the root group
-    place looked_at;     // the same for a chain that somebody only looks ahead at
-    const char *settled; // where the root's sequence ends, once that is known
-    bool settled_ended;  // and its `ended`
-    failure failures[max_failures];
-    size_t failure_count;
+    place root;             // of the nodes in the root group
+    place looked_at;        // the same for a chain that somebody only looks ahead at
+    const char *settled;    // where the root's sequence ends, once that is known
+    bool settled_ended;     // and its `ended`
+    const TRexNode *failed; // the ".*" of the root's sequence that has failed last
+    bool has_failures;      // else the table is undefined
+    failure_table failures;
 };
 
 // --- Nodes and limits (tiny_rex_node.cpp) -------------------------------------------------------
@@ -80,10 +83,12 @@ inline int32_t maximum_of(const TRexNode *greedy) {
 // The match ends without a result, after an ERROR line. Null.
 const char *give_up(matcher *m, const char *function, const char *why);
 const char *cycle(matcher *m, const char *function);
+// The same, but without a line where the caller gave fewer steps than a match may take.
+const char *out_of_steps(matcher *m, const char *function);
 
 inline bool step(matcher *m, const char *function) {
     if (m->steps_left == 0) {
-        give_up(m, function, "regex takes too many steps");
+        out_of_steps(m, function);
         return false;
     }
     --m->steps_left;

@@ -1,4 +1,5 @@
 // Whether a node may be used, and how far a match may go.
+#include "evidence.h"
 #include "tiny_rex_matcher.h"
 #include "vc_log.h"
 
@@ -102,6 +103,9 @@ static fault node_fault(const TRexNode *node, int32_t count) {
 
 static void report_fault(fault found, const TRexNode *node, int32_t count) {
     static constexpr char function[] = "__trex_node_is_valid";
+    if (found >= fault::left_out_of_range && found <= fault::next_out_of_range) {
+        tell_failure(nullptr, 0, "an expression's nodes are damaged");
+    }
     switch (found) {
     case fault::no_fault:
         return;
@@ -164,12 +168,21 @@ bool left_is_link(int32_t type) {
 const char *give_up(matcher *m, const char *function, const char *why) {
     if (!m->broken && !m->silent) {
         QF_ERROR_AS(function, "%s", why);
+        tell_failure(nullptr, 0, why);
     }
     m->broken = true;
     return nullptr;
 }
 const char *cycle(matcher *m, const char *function) {
     return give_up(m, function, "corrupt regex: nodes form a cycle");
+}
+
+const char *out_of_steps(matcher *m, const char *function) {
+    if (m->most_steps < trex_most_steps) {
+        m->broken = true;
+        return nullptr;
+    }
+    return give_up(m, function, "regex takes too many steps");
 }
 
 const TRexNode *check_node(matcher *m, const TRexNode *node) {

@@ -3,8 +3,10 @@
 #include <bit>
 
 #include "byte_cursor.h"
+#include "evidence.h"
 #include "platform/file.h"
 #include "read_ahead.h"
+#include "step_budget.h"
 #include "vc_file.h"
 #include "vc_log.h"
 #include "vc_text.h"
@@ -15,6 +17,7 @@ static constexpr char module_name[] = "tiny_rex_storage";
 
 namespace {
 
+constexpr char damaged_block[] = "a block of the file is damaged"; // to whoever asks
 constexpr size_t node_size = 16;
 static_assert(sizeof(TRexNode) == node_size);
 
@@ -48,11 +51,13 @@ void drop_nodes(TRex *expression) {
 bool count_is_sane(int32_t count, const char *function) {
     if (count == 0) {
         QF_ERROR_AS(function, "node count size of zero read: invalid regex");
+        tell_failure(nullptr, 0, damaged_block);
         return false;
     }
     if (count < 0 || count > trs_max_nodes) {
         QF_ERROR_AS(function, "block size %d exceeds sane boundaries",
                     static_cast<int32_t>(static_cast<uint32_t>(count) * node_size));
+        tell_failure(nullptr, 0, damaged_block);
         return false;
     }
     return true;
@@ -71,6 +76,7 @@ bool read_count(FILE *stream, TRex *expression, const char *function) {
         QF_DEBUG_AS(function, "end of file. terminating");
         return false;
     }
+    tell_failure(nullptr, 0, damaged_block);
     QF_ERROR_AS(function, "Error reading node block size: %s", ::strerror(errno));
     QF_ERROR_AS(function, "nallocated is %d", expression->nallocated);
     QF_ERROR_AS(function, "bytes read is %d", static_cast<int>(got));
@@ -83,6 +89,7 @@ bool read_nodes(FILE *stream, TRex *expression, const char *function) {
         unsigned char bytes[node_size];
         if (::fread(bytes, 1, sizeof bytes, stream) != sizeof bytes) {
             QF_ERROR_AS(function, "short read when attempting to read node #%d", read);
+            tell_failure(nullptr, 0, damaged_block);
             return false;
         }
         expression->nodes[read] = node_from_bytes(bytes);
@@ -256,29 +263,56 @@ bool back_to_stream(window *w) {
     return ::fseek(w->stream, -left, SEEK_CUR) == 0;
 }
 
+// Matches with what is left of the run's steps.
+bool matches_within_budget(TRex *expression, const char *text, const char *end) {
+    const bool matched = __trex_match_within(expression, text, end, steps_to_take(trex_most_steps));
+    take_steps(expression->steps);
+    return matched;
+}
+
+// Tells the expression that matched, the last one that was looked at.
+void tell_match(pattern_search *search, const TRex &expression) {
+    search->expression = search->expressions;
+    search->nodes = expression.nodes;
+    search->node_count = expression.nallocated;
+    tell(&evidence_sink::searched_patterns, *search);
+}
+
 // Reads the next block, which the window could not lend, the long way, with every line that this
 // may need. Reading goes on where it stops.
-bool matches_long_way(window *w, const char *text) {
+bool matches_long_way(window *w, const char *text, const char *end, pattern_search *search) {
     TRex expression = {};
-    const bool matched = trs_next(w->stream, &expression) && trex_match(&expression, text);
+    const bool read = trs_next(w->stream, &expression);
+    search->expressions += read;
+    const bool matched = read && matches_within_budget(&expression, text, end);
+    if (matched) {
+        tell_match(search, expression);
+    }
     drop_nodes(&expression);
     return matched;
 }
 
-bool any_block_matches(window *w, const char *text) {
+bool any_block_matches(window *w, const char *text, pattern_search *search) {
     const char *const end = text + ::strlen(text);
     TRex expression;
     for (;;) {
         next_block next;
         while ((next = lend_block(w, &expression)) != next_block::cut) {
-            if (next == next_block::lent && __trex_match_span(&expression, text, end)) {
+            ++search->expressions;
+            if (next == next_block::lent && matches_within_budget(&expression, text, end)) {
+                tell_match(search, expression);
                 return true;
+            }
+            if (steps_are_spent()) {
+                tell_failure(search->path, 0, "the steps of this run are spent");
+                return false;
             }
         }
         if (!back_to_stream(w)) {
+            tell_failure(search->path, 0, "the file can't be read from a place");
             return false;
         }
-        if (matches_long_way(w, text)) {
+        if (matches_long_way(w, text, end, search)) {
             return true;
         }
         if (::feof(w->stream) || ::ferror(w->stream)) {
@@ -294,7 +328,9 @@ int compiled_regex_match(const char *path, const char *text) {
         QF_EINVAL();
         return 0;
     }
+    pattern_search search = {.path = path, .subject = text};
     if (!vc_file_exists_ex(path, vc_type_file)) {
+        tell(&evidence_sink::searched_patterns, search);
         return 0;
     }
     const platform::stream_ptr stream(platform::stream_open(path, "rb"));
@@ -303,6 +339,7 @@ int compiled_regex_match(const char *path, const char *text) {
     }
     if (!trs_valid_file(stream.get())) {
         QF_ERROR("file [%s] is not a valid vellumcraft generated regex file", path);
+        tell_failure(path, 0, "not a file of compiled patterns");
         return 0;
     }
     const heap_ptr<window> w(static_cast<window *>(::malloc(sizeof(window))));
@@ -312,7 +349,12 @@ int compiled_regex_match(const char *path, const char *text) {
     }
     w->stream = stream.get();
     w->used = w->filled = 0;
-    return any_block_matches(w.get(), text);
+    search.existed = true;
+    const bool matched = any_block_matches(w.get(), text, &search);
+    if (!matched) {
+        tell(&evidence_sink::searched_patterns, search);
+    }
+    return matched;
 }
 
 } // namespace quillfence

@@ -1,9 +1,16 @@
 #include "reverse_dns.h"
 
+#include "evidence.h"
 #include "vc_dns.h"
 #include "vc_log.h"
 
 namespace quillfence {
+
+void tell_ptr_cache(const smtp_state *state) {
+    if (state->rdns_resolves != resolves_unknown) {
+        tell(&evidence_sink::cache_answered, {"rdns_resolves", state->rdns_resolves});
+    }
+}
 
 bool has_routable_client(const log_place &rule, const smtp_state *state) {
     if (!state) {
@@ -11,11 +18,11 @@ bool has_routable_client(const log_place &rule, const smtp_state *state) {
         return false;
     }
     if (!state->ip) {
-        QF_DEBUG_AT(rule, "no IP address found. Can't run test");
+        QF_REASON_AT(rule, "no IP address found. Can't run test");
         return false;
     }
     if (!state->routable) {
-        QF_DEBUG_AT(rule, "IP address is not routable, skipping rule...");
+        QF_REASON_AT(rule, "IP address is not routable, skipping rule...");
         return false;
     }
     return true;
@@ -66,16 +73,16 @@ static bool take_ptr_answer(const log_place &rule, smtp_state *state, const char
     const int code = look_up_ptr_names(state);
     switch (cache_ptr_answer(state, code, &ptr_cache_row::name_rules)) {
     case ptr_answer::names:
-        QF_DEBUG_AT(rule, "DNS lookup success. setting cache");
+        QF_REASON_AT(rule, "DNS lookup success. setting cache");
         return true;
     case ptr_answer::empty:
-        QF_DEBUG_AT(rule, "%s", no_names_line);
+        QF_REASON_AT(rule, "%s", no_names_line);
         return false;
     case ptr_answer::no_such_name:
-        QF_DEBUG_AT(rule, "DNS NXDOMAIN. setting cache");
+        QF_REASON_AT(rule, "DNS NXDOMAIN. setting cache");
         return false;
     default:
-        QF_DEBUG_AT(rule, "%s", ptr_failure_line);
+        QF_REASON_AT(rule, "%s", ptr_failure_line);
         return false;
     }
 }
@@ -84,12 +91,13 @@ bool reach_ptr_names(const log_place &rule, smtp_state *state, const char *no_na
     if (!has_routable_client(rule, state)) {
         return false;
     }
+    tell_ptr_cache(state);
     switch (state->rdns_resolves) {
     case resolves_no:
-        QF_DEBUG_AT(rule, "cache shows PTR is NXDOMAIN. Can't run test");
+        QF_REASON_AT(rule, "cache shows PTR is NXDOMAIN. Can't run test");
         return false;
     case resolves_tempfail:
-        QF_DEBUG_AT(rule, "cache shows PTR is temporarily unavailable");
+        QF_REASON_AT(rule, "cache shows PTR is temporarily unavailable");
         return false;
     case resolves_unknown:
         return take_ptr_answer(rule, state, no_names_line);
@@ -97,7 +105,7 @@ bool reach_ptr_names(const log_place &rule, smtp_state *state, const char *no_na
         break;
     }
     if (!has_ptr_names(state)) {
-        QF_DEBUG_AT(rule, "cache shows DNS lookup error. Skipping test");
+        QF_REASON_AT(rule, "cache shows DNS lookup error. Skipping test");
         return false;
     }
     return true;
@@ -109,7 +117,11 @@ uint8_t run_ptr_hook(const log_place &rule, session_hook hook_table::*slot, smtp
         return 0;
     }
     const session_hook hook = hooks().*slot;
-    return hook ? hook(state) : uint8_t{0};
+    if (!hook) {
+        tell(&evidence_sink::found_empty_hook, {.rule = rule.function});
+        return 0;
+    }
+    return hook(state);
 }
 
 } // namespace quillfence

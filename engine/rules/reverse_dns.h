@@ -24,6 +24,9 @@ void set_ptr_lookup_stand_in(int (*lookup)(smtp_state *state));
 // Whether the session has at least one PTR name.
 bool has_ptr_names(const smtp_state *state);
 
+// Tells what the session's cache of the lookup answers, if it does.
+void tell_ptr_cache(const smtp_state *state);
+
 // What the lookup found out.
 enum class ptr_answer : uint8_t {
     names,

@@ -1,3 +1,4 @@
+#include "evidence.h"
 #include "reverse_dns.h"
 #include "rules.h"
 #include "vc_rfc.h"
@@ -18,12 +19,12 @@ static bool look_up_names(const char *rule, smtp_state *state) {
     const int code = look_up_ptr_names(state);
     switch (cache_ptr_answer(state, code, &ptr_cache_row::valid_ptr)) {
     case ptr_answer::names:
-        QF_DEBUG_AS(rule, "DNS lookup success. setting cache");
+        QF_REASON_AS(rule, "DNS lookup success. setting cache");
         return true;
     case ptr_answer::no_such_name:
         return true;
     default:
-        QF_DEBUG_AS(rule, "%s", ptr_failure_line);
+        QF_REASON_AS(rule, "%s", ptr_failure_line);
         return false;
     }
 }
@@ -32,12 +33,13 @@ static bool can_be_judged(const log_place &place, smtp_state *state) {
     if (!has_routable_client(place, state)) {
         return false;
     }
+    tell_ptr_cache(state);
     switch (state->rdns_resolves) {
     case resolves_no:
-        QF_DEBUG_AS(place.function, "cache shows PTR is NXDOMAIN");
+        QF_REASON_AS(place.function, "cache shows PTR is NXDOMAIN");
         return false;
     case resolves_tempfail:
-        QF_DEBUG_AS(place.function, "cache shows PTR is temporarily unavailable");
+        QF_REASON_AS(place.function, "cache shows PTR is temporarily unavailable");
         return false;
     case resolves_unknown:
         return look_up_names(place.function, state);
@@ -53,6 +55,7 @@ uint8_t rule_valid_ptr(smtp_state *state) {
     }
     for (char **name = state->ptr_results; name && *name; ++name) {
         if (is_usable(*name)) {
+            tell_reason("the PTR name %s is a valid domain", *name);
             state->rdns = *name;
             return 0;
         }

@@ -11,6 +11,7 @@
 #include "line_input.h"
 #include "pattern_lines.h"
 #include "pattern_text.h"
+#include "pattern_trial.h"
 #include "tiny_rex_storage.h"
 
 namespace quillfence::data_tool {
@@ -36,6 +37,16 @@ void warn_of_bad_nodes(const TRex &expression, engine_messages *messages, line_i
     }
 }
 
+void warn_of_long_matches(TRex *expression, engine_messages *messages, line_input *in) {
+    const std::string name = name_that_takes_long(expression);
+    if (!name.empty()) {
+        in->warn("the pattern takes more than a hundredth of the steps that a message has for all "
+                 "its names and patterns, with the name " +
+                 name);
+    }
+    messages->take(); // of bad nodes, which have been warned of
+}
+
 // The pattern of one line to the file; false when the line has been complained about.
 bool compile_line(const pattern_line &line, line_input *in, file_output *out) {
     if (line.is == pattern_line::kind::wrong) {
@@ -55,6 +66,7 @@ bool compile_line(const pattern_line &line, line_input *in, file_output *out) {
         return false;
     }
     warn_of_bad_nodes(*expression, &messages, in);
+    warn_of_long_matches(expression.get(), &messages, in);
     if (!trs_store(out->stream(), expression.get())) {
         out->fail(messages.take());
     }

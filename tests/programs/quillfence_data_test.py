@@ -199,6 +199,13 @@ class RegexTest(Case):
                    "list:2: warning: a part of the pattern can't be matched: non-printable "
                    "character 9 found\n")
 
+    def test_what_a_name_can_make_long_is_warned_of(self):
+        self.file("list", "[0-9]+[0-9]+[0-9]+x\n[0-9]{1,3}-[0-9]{1,3}x\n[a-z]+[a-z]+[a-z]+\\.foo$\n")
+        said = ("list:%d: warning: the pattern takes more than a hundredth of the steps that a "
+                "message has for all its names and patterns, with the name %s\n")
+        self.check(["regex", "compile", "list", "out"], DONE, "out: 3 expressions\n",
+                   said % (1, "1" * 255) + said % (3, "a" * 250 + "_.foo"))
+
     def test_a_public_list_goes_there_and_back(self):
         public = SOURCE / "tests/data/fqrdns.pcre"
         self.file("list", public.read_bytes())
