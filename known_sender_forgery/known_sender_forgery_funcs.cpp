@@ -152,7 +152,7 @@ static parsed ksf_parse_fields(char *name, char *ip_set, ksf_domain *record) {
     if (!count) {
         return parsed::nothing;
     }
-    *record = {copy.release(), networks.release(), count, 0};
+    *record = {copy.release(), networks.release(), static_cast<uint32_t>(count), 0};
     return parsed::record;
 }
 

@@ -20,7 +20,7 @@ struct ksf_network {
 struct ksf_domain {
     char *name; // lower case, owned
     ksf_network *networks;
-    size_t network_count;
+    uint32_t network_count;
     uint32_t line; // of the file, from 1
 };
 

@@ -81,6 +81,7 @@ static uint8_t all_names_match(const char *hook, const char *file, smtp_state *s
         const bool listed = compiled_regex_match(file, *name) && !is_exempt_ptr_name(*name);
         if (steps_are_spent()) {
             QF_ERROR_AS(hook, "%s", ptr_steps_spent_line);
+            tell_failure(file, 0, ptr_steps_spent_line);
             return 0;
         }
         if (!listed) {

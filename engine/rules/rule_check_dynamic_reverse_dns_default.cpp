@@ -47,6 +47,7 @@ uint8_t rule_check_dynamic_reverse_dns_default(smtp_state *state) {
         const bool listed = matches(expression.get(), *name) && !is_exempt_ptr_name(*name);
         if (steps_are_spent()) {
             QF_ERROR("%s", ptr_steps_spent_line);
+            tell_failure(exempt_regex_file, 0, ptr_steps_spent_line);
             return 0;
         }
         if (!listed) {
