@@ -16,7 +16,7 @@ import sys
 import tempfile
 from pathlib import Path
 
-PROGRAM = Path(sys.argv[1]).resolve() / "tools/quillfence-data"
+PROGRAM = Path(sys.argv[1]).resolve() / "programs/quillfence-data/quillfence-data"
 PATTERNS = Path(sys.argv[2]).resolve() / "tests/data/fqrdns.pcre"
 RUNS = 7
 COUNT = 1_000_000

@@ -10,6 +10,9 @@
 // is 0. The four drivers test the kinds in different orders, on purpose: only the DEBUG line
 // differs.
 //
+// A walk of the rule table has run_steps matcher steps for its lookups in pattern files, unless the
+// thread has begun a budget of its own (step_budget.h).
+//
 // The checks return 1 for success, with a hit or without, and 0 for failure. ERROR lines, unless
 // said otherwise: EINVAL for missing arguments, ENOMEM, and those of the file, list and block-map
 // layers.
@@ -25,7 +28,8 @@ namespace quillfence {
 // Report flavour. *hits receives a list of heap strings (null for no hits) that the caller
 // releases with free; on failure it is left alone.
 
-// Whether the report may name a rule: 16 rules of the table, matched exactly.
+// Whether the report may name a rule: its row in the table says so. Names match exactly; a
+// rule that is not in the table is not named.
 bool is_reportable_rule(const char *name);
 
 // The names of the reportable rules that hit, in table order. "block_all_mail" is not run.

@@ -2,14 +2,10 @@
 // written during start-up only; checks may run side by side between start-up and teardown.
 #pragma once
 
+#include "configuration.h"
 #include "vc_list.h"
 
 namespace quillfence {
-
-// The folder of all configuration files, as a session's base directory, and the one of its
-// control files.
-inline constexpr char quillfence_base_dir[] = "c:/quillfence/";
-inline constexpr char quillfence_control_dir[] = "c:/quillfence/control";
 
 // Fills the hook table with the engine's own hooks and builds the rule table. 1, or 0 when there
 // are no rules. A second call replaces the first one's table.

@@ -75,38 +75,38 @@ constexpr rule_message authentication_needed_ipv6 = {
 
 // clang-format off
 constexpr rule_row rows[] = { // in running order: the first hit wins
-    //                                                                       mua ndr local ipv6
-    {"inbound",                           nullptr,                                1, 1, 0, 0, &too_much_mail_from_server},
-    {"outbound",                          nullptr,                                1, 1, 1, 1, &too_much_mail},
-    {"to_whitelist",                      rule_to_whitelist,                      1, 1, 1, 1, &accepted_recipient},
-    {"from_whitelist",                    rule_from_whitelist,                    1, 0, 1, 1, &accepted},
-    {"ip_whitelist",                      rule_ip_whitelist,                      1, 1, 1, 1, &accepted},
-    {"block_lists",                       nullptr,                                0, 1, 0, 0, &listed_ip},
-    {"block_rbl_lists",                   nullptr,                                0, 1, 0, 0, &listed_ip},
-    {"block_all_mail",                    rule_block_all_mail,                    1, 0, 0, 1, &whitelisted_mail_only},
-    {"block_ip_in_addr",                  rule_block_ip_in_addr,                  1, 1, 1, 1, &ip_in_address},
-    {"require_helo",                      rule_require_helo,                      1, 1, 1, 1, &missing_helo},
-    {"valid_helo_domain",                 rule_valid_helo_domain,                 0, 0, 0, 1, &malformed_helo},
-    {"block_mail_from_self",              rule_block_mail_from_self,              1, 0, 0, 1, &mail_from_self},
-    {"require_full_addr",                 rule_require_full_addr,                 1, 1, 0, 1, &incomplete_address},
-    {"mail_from_strict_addr_parse",       rule_mail_from_strict_addr_parse,       1, 1, 0, 1, &malformed_from},
-    {"rfc_mail_from",                     rule_rfc_mail_from,                     1, 0, 0, 1, &from_outside_rfc},
-    {"valid_ptr",                         rule_valid_ptr,                         0, 0, 0, 0, &invalid_ptr},
-    {"check_ip_reverse_dns",              rule_check_ip_reverse_dns,              0, 1, 0, 0, &missing_reverse_dns},
-    {"check_dynamic_reverse_dns_default", rule_check_dynamic_reverse_dns_default, 0, 1, 0, 0, &dynamic_reverse_dns},
-    {"check_dynamic_reverse_dns",         rule_check_dynamic_reverse_dns,         0, 1, 0, 0, &dynamic_reverse_dns},
-    {"check_reverse_dns_list",            rule_check_reverse_dns_list,            0, 1, 0, 0, &abusive_name},
-    {"check_confirmed_dyna",              rule_check_confirmed_dyna,              0, 1, 0, 0, &dynamic_reverse_dns},
-    {"ip_blacklist",                      rule_ip_blacklist,                      1, 1, 0, 1, &blacklisted_sender},
-    {"from_blacklist",                    rule_from_blacklist,                    1, 0, 0, 1, &blacklisted_sender},
-    {"helo_blacklist",                    rule_helo_blacklist,                    1, 1, 0, 1, &blacklisted_server},
-    {"country_blacklist",                 rule_country_blacklist,                 0, 1, 0, 0, &blacklisted_country},
-    {"helo_whitelist",                    rule_helo_whitelist,                    1, 1, 0, 1, &accepted},
-    {"resolve_helo_domain",               rule_resolve_helo_domain,               0, 0, 0, 1, &helo_without_dns},
-    {"valid_from_domain",                 rule_valid_from_domain,                 1, 0, 0, 1, &from_without_dns},
-    {"known_sender_forgery",              rule_known_sender_forgery,              1, 0, 0, 0, &forged_sender},
-    {"local_require_auth",                rule_local_require_auth,                0, 0, 0, 1, &authentication_needed},
-    {"block_nonauth_ipv6",                rule_block_nonauth_ipv6,                0, 0, 0, 1, &authentication_needed_ipv6},
+    //                                                                     mua ndr local ipv6 reported
+    {"inbound",                           nullptr,                                1, 1, 0, 0, 0, &too_much_mail_from_server},
+    {"outbound",                          nullptr,                                1, 1, 1, 1, 0, &too_much_mail},
+    {"to_whitelist",                      rule_to_whitelist,                      1, 1, 1, 1, 0, &accepted_recipient},
+    {"from_whitelist",                    rule_from_whitelist,                    1, 0, 1, 1, 0, &accepted},
+    {"ip_whitelist",                      rule_ip_whitelist,                      1, 1, 1, 1, 0, &accepted},
+    {"block_lists",                       nullptr,                                0, 1, 0, 0, 0, &listed_ip},
+    {"block_rbl_lists",                   nullptr,                                0, 1, 0, 0, 0, &listed_ip},
+    {"block_all_mail",                    rule_block_all_mail,                    1, 0, 0, 1, 0, &whitelisted_mail_only},
+    {"block_ip_in_addr",                  rule_block_ip_in_addr,                  1, 1, 1, 1, 1, &ip_in_address},
+    {"require_helo",                      rule_require_helo,                      1, 1, 1, 1, 1, &missing_helo},
+    {"valid_helo_domain",                 rule_valid_helo_domain,                 0, 0, 0, 1, 1, &malformed_helo},
+    {"block_mail_from_self",              rule_block_mail_from_self,              1, 0, 0, 1, 0, &mail_from_self},
+    {"require_full_addr",                 rule_require_full_addr,                 1, 1, 0, 1, 1, &incomplete_address},
+    {"mail_from_strict_addr_parse",       rule_mail_from_strict_addr_parse,       1, 1, 0, 1, 0, &malformed_from},
+    {"rfc_mail_from",                     rule_rfc_mail_from,                     1, 0, 0, 1, 1, &from_outside_rfc},
+    {"valid_ptr",                         rule_valid_ptr,                         0, 0, 0, 0, 1, &invalid_ptr},
+    {"check_ip_reverse_dns",              rule_check_ip_reverse_dns,              0, 1, 0, 0, 1, &missing_reverse_dns},
+    {"check_dynamic_reverse_dns_default", rule_check_dynamic_reverse_dns_default, 0, 1, 0, 0, 1, &dynamic_reverse_dns},
+    {"check_dynamic_reverse_dns",         rule_check_dynamic_reverse_dns,         0, 1, 0, 0, 1, &dynamic_reverse_dns},
+    {"check_reverse_dns_list",            rule_check_reverse_dns_list,            0, 1, 0, 0, 1, &abusive_name},
+    {"check_confirmed_dyna",              rule_check_confirmed_dyna,              0, 1, 0, 0, 1, &dynamic_reverse_dns},
+    {"ip_blacklist",                      rule_ip_blacklist,                      1, 1, 0, 1, 0, &blacklisted_sender},
+    {"from_blacklist",                    rule_from_blacklist,                    1, 0, 0, 1, 0, &blacklisted_sender},
+    {"helo_blacklist",                    rule_helo_blacklist,                    1, 1, 0, 1, 0, &blacklisted_server},
+    {"country_blacklist",                 rule_country_blacklist,                 0, 1, 0, 0, 0, &blacklisted_country},
+    {"helo_whitelist",                    rule_helo_whitelist,                    1, 1, 0, 1, 0, &accepted},
+    {"resolve_helo_domain",               rule_resolve_helo_domain,               0, 0, 0, 1, 1, &helo_without_dns},
+    {"valid_from_domain",                 rule_valid_from_domain,                 1, 0, 0, 1, 1, &from_without_dns},
+    {"known_sender_forgery",              rule_known_sender_forgery,              1, 0, 0, 0, 1, &forged_sender},
+    {"local_require_auth",                rule_local_require_auth,                0, 0, 0, 1, 1, &authentication_needed},
+    {"block_nonauth_ipv6",                rule_block_nonauth_ipv6,                0, 0, 0, 1, 1, &authentication_needed_ipv6},
 };
 // clang-format on
 
@@ -192,7 +192,7 @@ static heap_string rejection_text(const rule_message *message) {
 }
 
 vc_list_entry *build_rule_table() {
-    static constexpr uint64_t element_size = 32; // what the entries have always carried
+    static constexpr uint64_t element_size = 32; // kept on purpose: not the record's size
     vc_list_entry *rules = nullptr;
     for (const rule_row &row : rows) {
         const heap_string text = rejection_text(row.message);
@@ -251,13 +251,6 @@ static char *notice_template(const spam_rule *rule, smtp_state *state, message_h
     return text;
 }
 
-static const char *reverse_name(const smtp_state *state) {
-    if (state->rdns) {
-        return state->rdns;
-    }
-    return state->ptr_results ? state->ptr_results[0] : nullptr;
-}
-
 static const char *text_or_unknown(const char *text) {
     return text ? text : "unknown";
 }
@@ -278,7 +271,7 @@ char *build_rejection_notice(const spam_rule *rule, smtp_state *state, message_h
         const char *value;
     } replacements[] = {
         {"%IP%", state->ip}, // absent: the replacement refuses it, and there is no notice
-        {"%RDNS%", text_or_unknown(reverse_name(state))},
+        {"%RDNS%", text_or_unknown(known_reverse_name(state))},
         {"%HELO%", text_or_unknown(state->helo)},
         {"%FROM%", text_or_unknown(state->mail_from)},
         {"%RCPT%", text_or_unknown(state->rcpt_to)},

@@ -39,6 +39,7 @@ struct rule_row {
     uint8_t ndr;
     uint8_t localhost;
     uint8_t ipv6;
+    uint8_t reported; // 1 when the report may name the rule
     const rule_message *message;
 };
 

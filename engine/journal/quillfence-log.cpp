@@ -1,6 +1,7 @@
 #include "quillfence-log.h"
 
 #include "byte_cursor.h"
+#include "configuration.h"
 #include "platform/clock.h"
 #include "platform/process.h"
 #include "quillfence-file.h"
@@ -12,7 +13,9 @@ namespace quillfence {
 
 static constexpr char module_name[] = "quillfence-log";
 
-static constexpr char counter_file_name[] = ".counterv2.dat";
+static constexpr const char *daily_name = name_in_folder(configured("log/.counterv2.dat"));
+static constexpr const char *hourly_name = name_in_folder(configured("log/.counterv2.dat.hourly"));
+static constexpr const char *mail_log_name = name_in_folder(configured("log/qflog"));
 static constexpr unsigned char counter_version = 2;
 static constexpr uint32_t header_size = 5;
 static constexpr uint32_t record_size = 32;
@@ -206,7 +209,7 @@ char *ql_get_counter_file(const char *directory, int month) {
         QF_EINVAL();
         return nullptr;
     }
-    vc_asprintf(&path, "%s/%s.%02d", directory, counter_file_name, month);
+    vc_asprintf(&path, "%s/%s.%02d", directory, daily_name, month);
     return path;
 }
 
@@ -216,7 +219,7 @@ char *ql_get_counter_file_hourly(const char *directory) {
         QF_EINVAL();
         return nullptr;
     }
-    vc_asprintf(&path, "%s/%s.hourly", directory, counter_file_name);
+    vc_asprintf(&path, "%s/%s", directory, hourly_name);
     return path;
 }
 
@@ -394,19 +397,11 @@ void ql_set_program_name(const char *name) {
     program_name = name;
 }
 
-static const char *yes_or_no(uint8_t flag) {
-    return flag ? "yes" : "no";
-}
-
 // The client's reverse name as the log shows it.
-static const char *reverse_name(const smtp_state *state) {
-    if (state->rdns) {
-        return state->rdns;
-    }
-    if (state->ptr_results && state->ptr_results[0]) {
-        return state->ptr_results[0];
-    }
-    return state->rdns_resolves == resolves_tempfail ? "(timeout)" : "(null)";
+static const char *shown_reverse_name(const smtp_state *state) {
+    const char *const name = known_reverse_name(state);
+    const bool failed = state->rdns_resolves == resolves_tempfail;
+    return name ? name : failed ? "(timeout)" : "(null)";
 }
 
 // The whole line as a new string; null without memory (vc_asprintf says so).
@@ -424,17 +419,15 @@ static char *log_line(const smtp_state *state, const char *rule_name, uint8_t lo
                 now->tm_sec, text_or_null(program_name), static_cast<int>(thread), names[log_type],
                 named ? "[" : "", named ? rule : "", named ? "]" : "", yes_or_no(state->mua),
                 text_or_null(state->mua ? state->auth_user : nullptr), text_or_null(state->ip),
-                reverse_name(state), state->port ? state->port : "(unknown)", yes_or_no(state->tls),
-                text_or_null(state->helo), text_or_null(state->mail_from),
+                shown_reverse_name(state), state->port ? state->port : "(unknown)",
+                yes_or_no(state->tls), text_or_null(state->helo), text_or_null(state->mail_from),
                 text_or_null(state->rcpt_to));
     return line;
 }
 
 // Appends the line to the open log and closes it.
 static void append_line(vc_handle log, const char *line) {
-    if (vc_seek(log, 0, 2)) {
-        vc_write(log, line, static_cast<uint32_t>(strlen(line)));
-    }
+    vc_append(log, line, static_cast<uint32_t>(strlen(line)));
     vc_close(log);
 }
 
@@ -446,12 +439,12 @@ static void count_in(const char *directory, uint8_t log_type, uint8_t mua) {
 
 static void log_for_user(const char *directory, const char *line, uint8_t log_type, uint8_t mua) {
     static constexpr char operation[] = "log_message";
-    const heap_string path(__build_path(directory, "qflog"));
+    const heap_string path(__build_path(directory, mail_log_name));
     if (!path) {
         return;
     }
     QF_DEBUG_AS(operation, "attempting to log to user directory: %s", path.get());
-    const vc_handle log = vc_open_ex(path.get(), 0, 1, 0);
+    const vc_handle log = vc_open_append(path.get());
     if (log == vc_invalid_handle) {
         QF_ERROR_AS(operation, "failed to open or create user log...");
         return;
@@ -470,13 +463,13 @@ void log_message(smtp_state *state, const char *rule_name, uint8_t log_type) {
         return;
     }
     const uint32_t thread = platform::thread_id();
-    const heap_string path(__build_path(ql_global_directory, "qflog"));
+    const heap_string path(__build_path(ql_global_directory, mail_log_name));
     const heap_string line(log_line(state, rule_name, log_type, &now, thread));
     if (!path || !line) {
         QF_ENOMEM();
         return;
     }
-    const vc_handle log = vc_open_ex(path.get(), 0, 1, 0);
+    const vc_handle log = vc_open_append(path.get());
     if (log == vc_invalid_handle) {
         return;
     }

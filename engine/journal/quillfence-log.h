@@ -1,13 +1,18 @@
 // The mail log and the counters of verdicts.
 //
-// Every verdict becomes one line of the file "qflog" and one count in each of two fixed-size
-// binary files: a daily counter file per calendar month and an hourly one of the last 24 hours
-// (docs/formats/counters.md). All three lie in "c:/quillfence/log/" and, once more, in each user
-// directory of the session. Nothing locks them: two processes that log at once can lose a count.
+// Every verdict becomes one line of the file "qflog" (docs/formats/mail-log.md) and one count in
+// each of two fixed-size binary files: a daily counter file per calendar month and an hourly one of
+// the last 24 hours (docs/formats/counters.md). All three lie in "c:/quillfence/log/" and, once
+// more, in each user directory of the session. Nothing locks them, and nothing waits for the disk.
+// A line is appended with one write, whatever its length, so that the lines of several processes
+// never mix; a record of a counter is written with one write, too, but read before: two processes
+// that count at once
+// can lose a count.
 #pragma once
 
 #include <cstdint>
 
+#include "configuration.h"
 #include "smtp_state.h"
 #include "vc_file.h"
 
@@ -24,7 +29,7 @@ enum : uint8_t {
     log_type_quarantine = 6,   // counted as spam, by log_message only
 };
 
-inline constexpr char ql_global_directory[] = "c:/quillfence/log/";
+inline constexpr const char *ql_global_directory = quillfence_log_dir;
 
 // One counter record; 32 bytes in a file, little-endian, in this order.
 struct ql_counter {

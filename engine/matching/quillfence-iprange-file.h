@@ -38,6 +38,14 @@ char *__range_path(const char *directory, const char *name);
 // together with write: the file is created when missing, and gets a fresh header when it has no
 // valid one; otherwise a missing file gives null silently.
 range_file *__open_range_file(const char *directory, const char *name, int write, int initialise);
+enum class range_header : uint8_t { valid, invalid, unread };
+
+// Reads the header of a file just opened into file->header. A file shorter than a header has an
+// invalid one.
+range_header __look_at_range_header(range_file *file);
+// Tells in __open_range_file's name that a file with an invalid header is not used: a DEBUG line
+// for one shorter than a header, else the ERROR line "file %s is corrupt". Returns 0.
+int __refuse_range_file(const range_file *file);
 // Closes (unless it is closed already) and frees; null is accepted.
 void __close_range_file(range_file *file);
 struct range_file_closer {

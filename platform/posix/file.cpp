@@ -280,8 +280,8 @@ uint32_t file_open(const char *path, file_options options, file_handle *opened) 
         return failure;
     }
     const bool writes = options.write || options.when == disposition::create_always;
-    const int flags =
-        (writes ? O_RDWR : O_RDONLY) | creation_flags(options.when) | O_CLOEXEC | O_NOCTTY;
+    const int access = options.append ? O_WRONLY | O_APPEND : writes ? O_RDWR : O_RDONLY;
+    const int flags = access | creation_flags(options.when) | O_CLOEXEC | O_NOCTTY;
     int descriptor = -1;
     if (const uint32_t failure = open_path(&resolved, flags, &descriptor)) {
         return failure;

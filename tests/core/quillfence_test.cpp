@@ -2,12 +2,12 @@
 
 #include "call_watch.h"
 #include "drive_c.h"
-#include "expected_rules.h"
 #include "failing_memory.h"
 #include "hook_table.h"
 #include "platform/error_numbers.h"
 #include "quillfence-log.h"
 #include "quillfence-spam-hooks.h"
+#include "vcspamrule.h"
 
 namespace quillfence::testing {
 
@@ -22,9 +22,13 @@ char *some_message(const char *, smtp_state *) {
 } // namespace
 
 TEST_F(quillfence_test, start_up_fills_the_hook_table) {
-    set_hooks(9, nullptr, nullptr, nullptr, nullptr, nullptr, ipwhitelist_hook, ipwhitelist_hook,
-              ipwhitelist_hook, ipwhitelist_hook, nullptr, nullptr, ipwhitelist_hook, nullptr,
-              nullptr, some_message);
+    set_hooks({.dns_option = 9,
+               .sender_blacklist = ipwhitelist_hook,
+               .spare_6 = ipwhitelist_hook,
+               .spare_7 = ipwhitelist_hook,
+               .helo_whitelist = ipwhitelist_hook,
+               .ip_blacklist = ipwhitelist_hook,
+               .message = some_message});
     ASSERT_EQ(quillfence_init(), 1);
     const hook_table &table = hooks();
     EXPECT_EQ(table.dns_option, 1);
@@ -46,12 +50,14 @@ TEST_F(quillfence_test, start_up_fills_the_hook_table) {
     quillfence_teardown();
 }
 
+static const int rule_count = static_cast<int>(rule_rows().size());
+
 TEST_F(quillfence_test, start_up_builds_the_rules_and_teardown_releases_them) {
     EXPECT_EQ(quillfence_rules(), nullptr);
     ASSERT_EQ(quillfence_init(), 1);
-    EXPECT_EQ(vc_list_count(quillfence_rules()), 31);
-    for (const expected_rule &want : expected_rules) {
-        EXPECT_NE(find_rule(quillfence_rules(), want.name), nullptr) << want.name;
+    EXPECT_EQ(vc_list_count(quillfence_rules()), rule_count);
+    for (const rule_row &row : rule_rows()) {
+        EXPECT_NE(find_rule(quillfence_rules(), row.name), nullptr) << row.name;
     }
     quillfence_teardown();
     EXPECT_EQ(quillfence_rules(), nullptr);
@@ -65,9 +71,9 @@ TEST_F(quillfence_test, nothing_is_left_of_the_rules) {
     quillfence_teardown();
     const long before = live_allocations();
     ASSERT_EQ(quillfence_init(), 1);
-    EXPECT_GE(live_allocations() - before, 31 * 4) << "entry, rule, name and text of each";
+    EXPECT_GE(live_allocations() - before, rule_count * 4) << "entry, rule, name and text of each";
     ASSERT_EQ(quillfence_init(), 1); // replaces the rules
-    EXPECT_EQ(vc_list_count(quillfence_rules()), 31);
+    EXPECT_EQ(vc_list_count(quillfence_rules()), rule_count);
     quillfence_teardown();
     EXPECT_EQ(live_allocations() - before, 0);
 }

@@ -2,6 +2,8 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <string_view>
+#include <utility>
 
 #include "expected_rules.h"
 #include "log_capture.h"
@@ -191,166 +193,45 @@ TEST_F(notice_test, debug_lines) {
                           "build_rejection_notice: full notice: [for mx.example.org]"}));
 }
 
+// A rule's expected text with its macros replaced.
+static std::string
+filled_in(std::string text,
+          std::initializer_list<std::pair<std::string_view, std::string_view>> values) {
+    for (const auto &[macro, value] : values) {
+        for (size_t at; (at = text.find(macro)) != std::string::npos;) {
+            text.replace(at, macro.size(), value);
+        }
+    }
+    return text;
+}
+
 // Every text, with every value present and with every value but the ip absent.
 TEST_F(notice_test, the_texts_of_all_rules) {
-    static const struct {
-        const char *name, *full, *bare;
-    } cases[] = {
-        {"inbound", "Server 192.0.2.1 has sent too much mail. Try again later.",
-         "Server 192.0.2.1 has sent too much mail. Try again later."},
-        {"outbound", "You have sent too much mail. Try again later.",
-         "You have sent too much mail. Try again later."},
-        {"to_whitelist", "whitelist", "whitelist"},
-        {"from_whitelist", "whitelisted", "whitelisted"},
-        {"ip_whitelist", "whitelisted", "whitelisted"},
-        {"block_lists",
-         "Server IP 192.0.2.1 listed as abusive. See " HELP
-         "best-practices/ip-reputation/ for more information.",
-         "Server IP 192.0.2.1 listed as abusive. See " HELP
-         "best-practices/ip-reputation/ for more information."},
-        {"block_rbl_lists",
-         "Server IP 192.0.2.1 listed as abusive. See " HELP
-         "best-practices/ip-reputation/ for more information.",
-         "Server IP 192.0.2.1 listed as abusive. See " HELP
-         "best-practices/ip-reputation/ for more information."},
-        {"block_all_mail",
-         "Recipient b@example.net only accepts white listed emails. See " HELP
-         "best-practices/empowering-your-users/ for more information.",
-         "Recipient unknown only accepts white listed emails. See " HELP
-         "best-practices/empowering-your-users/ for more information."},
-        {"block_ip_in_addr",
-         "The system does not allow messages that use IP addresses instead of domain names. "
-         "See " HELP "best-practices/block-ip-in-address/ for more information.",
-         "The system does not allow messages that use IP addresses instead of domain names. "
-         "See " HELP "best-practices/block-ip-in-address/ for more information."},
-        {"require_helo",
-         "Missing HELO. See " HELP "best-practices/require-helo-identifier/ for more information.",
-         "Missing HELO. See " HELP "best-practices/require-helo-identifier/ for more information."},
-        {"valid_helo_domain",
-         "HELO argument [mx.example.org] is malformed. See " HELP
-         "best-practices/valid-helo-identifier/ for more information.",
-         "HELO argument [unknown] is malformed. See " HELP
-         "best-practices/valid-helo-identifier/ for more information."},
-        {"block_mail_from_self",
-         "Recipient b@example.net does not allow messages that appear to come from themselves "
-         "(possible forgery). See " HELP
-         "best-practices/block-email-from-self/ for more information.",
-         "Recipient unknown does not allow messages that appear to come from themselves (possible "
-         "forgery). See " HELP "best-practices/block-email-from-self/ for more information."},
-        {"require_full_addr",
-         "Incomplete email address [a@example.org] [b@example.net]. See " HELP
-         "best-practices/require-full-email-address/ for more information.",
-         "Incomplete email address [unknown] [unknown]. See " HELP
-         "best-practices/require-full-email-address/ for more information."},
-        {"mail_from_strict_addr_parse",
-         "Bad or malformed FROM address [a@example.org]. See " HELP
-         "best-practices/strict-address-parsing/ for more information.",
-         "Bad or malformed FROM address [unknown]. See " HELP
-         "best-practices/strict-address-parsing/ for more information."},
-        {"rfc_mail_from",
-         "Email address [a@example.org] fails to meet RFC 2821 requirements. See " HELP
-         "best-practices/rfc-mail-from/ for more information.",
-         "Email address [unknown] fails to meet RFC 2821 requirements. See " HELP
-         "best-practices/rfc-mail-from/ for more information."},
-        {"valid_ptr",
-         "Server 192.0.2.1 has an invalid PTR record. See " HELP
-         "best-practices/reverse-dns-naming-conventions-valid-ptr/ for more information.",
-         "Server 192.0.2.1 has an invalid PTR record. See " HELP
-         "best-practices/reverse-dns-naming-conventions-valid-ptr/ for more information."},
-        {"check_ip_reverse_dns",
-         "Your server IP address [192.0.2.1] is missing a reverse DNS entry. See " HELP
-         "best-practices/check-ip-reverse-dns/ for more information.",
-         "Your server IP address [192.0.2.1] is missing a reverse DNS entry. See " HELP
-         "best-practices/check-ip-reverse-dns/ for more information."},
-        {"check_dynamic_reverse_dns_default",
-         "Your server IP address [192.0.2.1] does not have a valid reverse DNS entry "
-         "[host.example.org]. See " HELP
-         "best-practices/check_dynamic_reverse_dns/ for more information.",
-         "Your server IP address [192.0.2.1] does not have a valid reverse DNS entry [unknown]. "
-         "See " HELP "best-practices/check_dynamic_reverse_dns/ for more information."},
-        {"check_dynamic_reverse_dns",
-         "Your server IP address [192.0.2.1] does not have a valid reverse DNS entry "
-         "[host.example.org]. See " HELP
-         "best-practices/check_dynamic_reverse_dns/ for more information.",
-         "Your server IP address [192.0.2.1] does not have a valid reverse DNS entry [unknown]. "
-         "See " HELP "best-practices/check_dynamic_reverse_dns/ for more information."},
-        {"check_reverse_dns_list",
-         "Your server hostname [host.example.org] for IP [192.0.2.1] matches a pattern which was "
-         "abusive in the past. See " HELP
-         "best-practices/check_reverse_dns_list/ for more information.",
-         "Your server hostname [unknown] for IP [192.0.2.1] matches a pattern which was abusive in "
-         "the past. See " HELP "best-practices/check_reverse_dns_list/ for more information."},
-        {"check_confirmed_dyna",
-         "Your server IP address [192.0.2.1] does not have a valid reverse DNS entry "
-         "[host.example.org]. See " HELP
-         "best-practices/check_dynamic_reverse_dns/ for more information.",
-         "Your server IP address [192.0.2.1] does not have a valid reverse DNS entry [unknown]. "
-         "See " HELP "best-practices/check_dynamic_reverse_dns/ for more information."},
-        {"ip_blacklist",
-         "Your email is rejected -- you are on the recipient's blacklist. See " HELP
-         "best-practices/empowering-your-users/ for more information.",
-         "Your email is rejected -- you are on the recipient's blacklist. See " HELP
-         "best-practices/empowering-your-users/ for more information."},
-        {"from_blacklist",
-         "Your email is rejected -- you are on the recipient's blacklist. See " HELP
-         "best-practices/empowering-your-users/ for more information.",
-         "Your email is rejected -- you are on the recipient's blacklist. See " HELP
-         "best-practices/empowering-your-users/ for more information."},
-        {"helo_blacklist",
-         "Your server has been blacklisted. See " HELP
-         "best-practices/empowering-your-users/ for more information.",
-         "Your server has been blacklisted. See " HELP
-         "best-practices/empowering-your-users/ for more information."},
-        {"country_blacklist",
-         "Your country has been blacklisted. See " HELP
-         "best-practices/empowering-your-users/ for more information.",
-         "Your country has been blacklisted. See " HELP
-         "best-practices/empowering-your-users/ for more information."},
-        {"helo_whitelist", "whitelisted", "whitelisted"},
-        {"resolve_helo_domain",
-         "HELO argument [mx.example.org] is missing a DNS entry. See " HELP
-         "best-practices/resolve-helo-identifier/ for more information.",
-         "HELO argument [unknown] is missing a DNS entry. See " HELP
-         "best-practices/resolve-helo-identifier/ for more information."},
-        {"valid_from_domain",
-         "Mail from domain [a@example.org] is missing A or MX DNS record. See " HELP
-         "best-practices/valid_from_address/ for more information.",
-         "Mail from domain [unknown] is missing A or MX DNS record. See " HELP
-         "best-practices/valid_from_address/ for more information."},
-        {"known_sender_forgery",
-         "Mail from domain does not match with valid sender source. See " HELP
-         "best-practices/known_sender_forgery/ for more information.",
-         "Mail from domain does not match with valid sender source. See " HELP
-         "best-practices/known_sender_forgery/ for more information."},
-        {"local_require_auth",
-         "Please check your email settings for SMTP Authentication or contact your email service "
-         "provider for assistance.",
-         "Please check your email settings for SMTP Authentication or contact your email service "
-         "provider for assistance."},
-        {"block_nonauth_ipv6",
-         "This server only accepts deliveries from IPv6 clients when they use SMTP authentication. "
-         "See " HELP "best-practices/block-nonauth-ipv6/ for more information.",
-         "This server only accepts deliveries from IPv6 clients when they use SMTP authentication. "
-         "See " HELP "best-practices/block-nonauth-ipv6/ for more information."},
-    };
     vc_list_entry *rules = build_rule_table();
-    for (const auto &c : cases) {
-        EXPECT_EQ(taken(build_rejection_notice(find_rule(rules, c.name), state, nullptr)), "(none)")
-            << c.name << ": no ip";
-        EXPECT_EQ(log.errors(), lines{"vc_str_replace: Invalid argument"}) << c.name;
+    const auto notice_of = [&](const expected_rule &rule) {
+        return taken(build_rejection_notice(find_rule(rules, rule.name), state, nullptr));
+    };
+    for (const expected_rule &rule : expected_rules) {
+        EXPECT_EQ(notice_of(rule), "(none)") << rule.name << ": no ip";
+        EXPECT_EQ(log.errors(), lines{"vc_str_replace: Invalid argument"}) << rule.name;
     }
     state->ip = strdup("192.0.2.1");
-    for (const auto &c : cases) {
-        EXPECT_EQ(taken(build_rejection_notice(find_rule(rules, c.name), state, nullptr)), c.bare)
-            << c.name;
+    for (const expected_rule &rule : expected_rules) {
+        EXPECT_EQ(notice_of(rule), filled_in(rule.rejection, {{"%IP%", "192.0.2.1"},
+                                                              {"%RDNS%", "unknown"},
+                                                              {"%HELO%", "unknown"},
+                                                              {"%FROM%", "unknown"},
+                                                              {"%RCPT%", "unknown"}}));
     }
     free(state->ip);
     fill();
-    for (const auto &c : cases) {
-        EXPECT_EQ(taken(build_rejection_notice(find_rule(rules, c.name), state, nullptr)), c.full)
-            << c.name;
+    for (const expected_rule &rule : expected_rules) {
+        EXPECT_EQ(notice_of(rule), filled_in(rule.rejection, {{"%IP%", "192.0.2.1"},
+                                                              {"%RDNS%", "host.example.org"},
+                                                              {"%HELO%", "mx.example.org"},
+                                                              {"%FROM%", "a@example.org"},
+                                                              {"%RCPT%", "b@example.net"}}));
     }
-    EXPECT_EQ(std::size(cases), rule_rows().size());
     vc_destroy_list(&rules, free_rule_data);
 }
 

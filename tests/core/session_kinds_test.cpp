@@ -13,8 +13,10 @@ namespace quillfence::testing {
 
 namespace {
 
-constexpr size_t rule_count = 31;
-std::array<int, rule_count> calls;
+// As many counters as there are rules, and some to spare: a check is a function, and functions are
+// made at compile time.
+constexpr size_t counter_count = 64;
+std::array<int, counter_count> calls;
 uint8_t answer; // of every counter
 
 template <size_t index>
@@ -24,13 +26,14 @@ uint8_t counter(smtp_state *) {
 }
 
 template <size_t... index>
-constexpr std::array<rule_check, rule_count> counters_of(std::index_sequence<index...>) {
+constexpr std::array<rule_check, counter_count> counters_of(std::index_sequence<index...>) {
     return {counter<index>...};
 }
-constexpr auto counters = counters_of(std::make_index_sequence<rule_count>());
+constexpr auto counters = counters_of(std::make_index_sequence<counter_count>());
 
 // The table with a counter for each check.
 void fill(rule_list *rules) {
+    ASSERT_LE(rule_rows().size(), counter_count);
     size_t index = 0;
     for (const rule_row &row : rule_rows()) {
         rules->add(row.name, row.check ? counters[index] : nullptr, row.mua, row.ndr, row.localhost,
@@ -77,7 +80,7 @@ void for_each_kind(body run) {
 }
 
 void expect_calls(const std::vector<bool> &want) {
-    for (size_t index = 0; index < rule_count; ++index) {
+    for (size_t index = 0; index < want.size(); ++index) {
         EXPECT_EQ(calls[index], want[index]) << rule_rows()[index].name;
     }
 }
@@ -88,7 +91,6 @@ using traced_kinds_test = traced_test;
 } // namespace
 
 TEST_F(kinds_test, the_report_runs_every_rule_that_may_run) {
-    ASSERT_EQ(rule_rows().size(), rule_count);
     rule_list rules;
     fill(&rules);
     for (const uint8_t each : {uint8_t{0}, uint8_t{1}}) {
@@ -139,9 +141,9 @@ TEST_F(kinds_test, the_decision_stops_at_the_first_hit) {
     const name_list enabled(all_names());
     answer = 1;
     for_each_kind([&](const kind &k) {
-        std::vector<bool> want(rule_count, false);
+        std::vector<bool> want(rule_rows().size(), false);
         std::string first = "(none)";
-        for (size_t index = 0; index < rule_count && first == "(none)"; ++index) {
+        for (size_t index = 0; index < want.size() && first == "(none)"; ++index) {
             const rule_row &row = rule_rows()[index];
             if (row.check && k.runs(row)) {
                 want[index] = true;
@@ -220,6 +222,7 @@ TEST_F(traced_kinds_test, the_list_drivers_say_why_they_return) {
                               uint8_t(switches >> 1 & 1),
                               uint8_t(switches >> 2 & 1),
                               uint8_t(switches >> 3 & 1),
+                              0,
                               nullptr};
         rule_list rules;
         rules.add("block_lists", nullptr, row.mua, row.ndr, row.localhost, row.ipv6);

@@ -3,12 +3,12 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <iterator>
 #include <memory>
 #include <set>
 
 #include "expected_rules.h"
 #include "log_capture.h"
+#include "quillfence-checks.h"
 
 namespace quillfence::testing {
 
@@ -33,7 +33,6 @@ using vcspamrule_test = logged_test;
 
 TEST_F(vcspamrule_test, the_table_holds_all_rules_in_order) {
     const rule_table rules;
-    ASSERT_EQ(std::size(expected_rules), 31u);
     const vc_list_entry *entry = rules.head;
     for (const expected_rule &want : expected_rules) {
         SCOPED_TRACE(want.name);
@@ -41,16 +40,18 @@ TEST_F(vcspamrule_test, the_table_holds_all_rules_in_order) {
         EXPECT_EQ(entry->size, 32u);
         const auto *rule = static_cast<const spam_rule *>(entry->data);
         ASSERT_NE(rule, nullptr);
-        EXPECT_STREQ(rule->name, want.name);
+        ASSERT_STREQ(rule->name, want.name);
         EXPECT_EQ(rule->check, want.check);
         EXPECT_EQ(rule->mua, want.mua);
         EXPECT_EQ(rule->ndr, want.ndr);
         EXPECT_EQ(rule->localhost, want.localhost);
         EXPECT_EQ(rule->ipv6, want.ipv6);
         EXPECT_STREQ(rule->rejection, want.rejection);
+        EXPECT_EQ(is_reportable_rule(want.name), want.reported);
         entry = entry->next;
     }
-    EXPECT_EQ(entry, nullptr);
+    EXPECT_EQ(entry, nullptr) << "a rule that tests/core/expected_rules.h does not know: "
+                              << static_cast<const spam_rule *>(entry->data)->name;
 }
 
 TEST_F(vcspamrule_test, the_help_site_ends_in_a_slash) {
@@ -61,15 +62,12 @@ TEST_F(vcspamrule_test, the_help_site_ends_in_a_slash) {
 TEST_F(vcspamrule_test, names_and_checks_are_used_once) {
     std::set<std::string> names;
     std::set<rule_check> checks;
-    size_t with_check = 0;
     for (const rule_row &row : rule_rows()) {
         EXPECT_TRUE(names.insert(row.name).second) << row.name;
         if (row.check) {
-            ++with_check;
             EXPECT_TRUE(checks.insert(row.check).second) << row.name;
         }
     }
-    EXPECT_EQ(with_check, 27u);
 }
 
 TEST_F(vcspamrule_test, rules_are_found_by_name) {
@@ -159,13 +157,14 @@ TEST_F(vcspamrule_test, a_list_is_dumped_rule_by_rule) {
     fflush(stdout);
     const std::string dump = ::testing::internal::GetCapturedStdout();
     size_t position = 0;
-    for (const expected_rule &want : expected_rules) {
-        const std::string line = "==Dumping [" + std::string(want.name) + "] spam rule==\n";
+    for (const rule_row &row : rule_rows()) {
+        const std::string line = "==Dumping [" + std::string(row.name) + "] spam rule==\n";
         const size_t found = dump.find(line, position);
-        ASSERT_NE(found, std::string::npos) << want.name;
+        ASSERT_NE(found, std::string::npos) << row.name;
         position = found + line.size();
     }
-    EXPECT_EQ(std::count(dump.begin(), dump.end(), '\n'), 31 * 7);
+    EXPECT_EQ(static_cast<size_t>(std::count(dump.begin(), dump.end(), '\n')),
+              rule_rows().size() * 7);
 }
 
 // As the runner does: an element without a rule is passed over.

@@ -9,7 +9,7 @@
 
 namespace quillfence::testing {
 
-using namespace data_tool;
+using namespace data_files;
 
 namespace {
 

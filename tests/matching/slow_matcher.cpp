@@ -559,12 +559,11 @@ class slow_matcher {
             }
             index = checked(index).next;
         }
-        const bool end_is_next = index >= 0 && checked(index).type == 266;
-        if (at == subject_.size() && !end_is_next) {
-            return {};
-        }
         if (index < 0) {
             return {subject_.size(), false};
+        }
+        if (at == subject_.size() && checked(index).type != 266) {
+            return {};
         }
         for (; at <= subject_.size(); ++at) {
             const chain_end through = sequence(index, at, here);

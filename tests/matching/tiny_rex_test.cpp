@@ -282,7 +282,7 @@ TEST_F(tiny_rex, an_alternation_at_the_top_splits_the_wrapped_pattern) {
         {"^a|b$", "ab", 0}, // the first branch matched, and did not get to the end
         {"a|", "x", 1},     // ".*$" on the right
         {"|a", "x", 1},     // ".*" alone on the left takes everything
-        {"|a", "", 0},      // but nothing of nothing
+        {"|a", "", 1},      // also of nothing
     });
 }
 
@@ -480,13 +480,23 @@ TEST_F(tiny_rex, dot_star) {
         {"^a.*b$", "ab", 1},
         {"^a.*b$", "abb", 1},
         {"^.*$", "", 1},
-        {"^(.*)$", "abc", 1},   // last in its group: takes the rest
-        {"^(.*)$", "", 0},      // but nothing of nothing
-        {"^(.*.*)$", "abc", 1}, //
-        {"^(.*a)$", "xa", 0},   // no end in its own sequence
+        {"^(.*)$", "abc", 1}, // last in its group: takes the rest
+        {"^(.*)$", "", 1},    // also an empty one
+        {"^(a.*)$", "a", 1},
+        {"^(dsl.*)$", "dsl", 1},
+        {"(a.*)", "ba", 1},
+        {"^(a.*|b)$", "a", 1},
+        {"^((a.*))$", "a", 1},
+        {"^(?:a.*)$", "a", 1},
+        {"^a(.*)?$", "a", 1},
+        {"^(.*.*)$", "abc", 1}, // so do two of them
+        {"^(a.*.*)$", "a", 1},
+        {"^(.*a)$", "xa", 0}, // no end in its own sequence
         {"^(.*a$)$", "xa", 1},
         {"^(.*a.*)$", "xax", 0}, // the second takes the rest, which is no end node
-        {"^a.*x?$", "a", 0},     // at the subject's end only "$" may follow
+        {"^a.*x?$", "a", 0},     // at the subject's end only "$" may follow, if anything does
+        {"^(a.*x?)$", "a", 0},
+        {"a?$", "b", 1}, // where it begins earlier the end is a place to try
         {"^a.*x?$", "ab", 1},
         {"^a.*.*$", "a", 1},
         {"^a?.*$", "a", 1},

@@ -1,6 +1,7 @@
 // Whole runs with the longest arguments, and with configurations and answers that have no end.
 #include "cost.h"
 #include "run.h"
+#include "step_budget.h"
 #include "vc_file.h"
 #include "vcspamrule.h"
 
@@ -186,10 +187,44 @@ TEST_F(bounds_replay, the_names_of_a_client_cost_as_much_as_there_are) {
     for (const char *name : names) {
         const growing_input input = {name,   row<letters>, run_good_client,
                                      30'000, lookups,      every_byte};
-        expect_in_step(input, 200, [&](const std::string &text) {
+        expect_in_step(input, 50, [&](const std::string &text) {
             dns.ptr("1.2.0.192.in-addr.arpa.", lines(text.size(), name));
         });
     }
+}
+
+// As many as fit into one answer over TCP. None of them is looked up.
+TEST_F(bounds_replay, thousands_of_names_cost_less_than_a_hundred) {
+    dns.ptr("1.2.0.192.in-addr.arpa.", lines(100, "dyn1.good.example"));
+    const cost hundred = cost_of([] { run(clients[0]); });
+    dns.ptr("1.2.0.192.in-addr.arpa.", lines(3'600, "dyn1.good.example"));
+    const cost thousands = cost_of([] { run(clients[0]); });
+    EXPECT_LT(thousands.calls, hundred.calls - 3 * 100 * 2);
+    EXPECT_LT(thousands.steps, 3'600U * 1000);
+}
+
+// A pattern that looks innocent, and the name that makes it take all steps that it gets.
+TEST_F(bounds_replay, the_patterns_of_a_run_take_the_run_s_steps_and_no_more) {
+    constexpr uint64_t given = 1'000'000;
+    std::string bytes = drive.read(dyna_regex_file).substr(0, 4);
+    write_patterns(dyna_regex_file, "[0-9]+[0-9]+[0-9]+x");
+    const std::string block = drive.read(dyna_regex_file).substr(4);
+    for (int i = 0; i < 20; ++i) {
+        bytes += block;
+    }
+    for (const char *path : {dyna_regex_file, spam_regex_file, confirmed_regex_file}) {
+        drive.write(path, bytes);
+    }
+    dns.ptr("1.2.0.192.in-addr.arpa.", lines(100, std::string(255, '1')));
+    const cost spent = cost_of([] {
+        const step_scope steps(given);
+        run(clients[0]);
+    });
+    // The report's; in the decision another rule hits first.
+    EXPECT_EQ(log.errors(), (lines{std::string("dyna_regex_hook: ") + ptr_steps_spent_line,
+                                   std::string("spam_regex_hook: ") + ptr_steps_spent_line,
+                                   std::string("confirmed_regex_hook: ") + ptr_steps_spent_line}));
+    EXPECT_LE(spent.steps, 60 * given + 1'000'000);
 }
 
 } // namespace

@@ -28,6 +28,19 @@ CLEAN = {
     "platform/posix/tests/file_test.cpp": '#include <unistd.h>\n#include "posix/errors.h"\n',
 }
 
+# folder -> the folders that it may use
+ROOMS = {
+    "platform": [],
+    "common": ["platform"],
+    "engine/matching": ["common"],
+    "blockmaps": ["common"],
+    "engine/rules": ["engine/matching"],
+    "engine/core": ["engine/rules", "blockmaps"],
+    "bench": ["engine/core"],
+    "tests": ["engine/core"],
+    "platform/posix/tests": ["tests"],
+}
+
 # name, file, its text, the finding behind "file:line: "
 VIOLATIONS = [
     ("a folder further down", "common/bad.cpp", '#include "tiny_rex.h"\n',
@@ -100,6 +113,10 @@ class CheckIncludes(unittest.TestCase):
                                 "tests/common/built_test.cpp")]
         (self.build / "compile_commands.json").write_text(json.dumps(entries), encoding="utf-8")
         (self.build / "CTestTestfile.cmake").write_text('subdirs("tests")\n', encoding="utf-8")
+        rooms = [{"folder": folder, "uses": uses,
+                  "include": "platform/include" if folder == "platform" else folder}
+                 for folder, uses in ROOMS.items()]
+        (self.build / "rooms.json").write_text(json.dumps(rooms), encoding="utf-8")
         (self.build / "tests").mkdir()
         (self.build / "tests/CTestTestfile.cmake").write_text(
             'add_test([=[vc_file]=] "/nowhere/vc_file_test")\n'
@@ -123,6 +140,26 @@ class CheckIncludes(unittest.TestCase):
         self.root = self.root.parent / "empty"
         self.root.mkdir()
         self.assertEqual(self.check(), (1, ["0 files, 0 findings"]))
+
+    def compile_first(self, command="c++"):
+        """A header that does not compile alone, first in a source file of the build."""
+        self.write("common/bad.h", "#pragma once\nuint32_t g();\n")
+        self.write("common/bad.cpp", '// its own header first\n#include "bad.h"\n')
+        commands = self.build / "compile_commands.json"
+        entries = json.loads(commands.read_text(encoding="utf-8"))
+        entries.append(compile_entry(self.root, "common/bad.cpp") |
+                       {"command": f"{command} -c common/bad.cpp"})
+        commands.write_text(json.dumps(entries), encoding="utf-8")
+
+    def test_a_header_that_the_build_compiled_is_not_compiled_again(self):
+        self.compile_first()
+        self.assertEqual(self.check()[0], 0)
+
+    def test_a_header_behind_a_precompiled_one_is(self):
+        self.compile_first("c++ -Winvalid-pch -include cmake_pch.hxx")
+        status, lines = self.check()
+        self.assertEqual(status, 1)
+        self.assertTrue(lines[0].startswith("common/bad.h:1: does not compile alone: "), lines[0])
 
     def test_each_violation(self):
         for name, path, text, finding in VIOLATIONS:

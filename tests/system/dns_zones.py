@@ -33,6 +33,7 @@ end.5 IN PTR chained.forward.test.
 6 IN TXT "no name"
 7 IN PTR localhost.
 8 IN PTR .
+9 IN CNAME missing-reverse-name
 """,
     "8.b.d.0.1.0.0.2.ip6.arpa.": HEAD + """
 0.1.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0.0 IN PTR host-with-an-aaaa.forward.test.

@@ -36,9 +36,11 @@ enum class disposition : uint8_t {
 };
 
 struct file_options {
-    bool write = false; // read and write instead of reading only
-    bool lock = false;  // no other writing open while this one lives (error 32); on Linux an
-                        // advisory lock, which excludes other locked opens alone
+    bool write = false;  // read and write instead of reading only
+    bool append = false; // write only, and each write goes behind all bytes that are there by then,
+                         // so that those of several processes never mix
+    bool lock = false;   // no other writing open while this one lives (error 32); on Linux an
+                         // advisory lock, which excludes other locked opens alone
     disposition when = disposition::open_existing;
 };
 
@@ -86,8 +88,12 @@ uint32_t path_attributes(const char *path, uint32_t *attributes);
 // with 32 and leaves it alone. On Linux a copy that fails halfway is removed.
 uint32_t path_copy(const char *source, const char *destination); // overwrites
 uint32_t path_rename(const char *from, const char *to);          // 183 when `to` exists
-uint32_t path_replace(const char *from, const char *to);         // atomic, `to` may exist
-uint32_t path_delete(const char *path);                          // a file
+// Atomic; `to` may exist, and may be open elsewhere for reading. On Windows a file that somebody
+// keeps open without a share for deleting (errors 5 and 32) is tried again for a second, and the
+// new name is on the disk when this returns; on Linux path_sync_folder (platform/edit.h) sees to
+// that.
+uint32_t path_replace(const char *from, const char *to);
+uint32_t path_delete(const char *path); // a file
 
 // The path as a library that opens files by itself needs it, in buffer. 0 or an error number (206
 // when it does not fit).

@@ -1,0 +1,45 @@
+// Patterns as text: the lines of a pattern list, and the way back from compiled nodes.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "tiny_rex.h"
+
+namespace quillfence::data_files {
+
+struct pattern_line {
+    enum class kind { nothing, pattern, wrong };
+    kind is;
+    std::string text; // the pattern, or what is wrong
+};
+
+// Understands the lines of one list, in their order:
+//
+//     # ...                 a comment; so is a blank line
+//     /pattern/flags ACTION as mail servers keep them. The pattern ends at the first "/" without
+//                           a backslash; the action, and lines behind it that begin with white
+//                           space, are ignored. Flags i, m, s, E, U and X change nothing here; A
+//                           and x would change what the pattern means and are wrong.
+//     anything else         a pattern. White space around it is dropped, but for a blank behind a
+//                           backslash.
+//
+// "if /.../", "endif" and "!/.../" lines of such lists are wrong: they decide about other lines,
+// which a compiled file can't say.
+class pattern_reader {
+  public:
+    pattern_line read(std::string_view line);
+
+  private:
+    bool after_action_ = false; // the next line may go on with a table line's action
+};
+
+// The text of an expression as it would be written in a list: a pattern that read() takes and that
+// compiles to exactly these nodes, all nallocated of them. Empty when there is none; *reason then
+// tells why. Nodes may be damaged in any way.
+std::string pattern_of_nodes(const TRex &expression, std::string *reason);
+
+// The nodes one by one, "0: group 0, first node 1, ...".
+std::string describe_node(const TRex &expression, int32_t index);
+
+} // namespace quillfence::data_files

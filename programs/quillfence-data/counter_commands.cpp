@@ -1,0 +1,170 @@
+#include "counter_commands.h"
+
+#include <algorithm>
+#include <array>
+#include <vector>
+
+#include "command_line.h"
+#include "file_output.h"
+#include "text.h"
+
+namespace quillfence::data_tool {
+
+namespace {
+
+// --- a table for people ---
+
+using cells = std::vector<std::string>;
+
+cells header_cells(const char *first) {
+    cells row = {first};
+    for (const counter_field &field : counter_fields) {
+        row.emplace_back(field.name);
+    }
+    return row;
+}
+
+cells count_cells(const std::string &first, const counts &count) {
+    cells row = {first};
+    for (const uint64_t value : count) {
+        row.push_back(std::to_string(value));
+    }
+    return row;
+}
+
+// The first column is text, the others are numbers.
+void write_rows(const std::vector<cells> &rows, std::ostream &out) {
+    std::vector<size_t> widths(rows.front().size());
+    for (const cells &row : rows) {
+        for (size_t i = 0; i < row.size(); ++i) {
+            widths[i] = std::max(widths[i], row[i].size());
+        }
+    }
+    for (const cells &row : rows) {
+        for (size_t i = 0; i < row.size(); ++i) {
+            const std::string padding(widths[i] - row[i].size(), ' ');
+            out << (i ? "  " : "") << (i ? padding + row[i] : row[i] + padding);
+        }
+        out << '\n';
+    }
+}
+
+counts total_of(const std::vector<counter_row> &rows) {
+    counts total = {};
+    for (const counter_row &row : rows) {
+        total = sum_of(total, row.count);
+    }
+    return total;
+}
+
+void write_table(const char *first, const std::vector<counter_row> &rows, std::ostream &out) {
+    std::vector<cells> table = {header_cells(first)};
+    for (const counter_row &row : rows) {
+        table.push_back(count_cells(row.when, row.count));
+    }
+    table.push_back(count_cells("total", total_of(rows)));
+    write_rows(table, out);
+}
+
+void write_tables(const counter_totals &totals, std::ostream &out) {
+    write_table("day", totals.days, out);
+    if (!totals.hours.empty()) {
+        out << '\n';
+        write_table("hour", totals.hours, out);
+    }
+}
+
+// --- for programs ---
+
+void write_csv_rows(const char *period, const std::vector<counter_row> &rows, std::ostream &out) {
+    for (const counter_row &row : rows) {
+        out << period << ',' << row.when;
+        for (const uint64_t value : row.count) {
+            out << ',' << value;
+        }
+        out << '\n';
+    }
+}
+
+void write_csv(const counter_totals &totals, std::ostream &out) {
+    out << "period,start";
+    for (const counter_field &field : counter_fields) {
+        out << ',' << field.name;
+    }
+    out << '\n';
+    write_csv_rows("day", totals.days, out);
+    write_csv_rows("hour", totals.hours, out);
+}
+
+void write_json_counts(const counts &count, std::ostream &out) {
+    const char *separator = "";
+    for (size_t i = 0; i < count.size(); ++i) {
+        out << separator << '"' << counter_fields[i].name << "\":" << count[i];
+        separator = ",";
+    }
+}
+
+void write_json_rows(const std::vector<counter_row> &rows, std::ostream &out) {
+    const char *separator = "";
+    for (const counter_row &row : rows) {
+        out << separator << "{\"start\":" << json_text(row.when) << ',';
+        write_json_counts(row.count, out);
+        out << '}';
+        separator = ",";
+    }
+}
+
+void write_json(const counter_totals &totals, std::ostream &out) {
+    out << "{\"total\":{";
+    write_json_counts(totals.total, out);
+    out << "},\"days\":[";
+    write_json_rows(totals.days, out);
+    out << "],\"hours\":[";
+    write_json_rows(totals.hours, out);
+    out << "]}\n";
+}
+
+exit_status write_page(const std::string &path, const counter_totals &totals, std::ostream &out) {
+    const std::string page = counter_page(totals);
+    file_output file(path);
+    file.write(page.data(), page.size());
+    file.commit();
+    out << path << ": " << counted(totals.days.size(), "day") << ", "
+        << counted(totals.hours.size(), "hour") << '\n';
+    return exit_status::done;
+}
+
+using form_writer = void (*)(const counter_totals &totals, std::ostream &out);
+constexpr std::array<form_writer, 3> form_writers = {write_tables, write_csv, write_json};
+
+} // namespace
+
+exit_status counter_show(const counter_arguments &arguments, std::ostream &out) {
+    const counter_totals totals = read_counters(arguments.directory);
+    if (!arguments.html.empty()) {
+        return write_page(arguments.html, totals, out);
+    }
+    form_writers[static_cast<size_t>(arguments.form)](totals, out);
+    return exit_status::done;
+}
+
+// --- the command line ---
+
+void add_counter_commands(CLI::App &program, chosen_action &chosen) {
+    CLI::App *counter = program.add_subcommand("counter", "Show the counters of verdicts");
+    counter->require_subcommand(1);
+    CLI::App *show = counter->add_subcommand("show", "Show the totals of days and hours");
+    auto arguments = std::make_shared<counter_arguments>();
+    show->add_option("DIR", arguments->directory, "A log folder, the one with qflog")->required();
+    CLI::Option *json = show->add_flag_callback(
+        "--json", [arguments] { arguments->form = counter_form::json; }, "Write a JSON object");
+    CLI::Option *csv = show->add_flag_callback(
+        "--csv", [arguments] { arguments->form = counter_form::csv; }, "Write CSV with a header");
+    CLI::Option *html =
+        show->add_option("--html", arguments->html, "Write a page with charts to this file");
+    json->excludes(csv)->excludes(html);
+    csv->excludes(html);
+    on_choice(show, chosen, arguments, counter_show);
+}
+
+} // namespace quillfence::data_tool

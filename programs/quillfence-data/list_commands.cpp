@@ -1,0 +1,265 @@
+#include "list_commands.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "address_text.h"
+#include "command_line.h"
+#include "engine_messages.h"
+#include "line_reader.h"
+#include "list_files.h"
+#include "list_line.h"
+#include "open_file.h"
+#include "quillfence-iprange.h"
+#include "range_records.h"
+#include "text.h"
+#include "vc_text.h"
+
+namespace quillfence::data_tool {
+
+namespace {
+
+// --- finding ---
+
+// The lines of one list that match, as the engine reads and counts them.
+unsigned find_in_list(const std::string &path, const configuration_file &list,
+                      const std::string &value, std::ostream &out) {
+    open_file file;
+    if (const uint32_t error = file.open(path)) {
+        throw failure(file_error(path, error));
+    }
+    line_reader in;
+    begin_lines(&in, file.handle(), longest_entry, true);
+    unsigned matches = 0;
+    uint32_t length = 0;
+    for (unsigned number = 1; const char *const line = next_line(&in, &length); ++number) {
+        const char *const pattern = pattern_of_line(line);
+        if (!is_comment(pattern) && list.matcher(pattern, value.c_str()) == 0) {
+            out << path << ':' << number << ": " << printable(pattern) << " (" << matcher_name(list)
+                << ")\n";
+            ++matches;
+        }
+    }
+    if (in.error) {
+        throw failure(file_error(path, in.error));
+    }
+    return matches;
+}
+
+// As the engine sees it, which finds these two addresses nowhere.
+bool holds(const range_record &record, uint32_t address) {
+    return record.valid && address != 0 && address != 0xFFFFFFFF && record.low <= address &&
+           address <= record.high;
+}
+
+// Nothing in it stops the engine's search.
+bool is_sound(const range_records &ranges) {
+    return ranges.state == range_state::current && ranges.records.size() == ranges.counted &&
+           std::all_of(ranges.records.begin(), ranges.records.end(),
+                       [](const range_record &record) { return record.valid; });
+}
+
+// The engine's own answer; what it can't make of the file is complained about. Of a sound file it
+// must be the answer that the records give.
+bool engine_finds(const std::string &path, const range_records &ranges, const std::string &value,
+                  bool in_records) {
+    const path_parts parts = parts_of(path);
+    engine_messages messages;
+    const bool listed = file_contains_ip_range_match(parts.name.c_str(), value.c_str(),
+                                                     parts.directory.c_str()) != 0;
+    const std::string problem = messages.take();
+    if (is_sound(ranges) && listed != in_records) {
+        throw failure(path + ": the engine's answer for " + value + " is another one" +
+                      (problem.empty() ? "; has the file changed meanwhile?" : ": " + problem));
+    }
+    if (!problem.empty()) {
+        complain(problem);
+    }
+    return listed;
+}
+
+unsigned find_in_ranges(const std::string &path, const std::string &value, std::ostream &out) {
+    const std::optional<uint32_t> address = parse_address(value);
+    if (!address || !may_be_file(path)) {
+        return 0;
+    }
+    const range_records read = read_ranges(path);
+    if (read.error) {
+        throw failure(file_error(path, read.error));
+    }
+    const bool in_records =
+        std::any_of(read.records.begin(), read.records.end(),
+                    [&](const range_record &record) { return holds(record, *address); });
+    const bool listed = engine_finds(path, read, value, in_records);
+    unsigned matches = 0;
+    for (const range_record &record : read.records) {
+        if (listed && holds(record, *address)) {
+            out << path << ": record " << record.number << ": " << range_text(record)
+                << (record.comment.empty() ? "" : "  ") << printable(record.comment)
+                << " (range)\n";
+            ++matches;
+        }
+    }
+    return matches;
+}
+
+unsigned find_in(const std::string &directory, const configuration_file &list,
+                 const std::string &value, std::ostream &out) {
+    const std::string path = joined(directory, path_in_base(list));
+    unsigned matches = may_be_file(path) ? find_in_list(path, list, value, out) : 0;
+    if (list.range_file) {
+        matches += find_in_ranges(joined(directory, list.range_file), value, out);
+    }
+    return matches;
+}
+
+bool has_name(const std::vector<std::string> &names, const char *name) {
+    return name && std::find(names.begin(), names.end(), name) != names.end();
+}
+
+// --- editing ---
+
+std::string list_path(const list_edit_arguments &arguments) {
+    return joined(arguments.directory, arguments.list);
+}
+
+// Throws what the engine's operation answers: null on success. A success that it complained about
+// may be none, such as when it could not see whether there is a list.
+void fail_with(const list_edit_arguments &arguments, const char *answer,
+               engine_messages *messages) {
+    const std::string reason = messages->take();
+    if (answer || !reason.empty()) {
+        throw failure(list_path(arguments) + ": " + printable(arguments.entry) + ": " +
+                      (answer ? answer : "perhaps not done, look at the list") +
+                      (reason.empty() ? "" : " (" + reason + ')'));
+    }
+}
+
+// Texts that would not come back from the file as the one line that they are.
+std::string why_no_line(const std::string &text) {
+    if (std::any_of(text.begin(), text.end(),
+                    [](char c) { return c == '\n' || c == '\r' || c == '\0'; })) {
+        return "holds a line end";
+    }
+    return {};
+}
+
+std::string why_no_entry(const list_edit_arguments &arguments) {
+    const std::string &entry = arguments.entry;
+    if (entry.size() > longest_entry) {
+        return "has more than " + std::to_string(longest_entry) + " characters";
+    }
+    if (!entry.empty() && (is_space(entry.front()) || entry.front() == '#')) {
+        return "begins with white space or \"#\", so it would not be read as an entry";
+    }
+    if (std::string problem = why_no_line(entry); !problem.empty()) {
+        return problem;
+    }
+    const configuration_file *const list = find_list_file(arguments.list);
+    return list ? why_useless(list->kind, entry) : std::string();
+}
+
+} // namespace
+
+exit_status list_find(const list_find_arguments &arguments, std::ostream &out) {
+    require_directory(arguments.directory, "give the one that holds the lists");
+    if (arguments.value.empty()) {
+        throw failure("nothing to look for; give a mail address or a client's address");
+    }
+    const engine_messages silent;
+    std::vector<std::string> matching;
+    for (const configuration_file &list : list_files()) {
+        const bool matches = find_in(arguments.directory, list, arguments.value, out) != 0;
+        engine_messages::require_memory();
+        if (!matches) {
+            continue;
+        }
+        if (has_name(matching, list.opposite)) {
+            out << list.opposite << " and " << path_in_base(list)
+                << " exclude each other, and both match: " << list.opposite << " comes first\n";
+        }
+        matching.push_back(path_in_base(list));
+    }
+    return matching.empty() ? exit_status::no : exit_status::done;
+}
+
+exit_status list_add(const list_edit_arguments &arguments, std::ostream &out) {
+    std::string problem = why_no_entry(arguments);
+    if (problem.empty() && !arguments.comment.empty()) {
+        const std::string comment_problem = why_no_line(arguments.comment);
+        problem = comment_problem.empty() ? "" : "its comment " + comment_problem;
+    }
+    if (!problem.empty()) {
+        throw failure(list_path(arguments) + ": " + printable(arguments.entry) + ": " + problem);
+    }
+    engine_messages messages;
+    const bool with_comment = !arguments.comment.empty();
+    fail_with(arguments,
+              vc_add_entry(arguments.directory.c_str(), arguments.list.c_str(),
+                           arguments.entry.c_str(),
+                           with_comment ? arguments.comment.c_str() : nullptr, _stricmp),
+              &messages);
+    out << list_path(arguments) << ": " << printable(arguments.entry)
+        << (with_comment ? ": comment set\n" : " added\n");
+    return exit_status::done;
+}
+
+exit_status list_del(const list_edit_arguments &arguments, std::ostream &out) {
+    const bool there = may_be_file(list_path(arguments));
+    engine_messages messages;
+    fail_with(arguments,
+              vc_del_entry(arguments.directory.c_str(), arguments.list.c_str(),
+                           arguments.entry.c_str(), arguments.comment_only, _stricmp),
+              &messages);
+    out << list_path(arguments) << ": "
+        << (!there                   ? "there is no such list, nothing to remove"
+            : arguments.comment_only ? printable(arguments.entry) + ": comment removed"
+                                     : printable(arguments.entry) + " removed")
+        << '\n';
+    return exit_status::done;
+}
+
+// --- the command line ---
+
+static void add_list_find(CLI::App &list, chosen_action &chosen) {
+    auto arguments = std::make_shared<list_find_arguments>();
+    CLI::App *command = list.add_subcommand("find", "Show every entry that matches a value");
+    command->add_option("DIR", arguments->directory, "The folder of the lists")->required();
+    command
+        ->add_option("VALUE", arguments->value,
+                     "A mail address, or a client's address, as the engine gets it")
+        ->required();
+    command->footer("Exit status 1 when nothing matches.");
+    on_choice(command, chosen, arguments, list_find);
+}
+
+static CLI::App *add_list_edit(CLI::App &list, chosen_action &chosen, const char *name,
+                               const char *description,
+                               std::shared_ptr<list_edit_arguments> arguments,
+                               exit_status (*action)(const list_edit_arguments &, std::ostream &)) {
+    CLI::App *command = list.add_subcommand(name, description);
+    command->add_option("DIR", arguments->directory, "The folder of the lists")->required();
+    command->add_option("LIST", arguments->list, "The list's name, as in from_whitelist")
+        ->required();
+    command->add_option("ENTRY", arguments->entry, "The entry, written as it is in the list")
+        ->required();
+    on_choice(command, chosen, arguments, action);
+    return command;
+}
+
+void add_list_commands(CLI::App &program, chosen_action &chosen) {
+    CLI::App *list = program.add_subcommand("list", "Ask and edit the white and black lists");
+    list->require_subcommand(1);
+    add_list_find(*list, chosen);
+    auto added = std::make_shared<list_edit_arguments>();
+    add_list_edit(*list, chosen, "add", "Add an entry to a list, which is made when missing", added,
+                  list_add)
+        ->add_option("--comment", added->comment,
+                     "Set the comment of an entry that is there, instead of adding it");
+    auto removed = std::make_shared<list_edit_arguments>();
+    add_list_edit(*list, chosen, "del", "Remove an entry and its comment from a list", removed,
+                  list_del)
+        ->add_flag("--comment-only", removed->comment_only, "Remove only the entry's comment");
+}
+
+} // namespace quillfence::data_tool

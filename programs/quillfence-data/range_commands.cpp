@@ -1,0 +1,224 @@
+#include "range_commands.h"
+
+#include <algorithm>
+
+#include "address_text.h"
+#include "command_line.h"
+#include "engine_messages.h"
+#include "quillfence-iprange.h"
+#include "range_records.h"
+#include "text.h"
+#include "vc_text.h"
+
+namespace quillfence::data_tool {
+
+namespace {
+
+// The engine's result text, and what it told the log about the reason.
+std::string with_reason(const std::string &text, engine_messages *messages) {
+    const std::string reason = messages->take();
+    return reason.empty() ? text : text.empty() ? reason : text + " (" + reason + ')';
+}
+
+// Throws for anything but a sound range file, of either version.
+range_records sound_ranges(const std::string &path) {
+    range_records read = read_ranges(path);
+    switch (read.state) {
+    case range_state::missing:
+    case range_state::unreadable:
+        throw failure(file_error(path, read.error));
+    case range_state::corrupt:
+        throw failure(path + ": is no range file; it is left alone");
+    case range_state::legacy:
+    case range_state::empty:
+    case range_state::current:
+        break;
+    }
+    if (read.records.size() < read.counted) {
+        throw failure(path + ": is corrupt: its header counts " + counted(read.counted, "record") +
+                      ", it holds " + std::to_string(read.records.size()));
+    }
+    return read;
+}
+
+// What the engine would begin anew must not be somebody else's file.
+void refuse_other_files(const std::string &path) {
+    const range_records read = read_ranges(path);
+    if (read.state == range_state::corrupt || (read.state == range_state::empty && read.size)) {
+        throw failure(path + ": is no range file; it is left alone");
+    }
+}
+
+void write_json(const std::vector<range_record> &records, std::ostream &out) {
+    const char *separator = "[";
+    for (const range_record &record : records) {
+        out << separator << "{\"low\":\"" << address_text(record.low) << "\",\"high\":\""
+            << address_text(record.high) << "\",\"comment\":" << json_text(record.comment) << '}';
+        separator = ",";
+    }
+    out << (records.empty() ? "[]\n" : "]\n");
+}
+
+void write_lines(const std::vector<range_record> &records, std::ostream &out) {
+    for (const range_record &record : records) {
+        out << range_text(record);
+        if (!record.comment.empty()) {
+            out << "  " << printable(record.comment);
+        }
+        out << '\n';
+    }
+}
+
+struct range_ends {
+    std::string low;
+    std::string high;
+};
+
+// The ends of "a.b.c.d/bits".
+range_ends ends_of_network(const std::string &network) {
+    const size_t slash = network.find('/');
+    const std::string bits = network.substr(slash + 1);
+    const std::optional<uint32_t> start = parse_address(network.substr(0, slash));
+    if (!start || bits.empty() || bits.size() > 2 ||
+        !std::all_of(bits.begin(), bits.end(), is_digit)) {
+        throw failure(network + ": is no network; write it as in 192.0.2.0/24");
+    }
+    const int prefix = text_to_int(bits.c_str());
+    if (prefix < 16 || prefix > 32) {
+        throw failure(network + ": a range lies inside one /16; give a prefix from 16 to 32, and a "
+                                "larger network as several ranges");
+    }
+    const uint32_t address = *start;
+    const uint32_t host_bits = prefix == 32 ? 0 : 0xFFFFFFFF >> prefix;
+    if (address & host_bits) {
+        throw failure(network + ": has bits set behind its prefix; write " +
+                      address_text(address & ~host_bits) + '/' + bits);
+    }
+    return {address_text(address), address_text(address | host_bits)};
+}
+
+range_ends ends_of(const range_edit_arguments &arguments) {
+    if (arguments.low.find('/') != std::string::npos && arguments.high.empty()) {
+        return ends_of_network(arguments.low);
+    }
+    return {arguments.low, arguments.high.empty() ? arguments.low : arguments.high};
+}
+
+std::string text_of(const range_ends &ends) {
+    return ends.low + '-' + ends.high;
+}
+
+} // namespace
+
+exit_status range_list(const range_list_arguments &arguments, std::ostream &out) {
+    const range_records read = sound_ranges(arguments.file);
+    for (const range_record &record : read.records) {
+        if (!record.valid) {
+            throw failure(arguments.file + ": is corrupt: record " + std::to_string(record.number) +
+                          ", " + range_text(record) + ", is no range inside one /16");
+        }
+    }
+    if (arguments.json) {
+        write_json(read.records, out);
+    } else {
+        write_lines(read.records, out);
+    }
+    return exit_status::done;
+}
+
+exit_status range_add(const range_edit_arguments &arguments, std::ostream &out) {
+    const range_ends ends = ends_of(arguments);
+    refuse_other_files(arguments.file);
+    const path_parts path = parts_of(arguments.file);
+    engine_messages messages;
+    const char *error = nullptr;
+    if (!ipr_add(path.directory.c_str(), path.name.c_str(), ends.low.c_str(), ends.high.c_str(),
+                 arguments.comment.c_str(), &error)) {
+        throw failure(arguments.file + ": " + text_of(ends) + ": " +
+                      with_reason(error ? error : "", &messages));
+    }
+    out << arguments.file << ": " << text_of(ends) << " added\n";
+    return exit_status::done;
+}
+
+exit_status range_del(const range_edit_arguments &arguments, std::ostream &out) {
+    const range_ends ends = ends_of(arguments);
+    sound_ranges(arguments.file);
+    const path_parts path = parts_of(arguments.file);
+    engine_messages messages;
+    const char *error = nullptr;
+    if (!ipr_del_range_from_file(path.directory.c_str(), path.name.c_str(), ends.low.c_str(),
+                                 ends.high.c_str(), &error)) {
+        const std::string text = with_reason(error ? error : "", &messages);
+        throw failure(
+            arguments.file + ": " + text_of(ends) + ": " +
+            (text.empty() ? "there is no such range; see \"quillfence-data range list\"" : text));
+    }
+    out << arguments.file << ": " << text_of(ends) << " removed\n";
+    return exit_status::done;
+}
+
+exit_status range_convert(const std::string &file, std::ostream &out) {
+    const range_records read = sound_ranges(file);
+    if (read.state != range_state::legacy) {
+        out << file << ": is of the current version already\n";
+        return exit_status::done;
+    }
+    const path_parts path = parts_of(file);
+    engine_messages messages;
+    if (!ipr_convert_file(path.directory.c_str(), path.name.c_str())) {
+        throw failure(file + ": " + with_reason("is not converted", &messages));
+    }
+    out << file << ": " << counted(read.records.size(), "range") << " converted\n";
+    return exit_status::done;
+}
+
+// --- the command line ---
+
+static void add_range_list(CLI::App &range, chosen_action &chosen) {
+    auto arguments = std::make_shared<range_list_arguments>();
+    CLI::App *command = range.add_subcommand("list", "Show the ranges of a file");
+    command->add_option("FILE", arguments->file, "A range file")->required();
+    command->add_flag("--json", arguments->json, "Write a JSON array");
+    on_choice(command, chosen, arguments, range_list);
+}
+
+static CLI::App *
+add_range_edit(CLI::App &range, chosen_action &chosen, const char *name, const char *description,
+               std::shared_ptr<range_edit_arguments> arguments,
+               exit_status (*action)(const range_edit_arguments &, std::ostream &)) {
+    CLI::App *command = range.add_subcommand(name, description);
+    command->add_option("FILE", arguments->file, "A range file")->required();
+    command
+        ->add_option("LOW", arguments->low,
+                     "The first address, or a network as in 192.0.2.0/24 (without HIGH)")
+        ->required();
+    command->add_option("HIGH", arguments->high, "The last address; the same as LOW without it");
+    on_choice(command, chosen, arguments, action);
+    return command;
+}
+
+static void add_range_convert(CLI::App &range, chosen_action &chosen) {
+    auto file = std::make_shared<std::string>();
+    CLI::App *command =
+        range.add_subcommand("convert", "Rewrite a file of the legacy version in the current one");
+    command->add_option("FILE", *file, "A range file")->required();
+    on_choice(command, chosen, file, range_convert);
+}
+
+void add_range_commands(CLI::App &program, chosen_action &chosen) {
+    CLI::App *range =
+        program.add_subcommand("range", "Show and edit range files (exempt_ips.range and such)");
+    range->require_subcommand(1);
+    add_range_list(*range, chosen);
+    auto added = std::make_shared<range_edit_arguments>();
+    add_range_edit(*range, chosen, "add", "Add a range to a file, which is made when missing",
+                   added, range_add)
+        ->add_option("--comment", added->comment,
+                     "The range's comment; replaces that of a range that is there");
+    add_range_edit(*range, chosen, "del", "Remove a range from a file",
+                   std::make_shared<range_edit_arguments>(), range_del);
+    add_range_convert(*range, chosen);
+}
+
+} // namespace quillfence::data_tool

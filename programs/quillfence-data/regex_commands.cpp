@@ -1,0 +1,297 @@
+// The subcommands of compiled pattern files.
+#include <cstdio>
+
+#include <CLI/CLI.hpp>
+
+#include "compiled_file.h"
+#include "data_program.h"
+#include "engine_messages.h"
+#include "file_digest.h"
+#include "file_output.h"
+#include "line_input.h"
+#include "pattern_lines.h"
+#include "pattern_text.h"
+#include "pattern_trial.h"
+#include "text.h"
+#include "tiny_rex_storage.h"
+
+namespace quillfence::data_tool {
+
+namespace {
+
+// --- compile ------------------------------------------------------------------------------------
+
+struct compile_options {
+    std::string patterns;
+    std::string out;
+    bool keep_going = false;
+    bool no_lines = false;
+};
+
+// Warns of a part that the engine refuses when it comes to it: the match then ends as none.
+void warn_of_bad_nodes(const TRex &expression, engine_messages *messages, line_input *in) {
+    for (int32_t i = 0; i < expression.nsize; ++i) {
+        if (!__trex_node_is_valid(&expression, &expression.nodes[i])) {
+            in->warn("a part of the pattern can't be matched: " + messages->take());
+            return;
+        }
+    }
+}
+
+void warn_of_long_matches(TRex *expression, engine_messages *messages, line_input *in) {
+    const std::string name = name_that_takes_long(expression);
+    if (!name.empty()) {
+        in->warn("the pattern takes more than a hundredth of the steps that a message has for all "
+                 "its names and patterns, with the name " +
+                 name);
+    }
+    messages->take(); // of bad nodes, which have been warned of
+}
+
+// The pattern of one line to the file; false when the line has been complained about.
+bool compile_line(const pattern_line &line, line_input *in, file_output *out) {
+    if (line.is == pattern_line::kind::wrong) {
+        in->complain(line.text);
+        return false;
+    }
+    engine_messages messages;
+    const trex_ptr expression(trex_compile_ex(line.text.c_str(), trex_fold_case));
+    if (!expression) {
+        in->complain(messages.take());
+        return false;
+    }
+    if (expression->nsize > trs_max_nodes) {
+        in->complain("the pattern needs " + std::to_string(expression->nsize) +
+                     " nodes, and a file takes " + std::to_string(trs_max_nodes) +
+                     " a pattern; split it into several");
+        return false;
+    }
+    warn_of_bad_nodes(*expression, &messages, in);
+    warn_of_long_matches(expression.get(), &messages, in);
+    if (!trs_store(out->stream(), expression.get())) {
+        out->fail(messages.take());
+    }
+    return true;
+}
+
+// Writes which line each expression was made from, beside the compiled file that is in its place.
+void write_origins(const std::string &compiled_path, const std::vector<pattern_origin> &origins) {
+    std::string digest;
+    if (const uint32_t error = digest_of_file(compiled_path, &digest)) {
+        throw failure(file_error(compiled_path, error));
+    }
+    file_output out(compiled_path + pattern_lines_suffix);
+    const std::string text = pattern_lines_text(digest, origins);
+    out.write(text.data(), text.size());
+    out.commit();
+}
+
+exit_status compile(const compile_options &options) {
+    refuse_same_file(options.patterns, options.out);
+    line_input in(options.patterns);
+    file_output out(options.out);
+    engine_messages messages;
+    if (!trs_set_header(out.stream())) {
+        out.fail(messages.take());
+    }
+    pattern_reader reader;
+    std::vector<pattern_origin> origins;
+    for (std::string_view text; in.next(&text);) {
+        const pattern_line line = reader.read(text);
+        if (line.is != pattern_line::kind::nothing && compile_line(line, &in, &out)) {
+            origins.push_back({static_cast<uint32_t>(in.number()), options.patterns});
+        }
+    }
+    refuse_wrong_lines(in, options.out, options.keep_going);
+    const exit_status status =
+        finish_writing(in, &out, options.out, counted(origins.size(), "expression"));
+    if (!options.no_lines) {
+        write_origins(options.out, origins);
+    }
+    return status;
+}
+
+void add_compile(CLI::App &regex, chosen_action &chosen) {
+    auto options = std::make_shared<compile_options>();
+    CLI::App *command = regex.add_subcommand("compile", "Compile a list of patterns");
+    command->add_option("PATTERNS", options->patterns, "The list; - for standard input")
+        ->required();
+    command->add_option("OUT", options->out, "The compiled pattern file to write")->required();
+    command->add_flag("--keep-going", options->keep_going,
+                      "Leave wrong lines out and write the others");
+    command->add_flag("--no-lines", options->no_lines,
+                      "Do not write OUT.lines, which tells each expression's line of the list");
+    command->footer(R"(Lines of the list:
+  # ...                   a comment; blank lines are skipped too
+  /pattern/flags ACTION   as mail servers keep them; / is the only delimiter, the
+                          action is ignored, and so are lines behind it that begin
+                          with white space; flags i m s E U X change nothing, since
+                          case never counts; A and x are errors
+  pattern                 anything else
+Lines "if /.../", "endif" and "!/.../" are errors. A pattern that begins with a slash
+or a number sign is written with a backslash in front of it.
+
+All wrong lines are reported in one run as file:line: error: what is wrong. When there
+is one nothing is written, or with --keep-going everything else (exit status 3).)");
+    command->callback([options, &chosen] { chosen = [options] { return compile(*options); }; });
+}
+
+// --- dump ---------------------------------------------------------------------------------------
+
+void print_nodes(const TRex &expression) {
+    for (int32_t i = 0; i < expression.nallocated; ++i) {
+        std::printf("#   %s\n", describe_node(expression, i).c_str());
+    }
+}
+
+exit_status dump(const std::string &path) {
+    exit_status status = exit_status::done;
+    uint64_t number = 0;
+    for (const file_block &block : read_compiled_file(path)) {
+        if (!block.expression) {
+            std::printf("# no expression at offset %llu: %s\n",
+                        static_cast<unsigned long long>(block.offset), block.damage.c_str());
+            status = exit_status::partly;
+            continue;
+        }
+        ++number;
+        std::string reason;
+        const std::string text = pattern_of_nodes(*block.expression, &reason);
+        if (!text.empty()) {
+            std::printf("%s\n", text.c_str());
+            continue;
+        }
+        std::printf("# expression %llu has no text: %s\n", static_cast<unsigned long long>(number),
+                    reason.c_str());
+        print_nodes(*block.expression);
+        status = exit_status::partly;
+    }
+    if (status == exit_status::partly) {
+        complain(path + ": parts of the file have no text; they are shown as comments");
+    }
+    return status;
+}
+
+void add_dump(CLI::App &regex, chosen_action &chosen) {
+    auto path = std::make_shared<std::string>();
+    CLI::App *command =
+        regex.add_subcommand("dump", "Print the patterns of a compiled pattern file");
+    command->add_option("FILE", *path, "The compiled pattern file")->required();
+    command->footer(
+        R"(One pattern a line, in the order of the file. Compiling them gives the same nodes.
+What no pattern can give, such as damaged nodes, becomes a comment with the reason and
+the nodes (exit status 3).)");
+    command->callback([path, &chosen] { chosen = [path] { return dump(*path); }; });
+}
+
+// --- test ---------------------------------------------------------------------------------------
+
+struct test_options {
+    std::string file;
+    std::vector<std::string> names;
+    bool all = false;
+};
+
+// The readable expressions of a file.
+struct expression_list {
+    std::vector<trex_ptr> expressions;
+    std::vector<bool> complained; // about this expression
+    bool damaged = false;
+};
+
+expression_list load_expressions(const std::string &path) {
+    expression_list list;
+    for (file_block &block : read_compiled_file(path)) {
+        if (block.expression) {
+            list.expressions.push_back(std::move(block.expression));
+            continue;
+        }
+        complain(path + ": no expression at offset " + std::to_string(block.offset) + ": " +
+                 block.damage);
+        list.damaged = true;
+    }
+    list.complained.resize(list.expressions.size());
+    return list;
+}
+
+bool matches(expression_list *list, size_t index, const std::string &name,
+             const std::string &path) {
+    engine_messages messages;
+    const bool matched = trex_match(list->expressions[index].get(), name.c_str());
+    const std::string problem = messages.take();
+    if (!problem.empty() && !list->complained[index]) {
+        complain(path + ": expression " + std::to_string(index + 1) + ": " + problem);
+        list->complained[index] = true;
+        list->damaged = true;
+    }
+    return matched;
+}
+
+std::string text_of(const TRex &expression) {
+    std::string reason;
+    const std::string text = pattern_of_nodes(expression, &reason);
+    return text.empty() ? "(no text: " + reason + ")" : text;
+}
+
+// Prints what matches a name; false when nothing does.
+bool test_name(expression_list *list, const std::string &name, const test_options &options) {
+    uint64_t all_steps = 0;
+    bool matched = false;
+    for (size_t i = 0; i < list->expressions.size() && (options.all || !matched); ++i) {
+        const bool hit = matches(list, i, name, options.file);
+        const TRex &expression = *list->expressions[i];
+        all_steps += expression.steps;
+        if (hit) {
+            std::printf("%s: expression %zu: %s (%s, %s in all)\n", printable(name).c_str(), i + 1,
+                        text_of(expression).c_str(), counted(expression.steps, "step").c_str(),
+                        counted(all_steps, "step").c_str());
+            matched = true;
+        }
+    }
+    if (!matched) {
+        std::printf("%s: no match (%s, %s in all)\n", printable(name).c_str(),
+                    counted(list->expressions.size(), "expression").c_str(),
+                    counted(all_steps, "step").c_str());
+    }
+    return matched;
+}
+
+exit_status test(const test_options &options) {
+    expression_list list = load_expressions(options.file);
+    bool all_matched = true;
+    for_each_argument(options.names, [&](const std::string &name) {
+        all_matched = test_name(&list, name, options) && all_matched;
+    });
+    return list.damaged ? exit_status::partly : all_matched ? exit_status::done : exit_status::no;
+}
+
+void add_test(CLI::App &regex, chosen_action &chosen) {
+    auto options = std::make_shared<test_options>();
+    CLI::App *command = regex.add_subcommand("test", "Show which expression matches a name");
+    command->add_option("FILE", options->file, "The compiled pattern file")->required();
+    command
+        ->add_option("NAME", options->names,
+                     "Host names or addresses; - reads them from "
+                     "standard input, one a line")
+        ->required();
+    command->add_flag("--all", options->all, "Show every expression that matches, not the first");
+    command->footer(
+        R"(For each name the number of the expression and its pattern, and the steps that its
+match took and all up to it together; a match may take 50 million.
+
+Exit status 1 when a name matches nothing, 3 when damaged expressions had to be left
+out.)");
+    command->callback([options, &chosen] { chosen = [options] { return test(*options); }; });
+}
+
+} // namespace
+
+void add_regex_commands(CLI::App &program, chosen_action &chosen) {
+    CLI::App *regex = program.add_subcommand("regex", "Compiled pattern files (.cregexes)");
+    regex->require_subcommand(1);
+    add_compile(*regex, chosen);
+    add_dump(*regex, chosen);
+    add_test(*regex, chosen);
+}
+
+} // namespace quillfence::data_tool

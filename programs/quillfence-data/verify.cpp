@@ -1,0 +1,150 @@
+#include "verify.h"
+
+#include <algorithm>
+#include <array>
+#include <tuple>
+
+#include "command_line.h"
+#include "folder.h"
+#include "text.h"
+
+namespace quillfence::data_tool {
+
+namespace {
+
+constexpr std::array<const char *, 3> severity_names = {"error", "warning", "info"};
+
+const char *name_of(severity level) {
+    return severity_names[static_cast<size_t>(level)];
+}
+
+uint32_t count_of(const tree &in, severity level) {
+    return static_cast<uint32_t>(
+        std::count_if(in.findings.begin(), in.findings.end(),
+                      [level](const finding &found) { return found.level == level; }));
+}
+
+void write_lines(const tree &in, std::ostream &out) {
+    for (const finding &found : in.findings) {
+        out << printable(in.path(found.file)) << ':';
+        if (found.line) {
+            out << found.line << ':';
+        }
+        out << ' ' << name_of(found.level) << ": " << found.text << '\n';
+    }
+}
+
+void write_json(const tree &in, std::ostream &out) {
+    out << "{\"base\":" << json_text(in.base) << ",\"files\":" << in.files
+        << ",\"errors\":" << count_of(in, severity::error)
+        << ",\"warnings\":" << count_of(in, severity::warning)
+        << ",\"infos\":" << count_of(in, severity::info) << ",\"findings\":[";
+    const char *separator = "";
+    for (const finding &found : in.findings) {
+        out << separator << "{\"file\":" << json_text(found.file) << ",\"line\":" << found.line
+            << ",\"severity\":\"" << name_of(found.level) << "\",\"text\":" << json_text(found.text)
+            << '}';
+        separator = ",";
+    }
+    out << "]}\n";
+}
+
+} // namespace
+
+std::string tree::path(std::string_view file) const {
+    return joined(base, file);
+}
+
+bool tree::has(std::string_view file) const {
+    return may_be_file(path(file));
+}
+
+void tree::add(std::string_view file, uint32_t line, severity level, std::string text) {
+    findings.push_back({std::string(file), line, level, std::move(text)});
+}
+
+void tree::add_failure(std::string_view file, const std::string &text, uint32_t error) {
+    const finding found = {std::string(file), 0, severity::error, text + ": " + system_text(error)};
+    if (std::find(findings.begin(), findings.end(), found) == findings.end()) {
+        findings.push_back(found);
+    }
+}
+
+bool tree::read(std::string_view file, std::string *bytes) {
+    ++files;
+    return read_again(file, bytes);
+}
+
+bool tree::read_again(std::string_view file, std::string *bytes) {
+    const uint32_t error = read_file(path(file), bytes);
+    if (error) {
+        add_failure(file, "can't be read", error);
+    }
+    return !error;
+}
+
+range_records tree::ranges(std::string_view file) {
+    range_records read = read_ranges(path(file));
+    if (read.state == range_state::unreadable) {
+        add_failure(file, "can't be read", read.error);
+    }
+    return read;
+}
+
+std::vector<std::string> tree::list(std::string_view folder) {
+    std::vector<std::string> names;
+    const uint32_t error = list_folder(path(folder), &names);
+    if (error && !is_missing(error)) {
+        add_failure(folder, "can't be listed", error);
+    }
+    return names;
+}
+
+tree verify_tree(const std::string &base) {
+    require_directory(base, "give the one that holds \"control\" and \"bms\"");
+    tree in{.base = base, .findings = {}};
+    for (const auto verify_part :
+         {verify_enabled, verify_names, verify_forgery_list, verify_lists, verify_ranges,
+          verify_patterns, verify_block_maps, verify_counters, verify_other_files}) {
+        verify_part(in);
+    }
+    std::stable_sort(in.findings.begin(), in.findings.end(),
+                     [](const finding &a, const finding &b) {
+                         return std::tie(a.file, a.line) < std::tie(b.file, b.line);
+                     });
+    return in;
+}
+
+exit_status verify(const verify_arguments &arguments, std::ostream &out) {
+    const tree in = verify_tree(arguments.base);
+    if (arguments.json) {
+        write_json(in, out);
+    } else {
+        write_lines(in, out);
+    }
+    const uint32_t errors = count_of(in, severity::error);
+    const uint32_t warnings = count_of(in, severity::warning);
+    complain(counted(in.files, "file") + " checked: " + counted(errors, "error") + ", " +
+             counted(warnings, "warning"));
+    return errors || warnings ? exit_status::no : exit_status::done;
+}
+
+// --- the command line ---
+
+void add_verify_command(CLI::App &program, chosen_action &chosen) {
+    CLI::App *command = program.add_subcommand("verify", "Look all files of a configuration over");
+    auto arguments = std::make_shared<verify_arguments>();
+    command
+        ->add_option("BASEDIR", arguments->base,
+                     "The server's c:/quillfence, or a copy of it; nothing in it is changed")
+        ->required();
+    command->add_flag("--json", arguments->json, "Write a JSON object");
+    command->footer(R"(One finding a line, as file:line: severity: text:
+  error    the file or line does not do what it is there for
+  warning  redundant, contradictory, or probably meant differently
+  info     worth knowing
+Exit status 1 when there is an error or a warning.)");
+    on_choice(command, chosen, arguments, verify);
+}
+
+} // namespace quillfence::data_tool

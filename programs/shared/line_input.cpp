@@ -1,0 +1,111 @@
+#include "line_input.h"
+
+#include <cstring>
+#include <filesystem>
+
+#include "platform/file.h"
+#include "program.h"
+#include "read_ahead.h"
+
+namespace quillfence::programs {
+
+static constexpr size_t piece_size = 256 * 1024;
+static constexpr size_t max_line_length = 1024 * 1024;
+
+static uint64_t size_of(const open_file &file) {
+    uint64_t size = 0;
+    return file.is_open() && !file.size(&size) ? size : 0;
+}
+
+line_input::line_input(const std::string &path)
+    : name_(path == "-" ? "standard input" : path), from_(begin(path)), buffer_(piece_size),
+      bar_("reading " + name_, size_of(file_)) {}
+
+platform::file_handle line_input::begin(const std::string &path) {
+    if (path == "-") {
+        return platform::file_standard_input();
+    }
+    if (const uint32_t error = file_.open(path)) {
+        throw failure(file_error(path, error));
+    }
+    return file_.handle();
+}
+
+// Makes room and reads on; false at the end of the file.
+bool line_input::fill() {
+    move_rest_to_front(buffer_.data(), &used_, &filled_);
+    if (filled_ == buffer_.size()) {
+        buffer_.resize(buffer_.size() * 2);
+    }
+    uint32_t got = 0;
+    if (const uint32_t error =
+            platform::file_read(from_, buffer_.data() + filled_,
+                                static_cast<uint32_t>(buffer_.size() - filled_), &got)) {
+        throw failure(file_error(name_, error));
+    }
+    if (got == 0) {
+        bar_.wipe();
+        return false;
+    }
+    filled_ += got;
+    done_ += got;
+    bar_.show(done_);
+    return true;
+}
+
+bool line_input::next(std::string_view *line) {
+    size_t searched = 0;
+    const char *end = nullptr;
+    for (;;) {
+        const char *const begin = buffer_.data() + used_;
+        const size_t held = filled_ - used_;
+        end = static_cast<const char *>(std::memchr(begin + searched, '\n', held - searched));
+        if (end || held > max_line_length) {
+            break;
+        }
+        searched = held;
+        if (!fill()) {
+            break;
+        }
+    }
+    const char *const begin = buffer_.data() + used_;
+    if (!end && used_ == filled_) {
+        return false;
+    }
+    ++number_;
+    const size_t length = end ? static_cast<size_t>(end - begin) : filled_ - used_;
+    if (length > max_line_length) {
+        throw failure(name_ + ":" + std::to_string(number_) +
+                      ": the line is longer than 1 MiB; is this a text file?");
+    }
+    used_ += length + (end ? 1 : 0);
+    *line = {begin, length};
+    if (end && line->ends_with('\r')) {
+        line->remove_suffix(1);
+    }
+    return true;
+}
+
+void line_input::complain(const std::string &text) {
+    bar_.wipe();
+    complain_at(name_, number_, weight::error, text);
+    ++complaints_;
+}
+
+void line_input::warn(const std::string &text) {
+    bar_.wipe();
+    complain_at(name_, number_, weight::warning, text);
+}
+
+void refuse_same_file(const std::string &input, const std::string &output) {
+    char from[4096];
+    char to[4096];
+    std::error_code ignored;
+    if (platform::path_native(input.c_str(), from, sizeof from) == 0 &&
+        platform::path_native(output.c_str(), to, sizeof to) == 0 &&
+        std::filesystem::equivalent(from, to, ignored)) {
+        throw failure(output + ": is the input itself; name another file to write to");
+    }
+}
+
+} // namespace quillfence::programs

@@ -1,0 +1,146 @@
+#include "file_output.h"
+
+#include <algorithm>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "call_watch.h"
+#include "data_program.h"
+#include "drive_c.h"
+#include "line_input.h"
+
+namespace quillfence::programs {
+namespace {
+
+constexpr char path[] = "c:/quillfence/out";
+
+class output_test : public testing::drive_test {
+  protected:
+    // What is thrown when the file is written; empty for success.
+    std::string written(const std::string &bytes) {
+        try {
+            file_output out(path);
+            out.write(bytes.data(), bytes.size());
+            EXPECT_EQ(drive.exists(path) ? drive.read(path) : "", before) << "before the commit";
+            out.commit();
+        } catch (const failure &what) {
+            return what.what();
+        }
+        return "";
+    }
+
+    std::string before;
+};
+
+TEST_F(output_test, appears_with_the_commit) {
+    EXPECT_EQ(written("new"), "");
+    EXPECT_EQ(drive.read(path), "new");
+    before = "new";
+    EXPECT_EQ(written("newer"), "");
+    EXPECT_EQ(drive.read(path), "newer");
+}
+
+TEST_F(output_test, is_synced_before_it_is_renamed) {
+    testing::call_watch watch;
+    EXPECT_EQ(written("new"), "");
+    const auto calls = watch.take();
+    const auto sync = std::find(calls.begin(), calls.end(), "file_sync");
+    const auto replace = std::find(calls.begin(), calls.end(), "path_replace");
+    EXPECT_TRUE(sync < replace && replace != calls.end());
+}
+
+TEST_F(output_test, a_failure_leaves_the_old_file_and_no_other) {
+    before = "old";
+    drive.write(path, before);
+    const struct {
+        const char *call;
+        int n;
+        uint32_t error;
+        const char *want;
+    } cases[] = {
+        {"path_target", 1, 5, "c:/quillfence/out: could not be written: Permission denied"},
+        {"temporary_create", 1, 5, "c:/quillfence/out: could not be written: Permission denied"},
+        {"stream_open", 1, 5, "c:/quillfence/out: could not be written: Permission denied"},
+        {"file_sync", 1, 112, "c:/quillfence/out: could not be written: No space left on device"},
+        {"path_replace", 1, 5, "c:/quillfence/out: could not be written: Permission denied"},
+    };
+    for (const auto &c : cases) {
+        testing::call_watch watch;
+        watch.fail(c.call, c.n, c.error);
+        EXPECT_EQ(written("new"), c.want) << c.call;
+        EXPECT_EQ(watch.failed(), 1) << c.call;
+        EXPECT_EQ(drive.read(path), "old") << c.call;
+        EXPECT_FALSE(drive.exists(std::string(path) + ".tmp")) << c.call;
+    }
+}
+
+TEST_F(output_test, a_file_that_a_killed_run_left_beside_it_goes) {
+    drive.write(std::string(path) + ".tmp", "half of a file");
+    EXPECT_EQ(written("new"), "");
+    EXPECT_EQ(drive.read(path), "new");
+    EXPECT_FALSE(drive.exists(std::string(path) + ".tmp"));
+}
+
+TEST_F(output_test, without_a_commit_nothing_stays) {
+    testing::call_watch watch;
+    { file_output out(path); }
+    EXPECT_FALSE(drive.exists(path));
+    EXPECT_EQ(watch.count("path_delete"), 1);
+}
+
+// --- Lines --------------------------------------------------------------------------------------
+
+class input_test : public testing::drive_test {
+  protected:
+    testing::lines lines_of(const std::string &bytes) {
+        drive.write(path, bytes);
+        line_input in(path);
+        testing::lines lines;
+        for (std::string_view line; in.next(&line);) {
+            lines.emplace_back(line);
+        }
+        return lines;
+    }
+};
+
+TEST_F(input_test, line_ends) {
+    const struct {
+        std::string bytes;
+        testing::lines want;
+    } cases[] = {
+        {"", {}},
+        {"\n", {""}},
+        {"a", {"a"}},
+        {"a\n", {"a"}},
+        {"a\r\nb\n\nc", {"a", "b", "", "c"}},
+        {"a\r", {"a\r"}},
+        {"a\rb\n", {"a\rb"}},
+    };
+    for (const auto &c : cases) {
+        EXPECT_EQ(lines_of(c.bytes), c.want) << c.bytes;
+    }
+}
+
+TEST_F(input_test, long_lines_across_pieces) {
+    const std::string a(300'000, 'a');
+    const std::string b(1024 * 1024, 'b');
+    EXPECT_EQ(lines_of(a + "\n" + b.substr(1) + "\r\nc"), (testing::lines{a, b.substr(1), "c"}));
+    try {
+        lines_of("a\n" + b + "bb\n");
+        ADD_FAILURE() << "nothing was thrown";
+    } catch (const failure &what) {
+        EXPECT_STREQ(what.what(),
+                     "c:/quillfence/out:2: the line is longer than 1 MiB; is this a text file?");
+    }
+}
+
+TEST_F(input_test, the_input_is_not_written_over) {
+    drive.write(path, "x");
+    EXPECT_THROW(refuse_same_file(path, path), failure);
+    EXPECT_NO_THROW(refuse_same_file(path, "c:/quillfence/other"));
+    EXPECT_NO_THROW(refuse_same_file("-", path));
+}
+
+} // namespace
+} // namespace quillfence::programs
