@@ -39,12 +39,16 @@ bool says_no_name(uint32_t status) {
            std::end(no_name_statuses);
 }
 
-int code_of(uint32_t status) {
+} // namespace
+
+int vc_dns_code(uint32_t status) {
     if (status == 0) {
         return vc_dns_found;
     }
     return says_no_name(status) ? vc_dns_no_name : vc_dns_failed;
 }
+
+namespace {
 
 struct question {
     const char *name;
@@ -75,7 +79,7 @@ uint32_t ask_and_tell(const question &asked, dns_records *answer) {
                                         .type = asked.type,
                                         .attempt = asked.attempt,
                                         .status = status,
-                                        .code = code_of(status),
+                                        .code = vc_dns_code(status),
                                         .details = &details});
     platform::dns_details_clear(&details);
     return status;
@@ -105,7 +109,7 @@ int vc_resolv_WIN32(const char *name, uint16_t type, uint8_t option) {
     }
     dns_records records;
     const uint32_t status = query({name, type, option, 1}, &records);
-    const int code = code_of(status);
+    const int code = vc_dns_code(status);
     if (code == vc_dns_found) {
         QF_DEBUG("successful lookup [%s]", name);
     } else if (code == vc_dns_no_name) {
@@ -206,7 +210,7 @@ static int query_ptr(const char *address, const char *reverse_name, uint8_t opti
     constexpr int connection_aborted = 103;
     for (uint32_t attempt = 1; attempt <= attempts; ++attempt) {
         const int code =
-            code_of(query({reverse_name, platform::dns_type_ptr, option, attempt}, answer));
+            vc_dns_code(query({reverse_name, platform::dns_type_ptr, option, attempt}, answer));
         if (code == vc_dns_no_name) {
             QF_DEBUG_AS(operation, "[%s] lookup result NXDOMAIN", address);
         }

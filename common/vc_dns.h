@@ -33,6 +33,10 @@ enum vc_dns_answer : int {
     vc_dns_invalid_argument = -2,
 };
 
+// What the engine makes of a status of platform::dns_query: vc_dns_found, vc_dns_no_name or
+// vc_dns_failed.
+int vc_dns_code(uint32_t status);
+
 // Asks whether records of one type exist; the records themselves are dropped. A null or empty
 // name: ERROR EINVAL, -2.
 int vc_resolv_WIN32(const char *name, uint16_t type, uint8_t option);

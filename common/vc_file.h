@@ -1,11 +1,12 @@
-// Files: a thin layer over the platform's file functions that every file of the system goes
-// through.
+// Files: a thin layer over the platform's file functions that says in the log what failed. Lookups
+// that must not create a file and must not speak of a missing one ask the platform themselves.
 //
 // Results are 1 for success and 0 for failure unless a comment says otherwise. Each operation
 // reports under its own name and "vc_file". A null or empty path, a null buffer, a zero count or
 // the invalid handle gives an ERROR line with the EINVAL text and the failure result; a failed
 // system call gives the line named below with the system's (Win32) error number. An operation that
-// fails closes only what it opened itself. Paths are as in platform/file.h.
+// fails closes only what it opened itself. Paths are as in platform/file.h; what is opened for
+// reading is a file: a pipe or device in its place is refused with error 5 and not waited for.
 #pragma once
 
 #include <cstddef>
@@ -27,8 +28,7 @@ inline constexpr int vc_type_directory = 16;
 //   lock    nobody else may have it open for writing or locked meanwhile
 // Returns the handle, vc_invalid_handle on failure.
 // ERROR lines: EINVAL, "unknown error opening - got error code %d".
-// Kept on purpose: a missing file is created empty, also when it is opened for reading. A lookup
-// asks vc_file_exists_ex first.
+// Kept on purpose: a missing file is created empty, also when it is opened for reading.
 vc_handle vc_open_ex(const char *path, int lock, int write, int unused);
 // The same, with lock and write, for an editor: takes the lock of the file's editors as well,
 // waiting for another one as platform/edit.h says. 1 or 0; the file is lock->file, and is released
@@ -41,6 +41,9 @@ int vc_begin_replacement(const char *path, const char *ending, platform::replace
 // Opens a file, which is created when missing, for vc_append alone. The lines are those of
 // vc_open_ex, in its name.
 vc_handle vc_open_append(const char *path);
+// Opens for reading, as lookups do: what is missing stays missing, also when somebody has deleted
+// it since the caller looked, and adds no ERROR line. The lines are vc_open_ex's, in its name.
+vc_handle vc_open_existing(const char *path);
 // ERROR lines: EINVAL, "error closing got error code %d".
 int vc_close(vc_handle file);
 
@@ -86,6 +89,9 @@ char *vc_fd_get_contents_ex(vc_handle file, uint64_t *size);
 // ERROR lines: EINVAL, "Failed to get file contents [%s]: %s"; a failed open adds none of its own.
 // Kept on purpose: a missing file is created empty and reads as "".
 char *vc_file_get_contents_ex(const char *path, uint64_t *size);
+// The same of a file that is there, as lookups read it; a missing one stays missing, and gives null
+// without an ERROR line.
+char *vc_existing_contents(const char *path, uint64_t *size);
 
 // Whether a file (type 0) or a directory (type 16) of that path exists.
 // ERROR lines: EINVAL, "Failed to get file attributes [%s]: %d" (not for a missing path).

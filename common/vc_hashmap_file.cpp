@@ -29,7 +29,7 @@ static constexpr uint64_t inline_size = 8;
 // A whole file as a new string; null after the operation's ERROR line.
 static char *file_contents(const char *operation, const char *path, uint64_t *size) {
     errno = 0;
-    char *contents = vc_file_get_contents_ex(path, size);
+    char *contents = vc_existing_contents(path, size);
     if (!contents) {
         QF_ERROR_AS(operation, "Failed to grab contents of file [%s]: [%s]", path,
                     errno ? ::strerror(errno) : "unkown error");

@@ -62,7 +62,7 @@ int quillfence_enabled() {
     if (!vc_file_exists_ex(path.get(), vc_type_file)) {
         return 0;
     }
-    const heap_string contents(vc_file_get_contents_ex(path.get(), nullptr));
+    const heap_string contents(vc_existing_contents(path.get(), nullptr));
     return contents && text_to_int(contents.get()) == 1;
 }
 

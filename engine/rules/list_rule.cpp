@@ -1,5 +1,6 @@
 #include "list_rule.h"
 
+#include "evidence.h"
 #include "vc_text.h"
 
 namespace quillfence {
@@ -9,9 +10,12 @@ bool has_entry_to_check(const log_place &place, const list_rule &rule, const smt
         QF_ERRNO_AT(place, EINVAL);
         return false;
     }
+    if (!(hooks().*rule.slot)) {
+        tell(&evidence_sink::found_empty_hook, {.rule = place.function});
+    }
     const char *value = state->*rule.value;
     if (is_empty(value)) {
-        QF_DEBUG_AT(place, "%s", rule.empty_line);
+        QF_REASON_AT(place, "%s", rule.empty_line);
         return false;
     }
     QF_DEBUG_AT(place, "checking for entry [%s]", value);

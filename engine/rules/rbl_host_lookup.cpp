@@ -1,5 +1,6 @@
 #include "rbl_host_lookup.h"
 
+#include "evidence.h"
 #include "hook_table.h"
 #include "platform/format.h"
 #include "vc_dns.h"
@@ -97,7 +98,9 @@ int is_rbl_hit(const smtp_state *state, const char *zone) {
         QF_ERROR("Failure generating RBL host string");
         return 0;
     }
-    if (vc_resolv_A(host.get(), hooks().dns_option) != vc_dns_found) {
+    const int code = vc_resolv_A(host.get(), hooks().dns_option);
+    tell(&evidence_sink::asked_zone, {.zone = zone, .name = host.get(), .code = code});
+    if (code != vc_dns_found) {
         return 0;
     }
     QF_DEBUG("IP address [%s] hit on rbl list [%s]", state->ip, zone);

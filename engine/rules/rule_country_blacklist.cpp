@@ -1,3 +1,4 @@
+#include "evidence.h"
 #include "list_rule.h"
 #include "rules.h"
 #include "vc_log.h"
@@ -17,7 +18,7 @@ static constexpr char catch_all[] = "**";
 
 uint8_t rule_country_blacklist(smtp_state *state) {
     if (state && state->ip_country && strcmp(state->ip_country, catch_all) == 0) {
-        QF_DEBUG("Nothing to check as the ip country is catch-all");
+        QF_REASON("Nothing to check as the ip country is catch-all");
         return 0;
     }
     return run_list_rule(QF_HERE, row, state);

@@ -162,6 +162,10 @@ uint32_t file_open(const char *path, file_options options, file_handle *opened) 
     if (handle == INVALID_HANDLE_VALUE) {
         return error_unless(FALSE);
     }
+    if (!options.write && GetFileType(handle) != FILE_TYPE_DISK) {
+        CloseHandle(handle);
+        return error_access_denied;
+    }
     *opened = number_of(handle);
     return error_none;
 }
@@ -344,6 +348,10 @@ uint32_t path_native(const char *path, char *buffer, size_t size) {
                : error_none;
 }
 
+static bool is_file(FILE *stream) {
+    return GetFileType(handle_of(_get_osfhandle(_fileno(stream)))) == FILE_TYPE_DISK;
+}
+
 FILE *stream_open(const char *path, const char *mode) {
     if (const uint32_t failure = begin_path_call("stream_open", path)) {
         errno = errno_of_error(failure);
@@ -355,7 +363,13 @@ FILE *stream_open(const char *path, const char *mode) {
         return nullptr;
     }
     strcat(strcpy(full_mode, mode), strchr(mode, 'b') ? "" : "b");
-    return _fsopen(path, full_mode, _SH_DENYNO);
+    FILE *const stream = _fsopen(path, full_mode, _SH_DENYNO);
+    if (stream && *mode == 'r' && !strchr(mode, '+') && !is_file(stream)) {
+        fclose(stream);
+        errno = EACCES;
+        return nullptr;
+    }
+    return stream;
 }
 
 int stream_truncate(FILE *stream, int64_t size) {

@@ -11,6 +11,8 @@
 #include "line_input.h"
 #include "pattern_lines.h"
 #include "pattern_text.h"
+#include "pattern_trial.h"
+#include "text.h"
 #include "tiny_rex_storage.h"
 
 namespace quillfence::data_tool {
@@ -36,6 +38,16 @@ void warn_of_bad_nodes(const TRex &expression, engine_messages *messages, line_i
     }
 }
 
+void warn_of_long_matches(TRex *expression, engine_messages *messages, line_input *in) {
+    const std::string name = name_that_takes_long(expression);
+    if (!name.empty()) {
+        in->warn("the pattern takes more than a hundredth of the steps that a message has for all "
+                 "its names and patterns, with the name " +
+                 name);
+    }
+    messages->take(); // of bad nodes, which have been warned of
+}
+
 // The pattern of one line to the file; false when the line has been complained about.
 bool compile_line(const pattern_line &line, line_input *in, file_output *out) {
     if (line.is == pattern_line::kind::wrong) {
@@ -55,6 +67,7 @@ bool compile_line(const pattern_line &line, line_input *in, file_output *out) {
         return false;
     }
     warn_of_bad_nodes(*expression, &messages, in);
+    warn_of_long_matches(expression.get(), &messages, in);
     if (!trs_store(out->stream(), expression.get())) {
         out->fail(messages.take());
     }
@@ -229,14 +242,14 @@ bool test_name(expression_list *list, const std::string &name, const test_option
         const TRex &expression = *list->expressions[i];
         all_steps += expression.steps;
         if (hit) {
-            std::printf("%s: expression %zu: %s (%s, %s in all)\n", name.c_str(), i + 1,
+            std::printf("%s: expression %zu: %s (%s, %s in all)\n", printable(name).c_str(), i + 1,
                         text_of(expression).c_str(), counted(expression.steps, "step").c_str(),
                         counted(all_steps, "step").c_str());
             matched = true;
         }
     }
     if (!matched) {
-        std::printf("%s: no match (%s, %s in all)\n", name.c_str(),
+        std::printf("%s: no match (%s, %s in all)\n", printable(name).c_str(),
                     counted(list->expressions.size(), "expression").c_str(),
                     counted(all_steps, "step").c_str());
     }

@@ -203,6 +203,13 @@ class RegexTest(Case):
                    "list:2: warning: a part of the pattern can't be matched: non-printable "
                    "character 9 found\n")
 
+    def test_what_a_name_can_make_long_is_warned_of(self):
+        self.file("list", "[0-9]+[0-9]+[0-9]+x\n[0-9]{1,3}-[0-9]{1,3}x\n[a-z]+[a-z]+[a-z]+\\.foo$\n")
+        said = ("list:%d: warning: the pattern takes more than a hundredth of the steps that a "
+                "message has for all its names and patterns, with the name %s\n")
+        self.check(["regex", "compile", "list", "out"], DONE, "out: 3 expressions\n",
+                   said % (1, "1" * 255) + said % (3, "a" * 250 + "_.foo"))
+
     def test_a_public_list_goes_there_and_back(self):
         public = SOURCE / "tests/data/fqrdns.pcre"
         self.file("list", public.read_bytes())
@@ -236,6 +243,17 @@ class RegexTest(Case):
         self.assertEqual((status, err), (NO, ""))
         self.assertRegex(out, "^foo: expression 2: foo" + steps +
                          r"car: no match \(4 expressions, \d+ steps in all\)\n$")
+
+    def test_names_are_printed_escaped(self):
+        """PTR names are whatever a client's DNS server says."""
+        self.file("list", "^a")
+        self.run_program("regex", "compile", "list", "out")
+        status, out, err = self.run_program("regex", "test", "out", "-",
+                                            text="a\x1b[2J\tb\n\x1b]0;x\x07\n")
+        steps = r" \(\d+ steps?, \d+ steps in all\)\n"
+        self.assertEqual((status, err), (NO, ""))
+        self.assertRegex(out, r"^a\\x1b\[2J\\x09b: expression 1: \^a" + steps +
+                         r"\\x1b\]0;x\\x07: no match \(1 expression, \d+ steps in all\)\n$")
 
     def test_another_file_is_refused(self):
         for content in [b"", b"\xb9\xeb\0", b"\xb9\xeb\0\1", b"^foo$\n"]:

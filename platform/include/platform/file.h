@@ -50,7 +50,8 @@ enum class seek_origin : uint8_t { begin = 0, current = 1, end = 2 };
 inline constexpr uint32_t attribute_directory = 16;
 inline constexpr uint32_t attribute_normal = 128;
 
-// A file that is locked by somebody else is not emptied, either.
+// A file that is locked by somebody else is not emptied, either. What is opened for reading only is
+// a file: a pipe, socket or device in its place is refused (5) without waiting for its other end.
 uint32_t file_open(const char *path, file_options options, file_handle *opened);
 uint32_t file_close(file_handle file);
 
@@ -99,7 +100,8 @@ uint32_t path_delete(const char *path); // a file
 uint32_t path_native(const char *path, char *buffer, size_t size);
 
 // The standard library's buffered stream on such a path; null with errno set on failure. The mode
-// is fopen's, and always binary.
+// is fopen's, and always binary. As with file_open, what is opened for reading only is a file
+// (EACCES).
 FILE *stream_open(const char *path, const char *mode);
 
 struct stream_closer {
@@ -119,7 +121,8 @@ file_handle file_standard_input();
 file_handle file_standard_output();
 
 // For a program's first line: the standard streams carry bytes as they are, and a reader that has
-// gone away makes a write fail instead of ending the program.
+// gone away makes a write fail instead of ending the program. On Linux a closed standard error
+// becomes /dev/null, so that no file gets its number and then the events.
 void prepare_standard_streams();
 
 } // namespace quillfence::platform
