@@ -328,6 +328,7 @@ static void remove_backup(const range_edit *edit, const heap_string &backup) {
 // Puts the whole new file into the old one's place. Null on success, else the error text.
 static const char *swap_files(range_edit *edit, platform::replacement *fresh) {
     heap_string backup;
+    platform::edit_lock_close_file(&edit->lock); // a name of an open file may resist its deletion
     if (const char *const text = keep_backup(edit, fresh->path, &backup)) {
         return text;
     }
