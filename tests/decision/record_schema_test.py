@@ -9,6 +9,8 @@ when it is made to refuse members that it does not name; and it has to refuse wh
 import copy
 import json
 import os
+import pathlib
+import re
 import subprocess
 import sys
 import unittest
@@ -34,6 +36,16 @@ def closed(schema):
     return made
 
 
+def named(schema):
+    """Every member that the schema names."""
+    if isinstance(schema, list):
+        return set().union(*map(named, schema))
+    if not isinstance(schema, dict):
+        return set()
+    names = set(schema["properties"]) if isinstance(schema.get("properties"), dict) else set()
+    return names.union(*map(named, schema.values()))
+
+
 class Schema(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
@@ -57,14 +69,6 @@ class Schema(unittest.TestCase):
 
     def test_every_member_occurs(self):
         """What the schema names is what is written."""
-        def named(schema):
-            if isinstance(schema, list):
-                return set().union(*map(named, schema))
-            if not isinstance(schema, dict):
-                return set()
-            names = set(schema["properties"]) if isinstance(schema.get("properties"), dict) else set()
-            return names.union(*map(named, schema.values()))
-
         def met(value):
             if isinstance(value, list):
                 return set().union(*map(met, value))
@@ -73,6 +77,18 @@ class Schema(unittest.TestCase):
             return set(value).union(*map(met, value.values()))
 
         self.assertEqual(named(self.schema) - met(self.records), set())
+
+    def test_the_page_tells_of_every_member_and_word(self):
+        def words(schema):
+            if isinstance(schema, list):
+                return set().union(*map(words, schema))
+            if not isinstance(schema, dict):
+                return set()
+            return set(schema.get("enum", [])).union(*map(words, schema.values()))
+
+        page = pathlib.Path(SCHEMA).with_name("decision-record.md").read_text(encoding="utf-8")
+        told = set(re.findall(r"\w+", " ".join(re.findall(r"`[^`]*`", page))))
+        self.assertEqual((named(self.schema) | words(self.schema)) - told, set())
 
     def test_what_is_wrong(self):
         good = next(r for r in self.records if r["rules"] and r["dns"] and "source" in r["rules"][0])
