@@ -22,7 +22,8 @@ static constexpr uint32_t block_size = 4096;
 static constexpr uint64_t largest_contents = 104857600; // 100 MiB
 static constexpr uint32_t unknown_size = 0xFFFFFFFF;    // the answer of a failed size call
 
-// Error numbers of the original C library, whose texts are the platform's for these numbers.
+// Kept on purpose: these numbers are the Windows C library's, and their texts are whatever the
+// platform says for them.
 static constexpr int format_error = 56;
 static constexpr int canceled_error = 125;
 

@@ -1,5 +1,5 @@
-// Files: a thin layer over the platform's file functions that every file of the system goes
-// through.
+// Files: a thin layer over the platform's file functions that says in the log what failed. Lookups
+// that must not create a file and must not speak of a missing one ask the platform themselves.
 //
 // Results are 1 for success and 0 for failure unless a comment says otherwise. Each operation
 // reports under its own name and "vc_file". A null or empty path, a null buffer, a zero count or

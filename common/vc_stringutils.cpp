@@ -334,11 +334,7 @@ struct replace_pair {
 
 const char *find_ignoring_case(const char *text, const char *pattern, size_t pattern_length) {
     for (; *text; ++text) {
-        size_t matched = 0;
-        while (matched < pattern_length && to_lower(text[matched]) == to_lower(pattern[matched])) {
-            ++matched;
-        }
-        if (matched == pattern_length) {
+        if (same_letters(text, pattern, pattern_length)) {
             return text;
         }
     }

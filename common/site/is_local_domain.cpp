@@ -6,6 +6,7 @@
 
 #include "evidence.h"
 #include "me_settings.h"
+#include "read_ahead.h"
 #include "vc_file.h"
 #include "vc_log.h"
 #include "vc_stringutils.h"
@@ -31,9 +32,7 @@ static bool fill(tab_reader *in) {
     if (in->at_end || in->end - in->begin >= line_size) {
         return true;
     }
-    memmove(in->bytes, in->bytes + in->begin, in->end - in->begin);
-    in->end -= in->begin;
-    in->begin = 0;
+    move_rest_to_front(in->bytes, &in->begin, &in->end);
     uint32_t delivered = 0;
     const size_t room = sizeof in->bytes - in->end;
     if (!vc_read_nonblock(in->file, in->bytes + in->end, static_cast<int64_t>(room), 1, 0,
@@ -67,16 +66,8 @@ static const char *take_line(tab_reader *in, size_t *length) {
 // Whether the line's text before its first TAB is the domain.
 static bool names_domain(const char *line, size_t length, const char *domain,
                          size_t domain_length) {
-    if (length <= domain_length || line[domain_length] != '\t' ||
-        memchr(line, '\t', domain_length)) {
-        return false;
-    }
-    for (size_t i = 0; i < domain_length; ++i) {
-        if (to_lower(line[i]) != to_lower(domain[i])) {
-            return false;
-        }
-    }
-    return true;
+    return length > domain_length && line[domain_length] == '\t' &&
+           !memchr(line, '\t', domain_length) && same_letters(line, domain, domain_length);
 }
 
 static bool table_holds(const char *path, const char *domain) {

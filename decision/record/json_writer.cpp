@@ -28,8 +28,10 @@ json_writer::~json_writer() {
 }
 
 void json_writer::finish() {
-    out_.resize(static_cast<size_t>(at_ - out_.data()));
-    end_ = at_;
+    if (at_) {
+        out_.resize(static_cast<size_t>(at_ - out_.data()));
+        at_ = end_ = nullptr;
+    }
 }
 
 void json_writer::grow(size_t bytes) {

@@ -62,7 +62,8 @@ class json_writer {
     // A value that is JSON already, on one line.
     void raw(std::string_view json);
 
-    // Gives the buffer back, as long as what was written. The destructor does it, too.
+    // Gives the buffer back, as long as what was written; nothing is written behind it. The
+    // destructor does it, too, unless it was done: a text that is returned has to be finished.
     void finish();
 
   private:

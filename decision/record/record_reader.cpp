@@ -380,9 +380,11 @@ std::optional<transaction> read_transaction(const json_document &document, uint3
     return in.failed() ? std::nullopt : std::optional(std::move(of));
 }
 
-bool is_record(const json_document &document) {
-    const uint32_t schema = document.member(0, "schema");
-    return schema && document[schema].text.starts_with(schema_name);
+bool check_record_schema(const json_document &document, json_problem *problem) {
+    *problem = {};
+    reading in{document, problem};
+    check_schema(in);
+    return !in.failed();
 }
 
 } // namespace quillfence::decision

@@ -26,7 +26,7 @@ std::optional<transaction> read_transaction(const json_document &document, uint3
                                             std::vector<extra_member> *extra,
                                             json_problem *problem);
 
-// Whether an object says that it is a decision record, of whatever version.
-bool is_record(const json_document &document);
+// Whether the document says that it is a decision record of a version that is known.
+bool check_record_schema(const json_document &document, json_problem *problem);
 
 } // namespace quillfence::decision

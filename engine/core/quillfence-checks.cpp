@@ -88,12 +88,6 @@ static bool append_copy(vc_list_entry **list, const char *text) {
     return vc_append_list_entry(list, text, strlen(text) + 1, 1) > 0;
 }
 
-// Replaces a text of the session by a new heap string, which is taken over.
-static void replace_text(char **field, char *text) {
-    free(*field);
-    *field = text;
-}
-
 // A new heap string; null and an ERROR line without memory.
 static char *copy_text(const char *function, const char *text) {
     char *copy = strdup(text);
@@ -108,15 +102,15 @@ static bool set_base_dir(const char *function, smtp_state *state, const char *di
     if (!copy) {
         return false;
     }
-    replace_text(&state->base_dir, copy);
+    set_owned_text(&state->base_dir, copy);
     return true;
 }
 
 // Records a hit: takes name over (null when there was no memory for it) and builds the rule's
 // notice. False when either is missing.
 static bool record_hit(smtp_state *state, const spam_rule *rule, char *name) {
-    replace_text(&state->hit_name, name);
-    replace_text(&state->rejection_notice, nullptr);
+    set_owned_text(&state->hit_name, name);
+    set_owned_text(&state->rejection_notice, nullptr);
     state->notice_flag = 0;
     state->rejection_notice = build_rejection_notice(rule, state, hooks().message);
     tell(&evidence_sink::recorded_hit,
@@ -460,7 +454,7 @@ int is_exempt_r(smtp_state *state, const char *user_dir, vc_list_entry *rules) {
         return 0;
     }
     if (has_hit(state)) {
-        replace_text(&state->rejection_notice, nullptr);
+        set_owned_text(&state->rejection_notice, nullptr);
         state->notice_flag = 0;
         return 1;
     }

@@ -251,13 +251,6 @@ static char *notice_template(const spam_rule *rule, smtp_state *state, message_h
     return text;
 }
 
-static const char *reverse_name(const smtp_state *state) {
-    if (state->rdns) {
-        return state->rdns;
-    }
-    return state->ptr_results ? state->ptr_results[0] : nullptr;
-}
-
 static const char *text_or_unknown(const char *text) {
     return text ? text : "unknown";
 }
@@ -278,7 +271,7 @@ char *build_rejection_notice(const spam_rule *rule, smtp_state *state, message_h
         const char *value;
     } replacements[] = {
         {"%IP%", state->ip}, // absent: the replacement refuses it, and there is no notice
-        {"%RDNS%", text_or_unknown(reverse_name(state))},
+        {"%RDNS%", text_or_unknown(known_reverse_name(state))},
         {"%HELO%", text_or_unknown(state->helo)},
         {"%FROM%", text_or_unknown(state->mail_from)},
         {"%RCPT%", text_or_unknown(state->rcpt_to)},

@@ -160,15 +160,6 @@ static bool is_plain(char c) {
     return plain_bytes[static_cast<unsigned char>(c)];
 }
 
-static bool same_letters(const char *a, const char *b, size_t length) {
-    for (size_t i = 0; i < length; ++i) {
-        if (to_lower(a[i]) != to_lower(b[i])) {
-            return false;
-        }
-    }
-    return true;
-}
-
 static bool same_letter(char a, char b) {
     return to_lower(a) == to_lower(b);
 }

@@ -54,6 +54,15 @@ struct range_edit_ender {
 };
 using range_edit_ptr = std::unique_ptr<range_edit, range_edit_ender>;
 
+// 1, or 0 after the ERROR line for a new file that could not take the place.
+static int has_replaced(const range_edit *edit, uint32_t error) {
+    if (error) {
+        QF_ERROR_AS(edit->operation, "Failed to rename %s%s to %s: %s", edit->file.path,
+                    temporary_ending, edit->file.path, text_of(error));
+    }
+    return error == 0;
+}
+
 // A new string; null with an ERROR line without memory.
 static char *path_with_ending(const char *operation, const char *path, const char *ending) {
     char *made = nullptr;
@@ -94,12 +103,44 @@ static int restore_backup(const char *operation, const char *path) {
     return rename_backup(operation, backup.get(), target);
 }
 
-static int lock_and_read(range_edit *edit, bool initialise) {
-    if (!vc_open_edit(edit->file.path, initialise, &edit->lock)) {
+static int lock_file(range_edit *edit, bool create) {
+    if (!vc_open_edit(edit->file.path, create, &edit->lock)) {
         return 0;
     }
     edit->file.file = edit->lock.file;
-    return __take_range_header(&edit->file, initialise);
+    return 1;
+}
+
+// Puts a file without records into the place of one that is none, and locks that.
+static int begin_anew(range_edit *edit) {
+    platform::replacement fresh;
+    if (!vc_begin_replacement(edit->file.path, temporary_ending, &fresh)) {
+        return 0;
+    }
+    range_file to = {fresh.lock.file, {}, fresh.temporary}; // all borrowed
+    int begun = __reset_range_file(&to);
+    if (begun) {
+        begun = has_replaced(edit, platform::replacement_commit(&fresh, &edit->lock));
+    }
+    platform::replacement_end(&fresh);
+    platform::edit_lock_release(&edit->lock);
+    return begun && lock_file(edit, false) &&
+           __look_at_range_header(&edit->file) == range_header::valid;
+}
+
+static int lock_and_read(range_edit *edit, bool initialise) {
+    if (!lock_file(edit, initialise)) {
+        return 0;
+    }
+    switch (__look_at_range_header(&edit->file)) {
+    case range_header::valid:
+        return 1;
+    case range_header::unread:
+        return 0;
+    case range_header::invalid:
+        break;
+    }
+    return initialise ? begin_anew(edit) : __refuse_range_file(&edit->file);
 }
 
 // Locks a range file and reads its header. initialise: it is created when missing, and gets a fresh
@@ -170,6 +211,19 @@ static int write_count(range_edit *edit, uint32_t count) {
     return __write_range_header(&edit->file) && sync_file(edit);
 }
 
+// Deletes what a killed edit left beside a range file that is whole. What resists does no harm.
+static void delete_leftovers(const range_edit *edit) {
+    char target[platform::longest_replaced_path];
+    if (platform::path_target(edit->file.path, target, sizeof target)) {
+        return;
+    }
+    for (const char *const ending : {temporary_ending, backup_ending}) {
+        if (const heap_string left{path_with_ending(edit->operation, target, ending)}) {
+            platform::path_delete(left.get());
+        }
+    }
+}
+
 // Writes a record behind the counted ones, and then counts it: each of the two is on stable storage
 // before the next step. Null on success, else the error text; then the record is cut again, unless
 // it may be counted.
@@ -181,24 +235,13 @@ static const char *append_record(range_edit *edit, const unsigned char *record) 
     }
     const bool is_there = vc_write(edit->file.file, record, range_record_size) && sync_file(edit);
     if (is_there && write_count(edit, count + 1)) {
+        delete_leftovers(edit);
         return nullptr;
     }
     if (!is_there || write_count(edit, count)) {
         shorten_to(&edit->file, place);
     }
     return range_write_failed;
-}
-
-// The name of a file that may have been created here is brought to stable storage, too.
-static const char *append_first_record(range_edit *edit, const unsigned char *record) {
-    if (const char *const text = append_record(edit, record)) {
-        return text;
-    }
-    if (const uint32_t error = platform::path_sync_folder(edit->file.path)) {
-        QF_ERROR_AS(edit->operation, "Failed to sync %s: %s", edit->file.path, text_of(error));
-        return range_write_failed;
-    }
-    return nullptr;
 }
 
 // --- a file that is to replace another one ---
@@ -287,13 +330,9 @@ static const char *swap_files(range_edit *edit, platform::replacement *fresh) {
     if (const char *const text = keep_backup(edit, fresh->path, &backup)) {
         return text;
     }
-    const uint32_t error = platform::replacement_commit(fresh, &edit->lock);
-    if (error) {
-        QF_ERROR_AS(edit->operation, "Failed to rename %s%s to %s: %s", edit->file.path,
-                    temporary_ending, edit->file.path, text_of(error));
-    }
+    const int replaced = has_replaced(edit, platform::replacement_commit(fresh, &edit->lock));
     remove_backup(edit, backup);
-    return error ? range_write_failed : nullptr;
+    return replaced ? nullptr : range_write_failed;
 }
 
 static const char *write_and_swap(range_edit *edit, platform::replacement *fresh,
@@ -338,8 +377,7 @@ static const char *put_record(range_edit *edit, const qf_ip_range *range, const 
     case range_search::failed:
         return range_traverse_failed;
     case range_search::absent:
-        return edit->file.header.count ? append_record(edit, record)
-                                       : append_first_record(edit, record);
+        return append_record(edit, record);
     case range_search::found:
         break;
     }
@@ -396,12 +434,27 @@ int ipr_del_range_from_file(const char *directory, const char *name, const char 
     return text ? fail(error, text) : 1;
 }
 
+// Whether a file is usable and whether it is in the legacy version; neither needs the right to
+// write.
+static bool looked_at(const char *directory, const char *name, bool *legacy) {
+    const range_file_ptr file(__open_range_file(directory, name, 0, 0));
+    *legacy = file && is_legacy(file.get());
+    return file != nullptr;
+}
+
 int ipr_convert_file(const char *directory, const char *name) {
     const heap_string path(__range_path(directory, name));
     if (!path || !restore_backup(__func__, path.get())) {
         return 0;
     }
     if (!vc_file_exists_ex(path.get(), vc_type_file)) {
+        return 1;
+    }
+    bool legacy = false;
+    if (!looked_at(directory, name, &legacy)) {
+        return 0;
+    }
+    if (!legacy) {
         return 1;
     }
     const range_edit_ptr edit = begin_edit(__func__, directory, name, false);

@@ -7,6 +7,7 @@
 #include "byte_cursor.h"
 #include "evidence.h"
 #include "quillfence-iprange-file.h"
+#include "read_ahead.h"
 #include "vc_dns.h"
 #include "vc_log.h"
 #include "vc_rfc.h"
@@ -183,19 +184,18 @@ static int read_header(range_file *file) {
 
 static constexpr char open_operation[] = "__open_range_file";
 
-int __take_range_header(range_file *file, bool initialise) {
+range_header __look_at_range_header(range_file *file) {
+    if (vc_filesize(file->file) < range_header_size) {
+        return range_header::invalid;
+    }
+    if (!read_header(file)) {
+        return range_header::unread;
+    }
+    return ipr_valid_file_header(&file->header) ? range_header::valid : range_header::invalid;
+}
+
+int __refuse_range_file(const range_file *file) {
     const uint32_t size = vc_filesize(file->file);
-    if (size >= range_header_size) {
-        if (!read_header(file)) {
-            return 0;
-        }
-        if (ipr_valid_file_header(&file->header)) {
-            return 1;
-        }
-    }
-    if (initialise) {
-        return __reset_range_file(file);
-    }
     if (!size) {
         QF_DEBUG_AS(open_operation, "zero byte file on non initializing operation");
         return 0;
@@ -207,6 +207,19 @@ int __take_range_header(range_file *file, bool initialise) {
         QF_ERROR_AS(open_operation, "file %s is corrupt", file->path);
     }
     return 0;
+}
+
+// 1 when the file just opened has a usable header, or has got one.
+static int take_header(range_file *file, bool initialise) {
+    switch (__look_at_range_header(file)) {
+    case range_header::valid:
+        return 1;
+    case range_header::unread:
+        return 0;
+    case range_header::invalid:
+        break;
+    }
+    return initialise ? __reset_range_file(file) : __refuse_range_file(file);
 }
 
 range_file *__open_range_file(const char *directory, const char *name, int write, int initialise) {
@@ -226,7 +239,7 @@ range_file *__open_range_file(const char *directory, const char *name, int write
     }
     file->path = path.release();
     file->file = write ? vc_open_ex(file->path, write, write, 0) : vc_open_existing(file->path);
-    if (file->file == vc_invalid_handle || !__take_range_header(file.get(), initialising)) {
+    if (file->file == vc_invalid_handle || !take_header(file.get(), initialising)) {
         return nullptr;
     }
     return file.release();
@@ -255,16 +268,17 @@ void __begin_records(record_reader *in, vc_handle file, uint32_t record_size, ui
 
 // Reads until the piece is full or nothing is left.
 static void fill(record_reader *in) {
-    const uint32_t left = in->end - in->begin;
-    std::memmove(in->piece, in->piece + in->begin, left);
-    in->begin = 0;
-    in->end = left;
+    move_rest_to_front(in->piece, &in->begin, &in->end);
     while (in->unread && in->end < sizeof in->piece) {
         const uint64_t room = std::min<uint64_t>(sizeof in->piece - in->end, in->unread);
         uint32_t moved = 0;
-        if (platform::file_read(in->file, in->piece + in->end, static_cast<uint32_t>(room),
-                                &moved) ||
-            !moved) {
+        const uint32_t error =
+            platform::file_read(in->file, in->piece + in->end, static_cast<uint32_t>(room), &moved);
+        if (error) {
+            QF_ERROR_AS("__next_record", "Failed to read range records: error code %d",
+                        static_cast<int>(error));
+        }
+        if (error || !moved) {
             in->unread = 0;
             return;
         }

@@ -48,7 +48,8 @@ int ipr_valid_file_header(const ipr_file_header *header);
 
 // Whether a record of the file contains the address: 1, or 0 on any problem. A missing file is an
 // empty one, silently, and is not created.
-// ERROR lines: "file %s is corrupt" for a bad header or fewer records than the header says, "file
+// ERROR lines: "file %s is corrupt" for a bad header or fewer records than the header says (behind
+// "Failed to read range records: error code %d" when a read failed), "file
 // %s has an invalid range - treating as corrupt" (the search ends there), ENOMEM. DEBUG lines:
 // "zero byte file on non initializing operation", "file %s is corrupt" for less than a header.
 // Kept on purpose: records are taken as 264 bytes each also in a legacy file, and a last record of
@@ -73,7 +74,7 @@ int ipr_file_contains_range(const char *path, const char *low, const char *high,
 // file's place in one step, with its owner and rights; of a symbolic link the file that it leads to
 // is replaced. Meanwhile the old contents are linked to "<path>.bak", where the file system has
 // links. Both are gone afterwards; a ".new" or ".bak" that a killed edit left behind is deleted by
-// the next rewriting edit. A ".bak" whose range file is missing, as earlier versions may have left
+// the next edit. A ".bak" whose range file is missing, as earlier versions may have left
 // it, is put back by the next edit, with the ERROR line "file %s was missing and has been restored
 // from %s".
 //
@@ -114,7 +115,7 @@ int ipr_del_range_from_file(const char *directory, const char *name, const char 
                             const char *high, const char **error);
 
 // Rewrites a legacy file in the current version, with empty comments. 1 when the file is in version
-// 2 now or does not exist, else 0.
+// 2 now or does not exist, else 0. One that is in version 2 already is only read, without a lock.
 int ipr_convert_file(const char *directory, const char *name);
 
 } // namespace quillfence

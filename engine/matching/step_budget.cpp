@@ -22,12 +22,17 @@ void end_steps(const step_budget *budget) {
     }
 }
 
-uint32_t steps_to_take(uint32_t most) {
+uint64_t steps_left() {
     const step_budget *const budget = current_budget();
-    return budget && budget->left < most ? static_cast<uint32_t>(budget->left) : most;
+    return budget ? budget->left : UINT64_MAX;
 }
 
-void take_steps(uint32_t steps) {
+uint32_t steps_to_take(uint32_t most) {
+    const uint64_t left = steps_left();
+    return left < most ? static_cast<uint32_t>(left) : most;
+}
+
+void take_steps(uint64_t steps) {
     if (step_budget *const budget = current_budget()) {
         budget->left -= steps < budget->left ? steps : budget->left;
     }

@@ -28,8 +28,10 @@ void end_steps(const step_budget *budget);
 
 // What a match may take: most, or what is left where that is less.
 uint32_t steps_to_take(uint32_t most);
-// Counts what a match has taken.
-void take_steps(uint32_t steps);
+// What is left for the matches of a lookup; without a budget as good as endless.
+uint64_t steps_left();
+// Counts what one or several matches have taken.
+void take_steps(uint64_t steps);
 // Whether the thread has a budget and nothing is left. The lookup that took the last step counts as
 // ended by it, and so do all that follow.
 bool steps_are_spent();

@@ -149,18 +149,14 @@ static bool __trex_matchclass(matcher *m, const TRexNode *node, char c) {
     return false;
 }
 
-bool takes_character(matcher *m, const TRexNode *node, char c) {
+bool is_in_class(matcher *m, const TRexNode *node, char c) {
     switch (node->type) {
-    case trex_op_dot:
-        return true;
     case trex_op_class:
         return __trex_matchclass(m, node, c);
     case trex_op_nclass:
         return !__trex_matchclass(m, node, c) && !m->broken;
-    case trex_op_cclass:
-        return __trex_matchcclass(node->left, c);
     default:
-        return is_character(m, node, c);
+        return __trex_matchcclass(node->left, c);
     }
 }
 
@@ -239,13 +235,13 @@ static bool stands_at_root(const matcher *m, const place *in) {
     return in == &m->root || in == &m->looked_at;
 }
 
-static int32_t index_of(const matcher *m, const TRexNode *node) {
-    return static_cast<int32_t>(node - m->nodes);
+static size_t index_of(const matcher *m, const TRexNode *node) {
+    return static_cast<size_t>(node - m->nodes);
 }
 
 // The failure that is remembered of a node; null when there is none.
 static const failure *failure_of(const matcher *m, const TRexNode *node) {
-    const auto place = static_cast<uint32_t>(index_of(m, node)) % failure_places;
+    const size_t place = index_of(m, node) % failure_places;
     const bool used = m->has_failures && m->failures.used[place / 64] >> (place % 64) & 1;
     const failure *known = &m->failures.places[place];
     return used && known->node == index_of(m, node) ? known : nullptr;
@@ -258,18 +254,19 @@ static bool has_failed(const matcher *m, const TRexNode *node, const char *at) {
 
 // Remembers a failure that says more than what is known.
 static void note_failure(matcher *m, const TRexNode *node, const char *at) {
+    const size_t index = index_of(m, node);
     const failure *known = failure_of(m, node);
-    if (at - m->begin >= (known ? int64_t{known->from} : int64_t{UINT32_MAX})) {
+    if (index > UINT16_MAX || at - m->begin >= (known ? int64_t{known->from} : UINT32_MAX)) {
         return;
     }
     if (!m->has_failures) {
         memset(m->failures.used, 0, sizeof m->failures.used);
         m->has_failures = true;
     }
-    const auto place = static_cast<uint32_t>(index_of(m, node)) % failure_places;
+    const size_t place = index % failure_places;
     m->failures.used[place / 64] |= uint64_t{1} << (place % 64);
-    m->failures.places[place] = {index_of(m, node), static_cast<uint32_t>(at - m->begin),
-                                 m->depth_left};
+    m->failures.places[place] = {static_cast<uint32_t>(at - m->begin), static_cast<uint16_t>(index),
+                                 static_cast<int16_t>(m->depth_left)};
 }
 
 // Whether all items of a class pass the check.

@@ -42,34 +42,49 @@ int look_up_ptr_names(smtp_state *state) {
     return vc_lookup_reverse_dns(&state->ptr_results, state->ip, hooks().dns_option, 0);
 }
 
-bool is_ptr_failure(int code) {
-    return code == vc_dns_failed || code == vc_dns_invalid_argument;
-}
-
 bool has_ptr_names(const smtp_state *state) {
     return state->ptr_results && *state->ptr_results;
 }
 
-bool take_ptr_answer(const log_place &rule, smtp_state *state, int code,
-                     const char *no_names_line) {
-    if (is_ptr_failure(code)) {
-        state->rdns_resolves = resolves_tempfail;
+static ptr_answer answer_of(const smtp_state *state, int code) {
+    switch (code) {
+    case vc_dns_found:
+        return has_ptr_names(state) ? ptr_answer::names : ptr_answer::empty;
+    case vc_dns_failed:
+    case vc_dns_invalid_argument:
+        return ptr_answer::failed;
+    default:
+        return ptr_answer::no_such_name;
+    }
+}
+
+ptr_answer cache_ptr_answer(smtp_state *state, int code, uint32_t ptr_cache_row::*asker) {
+    const ptr_answer answer = answer_of(state, code);
+    for (const ptr_cache_row &row : ptr_cache_rows) {
+        if (row.answer == answer) {
+            state->rdns_resolves = row.*asker;
+        }
+    }
+    return answer;
+}
+
+// The first lookup of a session. True when there are names to test.
+static bool take_ptr_answer(const log_place &rule, smtp_state *state, const char *no_names_line) {
+    const int code = look_up_ptr_names(state);
+    switch (cache_ptr_answer(state, code, &ptr_cache_row::name_rules)) {
+    case ptr_answer::names:
+        QF_REASON_AT(rule, "DNS lookup success. setting cache");
+        return true;
+    case ptr_answer::empty:
+        QF_REASON_AT(rule, "%s", no_names_line);
+        return false;
+    case ptr_answer::no_such_name:
+        QF_REASON_AT(rule, "DNS NXDOMAIN. setting cache");
+        return false;
+    default:
         QF_REASON_AT(rule, "%s", ptr_failure_line);
         return false;
     }
-    if (code != vc_dns_found) {
-        QF_REASON_AT(rule, "DNS NXDOMAIN. setting cache");
-        state->rdns_resolves = resolves_no;
-        return false;
-    }
-    if (!has_ptr_names(state)) {
-        QF_REASON_AT(rule, "%s", no_names_line);
-        state->rdns_resolves = resolves_tempfail;
-        return false;
-    }
-    QF_REASON_AT(rule, "DNS lookup success. setting cache");
-    state->rdns_resolves = resolves_yes;
-    return true;
 }
 
 bool reach_ptr_names(const log_place &rule, smtp_state *state, const char *no_names_line) {
@@ -85,7 +100,7 @@ bool reach_ptr_names(const log_place &rule, smtp_state *state, const char *no_na
         QF_REASON_AT(rule, "cache shows PTR is temporarily unavailable");
         return false;
     case resolves_unknown:
-        return take_ptr_answer(rule, state, look_up_ptr_names(state), no_names_line);
+        return take_ptr_answer(rule, state, no_names_line);
     default:
         break;
     }

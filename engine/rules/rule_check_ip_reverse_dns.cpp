@@ -1,7 +1,6 @@
 #include "evidence.h"
 #include "reverse_dns.h"
 #include "rules.h"
-#include "vc_dns.h"
 
 namespace quillfence {
 
@@ -9,19 +8,17 @@ static constexpr char module_name[] = "rule_check_ip_reverse_dns";
 
 static uint8_t judge_by_lookup(const char *rule, smtp_state *state) {
     const int code = look_up_ptr_names(state);
-    if (is_ptr_failure(code)) {
-        state->rdns_resolves = resolves_tempfail;
+    switch (cache_ptr_answer(state, code, &ptr_cache_row::check_ip_reverse_dns)) {
+    case ptr_answer::failed:
         QF_REASON_AS(rule, "%s", ptr_failure_line);
         return 0;
-    }
-    if (code == vc_dns_found) {
+    case ptr_answer::no_such_name:
+        QF_REASON_AS(rule, "DNS NXDOMAIN. setting cache");
+        return 1;
+    default:
         QF_REASON_AS(rule, "DNS lookup success. setting cache");
-        state->rdns_resolves = resolves_yes;
         return 0;
     }
-    QF_REASON_AS(rule, "DNS NXDOMAIN. setting cache");
-    state->rdns_resolves = resolves_no;
-    return 1;
 }
 
 // Fires when the client's address has no PTR answer.

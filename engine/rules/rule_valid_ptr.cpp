@@ -1,7 +1,6 @@
 #include "evidence.h"
 #include "reverse_dns.h"
 #include "rules.h"
-#include "vc_dns.h"
 #include "vc_rfc.h"
 #include "vc_text.h"
 
@@ -16,33 +15,34 @@ static bool is_usable(const char *name) {
 // Whether the names can be judged after this rule's own lookup.
 // Kept on purpose: a failure or a missing name is not cached here, and a missing name goes on to
 // the test of the (empty) list and so fires, while the cache's "no such name" does not.
-static bool look_up_names(const log_place &rule, smtp_state *state) {
+static bool look_up_names(const char *rule, smtp_state *state) {
     const int code = look_up_ptr_names(state);
-    if (is_ptr_failure(code) || (code == vc_dns_found && !has_ptr_names(state))) {
-        QF_REASON_AS(rule.function, "%s", ptr_failure_line);
+    switch (cache_ptr_answer(state, code, &ptr_cache_row::valid_ptr)) {
+    case ptr_answer::names:
+        QF_REASON_AS(rule, "DNS lookup success. setting cache");
+        return true;
+    case ptr_answer::no_such_name:
+        return true;
+    default:
+        QF_REASON_AS(rule, "%s", ptr_failure_line);
         return false;
     }
-    if (code == vc_dns_found) {
-        QF_REASON_AS(rule.function, "DNS lookup success. setting cache");
-        state->rdns_resolves = resolves_yes;
-    }
-    return true;
 }
 
-static bool can_be_judged(const log_place &rule, smtp_state *state) {
-    if (!has_routable_client(rule, state)) {
+static bool can_be_judged(const log_place &place, smtp_state *state) {
+    if (!has_routable_client(place, state)) {
         return false;
     }
     tell_ptr_cache(state);
     switch (state->rdns_resolves) {
     case resolves_no:
-        QF_REASON_AS(rule.function, "cache shows PTR is NXDOMAIN");
+        QF_REASON_AS(place.function, "cache shows PTR is NXDOMAIN");
         return false;
     case resolves_tempfail:
-        QF_REASON_AS(rule.function, "cache shows PTR is temporarily unavailable");
+        QF_REASON_AS(place.function, "cache shows PTR is temporarily unavailable");
         return false;
     case resolves_unknown:
-        return look_up_names(rule, state);
+        return look_up_names(place.function, state);
     default:
         return true;
     }

@@ -12,6 +12,7 @@
 #include "pattern_lines.h"
 #include "pattern_text.h"
 #include "pattern_trial.h"
+#include "text.h"
 #include "tiny_rex_storage.h"
 
 namespace quillfence::data_tool {
@@ -241,14 +242,14 @@ bool test_name(expression_list *list, const std::string &name, const test_option
         const TRex &expression = *list->expressions[i];
         all_steps += expression.steps;
         if (hit) {
-            std::printf("%s: expression %zu: %s (%s, %s in all)\n", name.c_str(), i + 1,
+            std::printf("%s: expression %zu: %s (%s, %s in all)\n", printable(name).c_str(), i + 1,
                         text_of(expression).c_str(), counted(expression.steps, "step").c_str(),
                         counted(all_steps, "step").c_str());
             matched = true;
         }
     }
     if (!matched) {
-        std::printf("%s: no match (%s, %s in all)\n", name.c_str(),
+        std::printf("%s: no match (%s, %s in all)\n", printable(name).c_str(),
                     counted(list->expressions.size(), "expression").c_str(),
                     counted(all_steps, "step").c_str());
     }

@@ -356,10 +356,6 @@ static const char *text_or_none(const char *text) {
     return text ? text : "none";
 }
 
-static const char *yes_or_no(uint8_t flag) {
-    return flag ? "yes" : "no";
-}
-
 void qfd_request_packet_dump(const qfd_request_packet *packet) {
     if (!packet) {
         return;

@@ -5,8 +5,10 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <memory>
 #include <random>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -83,6 +85,22 @@ TEST_F(vc_hashmap_file, the_saved_bytes) {
     EXPECT_EQ(watch.count("temporary_create"), 1);
     EXPECT_EQ(watch.count("file_close"), 1);
     EXPECT_EQ(drive.read(path), sample_bytes());
+}
+
+// The sample of the format page.
+TEST_F(vc_hashmap_file, the_page_shows_these_bytes) {
+    std::ifstream page(QF_FORMAT_PAGE);
+    ASSERT_TRUE(page.is_open());
+    std::string bytes;
+    for (std::string line; std::getline(page, line);) {
+        if (line.starts_with("    00")) {
+            std::istringstream hex(line.substr(12, 47));
+            for (std::string byte; hex >> byte;) {
+                bytes += static_cast<char>(std::stoi(byte, nullptr, 16));
+            }
+        }
+    }
+    EXPECT_EQ(bytes, sample_bytes());
 }
 
 // What the loader would not believe is not written, so that nothing is lost.

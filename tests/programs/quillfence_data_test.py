@@ -95,6 +95,10 @@ class ProgramTest(Case):
         for arguments, said in [
             ([], 'A subcommand is required; try "quillfence-data --help"'),
             (["regex"], 'A subcommand is required; try "quillfence-data regex --help"'),
+            (["blockmap"], 'A subcommand is required; try "quillfence-data blockmap --help"'),
+            (["range"], 'A subcommand is required; try "quillfence-data range --help"'),
+            (["list"], 'A subcommand is required; try "quillfence-data list --help"'),
+            (["counter"], 'A subcommand is required; try "quillfence-data counter --help"'),
             (["foo"], 'there is no subcommand "foo"; try "quillfence-data --help"'),
             (["regex", "foo"], 'there is no subcommand "foo"; try "quillfence-data regex --help"'),
             (["regex", "dump"], 'FILE is required; try "quillfence-data regex dump --help"'),
@@ -239,6 +243,17 @@ class RegexTest(Case):
         self.assertEqual((status, err), (NO, ""))
         self.assertRegex(out, "^foo: expression 2: foo" + steps +
                          r"car: no match \(4 expressions, \d+ steps in all\)\n$")
+
+    def test_names_are_printed_escaped(self):
+        """PTR names are whatever a client's DNS server says."""
+        self.file("list", "^a")
+        self.run_program("regex", "compile", "list", "out")
+        status, out, err = self.run_program("regex", "test", "out", "-",
+                                            text="a\x1b[2J\tb\n\x1b]0;x\x07\n")
+        steps = r" \(\d+ steps?, \d+ steps in all\)\n"
+        self.assertEqual((status, err), (NO, ""))
+        self.assertRegex(out, r"^a\\x1b\[2J\\x09b: expression 1: \^a" + steps +
+                         r"\\x1b\]0;x\\x07: no match \(1 expression, \d+ steps in all\)\n$")
 
     def test_another_file_is_refused(self):
         for content in [b"", b"\xb9\xeb\0", b"\xb9\xeb\0\1", b"^foo$\n"]:

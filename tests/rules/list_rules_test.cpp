@@ -66,13 +66,15 @@ uint8_t answers_seven(smtp_state *) {
     return 7;
 }
 
-const struct {
+struct list_case {
     const char *name;
     uint8_t (*rule)(smtp_state *);
     char *smtp_state::*value;
     hook_slot slot;
     const char *empty_line;
-} cases[] = {
+};
+
+constexpr list_case cases[] = {
     {"rule_to_whitelist", rule_to_whitelist, &smtp_state::rcpt_to, &hook_table::recipient_whitelist,
      "RCPT TO is empty or NULL-nothing to check"},
     {"rule_from_whitelist", rule_from_whitelist, &smtp_state::mail_from,
@@ -93,61 +95,62 @@ const struct {
 
 using list_rules = traced_test;
 
-TEST_F(list_rules, without_a_session_there_is_an_error_line) {
+// The tests of each rule; they run under its name.
+class list_rule_test : public traced_test, public ::testing::WithParamInterface<list_case> {
+  protected:
+    const list_case &c = GetParam();
+};
+
+INSTANTIATE_TEST_SUITE_P(each, list_rule_test, ::testing::ValuesIn(cases),
+                         [](const auto &made) { return std::string(made.param.name); });
+
+TEST_P(list_rule_test, without_a_session_there_is_an_error_line) {
     install(lists_it);
-    for (const auto &c : cases) {
+    calls = 0;
+    EXPECT_EQ(c.rule(nullptr), 0) << c.name;
+    EXPECT_EQ(calls, 0) << c.name;
+    EXPECT_EQ(rule_lines(log, c.name), lines{"E Invalid argument"});
+}
+
+TEST_P(list_rule_test, without_a_value_there_is_nothing_to_check) {
+    install(lists_it);
+    for (const char *value : {static_cast<const char *>(nullptr), ""}) {
+        session state;
+        session::put(&(state->*c.value), value);
         calls = 0;
-        EXPECT_EQ(c.rule(nullptr), 0) << c.name;
+        EXPECT_EQ(c.rule(state), 0) << c.name;
         EXPECT_EQ(calls, 0) << c.name;
-        EXPECT_EQ(rule_lines(log, c.name), lines{"E Invalid argument"});
+        EXPECT_EQ(rule_lines(log, c.name), lines{std::string("D ") + c.empty_line});
     }
 }
 
-TEST_F(list_rules, without_a_value_there_is_nothing_to_check) {
-    install(lists_it);
-    for (const auto &c : cases) {
-        for (const char *value : {static_cast<const char *>(nullptr), ""}) {
-            session state;
-            session::put(&(state->*c.value), value);
-            calls = 0;
-            EXPECT_EQ(c.rule(state), 0) << c.name;
-            EXPECT_EQ(calls, 0) << c.name;
-            EXPECT_EQ(rule_lines(log, c.name), lines{std::string("D ") + c.empty_line});
-        }
-    }
-}
-
-TEST_F(list_rules, the_hook_decides) {
+TEST_P(list_rule_test, the_hook_decides) {
     static const struct {
         session_hook hook;
         int want;
     } hooks[] = {{lists_it, 1}, {answers_seven, 1}, {lists_nothing, 0}, {nullptr, 0}};
-    for (const auto &c : cases) {
-        for (const auto &h : hooks) {
-            install_only(c.slot, h.hook);
-            session state;
-            session::put(&(state->*c.value), "192.0.2.77");
-            asked = nullptr;
-            EXPECT_EQ(c.rule(state), h.want) << c.name;
-            if (h.hook == lists_it) {
-                EXPECT_EQ(asked, static_cast<smtp_state *>(state)) << c.name;
-            }
-            EXPECT_EQ(rule_lines(log, c.name), lines{"D checking for entry [192.0.2.77]"});
+    for (const auto &h : hooks) {
+        install_only(c.slot, h.hook);
+        session state;
+        session::put(&(state->*c.value), "192.0.2.77");
+        asked = nullptr;
+        EXPECT_EQ(c.rule(state), h.want) << c.name;
+        if (h.hook == lists_it) {
+            EXPECT_EQ(asked, static_cast<smtp_state *>(state)) << c.name;
         }
+        EXPECT_EQ(rule_lines(log, c.name), lines{"D checking for entry [192.0.2.77]"});
     }
 }
 
-TEST_F(list_rules, every_rule_reads_its_own_slot) {
-    for (const auto &c : cases) {
-        for (const hook_slot slot : all_slots) {
-            install_only(slot, lists_it);
-            session state;
-            session::put(&state->rcpt_to, "bob@example.net"); // for the mail server's whitelist
-            session::put(&(state->*c.value), "192.0.2.77");
-            EXPECT_EQ(c.rule(state), slot == c.slot)
-                << c.name << " with slot "
-                << std::find(all_slots, std::end(all_slots), slot) - all_slots + 1;
-        }
+TEST_P(list_rule_test, its_own_slot_is_read) {
+    for (const hook_slot slot : all_slots) {
+        install_only(slot, lists_it);
+        session state;
+        session::put(&state->rcpt_to, "bob@example.net"); // for the mail server's whitelist
+        session::put(&(state->*c.value), "192.0.2.77");
+        EXPECT_EQ(c.rule(state), slot == c.slot)
+            << c.name << " with slot "
+            << std::find(all_slots, std::end(all_slots), slot) - all_slots + 1;
     }
 }
 
@@ -224,7 +227,7 @@ TEST_F(mail_server_whitelists, are_not_asked_after_a_hit) {
 }
 
 // The catch-all country is not looked up; other codes with stars are.
-TEST_F(list_rules, country_codes_of_stars) {
+TEST_F(list_rules, rule_country_blacklist_and_codes_of_stars) {
     static const struct {
         const char *code;
         int want;

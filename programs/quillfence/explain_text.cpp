@@ -1,0 +1,242 @@
+#include "explain_text.h"
+
+#include <algorithm>
+
+#include "explain_words.h"
+#include "text.h"
+
+namespace quillfence::programs {
+
+using namespace decision;
+using data_files::printable;
+
+namespace {
+
+enum class style { plain, strong, quiet, good, bad, doubtful };
+
+const char *code_of(style of) {
+    switch (of) {
+    case style::strong:
+        return "\x1b[1m";
+    case style::quiet:
+        return "\x1b[2m";
+    case style::good:
+        return "\x1b[1;32m";
+    case style::bad:
+        return "\x1b[1;31m";
+    case style::doubtful:
+        return "\x1b[1;33m";
+    case style::plain:
+        break;
+    }
+    return "";
+}
+
+// Collects lines and breaks the long ones.
+class text_page {
+  public:
+    explicit text_page(const text_options &options) : options_(options) {}
+
+    // A paragraph; its lines behind the first begin `hanging` columns further in.
+    void paragraph(size_t indent, const std::string &text, style how = style::plain,
+                   size_t hanging = 4) {
+        std::string_view left = text;
+        for (bool first = true; first || !left.empty(); first = false) {
+            const size_t margin = indent + (first ? 0 : hanging);
+            line(margin, take_line(&left, margin), how);
+        }
+    }
+    void heading(const std::string &text) {
+        text_ += '\n';
+        paragraph(0, text, style::strong);
+    }
+    // A row of two columns: the second begins at `column`, and stays there when it is broken.
+    void row(const std::string &name, const std::string &text, size_t column,
+             style how = style::plain) {
+        const size_t blanks = name.size() + 4 <= column ? column - name.size() - 2 : 2;
+        paragraph(2, name + std::string(blanks, ' ') + text, how, column - 2);
+    }
+    std::string take() {
+        return std::move(text_);
+    }
+
+  private:
+    size_t room(size_t margin) const {
+        return options_.width > margin + 20 ? options_.width - margin : 20;
+    }
+    // What fits on a line: up to a blank, or, when there is none, as much as there is room.
+    std::string_view take_line(std::string_view *left, size_t margin) const {
+        const size_t most = room(margin);
+        size_t end = left->size();
+        if (end > most) {
+            end = left->rfind(' ', most);
+            const size_t word = left->find_first_not_of(' ');
+            if (end == std::string_view::npos || end <= word) {
+                end = most;
+            }
+        }
+        const std::string_view taken = left->substr(0, end);
+        left->remove_prefix(end);
+        left->remove_prefix(std::min(left->find_first_not_of(' '), left->size()));
+        return taken;
+    }
+    void line(size_t margin, std::string_view text, style how) {
+        text = text.substr(0, text.find_last_not_of(' ') + 1);
+        text_.append(text.empty() ? 0 : margin, ' ');
+        const bool coloured = options_.colour && how != style::plain && !text.empty();
+        text_.append(coloured ? code_of(how) : "").append(text);
+        text_.append(coloured ? "\x1b[0m\n" : "\n");
+    }
+
+    const text_options &options_;
+    std::string text_;
+};
+
+// --- the parts ---
+
+style style_of(verdict is) {
+    return is == verdict::accept   ? style::good
+           : is == verdict::reject ? style::bad
+                                   : style::doubtful;
+}
+
+void write_decision(text_page &page, const decision_record &record) {
+    page.paragraph(0, headline(record), style_of(record.decision.is));
+    for (const std::string &sentence : what_decided(record)) {
+        page.paragraph(2, sentence);
+    }
+}
+
+void write_rows(text_page &page, const std::vector<named_text> &rows, size_t column) {
+    for (const named_text &row : rows) {
+        page.row(row.first, row.second, column);
+    }
+}
+
+void write_notes(text_page &page, const decision_record &record) {
+    if (record.notes.empty() && record.errors.empty()) {
+        return;
+    }
+    page.heading("Notes");
+    for (const note &one : record.notes) {
+        page.paragraph(2, printable(one.severity) + ": " + printable(one.text),
+                       one.severity == "warning" ? style::doubtful : style::plain);
+    }
+    for (const error_line &one : record.errors) {
+        page.paragraph(2,
+                       "error: " + printable(one.module) + ' ' + printable(one.function) +
+                           "(): " + printable(one.text),
+                       style::bad);
+    }
+}
+
+// What is missing is part of what decided when nothing could be decided.
+void write_missing(text_page &page, const decision_record &record) {
+    if (record.missing.empty() || record.decision.is == verdict::undecided) {
+        return;
+    }
+    page.heading("Missing");
+    for (const missing_item &item : record.missing) {
+        page.paragraph(2, missing_sentence(item));
+    }
+}
+
+void write_dns(text_page &page, const decision_record &record) {
+    if (record.dns.empty()) {
+        return;
+    }
+    page.heading("DNS: " + dns_summary(record));
+    for (const dns_record &dns : record.dns) {
+        const std::string effort = dns_effort(dns);
+        page.paragraph(2, dns_question(dns) + "  " + dns_answer(dns) +
+                              (effort.empty() ? "" : "  (" + effort + ')'));
+    }
+}
+
+// Names up to this length have the text beside them.
+constexpr size_t widest_name = 24;
+
+template <class Item, class Name>
+size_t column_for(const std::vector<Item> &items, Name name) {
+    size_t widest = 0;
+    for (const Item &item : items) {
+        widest = std::max(widest, std::min(name(item).size(), widest_name));
+    }
+    return widest + 4;
+}
+
+void write_block_maps(text_page &page, const decision_record &record) {
+    const auto name = [](const block_map_record &map) { return printable(map.map); };
+    const size_t column = column_for(record.block_maps, name);
+    if (!record.block_maps.empty()) {
+        page.heading("Block maps");
+    }
+    for (const block_map_record &map : record.block_maps) {
+        page.row(name(map), block_map_sentence(map), column);
+    }
+}
+
+void write_block_lists(text_page &page, const decision_record &record) {
+    const auto name = [](const dns_block_list_record &list) { return printable(list.zone); };
+    const size_t column = column_for(record.dns_block_lists, name);
+    if (!record.dns_block_lists.empty()) {
+        page.heading("DNS block lists");
+    }
+    for (const dns_block_list_record &list : record.dns_block_lists) {
+        page.row(name(list), block_list_sentence(list), column);
+    }
+}
+
+void write_rules(text_page &page, const decision_record &record) {
+    const auto name = [](const rule_record &rule) { return printable(rule.rule); };
+    const size_t column = column_for(record.rules, name);
+    if (!record.rules.empty()) {
+        page.heading("Rules");
+    }
+    for (const rule_record &rule : record.rules) {
+        page.row(name(rule), rule_sentence(rule), column,
+                 is_remarkable(rule) ? style::strong : style::plain);
+        for (const std::string &detail : rule_details(rule)) {
+            page.paragraph(6, detail);
+        }
+    }
+}
+
+constexpr size_t facts_column = 17;
+
+} // namespace
+
+std::string explain_text(const decision_record &record, const text_options &options) {
+    text_page page(options);
+    write_decision(page, record);
+    page.heading("Transaction");
+    write_rows(page, transaction_facts(record), facts_column);
+    write_missing(page, record);
+    write_notes(page, record);
+    write_dns(page, record);
+    write_rules(page, record);
+    write_block_maps(page, record);
+    write_block_lists(page, record);
+    page.heading("Where");
+    write_rows(page, circumstances(record), facts_column);
+    if (const std::string line = replayer_line(record); !line.empty()) {
+        page.heading("The replayer's line");
+        page.paragraph(2, line);
+    }
+    return page.take();
+}
+
+std::optional<std::string> explain_rule_text(const decision_record &record, std::string_view rule,
+                                             const text_options &options) {
+    const auto found = std::find_if(record.rules.begin(), record.rules.end(),
+                                    [rule](const rule_record &one) { return one.rule == rule; });
+    if (found == record.rules.end()) {
+        return std::nullopt;
+    }
+    text_page page(options);
+    page.paragraph(0, printable(found->rule) + ": " + rule_sentence(*found), style::strong);
+    write_rows(page, rule_in_depth(record, *found), facts_column);
+    return page.take();
+}
+
+} // namespace quillfence::programs

@@ -1,0 +1,419 @@
+#include "input.h"
+
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "log_fields.h"
+#include "record_writer.h"
+
+namespace quillfence::decision {
+namespace {
+
+std::string refusal(input_format format, std::string_view unit) {
+    const input_result got = read_input(format, unit);
+    EXPECT_FALSE(got.read) << unit;
+    return std::to_string(got.problem.line) + ": " + got.problem.text;
+}
+
+input_transaction read(input_format format, std::string_view unit) {
+    const input_result got = read_input(format, unit);
+    EXPECT_TRUE(got.read) << unit << ": " << got.problem.text;
+    return got.read.value_or(input_transaction());
+}
+
+// --- telling formats apart, and taking them one by one ---
+
+TEST(input, names_of_formats) {
+    for (const char *name : {"json", "policy", "tsv", "qflog"}) {
+        const auto format = input_format_of_name(name);
+        ASSERT_TRUE(format) << name;
+        EXPECT_EQ(input_format_name(*format), name);
+    }
+    EXPECT_FALSE(input_format_of_name("csv"));
+}
+
+TEST(input, formats_by_content) {
+    const struct {
+        const char *text;
+        std::optional<input_format> want;
+    } cases[] = {
+        {"\n \r\n{\"ip\":\"192.0.2.1\"}", input_format::json},
+        {"request=smtpd_access_policy\n", input_format::policy},
+        {"R\t192.0.2.1\t25\t0\t\t0\th\ta@b\tc@d\n", input_format::tsv},
+        {"2026-11-22 04:51:13 quillfence[7]: HAM: mua=[no:(null)],ip=[", input_format::qflog},
+        {"", std::nullopt},
+        {"\n\n", std::nullopt},
+        {"hello", std::nullopt},
+        {"=x", std::nullopt},
+        {"a b=x", std::nullopt},
+    };
+    for (const auto &c : cases) {
+        EXPECT_EQ(input_format_of_content(c.text), c.want) << c.text;
+    }
+}
+
+TEST(input, units_are_taken_one_by_one) {
+    std::string_view lines = "\n \na\r\n\nb";
+    uint32_t skipped = 9;
+    EXPECT_EQ(take_input(input_format::tsv, &lines, &skipped), "a");
+    EXPECT_EQ(skipped, 2u);
+    EXPECT_EQ(take_input(input_format::tsv, &lines, &skipped), "b");
+    EXPECT_EQ(skipped, 1u);
+    EXPECT_EQ(take_input(input_format::tsv, &lines, nullptr), "");
+
+    std::string_view json = "{\"a\":1}\n{\n  \"a\": {\n  }\n}\r\n{\n \"cut\": 1\n";
+    EXPECT_EQ(take_input(input_format::json, &json, &skipped), "{\"a\":1}");
+    EXPECT_EQ(take_input(input_format::json, &json, &skipped), "{\n  \"a\": {\n  }\n}");
+    EXPECT_EQ(take_input(input_format::json, &json, &skipped), "{\n \"cut\": 1");
+    EXPECT_EQ(take_input(input_format::json, &json, &skipped), "");
+
+    std::string_view policy = "\na=1\r\nb=2\r\n\r\n\nc=3\n";
+    EXPECT_EQ(take_input(input_format::policy, &policy, &skipped), "a=1\r\nb=2\r\n");
+    EXPECT_EQ(skipped, 1u);
+    EXPECT_EQ(take_input(input_format::policy, &policy, &skipped), "c=3");
+    EXPECT_EQ(take_input(input_format::policy, &policy, &skipped), "");
+}
+
+TEST(input, nothing_is_no_problem) {
+    for (const input_format format :
+         {input_format::json, input_format::policy, input_format::tsv, input_format::qflog}) {
+        EXPECT_FALSE(read_input(format, " \n").read);
+        EXPECT_EQ(read_input(format, " \n").problem.text, "");
+    }
+}
+
+// --- json ---
+
+TEST(input, a_transaction_in_json) {
+    input_transaction want;
+    want.transaction.ip = "192.0.2.1";
+    want.transaction.tls = true;
+    want.transaction.sender = "";
+    want.id = "17";
+    want.time = "2026-11-22T04:51:13Z";
+    want.extra = {{"queue", "{\"n\":[1,2]}"}};
+    EXPECT_EQ(read(input_format::json, R"({"ip":"192.0.2.1","tls":true,"sender":"","id":17,)"
+                                       R"("time":"2026-11-22T04:51:13Z","queue":{"n": [1, 2]}})"),
+              want);
+}
+
+TEST(input, a_whole_record_in_json) {
+    decision_record record;
+    record.id = "x";
+    record.time = "2026-11-22T04:51:13Z";
+    record.transaction.helo = "h\xff";
+    record.transaction.stage = "MAIL";
+    record.extra = {{"queue", "1"}};
+    input_transaction want;
+    want.transaction = record.transaction;
+    want.id = record.id;
+    want.time = record.time;
+    want.extra = record.extra;
+    for (const json_layout layout : {json_layout::one_line, json_layout::indented}) {
+        std::string json;
+        write_record(json, record, record_form::brief, layout);
+        std::string_view text = json;
+        EXPECT_EQ(read(input_format::json, take_input(input_format::json, &text, nullptr)), want);
+        EXPECT_EQ(text, "");
+    }
+}
+
+TEST(input, json_that_is_refused) {
+    const struct {
+        const char *json;
+        const char *want;
+    } cases[] = {
+        {"{\"ip\":", "1: the document ends too early"},
+        {"{}", "1: the document holds no fact of a transaction"},
+        {"{\"sendr\":\"a@b\"}", "1: the document holds no fact of a transaction"},
+        {"[\"ip\"]", "1: the document is not an object"},
+        {"{\n\"tls\": 1\n}", "2: tls: is neither true nor false"},
+        {"{\"ip\":\"192.0.2.1\",\"id\":{}}", "1: id: is not a text"},
+        {"{\"schema\":\"quillfence.decision/1\"}", "1: the document has no member \"transaction\""},
+        {"{\"schema\":\"quillfence.decision/1\",\n\"transaction\":{}}",
+         "2: transaction: holds no fact of a transaction"},
+        {"{\"schema\":\"quillfence.decision/1\",\n\"transaction\":7}",
+         "2: transaction: is not an object"},
+        {"{\"schema\":\"quillfence.decision/2\",\"transaction\":{\"ip\":\"192.0.2.1\"}}",
+         "1: schema: is a version that this program does not know; it reads "
+         "\"quillfence.decision/1\""},
+        {"{\"schema\":\"quillfence.case/1\",\"transaction\":{\"ip\":\"192.0.2.1\"}}",
+         "1: schema: is not that of a decision record"},
+        {"{\"helo_bytes\":\"6100\"}", "1: helo_bytes: holds a NUL"},
+    };
+    for (const auto &c : cases) {
+        EXPECT_EQ(refusal(input_format::json, c.json), c.want) << c.json;
+    }
+}
+
+// --- policy ---
+
+TEST(input, a_policy_request) {
+    input_transaction want;
+    transaction &t = want.transaction;
+    t.ip = "192.0.2.1";
+    t.port = "4711";
+    t.tls = true;
+    t.authuser = "";
+    t.mua = false;
+    t.helo = "mail.example.org";
+    t.sender = "";
+    t.recipient = "b=c@example.com";
+    want.id = "123.456.7";
+    want.extra = {{"queue_id", "\"4F8\""}, {"size", "\"12345\""}};
+    EXPECT_EQ(read(input_format::policy, "request=smtpd_access_policy\n"
+                                         "protocol_state=RCPT\n"
+                                         "helo_name=mail.example.org\n"
+                                         "queue_id=4F8\n"
+                                         "sender=\n"
+                                         "recipient=b=c@example.com\n"
+                                         "client_address=192.0.2.1\r\n"
+                                         "client_port=4711\n"
+                                         "instance=123.456.7\n"
+                                         "sasl_username=\n"
+                                         "sasl_method=\n"
+                                         "encryption_protocol=TLSv1.3\n"
+                                         "size=12345\n"
+                                         "\n"),
+              want);
+}
+
+TEST(input, what_a_policy_request_does_not_tell_is_absent) {
+    const input_transaction got = read(input_format::policy, "sender=a@b\nclient_port=unknown\n"
+                                                             "client_address=unknown\n");
+    transaction want;
+    want.sender = "a@b";
+    EXPECT_EQ(got.transaction, want);
+    EXPECT_EQ(got.id, "");
+}
+
+TEST(input, who_is_a_user_of_this_server) {
+    const struct {
+        const char *lines;
+        std::optional<bool> want;
+    } cases[] = {
+        {"sasl_username=\n", false},
+        {"sasl_username=u\n", true},
+        {"policy_context=submission\n", true},
+        {"policy_context=submission\nsasl_username=\n", true},
+        {"policy_context=other\nsasl_username=\n", false},
+        {"policy_context=other\n", std::nullopt},
+        {"", std::nullopt},
+    };
+    for (const auto &c : cases) {
+        const std::string request = std::string("client_address=192.0.2.1\n") + c.lines;
+        EXPECT_EQ(read(input_format::policy, request).transaction.mua, c.want) << c.lines;
+    }
+}
+
+TEST(input, policy_requests_that_are_refused) {
+    const std::string first = "client_address=192.0.2.1\n";
+    std::string many = first;
+    for (size_t i = 1; i < most_policy_lines; ++i) {
+        many += "x" + std::to_string(i) + "=\n";
+    }
+    EXPECT_TRUE(read_input(input_format::policy, many).read);
+    EXPECT_TRUE(
+        read_input(input_format::policy, first + "x=" + std::string(longest_policy_line - 2, 'x'))
+            .read);
+    const struct {
+        std::string request;
+        const char *want;
+    } cases[] = {
+        {first + "helo_name", "2: the line is not of the form name=value"},
+        {first + "=x", "2: the line is not of the form name=value"},
+        {first + "sender=a\nsender=a\n", "3: sender: stands there twice"},
+        {first + std::string("sender=a\0b", 10), "2: sender: holds a NUL"},
+        {first + "x=" + std::string(longest_policy_line - 1, 'x'), "2: the line is too long"},
+        {many + "y=\n", "201: the request has too many lines"},
+        {first + std::string(longest_policy_request, 'x'), "1: the request is too long"},
+        {"request=smtpd_access_policy\n",
+         "1: the request names neither client_address nor sender nor recipient"},
+    };
+    for (const auto &c : cases) {
+        EXPECT_EQ(refusal(input_format::policy, c.request), c.want);
+    }
+}
+
+// --- tsv ---
+
+TEST(input, the_replayers_values) {
+    input_transaction want;
+    transaction &t = want.transaction;
+    t.ip = "192.0.2.1";
+    t.port = "25";
+    t.tls = true;
+    t.authuser = "user";
+    t.mua = false;
+    t.helo = "h x";
+    t.sender = "";
+    t.recipient = "c@d";
+    EXPECT_EQ(read(input_format::tsv, "R\t192.0.2.1\t25\t2\tuser\t00\th x\t\tc@d"), want);
+    t.stage = "MAIL";
+    t.recipient.reset();
+    EXPECT_EQ(read(input_format::tsv, "M\t192.0.2.1\t25\t1\tuser\t0\th x\t"), want);
+    t.stage = "AUTH";
+    t.mua.reset();
+    t.helo.reset();
+    t.sender.reset();
+    EXPECT_EQ(read(input_format::tsv, "A\t192.0.2.1\t25\t1\tuser"), want);
+    t.stage = "CONNECT";
+    t.authuser.reset();
+    EXPECT_EQ(read(input_format::tsv, "C\t192.0.2.1\t25\t1"), want);
+}
+
+TEST(input, values_that_are_refused) {
+    const struct {
+        std::string line;
+        const char *want;
+    } cases[] = {
+        {"T", "1: stage: is none of C, A, M and R"},
+        {"\tx", "1: stage: is none of C, A, M and R"},
+        {"RX\t1", "1: stage: is none of C, A, M and R"},
+        {"R\t192.0.2.1\t25\t0\t\t0\th\ta@b", "1: stage R has 9 values, but there are 8"},
+        {"R\t192.0.2.1\t25\t0\t\t0\th\ta@b\tc@d\t", "1: stage R has 9 values, but there are 10"},
+        {"R\t192.0.2.1\t25\tyes\t\t0\th\ta@b\tc@d", "1: tls: is neither 0 nor 1"},
+        {"R\t192.0.2.1\t25\t0\t\t\th\ta@b\tc@d", "1: mua: is neither 0 nor 1"},
+        {std::string("R\t1\t2\t0\t\t0\th\0\ta\tb", 17), "1: the line holds a NUL"},
+        {std::string(longest_line + 1, 'R'), "1: the line is too long"},
+    };
+    for (const auto &c : cases) {
+        EXPECT_EQ(refusal(input_format::tsv, c.line), c.want) << c.line.substr(0, 80);
+    }
+}
+
+// --- the engine's mail log ---
+
+std::string qflog(const std::string &rest, const std::string &verdict = "HAM") {
+    return "2026-11-22 04:51:13 quillfence[7]: " + verdict + ": " + rest;
+}
+
+TEST(input, a_line_of_the_mail_log) {
+    input_transaction want;
+    transaction &t = want.transaction;
+    t.ip = "192.0.2.1";
+    t.port = "4711";
+    t.tls = false;
+    t.mua = false;
+    t.helo = "mail.example.org";
+    t.sender = "a@example.org";
+    t.recipient = "b@example.com";
+    want.extra = {{"logged", "\"2026-11-22 04:51:13\""},
+                  {"logged_verdict", "\"SPAM\""},
+                  {"logged_rule", "\"require_helo\""}};
+    EXPECT_EQ(read(input_format::qflog,
+                   qflog("mua=[no:(null)],ip=[192.0.2.1:mail.example.org],port=<4711>,tls=<no>,"
+                         "helo=<mail.example.org>,from=<a@example.org>,rcpt=<b@example.com>",
+                         "SPAM[require_helo]")),
+              want);
+}
+
+TEST(input, what_the_mail_log_does_not_tell_is_absent) {
+    transaction want;
+    want.ip = "192.0.2.1";
+    want.tls = true;
+    want.mua = true;
+    want.authuser = "u";
+    want.sender = "";
+    EXPECT_EQ(read(input_format::qflog,
+                   qflog("mua=[yes:u],ip=[192.0.2.1:(timeout)],port=<(unknown)>,tls=<yes>,"
+                         "helo=<(null)>,from=<bounce message>,rcpt=<(null)>",
+                         "NDR"))
+                  .transaction,
+              want);
+}
+
+TEST(input, addresses_with_colons_in_the_mail_log) {
+    const auto line = [](const char *ip_and_name) {
+        return qflog("mua=[no:(null)],ip=[" + std::string(ip_and_name) +
+                     "],port=<25>,tls=<no>,helo=<h>,from=<a@b>,rcpt=<c@d>");
+    };
+    EXPECT_EQ(read(input_format::qflog, line("2001:db8::1:mail.example.org")).transaction.ip,
+              "2001:db8::1");
+    EXPECT_EQ(read(input_format::qflog, line("2001:db8::1:(null)")).transaction.ip, "2001:db8::1");
+    EXPECT_EQ(read(input_format::qflog, line("::1:localhost")).transaction.ip, "::1");
+    // The name "5:x" behind 2001:db8::1, or the name "x" behind 2001:db8::1:5.
+    EXPECT_EQ(refusal(input_format::qflog, line("2001:db8::1:5:x")),
+              "1: the line can be read in several ways");
+    EXPECT_EQ(refusal(input_format::qflog, line("mail.example.org:192.0.2.1")),
+              "1: the line is not one of the engine's mail log");
+}
+
+// A client says what it likes: what it says does not become another client's.
+TEST(input, forged_members_in_the_mail_log) {
+    const auto line = [](const std::string &helo, const std::string &from) {
+        return qflog("mua=[no:(null)],ip=[192.0.2.1:n],port=<25>,tls=<no>,helo=<" + helo +
+                     ">,from=<" + from + ">,rcpt=<c@d>");
+    };
+    EXPECT_EQ(read(input_format::qflog, line("a>b", "<x>,y=<")).transaction.helo, "a>b");
+    EXPECT_EQ(refusal(input_format::qflog, line("h>,from=<good@example.org", "x@y")),
+              "1: the line can be read in several ways");
+    EXPECT_EQ(refusal(input_format::qflog, line("h", "x@y>,rcpt=<z@z")),
+              "1: the line can be read in several ways");
+    EXPECT_EQ(refusal(input_format::qflog, line("h>,from=<a@b>,rcpt=<z@z", "x@y")),
+              "1: the line can be read in several ways");
+    std::string many;
+    for (int i = 0; i < 1000; ++i) {
+        many += ">,from=<";
+    }
+    EXPECT_EQ(refusal(input_format::qflog, line(many, "x")),
+              "1: the line can be read in several ways");
+}
+
+TEST(input, lines_that_are_not_of_the_mail_log) {
+    const std::string good = "mua=[no:(null)],ip=[192.0.2.1:n],port=<25>,tls=<no>,helo=<h>,"
+                             "from=<a@b>,rcpt=<c@d>";
+    EXPECT_TRUE(read_input(input_format::qflog, qflog(good)).read);
+    const struct {
+        std::string line;
+        const char *want;
+    } cases[] = {
+        {"hello", "1: the line does not begin with a date and a time"},
+        {"2026-11-22T04:51:13 quillfence[7]: HAM: " + good,
+         "1: the line does not begin with a date and a time"},
+        {"2026-11-22 04:51:13", "1: the line does not begin with a date and a time"},
+        {qflog(good, "JAM"), "1: the line is not one of the engine's mail log"},
+        {qflog(good.substr(0, good.size() - 1)), "1: the line is not one of the engine's mail log"},
+        {qflog(good.substr(0, 40)), "1: the line is not one of the engine's mail log"},
+        {qflog(good + std::string("\0", 1)), "1: the line holds a NUL"},
+        {qflog(good + std::string(longest_line, 'x')), "1: the line is too long"},
+    };
+    for (const auto &c : cases) {
+        EXPECT_EQ(refusal(input_format::qflog, c.line), c.want) << c.line.substr(0, 80);
+    }
+}
+
+// --- fields of log lines ---
+
+TEST(log_fields, every_way_is_looked_for) {
+    static constexpr log_field fields[] = {{"-", nullptr}, {"", nullptr}};
+    std::vector<std::string_view> values;
+    EXPECT_EQ(split_log_fields("a-b", fields, &values), log_readings::one);
+    EXPECT_EQ(values, (std::vector<std::string_view>{"a", "b"}));
+    EXPECT_EQ(split_log_fields("ab", fields, &values), log_readings::none);
+    EXPECT_EQ(split_log_fields("a-b-c", fields, &values), log_readings::several);
+    static constexpr log_field choosy[] = {
+        {"-", [](std::string_view value) { return value.size() == 3; }}, {"", nullptr}};
+    EXPECT_EQ(split_log_fields("a-b-c", choosy, &values), log_readings::one);
+    EXPECT_EQ(values, (std::vector<std::string_view>{"a-b", "c"}));
+}
+
+// Ways that lead nowhere are cut off: what such a line costs is bounded.
+TEST(log_fields, too_many_ways_count_as_several) {
+    static int judged = 0;
+    static constexpr log_field fields[] = {{"-", nullptr},
+                                           {"-",
+                                            [](std::string_view) {
+                                                ++judged;
+                                                return true;
+                                            }},
+                                           {"!", nullptr},
+                                           {"", nullptr}};
+    std::vector<std::string_view> values;
+    EXPECT_EQ(split_log_fields(std::string(10'000, '-'), fields, &values), log_readings::several);
+    EXPECT_LE(judged, 1000);
+}
+
+} // namespace
+} // namespace quillfence::decision
