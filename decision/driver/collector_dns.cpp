@@ -1,10 +1,12 @@
 // What the collector makes of DNS questions and their answers.
 #include <algorithm>
 #include <cstring>
+#include <new>
 
 #include "answer.h"
 #include "collector.h"
 #include "platform/dns.h"
+#include "platform/error_numbers.h"
 #include "vc_dns.h"
 #include "words.h"
 
@@ -94,6 +96,10 @@ void collector::use_answer(uint32_t number) {
 }
 
 void collector::on(const dns_question &fact) {
+    if (fact.status == platform::error_not_enough_memory ||
+        (fact.details && fact.details->no_memory)) {
+        throw std::bad_alloc();
+    }
     const uint32_t number = keep_answer(fact);
     const dns_record &answer = record.dns[number];
     const bool missing = answer.is == answer_class::missing;

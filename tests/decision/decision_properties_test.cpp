@@ -2,13 +2,17 @@
 #include <algorithm>
 #include <set>
 
+#include "engine_door.h"
 #include "explaining.h"
+#include "off_source.h"
 #include "process_state.h"
 #include "qfd-packet.h"
 #include "quillfence-checks.h"
 #include "random_world.h"
+#include "recorded_source.h"
 #include "report.h"
 #include "vc_json.h"
+#include "words.h"
 
 namespace quillfence::testing {
 namespace {
@@ -347,6 +351,130 @@ TEST_F(decision_properties, with_the_value_itself_added_a_list_rule_hits_by_that
         }
     }
     EXPECT_GE(cases, 1000u);
+}
+
+// --- its own answers ---
+
+dns_sources::answer answer_of(const dns_record &from) {
+    dns_sources::answer made;
+    made.status = made.said = from.status;
+    for (const std::string &text : from.records) {
+        const std::string type = text.substr(0, text.find(' '));
+        made.records.push_back({*dns_sources::type_of_word(type), text});
+    }
+    return made;
+}
+
+// Without what a moment and a server bring along.
+decision_record timeless(decision_record record) {
+    for (dns_record &answer : record.dns) {
+        answer.ms.reset();
+    }
+    return record;
+}
+
+TEST_F(decision_properties, a_record_replayed_from_its_own_answers_is_the_same) {
+    unsigned answers = 0;
+    for (int worlds = 0; worlds < 300; ++worlds) {
+        next_world();
+        const transaction what = random_transaction(random);
+        const decision_record first = explained(what);
+        dns.emplace(); // knows nothing, and is not asked
+        dns_sources::recorded_source recorded;
+        for (const dns_record &answer : first.dns) {
+            recorded.add(answer.name, *dns_sources::type_of_word(answer.type), answer_of(answer));
+        }
+        dns_sources::engine_door door(recorded);
+        options.dns = door.slots();
+        const decision_record second = explained(what);
+        options.dns = nullptr;
+        EXPECT_EQ(timeless(second), timeless(first));
+        EXPECT_TRUE(dns_script::asked().empty());
+        EXPECT_TRUE(door.missing().empty());
+        answers += static_cast<unsigned>(first.dns.size());
+        if (HasFailure()) {
+            return;
+        }
+    }
+    EXPECT_GT(answers, 500u);
+}
+
+// --- what is missing ---
+
+// Whether a verdict may stand for one that a fact more would have given.
+bool may_stand_for(const decision_record &known, const decision_record &all) {
+    return known.decision.is == verdict::undecided || known.decision.is == all.decision.is;
+}
+
+TEST_F(decision_properties, a_missing_fact_makes_a_verdict_undecided_but_never_another) {
+    unsigned undecided = 0;
+    unsigned decided = 0;
+    options.report = false;
+    options.all = false;
+    for (int worlds = 0; worlds < 300; ++worlds) {
+        next_world();
+        for (int i = 0; i < 4; ++i) {
+            const transaction what = random_transaction(random);
+            const decision_record all = explained(what);
+            transaction less = what;
+            const size_t which = std::uniform_int_distribution<size_t>(0, 5)(random);
+            switch (which) {
+            case 0:
+                less.ip.reset();
+                break;
+            case 1:
+                less.helo.reset();
+                break;
+            case 2:
+                less.sender.reset();
+                break;
+            case 3:
+                less.recipient.reset();
+                break;
+            case 4:
+                less.authuser.reset();
+                break;
+            default:
+                less.mua.reset();
+            }
+            const decision_record known = explained(less);
+            EXPECT_TRUE(may_stand_for(known, all))
+                << "without fact " << which << ": "
+                << (all.decision.rule.empty() ? "none" : all.decision.rule) << ", now "
+                << known.decision.rule;
+            known.decision.is == verdict::undecided ? ++undecided : ++decided;
+        }
+        if (HasFailure()) {
+            return;
+        }
+    }
+    EXPECT_GT(undecided, 100u);
+    EXPECT_GT(decided, 100u);
+}
+
+TEST_F(decision_properties, without_dns_a_verdict_is_undecided_but_never_another) {
+    unsigned undecided = 0;
+    unsigned decided = 0;
+    options.all = false;
+    for (int worlds = 0; worlds < 500; ++worlds) {
+        next_world();
+        const transaction what = random_transaction(random);
+        const decision_record all = explained(what);
+        dns_sources::off_source off;
+        dns_sources::engine_door door(off);
+        options.dns = door.slots();
+        const decision_record known = explained(what);
+        options.dns = nullptr;
+        EXPECT_TRUE(may_stand_for(known, all))
+            << all.decision.rule << ", now " << known.decision.rule;
+        EXPECT_EQ(known.missing.empty(), door.missing().empty());
+        known.decision.is == verdict::undecided ? ++undecided : ++decided;
+        if (HasFailure()) {
+            return;
+        }
+    }
+    EXPECT_GT(undecided, 25u);
+    EXPECT_GT(decided, 25u);
 }
 
 } // namespace
