@@ -7,6 +7,7 @@
 
 #include "evidence.h"
 #include "platform/dns.h"
+#include "platform/error_numbers.h"
 #include "platform/file.h"
 #include "platform/format.h"
 #include "platform/net.h"
@@ -81,6 +82,9 @@ uint32_t ask_and_tell(const question &asked, dns_records *answer) {
                                         .status = status,
                                         .code = vc_dns_code(status),
                                         .details = &details});
+    if (status == platform::error_not_enough_memory || details.no_memory) {
+        tell_failure(asked.name, platform::error_not_enough_memory, "no memory");
+    }
     platform::dns_details_clear(&details);
     return status;
 }

@@ -12,7 +12,8 @@
 // non-existence, while a name without records of the type counts as a failed lookup.
 //
 // A question goes to the DNS source of the calling thread's context, or to the system when there is
-// none (call_context.h); each attempt is told as dns_answered to whoever asks (evidence.h).
+// none (call_context.h); each attempt is told as dns_answered to whoever asks (evidence.h), and a
+// lack of memory, for the answer or for its details, as could_not_look.
 //
 // `option` is the engine's DNS option byte: non-zero asks over TCP only.
 #pragma once

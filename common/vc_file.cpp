@@ -109,7 +109,8 @@ int vc_begin_replacement(const char *path, const char *ending, platform::replace
 }
 
 vc_handle vc_open_existing(const char *path) {
-    return open_file(path, {.when = platform::disposition::open_existing});
+    const char *const from = is_empty(path) ? path : path_to_read(path);
+    return open_file(from, {.when = platform::disposition::open_existing});
 }
 
 int vc_close(vc_handle file) {
@@ -371,7 +372,7 @@ int vc_file_exists_ex(const char *path, int type) {
         return 0;
     }
     uint32_t attributes = 0;
-    if (const uint32_t error = platform::path_attributes(path, &attributes)) {
+    if (const uint32_t error = platform::path_attributes(path_to_read(path), &attributes)) {
         if (error != platform::error_file_not_found && error != platform::error_path_not_found) {
             QF_ERROR("Failed to get file attributes [%s]: %d", path, as_int(error));
             tell_failure(path, error);

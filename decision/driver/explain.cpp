@@ -57,7 +57,8 @@ class driver {
         : options(with), record(to), told(to, with),
           missing(missing_facts(what)), context{.evidence = told.sink(),
                                                 .dns = with.dns,
-                                                .configuration = with.configuration} {
+                                                .configuration = with.configuration,
+                                                .substitutes = with.substitutes} {
         record.id = with.id;
         record.time = with.time;
         record.engine = this_build();

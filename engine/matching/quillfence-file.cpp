@@ -52,7 +52,7 @@ static char *lookup_path(const char *directory, const char *name) {
 
 // Opens an existing file for reading; a missing one is not created.
 static uint32_t open_for_reading(const char *path, vc_handle *file) {
-    return platform::file_open(path, {.when = platform::disposition::open_existing}, file);
+    return platform::file_open(path_to_read(path), {.when = platform::disposition::open_existing}, file);
 }
 
 // --- lookup ---

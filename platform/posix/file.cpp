@@ -56,7 +56,8 @@ uint32_t finish_open(int descriptor, file_options options) {
     if (fstat(descriptor, &found) != 0) {
         return error_of_errno(errno);
     }
-    if (S_ISDIR(found.st_mode) || (!options.write && !S_ISREG(found.st_mode))) {
+    const bool only_reads = !options.write && !options.append;
+    if (S_ISDIR(found.st_mode) || (only_reads && !S_ISREG(found.st_mode))) {
         return error_access_denied;
     }
     if (options.lock && uninterrupted([&] { return flock(descriptor, LOCK_EX | LOCK_NB); }) != 0) {

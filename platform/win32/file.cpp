@@ -162,7 +162,8 @@ uint32_t file_open(const char *path, file_options options, file_handle *opened) 
     if (handle == INVALID_HANDLE_VALUE) {
         return error_unless(FALSE);
     }
-    if (!options.write && GetFileType(handle) != FILE_TYPE_DISK) {
+    const bool only_reads = !options.write && !options.append;
+    if (only_reads && GetFileType(handle) != FILE_TYPE_DISK) {
         CloseHandle(handle);
         return error_access_denied;
     }

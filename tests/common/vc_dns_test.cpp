@@ -66,6 +66,7 @@ struct one_answer {
     const char *target = "from.the.source.example"; // of a PTR record
     lines asked;
     bool details_wanted = false;
+    bool details_lack_memory = false;
     dns_source source{this, ask};
 
     static uint32_t ask(void *context, const char *name, uint16_t type, uint32_t options,
@@ -79,6 +80,7 @@ struct one_answer {
         if (details) {
             details->status = self->status;
             details->response_code = 4;
+            details->no_memory = self->details_lack_memory;
             platform::dns_details_add(details, type, "A 192.0.2.1");
         }
         return self->status;
@@ -161,6 +163,30 @@ TEST(vc_dns_context, the_system_is_asked_for_details_too) {
     vc_lstfree(&names, free);
     EXPECT_EQ(told.told, lines{"1.2.0.192.in-addr.arpa. 12 attempt 1 status 0 code 0 rcode -1 "
                                "said 0 PTR Host.Example."});
+}
+
+TEST(vc_dns_context, a_lack_of_memory_is_told) {
+    log_capture log;
+    one_answer answers;
+    lines failures;
+    evidence_sink sink{};
+    sink.context = &failures;
+    sink.could_not_look = [](void *context, const auto *fact) noexcept {
+        static_cast<lines *>(context)->push_back(std::string(fact->what) + " " +
+                                                 std::to_string(fact->error) + " " + fact->reason);
+    };
+    call_context context{.evidence = &sink, .dns = &answers.source, .configuration = nullptr};
+    const call_scope scope(&context);
+    EXPECT_EQ(vc_resolv_WIN32("host.example.", type_a, 0), 0);
+    EXPECT_EQ(failures, lines{});
+    answers.status = 8;
+    EXPECT_EQ(vc_resolv_WIN32("host.example.", type_a, 0), 2);
+    EXPECT_EQ(failures, lines{"host.example. 8 no memory"});
+    failures.clear();
+    answers.status = 0;
+    answers.details_lack_memory = true;
+    EXPECT_EQ(vc_resolv_WIN32("host.example.", type_a, 0), 0) << "telling changes no result";
+    EXPECT_EQ(failures, lines{"host.example. 8 no memory"});
 }
 
 // A sink without the slot is nobody who asks about the DNS; and without a context nothing is paid.

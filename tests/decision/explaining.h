@@ -2,7 +2,7 @@
 // kind.
 #pragma once
 
-#include "engine_drive.h"
+#include "../reliability/engine_drive.h"
 #include "explain.h"
 #include "quillfence.h"
 #include "test_registry.h"

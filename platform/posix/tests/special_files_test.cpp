@@ -56,6 +56,10 @@ TEST_F(special_files, can_be_written) {
     file_handle file = invalid_file;
     EXPECT_EQ(file_open("c:/null", {.write = true}, &file), error_none);
     EXPECT_EQ(file_close(file), error_none);
+    // So a log can be a link to /dev/null.
+    EXPECT_EQ(file_open("c:/null", {.append = true, .when = disposition::open_always}, &file),
+              error_none);
+    EXPECT_EQ(file_close(file), error_none);
     FILE *const stream = stream_open("c:/null", "w");
     ASSERT_NE(stream, nullptr);
     EXPECT_EQ(fclose(stream), 0);
