@@ -16,6 +16,7 @@
 #include <type_traits>
 
 #include "call_context.h"
+#include "platform/error_numbers.h"
 #include "vc_log.h"
 
 namespace quillfence {
@@ -256,6 +257,11 @@ void tell(evidence_sink::slot<Fact> evidence_sink::*where, const std::type_ident
 // Tells that something could not be looked at. what may be null: the path that was looked at last.
 inline void tell_failure(const char *what, uint32_t error, const char *reason = nullptr) {
     tell(&evidence_sink::could_not_look, {.what = what, .error = error, .reason = reason});
+}
+
+// The same of a lack of memory, in the operation of that name.
+inline void tell_no_memory(const char *operation) {
+    tell_failure(operation, platform::error_not_enough_memory, "no memory");
 }
 
 // Tells a reason of up to 2,047 bytes; a longer one is cut.

@@ -145,6 +145,7 @@ int vc_has_a_or_mx(const char *domain, uint8_t option) {
     const heap_string absolute(static_cast<char *>(malloc(length + 2)));
     if (!absolute) {
         QF_ERROR("out of memory error resolving A/MX for %s", domain);
+        tell_no_memory(__func__);
         return vc_dns_failed;
     }
     memcpy(absolute.get(), domain, length);

@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 
 #include "near_misses.h"
 #include "open_file.h"
 #include "pattern_text.h"
 #include "platform/dns.h"
+#include "platform/error_numbers.h"
 #include "quillfence-checks.h"
 #include "quillfence-spam-hooks.h"
 #include "text.h"
@@ -463,7 +465,8 @@ void collector::on(const reason_fact &fact) {
 
 void collector::on(const path_look &fact) {
     last_path = text_of(fact.path);
-    if (!options.files || fact.directory || !seen_files.insert(last_path).second) {
+    const bool nameless = last_path.empty() || last_path.back() == '/'; // of an empty list line
+    if (!options.files || fact.directory || nameless || !seen_files.insert(last_path).second) {
         return;
     }
     config_file file;
@@ -645,6 +648,9 @@ void collector::on(const folder_search &fact) {
 }
 
 void collector::on(const look_failure &fact) {
+    if (fact.error == platform::error_not_enough_memory) {
+        throw std::bad_alloc();
+    }
     const std::string what = fact.what ? fact.what : last_path;
     const std::string why = fact.reason ? fact.reason : data_files::system_text(fact.error);
     const std::string text = what + " could not be looked at: " + why;

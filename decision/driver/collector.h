@@ -54,7 +54,8 @@ class collector {
     void pass_over(const char *rule);
 
     // What the driver asks afterwards.
-    bool out_of_memory() const { // telling broke off
+    bool
+    out_of_memory() const { // the engine's, or our own: nothing that was told is to be believed
         return broken;
     }
     bool is_enabled(const std::string &rule) const;

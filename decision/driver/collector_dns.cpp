@@ -1,41 +1,19 @@
 // What the collector makes of DNS questions and their answers.
 #include <algorithm>
 #include <cstring>
+#include <new>
 
 #include "answer.h"
 #include "collector.h"
 #include "platform/dns.h"
+#include "platform/error_numbers.h"
 #include "vc_dns.h"
+#include "words.h"
 
 namespace quillfence::decision {
 
 static std::string text_of(const char *text) {
     return text ? text : "";
-}
-
-static std::string type_name(uint16_t type) {
-    switch (type) {
-    case platform::dns_type_a:
-        return "A";
-    case platform::dns_type_aaaa:
-        return "AAAA";
-    case platform::dns_type_mx:
-        return "MX";
-    case platform::dns_type_ptr:
-        return "PTR";
-    default:
-        return "TYPE" + std::to_string(type);
-    }
-}
-
-static std::string rcode_name(int32_t code) {
-    static constexpr const char *names[] = {"NOERROR",  "FORMERR", "SERVFAIL",
-                                            "NXDOMAIN", "NOTIMP",  "REFUSED"};
-    if (code < 0) {
-        return "";
-    }
-    return code < static_cast<int32_t>(std::size(names)) ? names[code]
-                                                         : "RCODE" + std::to_string(code);
 }
 
 static answer_class class_of(const dns_question &fact) {
@@ -56,7 +34,10 @@ static void add_details(dns_record *answer, const platform::dns_details &details
     static constexpr const char *transports[] = {"", "udp", "tcp"};
     answer->server = details.server;
     answer->transport = transports[static_cast<size_t>(details.transport)];
-    answer->rcode = rcode_name(details.response_code);
+    if (details.response_code >= 0) {
+        const auto code = static_cast<uint32_t>(details.response_code);
+        answer->rcode = dns_sources::response_code_word(code);
+    }
     if (details.tries) {
         answer->tries = details.tries;
     }
@@ -79,17 +60,20 @@ static bool is_repeated(const dns_record &one, const dns_record &other) {
 uint32_t collector::keep_answer(const dns_question &fact) {
     dns_record answer;
     answer.name = text_of(fact.name);
-    answer.type = type_name(fact.type);
+    answer.type = dns_sources::type_word(fact.type);
     answer.attempt = fact.attempt;
     answer.status = fact.status;
     answer.is = class_of(fact);
     if (fact.details) {
         add_details(&answer, *fact.details);
     }
-    for (const dns_record &earlier : record.dns) {
-        if (is_repeated(earlier, answer)) {
-            return earlier.n;
-        }
+    // The latest answer to the question, if it is the same again, stands for both.
+    const auto asked_before = [&](const dns_record &one) {
+        return one.name == answer.name && one.type == answer.type;
+    };
+    const auto latest = std::find_if(record.dns.rbegin(), record.dns.rend(), asked_before);
+    if (latest != record.dns.rend() && is_repeated(*latest, answer)) {
+        return latest->n;
     }
     answer.n = static_cast<uint32_t>(record.dns.size());
     record.dns.push_back(std::move(answer));
@@ -112,6 +96,10 @@ void collector::use_answer(uint32_t number) {
 }
 
 void collector::on(const dns_question &fact) {
+    if (fact.status == platform::error_not_enough_memory ||
+        (fact.details && fact.details->no_memory)) {
+        throw std::bad_alloc();
+    }
     const uint32_t number = keep_answer(fact);
     const dns_record &answer = record.dns[number];
     const bool missing = answer.is == answer_class::missing;

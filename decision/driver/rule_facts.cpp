@@ -2,6 +2,9 @@
 
 #include <cstring>
 
+#include "me_settings.h"
+#include "registry.h"
+
 namespace quillfence::decision {
 namespace {
 
@@ -85,6 +88,11 @@ const rule_facts *find_rule_facts(const char *rule) {
     return nullptr;
 }
 
+// Whether the mail server may have whitelists of its recipients, which from_whitelist asks as well.
+static bool has_mailboxes() {
+    return vc_regkey_exists_ex(vc_regroot::local_machine, me_key, me_configuration_value);
+}
+
 fact_set needed_facts(const rule_row &row) {
     const rule_facts *const facts = find_rule_facts(row.name);
     if (facts && facts->hook && !(hooks().*facts->hook)) {
@@ -96,6 +104,9 @@ fact_set needed_facts(const rule_row &row) {
         return nothing;
     }
     unsigned needs = facts ? facts->needs : 0u;
+    if (std::strcmp(row.name, "from_whitelist") == 0 && has_mailboxes()) {
+        needs |= fact_recipient;
+    }
     needs |= row.mua ? 0u : fact_mua;
     needs |= row.ndr ? 0u : fact_sender;
     needs |= row.localhost && row.ipv6 ? 0u : fact_ip;

@@ -11,7 +11,8 @@ namespace {
 
 // Stands in for a client that is not known while the session is made; it is looked up nowhere.
 constexpr char no_client[] = "0.0.0.0";
-constexpr char no_sender[] = "unknown sender";
+constexpr char no_sender[] = "unknown";
+constexpr char no_recipient[] = "unknown";
 
 struct packet_deleter {
     void operator()(qfd_request_packet *packet) const {
@@ -41,7 +42,7 @@ session session_of(const transaction &from) {
                                flag_text(from.mua),
                                from.helo.value_or(""),
                                from.sender.value_or(no_sender),
-                               from.recipient.value_or("")};
+                               from.recipient.value_or(no_recipient)};
     constexpr int count = std::size(arguments);
     char *vector[count + 1] = {};
     for (int i = 0; i < count; ++i) {
@@ -51,9 +52,6 @@ session session_of(const transaction &from) {
     session made(request ? qfd_request_packet_to_smtp_state(request.get()) : nullptr);
     if (made && !from.helo) {
         forget(&made->helo);
-    }
-    if (made && !from.recipient) {
-        forget(&made->rcpt_to);
     }
     return made;
 }

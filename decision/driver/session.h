@@ -16,9 +16,9 @@ struct session_deleter {
 };
 using session = std::unique_ptr<smtp_state, session_deleter>;
 
-// The session, not completed yet. A fact that is missing is absent in it. Null when the engine
-// refuses the transaction (an empty ip, say) or has no memory.
-// ERROR lines: those of qfd-packet.
+// The session, not completed yet. A fact that is missing is absent in it, or "unknown". Null when
+// the engine refuses the transaction (an empty ip, say) or has no memory. ERROR lines: those of
+// qfd-packet.
 session session_of(const transaction &from);
 
 // Completes it (process_state.h): kinds, PTR names, base directory. What rests on a missing fact

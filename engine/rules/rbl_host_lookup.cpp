@@ -27,6 +27,7 @@ bool split_octets(const char *ip, octets *parts) {
     const heap_string copy(vc_strndup(ip, strlen(ip)));
     if (!copy) {
         QF_ERROR_AS(host_operation, "Failed to copy IP Address string");
+        tell_no_memory(host_operation);
         return false;
     }
     vc_list_entry *pieces = vc_list_split(copy.get(), ".");
@@ -54,6 +55,7 @@ bool append(char **slot, const char *text, const char *failure) {
         return true;
     }
     QF_ERROR_AS(host_operation, "%s", failure);
+    tell_no_memory(host_operation);
     free(*slot);
     *slot = nullptr;
     return false;

@@ -197,7 +197,7 @@ qfd_request_packet *qfd_request_packet_from_args(int argc, char **argv) {
         return nullptr;
     }
     if (packet->state != QFD_STATE_TEST && !fill_from_args(packet.get(), argv)) {
-        QF_ENOMEM();
+        QF_ERROR("%s", strerror(ENOMEM)); // kept on purpose, whatever the cause
         return nullptr;
     }
     return packet.release();
