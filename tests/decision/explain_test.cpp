@@ -26,4 +26,4 @@ TEST_F(explain_test, show) {
         printf("%s\n", out.c_str());
     }
 }
-}
+} // namespace quillfence::testing
