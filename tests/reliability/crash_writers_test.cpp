@@ -74,8 +74,10 @@ class crash_writers_test : public drive_test {
                     continue;
                 }
                 unknown.erase(entry);
-                add ? there.insert(entry).second : there.erase(entry) > 0;
-                if (!add) {
+                if (add) {
+                    there.insert(entry);
+                } else {
+                    there.erase(entry);
                     gone_.insert(entry);
                 }
             }
