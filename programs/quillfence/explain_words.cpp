@@ -425,20 +425,20 @@ std::string dns_effort(const dns_record &dns) {
 
 // --- the decision ---
 
-static std::string with_rule(const std::string &begin, const decision::decision &d) {
-    return begin + (d.rule.empty() ? "a rule" : printable(d.rule));
+static std::string with_rule(const std::string &begin, const std::string &rule) {
+    return begin + (rule.empty() ? "a rule" : printable(rule));
 }
 
 std::string headline(const decision_record &record) {
-    const decision::decision &d = record.decision;
+    const auto &d = record.decision;
     const std::string verdict = upper(std::string(word(d.is)));
     switch (d.by) {
     case decided_by::engine_off:
         return verdict + ": the engine is switched off";
     case decided_by::exempt:
-        return with_rule(verdict + ": exempt by ", d);
+        return with_rule(verdict + ": exempt by ", d.rule);
     case decided_by::rule:
-        return with_rule(verdict + " by ", d);
+        return with_rule(verdict + " by ", d.rule);
     case decided_by::block_map:
         return verdict + " by " + (d.maps.size() == 1 ? "the block map " : "the block maps ") +
                joined_with(d.maps, ", ");
@@ -470,7 +470,7 @@ std::string missing_sentence(const missing_item &item) {
 }
 
 std::vector<std::string> what_decided(const decision_record &record) {
-    const decision::decision &d = record.decision;
+    const auto &d = record.decision;
     std::vector<std::string> sentences;
     add_rule(record, &sentences);
     if (d.by == decided_by::exempt && !d.where.empty()) {
