@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "byte_cursor.h"
+#include "evidence.h"
 #include "platform/net.h"
 #include "vc_log.h"
 #include "vc_stringutils.h"
@@ -34,9 +35,18 @@ int __bitIsSet(uint8_t byte, uint32_t n) {
     return n <= 7 && (byte & 0x80 >> n);
 }
 
+// Reads from a map for a lookup; what is not there to be read is told.
+static int read_map(vc_handle file, uint32_t offset, void *buffer, uint32_t length) {
+    const int read = __readBytes(file, offset, buffer, length);
+    if (!read) {
+        tell_failure(nullptr, 0, "the map is cut short or can't be read");
+    }
+    return read;
+}
+
 static int read_entry(vc_handle file, uint32_t table, uint8_t index, uint32_t *value) {
     unsigned char bytes[entry_size];
-    if (!__readBytes(file, table + index * entry_size, bytes, sizeof bytes)) {
+    if (!read_map(file, table + index * entry_size, bytes, sizeof bytes)) {
         return 0;
     }
     *value = load_le32(bytes);
@@ -47,11 +57,14 @@ static bool decides(uint32_t entry) {
     return entry == nothing_listed || entry == everything_listed;
 }
 
-int lookupMap(vc_handle file, uint32_t address) {
-    if (file == vc_invalid_handle) {
-        QF_ERROR("invalid file handle");
-        return 0;
-    }
+static void report_corrupt_map() {
+    QF_ERROR_AS("lookupMap", "corrupt BMS file");
+    tell_failure(nullptr, 0, "the map is corrupt");
+}
+
+// The work of lookupMap. *level receives the level that has decided, 0 when none could.
+static int look_up(vc_handle file, uint32_t address, uint32_t *level) {
+    *level = 0;
     uint8_t octet[4]; // a, b, c, d
     std::memcpy(octet, &address, sizeof octet);
     const auto size = static_cast<int64_t>(vc_filesize(file));
@@ -61,10 +74,11 @@ int lookupMap(vc_handle file, uint32_t address) {
         return 0;
     }
     if (decides(level2)) {
+        *level = 1;
         return level2 == everything_listed;
     }
     if (level2 > size - table_size) {
-        QF_ERROR("corrupt BMS file");
+        report_corrupt_map();
         return 0;
     }
     uint32_t bitmap = 0;
@@ -72,15 +86,43 @@ int lookupMap(vc_handle file, uint32_t address) {
         return 0;
     }
     if (decides(bitmap)) {
+        *level = 2;
         return bitmap == everything_listed;
     }
     if (bitmap > size - bitmap_size) {
-        QF_ERROR("corrupt BMS file");
+        report_corrupt_map();
         return 0;
     }
     const uint32_t bit = octet[2] * 256u + octet[3];
     uint8_t byte = 0;
-    return __readBytes(file, bitmap + (bit >> 3), &byte, 1) && __bitIsSet(byte, bit & 7);
+    if (!read_map(file, bitmap + (bit >> 3), &byte, 1)) {
+        return 0;
+    }
+    *level = 3;
+    return __bitIsSet(byte, bit & 7);
+}
+
+int lookupMap(vc_handle file, uint32_t address) {
+    if (file == vc_invalid_handle) {
+        QF_ERROR("invalid file handle");
+        return 0;
+    }
+    uint32_t level = 0;
+    return look_up(file, address, &level);
+}
+
+// The work of lookupMapFile; the result and what led to it are kept in lookup.
+static void look_up_file(map_lookup *lookup) {
+    if (!vc_file_exists_ex(lookup->path, vc_type_file)) {
+        return;
+    }
+    lookup->existed = true;
+    const vc_handle file = vc_open_existing(lookup->path);
+    if (file == vc_invalid_handle) {
+        return;
+    }
+    lookup->listed = look_up(file, lookup->address, &lookup->level);
+    vc_close(file);
 }
 
 int lookupMapFile(const char *path, uint32_t address) {
@@ -88,16 +130,10 @@ int lookupMapFile(const char *path, uint32_t address) {
         QF_EINVAL();
         return 0;
     }
-    if (!vc_file_exists_ex(path, vc_type_file)) {
-        return 0;
-    }
-    const vc_handle file = vc_open_ex(path, 0, 0, 0);
-    if (file == vc_invalid_handle) {
-        return 0;
-    }
-    const int listed = lookupMap(file, address);
-    vc_close(file);
-    return listed;
+    map_lookup lookup = {.path = path, .address = address};
+    look_up_file(&lookup);
+    tell(&evidence_sink::asked_map, lookup);
+    return lookup.listed;
 }
 
 // A new string, null without memory.
@@ -136,7 +172,11 @@ int lookupMaps(const char *directory, vc_list_entry *maps, const char *address,
             QF_ENOMEM();
             return 0;
         }
-        if (!vc_file_exists_ex(path.get(), vc_type_file) || !lookupMapFile(path.get(), binary)) {
+        if (!vc_file_exists_ex(path.get(), vc_type_file)) {
+            tell(&evidence_sink::asked_map, {.path = path.get(), .address = binary});
+            continue;
+        }
+        if (!lookupMapFile(path.get(), binary)) {
             continue;
         }
         listed = 1;

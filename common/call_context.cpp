@@ -1,6 +1,7 @@
 #include "call_context.h"
 
 #include "platform/thread_slot.h"
+#include "vc_text.h"
 
 namespace quillfence {
 
@@ -13,6 +14,18 @@ call_context *exchange_call_context(call_context *context) {
     call_context *const before = current_call_context();
     platform::thread_slot_set(platform::thread_slot::call_context, context);
     return before;
+}
+
+const char *path_to_read(const char *path) {
+    const call_context *const context = current_call_context();
+    if (context && context->substitutes) {
+        for (const file_substitute *row = context->substitutes; row->path; ++row) {
+            if (_stricmp(row->path, path) == 0) {
+                return row->replacement;
+            }
+        }
+    }
+    return path;
 }
 
 } // namespace quillfence

@@ -25,17 +25,29 @@ struct dns_source {
                     platform::dns_record **records, platform::dns_details *details);
 };
 
+// A file that is read in another one's place.
+struct file_substitute {
+    const char *path;        // as the engine names it, compared without regard to letter case
+    const char *replacement; // read instead; it exists
+};
+
 // All borrowed; each may be null.
 struct call_context {
     evidence_sink *evidence;   // who wants to know
     dns_source *dns;           // null: the system's DNS
     const void *configuration; // the frozen configuration; null: the files, for every question
+    // What if a file held something else: ends in a row without a path. Lists and other texts are
+    // looked up there by path_to_read; block maps and pattern files are not.
+    const file_substitute *substitutes = nullptr;
 };
 
 // The calling thread's; borrowed, null when it has none.
 call_context *current_call_context();
 // Sets it (null is accepted) and returns the one before.
 call_context *exchange_call_context(call_context *context);
+
+// The path to read a text file from: its substitute's, else its own. Borrowed.
+const char *path_to_read(const char *path);
 
 // Sets a context for its own lifetime and restores the one before; they nest.
 class call_scope {

@@ -15,11 +15,4 @@ void tell_reason(const char *format, ...) {
     tell(&evidence_sink::gave_reason, {.text = text});
 }
 
-void vc_log_errno(const char *function, const char *file, unsigned line, int number) {
-    vc_log_error(function, file, line, "%s", strerror(number));
-    if (number == ENOMEM) {
-        tell(&evidence_sink::could_not_look, {.what = function, .error = 8, .reason = "no memory"});
-    }
-}
-
 } // namespace quillfence

@@ -16,6 +16,7 @@
 #include <type_traits>
 
 #include "call_context.h"
+#include "platform/error_numbers.h"
 #include "vc_log.h"
 
 namespace quillfence {
@@ -72,7 +73,6 @@ struct pattern_search {
 
 // A block map was asked for an address.
 struct map_lookup {
-    const char *map = nullptr; // as the list of maps has it
     const char *path = nullptr;
     bool existed = false;
     bool listed = false;
@@ -141,6 +141,13 @@ struct dns_question {
     const platform::dns_details *details = nullptr;
 };
 
+// A DNS block list was asked for the client, by the questions told just before.
+struct zone_look {
+    const char *zone = nullptr;
+    const char *name = nullptr; // that was asked for
+    int code = 0;               // as in dns_question
+};
+
 struct country_look {
     const char *database = nullptr;
     const char *ip = nullptr;
@@ -190,7 +197,8 @@ struct hit_fact {
 
 // Something could not be looked at, so that an answer that builds on it is not certain.
 struct look_failure {
-    const char *what = nullptr;   // a path, a name, or the operation that had no memory
+    const char *what =
+        nullptr; // a path, a name, the operation that had no memory; null: the path looked at last
     uint32_t error = 0;           // Win32's number; 0 when there is none
     const char *reason = nullptr; // in words; null: what the number says
 };
@@ -220,6 +228,7 @@ struct evidence_sink {
     slot<folder_search> searched_folder;
     slot<address_map_look> asked_address_map;
     slot<dns_question> dns_answered;
+    slot<zone_look> asked_zone;
     slot<country_look> looked_up_country;
     slot<cache_answer> cache_answered;
     slot<rule_fact> rule_went;
@@ -245,6 +254,16 @@ void tell(evidence_sink::slot<Fact> evidence_sink::*where, const std::type_ident
     }
 }
 
+// Tells that something could not be looked at. what may be null: the path that was looked at last.
+inline void tell_failure(const char *what, uint32_t error, const char *reason = nullptr) {
+    tell(&evidence_sink::could_not_look, {.what = what, .error = error, .reason = reason});
+}
+
+// The same of a lack of memory, in the operation of that name.
+inline void tell_no_memory(const char *operation) {
+    tell_failure(operation, platform::error_not_enough_memory, "no memory");
+}
+
 // Tells a reason of up to 2,047 bytes; a longer one is cut.
 void tell_reason(const char *format, ...) QF_PRINTF_LIKE(1, 2);
 
@@ -254,6 +273,13 @@ void tell_reason(const char *format, ...) QF_PRINTF_LIKE(1, 2);
 #define QF_REASON_AS(function, ...)                                                                \
     do {                                                                                           \
         QF_DEBUG_AS(function, __VA_ARGS__);                                                        \
+        if (::quillfence::asked()) {                                                               \
+            ::quillfence::tell_reason(__VA_ARGS__);                                                \
+        }                                                                                          \
+    } while (false)
+#define QF_REASON_AT(place, ...)                                                                   \
+    do {                                                                                           \
+        QF_DEBUG_AT(place, __VA_ARGS__);                                                           \
         if (::quillfence::asked()) {                                                               \
             ::quillfence::tell_reason(__VA_ARGS__);                                                \
         }                                                                                          \

@@ -5,7 +5,9 @@
 #include <cstdio>
 #include <iterator>
 
+#include "evidence.h"
 #include "platform/dns.h"
+#include "platform/error_numbers.h"
 #include "platform/file.h"
 #include "platform/format.h"
 #include "platform/net.h"
@@ -38,13 +40,58 @@ bool says_no_name(uint32_t status) {
            std::end(no_name_statuses);
 }
 
-// Asks with the options that the engine's option byte stands for.
-uint32_t query(const char *name, uint16_t type, uint8_t option, dns_records *answer) {
-    const uint32_t options = option ? platform::dns_query_tcp_only : platform::dns_query_standard;
+} // namespace
+
+int vc_dns_code(uint32_t status) {
+    if (status == 0) {
+        return vc_dns_found;
+    }
+    return says_no_name(status) ? vc_dns_no_name : vc_dns_failed;
+}
+
+namespace {
+
+struct question {
+    const char *name;
+    uint16_t type;
+    uint8_t option;
+    uint32_t attempt; // from 1
+};
+
+// Asks the source of the calling thread's context, or the system when there is none. details may be
+// null.
+uint32_t ask(const question &asked, dns_records *answer, platform::dns_details *details) {
+    const uint32_t options =
+        asked.option ? platform::dns_query_tcp_only : platform::dns_query_standard;
+    const call_context *const context = current_call_context();
+    const dns_source *const source = context ? context->dns : nullptr;
     dns_record *records = nullptr;
-    const uint32_t status = platform::dns_query(name, type, options, &records);
+    const uint32_t status =
+        source ? source->ask(source->context, asked.name, asked.type, options, &records, details)
+               : platform::dns_query_detailed(asked.name, asked.type, options, &records, details);
     answer->reset(records);
     return status;
+}
+
+uint32_t ask_and_tell(const question &asked, dns_records *answer) {
+    platform::dns_details details = platform::dns_no_details();
+    const uint32_t status = ask(asked, answer, &details);
+    tell(&evidence_sink::dns_answered, {.name = asked.name,
+                                        .type = asked.type,
+                                        .attempt = asked.attempt,
+                                        .status = status,
+                                        .code = vc_dns_code(status),
+                                        .details = &details});
+    if (status == platform::error_not_enough_memory || details.no_memory) {
+        tell_failure(asked.name, platform::error_not_enough_memory, "no memory");
+    }
+    platform::dns_details_clear(&details);
+    return status;
+}
+
+// The one way in which the engine asks a question.
+uint32_t query(const question &asked, dns_records *answer) {
+    return quillfence::asked() ? ask_and_tell(asked, answer) : ask(asked, answer, nullptr);
 }
 
 // What two questions about one name say together.
@@ -65,17 +112,16 @@ int vc_resolv_WIN32(const char *name, uint16_t type, uint8_t option) {
         return vc_dns_invalid_argument;
     }
     dns_records records;
-    const uint32_t status = query(name, type, option, &records);
-    if (status == 0) {
+    const uint32_t status = query({name, type, option, 1}, &records);
+    const int code = vc_dns_code(status);
+    if (code == vc_dns_found) {
         QF_DEBUG("successful lookup [%s]", name);
-        return vc_dns_found;
-    }
-    if (says_no_name(status)) {
+    } else if (code == vc_dns_no_name) {
         QF_DEBUG("received NXDOMAIN response [%s]", name);
-        return vc_dns_no_name;
+    } else {
+        QF_DEBUG("error on lookup [%s] code: %d", name, static_cast<int>(status));
     }
-    QF_DEBUG("error on lookup [%s] code: %d", name, static_cast<int>(status));
-    return vc_dns_failed;
+    return code;
 }
 
 int vc_resolv_A(const char *name, uint8_t option) {
@@ -99,6 +145,7 @@ int vc_has_a_or_mx(const char *domain, uint8_t option) {
     const heap_string absolute(static_cast<char *>(malloc(length + 2)));
     if (!absolute) {
         QF_ERROR("out of memory error resolving A/MX for %s", domain);
+        tell_no_memory(__func__);
         return vc_dns_failed;
     }
     memcpy(absolute.get(), domain, length);
@@ -164,16 +211,16 @@ int vc_arpa(char **out, const char *address) {
 static int query_ptr(const char *address, const char *reverse_name, uint8_t option,
                      dns_records *answer) {
     static constexpr char operation[] = "vc_lookup_reverse_dns";
-    constexpr int attempts = 3;
+    constexpr uint32_t attempts = 3;
     constexpr int connection_aborted = 103;
-    for (int attempt = 0; attempt < attempts; ++attempt) {
-        const uint32_t status = query(reverse_name, platform::dns_type_ptr, option, answer);
-        if (status == 0) {
-            return vc_dns_found;
-        }
-        if (says_no_name(status)) {
+    for (uint32_t attempt = 1; attempt <= attempts; ++attempt) {
+        const int code =
+            vc_dns_code(query({reverse_name, platform::dns_type_ptr, option, attempt}, answer));
+        if (code == vc_dns_no_name) {
             QF_DEBUG_AS(operation, "[%s] lookup result NXDOMAIN", address);
-            return vc_dns_no_name;
+        }
+        if (code != vc_dns_failed) {
+            return code;
         }
     }
     QF_DEBUG_AS(operation, "[%s] %s", address, strerror(connection_aborted));

@@ -11,6 +11,10 @@
 // 9706 and 9714; every other one but 0 is a failure. Kept on purpose: a refused query counts as
 // non-existence, while a name without records of the type counts as a failed lookup.
 //
+// A question goes to the DNS source of the calling thread's context, or to the system when there is
+// none (call_context.h); each attempt is told as dns_answered to whoever asks (evidence.h), and a
+// lack of memory, for the answer or for its details, as could_not_look.
+//
 // `option` is the engine's DNS option byte: non-zero asks over TCP only.
 #pragma once
 
@@ -29,6 +33,10 @@ enum vc_dns_answer : int {
     vc_dns_no_ptr = -1,         // of vc_lookup_reverse_dns
     vc_dns_invalid_argument = -2,
 };
+
+// What the engine makes of a status of platform::dns_query: vc_dns_found, vc_dns_no_name or
+// vc_dns_failed.
+int vc_dns_code(uint32_t status);
 
 // Asks whether records of one type exist; the records themselves are dropped. A null or empty
 // name: ERROR EINVAL, -2.

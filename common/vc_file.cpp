@@ -6,6 +6,7 @@
 #include <cstring>
 #include <iterator>
 
+#include "evidence.h"
 #include "platform/error_numbers.h"
 #include "platform/process.h"
 #include "vc_compat.h"
@@ -21,7 +22,8 @@ static constexpr uint32_t block_size = 4096;
 static constexpr uint64_t largest_contents = 104857600; // 100 MiB
 static constexpr uint32_t unknown_size = 0xFFFFFFFF;    // the answer of a failed size call
 
-// Error numbers of the original C library, whose texts are the platform's for these numbers.
+// Kept on purpose: these numbers are the Windows C library's, and their texts are whatever the
+// platform says for them.
 static constexpr int format_error = 56;
 static constexpr int canceled_error = 125;
 
@@ -31,24 +33,84 @@ static int as_int(Number number) {
     return static_cast<int>(number);
 }
 
-vc_handle vc_open_ex(const char *path, int lock, int write, int) {
+static constexpr char open_operation[] = "vc_open_ex"; // all that opens reports in its name
+
+static bool has_path(const char *path) {
     if (is_empty(path)) {
-        QF_EINVAL();
+        QF_ERRNO_AS(open_operation, EINVAL);
+        return false;
+    }
+    return true;
+}
+
+// 1, or 0 after the ERROR line.
+static int has_opened(uint32_t error) {
+    if (error) {
+        QF_ERROR_AS(open_operation, "unknown error opening - got error code %d", as_int(error));
+    }
+    return error == 0;
+}
+
+static void trace_lock(bool lock) {
+    if (lock) {
+        QF_DEBUG_AS(open_operation, "request for lock: omitting WRITE share options");
+    } else {
+        QF_DEBUG_AS(open_operation, "no lock requested - setting read and write share options");
+    }
+}
+
+static vc_handle open_file(const char *path, platform::file_options options) {
+    if (!has_path(path)) {
         return vc_invalid_handle;
     }
-    if (lock) {
-        QF_DEBUG("request for lock: omitting WRITE share options");
-    } else {
-        QF_DEBUG("no lock requested - setting read and write share options");
-    }
+    trace_lock(options.lock);
     vc_handle file = vc_invalid_handle;
-    const platform::file_options options = {
-        .write = write != 0, .lock = lock != 0, .when = platform::disposition::open_always};
-    if (const uint32_t error = platform::file_open(path, options, &file)) {
-        QF_ERROR("unknown error opening - got error code %d", as_int(error));
+    const uint32_t error = platform::file_open(path, options, &file);
+    const bool missing =
+        error == platform::error_file_not_found || error == platform::error_path_not_found;
+    if (missing && options.when == platform::disposition::open_existing) {
+        QF_DEBUG_AS(open_operation, "[%s] is not there", path);
+        return vc_invalid_handle;
+    }
+    if (!has_opened(error)) {
+        tell_failure(path, error);
         return vc_invalid_handle;
     }
     return file;
+}
+
+vc_handle vc_open_ex(const char *path, int lock, int write, int) {
+    return open_file(
+        path, {.write = write != 0, .lock = lock != 0, .when = platform::disposition::open_always});
+}
+
+vc_handle vc_open_append(const char *path) {
+    return open_file(path, {.append = true, .when = platform::disposition::open_always});
+}
+
+int vc_open_edit(const char *path, int create, platform::edit_lock *lock) {
+    *lock = {};
+    if (!has_path(path)) {
+        return 0;
+    }
+    trace_lock(true);
+    const auto when =
+        create ? platform::disposition::open_always : platform::disposition::open_existing;
+    return has_opened(platform::edit_lock_take(path, when, lock));
+}
+
+int vc_begin_replacement(const char *path, const char *ending, platform::replacement *begun) {
+    begun->lock = {};
+    if (!has_path(path)) {
+        return 0;
+    }
+    trace_lock(true);
+    return has_opened(platform::replacement_begin(path, ending, begun));
+}
+
+vc_handle vc_open_existing(const char *path) {
+    const char *const from = is_empty(path) ? path : path_to_read(path);
+    return open_file(from, {.when = platform::disposition::open_existing});
 }
 
 int vc_close(vc_handle file) {
@@ -91,6 +153,25 @@ int vc_write(vc_handle file, const void *buffer, uint32_t count) {
     }
 }
 
+int vc_append(vc_handle file, const void *buffer, uint32_t count) {
+    if (file == vc_invalid_handle || !buffer || !count) {
+        QF_EINVAL();
+        return 0;
+    }
+    uint32_t written = 0;
+    uint32_t error = platform::file_write(file, buffer, count, &written);
+    if (!error && written < count) {
+        error =
+            platform::error_disk_full; // the rest, written later, could stand behind others' bytes
+    }
+    if (error) {
+        QF_ERROR("fatal error on block write (w32) got error code %d", as_int(error));
+        return 0;
+    }
+    QF_DEBUG("wrote %d bytes", as_int(written));
+    return 1;
+}
+
 // The loop of the reading operations. *delivered receives the number of bytes that arrived, also
 // when a later block fails.
 static int read_blocks(const char *operation, vc_handle file, void *buffer, int64_t count,
@@ -104,6 +185,7 @@ static int read_blocks(const char *operation, vc_handle file, void *buffer, int6
         uint32_t got = 0;
         if (const uint32_t error = platform::file_read(file, next, block, &got)) {
             QF_ERROR_AS(operation, "fatal error on read (w32) got error code %d", as_int(error));
+            tell_failure(nullptr, error);
             return 0;
         }
         QF_DEBUG_AS(operation, "read %d bytes", as_int(got));
@@ -158,6 +240,7 @@ static int seek(vc_handle file, int64_t offset, int origin) {
                                  : uint32_t{platform::error_invalid_parameter};
     if (error) {
         QF_ERROR_AS(operation, "failed to set file pointer: got error code %d", as_int(error));
+        tell_failure(nullptr, error);
         return 0;
     }
     QF_DEBUG_AS(operation, "successfully sought %d from offset %d", as_int(offset), origin);
@@ -173,7 +256,7 @@ int vc_seek(vc_handle file, int32_t offset, int origin) {
 }
 
 // The work of vc_tell, for positions of any size; -2 on failure.
-static int64_t tell(vc_handle file) {
+static int64_t position_of(vc_handle file) {
     int64_t position = 0;
     const auto current = platform::seek_origin::current;
     if (const uint32_t error = platform::file_seek(file, 0, current, &position)) {
@@ -188,7 +271,7 @@ int32_t vc_tell(vc_handle file) {
         QF_EINVAL();
         return -1;
     }
-    return static_cast<int32_t>(tell(file));
+    return static_cast<int32_t>(position_of(file));
 }
 
 // The whole size; all ones when the system does not tell.
@@ -245,6 +328,24 @@ char *vc_fd_get_contents_ex(vc_handle file, uint64_t *size) {
     return contents.release();
 }
 
+// The whole of a file that was just opened, and closes it. The lines are vc_file_get_contents_ex's.
+static char *take_contents(const char *path, vc_handle file, uint64_t *size) {
+    static constexpr char operation[] = "vc_file_get_contents_ex";
+    if (file == vc_invalid_handle) {
+        QF_DEBUG_AS(operation, "couldn't open file so aborting");
+        return nullptr;
+    }
+    char *contents = vc_fd_get_contents_ex(file, size);
+    const int reason = errno;
+    vc_close(file);
+    if (!contents) {
+        QF_ERROR_AS(operation, "Failed to get file contents [%s]: %s", path, ::strerror(reason));
+        tell_failure(path, 0, ::strerror(reason));
+        errno = reason;
+    }
+    return contents;
+}
+
 char *vc_file_get_contents_ex(const char *path, uint64_t *size) {
     errno = 0;
     if (is_empty(path)) {
@@ -252,18 +353,17 @@ char *vc_file_get_contents_ex(const char *path, uint64_t *size) {
         return nullptr;
     }
     const vc_handle file = vc_open_ex(path, 0, 0, 0);
-    if (file == vc_invalid_handle) {
-        QF_DEBUG("couldn't open file so aborting");
+    return take_contents(path, file, size);
+}
+
+char *vc_existing_contents(const char *path, uint64_t *size) {
+    errno = 0;
+    if (is_empty(path)) {
+        QF_EINVAL();
         return nullptr;
     }
-    char *contents = vc_fd_get_contents_ex(file, size);
-    const int reason = errno;
-    vc_close(file);
-    if (!contents) {
-        QF_ERROR("Failed to get file contents [%s]: %s", path, ::strerror(reason));
-        errno = reason;
-    }
-    return contents;
+    const vc_handle file = vc_open_existing(path);
+    return take_contents(path, file, size);
 }
 
 int vc_file_exists_ex(const char *path, int type) {
@@ -272,13 +372,19 @@ int vc_file_exists_ex(const char *path, int type) {
         return 0;
     }
     uint32_t attributes = 0;
-    if (const uint32_t error = platform::path_attributes(path, &attributes)) {
+    if (const uint32_t error = platform::path_attributes(path_to_read(path), &attributes)) {
         if (error != platform::error_file_not_found && error != platform::error_path_not_found) {
             QF_ERROR("Failed to get file attributes [%s]: %d", path, as_int(error));
+            tell_failure(path, error);
         }
+        tell(&evidence_sink::looked_at_path,
+             {.path = path, .existed = false, .directory = type == vc_type_directory});
         return 0;
     }
-    if (as_int(attributes & platform::attribute_directory) != type) {
+    const bool right_type = as_int(attributes & platform::attribute_directory) == type;
+    tell(&evidence_sink::looked_at_path,
+         {.path = path, .existed = right_type, .directory = type == vc_type_directory});
+    if (!right_type) {
         QF_DEBUG("[%s] exists but is of unexpected type [%d]", path, type);
         return 0;
     }
@@ -385,7 +491,7 @@ int vc_readline(vc_handle file, char *buffer, uint32_t size) {
         QF_EINVAL();
         return 0;
     }
-    const int64_t start = tell(file);
+    const int64_t start = position_of(file);
     if (start < 0) {
         return 0;
     }

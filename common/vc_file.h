@@ -1,16 +1,18 @@
-// Files: a thin layer over the platform's file functions that every file of the system goes
-// through.
+// Files: a thin layer over the platform's file functions that says in the log what failed. Lookups
+// that must not create a file and must not speak of a missing one ask the platform themselves.
 //
 // Results are 1 for success and 0 for failure unless a comment says otherwise. Each operation
 // reports under its own name and "vc_file". A null or empty path, a null buffer, a zero count or
 // the invalid handle gives an ERROR line with the EINVAL text and the failure result; a failed
 // system call gives the line named below with the system's (Win32) error number. An operation that
-// fails closes only what it opened itself. Paths are as in platform/file.h.
+// fails closes only what it opened itself. Paths are as in platform/file.h; what is opened for
+// reading is a file: a pipe or device in its place is refused with error 5 and not waited for.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 
+#include "platform/edit.h"
 #include "platform/file.h"
 #include "platform/format.h"
 
@@ -26,15 +28,32 @@ inline constexpr int vc_type_directory = 16;
 //   lock    nobody else may have it open for writing or locked meanwhile
 // Returns the handle, vc_invalid_handle on failure.
 // ERROR lines: EINVAL, "unknown error opening - got error code %d".
-// Kept on purpose: a missing file is created empty, also when it is opened for reading. A lookup
-// asks vc_file_exists_ex first.
+// Kept on purpose: a missing file is created empty, also when it is opened for reading.
 vc_handle vc_open_ex(const char *path, int lock, int write, int unused);
+// The same, with lock and write, for an editor: takes the lock of the file's editors as well,
+// waiting for another one as platform/edit.h says. 1 or 0; the file is lock->file, and is released
+// by platform::edit_lock_release. The lines are those of vc_open_ex, in its name.
+//   create  a missing file is created empty; otherwise it is a failure
+int vc_open_edit(const char *path, int create, platform::edit_lock *lock);
+// Begins a replacement as platform/edit.h describes it; 1 or 0. The new contents are written to
+// begun->lock.file. ERROR line, in vc_open_ex's name: "unknown error opening - got error code %d".
+int vc_begin_replacement(const char *path, const char *ending, platform::replacement *begun);
+// Opens a file, which is created when missing, for vc_append alone. The lines are those of
+// vc_open_ex, in its name.
+vc_handle vc_open_append(const char *path);
+// Opens for reading, as lookups do: what is missing stays missing, also when somebody has deleted
+// it since the caller looked, and adds no ERROR line. The lines are vc_open_ex's, in its name.
+vc_handle vc_open_existing(const char *path);
 // ERROR lines: EINVAL, "error closing got error code %d".
 int vc_close(vc_handle file);
 
 // Writes all count bytes, in blocks of at most 4096.
 // ERROR lines: EINVAL, "fatal error on block write (w32) got error code %d".
 int vc_write(vc_handle file, const void *buffer, uint32_t count);
+// Writes all count bytes behind the file's end with one call of the system, so that what several
+// processes append never mixes. 0 when only a part of them fits; that part stays.
+// ERROR lines: as vc_write.
+int vc_append(vc_handle file, const void *buffer, uint32_t count);
 // Reads up to count bytes in blocks of at most 4096 and stops at the file's end. The buffer is not
 // terminated, and the caller can't tell a short read from a full one. A negative count reads
 // nothing and succeeds.
@@ -70,6 +89,9 @@ char *vc_fd_get_contents_ex(vc_handle file, uint64_t *size);
 // ERROR lines: EINVAL, "Failed to get file contents [%s]: %s"; a failed open adds none of its own.
 // Kept on purpose: a missing file is created empty and reads as "".
 char *vc_file_get_contents_ex(const char *path, uint64_t *size);
+// The same of a file that is there, as lookups read it; a missing one stays missing, and gives null
+// without an ERROR line.
+char *vc_existing_contents(const char *path, uint64_t *size);
 
 // Whether a file (type 0) or a directory (type 16) of that path exists.
 // ERROR lines: EINVAL, "Failed to get file attributes [%s]: %d" (not for a missing path).

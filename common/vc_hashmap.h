@@ -203,28 +203,18 @@ void vc_map_iterator_free(vc_map_iterator *iterator); // free() itself will do; 
 
 // ---- Files and printouts ----
 
-// Writes the binary file. Integers are unsigned 32-bit little-endian; there is no magic number.
-//
-//     header  0 map flags, 4 buckets, 8 slots a bucket, 12 slots altogether, 16 entries,
-//             20 slot of the first entry of the chain, 24 slot of the last one
-//     record  0 slot, 4 slot of the next entry of the chain (0 for the last), 8 entry flags,
-//             12 key length, 16 value length, 20 the key's bytes, then the value's bytes
-//
-// Records come in slot order. Bit 0 of the entry flags is set for every value that the map points
-// to, owned or not and however short: its bytes are saved, never the pointer. A null value has no
-// bytes. Without overwrite an existing file is left alone: 0 without a line. The file is not cut:
-// saving a smaller map over a larger file leaves the old tail behind the data, where the reader
-// never looks (kept on purpose). A save that breaks off may leave parts of both files.
+// Writes the binary file, docs/formats/saved-maps.md. Without overwrite an existing file is left
+// alone: 0 without a line. The file is written as "<path>.tmp", brought to stable storage, and
+// takes the place in one step, with the owner and the rights of the old one: whatever happens,
+// there is the old map or the new one.
 // ERROR lines: EINVAL for a null path; "Cannot save complex maps!" (a release function other than
 // free), "Key or value is too big, failed to save", "Table is too large for its entries, failed to
 // save" (vc_map_load would not believe it), "Failed to write the data to the file during save:
 // [%s]".
 int vc_map_save(const vc_hashmap *map, const char *path, int overwrite);
 // Reads such a file into a new map that the caller destroys, or null. A path that is not a file is
-// null without a line. Every count, length, slot and link is checked against the file and the table
-// before it is used, and a table of more than 64 MiB of slots is only believed with at least one
-// entry for each 64 slots. The flags are the file's: a map saved as static is static again. A
-// record in a slot outside its key's bucket stays there, where lookups do not find it.
+// null without a line. Nothing in the file is believed that does not fit the file and the table.
+// The flags are the file's: a map saved as static is static again.
 // ERROR lines: "Failed to grab contents of file [%s]: [%s]" (with "unkown error" without an errno),
 // "Failed to create new map", "Corrupt map file [%s]".
 vc_hashmap *vc_map_load(const char *path);

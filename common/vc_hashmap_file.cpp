@@ -6,6 +6,8 @@
 #include <functional>
 
 #include "byte_cursor.h"
+#include "platform/edit.h"
+#include "platform/error_numbers.h"
 #include "vc_file.h"
 #include "vc_hashmap_internal.h"
 #include "vc_log.h"
@@ -27,7 +29,7 @@ static constexpr uint64_t inline_size = 8;
 // A whole file as a new string; null after the operation's ERROR line.
 static char *file_contents(const char *operation, const char *path, uint64_t *size) {
     errno = 0;
-    char *contents = vc_file_get_contents_ex(path, size);
+    char *contents = vc_existing_contents(path, size);
     if (!contents) {
         QF_ERROR_AS(operation, "Failed to grab contents of file [%s]: [%s]", path,
                     errno ? ::strerror(errno) : "unkown error");
@@ -183,17 +185,19 @@ static void put_map(unsigned char *out, const vc_hashmap *map, const slot_chain 
 }
 
 static int write_file(const char *operation, const char *path, const void *bytes, uint32_t count) {
-    const vc_handle file = vc_open_ex(path, 0, 1, 0);
-    if (file == vc_invalid_handle) {
+    platform::replacement fresh;
+    if (!vc_begin_replacement(path, ".tmp", &fresh)) {
         return 0;
     }
     errno = 0;
-    const int complete = vc_write(file, bytes, count);
-    if (!complete) {
+    const int written = vc_write(fresh.lock.file, bytes, count);
+    const uint32_t error = written ? platform::replacement_commit(&fresh, nullptr) : 0;
+    if (!written || error) {
         QF_ERROR_AS(operation, "Failed to write the data to the file during save: [%s]",
-                    ::strerror(errno));
+                    ::strerror(error ? platform::errno_of(error) : errno));
     }
-    return vc_close(file) && complete;
+    platform::replacement_end(&fresh);
+    return written && !error;
 }
 
 int vc_map_save(const vc_hashmap *map, const char *path, int overwrite) {

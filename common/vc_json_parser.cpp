@@ -319,7 +319,7 @@ char *read_file(const char *operation, const char *path) {
         QF_ERROR_AS(operation, "file path %s does not exist", path);
         return nullptr;
     }
-    return vc_file_get_contents_ex(path, nullptr);
+    return vc_existing_contents(path, nullptr);
 }
 
 // The position behind the brace that closes the one at block, or null.

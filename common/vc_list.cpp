@@ -5,6 +5,7 @@
 #include <cstring>
 #include <utility>
 
+#include "evidence.h"
 #include "vc_log.h"
 #include "vc_text.h"
 #include "vc_w32.h"
@@ -275,6 +276,7 @@ int vc_list_from_string_by_char(vc_list_entry **list, const char *buffer, size_t
         memcpy(piece.get(), buffer + start, count);
         if (!append_at(&end, std::move(piece), size)) {
             QF_ERRNO(append_failure_number);
+            tell_no_memory(__func__);
             return 0;
         }
         start = stop + 1;

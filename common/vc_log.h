@@ -3,7 +3,8 @@
 //     static constexpr char module_name[] = "vc_file";
 //
 // The function in the line is the one that the macro stands in; a helper or lambda that reports
-// for its caller uses the _AS forms with the operation's own name.
+// for its caller uses the _AS forms with the operation's own name. A helper in another file takes
+// the caller's place (QF_HERE) and uses the _AT forms: the line's number is then the caller's.
 #pragma once
 
 #include <cerrno>
@@ -18,6 +19,15 @@
 #define QF_ERRNO_AS(function, number)                                                              \
     ::quillfence::vc_log_errno(function, module_name, __LINE__, number)
 
+#define QF_HERE                                                                                    \
+    ::quillfence::log_place {                                                                      \
+        __func__, module_name, __LINE__                                                            \
+    }
+#define QF_DEBUG_AT(place, ...)                                                                    \
+    ::quillfence::vc_log_debug((place).function, (place).file, (place).line, __VA_ARGS__)
+#define QF_ERRNO_AT(place, number)                                                                 \
+    ::quillfence::vc_log_errno((place).function, (place).file, (place).line, number)
+
 #define QF_ERROR(...) QF_ERROR_AS(__func__, __VA_ARGS__)
 #define QF_DEBUG(...) QF_DEBUG_AS(__func__, __VA_ARGS__)
 #define QF_ERRNO(number) QF_ERRNO_AS(__func__, number)
@@ -26,9 +36,12 @@
 
 namespace quillfence {
 
-// An ERROR line with the system's text for the number. A lack of memory is told to whoever asks
-// what a check looks at (evidence.h), as something that could not be looked at.
-void vc_log_errno(const char *function, const char *file, unsigned line, int number);
+// Where a log line comes from.
+struct log_place {
+    const char *function;
+    const char *file; // the module's name
+    unsigned line;
+};
 
 // What a log line or a dump shows for a text that may be null.
 inline const char *text_or_null(const char *text) {

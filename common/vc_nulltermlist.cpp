@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "evidence.h"
 #include "vc_log.h"
 #include "vc_text.h"
 #include "vc_w32.h"
@@ -115,6 +116,7 @@ int vc_lstsplode_ex(void ***list, const char *text, char separator, int keep_emp
             }
             if (!append_at(list, count, piece.get())) {
                 QF_ERROR("Failed to append entry to list");
+                tell_no_memory(__func__);
                 return 0;
             }
             piece.release();

@@ -334,11 +334,7 @@ struct replace_pair {
 
 const char *find_ignoring_case(const char *text, const char *pattern, size_t pattern_length) {
     for (; *text; ++text) {
-        size_t matched = 0;
-        while (matched < pattern_length && to_lower(text[matched]) == to_lower(pattern[matched])) {
-            ++matched;
-        }
-        if (matched == pattern_length) {
+        if (same_letters(text, pattern, pattern_length)) {
             return text;
         }
     }
@@ -361,52 +357,83 @@ bool grown_size(size_t length, const replace_pair &pair, size_t count, size_t *s
            !__builtin_add_overflow(*size, length, size) && !__builtin_add_overflow(*size, 1, size);
 }
 
-// A copy of the text with every occurrence replaced, of the given size; null without memory.
+// Appends so many of the characters as there is room for before end; returns where they end.
+char *append(char *out, const char *end, const char *from, size_t count) {
+    const size_t room = static_cast<size_t>(end - out);
+    const size_t kept = count < room ? count : room;
+    memcpy(out, from, kept);
+    return out + kept;
+}
+
+// A copy of the text with every occurrence replaced, cut to the given size, NUL included; null
+// without memory.
 char *copy_replacing(const char *text, const replace_pair &pair, size_t size) {
     char *const copy = new_text(size);
     if (!copy) {
         return nullptr;
     }
     char *out = copy;
-    for (const char *match; (match = strstr(text, pair.pattern));) {
-        const size_t between = static_cast<size_t>(match - text);
-        memcpy(out, text, between);
-        memcpy(out + between, pair.replacement, pair.replacement_length);
-        out += between + pair.replacement_length;
+    const char *const end = copy + size - 1;
+    for (const char *match; out < end && (match = strstr(text, pair.pattern));) {
+        out = append(out, end, text, static_cast<size_t>(match - text));
+        out = append(out, end, pair.replacement, pair.replacement_length);
         text = match + pair.pattern_length;
     }
-    memcpy(out, text, strlen(text) + 1);
+    out = append(out, end, text, strlen(text));
+    *out = '\0';
     return copy;
+}
+
+constexpr char replace_operation[] = "vc_str_replace";
+
+// Replaces by something longer, in a copy that is cut at limit characters.
+int replace_larger(char **slot, const replace_pair &pair, size_t limit) {
+    const size_t count = count_occurrences(*slot, pair);
+    QF_DEBUG_AS(replace_operation, "Detected %zu patterns to replace", count);
+    size_t size;
+    if (!grown_size(strlen(*slot), pair, count, &size)) {
+        size = SIZE_MAX; // more than there is
+    }
+    char *const replaced = copy_replacing(*slot, pair, size > limit ? limit + 1 : size);
+    if (!replaced) {
+        QF_ERRNO_AS(replace_operation, ENOMEM);
+        return 0;
+    }
+    put(slot, replaced);
+    return 1;
+}
+
+void cut(char *text, size_t limit) {
+    if (strnlen(text, limit) == limit) {
+        text[limit] = '\0';
+    }
 }
 
 } // namespace
 
-int vc_str_replace(char **slot, const char *pattern, const char *replacement) {
+int vc_str_replace_within(char **slot, const char *pattern, const char *replacement, size_t limit) {
     if (!slot || !*slot || is_empty(pattern) || !replacement) {
-        QF_EINVAL();
+        QF_ERRNO_AS(replace_operation, EINVAL);
         return 0;
     }
     const replace_pair pair = {pattern, strlen(pattern), replacement, strlen(replacement)};
     if (pair.pattern_length < pair.replacement_length) {
-        const size_t count = count_occurrences(*slot, pair);
-        QF_DEBUG("Detected %zu patterns to replace", count);
-        size_t size;
-        char *const replaced = grown_size(strlen(*slot), pair, count, &size)
-                                   ? copy_replacing(*slot, pair, size)
-                                   : nullptr;
-        if (!replaced) {
-            QF_ENOMEM();
-            return 0;
-        }
-        put(slot, replaced);
-        return 1;
+        return replace_larger(slot, pair, limit);
     }
+    int replaced = 1;
     if (!strcmp(pattern, replacement)) {
-        QF_DEBUG("search and replace patterns are the same: nothing to do [%s]", *slot);
-        return 1;
+        QF_DEBUG_AS(replace_operation,
+                    "search and replace patterns are the same: nothing to do [%s]", *slot);
+    } else {
+        QF_DEBUG_AS(replace_operation, "calling vc_str_replace_smaller for improved performance");
+        replaced = vc_str_replace_smaller_ex(*slot, pattern, replacement, 1);
     }
-    QF_DEBUG("calling vc_str_replace_smaller for improved performance");
-    return vc_str_replace_smaller_ex(*slot, pattern, replacement, 1);
+    cut(*slot, limit);
+    return replaced;
+}
+
+int vc_str_replace(char **slot, const char *pattern, const char *replacement) {
+    return vc_str_replace_within(slot, pattern, replacement, SIZE_MAX - 1);
 }
 
 // Between the finished part of the text and the part that is still to be searched lies a gap, into

@@ -82,6 +82,10 @@ int vc_strip_whitespace(char **slot);
 // are the same: nothing to do [%s]" (the string) for an equal one, else "calling
 // vc_str_replace_smaller for improved performance".
 int vc_str_replace(char **slot, const char *pattern, const char *replacement);
+// The same with a result of at most limit characters (below SIZE_MAX), cut there: no more memory
+// than that is asked for, whatever the text and the replacement. The lines are vc_str_replace's, in
+// its name.
+int vc_str_replace_within(char **slot, const char *pattern, const char *replacement, size_t limit);
 
 // Replaces every occurrence of pattern in place by a replacement that is no longer.
 //   case_sensitive  0 searches without regard to ASCII case

@@ -54,10 +54,30 @@ inline int _stricmp(const char *a, const char *b) {
     }
 }
 
+// Whether the first length characters are the same, without regard to ASCII case.
+inline bool same_letters(const char *a, const char *b, size_t length) {
+    for (size_t i = 0; i < length; ++i) {
+        if (to_lower(a[i]) != to_lower(b[i])) {
+            return false;
+        }
+    }
+    return true;
+}
+
 // atoi, with numbers outside the range of an int clamped to it.
 inline int text_to_int(const char *text) {
     const long value = ::strtol(text, nullptr, 10);
     return value > INT_MAX ? INT_MAX : value < INT_MIN ? INT_MIN : static_cast<int>(value);
+}
+
+constexpr const char *yes_or_no(bool flag) {
+    return flag ? "yes" : "no";
+}
+
+// Gives a field that owns its text another one (null for none), which it takes over.
+inline void set_owned_text(char **field, char *text) {
+    ::free(*field);
+    *field = text;
 }
 
 // Cuts a text at the first separator and returns what follows it; null when there is none.

@@ -1,5 +1,6 @@
 #include "vc_w32.h"
 
+#include <atomic>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -7,6 +8,7 @@
 #include "evidence.h"
 #include "platform/clock.h"
 #include "platform/complaint.h"
+#include "platform/error_numbers.h"
 #include "platform/process.h"
 #include "vc_dns.h"
 #include "vc_file.h"
@@ -42,17 +44,11 @@ enum class verbosity { unknown, quiet, verbose };
 event_source source;
 vc_log_function log_function;
 vc_oom_function oom_function;
-verbosity verbose_debug = verbosity::unknown;
-
-struct line_location {
-    const char *function;
-    const char *file;
-    unsigned line;
-};
+std::atomic<verbosity> verbose_debug = verbosity::unknown; // every thread finds out the same
 
 // Builds the message and hands the line to the log function, which must be installed.
-void emit_line(int priority, const char *line_format, const line_location &where,
-               const char *format, va_list arguments) {
+void emit_line(int priority, const char *line_format, const log_place &where, const char *format,
+               va_list arguments) {
     char message[message_size] = {};
     platform::vformat_text(message, sizeof message, format, arguments);
     vc_sanitize(message);
@@ -61,11 +57,12 @@ void emit_line(int priority, const char *line_format, const line_location &where
 }
 
 bool debug_lines_wanted() {
-    if (verbose_debug == verbosity::unknown) {
-        verbose_debug =
-            platform::environment_has("VERBOSEDEBUG") ? verbosity::verbose : verbosity::quiet;
+    verbosity wanted = verbose_debug.load(std::memory_order_relaxed);
+    if (wanted == verbosity::unknown) {
+        wanted = platform::environment_has("VERBOSEDEBUG") ? verbosity::verbose : verbosity::quiet;
+        verbose_debug.store(wanted, std::memory_order_relaxed);
     }
-    return verbose_debug == verbosity::verbose;
+    return wanted == verbosity::verbose;
 }
 
 } // namespace
@@ -150,7 +147,7 @@ void vc_set_oom_function(vc_oom_function function) {
 }
 
 // The line's text as the log gets it, to whoever asks.
-static void tell_error(const line_location &where, const char *format, va_list arguments) {
+static void tell_error(const log_place &where, const char *format, va_list arguments) {
     char message[message_size] = {};
     platform::vformat_text(message, sizeof message, format, arguments);
     vc_sanitize(message);
@@ -200,7 +197,17 @@ void vc_log_info(const char *format, ...) {
 
 int vc_log_oom(const char *function, const char *file, unsigned line) {
     vc_log_error(function, file, line, "%s", strerror(ENOMEM));
+    tell(&evidence_sink::could_not_look,
+         {.what = function, .error = platform::error_not_enough_memory, .reason = "no memory"});
     return oom_function ? oom_function() : 0;
+}
+
+void vc_log_errno(const char *function, const char *file, unsigned line, int number) {
+    if (number == ENOMEM) {
+        vc_log_oom(function, file, line);
+    } else {
+        vc_log_error(function, file, line, "%s", strerror(number));
+    }
 }
 
 void __vc_forget_verbosedebug() {

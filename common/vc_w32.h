@@ -52,12 +52,15 @@ void closelog();
 // The event type of a priority: 2 and 3 error, 4 warning, 5 to 7 success, any other warning.
 platform::event_type vc_event_type(int priority);
 
-// Installs the log function; null switches all logging off. It also receives what the platform has to
-// complain of (platform/complaint.h): the module is "platform" and the line 0, an error is priority
-// 3 with the format of an ERROR line, a warning priority 4 with "%s:%d WARNING %s(): %s".
+// Installs the log function; null switches all logging off. It also receives what the platform has
+// to complain of (platform/complaint.h): the module is "platform" and the line 0, an error is
+// priority 3 with the format of an ERROR line, a warning priority 4 with "%s:%d WARNING %s(): %s".
 void vc_set_log_function(vc_log_function function);
 
-// Installs the function that vc_log_oom calls after its line; null for none.
+// Installs the function that is called whenever memory has run out: after each ERROR line that is
+// the system's text for ENOMEM, also while no log function is installed. Null for none. Whoever
+// asks what a check looks at (evidence.h) is told of it, too, as of something that could not be
+// looked at.
 void vc_set_oom_function(vc_oom_function function);
 
 // Emit one line through the log function, as priority 3 with "%s:%d ERROR %s(): %s" or priority 7
@@ -72,6 +75,9 @@ void vc_log_error(const char *function, const char *file, unsigned line, const c
     QF_PRINTF_LIKE(4, 5);
 void vc_log_debug(const char *function, const char *file, unsigned line, const char *format, ...)
     QF_PRINTF_LIKE(4, 5);
+
+// Emits an ERROR line with the system's text for an error number; for ENOMEM, as vc_log_oom.
+void vc_log_errno(const char *function, const char *file, unsigned line, int number);
 
 // Emits the message alone, as priority 6 with the format "%s".
 void vc_log_info(const char *format, ...) QF_PRINTF_LIKE(1, 2);

@@ -1,6 +1,5 @@
 #include "engine_messages.h"
 
-#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -37,7 +36,6 @@ int engine_messages::log(int priority, const char *format, ...) {
     if (priority != priority_error) {
         return otherwise ? otherwise(priority, "%s", line) : 0;
     }
-    look_for_memory(line);
     try {
         current->texts_.emplace_back(text_of(line));
     } catch (const std::bad_alloc &) { // no exception passes through the engine
@@ -50,11 +48,12 @@ void engine_messages::begin(vc_log_function function) {
     memory_ran_out = false;
     otherwise = function;
     vc_set_log_function(function);
+    vc_set_oom_function(note_no_memory);
 }
 
-void engine_messages::look_for_memory(const char *line) {
-    const char *const text = text_of(line);
-    memory_ran_out = memory_ran_out || std::strcmp(text, std::strerror(ENOMEM)) == 0;
+int engine_messages::note_no_memory() {
+    memory_ran_out = true;
+    return 0;
 }
 
 void engine_messages::require_memory() {

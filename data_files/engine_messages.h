@@ -22,14 +22,15 @@ class engine_messages {
     std::string take();
 
     // An engine without memory answers as if there were nothing to find. Throws std::bad_alloc
-    // when one of its lines has told of that, whoever heard it, since the program began.
+    // when its memory has run out since the program began.
     static void require_memory();
-    // For a program's start: its log function, which hears all that nobody keeps.
+    // For a program's start: its log function, which hears all that nobody keeps. Installs the
+    // out-of-memory function, too.
     static void begin(vc_log_function otherwise);
-    static void look_for_memory(const char *line);
 
   private:
     static int log(int priority, const char *format, ...);
+    static int note_no_memory();
     static engine_messages *current;
     static bool memory_ran_out;
     static vc_log_function otherwise;

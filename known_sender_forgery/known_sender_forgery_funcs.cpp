@@ -3,6 +3,7 @@
 #include <string_view>
 
 #include "byte_cursor.h"
+#include "evidence.h"
 #include "vc_dns.h"
 #include "vc_file.h"
 #include "vc_log.h"
@@ -151,7 +152,7 @@ static parsed ksf_parse_fields(char *name, char *ip_set, ksf_domain *record) {
     if (!count) {
         return parsed::nothing;
     }
-    *record = {copy.release(), networks.release(), count};
+    *record = {copy.release(), networks.release(), static_cast<uint32_t>(count), 0};
     return parsed::record;
 }
 
@@ -193,7 +194,7 @@ static int make_room(ksf_domain_set *set) {
     return 1;
 }
 
-static int ksf_add_line(char *line, ksf_domain_set *set) {
+static int ksf_add_line(char *line, uint32_t number, ksf_domain_set *set) {
     static constexpr char operation[] = "ksf_load_list";
     if (!*line) {
         QF_DEBUG_AS(operation, "skipping blank line");
@@ -215,6 +216,7 @@ static int ksf_add_line(char *line, ksf_domain_set *set) {
             free_domain(&record);
             return 0;
         }
+        record.line = number;
         set->domains[set->domain_count++] = record;
         QF_DEBUG_AS(operation, "stored domain/IPs range from [%s]", line);
         return 1;
@@ -228,13 +230,14 @@ static int ksf_add_line(char *line, ksf_domain_set *set) {
 
 static int ksf_add_lines(char *text, uint64_t size, ksf_domain_set *set) {
     char *const end = text + size; // a NUL stands there
+    uint32_t number = 0;
     for (char *line = text; line <= end;) {
         char *line_end = static_cast<char *>(memchr(line, '\n', static_cast<size_t>(end - line)));
         if (!line_end) {
             line_end = end;
         }
         *line_end = '\0';
-        if (!ksf_add_line(line, set)) {
+        if (!ksf_add_line(line, ++number, set)) {
             return 0;
         }
         line = line_end + 1;
@@ -248,11 +251,11 @@ ksf_domain_set *ksf_load_list(const char *path) {
         return nullptr;
     }
     uint64_t size = 0;
-    // A missing file would be created by reading it.
-    const heap_string text(
-        vc_file_exists_ex(path, vc_type_file) ? vc_file_get_contents_ex(path, &size) : nullptr);
+    const heap_string text(vc_file_exists_ex(path, vc_type_file) ? vc_existing_contents(path, &size)
+                                                                 : nullptr);
     if (!text) {
         QF_ERROR("Failed to read domain/ip list file: %s", path);
+        tell_failure(path, 0, "the file can't be read");
         QF_ERROR("Unable to load KSF list: %s", path);
         return nullptr;
     }
@@ -310,12 +313,8 @@ static int ksf_network_holds(const ksf_network *network, uint32_t client) {
     return network->address == client >> shift << shift;
 }
 
-// May the client send for the domain (lower case), by the declarations?
-static int ksf_may_send(const ksf_domain_set *set, const char *ip, const char *name) {
-    const ksf_domain *domain = ksf_find(set, name);
-    if (!domain) {
-        return 1;
-    }
+// May the client send for the declared domain?
+static int ksf_may_send(const ksf_domain *domain, const char *ip) {
     uint32_t client = 0;
     if (!host_order_ipv4(ip, &client)) {
         QF_ERROR_AS("ksf_check_domain_to_ip_restriction",
@@ -348,22 +347,29 @@ int ksf_check_domain_to_ip_restriction(const char *ip, const char *domain, const
     }
     ksf_domain_set *set = ksf_get_domain_ip_sets_from_file(path);
     if (!set || !set->domain_count) {
-        QF_DEBUG("could not get domains/ips, or none in file");
+        QF_REASON("could not get domains/ips, or none in file");
         ksf_free_list(set);
         return 1;
     }
-    const int may_send = ksf_may_send(set, ip, name);
+    const ksf_domain *const declared = ksf_find(set, name);
+    const int may_send = !declared || ksf_may_send(declared, ip);
+    tell(&evidence_sink::searched_sender_networks,
+         {.path = path,
+          .domain = name,
+          .domains = static_cast<uint32_t>(set->domain_count),
+          .line = declared ? declared->line : 0,
+          .inside = declared && may_send});
     ksf_free_list(set);
     return may_send;
 }
 
 char *ksf_parse_mail_from_domain(const char *address) {
     if (is_empty(address)) {
-        QF_DEBUG("empty or NULL MAIL FROM argument - possible bounce");
+        QF_REASON("empty or NULL MAIL FROM argument - possible bounce");
         return nullptr;
     }
     if (!vc_valid_email_address(address)) {
-        QF_DEBUG("email address is not valid");
+        QF_REASON("email address is not valid");
         return nullptr;
     }
     // A valid address has exactly one "@" and no white space.
@@ -374,7 +380,7 @@ char *ksf_parse_mail_from_domain(const char *address) {
     }
     lower(domain.get());
     if (!vc_valid_domain(domain.get())) {
-        QF_DEBUG("domain is not valid: %s", domain.get());
+        QF_REASON("domain is not valid: %s", domain.get());
         return nullptr;
     }
     return domain.release();

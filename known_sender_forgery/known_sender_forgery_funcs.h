@@ -20,7 +20,8 @@ struct ksf_network {
 struct ksf_domain {
     char *name; // lower case, owned
     ksf_network *networks;
-    size_t network_count;
+    uint32_t network_count;
+    uint32_t line; // of the file, from 1
 };
 
 // The domains of a file, in its order. A domain may stand there twice; the first one counts.

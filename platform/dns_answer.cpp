@@ -1,7 +1,9 @@
 #include "platform/dns_answer.h"
 
+#include "address_text.h"
 #include "dns_text.h"
 #include "platform/error_numbers.h"
+#include "platform/format.h"
 
 namespace quillfence::platform {
 
@@ -145,8 +147,86 @@ void expand_name(message_reader in, bool *failed, char *text) {
     *failed = in.failed;
 }
 
+// The name that takes up the whole of a record's data, which ends at an offset; without final dot.
+bool read_name(const message_reader &data, size_t end, char *text) {
+    message_reader behind = data;
+    skip_name(&behind);
+    bool failed = false;
+    expand_name(data, &failed, text);
+    return !failed && behind.offset == end;
+}
+
+// --- records as text ---
+
+bool write_address(message_reader data, char *text, size_t size) {
+    const unsigned char *const bytes = data.bytes + data.offset;
+    return format_text(text, size, "%d.%d.%d.%d", bytes[0], bytes[1], bytes[2], bytes[3]) > 0;
+}
+
+bool write_name_data(const message_reader &data, size_t end, char *text, size_t size) {
+    char name[name_text_size];
+    return read_name(data, end, name) && format_text(text, size, "%s.", name) > 0;
+}
+
+bool write_exchanger(message_reader data, size_t end, char *text, size_t size) {
+    const int preference = take_u16(&data);
+    char name[name_text_size];
+    return read_name(data, end, name) && format_text(text, size, "%d %s.", preference, name) > 0;
+}
+
+// The data in its type's own form; false when it has none or is not in it.
+bool write_data(uint16_t type, const message_reader &data, size_t end, char *text, size_t size) {
+    const size_t length = end - data.offset;
+    switch (type) {
+    case dns_type_a:
+        return length == 4 && write_address(data, text, size);
+    case dns_type_aaaa:
+        return length == 16 && ipv6_to_text(data.bytes + data.offset, text, size);
+    case dns_type_ns:
+    case dns_type_cname:
+    case dns_type_ptr:
+        return write_name_data(data, end, text, size);
+    case dns_type_mx:
+        return length > 2 && write_exchanger(data, end, text, size);
+    default:
+        return false;
+    }
+}
+
+// The form of RFC 3597 for any data.
+void write_unknown_data(const message_reader &data, size_t end, char *text, size_t size) {
+    const size_t length = end - data.offset;
+    int used = format_text(text, size, "\\# %zu%s", length, length ? " " : "");
+    for (size_t i = 0; i < length && i < dns_detail_data_max; ++i) {
+        used += format_text(text + used, size - static_cast<size_t>(used), "%02x",
+                            data.bytes[data.offset + i]);
+    }
+    if (length > dns_detail_data_max) {
+        format_text(text + used, size - static_cast<size_t>(used), "...");
+    }
+}
+
+void detail_record(const record_header &header, const message_reader &data, size_t end,
+                   dns_details *details) {
+    char text[dns_record_text_size];
+    char type[dns_type_name_size];
+    const bool internet = header.record_class == class_internet;
+    int used = 0;
+    if (!internet) {
+        used = format_text(text, sizeof text, "CLASS%d ", static_cast<int>(header.record_class));
+    }
+    used += format_text(text + used, sizeof text - static_cast<size_t>(used), "%s ",
+                        dns_type_name(header.type, type));
+    char *const rest = text + used;
+    const size_t size = sizeof text - static_cast<size_t>(used);
+    if (!internet || !write_data(header.type, data, end, rest, size)) {
+        write_unknown_data(data, end, rest, size);
+    }
+    dns_details_add(details, header.type, text);
+}
+
 // Reads one record of the answer section. 0, 8 or 9502.
-uint32_t take_record(message_reader *in, dns_record **record) {
+uint32_t take_record(message_reader *in, dns_record **record, dns_details *details) {
     skip_name(in);
     const record_header header = take_record_header(in);
     const message_reader data = *in;
@@ -156,14 +236,11 @@ uint32_t take_record(message_reader *in, dns_record **record) {
     }
     char text[name_text_size];
     const bool has_target = header.type == dns_type_ptr && header.record_class == class_internet;
-    if (has_target) {
-        message_reader behind = data;
-        skip_name(&behind);
-        bool failed = false;
-        expand_name(data, &failed, text);
-        if (failed || behind.offset != in->offset) {
-            return dns_status_bad_packet;
-        }
+    if (has_target && !read_name(data, in->offset, text)) {
+        return dns_status_bad_packet;
+    }
+    if (details) {
+        detail_record(header, data, in->offset, details);
     }
     *record = dns_new_record(header.type, has_target ? text : nullptr);
     return *record ? error_none : error_not_enough_memory;
@@ -171,7 +248,8 @@ uint32_t take_record(message_reader *in, dns_record **record) {
 
 } // namespace
 
-uint32_t read_dns_answer(const void *message, size_t size, dns_record **records) {
+uint32_t read_dns_answer(const void *message, size_t size, dns_record **records,
+                         dns_details *details) {
     *records = nullptr;
     message_reader in{static_cast<const unsigned char *>(message), size, 0, false};
     const message_header header = take_header(&in);
@@ -182,16 +260,19 @@ uint32_t read_dns_answer(const void *message, size_t size, dns_record **records)
     if (in.failed || !(header.flags & flag_response)) {
         return dns_status_bad_packet;
     }
+    const uint32_t response_code = header.flags & mask_response_code;
+    if (details) {
+        details->response_code = static_cast<int32_t>(response_code);
+    }
     dns_record **link = records;
     for (unsigned i = 0; i < header.answers; ++i) {
-        if (const uint32_t status = take_record(&in, link)) {
+        if (const uint32_t status = take_record(&in, link, details)) {
             dns_release(*records);
             *records = nullptr;
             return status;
         }
         link = &(*link)->next;
     }
-    const uint32_t response_code = header.flags & mask_response_code;
     if (response_code) {
         dns_release(*records);
         *records = nullptr;

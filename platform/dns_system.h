@@ -7,7 +7,9 @@
 
 namespace quillfence::platform {
 
-// dns_query without observer and stand-in. *records is null on entry.
-uint32_t system_dns_query(const char *name, uint16_t type, uint32_t options, dns_record **records);
+// dns_client_query without observer, stand-in, status and time. *records is null on entry; client
+// and details may be null.
+uint32_t system_dns_query(dns_client *client, const char *name, uint16_t type, uint32_t options,
+                          dns_record **records, dns_details *details);
 
 } // namespace quillfence::platform

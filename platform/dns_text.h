@@ -6,6 +6,9 @@ namespace quillfence::platform {
 // The longest text of a byte: a backslash and three digits.
 inline constexpr int dns_byte_text_max = 4;
 
+// Room for the text of any record of dns_details.
+inline constexpr int dns_record_text_size = 1024 * dns_byte_text_max + 64;
+
 // A byte outside 0x21-0x7E becomes a backslash and three decimal digits, any other stays. Returns
 // the place behind what was written.
 inline char *write_dns_byte(char *text, unsigned char byte) {

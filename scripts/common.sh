@@ -32,21 +32,27 @@ need_packages() {
         { tail -n 20 "$root/build/install.log" >&2; die "the packages could not be installed"; }
 }
 
-packages_build=(g++ cmake ninja-build libc-ares-dev libcli11-dev libmaxminddb-dev)
+packages_build=(g++ cmake ninja-build libc-ares-dev libcli11-dev libmaxminddb-dev nettle-dev)
 packages_test=(googletest dpkg-dev file nsd python3 python3-jsonschema strace iproute2 util-linux pkg-config libpcre2-dev)
 packages_windows=(g++-mingw-w64-x86-64-posix wine wine64 dpkg-dev googletest nsd python3)
 packages_all=(clang libclang-rt-14-dev chromium)
+packages_tidy=(clang clang-tidy clang-format python3)
+
+# configure_preset NAME: when that was not done before; output only when it fails.
+configure_preset() {
+    local preset=$1 log="$root/build/$1.log"
+    [ ! -e "$root/build/$preset/build.ninja" ] || return 0
+    say "configuring build/$preset"
+    (cd "$root" && cmake --preset "$preset") >"$log" 2>&1 ||
+        { rm -f "$root/build/$preset/build.ninja"; tail -n 40 "$log" >&2; die "configuring failed"; }
+}
 
 # build_preset NAME [TARGET...]: configures when needed and builds; output only when it fails.
 build_preset() {
     local preset=$1 log="$root/build/$1.log"
-    shift
     mkdir -p "$root/build"
-    if [ ! -e "$root/build/$preset/build.ninja" ]; then
-        say "configuring build/$preset"
-        (cd "$root" && cmake --preset "$preset") >"$log" 2>&1 ||
-            { rm -f "$root/build/$preset/build.ninja"; tail -n 40 "$log" >&2; die "configuring failed"; }
-    fi
+    configure_preset "$preset"
+    shift
     if (cd "$root" && cmake --build "build/$preset" "${@/#/--target=}" -- -n) 2>/dev/null |
         grep -q 'no work to do'; then
         return 0

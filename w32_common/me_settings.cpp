@@ -2,6 +2,7 @@
 
 #include <cstdint>
 
+#include "evidence.h"
 #include "registry.h"
 
 namespace quillfence {
@@ -14,6 +15,10 @@ char *me_configuration_directory(const char *key) {
         vc_regkey_get_ex(vc_regroot::local_machine, key, me_configuration_value, longest_directory,
                          &directory);
     }
+    tell(&evidence_sink::looked_at_registry, {.key = key,
+                                              .value = me_configuration_value,
+                                              .found = directory != nullptr,
+                                              .data = directory});
     return directory;
 }
 

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "byte_cursor.h"
+#include "evidence.h"
 #include "platform/error_numbers.h"
 #include "vc_log.h"
 #include "vc_text.h"
@@ -40,6 +41,7 @@ static char *read_text(vc_regkey *opened, const char *key, const char *value, ui
     heap_string text(static_cast<char *>(malloc(size_t{limit} + 1)));
     if (!text) {
         QF_ERROR_AS(function, "Out of memory error");
+        tell_no_memory(function);
         return nullptr;
     }
     uint32_t type = 0;

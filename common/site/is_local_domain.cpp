@@ -4,7 +4,9 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "evidence.h"
 #include "me_settings.h"
+#include "read_ahead.h"
 #include "vc_file.h"
 #include "vc_log.h"
 #include "vc_stringutils.h"
@@ -30,9 +32,7 @@ static bool fill(tab_reader *in) {
     if (in->at_end || in->end - in->begin >= line_size) {
         return true;
     }
-    memmove(in->bytes, in->bytes + in->begin, in->end - in->begin);
-    in->end -= in->begin;
-    in->begin = 0;
+    move_rest_to_front(in->bytes, &in->begin, &in->end);
     uint32_t delivered = 0;
     const size_t room = sizeof in->bytes - in->end;
     if (!vc_read_nonblock(in->file, in->bytes + in->end, static_cast<int64_t>(room), 1, 0,
@@ -66,16 +66,8 @@ static const char *take_line(tab_reader *in, size_t *length) {
 // Whether the line's text before its first TAB is the domain.
 static bool names_domain(const char *line, size_t length, const char *domain,
                          size_t domain_length) {
-    if (length <= domain_length || line[domain_length] != '\t' ||
-        memchr(line, '\t', domain_length)) {
-        return false;
-    }
-    for (size_t i = 0; i < domain_length; ++i) {
-        if (to_lower(line[i]) != to_lower(domain[i])) {
-            return false;
-        }
-    }
-    return true;
+    return length > domain_length && line[domain_length] == '\t' &&
+           !memchr(line, '\t', domain_length) && same_letters(line, domain, domain_length);
 }
 
 static bool table_holds(const char *path, const char *domain) {
@@ -84,17 +76,21 @@ static bool table_holds(const char *path, const char *domain) {
         QF_ERRNO_AS("is_local_domain", ENOMEM);
         return false;
     }
-    in->file = vc_open_ex(path, 0, 0, 0);
+    in->file = vc_open_existing(path);
     if (in->file == vc_invalid_handle) {
         return false;
     }
     const size_t domain_length = strlen(domain);
     bool held = false;
     size_t length;
+    uint32_t lines = 0;
     while (const char *const line = held ? nullptr : take_line(in.get(), &length)) {
+        ++lines;
         held = names_domain(line, length, domain, domain_length);
     }
     vc_close(in->file);
+    tell(&evidence_sink::searched_domain_table,
+         {.path = path, .domain = domain, .lines = lines, .line = held ? lines : 0});
     return held;
 }
 

@@ -2,6 +2,7 @@
 
 #include <maxminddb.h>
 
+#include "evidence.h"
 #include "platform/file.h"
 #include "vc_log.h"
 #include "vc_rfc.h"
@@ -54,10 +55,12 @@ char *__vc_get_country_code(const char *database, const char *ip) {
     if (platform::path_native(database, path, sizeof path) ||
         MMDB_open(path, MMDB_MODE_MMAP, &opened) != MMDB_SUCCESS) {
         QF_ERROR("Failed to open MMDB [%s]", database);
+        tell_failure(database, 0, "not a country database");
         return nullptr;
     }
     char *code = country_code_in(&opened, ip);
     MMDB_close(&opened);
+    tell(&evidence_sink::looked_up_country, {.database = database, .ip = ip, .code = code});
     return code;
 }
 

@@ -5,11 +5,13 @@
 #include <cstring>
 
 #include "configuration.h"
+#include "evidence.h"
 #include "hook_table.h"
 #include "lookup.h"
 #include "quillfence-file.h"
 #include "quillfence.h"
 #include "rbl_host_lookup.h"
+#include "step_budget.h"
 #include "vc_file.h"
 #include "vc_log.h"
 #include "vc_stringutils.h"
@@ -49,6 +51,7 @@ struct text_list {
 struct session_kind {
     uint8_t smtp_state::*flag;
     uint8_t spam_rule::*may_run;
+    const char *word; // to whoever asks
     const char *debug_line;
 };
 
@@ -61,20 +64,28 @@ static const session_kind *first_skipped(const session_kind (&kinds)[count],
                                          const smtp_state *state, const spam_rule *rule) {
     for (const session_kind &kind : kinds) {
         if (state->*kind.flag && !(rule->*kind.may_run)) {
+            tell(&evidence_sink::rule_went,
+                 {.rule = rule->name, .step = rule_step::skipped, .kind = kind.word});
             return &kind;
         }
     }
     return nullptr;
 }
 
-static bool append_copy(vc_list_entry **list, const char *text) {
-    return vc_append_list_entry(list, text, strlen(text) + 1, 1) > 0;
+// Runs the rule's check, if it has one.
+static bool run_check(smtp_state *state, const spam_rule *rule) {
+    if (!rule->check) {
+        tell(&evidence_sink::rule_went, {.rule = rule->name, .step = rule_step::never});
+        return false;
+    }
+    tell(&evidence_sink::rule_went, {.rule = rule->name, .step = rule_step::began});
+    const uint8_t hit = rule->check(state);
+    tell(&evidence_sink::rule_went, {.rule = rule->name, .step = rule_step::ended, .result = hit});
+    return hit;
 }
 
-// Replaces a text of the session by a new heap string, which is taken over.
-static void replace_text(char **field, char *text) {
-    free(*field);
-    *field = text;
+static bool append_copy(vc_list_entry **list, const char *text) {
+    return vc_append_list_entry(list, text, strlen(text) + 1, 1) > 0;
 }
 
 // A new heap string; null and an ERROR line without memory.
@@ -91,17 +102,19 @@ static bool set_base_dir(const char *function, smtp_state *state, const char *di
     if (!copy) {
         return false;
     }
-    replace_text(&state->base_dir, copy);
+    set_owned_text(&state->base_dir, copy);
     return true;
 }
 
 // Records a hit: takes name over (null when there was no memory for it) and builds the rule's
 // notice. False when either is missing.
 static bool record_hit(smtp_state *state, const spam_rule *rule, char *name) {
-    replace_text(&state->hit_name, name);
-    replace_text(&state->rejection_notice, nullptr);
+    set_owned_text(&state->hit_name, name);
+    set_owned_text(&state->rejection_notice, nullptr);
     state->notice_flag = 0;
     state->rejection_notice = build_rejection_notice(rule, state, hooks().message);
+    tell(&evidence_sink::recorded_hit,
+         {.rule = rule->name, .hit_name = state->hit_name, .notice = state->rejection_notice});
     return state->hit_name && state->rejection_notice;
 }
 
@@ -117,10 +130,10 @@ static bool ask_block_maps(const smtp_state *state, vc_list_entry *maps, vc_list
 // Report flavour
 
 static constexpr session_kind report_order[] = {
-    {&smtp_state::localhost, &spam_rule::localhost, nullptr},
-    {&smtp_state::ipv6, &spam_rule::ipv6, nullptr},
-    {&smtp_state::mua, &spam_rule::mua, nullptr},
-    {&smtp_state::ndr, &spam_rule::ndr, nullptr},
+    {&smtp_state::localhost, &spam_rule::localhost, "localhost", nullptr},
+    {&smtp_state::ipv6, &spam_rule::ipv6, "ipv6", nullptr},
+    {&smtp_state::mua, &spam_rule::mua, "mua", nullptr},
+    {&smtp_state::ndr, &spam_rule::ndr, "bounce", nullptr},
 };
 
 bool is_reportable_rule(const char *name) {
@@ -137,6 +150,7 @@ int run_all_spam_checks(smtp_state *state, vc_list_entry *rules, vc_list_entry *
         QF_EINVAL();
         return 0;
     }
+    const step_scope steps(run_steps);
     text_list found;
     for (const vc_list_entry *entry = rules; entry; entry = entry->next) {
         const auto *rule = static_cast<const spam_rule *>(entry->data);
@@ -145,7 +159,7 @@ int run_all_spam_checks(smtp_state *state, vc_list_entry *rules, vc_list_entry *
             continue;
         }
         // Rules that are not reported run all the same: they fill the session's caches.
-        if (rule->check && rule->check(state) && is_reportable_rule(rule->name) &&
+        if (run_check(state, rule) && is_reportable_rule(rule->name) &&
             !append_copy(&found.head, rule->name)) {
             QF_ERROR("Failed to append [%s] to list of spam hits", rule->name);
             return 0;
@@ -191,13 +205,13 @@ int run_all_bms_checks(smtp_state *state, vc_list_entry *rules, vc_list_entry **
 // Decision flavour: spam rules
 
 static constexpr session_kind spam_order[] = {
-    {&smtp_state::ndr, &spam_rule::ndr,
+    {&smtp_state::ndr, &spam_rule::ndr, "bounce",
      "state is NDR and rule [%s] should not run for that state... skipping"},
-    {&smtp_state::mua, &spam_rule::mua,
+    {&smtp_state::mua, &spam_rule::mua, "mua",
      "state is MUA and rule [%s] should not run for that state... skipping"},
-    {&smtp_state::localhost, &spam_rule::localhost,
+    {&smtp_state::localhost, &spam_rule::localhost, "localhost",
      "address is LOCALHOST and rule [%s] should not run for that state... skipping"},
-    {&smtp_state::ipv6, &spam_rule::ipv6,
+    {&smtp_state::ipv6, &spam_rule::ipv6, "ipv6",
      "source address is IPv6 and rule [%s] should not run for that state... skipping"},
 };
 
@@ -207,6 +221,7 @@ static bool runs_and_hits(smtp_state *state, vc_list_entry *enabled, const spam_
     QF_DEBUG_AS(function, "Checking rule [%s]", rule->name);
     if (!vc_list_contains_string(enabled, rule->name, 0)) {
         QF_DEBUG_AS(function, "failed to find rule [%s] on list", rule->name);
+        tell(&evidence_sink::rule_went, {.rule = rule->name, .step = rule_step::not_enabled});
         return false;
     }
     if (const session_kind *kind = first_skipped(spam_order, state, rule)) {
@@ -214,7 +229,7 @@ static bool runs_and_hits(smtp_state *state, vc_list_entry *enabled, const spam_
         return false;
     }
     QF_DEBUG_AS(function, "running rule [%s]", rule->name);
-    return rule->check && rule->check(state);
+    return run_check(state, rule);
 }
 
 int run_spam_checks_r(smtp_state *state, vc_list_entry *enabled, vc_list_entry *rules) {
@@ -226,6 +241,7 @@ int run_spam_checks_r(smtp_state *state, vc_list_entry *enabled, vc_list_entry *
         QF_DEBUG("either rules was empty / NULL or rule definition structure empty");
         return 1;
     }
+    const step_scope steps(run_steps);
     for (const vc_list_entry *entry = rules; entry; entry = entry->next) {
         const auto *rule = static_cast<const spam_rule *>(entry->data);
         if (!rule || !rule->name) {
@@ -251,11 +267,14 @@ static bool load_enabled_rules(vc_list_entry **enabled) {
     if (!path) {
         return false;
     }
-    if (vc_file_exists_ex(path.get(), vc_type_file)) {
+    const bool chosen = vc_file_exists_ex(path.get(), vc_type_file);
+    if (chosen) {
         *enabled = vc_file_to_list(quillfence_control_dir, file);
     } else if (!vc_list_from_string_by_char(enabled, default_rules, strlen(default_rules), ',')) {
         return false;
     }
+    tell(&evidence_sink::loaded_selection,
+         {.what = "rules", .path = path.get(), .built_in = !chosen, .names = *enabled});
     for (const char *always : {"ip_blacklist", "from_blacklist"}) {
         if (!append_copy(enabled, always)) {
             return false;
@@ -281,10 +300,11 @@ int global_spam_hit_r(smtp_state *state, vc_list_entry *rules) {
 // Decision flavour: block maps
 
 static constexpr session_kind block_maps_order[] = {
-    {&smtp_state::localhost, &spam_rule::localhost, "connection detected as LOCALHOST: returning"},
-    {&smtp_state::ipv6, &spam_rule::ipv6, "connection detected as IPv6: returning"},
-    {&smtp_state::ndr, &spam_rule::ndr, "connection detected as NDR: returning"},
-    {&smtp_state::mua, &spam_rule::mua, "connection detected as MUA: returning"},
+    {&smtp_state::localhost, &spam_rule::localhost, "localhost",
+     "connection detected as LOCALHOST: returning"},
+    {&smtp_state::ipv6, &spam_rule::ipv6, "ipv6", "connection detected as IPv6: returning"},
+    {&smtp_state::ndr, &spam_rule::ndr, "bounce", "connection detected as NDR: returning"},
+    {&smtp_state::mua, &spam_rule::mua, "mua", "connection detected as MUA: returning"},
 };
 
 int run_bms_checks_r(smtp_state *state, vc_list_entry *lists, vc_list_entry *rules) {
@@ -331,8 +351,10 @@ int global_bms_r(smtp_state *state, vc_list_entry *rules) {
     if (!set_base_dir(__func__, state, quillfence_base_dir) || !find_rule(rules, block_maps_rule)) {
         return 0;
     }
-    const text_list lists(
-        vc_file_to_list(quillfence_control_dir, name_in_folder(configured("control/bms.enabled"))));
+    static constexpr const configuration_file &file = configured("control/bms.enabled");
+    const text_list lists(vc_file_to_list(quillfence_control_dir, name_in_folder(file)));
+    tell(&evidence_sink::loaded_selection,
+         {.what = "block maps", .path = file.path, .names = lists.head});
     return run_bms_checks_r(state, lists.head, rules);
 }
 
@@ -340,10 +362,11 @@ int global_bms_r(smtp_state *state, vc_list_entry *rules) {
 // Decision flavour: DNS block lists
 
 static constexpr session_kind rbl_order[] = {
-    {&smtp_state::ndr, &spam_rule::ndr, "connection detected as NDR"},
-    {&smtp_state::mua, &spam_rule::mua, "connection detected as MUA"},
-    {&smtp_state::localhost, &spam_rule::localhost, "connection detected as LOCALHOST"},
-    {&smtp_state::ipv6, &spam_rule::ipv6, "connection detected as IPV6"},
+    {&smtp_state::ndr, &spam_rule::ndr, "bounce", "connection detected as NDR"},
+    {&smtp_state::mua, &spam_rule::mua, "mua", "connection detected as MUA"},
+    {&smtp_state::localhost, &spam_rule::localhost, "localhost",
+     "connection detected as LOCALHOST"},
+    {&smtp_state::ipv6, &spam_rule::ipv6, "ipv6", "connection detected as IPV6"},
 };
 
 int run_rbl_checks_r(smtp_state *state, vc_list_entry *lists, vc_list_entry *rules) {
@@ -386,8 +409,10 @@ int global_rbl_r(smtp_state *state, vc_list_entry *rules) {
     if (!find_rule(rules, rbl_rule)) {
         return 0;
     }
-    const text_list hosts(
-        vc_file_to_list(quillfence_base_dir, path_in_base(configured("rbl.enabled"))));
+    static constexpr const configuration_file &file = configured("rbl.enabled");
+    const text_list hosts(vc_file_to_list(quillfence_base_dir, path_in_base(file)));
+    tell(&evidence_sink::loaded_selection,
+         {.what = "dns block lists", .path = file.path, .names = hosts.head});
     return run_rbl_checks_r(state, hosts.head, rules);
 }
 
@@ -429,7 +454,7 @@ int is_exempt_r(smtp_state *state, const char *user_dir, vc_list_entry *rules) {
         return 0;
     }
     if (has_hit(state)) {
-        replace_text(&state->rejection_notice, nullptr);
+        set_owned_text(&state->rejection_notice, nullptr);
         state->notice_flag = 0;
         return 1;
     }

@@ -10,6 +10,9 @@
 // is 0. The four drivers test the kinds in different orders, on purpose: only the DEBUG line
 // differs.
 //
+// A walk of the rule table has run_steps matcher steps for its lookups in pattern files, unless the
+// thread has begun a budget of its own (step_budget.h).
+//
 // The checks return 1 for success, with a hit or without, and 0 for failure. ERROR lines, unless
 // said otherwise: EINVAL for missing arguments, ENOMEM, and those of the file, list and block-map
 // layers.

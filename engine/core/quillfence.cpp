@@ -15,23 +15,24 @@ static constexpr char module_name[] = "quillfence";
 
 static vc_list_entry *engine_rules;
 
-static void install_hooks() {
-    static constexpr uint8_t dns_option = 1;
-    set_hooks(dns_option, dyna_regex_hook, spam_regex_hook, confirmed_regex_hook,
-              fromwhitelist_hook, fromblacklist_hook,
-              nullptr, // spare
-              nullptr, // spare
-              nullptr, // HELO whitelist: for a host that has one
-              nullptr, // HELO blacklist: likewise
-              ipwhitelist_hook, ipblacklist_hook,
-              nullptr, // country blacklist: likewise
-              towhitelist_hook, log_message,
-              nullptr); // messages: the rules' own are used
-}
+// The HELO lists and the country list are for a host that has some; without a message hook the
+// rules' own texts are used.
+static constexpr hook_table own_hooks = {
+    .dns_option = 1,
+    .dynamic_names = dyna_regex_hook,
+    .spam_names = spam_regex_hook,
+    .confirmed_names = confirmed_regex_hook,
+    .sender_whitelist = fromwhitelist_hook,
+    .sender_blacklist = fromblacklist_hook,
+    .ip_whitelist = ipwhitelist_hook,
+    .ip_blacklist = ipblacklist_hook,
+    .recipient_whitelist = towhitelist_hook,
+    .mail_log = log_message,
+};
 
 int quillfence_init() {
     ql_set_program_name("quillfence");
-    install_hooks();
+    set_hooks(own_hooks);
     quillfence_teardown();
     engine_rules = build_rule_table();
     if (!engine_rules) {
@@ -61,7 +62,7 @@ int quillfence_enabled() {
     if (!vc_file_exists_ex(path.get(), vc_type_file)) {
         return 0;
     }
-    const heap_string contents(vc_file_get_contents_ex(path.get(), nullptr));
+    const heap_string contents(vc_existing_contents(path.get(), nullptr));
     return contents && text_to_int(contents.get()) == 1;
 }
 

@@ -235,17 +235,20 @@ void dump_rules(const vc_list_entry *rules) {
 // ---------------------------------------------------------------------------------------------
 // Notices
 
-// A new heap string with the template of the rule's notice; null without memory.
+// The text between two macros' replacements. Clients choose what comes in a macro's place, further
+// macros included: uncut, three values of 1,000 characters make a text of gigabytes.
+static constexpr size_t longest_working_text = 65536;
+
+// A new heap string with the template of the rule's notice, cut; null without memory.
 static char *notice_template(const spam_rule *rule, smtp_state *state, message_hook message) {
     char *text = message ? message(rule->name, state) : nullptr;
-    return text ? text : strdup(rule->rejection);
-}
-
-static const char *reverse_name(const smtp_state *state) {
-    if (state->rdns) {
-        return state->rdns;
+    if (!text) {
+        return vc_strndup(rule->rejection, longest_working_text);
     }
-    return state->ptr_results ? state->ptr_results[0] : nullptr;
+    if (strnlen(text, longest_working_text) == longest_working_text) {
+        text[longest_working_text] = '\0';
+    }
+    return text;
 }
 
 static const char *text_or_unknown(const char *text) {
@@ -268,7 +271,7 @@ char *build_rejection_notice(const spam_rule *rule, smtp_state *state, message_h
         const char *value;
     } replacements[] = {
         {"%IP%", state->ip}, // absent: the replacement refuses it, and there is no notice
-        {"%RDNS%", text_or_unknown(reverse_name(state))},
+        {"%RDNS%", text_or_unknown(known_reverse_name(state))},
         {"%HELO%", text_or_unknown(state->helo)},
         {"%FROM%", text_or_unknown(state->mail_from)},
         {"%RCPT%", text_or_unknown(state->rcpt_to)},
@@ -277,7 +280,8 @@ char *build_rejection_notice(const spam_rule *rule, smtp_state *state, message_h
     char *notice = nullptr;
     bool replaced = true;
     for (const auto &replacement : replacements) {
-        replaced = replaced && vc_str_replace(&text, replacement.macro, replacement.value);
+        replaced = replaced && vc_str_replace_within(&text, replacement.macro, replacement.value,
+                                                     longest_working_text);
     }
     if (replaced) {
         QF_DEBUG("after replacement macros: rejection is: [%s]", text);

@@ -83,7 +83,9 @@ void dump_rules(const vc_list_entry *rules);
 // absent ip is a failure.
 // ERROR lines: EINVAL for a null rule, name, rejection or session, and (from vc_str_replace) for
 // a session without ip; ENOMEM.
-// Kept on purpose: a value that holds a later macro has it replaced in turn.
+// Kept on purpose: a value that holds a later macro has it replaced in turn. The template, and the
+// text after each macro, are cut at 65,536 characters, so that a notice takes less than 1 MiB of
+// memory and a few milliseconds, whatever the client has sent.
 char *build_rejection_notice(const spam_rule *rule, smtp_state *state, message_hook message);
 
 } // namespace quillfence

@@ -397,19 +397,11 @@ void ql_set_program_name(const char *name) {
     program_name = name;
 }
 
-static const char *yes_or_no(uint8_t flag) {
-    return flag ? "yes" : "no";
-}
-
 // The client's reverse name as the log shows it.
-static const char *reverse_name(const smtp_state *state) {
-    if (state->rdns) {
-        return state->rdns;
-    }
-    if (state->ptr_results && state->ptr_results[0]) {
-        return state->ptr_results[0];
-    }
-    return state->rdns_resolves == resolves_tempfail ? "(timeout)" : "(null)";
+static const char *shown_reverse_name(const smtp_state *state) {
+    const char *const name = known_reverse_name(state);
+    const bool failed = state->rdns_resolves == resolves_tempfail;
+    return name ? name : failed ? "(timeout)" : "(null)";
 }
 
 // The whole line as a new string; null without memory (vc_asprintf says so).
@@ -427,17 +419,15 @@ static char *log_line(const smtp_state *state, const char *rule_name, uint8_t lo
                 now->tm_sec, text_or_null(program_name), static_cast<int>(thread), names[log_type],
                 named ? "[" : "", named ? rule : "", named ? "]" : "", yes_or_no(state->mua),
                 text_or_null(state->mua ? state->auth_user : nullptr), text_or_null(state->ip),
-                reverse_name(state), state->port ? state->port : "(unknown)", yes_or_no(state->tls),
-                text_or_null(state->helo), text_or_null(state->mail_from),
+                shown_reverse_name(state), state->port ? state->port : "(unknown)",
+                yes_or_no(state->tls), text_or_null(state->helo), text_or_null(state->mail_from),
                 text_or_null(state->rcpt_to));
     return line;
 }
 
 // Appends the line to the open log and closes it.
 static void append_line(vc_handle log, const char *line) {
-    if (vc_seek(log, 0, 2)) {
-        vc_write(log, line, static_cast<uint32_t>(strlen(line)));
-    }
+    vc_append(log, line, static_cast<uint32_t>(strlen(line)));
     vc_close(log);
 }
 
@@ -454,7 +444,7 @@ static void log_for_user(const char *directory, const char *line, uint8_t log_ty
         return;
     }
     QF_DEBUG_AS(operation, "attempting to log to user directory: %s", path.get());
-    const vc_handle log = vc_open_ex(path.get(), 0, 1, 0);
+    const vc_handle log = vc_open_append(path.get());
     if (log == vc_invalid_handle) {
         QF_ERROR_AS(operation, "failed to open or create user log...");
         return;
@@ -479,7 +469,7 @@ void log_message(smtp_state *state, const char *rule_name, uint8_t log_type) {
         QF_ENOMEM();
         return;
     }
-    const vc_handle log = vc_open_ex(path.get(), 0, 1, 0);
+    const vc_handle log = vc_open_append(path.get());
     if (log == vc_invalid_handle) {
         return;
     }

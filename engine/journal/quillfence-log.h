@@ -3,7 +3,10 @@
 // Every verdict becomes one line of the file "qflog" (docs/formats/mail-log.md) and one count in
 // each of two fixed-size binary files: a daily counter file per calendar month and an hourly one of
 // the last 24 hours (docs/formats/counters.md). All three lie in "c:/quillfence/log/" and, once
-// more, in each user directory of the session. Nothing locks them: two processes that log at once
+// more, in each user directory of the session. Nothing locks them, and nothing waits for the disk.
+// A line is appended with one write, whatever its length, so that the lines of several processes
+// never mix; a record of a counter is written with one write, too, but read before: two processes
+// that count at once
 // can lose a count.
 #pragma once
 

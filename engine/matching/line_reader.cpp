@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "read_ahead.h"
+
 namespace quillfence {
 
 void begin_lines(line_reader *in, vc_handle file, uint32_t limit, bool crlf_is_lf) {
@@ -16,14 +18,12 @@ void begin_lines(line_reader *in, vc_handle file, uint32_t limit, bool crlf_is_l
     in->borrowed = false;
 }
 
-// Moves what is left to the front and reads behind it.
+// Reads on behind what is left.
 static void fill(line_reader *in) {
-    const uint32_t left = in->end - in->begin;
-    std::memmove(in->piece, in->piece + in->begin, left);
-    in->begin = 0;
-    in->end = left;
+    move_rest_to_front(in->piece, &in->begin, &in->end);
     uint32_t moved = 0;
-    in->error = platform::file_read(in->file, in->piece + left, line_piece_size - left, &moved);
+    in->error =
+        platform::file_read(in->file, in->piece + in->end, line_piece_size - in->end, &moved);
     in->end += moved;
     in->at_end = in->error || !moved;
 }

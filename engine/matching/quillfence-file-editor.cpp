@@ -1,12 +1,12 @@
 // The list editor of quillfence-file.
 #include "quillfence-file.h"
 
-#include <algorithm>
 #include <cstring>
 
 #include "configuration.h"
 #include "line_reader.h"
 #include "list_line.h"
+#include "platform/edit.h"
 #include "platform/error_numbers.h"
 #include "vc_file.h"
 #include "vc_log.h"
@@ -19,17 +19,13 @@ static constexpr char module_name[] = "quillfence-file";
 
 static constexpr uint32_t longest_edited_line = 1023; // bytes, line end counted
 static constexpr size_t longest_comment = 255;
-static constexpr uint32_t copy_block = 4095;
-static constexpr uint32_t largest_list = INT32_MAX; // as far as vc_seek reaches
+static constexpr char temporary_ending[] = ".tmp";
 
-// One edit on its way: the list and the temporary file that is to become it.
+// One edit on its way: the list, locked, and the file that is to become it.
 struct list_edit {
     const char *operation; // for log lines
-    char *path;
-    char *tmp_path;
-    vc_handle list;
-    vc_handle tmp;
-    bool keep_tmp; // the temporary file is all there is of the new list
+    platform::edit_lock list;
+    platform::replacement fresh;
 };
 
 // What an edit does to the lines.
@@ -44,49 +40,34 @@ struct edit_plan {
 
 // --- opening and closing ---
 
-static void close_if_open(vc_handle *file) {
-    if (*file != vc_invalid_handle) {
-        vc_close(*file);
-        *file = vc_invalid_handle;
+// Locks the list and begins the new one.
+static int begin_edit(list_edit *edit, const char *path, bool create_list) {
+    if (!vc_open_edit(path, create_list, &edit->list)) {
+        return 0;
     }
-}
-
-// Closes both files and removes the temporary one, unless it is needed.
-static void end_edit(list_edit *edit) {
-    close_if_open(&edit->list);
-    close_if_open(&edit->tmp);
-    if (!edit->keep_tmp) {
-        platform::path_delete(edit->tmp_path);
-    }
-}
-
-static vc_handle open_existing_locked(const list_edit *edit) {
-    vc_handle file = vc_invalid_handle;
-    const platform::file_options options = {
-        .write = true, .lock = true, .when = platform::disposition::open_existing};
-    if (const uint32_t error = platform::file_open(edit->path, options, &file)) {
-        QF_ERRNO_AS(edit->operation, platform::errno_of(error));
-        return vc_invalid_handle;
-    }
-    return file;
-}
-
-// Opens both files, locked. A temporary file that an earlier edit left behind is removed; should
-// it resist, it is emptied.
-static int begin_edit(list_edit *edit, bool create_list) {
-    platform::path_delete(edit->tmp_path);
-    edit->tmp = vc_open_ex(edit->tmp_path, 1, 1, 0);
-    if (edit->tmp != vc_invalid_handle && vc_truncate(edit->tmp)) {
-        edit->list = create_list ? vc_open_ex(edit->path, 1, 1, 0) : open_existing_locked(edit);
-    }
-    if (edit->list == vc_invalid_handle) {
-        end_edit(edit);
+    if (!vc_begin_replacement(path, temporary_ending, &edit->fresh)) {
+        platform::edit_lock_release(&edit->list);
         return 0;
     }
     return 1;
 }
 
-// --- the new list in the temporary file ---
+// Puts the new list into the old one's place. Null on success.
+static const char *keep_edit(list_edit *edit) {
+    if (const uint32_t error = platform::replacement_commit(&edit->fresh, &edit->list)) {
+        QF_ERRNO_AS(edit->operation, platform::errno_of(error));
+        return list_open_failed;
+    }
+    return nullptr;
+}
+
+// A temporary file that can't be deleted does no harm: the next edit does it.
+static void end_edit(list_edit *edit) {
+    platform::replacement_end(&edit->fresh);
+    platform::edit_lock_release(&edit->list);
+}
+
+// --- the new list ---
 
 static int write_text(vc_handle file, const char *text) {
     return vc_write(file, text, static_cast<uint32_t>(std::strlen(text)));
@@ -100,13 +81,13 @@ static int write_line(vc_handle file, char *line, uint32_t length) {
     return written;
 }
 
-static int write_match(const edit_plan *plan, vc_handle tmp, char *line, uint32_t length) {
+static int write_match(const edit_plan *plan, vc_handle fresh, char *line, uint32_t length) {
     if (plan->drop_match) {
         return 1;
     }
     const int written =
-        plan->entry_line ? write_text(tmp, plan->entry_line) : write_line(tmp, line, length);
-    return written && (!plan->comment_line || write_text(tmp, plan->comment_line));
+        plan->entry_line ? write_text(fresh, plan->entry_line) : write_line(fresh, line, length);
+    return written && (!plan->comment_line || write_text(fresh, plan->comment_line));
 }
 
 static bool is_match(const edit_plan *plan, const char *line) {
@@ -117,11 +98,11 @@ static bool is_match(const edit_plan *plan, const char *line) {
     return !is_comment(pattern) && plan->matcher(pattern, plan->entry) == 0;
 }
 
-// Writes the edited lines of the list into the temporary file; *found receives whether one of them
+// Writes the edited lines of the list into the new one; *found receives whether one of them
 // matched.
 static int rewrite_lines(list_edit *edit, const edit_plan *plan, bool *found) {
     line_reader in;
-    begin_lines(&in, edit->list, longest_edited_line, false);
+    begin_lines(&in, edit->list.file, longest_edited_line, false);
     *found = false;
     bool after_match = false;
     uint32_t length = 0;
@@ -136,80 +117,13 @@ static int rewrite_lines(list_edit *edit, const edit_plan *plan, bool *found) {
         }
         after_match = is_match(plan, line);
         *found = *found || after_match;
-        written = after_match ? write_match(plan, edit->tmp, line, length)
-                              : write_line(edit->tmp, line, length);
+        written = after_match ? write_match(plan, edit->fresh.lock.file, line, length)
+                              : write_line(edit->fresh.lock.file, line, length);
     }
     if (in.error) {
         QF_ERRNO_AS(edit->operation, platform::errno_of(in.error));
     }
     return written && !in.error;
-}
-
-// --- the temporary file over the list ---
-
-// Gives a list that grows its new length beforehand, filled with empty lines, so that a full disk
-// shows before anything is overwritten. On failure the list is as it was.
-static int reserve(vc_handle list, uint32_t old_size, uint32_t new_size) {
-    if (new_size <= old_size) {
-        return 1;
-    }
-    char blank[copy_block];
-    std::memset(blank, '\n', sizeof blank);
-    if (!vc_seek(list, static_cast<int32_t>(old_size), 0)) {
-        return 0;
-    }
-    for (uint32_t size = old_size; size < new_size;) {
-        const uint32_t block = std::min(new_size - size, copy_block);
-        if (!vc_write(list, blank, block)) {
-            if (vc_seek(list, static_cast<int32_t>(old_size), 0)) {
-                vc_truncate(list);
-            }
-            return 0;
-        }
-        size += block;
-    }
-    return 1;
-}
-
-static int copy_over(list_edit *edit, uint32_t new_size) {
-    if (!vc_seek(edit->tmp, 0, 0) || !vc_seek(edit->list, 0, 0)) {
-        return 0;
-    }
-    char block[copy_block];
-    for (uint32_t left = new_size; left;) {
-        const uint32_t wanted = std::min(left, copy_block);
-        uint32_t delivered = 0;
-        if (!vc_read_nonblock(edit->tmp, block, wanted, 1, 0, &delivered) || delivered != wanted ||
-            !vc_write(edit->list, block, wanted)) {
-            return 0;
-        }
-        left -= wanted;
-    }
-    return vc_truncate(edit->list);
-}
-
-// Puts the contents of the temporary file into the list. Null on success.
-static const char *keep_edit(list_edit *edit) {
-    const uint32_t old_size = vc_filesize(edit->list);
-    const uint32_t new_size = vc_filesize(edit->tmp);
-    if (old_size > largest_list || new_size > largest_list ||
-        !reserve(edit->list, old_size, new_size)) {
-        return list_open_failed;
-    }
-    if (copy_over(edit, new_size)) {
-        return nullptr;
-    }
-    // The list is neither the old nor the new one: the temporary file, which is whole, replaces it.
-    close_if_open(&edit->list);
-    close_if_open(&edit->tmp);
-    if (const uint32_t error = platform::path_replace(edit->tmp_path, edit->path)) {
-        edit->keep_tmp = true;
-        QF_ERRNO_AS(edit->operation, platform::errno_of(error));
-        QF_ERROR_AS(edit->operation, "%s is incomplete, the whole new list is in %s", edit->path,
-                    edit->tmp_path);
-        return list_open_failed;
-    }
-    return nullptr;
 }
 
 // --- the operations ---
@@ -231,14 +145,6 @@ static const char *check_opposite(const char *directory, const char *name, const
     return listed ? list_opposite : nullptr;
 }
 
-static char *tmp_path_of(const char *operation, const char *path) {
-    char *tmp_path = nullptr;
-    if (vc_asprintf(&tmp_path, "%s.tmp", path) < 0) {
-        QF_ERRNO_AS(operation, ENOMEM);
-    }
-    return tmp_path;
-}
-
 const char *vc_add_entry(const char *directory, const char *name, const char *entry,
                          const char *comment, list_matcher matcher) {
     if (is_empty(directory) || is_empty(name) || is_empty(entry) || !matcher) {
@@ -252,24 +158,22 @@ const char *vc_add_entry(const char *directory, const char *name, const char *en
         return refused;
     }
     const heap_string path(__build_path(directory, name));
-    const heap_string tmp_path(path ? tmp_path_of(__func__, path.get()) : nullptr);
     char *entry_line = nullptr;
-    if (!tmp_path || vc_asprintf(&entry_line, "%s\n", entry) < 0) {
+    if (!path || vc_asprintf(&entry_line, "%s\n", entry) < 0) {
         return list_no_memory;
     }
     const heap_string entry_line_owner(entry_line);
     char comment_line[longest_comment + 3];
     platform::format_text(comment_line, sizeof comment_line, "\t%s\n", comment ? comment : "");
 
-    list_edit edit = {__func__,          path.get(),        tmp_path.get(),
-                      vc_invalid_handle, vc_invalid_handle, false};
+    list_edit edit = {.operation = __func__, .list = {}, .fresh = {}};
     const edit_plan plan = {.entry = entry,
                             .matcher = matcher,
                             .entry_line = entry_line,
                             .comment_line = comment ? comment_line : nullptr,
                             .drop_match = false,
                             .drop_comment = comment != nullptr};
-    if (!begin_edit(&edit, true)) {
+    if (!begin_edit(&edit, path.get(), true)) {
         return list_open_failed;
     }
     bool found = false;
@@ -278,7 +182,7 @@ const char *vc_add_entry(const char *directory, const char *name, const char *en
         message = list_open_failed;
     } else if (found != (comment != nullptr)) {
         message = found ? list_exists : list_not_found;
-    } else if (!found && !write_text(edit.tmp, entry_line)) {
+    } else if (!found && !write_text(edit.fresh.lock.file, entry_line)) {
         message = list_open_failed;
     } else {
         message = keep_edit(&edit);
@@ -294,22 +198,20 @@ const char *vc_del_entry(const char *directory, const char *name, const char *en
         return list_bad_del;
     }
     const heap_string path(__build_path(directory, name));
-    const heap_string tmp_path(path ? tmp_path_of(__func__, path.get()) : nullptr);
-    if (!tmp_path) {
+    if (!path) {
         return list_no_memory;
     }
     if (!vc_file_exists_ex(path.get(), vc_type_file)) {
         return nullptr;
     }
-    list_edit edit = {__func__,          path.get(),        tmp_path.get(),
-                      vc_invalid_handle, vc_invalid_handle, false};
+    list_edit edit = {.operation = __func__, .list = {}, .fresh = {}};
     const edit_plan plan = {.entry = entry,
                             .matcher = matcher,
                             .entry_line = nullptr,
                             .comment_line = nullptr,
                             .drop_match = keep_entry == 0,
                             .drop_comment = true};
-    if (!begin_edit(&edit, false)) {
+    if (!begin_edit(&edit, path.get(), false)) {
         return list_open_failed;
     }
     bool found = false;

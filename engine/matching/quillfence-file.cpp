@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "evidence.h"
 #include "expression_text.h"
 #include "line_reader.h"
 #include "list_line.h"
@@ -51,20 +52,39 @@ static char *lookup_path(const char *directory, const char *name) {
 
 // Opens an existing file for reading; a missing one is not created.
 static uint32_t open_for_reading(const char *path, vc_handle *file) {
-    return platform::file_open(path, {.when = platform::disposition::open_existing}, file);
+    return platform::file_open(path_to_read(path), {.when = platform::disposition::open_existing}, file);
 }
 
 // --- lookup ---
 
-// The line that matches, null when there is none.
+// Whether the list is there and open now. What is there and does not open is told.
+static bool open_list(const char *path, vc_handle *file) {
+    if (!vc_file_exists_ex(path, vc_type_file)) {
+        return false;
+    }
+    const uint32_t error = open_for_reading(path, file);
+    if (error && error != platform::error_file_not_found) {
+        tell_failure(path, error);
+    }
+    return !error;
+}
+
+// The line that matches, null when there is none. What was looked at is kept in search.
 static const char *find_line(line_reader *in, const char *value, list_matcher matcher,
-                             int *line_number) {
+                             list_search *search) {
     uint32_t length = 0;
-    *line_number = 0;
+    uint32_t number = 0;
     while (const char *const line = next_line(in, &length)) {
-        ++*line_number;
+        ++number;
         const char *const pattern = pattern_of_line(line);
-        if (!is_comment(pattern) && matcher(pattern, value) == 0) {
+        if (is_comment(pattern)) {
+            continue;
+        }
+        ++search->entries;
+        if (matcher(pattern, value) == 0) {
+            search->line = number;
+            search->entry = pattern;
+            search->by_wildcard = search->wildcards && std::strchr(pattern, '*');
             return line;
         }
     }
@@ -82,22 +102,33 @@ int __file_contains_line(const char *directory, const char *name, const char *va
         QF_ENOMEM();
         return 0;
     }
+    list_search search = {
+        .path = path.get(), .value = value, .wildcards = matcher == __wildcardmatch};
     vc_handle file = vc_invalid_handle;
-    if (!vc_file_exists_ex(path.get(), vc_type_file) || open_for_reading(path.get(), &file)) {
+    search.existed = open_list(path.get(), &file);
+    if (!search.existed) {
+        tell(&evidence_sink::searched_list, search);
         return 0;
     }
     line_reader in;
     begin_lines(&in, file, longest_line, true);
-    int line_number = 0;
-    const char *const line = find_line(&in, value, matcher, &line_number);
+    const char *const line = find_line(&in, value, matcher, &search);
     platform::file_close(file);
+    search.to_end = !in.error;
+    tell(&evidence_sink::searched_list, search);
+    if (in.error) {
+        tell_failure(path.get(), in.error);
+    }
     if (line) {
-        QF_DEBUG("%s(%s, line %d): hit [%s][%s]", __func__, path.get(), line_number, value, line);
+        QF_DEBUG("%s(%s, line %d): hit [%s][%s]", __func__, path.get(),
+                 static_cast<int>(search.line), value, line);
     }
     return line != nullptr;
 }
 
 // --- matchers ---
+
+static constexpr char match_line[] = "got a match [%s] => [%s]";
 
 int __regexmatch(const char *expression, const char *subject) {
     if (!expression || !subject) {
@@ -111,7 +142,7 @@ int __regexmatch(const char *expression, const char *subject) {
     const bool matches = trex_match(compiled, subject);
     trex_free(compiled);
     if (matches) {
-        QF_DEBUG("got a match [%s] => [%s]", subject, expression);
+        QF_DEBUG(match_line, subject, expression);
     }
     return matches ? 0 : 1;
 }
@@ -129,13 +160,42 @@ static bool is_plain(char c) {
     return plain_bytes[static_cast<unsigned char>(c)];
 }
 
-static bool same_letters(const char *a, const char *b, size_t length) {
-    for (size_t i = 0; i < length; ++i) {
-        if (to_lower(a[i]) != to_lower(b[i])) {
-            return false;
+static bool same_letter(char a, char b) {
+    return to_lower(a) == to_lower(b);
+}
+
+// For each beginning of the piece the length of its longest border: a shorter beginning that it
+// also ends in.
+static void find_borders(const char *piece, size_t length, uint16_t *borders) {
+    size_t border = 0;
+    borders[0] = 0;
+    for (size_t i = 1; i < length; ++i) {
+        while (border && !same_letter(piece[i], piece[border])) {
+            border = borders[border - 1];
+        }
+        border += same_letter(piece[i], piece[border]);
+        borders[i] = static_cast<uint16_t>(border);
+    }
+}
+
+// Where the first occurrence of a piece in the subject ends; null when there is none. Goes over
+// each once: where a beginning of the piece does not go on, its border may.
+static const char *end_of_piece(const char *piece, size_t length, const char *subject,
+                                const char *subject_end) {
+    uint16_t borders[longest_line];
+    find_borders(piece, length, borders);
+    size_t matched = 0;
+    while (subject != subject_end) {
+        while (matched && !same_letter(piece[matched], *subject)) {
+            matched = borders[matched - 1];
+        }
+        matched += same_letter(piece[matched], *subject);
+        ++subject;
+        if (matched == length) {
+            return subject;
         }
     }
-    return true;
+    return nullptr;
 }
 
 // Looks for the pieces between the stars one after another, each as far left as it goes.
@@ -154,23 +214,25 @@ static bool find_pieces(const char *pattern, const char *pattern_end, const char
             ++piece_end;
         }
         const auto length = static_cast<size_t>(piece_end - pattern);
-        while (static_cast<size_t>(subject_end - subject) >= length &&
-               !same_letters(pattern, subject, length)) {
-            ++subject;
-        }
-        if (static_cast<size_t>(subject_end - subject) < length) {
+        subject = end_of_piece(pattern, length, subject, subject_end);
+        if (!subject) {
             return false;
         }
-        subject += length;
         pattern = piece_end;
     }
 }
 
-// True when a pattern certainly does not match, so that no expression need be compiled for it: a
-// list's wildcard lines nearly all are of this kind. Says nothing (false) about a pattern with
-// operators or bytes that the engine does not compile. Of the plain ones it knows exactly what the
-// engine would answer (tests: quillfence-file, shortcut_agrees_with_the_engine).
-static bool cannot_match(const char *pattern, const char *subject) {
+namespace {
+
+enum class plain_answer : uint8_t { fails, matches, not_plain };
+
+} // namespace
+
+// The answer for a pattern of plain bytes and stars, for which no expression need be compiled: a
+// list's wildcard lines nearly all are of this kind. It is exactly what the engine would answer
+// (tests: quillfence-file, shortcut_agrees_with_the_engine). A pattern with operators or bytes that
+// the engine does not compile is not plain, nor is one that no list line has room for.
+static plain_answer match_plain(const char *pattern, const char *subject) {
     const char *first_star = nullptr;
     const char *last_star = nullptr;
     const char *end = pattern;
@@ -179,18 +241,23 @@ static bool cannot_match(const char *pattern, const char *subject) {
             first_star = first_star ? first_star : end;
             last_star = end;
         } else if (!is_plain(*end)) {
-            return false;
+            return plain_answer::not_plain;
         }
+    }
+    if (end - pattern > longest_line) {
+        return plain_answer::not_plain;
     }
     const auto head = static_cast<size_t>(first_star - pattern);
     const auto tail = static_cast<size_t>(end - last_star - 1);
-    const size_t length = std::strlen(subject);
+    const size_t length = strlen(subject);
     if (length < head + tail || !same_letters(pattern, subject, head)) {
-        return true;
+        return plain_answer::fails;
     }
     const char *const subject_tail = subject + length - tail;
-    return !same_letters(last_star + 1, subject_tail, tail) ||
-           !find_pieces(first_star, last_star + 1, subject + head, subject_tail);
+    return same_letters(last_star + 1, subject_tail, tail) &&
+                   find_pieces(first_star, last_star + 1, subject + head, subject_tail)
+               ? plain_answer::matches
+               : plain_answer::fails;
 }
 
 int __wildcardmatch(const char *pattern, const char *subject) {
@@ -198,16 +265,21 @@ int __wildcardmatch(const char *pattern, const char *subject) {
         QF_EINVAL();
         return 1;
     }
-    if (!std::strchr(pattern, '*')) {
+    if (!strchr(pattern, '*')) {
         return _stricmp(pattern, subject);
     }
-    if (cannot_match(pattern, subject)) {
+    const plain_answer answer = match_plain(pattern, subject);
+    if (answer == plain_answer::fails) {
         return 1;
     }
     const heap_string expression(expression_of_wildcards(pattern));
     if (!expression) {
         QF_ENOMEM();
         return 1;
+    }
+    if (answer == plain_answer::matches) {
+        QF_DEBUG_AS("__regexmatch", match_line, subject, expression.get());
+        return 0;
     }
     return __regexmatch(expression.get(), subject);
 }
@@ -227,7 +299,7 @@ int vc_file_to_int(const char *directory, const char *name) {
         QF_DEBUG("file %s does not exist", path.get());
         return 0;
     }
-    const heap_string contents(vc_file_get_contents_ex(path.get(), nullptr));
+    const heap_string contents(vc_existing_contents(path.get(), nullptr));
     if (!contents) {
         QF_DEBUG("failed to retrieve contents of file %s", path.get());
         return 0;
@@ -249,7 +321,7 @@ vc_list_entry *vc_file_to_list(const char *directory, const char *name) {
     }
     QF_DEBUG("loading contents of file %s", path.get());
     uint64_t size = 0;
-    const heap_string contents(vc_file_get_contents_ex(path.get(), &size));
+    const heap_string contents(vc_existing_contents(path.get(), &size));
     if (!contents) {
         return nullptr;
     }

@@ -65,13 +65,15 @@ int vc_iterate_file(const char *directory, const char *name, line_callback callb
 
 // The list editor. Both operations return null on success, else one of the fixed messages below.
 //
-// An edited list is written anew, with LF line ends: first as "<list>.tmp", which is then copied
-// over the list and deleted. Both files are opened locked, so that of two editors of one list the
-// second gets "Error opening file"; so does one whose disk is full or whose file can't be read or
-// written, after an ERROR line that tells the reason. The list is then as it was. Should the copy
-// break off halfway, the temporary file takes the list's place; should that fail too, it stays, and
-// the ERROR line "%s is incomplete, the whole new list is in %s" says so. Put it in the list's
-// place before the next edit, which would remove it.
+// An edited list is written anew, with LF line ends, as "<list>.tmp" (a leftover of that name is
+// deleted), brought to stable storage, and takes the list's place in one step, with its owner and
+// rights; of a symbolic link the file that it leads to is replaced. A lookup at any moment, also
+// after a kill or without power, finds the old list or the new one. The list stays locked from the
+// beginning to the end: a second editor waits for a second at most, and then gets "Error opening
+// file"; so does one whose disk is full or whose file can't be read or written, after an ERROR line
+// that tells the reason. The list is then as it was, and a missing one may have become an empty
+// one. The one failure that leaves it open which list is there after a loss of power is that of
+// bringing the folder to stable storage.
 //
 // Matching is that of the lookup: comments never match. A line that begins with a TAB belongs to
 // the entry above it as that entry's comment, and does not match either.

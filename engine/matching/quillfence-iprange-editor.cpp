@@ -3,7 +3,10 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <memory>
+#include <utility>
 
+#include "platform/edit.h"
 #include "platform/error_numbers.h"
 #include "quillfence-iprange-file.h"
 #include "vc_log.h"
@@ -26,6 +29,138 @@ static int fail(const char **error, const char *text) {
     return 0;
 }
 
+// --- opening for an edit ---
+
+static constexpr char temporary_ending[] = ".new";
+static constexpr char backup_ending[] = ".bak";
+
+// A range file that is being edited: locked, and open in file.file. Released by end_edit.
+struct range_edit {
+    const char *operation; // for log lines
+    platform::edit_lock lock;
+    range_file file;
+};
+
+static void end_edit(range_edit *edit) {
+    platform::edit_lock_release(&edit->lock);
+    std::free(edit->file.path);
+    std::free(edit);
+}
+
+struct range_edit_ender {
+    void operator()(range_edit *edit) const {
+        end_edit(edit);
+    }
+};
+using range_edit_ptr = std::unique_ptr<range_edit, range_edit_ender>;
+
+// 1, or 0 after the ERROR line for a new file that could not take the place.
+static int has_replaced(const range_edit *edit, uint32_t error) {
+    if (error) {
+        QF_ERROR_AS(edit->operation, "Failed to rename %s%s to %s: %s", edit->file.path,
+                    temporary_ending, edit->file.path, text_of(error));
+    }
+    return error == 0;
+}
+
+// A new string; null with an ERROR line without memory.
+static char *path_with_ending(const char *operation, const char *path, const char *ending) {
+    char *made = nullptr;
+    if (vc_asprintf(&made, "%s%s", path, ending) < 0) {
+        QF_ERRNO_AS(operation, ENOMEM);
+        return nullptr;
+    }
+    return made;
+}
+
+static int rename_backup(const char *operation, const char *backup, const char *path) {
+    uint32_t error = platform::path_rename(backup, path);
+    if (error == platform::error_file_not_found || error == platform::error_already_exists) {
+        return 1; // there is none, or another editor was faster
+    }
+    if (!error) {
+        QF_ERROR_AS(operation, "file %s was missing and has been restored from %s", path, backup);
+        error = platform::path_sync_folder(path);
+    }
+    if (error) {
+        QF_ERROR_AS(operation, "Failed to rename %s to %s: %s", backup, path, text_of(error));
+    }
+    return error == 0;
+}
+
+// Puts a backup back whose range file is gone. Replacements leave no such thing, but an editor that
+// moved the range file away before it moved the new one in did, when it was killed in between.
+static int restore_backup(const char *operation, const char *path) {
+    char target[platform::longest_replaced_path];
+    if (vc_file_exists_ex(path, vc_type_file) ||
+        platform::path_target(path, target, sizeof target)) {
+        return 1; // it is there, or opening it will tell what is wrong
+    }
+    const heap_string backup(path_with_ending(operation, target, backup_ending));
+    if (!backup || !vc_file_exists_ex(backup.get(), vc_type_file)) {
+        return backup != nullptr;
+    }
+    return rename_backup(operation, backup.get(), target);
+}
+
+static int lock_file(range_edit *edit, bool create) {
+    if (!vc_open_edit(edit->file.path, create, &edit->lock)) {
+        return 0;
+    }
+    edit->file.file = edit->lock.file;
+    return 1;
+}
+
+// Puts a file without records into the place of one that is none, and locks that.
+static int begin_anew(range_edit *edit) {
+    platform::replacement fresh;
+    if (!vc_begin_replacement(edit->file.path, temporary_ending, &fresh)) {
+        return 0;
+    }
+    range_file to = {fresh.lock.file, {}, fresh.temporary}; // all borrowed
+    int begun = __reset_range_file(&to);
+    if (begun) {
+        begun = has_replaced(edit, platform::replacement_commit(&fresh, &edit->lock));
+    }
+    platform::replacement_end(&fresh);
+    platform::edit_lock_release(&edit->lock);
+    return begun && lock_file(edit, false) &&
+           __look_at_range_header(&edit->file) == range_header::valid;
+}
+
+static int lock_and_read(range_edit *edit, bool initialise) {
+    if (!lock_file(edit, initialise)) {
+        return 0;
+    }
+    switch (__look_at_range_header(&edit->file)) {
+    case range_header::valid:
+        return 1;
+    case range_header::unread:
+        return 0;
+    case range_header::invalid:
+        break;
+    }
+    return initialise ? begin_anew(edit) : __refuse_range_file(&edit->file);
+}
+
+// Locks a range file and reads its header. initialise: it is created when missing, and gets a fresh
+// header when it has no valid one. Null when there is no usable file; silently when it is missing.
+static range_edit_ptr begin_edit(const char *operation, const char *directory, const char *name,
+                                 bool initialise) {
+    heap_string path(__range_path(directory, name));
+    if (!path || !restore_backup(operation, path.get()) ||
+        (!initialise && !vc_file_exists_ex(path.get(), vc_type_file))) {
+        return nullptr;
+    }
+    range_edit_ptr edit(static_cast<range_edit *>(std::calloc(1, sizeof(range_edit))));
+    if (!edit) {
+        QF_ERRNO_AS(operation, ENOMEM);
+        return nullptr;
+    }
+    *edit = {operation, {}, {vc_invalid_handle, {}, path.release()}};
+    return lock_and_read(edit.get(), initialise) ? std::move(edit) : nullptr;
+}
+
 // --- adding ---
 
 static void make_record(unsigned char *record, const qf_ip_range *range, const char *comment) {
@@ -43,155 +178,92 @@ static int32_t place_of_record(uint32_t index) {
     return place > INT32_MAX - int32_t{range_record_size} ? -1 : static_cast<int32_t>(place);
 }
 
-// Writes a record over the one at place; puts the old one back when that fails.
-static int overwrite_record(range_file *file, int32_t place, const unsigned char *record) {
-    unsigned char old[range_record_size];
-    uint32_t delivered = 0;
-    if (!vc_seek(file->file, place, 0) ||
-        !vc_read_nonblock(file->file, old, sizeof old, 1, 0, &delivered) ||
-        delivered != sizeof old || !vc_seek(file->file, place, 0)) {
+static int shorten_to(const range_file *file, int32_t size) {
+    return vc_seek(file->file, size, 0) && vc_truncate(file->file);
+}
+
+// To stable storage, as far as it is written.
+static int sync_file(const range_edit *edit) {
+    if (const uint32_t error = platform::file_sync(edit->file.file)) {
+        QF_ERROR_AS(edit->operation, "Failed to sync %s: %s", edit->file.path, text_of(error));
         return 0;
     }
-    if (vc_write(file->file, record, range_record_size)) {
+    return 1;
+}
+
+// Cuts the bytes behind the counted records, which an add that was killed may have left: counted,
+// they would be records.
+static int cut_uncounted(const range_edit *edit, int32_t place) {
+    const int32_t end = vc_seek(edit->file.file, 0, 2) ? vc_tell(edit->file.file) : -1;
+    if (end == place) {
         return 1;
     }
-    if (vc_seek(file->file, place, 0)) {
-        vc_write(file->file, old, sizeof old);
+    if (end < place || !shorten_to(&edit->file, place)) {
+        return 0;
     }
-    return 0;
+    QF_DEBUG_AS(edit->operation, "file %s had %d bytes behind its records, which are cut",
+                edit->file.path, static_cast<int>(end - place));
+    return 1;
 }
 
-static void shorten_to(range_file *file, int32_t size) {
-    if (vc_seek(file->file, size, 0)) {
-        vc_truncate(file->file);
+static int write_count(range_edit *edit, uint32_t count) {
+    edit->file.header.count = count;
+    return __write_range_header(&edit->file) && sync_file(edit);
+}
+
+// Deletes what a killed edit left beside a range file that is whole. What resists does no harm.
+static void delete_leftovers(const range_edit *edit) {
+    char target[platform::longest_replaced_path];
+    char left[platform::longest_replaced_path];
+    if (platform::path_target(edit->file.path, target, sizeof target)) {
+        return;
+    }
+    for (const char *const ending : {temporary_ending, backup_ending}) {
+        if (platform::format_text(left, sizeof left, "%s%s", target, ending) > 0) {
+            platform::path_delete(left);
+        }
     }
 }
 
-// Writes a record at the end of the file and counts it. Null on success, else the error text.
-// A file with bytes behind its counted records, as a crash may leave them, is refused: the new
-// record would lie behind them and not be found, and they would be counted in its stead.
-static const char *append_record(const char *operation, range_file *file,
-                                 const unsigned char *record) {
-    const int32_t place = place_of_record(file->header.count);
-    const int32_t end = vc_seek(file->file, 0, 2) ? vc_tell(file->file) : -1;
-    if (place < 0 || end < 0) {
+// Writes a record behind the counted ones, and then counts it: each of the two is on stable storage
+// before the next step. Null on success, else the error text; then the record is cut again, unless
+// it may be counted.
+static const char *append_record(range_edit *edit, const unsigned char *record) {
+    const uint32_t count = edit->file.header.count;
+    const int32_t place = place_of_record(count);
+    if (place < 0 || !cut_uncounted(edit, place) || !vc_seek(edit->file.file, place, 0)) {
         return range_write_failed;
     }
-    if (end != place) {
-        QF_ERROR_AS(operation, "file %s is corrupt", file->path);
-        return range_traverse_failed;
+    const bool is_there = vc_write(edit->file.file, record, range_record_size) && sync_file(edit);
+    if (is_there && write_count(edit, count + 1)) {
+        delete_leftovers(edit);
+        return nullptr;
     }
-    if (!vc_write(file->file, record, range_record_size)) {
-        shorten_to(file, place);
-        return range_write_failed;
+    if (!is_there || write_count(edit, count)) {
+        shorten_to(&edit->file, place);
     }
-    ++file->header.count;
-    if (!__write_range_header(file)) {
-        --file->header.count;
-        __write_range_header(file);
-        shorten_to(file, place);
-        return range_write_failed;
-    }
-    return nullptr;
-}
-
-static const char *put_record(const char *operation, range_file *file, const qf_ip_range *range,
-                              const char *comment) {
-    if (is_legacy(file)) {
-        return range_legacy;
-    }
-    if (!qf_valid_ip_range(range)) {
-        return range_invalid;
-    }
-    unsigned char record[range_record_size];
-    make_record(record, range, comment);
-    uint32_t index = 0;
-    switch (__find_range(operation, file, range, &index)) {
-    case range_search::failed:
-        return range_traverse_failed;
-    case range_search::absent:
-        return append_record(operation, file, record);
-    case range_search::found:
-        break;
-    }
-    if (is_empty(comment)) {
-        return range_exists;
-    }
-    const int32_t place = place_of_record(index);
-    const bool written =
-        place >= 0 && overwrite_record(file, place, record) && __write_range_header(file);
-    return written ? nullptr : range_write_failed;
-}
-
-int ipr_add(const char *directory, const char *name, const char *low, const char *high,
-            const char *comment, const char **error) {
-    fail(error, nullptr);
-    qf_ip_range range = {};
-    if (!__sane_ip(low, &range.low) || !__sane_ip(high, &range.high) ||
-        (comment && std::strlen(comment) > longest_range_comment)) {
-        return fail(error, range_bad_arguments);
-    }
-    const range_file_ptr file(__open_range_file(directory, name, 1, 1));
-    if (!file) {
-        return fail(error, range_open_failed);
-    }
-    const char *const text = put_record(__func__, file.get(), &range, comment);
-    return text ? fail(error, text) : 1;
+    return range_write_failed;
 }
 
 // --- a file that is to replace another one ---
 
-static void close_file(range_file *file) {
-    if (file->file != vc_invalid_handle) {
-        vc_close(file->file);
-        file->file = vc_invalid_handle;
-    }
-}
+// What becomes of the records on their way into the new file.
+struct record_change {
+    const qf_ip_range *left_out;   // records of this range are not copied; null for none
+    const unsigned char *in_place; // the record that is written instead of the one
+    uint32_t index;                // of this number; null for none
+};
 
-// Deletes a temporary file if it is there. It must be closed: an open one can't be deleted
-// everywhere.
-static void __remove_temporary(const char *path) {
-    if (!vc_file_exists_ex(path, vc_type_file)) {
-        return;
-    }
-    if (const uint32_t error = platform::path_delete(path)) {
-        QF_ERROR("Error removing file %s: %s", path, text_of(error));
-    }
-}
-
-// A fresh "<name>.new" beside a range file that is locked, so that it is nobody else's. Null with
-// the error text in *text.
-static range_file_ptr create_temporary(const char *operation, const char *directory,
-                                       const char *name, const char **text) {
-    char *new_name = nullptr;
-    if (vc_asprintf(&new_name, "%s.new", name) < 0) {
-        QF_ERRNO_AS(operation, ENOMEM);
-        *text = range_no_memory;
-        return nullptr;
-    }
-    const heap_string new_name_owner(new_name);
-    const heap_string path(__range_path(directory, new_name));
-    if (!path) {
-        *text = range_no_memory;
-        return nullptr;
-    }
-    range_file_ptr file(__open_range_file(directory, new_name, 1, 1));
-    if (!file) {
-        *text = range_open_failed;
-    } else if (!__reset_range_file(file.get())) { // one of an interrupted edit may have records
-        *text = range_write_failed;
-    } else {
-        return file;
-    }
-    file.reset();
-    __remove_temporary(path.get());
-    return nullptr;
+static bool is_left_out(const record_change *change, const qf_ip_range *range) {
+    return change->left_out && range->low == change->left_out->low &&
+           range->high == change->left_out->high;
 }
 
 // Copies the records of one file behind the header of another, those of a legacy file with empty
-// comments, without those of the range left_out (null: all). Null on success, else the error text.
-static const char *copy_records(const char *operation, const range_file *from, range_file *to,
-                                const qf_ip_range *left_out) {
+// comments. Null on success, else the error text.
+static const char *copy_records(const range_edit *edit, range_file *to,
+                                const record_change *change) {
+    const range_file *const from = &edit->file;
     record_reader in;
     __begin_records(&in, from->file, is_legacy(from) ? legacy_record_size : range_record_size,
                     from->header.count);
@@ -202,15 +274,16 @@ static const char *copy_records(const char *operation, const range_file *from, r
         uint32_t size = 0;
         const unsigned char *const bytes = __next_record(&in, &size);
         if (size < in.record_size) {
-            QF_ERROR_AS(operation, "file %s is corrupt", from->path);
+            QF_ERROR_AS(edit->operation, "file %s is corrupt", from->path);
             return range_read_failed;
         }
         const qf_ip_range range = __range_of_record(bytes);
-        if (left_out && range.low == left_out->low && range.high == left_out->high) {
+        if (is_left_out(change, &range)) {
             continue;
         }
         unsigned char record[range_record_size] = {};
-        std::memcpy(record, bytes, size);
+        const bool exchanged = change->in_place && i == change->index;
+        std::memcpy(record, exchanged ? change->in_place : bytes, exchanged ? sizeof record : size);
         if (!vc_write(to->file, record, sizeof record)) {
             return range_write_failed;
         }
@@ -219,69 +292,119 @@ static const char *copy_records(const char *operation, const range_file *from, r
     return __write_range_header(to) ? nullptr : range_write_failed;
 }
 
-static int rename_file(const char *operation, const char *from, const char *to) {
-    if (const uint32_t error = platform::path_rename(from, to)) {
-        QF_ERROR_AS(operation, "Failed to rename %s to %s: %s", from, to, text_of(error));
-        return 0;
+// The old contents as "<path>.bak" beside the range file, so that they are there whatever becomes
+// of the replacement. *backup receives the path; null where there are no links. Null on success,
+// else the error text.
+static const char *keep_backup(const range_edit *edit, const char *path, heap_string *backup) {
+    backup->reset(path_with_ending(edit->operation, path, backup_ending));
+    if (!*backup) {
+        return range_no_memory;
     }
-    return 1;
-}
-
-// Puts the closed file new_path in the place of the closed file path by way of backup_path. Null
-// on success, else the error text; then the old file is in its place.
-static const char *swap_files(const char *operation, const char *path, const char *new_path,
-                              const char *backup_path) {
-    if (vc_file_exists_ex(backup_path, vc_type_file)) {
-        if (const uint32_t error = platform::path_delete(backup_path)) {
-            QF_ERROR_AS(operation, "Failed to remove old backup file %s: %s", backup_path,
-                        text_of(error));
-            return range_old_backup;
-        }
+    uint32_t error = platform::path_delete(backup->get());
+    if (error && error != platform::error_file_not_found) {
+        QF_ERROR_AS(edit->operation, "Failed to remove old backup file %s: %s", backup->get(),
+                    text_of(error));
+        return range_old_backup;
     }
-    if (!rename_file(operation, path, backup_path)) {
+    error = platform::path_link(path, backup->get());
+    if (error == platform::error_not_supported) {
+        backup->reset();
+    } else if (error) {
+        QF_ERROR_AS(edit->operation, "Failed to link %s to %s: %s", path, backup->get(),
+                    text_of(error));
         return range_write_failed;
-    }
-    if (!rename_file(operation, new_path, path)) {
-        if (!rename_file(operation, backup_path, path)) {
-            platform::path_copy(backup_path, path);
-        }
-        return range_write_failed;
-    }
-    if (const uint32_t error = platform::path_delete(backup_path)) {
-        QF_ERROR_AS(operation, "Failed to remove backup file %s: %s", backup_path, text_of(error));
     }
     return nullptr;
 }
 
-// Replaces a range file by a copy of its records, without those of the range left_out (null: all).
-// Closes the file. Null on success, else the error text.
-static const char *replace_file(const char *operation, range_file *file, const char *directory,
-                                const char *name, const qf_ip_range *left_out) {
-    const char *text = nullptr;
-    const range_file_ptr replacement = create_temporary(operation, directory, name, &text);
-    if (!replacement) {
+static void remove_backup(const range_edit *edit, const heap_string &backup) {
+    const uint32_t error = backup ? platform::path_delete(backup.get()) : 0;
+    if (error) {
+        QF_ERROR_AS(edit->operation, "Failed to remove backup file %s: %s", backup.get(),
+                    text_of(error));
+    }
+}
+
+// Puts the whole new file into the old one's place. Null on success, else the error text.
+static const char *swap_files(range_edit *edit, platform::replacement *fresh) {
+    heap_string backup;
+    platform::edit_lock_close_file(&edit->lock); // a name of an open file may resist its deletion
+    if (const char *const text = keep_backup(edit, fresh->path, &backup)) {
         return text;
     }
-    text = copy_records(operation, file, replacement.get(), left_out);
-    char *backup_path = nullptr;
-    if (!text && vc_asprintf(&backup_path, "%s.bak", file->path) < 0) {
-        QF_ERRNO_AS(operation, ENOMEM);
-        text = range_no_memory;
+    const int replaced = has_replaced(edit, platform::replacement_commit(fresh, &edit->lock));
+    remove_backup(edit, backup);
+    return replaced ? nullptr : range_write_failed;
+}
+
+static const char *write_and_swap(range_edit *edit, platform::replacement *fresh,
+                                  const record_change *change) {
+    range_file to = {fresh->lock.file, {}, fresh->temporary}; // all borrowed
+    if (!__reset_range_file(&to)) {
+        return range_write_failed;
     }
-    const heap_string backup_path_owner(backup_path);
-    if (!text) {
-        close_file(file); // an open file can't be renamed everywhere
-        close_file(replacement.get());
-        text = swap_files(operation, file->path, replacement->path, backup_path);
+    const char *const text = copy_records(edit, &to, change);
+    return text ? text : swap_files(edit, fresh);
+}
+
+// Replaces a range file by a changed copy of its records. Null on success, else the error text.
+static const char *replace_file(range_edit *edit, const record_change *change) {
+    platform::replacement fresh;
+    if (!vc_begin_replacement(edit->file.path, temporary_ending, &fresh)) {
+        return range_open_failed;
     }
-    if (text) {
-        close_file(replacement.get());
-        __remove_temporary(replacement->path);
+    const char *const text = write_and_swap(edit, &fresh, change);
+    if (const uint32_t error = platform::replacement_end(&fresh)) {
+        QF_ERROR_AS("__remove_temporary", "Error removing file %s: %s", fresh.temporary,
+                    text_of(error));
     }
     return text;
 }
 
-// --- removing and converting ---
+// --- the operations ---
+
+// A comment is changed in a new file, since a record that is overwritten may be torn when the power
+// goes.
+static const char *put_record(range_edit *edit, const qf_ip_range *range, const char *comment) {
+    if (is_legacy(&edit->file)) {
+        return range_legacy;
+    }
+    if (!qf_valid_ip_range(range)) {
+        return range_invalid;
+    }
+    unsigned char record[range_record_size];
+    make_record(record, range, comment);
+    uint32_t index = 0;
+    switch (__find_range(edit->operation, &edit->file, range, &index)) {
+    case range_search::failed:
+        return range_traverse_failed;
+    case range_search::absent:
+        return append_record(edit, record);
+    case range_search::found:
+        break;
+    }
+    if (is_empty(comment)) {
+        return range_exists;
+    }
+    const record_change change = {.left_out = nullptr, .in_place = record, .index = index};
+    return replace_file(edit, &change);
+}
+
+int ipr_add(const char *directory, const char *name, const char *low, const char *high,
+            const char *comment, const char **error) {
+    fail(error, nullptr);
+    qf_ip_range range = {};
+    if (!__sane_ip(low, &range.low) || !__sane_ip(high, &range.high) ||
+        (comment && std::strlen(comment) > longest_range_comment)) {
+        return fail(error, range_bad_arguments);
+    }
+    const range_edit_ptr edit = begin_edit(__func__, directory, name, true);
+    if (!edit) {
+        return fail(error, range_open_failed);
+    }
+    const char *const text = put_record(edit.get(), &range, comment);
+    return text ? fail(error, text) : 1;
+}
 
 int ipr_del_range_from_file(const char *directory, const char *name, const char *low,
                             const char *high, const char **error) {
@@ -290,40 +413,58 @@ int ipr_del_range_from_file(const char *directory, const char *name, const char 
     if (!__sane_ip(low, &range.low) || !__sane_ip(high, &range.high)) {
         return fail(error, range_bad_arguments); // kept on purpose: the text of ipr_add
     }
-    const range_file_ptr file(__open_range_file(directory, name, 1, 0));
-    if (!file) {
+    const range_edit_ptr edit = begin_edit(__func__, directory, name, false);
+    if (!edit) {
         return fail(error, range_open_failed);
     }
-    if (is_legacy(file.get())) {
+    if (is_legacy(&edit->file)) {
         return fail(error, range_legacy);
     }
     uint32_t index = 0;
-    switch (__find_range(__func__, file.get(), &range, &index)) {
+    switch (__find_range(__func__, &edit->file, &range, &index)) {
     case range_search::failed:
         return fail(error, range_read_failed);
     case range_search::absent:
-        QF_DEBUG("file %s does not contain range %s-%s - nothing to remove", file->path, low, high);
+        QF_DEBUG("file %s does not contain range %s-%s - nothing to remove", edit->file.path, low,
+                 high);
         return 0;
     case range_search::found:
         break;
     }
-    const char *const text = replace_file(__func__, file.get(), directory, name, &range);
+    const record_change change = {.left_out = &range, .in_place = nullptr, .index = 0};
+    const char *const text = replace_file(edit.get(), &change);
     return text ? fail(error, text) : 1;
+}
+
+// Whether a file is usable and whether it is in the legacy version; neither needs the right to
+// write.
+static bool looked_at(const char *directory, const char *name, bool *legacy) {
+    const range_file_ptr file(__open_range_file(directory, name, 0, 0));
+    *legacy = file && is_legacy(file.get());
+    return file != nullptr;
 }
 
 int ipr_convert_file(const char *directory, const char *name) {
     const heap_string path(__range_path(directory, name));
-    if (!path) {
+    if (!path || !restore_backup(__func__, path.get())) {
         return 0;
     }
     if (!vc_file_exists_ex(path.get(), vc_type_file)) {
         return 1;
     }
-    const range_file_ptr file(__open_range_file(directory, name, 1, 0));
-    if (!file) {
+    bool legacy = false;
+    if (!looked_at(directory, name, &legacy)) {
         return 0;
     }
-    return !is_legacy(file.get()) || !replace_file(__func__, file.get(), directory, name, nullptr);
+    if (!legacy) {
+        return 1;
+    }
+    const range_edit_ptr edit = begin_edit(__func__, directory, name, false);
+    if (!edit) {
+        return 0;
+    }
+    const record_change unchanged = {.left_out = nullptr, .in_place = nullptr, .index = 0};
+    return !is_legacy(&edit->file) || !replace_file(edit.get(), &unchanged);
 }
 
 } // namespace quillfence

@@ -38,6 +38,14 @@ char *__range_path(const char *directory, const char *name);
 // together with write: the file is created when missing, and gets a fresh header when it has no
 // valid one; otherwise a missing file gives null silently.
 range_file *__open_range_file(const char *directory, const char *name, int write, int initialise);
+enum class range_header : uint8_t { valid, invalid, unread };
+
+// Reads the header of a file just opened into file->header. A file shorter than a header has an
+// invalid one.
+range_header __look_at_range_header(range_file *file);
+// Tells in __open_range_file's name that a file with an invalid header is not used: a DEBUG line
+// for one shorter than a header, else the ERROR line "file %s is corrupt". Returns 0.
+int __refuse_range_file(const range_file *file);
 // Closes (unless it is closed already) and frees; null is accepted.
 void __close_range_file(range_file *file);
 struct range_file_closer {
@@ -66,6 +74,7 @@ struct record_reader {
 void __begin_records(record_reader *in, vc_handle file, uint32_t record_size, uint32_t count);
 // The next record, valid until the next call. *size receives its bytes: fewer than a record's at
 // the end of the file, or when a read failed.
+// ERROR line: "Failed to read range records: error code %d", for a read that failed.
 const unsigned char *__next_record(record_reader *in, uint32_t *size);
 
 qf_ip_range __range_of_record(const unsigned char *record);

@@ -5,7 +5,9 @@
 #include <cstring>
 
 #include "byte_cursor.h"
+#include "evidence.h"
 #include "quillfence-iprange-file.h"
+#include "read_ahead.h"
 #include "vc_dns.h"
 #include "vc_log.h"
 #include "vc_rfc.h"
@@ -19,6 +21,8 @@ static constexpr char module_name[] = "quillfence-iprange";
 static constexpr uint32_t any_address = 0;                // 0.0.0.0
 static constexpr uint32_t broadcast_address = 0xFFFFFFFF; // 255.255.255.255
 static constexpr int range_level = 2;                     // every range lies in one /16
+
+static constexpr char corrupt[] = "the file is corrupt"; // to whoever asks
 
 // --- arithmetic ---
 
@@ -180,23 +184,24 @@ static int read_header(range_file *file) {
 
 static constexpr char open_operation[] = "__open_range_file";
 
-// 1 when the file just opened has a usable header, or has got one.
-static int take_header(range_file *file, bool initialise) {
+range_header __look_at_range_header(range_file *file) {
+    if (vc_filesize(file->file) < range_header_size) {
+        return range_header::invalid;
+    }
+    if (!read_header(file)) {
+        return range_header::unread;
+    }
+    return ipr_valid_file_header(&file->header) ? range_header::valid : range_header::invalid;
+}
+
+int __refuse_range_file(const range_file *file) {
     const uint32_t size = vc_filesize(file->file);
-    if (size >= range_header_size) {
-        if (!read_header(file)) {
-            return 0;
-        }
-        if (ipr_valid_file_header(&file->header)) {
-            return 1;
-        }
-    }
-    if (initialise) {
-        return __reset_range_file(file);
-    }
     if (!size) {
         QF_DEBUG_AS(open_operation, "zero byte file on non initializing operation");
-    } else if (size < range_header_size) {
+        return 0;
+    }
+    tell_failure(file->path, 0, corrupt);
+    if (size < range_header_size) {
         QF_DEBUG_AS(open_operation, "file %s is corrupt", file->path);
     } else {
         QF_ERROR_AS(open_operation, "file %s is corrupt", file->path);
@@ -204,10 +209,27 @@ static int take_header(range_file *file, bool initialise) {
     return 0;
 }
 
+// 1 when the file just opened has a usable header, or has got one.
+static int take_header(range_file *file, bool initialise) {
+    switch (__look_at_range_header(file)) {
+    case range_header::valid:
+        return 1;
+    case range_header::unread:
+        return 0;
+    case range_header::invalid:
+        break;
+    }
+    return initialise ? __reset_range_file(file) : __refuse_range_file(file);
+}
+
 range_file *__open_range_file(const char *directory, const char *name, int write, int initialise) {
     const bool initialising = write && initialise;
     heap_string path(__range_path(directory, name));
-    if (!path || (!initialising && !vc_file_exists_ex(path.get(), vc_type_file))) {
+    if (!path) {
+        return nullptr;
+    }
+    if (!initialising && !vc_file_exists_ex(path.get(), vc_type_file)) {
+        tell(&evidence_sink::searched_ranges, {.path = path.get()});
         return nullptr;
     }
     range_file_ptr file(static_cast<range_file *>(std::calloc(1, sizeof(range_file))));
@@ -216,7 +238,7 @@ range_file *__open_range_file(const char *directory, const char *name, int write
         return nullptr;
     }
     file->path = path.release();
-    file->file = vc_open_ex(file->path, write, write, 0);
+    file->file = write ? vc_open_ex(file->path, write, write, 0) : vc_open_existing(file->path);
     if (file->file == vc_invalid_handle || !take_header(file.get(), initialising)) {
         return nullptr;
     }
@@ -246,16 +268,17 @@ void __begin_records(record_reader *in, vc_handle file, uint32_t record_size, ui
 
 // Reads until the piece is full or nothing is left.
 static void fill(record_reader *in) {
-    const uint32_t left = in->end - in->begin;
-    std::memmove(in->piece, in->piece + in->begin, left);
-    in->begin = 0;
-    in->end = left;
+    move_rest_to_front(in->piece, &in->begin, &in->end);
     while (in->unread && in->end < sizeof in->piece) {
         const uint64_t room = std::min<uint64_t>(sizeof in->piece - in->end, in->unread);
         uint32_t moved = 0;
-        if (platform::file_read(in->file, in->piece + in->end, static_cast<uint32_t>(room),
-                                &moved) ||
-            !moved) {
+        const uint32_t error =
+            platform::file_read(in->file, in->piece + in->end, static_cast<uint32_t>(room), &moved);
+        if (error) {
+            QF_ERROR_AS("__next_record", "Failed to read range records: error code %d",
+                        static_cast<int>(error));
+        }
+        if (error || !moved) {
             in->unread = 0;
             return;
         }
@@ -304,8 +327,23 @@ range_search __find_range(const char *operation, const range_file *file, const q
 
 // --- the searches ---
 
+// Keeps the record that contains the address; its comment is cut at the first NUL.
+static void keep_record(range_lookup *lookup, const qf_ip_range &range, const unsigned char *record,
+                        uint32_t size, char (&comment)[longest_range_comment + 1]) {
+    comment[0] = '\0';
+    if (size >= range_record_size) {
+        std::memcpy(comment, record + legacy_record_size, longest_range_comment);
+        comment[longest_range_comment] = '\0';
+    }
+    lookup->record = lookup->records;
+    lookup->low = range.low;
+    lookup->high = range.high;
+    lookup->comment = comment;
+}
+
 // Whether one of the file's records contains the address.
-static int search_records(const char *operation, const range_file *file, uint32_t address) {
+static int search_records(const char *operation, const range_file *file, uint32_t address,
+                          range_lookup *lookup, char (&comment)[longest_range_comment + 1]) {
     record_reader in;
     __begin_records(&in, file->file, range_record_size, file->header.count);
     for (uint32_t i = 0; i < file->header.count; ++i) {
@@ -313,15 +351,19 @@ static int search_records(const char *operation, const range_file *file, uint32_
         const unsigned char *const record = __next_record(&in, &size);
         if (size < legacy_record_size) {
             QF_ERROR_AS(operation, "file %s is corrupt", file->path);
+            tell_failure(file->path, 0, corrupt);
             return 0;
         }
         const qf_ip_range range = __range_of_record(record);
         if (!qf_valid_ip_range(&range)) {
             QF_ERROR_AS(operation, "file %s has an invalid range - treating as corrupt",
                         file->path);
+            tell_failure(file->path, 0, corrupt);
             return 0;
         }
+        ++lookup->records;
         if (qf_ip_in_range(address, &range)) {
+            keep_record(lookup, range, record, size, comment);
             return 1;
         }
     }
@@ -334,7 +376,14 @@ int file_contains_ip_range_match(const char *name, const char *address, const ch
         return 0;
     }
     const range_file_ptr file(__open_range_file(directory, name, 0, 0));
-    return file ? search_records(__func__, file.get(), binary) : 0;
+    if (!file) {
+        return 0;
+    }
+    char comment[longest_range_comment + 1];
+    range_lookup lookup = {.path = file->path, .value = address, .existed = true};
+    const int contained = search_records(__func__, file.get(), binary, &lookup, comment);
+    tell(&evidence_sink::searched_ranges, lookup);
+    return contained;
 }
 
 static constexpr char contains_operation[] = "ipr_file_contains_range";
@@ -373,7 +422,7 @@ int ipr_file_contains_range(const char *path, const char *low, const char *high,
         !vc_file_exists_ex(path, vc_type_file)) {
         return 0;
     }
-    range_file file = {vc_open_ex(path, 0, 0, 0), {}, const_cast<char *>(path)}; // path is borrowed
+    range_file file = {vc_open_existing(path), {}, const_cast<char *>(path)}; // path is borrowed
     if (file.file == vc_invalid_handle) {
         return 0;
     }

@@ -48,7 +48,8 @@ int ipr_valid_file_header(const ipr_file_header *header);
 
 // Whether a record of the file contains the address: 1, or 0 on any problem. A missing file is an
 // empty one, silently, and is not created.
-// ERROR lines: "file %s is corrupt" for a bad header or fewer records than the header says, "file
+// ERROR lines: "file %s is corrupt" for a bad header or fewer records than the header says (behind
+// "Failed to read range records: error code %d" when a read failed), "file
 // %s has an invalid range - treating as corrupt" (the search ends there), ENOMEM. DEBUG lines:
 // "zero byte file on non initializing operation", "file %s is corrupt" for less than a header.
 // Kept on purpose: records are taken as 264 bytes each also in a legacy file, and a last record of
@@ -64,9 +65,26 @@ int ipr_file_contains_range(const char *path, const char *low, const char *high,
 
 // --- editing ---
 //
-// An edit holds the file locked; of two editors of one file the second gets "Error opening file".
-// An edit that fails leaves the old contents, but for a file that ipr_add begins anew. The text in
-// *error (a place that may be null) is one of these, never to be freed, and null on success:
+// An edit holds the file locked from its beginning to its end; a second editor waits for a second
+// at most, and then gets "Error opening file". Killed at any moment or without power, an edit
+// leaves the old ranges or the new ones. One that fails leaves the old contents, but for a file
+// that ipr_add begins anew.
+//
+// What is rewritten is written as "<path>.new", brought to stable storage, and takes the range
+// file's place in one step, with its owner and rights; of a symbolic link the file that it leads to
+// is replaced. Meanwhile the old contents are linked to "<path>.bak", where the file system has
+// links. Both are gone afterwards; a ".new" or ".bak" that a killed edit left behind is deleted by
+// the next edit. A ".bak" whose range file is missing, as earlier versions may have left
+// it, is put back by the next edit, with the ERROR line "file %s was missing and has been restored
+// from %s".
+//
+// ERROR lines of all edits: those of vc_file, "Failed to rename %s to %s: %s", "Failed to sync %s:
+// %s"; of those that rewrite: "Failed to remove old backup file %s: %s", "Failed to link %s to %s:
+// %s", "Failed to remove backup file %s: %s" (which is still success), "Error removing file %s: %s"
+// (of "__remove_temporary").
+//
+// The text in *error (a place that may be null) is one of these, never to be freed, and null on
+// success:
 inline constexpr char range_bad_arguments[] = "Invalid arguments to add";
 inline constexpr char range_open_failed[] = "Error opening file";
 inline constexpr char range_legacy[] = "Legacy format detected, abort";
@@ -78,28 +96,26 @@ inline constexpr char range_read_failed[] = "Error reading file";
 inline constexpr char range_no_memory[] = "Out of memory error";
 inline constexpr char range_old_backup[] = "Error removing old backup file";
 
-// Adds a range at the end of the file, or replaces the comment of the same range; 1 or 0. A file
-// that is missing, shorter than a header or has a bad one is begun anew. One with fewer records
-// than its header says, or with bytes behind them, is "Error traversing file": a record at its end
-// would not be found.
+// Adds a range behind the counted records, or replaces the comment of the same range; 1 or 0. A
+// file that is missing, shorter than a header or has a bad one is begun anew. One with fewer
+// records than its header says is "Error traversing file".
 //   comment  at most 255 characters; null and "" count as none
-// ERROR lines: "file %s is corrupt", ENOMEM.
+// A new record is written in place and brought to stable storage, then its count is. Bytes behind
+// the counted records, as an add that was killed leaves them, are cut first: DEBUG line "file %s
+// had %d bytes behind its records, which are cut". A new comment rewrites the file, since a record
+// that is overwritten can be torn. ERROR lines: "file %s is corrupt", ENOMEM.
 int ipr_add(const char *directory, const char *name, const char *low, const char *high,
             const char *comment, const char **error);
 
-// Removes every record with exactly these ends; 1 or 0. The file is written anew as "<name>.new"
-// and takes the old one's place by two renames, the old one being "<path>.bak" in between; both
-// are gone afterwards.
+// Removes every record with exactly these ends, by rewriting the file; 1 or 0.
 // A range that is not there: 0 with the DEBUG line "file %s does not contain range %s-%s - nothing
 // to remove" and no error text. Kept on purpose: a bad address is "Invalid arguments to add".
-// ERROR lines: "Error removing file %s: %s", "Failed to remove old backup file %s: %s", "Failed to
-// rename %s to %s: %s", "Failed to remove backup file %s: %s" (which is still success), "file %s
-// is corrupt", ENOMEM.
+// ERROR lines: "file %s is corrupt", ENOMEM.
 int ipr_del_range_from_file(const char *directory, const char *name, const char *low,
                             const char *high, const char **error);
 
-// Rewrites a legacy file in the current version, with empty comments; by the same renames and with
-// the same ERROR lines. 1 when the file is in version 2 now or does not exist, else 0.
+// Rewrites a legacy file in the current version, with empty comments. 1 when the file is in version
+// 2 now or does not exist, else 0. One that is in version 2 already is only read, without a lock.
 int ipr_convert_file(const char *directory, const char *name);
 
 } // namespace quillfence

@@ -1,8 +1,10 @@
 #include "quillfence-spam-hooks.h"
 
 #include "configuration.h"
+#include "evidence.h"
 #include "quillfence-file.h"
 #include "quillfence-iprange.h"
+#include "step_budget.h"
 #include "tiny_rex_storage.h"
 #include "vc_file.h"
 #include "vc_log.h"
@@ -54,13 +56,35 @@ bool is_exempt_ptr_name(const char *name) {
            compiled_regex_match(exempt_regex_file, name);
 }
 
+bool has_too_many_ptr_names(const smtp_state *state) {
+    int count = 0;
+    for (char **name = state->ptr_results; name && *name && count <= most_ptr_names; ++name) {
+        ++count;
+    }
+    return count > most_ptr_names;
+}
+
 // 1 when all names match the file and none is exempt; else the first that breaks this is recorded.
-static uint8_t all_names_match(const char *file, smtp_state *state) {
-    if (!state || !state->ptr_results || !vc_file_exists_ex(file, vc_type_file)) {
+static uint8_t all_names_match(const char *hook, const char *file, smtp_state *state) {
+    if (!state || !state->ptr_results) {
+        return 0;
+    }
+    if (!vc_file_exists_ex(file, vc_type_file)) {
+        tell(&evidence_sink::searched_patterns, {.path = file});
+        return 0;
+    }
+    if (has_too_many_ptr_names(state)) {
+        QF_REASON_AS(hook, "%s", too_many_ptr_names_line);
         return 0;
     }
     for (char **name = state->ptr_results; *name; ++name) {
-        if (!compiled_regex_match(file, *name) || is_exempt_ptr_name(*name)) {
+        const bool listed = compiled_regex_match(file, *name) && !is_exempt_ptr_name(*name);
+        if (steps_are_spent()) {
+            QF_ERROR_AS(hook, "%s", ptr_steps_spent_line);
+            tell_failure(file, 0, ptr_steps_spent_line);
+            return 0;
+        }
+        if (!listed) {
             state->rdns = *name;
             return 0;
         }
@@ -69,15 +93,15 @@ static uint8_t all_names_match(const char *file, smtp_state *state) {
 }
 
 uint8_t dyna_regex_hook(smtp_state *state) {
-    return all_names_match(dyna_regex_file, state);
+    return all_names_match(__func__, dyna_regex_file, state);
 }
 
 uint8_t spam_regex_hook(smtp_state *state) {
-    return all_names_match(spam_regex_file, state);
+    return all_names_match(__func__, spam_regex_file, state);
 }
 
 uint8_t confirmed_regex_hook(smtp_state *state) {
-    return all_names_match(confirmed_regex_file, state);
+    return all_names_match(__func__, confirmed_regex_file, state);
 }
 
 } // namespace quillfence

@@ -23,9 +23,20 @@ uint8_t ipblacklist_hook(smtp_state *state);   // client, "blocked_ips"
 // list without names gives 1.
 // Kept on purpose: the first name that breaks the rule becomes the session's rdns (borrowed from
 // ptr_results); on a 1 the session stays as it was.
+// A session with more than 100 names gives 0 with the DEBUG line too_many_ptr_names_line; no name
+// is matched then. When the run's steps were spent by a lookup, of whichever name in whichever
+// file, the hook gives 0 with the ERROR line ptr_steps_spent_line and leaves rdns alone.
 uint8_t dyna_regex_hook(smtp_state *state);
 uint8_t spam_regex_hook(smtp_state *state);
 uint8_t confirmed_regex_hook(smtp_state *state);
+
+inline constexpr int most_ptr_names = 100;
+inline constexpr char too_many_ptr_names_line[] = "more than 100 PTR names, none is matched";
+inline constexpr char ptr_steps_spent_line[] =
+    "the patterns took too many steps with the PTR names, rule skipped";
+
+// Whether a session has more than most_ptr_names.
+bool has_too_many_ptr_names(const smtp_state *state);
 
 // Whether the exempt file holds a pattern for this PTR name; a missing file exempts nothing.
 bool is_exempt_ptr_name(const char *name);

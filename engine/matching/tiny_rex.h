@@ -96,9 +96,16 @@ struct TRex {
 // be allocated has two: ENOMEM of __trex_newnode, and what could not be made.
 TRex *trex_compile_ex(const char *pattern, uint8_t case_flag);
 
+// The most steps of a match.
+#ifdef FUZZING_BUILD_MODE_UNSAFE_FOR_PRODUCTION // hopeless patterns must not take all the time
+inline constexpr uint32_t trex_most_steps = 100'000;
+#else
+inline constexpr uint32_t trex_most_steps = 50'000'000;
+#endif
+
 // 1 when the expression matches the whole subject, else 0. Allocates nothing.
-// Nodes are checked when they are used; one that fails the check, a cycle, or more than 50 million
-// steps make the result 0, after one ERROR line.
+// Nodes are checked when they are used; one that fails the check, a cycle, or more steps than
+// trex_most_steps make the result 0, after one ERROR line.
 // ERROR lines: "TRex* is NULL", "node is NULL" (an expression without nodes), EINVAL (null
 // subject), those of __trex_node_is_valid, and of __trex_matchnode and __trex_matchclass for
 // cycles and steps.
@@ -106,6 +113,10 @@ int trex_match(TRex *expression, const char *subject);
 
 // The same for a subject that need not end in NUL.
 int __trex_match_span(TRex *expression, const char *begin, const char *end);
+
+// The same with fewer steps, at most trex_most_steps. Where these run out the result is 0 without
+// a line, and the record's steps are as many as were given.
+int __trex_match_within(TRex *expression, const char *begin, const char *end, uint32_t most_steps);
 
 // Releases the node array, the match table, the pattern text and the record. Null is fine.
 void trex_free(TRex *expression);

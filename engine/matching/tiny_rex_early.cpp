@@ -87,34 +87,26 @@ bool cannot_open(matcher *m, int32_t first, const char *at) {
 
 // --- The subject's end --------------------------------------------------------------------------
 
-// Whether the root's sequence ends in literals and an end node, and the subject in other
+// The nodes that an expression uses: one that was compiled here has others in reserve.
+static int32_t used_nodes(const matcher *m) {
+    const int32_t compiled = m->expression->nsize; // 0 for a stored one
+    return compiled > 0 && compiled < m->count ? compiled : m->count;
+}
+
+// Whether the last node is an end node with literals before it, and the subject ends in other
 // characters. The nodes have not been checked yet.
-static bool tail_differs(const matcher *m, const TRexNode *root) {
-    int32_t first = none; // of the literals that stand in a row at the end
-    int32_t length = 0;
-    const TRexNode *last = root;
-    int32_t index = root->left;
-    for (int32_t walked = 0; index >= 0; index = last->next) {
-        if (index >= m->count || ++walked > m->count) {
-            return false;
-        }
-        last = &m->nodes[index];
-        if (is_literal(last)) {
-            first = length == 0 ? index : first;
-            ++length;
-        } else if (last->type != trex_op_eol || last->next >= 0) {
-            length = 0;
-        }
-    }
-    if (last->type != trex_op_eol || length == 0) {
+static bool tail_differs(const matcher *m, int32_t used) {
+    const TRexNode *const last = &m->nodes[used - 1];
+    if (last->type != trex_op_eol || last->next >= 0) {
         return false;
     }
-    if (m->end - m->begin < length) {
-        return true;
-    }
-    const char *at = m->end - length;
-    for (index = first; length > 0; --length, index = m->nodes[index].next) {
-        if (!is_character(m, &m->nodes[index], *at++)) {
+    const char *at = m->end;
+    for (int32_t index = used - 2; index > 0; --index) {
+        const TRexNode *node = &m->nodes[index];
+        if (!is_literal(node) || node->next != index + 1) {
+            return false;
+        }
+        if (at == m->begin || !is_character(m, node, *--at)) {
             return true;
         }
     }
@@ -130,49 +122,53 @@ struct node_set {
 
 } // namespace
 
-// Adds a node that a link names; false when it was there already.
-static bool add_link(node_set *set, int32_t index) {
+// Adds a node that a link names, other than the `next` of the node before it; false when some other
+// link names it too.
+static inline bool add_link(node_set *set, const TRexNode *nodes, int32_t index) {
     if (index < 0) {
         return true;
     }
     const uint64_t bit = uint64_t{1} << (index & 63);
     uint64_t *word = &set->words[index >> 6];
-    const bool is_new = !(*word & bit);
+    const bool is_new = !(*word & bit) && (index == 0 || nodes[index - 1].next != index);
     *word |= bit;
     return is_new;
 }
 
-// Whether every node passes the check and is linked from at most one other, the root from none:
-// no walk from the root meets a bad node or a cycle. An expression that was compiled here has
-// nodes in reserve, which are not looked at.
-static bool is_sound_tree(const matcher *m) {
-    const int32_t compiled = m->expression->nsize; // 0 for a stored one
-    const int32_t used = compiled > 0 && compiled < m->count ? compiled : m->count;
-    if (used > max_stored_nodes) {
-        return false;
-    }
+// Whether every node passes the check and is linked from at most one other, the root from none, so
+// that no walk from the root meets a bad node or a cycle; and whether the root's sequence leads,
+// upwards only, to the last node. Most nodes are literals whose `next` is the next one.
+static bool is_sound_tree_to_the_last(const matcher *m, const TRexNode *root, int32_t used) {
+    const TRexNode *const nodes = m->nodes;
     node_set linked;
     memset(linked.words, 0, (static_cast<size_t>(used) + 63) / 64 * sizeof *linked.words);
-    add_link(&linked, 0);
-    for (const TRexNode *node = m->nodes; node < m->nodes + used; ++node) {
-        if (is_good_literal(node, used)) {
-            if (!add_link(&linked, node->next)) {
-                return false;
-            }
+    add_link(&linked, nodes, 0);
+    int32_t in_sequence = root->left; // the node that is next in the root's sequence
+    for (int32_t index = 0; index < used; ++index) {
+        const TRexNode *node = &nodes[index];
+        in_sequence = index == in_sequence && index != used - 1 ? node->next : in_sequence;
+        const bool in_a_row = node->next == index + 1;
+        if (in_a_row && (node->left & node->right) == none &&
+            static_cast<uint32_t>(node->type - 0x20) <= 0x7E - 0x20 && node->next < used) {
             continue;
         }
-        const bool good = is_good_node(node, used) && add_link(&linked, node->next) &&
-                          (!left_is_link(node->type) || add_link(&linked, node->left)) &&
-                          (node->type != trex_op_or || add_link(&linked, node->right));
-        if (!good) {
+        if (!is_good_node(node, used)) {
+            return false;
+        }
+        const bool links_left = rule_of(node->type) & left_is_link;
+        if (!((in_a_row || add_link(&linked, nodes, node->next)) &&
+              (!links_left || add_link(&linked, nodes, node->left)) &&
+              (node->type != trex_op_or || add_link(&linked, nodes, node->right)))) {
             return false;
         }
     }
-    return true;
+    return in_sequence == used - 1;
 }
 
 bool ends_differently(const matcher *m, const TRexNode *root) {
-    return tail_differs(m, root) && is_sound_tree(m);
+    const int32_t used = used_nodes(m);
+    return used <= max_stored_nodes && tail_differs(m, used) &&
+           is_sound_tree_to_the_last(m, root, used);
 }
 
 } // namespace quillfence::trex

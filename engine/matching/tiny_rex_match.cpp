@@ -38,7 +38,8 @@
 //     only asked for from inside a group or another operand decide nothing; they run in the place
 //     `looked_at` instead of `root`.
 //   - Where a ".*" in the root's sequence has failed, it fails at every later position, unless the
-//     recursion was nearer its limit then (`failures`).
+//     recursion was nearer its limit then (`failures`). A ".*" before it fails as well, then and
+//     there, if between the two there are only nodes for one character each.
 //   - Where the next character can't begin a match of a chain, the chain is not tried (`opening`):
 //     for the whole expression, and for each position that a ".*" tries. This looks at the nodes
 //     that the match itself would use until it fails, and does not judge where one of them is bad.
@@ -148,18 +149,14 @@ static bool __trex_matchclass(matcher *m, const TRexNode *node, char c) {
     return false;
 }
 
-bool takes_character(matcher *m, const TRexNode *node, char c) {
+bool is_in_class(matcher *m, const TRexNode *node, char c) {
     switch (node->type) {
-    case trex_op_dot:
-        return true;
     case trex_op_class:
         return __trex_matchclass(m, node, c);
     case trex_op_nclass:
         return !__trex_matchclass(m, node, c) && !m->broken;
-    case trex_op_cclass:
-        return __trex_matchcclass(node->left, c);
     default:
-        return is_character(m, node, c);
+        return __trex_matchcclass(node->left, c);
     }
 }
 
@@ -238,43 +235,86 @@ static bool stands_at_root(const matcher *m, const place *in) {
     return in == &m->root || in == &m->looked_at;
 }
 
+static size_t index_of(const matcher *m, const TRexNode *node) {
+    return static_cast<size_t>(node - m->nodes);
+}
+
+// The failure that is remembered of a node; null when there is none.
+static const failure *failure_of(const matcher *m, const TRexNode *node) {
+    const size_t place = index_of(m, node) % failure_places;
+    const bool used = m->has_failures && m->failures.used[place / 64] >> (place % 64) & 1;
+    const failure *known = &m->failures.places[place];
+    return used && known->node == index_of(m, node) ? known : nullptr;
+}
+
 static bool has_failed(const matcher *m, const TRexNode *node, const char *at) {
-    for (size_t i = 0; i < m->failure_count; ++i) {
-        const failure &f = m->failures[i];
-        if (f.node == node) {
-            return at >= f.from && m->depth_left >= f.depth_left;
+    const failure *known = failure_of(m, node);
+    return known && at - m->begin >= known->from && m->depth_left >= known->depth_left;
+}
+
+// Remembers a failure that says more than what is known.
+static void note_failure(matcher *m, const TRexNode *node, const char *at) {
+    const size_t index = index_of(m, node);
+    const failure *known = failure_of(m, node);
+    if (index > UINT16_MAX || at - m->begin >= (known ? int64_t{known->from} : UINT32_MAX)) {
+        return;
+    }
+    if (!m->has_failures) {
+        memset(m->failures.used, 0, sizeof m->failures.used);
+        m->has_failures = true;
+    }
+    const size_t place = index % failure_places;
+    m->failures.used[place / 64] |= uint64_t{1} << (place % 64);
+    m->failures.places[place] = {static_cast<uint32_t>(at - m->begin), static_cast<uint16_t>(index),
+                                 static_cast<int16_t>(m->depth_left)};
+}
+
+// Whether all items of a class pass the check.
+static bool has_good_items(const matcher *m, const TRexNode *node) {
+    int32_t walked = 0;
+    for (int32_t index = node->left; index >= 0; index = m->nodes[index].next) {
+        if (++walked > m->count || !is_good_node(&m->nodes[index], m->count)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// Whether between the beginning of a chain, all of whose nodes up to `last` have been used, and
+// `last` there are nodes for one character each, and nothing that could be found wrong later.
+static bool has_fixed_length(const matcher *m, int32_t first, const TRexNode *last) {
+    int32_t walked = 0;
+    for (int32_t index = first; index >= 0; index = m->nodes[index].next) {
+        const TRexNode *node = &m->nodes[index];
+        if (node == last) {
+            return true;
+        }
+        const bool is_class = node->type == trex_op_class || node->type == trex_op_nclass;
+        if (++walked > m->count || !takes_one(node) || (is_class && !has_good_items(m, node))) {
+            return false;
         }
     }
     return false;
 }
 
-// Remembers a failure that says more than what is known.
-static void note_failure(matcher *m, const TRexNode *node, const char *at) {
-    size_t i = 0;
-    while (i < m->failure_count && m->failures[i].node != node) {
-        ++i;
-    }
-    if (i == max_failures) {
-        return;
-    }
-    if (i == m->failure_count) {
-        ++m->failure_count;
-    } else if (at >= m->failures[i].from) {
-        return;
-    }
-    m->failures[i] = {node, at, m->depth_left};
-}
-
 // The first position from `at` where the chain matches through to an end node.
 static const char *match_somewhere(matcher *m, int32_t first, const char *at, const place *in,
                                    bool *ended) {
+    const TRexNode *judged = nullptr; // a failed ".*" to which the way has no fixed length
     for (; at <= m->end && !m->broken; ++at) {
         if (at < m->end && cannot_open(m, first, at)) {
             continue;
         }
+        m->failed = nullptr;
         const char *to = match_chain(m, first, at, in, ended);
         if (to && *ended) {
             return to;
+        }
+        if (m->failed && m->failed != judged) {
+            if (has_fixed_length(m, first, m->failed)) {
+                break; // it would be reached again only further on
+            }
+            judged = m->failed;
         }
     }
     *ended = false;
@@ -308,11 +348,13 @@ static const char *match_any_sequence(matcher *m, const TRexNode *node, const ch
     }
     const bool at_root = stands_at_root(m, in);
     if (at_root && has_failed(m, node, at)) {
+        m->failed = node;
         return nullptr;
     }
     const char *to = match_somewhere(m, next, at, in, ended);
     if (!to && at_root && !m->broken) {
         note_failure(m, node, at);
+        m->failed = node;
     }
     return to;
 }
@@ -607,6 +649,10 @@ static bool has_nodes(const TRex *expression) {
 }
 
 int __trex_match_span(TRex *expression, const char *begin, const char *end) {
+    return __trex_match_within(expression, begin, end, trex_most_steps);
+}
+
+int __trex_match_within(TRex *expression, const char *begin, const char *end, uint32_t most_steps) {
     using namespace trex;
     if (!has_nodes(expression)) {
         return 0;
@@ -626,15 +672,17 @@ int __trex_match_span(TRex *expression, const char *begin, const char *end) {
     m.fold = expression->case_flag == trex_fold_case;
     m.broken = false;
     m.silent = false;
-    m.steps_left = max_steps;
+    m.most_steps = most_steps;
+    m.steps_left = most_steps;
     m.depth_left = (count < max_stored_nodes ? count : max_stored_nodes) + spare_depth;
     m.begin = begin;
     m.end = end;
     m.settled = nullptr;
-    m.failure_count = 0;
+    m.failed = nullptr;
+    m.has_failures = false;
     const TRexNode *root = use_node(&m, 0, "__trex_matchnode");
     const bool matched = root && match_root(&m, root) == end && !m.broken;
-    expression->steps = max_steps - m.steps_left;
+    expression->steps = most_steps - m.steps_left;
     return matched;
 }
 

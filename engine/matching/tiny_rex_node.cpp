@@ -1,4 +1,5 @@
 // Whether a node may be used, and how far a match may go.
+#include "evidence.h"
 #include "tiny_rex_matcher.h"
 #include "vc_log.h"
 
@@ -27,81 +28,58 @@ enum class fault : uint8_t {
     not_printable,
 };
 
-// What the check asks of a type: which fields are links, and what is wrong when one is missing.
-struct node_rule {
-    bool left_is_link;
-    bool right_is_link;
-    fault without_left;
-    fault without_right;
-    fault always;
-};
-
 } // namespace
-
-static constexpr fault fine = fault::no_fault;
-static constexpr node_rule literal_rule = {true, true, fine, fine, fine};
-static constexpr node_rule unusable_rule = {true, true, fine, fine, fault::not_printable};
-static constexpr node_rule operator_rules[] = {
-    {true, false, fault::greedy_without_left, fine, fine}, // has checks of its own
-    {true, true, fault::or_without_left, fault::or_without_right, fine},
-    {true, true, fault::expr_without_left, fine, fine},
-    {true, true, fault::expr_without_left, fine, fine},
-    {true, true, fine, fine, fine}, // any character
-    {true, true, fault::class_without_left, fine, fine},
-    {false, true, fine, fine, fine}, // class letter
-    {true, true, fault::class_without_left, fine, fine},
-    {false, false, fault::range_without_left, fault::range_without_right, fine},
-    unusable_rule,                   // 265
-    {true, true, fine, fine, fine},  // end
-    {true, true, fine, fine, fine},  // beginning
-    {false, true, fine, fine, fine}, // word boundary
-    {true, true, fine, fine, fine},  // any sequence
-};
-
-static const node_rule *rule_of(int32_t type) {
-    if (type >= 0x20 && type <= 0x7E) {
-        return &literal_rule;
-    }
-    return type >= trex_op_greedy && type <= trex_op_any_sequence
-               ? &operator_rules[type - trex_op_greedy]
-               : &unusable_rule;
-}
 
 static fault bounds_fault(const TRexNode *greedy) {
     return greedy->right == none                     ? fault::greedy_without_right
            : greedy->left < 0                        ? fault::greedy_without_left
            : minimum_of(greedy) > maximum_of(greedy) ? fault::greedy_bounds
-                                                     : fine;
+                                                     : fault::no_fault;
 }
 
-static fault node_fault(const TRexNode *node, int32_t count) {
-    if (is_good_literal(node, count)) {
-        return fine;
+static fault fault_without_left(int32_t type) {
+    switch (type) {
+    case trex_op_or:
+        return fault::or_without_left;
+    case trex_op_class:
+    case trex_op_nclass:
+        return fault::class_without_left;
+    case trex_op_range:
+        return fault::range_without_left;
+    default:
+        return fault::expr_without_left;
     }
-    const node_rule *rule = rule_of(node->type);
-    if (node->left >= count && rule->left_is_link) {
+}
+
+// The first fault in this order.
+static fault node_fault(const TRexNode *node, int32_t count) {
+    const uint8_t rule = rule_of(node->type);
+    if (node->left >= count && rule & left_is_link) {
         return fault::left_out_of_range;
     }
-    if (node->right >= count && rule->right_is_link) {
+    if (node->right >= count && rule & right_is_link) {
         return fault::right_out_of_range;
     }
     if (node->next >= count) {
         return fault::next_out_of_range;
     }
-    if (node->type == trex_op_greedy) {
+    if (rule & has_bounds) {
         return bounds_fault(node);
     }
-    if (node->left < 0 && rule->without_left != fine) {
-        return rule->without_left;
+    if (node->left < 0 && rule & needs_left) {
+        return fault_without_left(node->type);
     }
-    if (node->right < 0 && rule->without_right != fine) {
-        return rule->without_right;
+    if (node->right < 0 && rule & needs_right) {
+        return node->type == trex_op_or ? fault::or_without_right : fault::range_without_right;
     }
-    return rule->always;
+    return rule & unusable ? fault::not_printable : fault::no_fault;
 }
 
 static void report_fault(fault found, const TRexNode *node, int32_t count) {
     static constexpr char function[] = "__trex_node_is_valid";
+    if (found >= fault::left_out_of_range && found <= fault::next_out_of_range) {
+        tell_failure(nullptr, 0, "an expression's nodes are damaged");
+    }
     switch (found) {
     case fault::no_fault:
         return;
@@ -151,19 +129,12 @@ static void report_fault(fault found, const TRexNode *node, int32_t count) {
     }
 }
 
-// --- What the other files ask for ---------------------------------------------------------------
-
-bool is_good_node(const TRexNode *node, int32_t count) {
-    return node_fault(node, count) == fine;
-}
-
-bool left_is_link(int32_t type) {
-    return rule_of(type)->left_is_link;
-}
+// --- Limits --------------------------------------------------------------------------------------
 
 const char *give_up(matcher *m, const char *function, const char *why) {
     if (!m->broken && !m->silent) {
         QF_ERROR_AS(function, "%s", why);
+        tell_failure(nullptr, 0, why);
     }
     m->broken = true;
     return nullptr;
@@ -172,13 +143,17 @@ const char *cycle(matcher *m, const char *function) {
     return give_up(m, function, "corrupt regex: nodes form a cycle");
 }
 
-const TRexNode *check_node(matcher *m, const TRexNode *node) {
-    const fault found = node_fault(node, m->count);
-    if (found == fine) {
-        return node;
+const char *out_of_steps(matcher *m, const char *function) {
+    if (m->most_steps < trex_most_steps) {
+        m->broken = true;
+        return nullptr;
     }
+    return give_up(m, function, "regex takes too many steps");
+}
+
+const TRexNode *refuse_node(matcher *m, const TRexNode *node) {
     if (!m->silent) {
-        report_fault(found, node, m->count);
+        report_fault(node_fault(node, m->count), node, m->count);
     }
     m->broken = true;
     return nullptr;
@@ -197,7 +172,7 @@ int __trex_node_is_valid(const TRex *expression, const TRexNode *node) {
         return 0;
     }
     const fault found = node_fault(node, expression->nallocated);
-    if (found != fine) {
+    if (found != fault::no_fault) {
         report_fault(found, node, expression->nallocated);
         return 0;
     }

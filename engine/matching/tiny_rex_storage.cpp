@@ -3,7 +3,11 @@
 #include <bit>
 
 #include "byte_cursor.h"
+#include "evidence.h"
+#include "platform/error_numbers.h"
 #include "platform/file.h"
+#include "read_ahead.h"
+#include "step_budget.h"
 #include "vc_file.h"
 #include "vc_log.h"
 #include "vc_text.h"
@@ -12,25 +16,23 @@ namespace quillfence {
 
 static constexpr char module_name[] = "tiny_rex_storage";
 
-namespace {
-
-constexpr size_t node_size = 16;
+static constexpr size_t node_size = 16;
 static_assert(sizeof(TRexNode) == node_size);
 
-bool rewind_stream(FILE *stream, const char *function) {
-    if (::fseek(stream, 0, SEEK_SET) != 0) {
-        QF_ERROR_AS(function, "failed to rewind file position: %s", ::strerror(errno));
+static bool rewind_stream(FILE *stream, const char *function) {
+    if (fseek(stream, 0, SEEK_SET) != 0) {
+        QF_ERROR_AS(function, "failed to rewind file position: %s", strerror(errno));
         return false;
     }
     return true;
 }
 
-TRexNode node_from_bytes(const unsigned char *bytes) {
+static TRexNode node_from_bytes(const unsigned char *bytes) {
     const auto field = [bytes](int n) { return static_cast<int32_t>(load_le32(bytes + n * 4)); };
     return {field(0), field(1), field(2), field(3)};
 }
 
-void node_to_bytes(const TRexNode *node, unsigned char *bytes) {
+static void node_to_bytes(const TRexNode *node, unsigned char *bytes) {
     const int32_t fields[] = {node->type, node->left, node->right, node->next};
     for (const int32_t field : fields) {
         store_le32(bytes, static_cast<uint32_t>(field));
@@ -38,13 +40,13 @@ void node_to_bytes(const TRexNode *node, unsigned char *bytes) {
     }
 }
 
-void drop_nodes(TRex *expression) {
-    ::free(expression->nodes);
+static void drop_nodes(TRex *expression) {
+    free(expression->nodes);
     expression->nodes = nullptr;
 }
 
 // Judges a block's count.
-bool count_is_sane(int32_t count, const char *function) {
+static bool count_is_sane(int32_t count, const char *function) {
     if (count == 0) {
         QF_ERROR_AS(function, "node count size of zero read: invalid regex");
         return false;
@@ -57,30 +59,34 @@ bool count_is_sane(int32_t count, const char *function) {
     return true;
 }
 
+static void report_count_failure(const char *function, int reason, int32_t count, size_t got) {
+    QF_ERROR_AS(function, "Error reading node block size: %s", strerror(reason));
+    QF_ERROR_AS(function, "nallocated is %d", count);
+    QF_ERROR_AS(function, "bytes read is %d", static_cast<int>(got));
+}
+
 // Reads the four bytes of a block's count into the record.
-bool read_count(FILE *stream, TRex *expression, const char *function) {
+static bool read_count(FILE *stream, TRex *expression, const char *function) {
     unsigned char bytes[4] = {};
     errno = 0;
-    const size_t got = ::fread(bytes, 1, sizeof bytes, stream);
+    const size_t got = fread(bytes, 1, sizeof bytes, stream);
     expression->nallocated = static_cast<int32_t>(load_le32(bytes));
     if (got == sizeof bytes) {
         return true;
     }
-    if (::feof(stream)) {
+    if (feof(stream)) {
         QF_DEBUG_AS(function, "end of file. terminating");
         return false;
     }
-    QF_ERROR_AS(function, "Error reading node block size: %s", ::strerror(errno));
-    QF_ERROR_AS(function, "nallocated is %d", expression->nallocated);
-    QF_ERROR_AS(function, "bytes read is %d", static_cast<int>(got));
+    report_count_failure(function, errno, expression->nallocated, got);
     return false;
 }
 
 // Reads the nodes one by one into the record's array.
-bool read_nodes(FILE *stream, TRex *expression, const char *function) {
+static bool read_nodes(FILE *stream, TRex *expression, const char *function) {
     for (int32_t read = 0; read < expression->nallocated; ++read) {
         unsigned char bytes[node_size];
-        if (::fread(bytes, 1, sizeof bytes, stream) != sizeof bytes) {
+        if (fread(bytes, 1, sizeof bytes, stream) != sizeof bytes) {
             QF_ERROR_AS(function, "short read when attempting to read node #%d", read);
             return false;
         }
@@ -88,8 +94,6 @@ bool read_nodes(FILE *stream, TRex *expression, const char *function) {
     }
     return true;
 }
-
-} // namespace
 
 int trs_valid_file(FILE *stream) {
     if (!stream) {
@@ -101,8 +105,8 @@ int trs_valid_file(FILE *stream) {
         return 0;
     }
     unsigned char bytes[4];
-    if (::fread(bytes, 1, sizeof bytes, stream) != sizeof bytes) {
-        QF_ERROR("failed to read header bit: %s", ::strerror(errno));
+    if (fread(bytes, 1, sizeof bytes, stream) != sizeof bytes) {
+        QF_ERROR("failed to read header bit: %s", strerror(errno));
         return 0;
     }
     return load_le32(bytes) == trs_magic;
@@ -117,18 +121,18 @@ int trs_set_header(FILE *stream) {
     if (!rewind_stream(stream, __func__)) {
         return 0;
     }
-    if (::fflush(stream) != 0) {
-        QF_ERROR("failed to flush STDIO buffers: %s", ::strerror(errno));
+    if (fflush(stream) != 0) {
+        QF_ERROR("failed to flush STDIO buffers: %s", strerror(errno));
         return 0;
     }
     if (const int failure = platform::stream_truncate(stream, 0)) {
-        QF_ERROR("failed to truncate file: %s", ::strerror(failure));
+        QF_ERROR("failed to truncate file: %s", strerror(failure));
         return 0;
     }
     unsigned char bytes[4];
     store_le32(bytes, trs_magic);
-    if (::fwrite(bytes, 1, sizeof bytes, stream) != sizeof bytes) {
-        QF_ERROR("failed to write header: %s", ::strerror(errno));
+    if (fwrite(bytes, 1, sizeof bytes, stream) != sizeof bytes) {
+        QF_ERROR("failed to write header: %s", strerror(errno));
         return 0;
     }
     return 1;
@@ -147,20 +151,20 @@ int trs_store(FILE *stream, const TRex *expression) {
     unsigned char count[4];
     store_le32(count, static_cast<uint32_t>(expression->nsize));
     errno = 0;
-    if (::fwrite(count, 1, sizeof count, stream) != sizeof count) {
-        QF_ERROR("Error writing node block size: %s", ::strerror(errno));
+    if (fwrite(count, 1, sizeof count, stream) != sizeof count) {
+        QF_ERROR("Error writing node block size: %s", strerror(errno));
         return 0;
     }
     for (int32_t i = 0; i < expression->nsize; ++i) {
         unsigned char bytes[node_size];
         node_to_bytes(&expression->nodes[i], bytes);
-        ::fwrite(bytes, 1, sizeof bytes, stream); // not tested, on purpose
+        fwrite(bytes, 1, sizeof bytes, stream); // not tested, on purpose
     }
     return 1;
 }
 
 int trs_next(FILE *stream, TRex *expression) {
-    if (!stream || ::feof(stream) || !expression) {
+    if (!stream || feof(stream) || !expression) {
         QF_EINVAL();
         return 0;
     }
@@ -173,7 +177,7 @@ int trs_next(FILE *stream, TRex *expression) {
         return 0;
     }
     expression->nodes = static_cast<TRexNode *>(
-        ::calloc(static_cast<size_t>(expression->nallocated), sizeof(TRexNode)));
+        calloc(static_cast<size_t>(expression->nallocated), sizeof(TRexNode)));
     if (!expression->nodes) {
         QF_ENOMEM();
         return 0;
@@ -185,34 +189,61 @@ int trs_next(FILE *stream, TRex *expression) {
     return 1;
 }
 
+// --- Lookup -------------------------------------------------------------------------------------
+
 namespace {
 
-// A piece of the file in memory, larger than any block. Its bytes are a whole number of integers
-// away from the start of the file, so that the nodes in it are aligned.
+// A piece of the file in memory, no smaller than any block. Its bytes are a whole number of
+// integers away from the start of the file, so that the nodes in it are aligned.
 struct window {
-    FILE *stream;
+    vc_handle file;
+    uint32_t error; // of the read that failed
+    bool at_end;    // nothing more to read
     size_t used;
     size_t filled;
-    alignas(TRexNode) unsigned char bytes[96 * 1024];
+    alignas(TRexNode) unsigned char bytes[64 * 1024];
+};
+static_assert(sizeof window::bytes >= trs_max_nodes * node_size);
+
+// One name against a file.
+struct lookup {
+    const char *name;
+    const char *end;
+    uint64_t steps_left;
+    pattern_search *search; // what there is to tell of it
 };
 
-// Moves what is left to the front and fills up behind it.
-void refill(window *w) {
-    w->filled -= w->used;
-    ::memmove(w->bytes, w->bytes + w->used, w->filled);
-    w->used = 0;
-    w->filled += ::fread(w->bytes + w->filled, 1, sizeof w->bytes - w->filled, w->stream);
+enum class next_block : uint8_t {
+    lent,    // the record has its nodes
+    refused, // its count, which is all that was used, is not sane
+    none,    // the file ends, or can't be read
+};
+
+} // namespace
+
+// Moves what is left to the front and reads behind it.
+static void refill(window *w) {
+    move_rest_to_front(w->bytes, &w->used, &w->filled);
+    uint32_t moved = 0;
+    const auto room = static_cast<uint32_t>(sizeof w->bytes - w->filled);
+    w->error = platform::file_read(w->file, w->bytes + w->filled, room, &moved);
+    w->filled += moved;
+    w->at_end = w->error || !moved;
 }
 
-bool holds(window *w, size_t size) {
-    if (w->filled - w->used < size) {
+static size_t left_in(const window *w) {
+    return w->filled - w->used;
+}
+
+static inline bool holds(window *w, size_t size) {
+    while (left_in(w) < size && !w->at_end) {
         refill(w);
     }
-    return w->filled - w->used >= size;
+    return left_in(w) >= size;
 }
 
 // The nodes of a block, where they are. Their integers become the host's, in place.
-TRexNode *nodes_in_place(unsigned char *bytes, int32_t count) {
+static TRexNode *nodes_in_place(unsigned char *bytes, int32_t count) {
     auto *nodes = reinterpret_cast<TRexNode *>(bytes);
     if constexpr (std::endian::native != std::endian::little) {
         for (int32_t i = 0; i < count; ++i) {
@@ -222,98 +253,133 @@ TRexNode *nodes_in_place(unsigned char *bytes, int32_t count) {
     return nodes;
 }
 
-enum class next_block : uint8_t {
-    lent,    // the record has its nodes
-    refused, // its count, which is all that was used, is not sane
-    cut,     // it is not whole; nothing was used
-};
+// Where a count should be there are fewer than four bytes. The lines are those of trs_next.
+static next_block end_of_blocks(const window *w) {
+    static constexpr char function[] = "trs_next";
+    if (!w->error) {
+        QF_DEBUG_AS(function, "end of file. terminating");
+        return next_block::none;
+    }
+    unsigned char bytes[4] = {};
+    memcpy(bytes, w->bytes + w->used, left_in(w));
+    report_count_failure(function, platform::errno_of(w->error),
+                         static_cast<int32_t>(load_le32(bytes)), left_in(w));
+    return next_block::none;
+}
 
 // Lends the next block to the record, with the lines that trs_next writes.
-next_block lend_block(window *w, TRex *expression) {
+static next_block lend_block(window *w, TRex *expression) {
+    static constexpr char function[] = "trs_next";
     if (!holds(w, sizeof(int32_t))) {
-        return next_block::cut;
+        return end_of_blocks(w);
     }
     const auto count = static_cast<int32_t>(load_le32(w->bytes + w->used));
-    const bool sane = count > 0 && count <= trs_max_nodes;
-    const size_t size = sizeof count + (sane ? static_cast<size_t>(count) * node_size : 0);
-    if (!holds(w, size)) {
-        return next_block::cut;
-    }
-    QF_DEBUG_AS("trs_next", "read nallocated value of %d", count);
-    w->used += size;
-    if (!count_is_sane(count, "trs_next")) {
+    QF_DEBUG_AS(function, "read nallocated value of %d", count);
+    w->used += sizeof count;
+    if (!count_is_sane(count, function)) {
         return next_block::refused;
     }
-    *expression = {};
+    const size_t size = static_cast<size_t>(count) * node_size;
+    if (!holds(w, size)) {
+        QF_ERROR_AS(function, "short read when attempting to read node #%d",
+                    static_cast<int32_t>(left_in(w) / node_size));
+        return next_block::none;
+    }
     expression->nallocated = count;
-    expression->nodes = nodes_in_place(w->bytes + w->used - size + sizeof count, count);
+    expression->nodes = nodes_in_place(w->bytes + w->used, count);
+    w->used += size;
     return next_block::lent;
 }
 
-// Gives the bytes that are not used back to the stream.
-bool back_to_stream(window *w) {
-    const auto left = static_cast<long>(w->filled - w->used);
-    w->used = w->filled = 0;
-    return ::fseek(w->stream, -left, SEEK_CUR) == 0;
-}
-
-// Reads the next block, which the window could not lend, the long way, with every line that this
-// may need. Reading goes on where it stops.
-bool matches_long_way(window *w, const char *text) {
-    TRex expression = {};
-    const bool matched = trs_next(w->stream, &expression) && trex_match(&expression, text);
-    drop_nodes(&expression);
+// Matches with what is left of the run's steps.
+static bool matches(lookup *l, TRex *expression) {
+    const uint32_t most =
+        l->steps_left < trex_most_steps ? static_cast<uint32_t>(l->steps_left) : trex_most_steps;
+    const bool matched = __trex_match_within(expression, l->name, l->end, most);
+    l->steps_left -= expression->steps;
+    if (matched) {
+        l->search->expression = l->search->expressions;
+        l->search->nodes = expression->nodes;
+        l->search->node_count = expression->nallocated;
+    }
     return matched;
 }
 
-bool any_block_matches(window *w, const char *text) {
-    const char *const end = text + ::strlen(text);
-    TRex expression;
-    for (;;) {
-        next_block next;
-        while ((next = lend_block(w, &expression)) != next_block::cut) {
-            if (next == next_block::lent && __trex_match_span(&expression, text, end)) {
-                return true;
+static bool any_block_matches(window *w, lookup *l) {
+    TRex expression = {};
+    while (l->steps_left) {
+        const next_block next = lend_block(w, &expression);
+        if (next == next_block::none) {
+            if (w->error) {
+                tell_failure(l->search->path, w->error);
             }
-        }
-        if (!back_to_stream(w)) {
             return false;
         }
-        if (matches_long_way(w, text)) {
+        ++l->search->expressions;
+        if (next == next_block::lent && matches(l, &expression)) {
             return true;
         }
-        if (::feof(w->stream) || ::ferror(w->stream)) {
-            return false;
-        }
     }
+    tell_failure(l->search->path, 0, "the steps of this run are spent");
+    return false;
 }
 
-} // namespace
+// Whether the file begins as it must. The lines are those of trs_valid_file.
+static bool has_magic(window *w) {
+    if (!holds(w, sizeof(uint32_t))) {
+        QF_ERROR_AS("trs_valid_file", "failed to read header bit: %s",
+                    strerror(w->error ? platform::errno_of(w->error) : 0));
+        return false;
+    }
+    w->used = sizeof(uint32_t);
+    return load_le32(w->bytes) == trs_magic;
+}
+
+static void report_invalid_file(const char *path) {
+    QF_ERROR_AS("compiled_regex_match", "file [%s] is not a valid vellumcraft generated regex file",
+                path);
+    tell_failure(path, 0, "not a file of compiled patterns");
+}
+
+static bool file_matches(vc_handle file, pattern_search *search) {
+    window w; // its bytes are not touched before they are read
+    w.file = file;
+    w.error = 0;
+    w.at_end = false;
+    w.used = w.filled = 0;
+    if (!has_magic(&w)) {
+        report_invalid_file(search->path);
+        return false;
+    }
+    const char *const text = search->subject;
+    const uint64_t before = steps_left();
+    lookup l = {text, text + strlen(text), before, search};
+    const bool matched = any_block_matches(&w, &l);
+    take_steps(before - l.steps_left);
+    tell(&evidence_sink::searched_patterns, *search); // its nodes lie in the window
+    return matched;
+}
 
 int compiled_regex_match(const char *path, const char *text) {
     if (!text || is_empty(path)) {
         QF_EINVAL();
         return 0;
     }
-    if (!vc_file_exists_ex(path, vc_type_file)) {
+    pattern_search search = {.path = path, .subject = text};
+    vc_handle file = vc_invalid_handle;
+    if (platform::file_open(path, {.when = platform::disposition::open_existing}, &file)) {
+        if (vc_file_exists_ex(path, vc_type_file)) {
+            QF_ERRNO_AS("trs_valid_file", EINVAL);
+            report_invalid_file(path);
+        } else {
+            tell(&evidence_sink::searched_patterns, search);
+        }
         return 0;
     }
-    const platform::stream_ptr stream(platform::stream_open(path, "rb"));
-    if (stream) { // the window is buffer enough
-        ::setvbuf(stream.get(), nullptr, _IONBF, 0);
-    }
-    if (!trs_valid_file(stream.get())) {
-        QF_ERROR("file [%s] is not a valid vellumcraft generated regex file", path);
-        return 0;
-    }
-    const heap_ptr<window> w(static_cast<window *>(::malloc(sizeof(window))));
-    if (!w) {
-        QF_ENOMEM();
-        return 0;
-    }
-    w->stream = stream.get();
-    w->used = w->filled = 0;
-    return any_block_matches(w.get(), text);
+    search.existed = true;
+    const bool matched = file_matches(file, &search);
+    platform::file_close(file);
+    return matched;
 }
 
 } // namespace quillfence

@@ -45,9 +45,12 @@ int trs_next(FILE *stream, TRex *expression);
 
 // 1 when a text as a whole matches at least one expression of a file, without regard to case; else
 // 0. A missing file matches nothing, silently. A damaged block costs that block alone: reading
-// goes on where the failed read stopped. The file is never written.
+// goes on where the failed read stopped. The file is never written. Asks for no memory; 64 KiB of
+// the stack hold a piece of the file.
+// The steps come out of the thread's budget, where it has one (step_budget.h); when that is spent
+// the answer is 0, without a line.
 // ERROR lines: EINVAL (null text, null or empty path), "file [%s] is not a valid vellumcraft
-// generated regex file", ENOMEM, those of trs_valid_file and trs_next and of trex_match.
+// generated regex file", those of trs_valid_file and trs_next but for ENOMEM, and of trex_match.
 int compiled_regex_match(const char *path, const char *text);
 
 } // namespace quillfence

@@ -1,22 +1,24 @@
 #include "list_rule.h"
 
-#include "vc_log.h"
+#include "evidence.h"
 #include "vc_text.h"
 
 namespace quillfence {
 
-bool has_entry_to_check(const list_rule &rule, const smtp_state *state) {
-    const char *module_name = rule.name;
+bool has_entry_to_check(const log_place &place, const list_rule &rule, const smtp_state *state) {
     if (!state) {
-        QF_ERRNO_AS(rule.name, EINVAL);
+        QF_ERRNO_AT(place, EINVAL);
         return false;
+    }
+    if (!(hooks().*rule.slot)) {
+        tell(&evidence_sink::found_empty_hook, {.rule = place.function});
     }
     const char *value = state->*rule.value;
     if (is_empty(value)) {
-        QF_DEBUG_AS(rule.name, "%s", rule.empty_line);
+        QF_REASON_AT(place, "%s", rule.empty_line);
         return false;
     }
-    QF_DEBUG_AS(rule.name, "checking for entry [%s]", value);
+    QF_DEBUG_AT(place, "checking for entry [%s]", value);
     return true;
 }
 
@@ -25,8 +27,8 @@ bool hook_lists(const list_rule &rule, smtp_state *state) {
     return hook && hook(state);
 }
 
-uint8_t run_list_rule(const list_rule &rule, smtp_state *state) {
-    return has_entry_to_check(rule, state) && hook_lists(rule, state);
+uint8_t run_list_rule(const log_place &place, const list_rule &rule, smtp_state *state) {
+    return has_entry_to_check(place, rule, state) && hook_lists(rule, state);
 }
 
 } // namespace quillfence

@@ -1,5 +1,6 @@
 #include "rbl_host_lookup.h"
 
+#include "evidence.h"
 #include "hook_table.h"
 #include "platform/format.h"
 #include "vc_dns.h"
@@ -26,6 +27,7 @@ bool split_octets(const char *ip, octets *parts) {
     const heap_string copy(vc_strndup(ip, strlen(ip)));
     if (!copy) {
         QF_ERROR_AS(host_operation, "Failed to copy IP Address string");
+        tell_no_memory(host_operation);
         return false;
     }
     vc_list_entry *pieces = vc_list_split(copy.get(), ".");
@@ -53,6 +55,7 @@ bool append(char **slot, const char *text, const char *failure) {
         return true;
     }
     QF_ERROR_AS(host_operation, "%s", failure);
+    tell_no_memory(host_operation);
     free(*slot);
     *slot = nullptr;
     return false;
@@ -97,7 +100,9 @@ int is_rbl_hit(const smtp_state *state, const char *zone) {
         QF_ERROR("Failure generating RBL host string");
         return 0;
     }
-    if (vc_resolv_A(host.get(), hooks().dns_option) != vc_dns_found) {
+    const int code = vc_resolv_A(host.get(), hooks().dns_option);
+    tell(&evidence_sink::asked_zone, {.zone = zone, .name = host.get(), .code = code});
+    if (code != vc_dns_found) {
         return 0;
     }
     QF_DEBUG("IP address [%s] hit on rbl list [%s]", state->ip, zone);

@@ -1,15 +1,11 @@
-// What the six rules over the client's PTR names have in common: who can be judged at all, the
-// one lookup of a session, and the moves of its cache (smtp_state::rdns_resolves). Log lines come
-// under the rule's own name as function and source.
-//
-//     asked for PTR names    four name rules     rule_check_ip_reverse_dns   rule_valid_ptr
-//     failed                 0, cache 3          0, cache 3                  0, cache stays 0
-//     no such name           0, cache 2          1, cache 2                  1, cache stays 0
-//     names                  own test, cache 1   0, cache 1                  own test, cache 1
+// What those who ask for the client's PTR names have in common: who can be judged at all, the one
+// lookup of a session, and the moves of its cache (smtp_state::rdns_resolves). Log lines come
+// from the rule's place, QF_HERE.
 #pragma once
 
 #include "hook_table.h"
 #include "smtp_state.h"
+#include "vc_log.h"
 
 namespace quillfence {
 
@@ -17,7 +13,7 @@ inline constexpr char ptr_failure_line[] = "DNS lookup failure - skipping";
 
 // Whether the client can be judged: there is a session (null: ERROR EINVAL) with an address, which
 // is routable (else a DEBUG line each).
-bool has_routable_client(const char *rule, const smtp_state *state);
+bool has_routable_client(const log_place &rule, const smtp_state *state);
 
 // Looks the client's PTR names up into ptr_results; the code is vc_lookup_reverse_dns's own.
 // Forgets rdns first, which points into the list that may be replaced.
@@ -25,26 +21,50 @@ int look_up_ptr_names(smtp_state *state);
 // Replaces the lookup for tests, which can so give answers that no server gives; null restores it.
 void set_ptr_lookup_stand_in(int (*lookup)(smtp_state *state));
 
-// Whether a code of the lookup is a failure, as opposed to "no such name".
-bool is_ptr_failure(int code);
-
 // Whether the session has at least one PTR name.
 bool has_ptr_names(const smtp_state *state);
 
-// Writes a DEBUG line of the rule.
-void ptr_debug(const char *rule, const char *line);
+// Tells what the session's cache of the lookup answers, if it does.
+void tell_ptr_cache(const smtp_state *state);
 
-// Moves the cache on by a lookup's code. True when there are names to test.
-//   no_names_line  what is written when the lookup succeeded without a name
-bool take_ptr_answer(const char *rule, smtp_state *state, int code, const char *no_names_line);
+// What the lookup found out.
+enum class ptr_answer : uint8_t {
+    names,
+    empty, // an answer, and no name in it
+    no_such_name,
+    failed,
+};
+
+// What an answer leaves in the cache of a session that had not asked yet, for each who asks. The
+// rules of the name rules' column need names to test; so does valid_ptr, which caches success only.
+struct ptr_cache_row {
+    ptr_answer answer;
+    uint32_t name_rules;
+    uint32_t check_ip_reverse_dns;
+    uint32_t valid_ptr;
+    uint32_t replay; // the replayer's own lookup, before the rules run
+};
+
+// clang-format off
+inline constexpr ptr_cache_row ptr_cache_rows[] = {
+    //                         name rules         check_ip_reverse_dns  valid_ptr         replay
+    {ptr_answer::names,        resolves_yes,      resolves_yes,         resolves_yes,     resolves_yes},
+    {ptr_answer::empty,        resolves_tempfail, resolves_yes,         resolves_unknown, resolves_unknown},
+    {ptr_answer::no_such_name, resolves_no,       resolves_no,          resolves_unknown, resolves_no},
+    {ptr_answer::failed,       resolves_tempfail, resolves_tempfail,    resolves_unknown, resolves_tempfail},
+};
+// clang-format on
+
+// Moves the cache on by the lookup's code, as the asker's column says. Returns the code's meaning.
+ptr_answer cache_ptr_answer(smtp_state *state, int code, uint32_t ptr_cache_row::*asker);
 
 // All that a rule needs before its own test of the names: client, cache and, if the cache is
 // empty, the lookup. Without names it is false, so such a rule never fires without one.
-bool reach_ptr_names(const char *rule, smtp_state *state,
+bool reach_ptr_names(const log_place &rule, smtp_state *state,
                      const char *no_names_line = ptr_failure_line);
 
 // The whole of a rule that leaves the test of the names to a hook; an empty slot gives 0.
-uint8_t run_ptr_hook(const char *rule, session_hook hook_table::*slot, smtp_state *state,
+uint8_t run_ptr_hook(const log_place &rule, session_hook hook_table::*slot, smtp_state *state,
                      const char *no_names_line = ptr_failure_line);
 
 } // namespace quillfence

@@ -1,5 +1,6 @@
 #include <cstring>
 
+#include "evidence.h"
 #include "rules.h"
 #include "vc_log.h"
 #include "vc_rfc.h"
@@ -32,14 +33,14 @@ static bool has_ip_domain(const char *address, const address_lines &lines) {
     }
     const char *at = strchr(address, '@');
     if (!at) {
-        QF_DEBUG_AS("rule_block_ip_in_addr", lines.no_domain, address);
+        QF_REASON_AS("rule_block_ip_in_addr", lines.no_domain, address);
         return false;
     }
     const char *domain = at + 1;
     if (!vc_is_ip(domain)) {
         return false;
     }
-    QF_DEBUG_AS("rule_block_ip_in_addr", lines.is_ip, domain);
+    QF_REASON_AS("rule_block_ip_in_addr", lines.is_ip, domain);
     return true;
 }
 

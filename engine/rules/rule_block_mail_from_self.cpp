@@ -1,3 +1,4 @@
+#include "evidence.h"
 #include "rules.h"
 #include "vc_log.h"
 #include "vc_text.h"
@@ -12,14 +13,14 @@ uint8_t rule_block_mail_from_self(smtp_state *state) {
         return 0;
     }
     if (!state->mail_from || !state->rcpt_to) {
-        QF_DEBUG("NULL parameters found - skipping");
+        QF_REASON("NULL parameters found - skipping");
         return 0;
     }
     if (_stricmp(state->mail_from, state->rcpt_to) != 0) {
-        QF_DEBUG("from [%s] and to [%s] addresses no match", state->mail_from, state->rcpt_to);
+        QF_REASON("from [%s] and to [%s] addresses no match", state->mail_from, state->rcpt_to);
         return 0;
     }
-    QF_DEBUG("from [%s] and to [%s] addresses match", state->mail_from, state->rcpt_to);
+    QF_REASON("from [%s] and to [%s] addresses match", state->mail_from, state->rcpt_to);
     return 1;
 }
 

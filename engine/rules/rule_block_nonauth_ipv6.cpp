@@ -1,3 +1,4 @@
+#include "evidence.h"
 #include "rules.h"
 #include "vc_log.h"
 #include "vc_text.h"
@@ -12,13 +13,13 @@ uint8_t rule_block_nonauth_ipv6(smtp_state *state) {
         return 0;
     }
     if (is_empty(state->ip)) {
-        QF_DEBUG("no IP address found. Can't run test");
+        QF_REASON("no IP address found. Can't run test");
         return 0;
     }
     if (!state->ipv6 || !is_empty(state->auth_user) || state->localhost) {
         return 0;
     }
-    QF_DEBUG("non authentication ipv6 connection detected");
+    QF_REASON("non authentication ipv6 connection detected");
     return 1;
 }
 

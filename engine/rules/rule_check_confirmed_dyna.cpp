@@ -3,8 +3,10 @@
 
 namespace quillfence {
 
+static constexpr char module_name[] = "rule_check_confirmed_dyna";
+
 uint8_t rule_check_confirmed_dyna(smtp_state *state) {
-    return run_ptr_hook(__func__, &hook_table::confirmed_names, state);
+    return run_ptr_hook(QF_HERE, &hook_table::confirmed_names, state);
 }
 
 } // namespace quillfence

@@ -3,8 +3,10 @@
 
 namespace quillfence {
 
+static constexpr char module_name[] = "rule_check_dynamic_reverse_dns";
+
 uint8_t rule_check_dynamic_reverse_dns(smtp_state *state) {
-    return run_ptr_hook(__func__, &hook_table::dynamic_names, state);
+    return run_ptr_hook(QF_HERE, &hook_table::dynamic_names, state);
 }
 
 } // namespace quillfence

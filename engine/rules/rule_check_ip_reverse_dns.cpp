@@ -1,42 +1,43 @@
+#include "evidence.h"
 #include "reverse_dns.h"
 #include "rules.h"
-#include "vc_dns.h"
 
 namespace quillfence {
 
+static constexpr char module_name[] = "rule_check_ip_reverse_dns";
+
 static uint8_t judge_by_lookup(const char *rule, smtp_state *state) {
     const int code = look_up_ptr_names(state);
-    if (is_ptr_failure(code)) {
-        state->rdns_resolves = resolves_tempfail;
-        ptr_debug(rule, ptr_failure_line);
+    switch (cache_ptr_answer(state, code, &ptr_cache_row::check_ip_reverse_dns)) {
+    case ptr_answer::failed:
+        QF_REASON_AS(rule, "%s", ptr_failure_line);
+        return 0;
+    case ptr_answer::no_such_name:
+        QF_REASON_AS(rule, "DNS NXDOMAIN. setting cache");
+        return 1;
+    default:
+        QF_REASON_AS(rule, "DNS lookup success. setting cache");
         return 0;
     }
-    if (code == vc_dns_found) {
-        ptr_debug(rule, "DNS lookup success. setting cache");
-        state->rdns_resolves = resolves_yes;
-        return 0;
-    }
-    ptr_debug(rule, "DNS NXDOMAIN. setting cache");
-    state->rdns_resolves = resolves_no;
-    return 1;
 }
 
 // Fires when the client's address has no PTR answer.
 uint8_t rule_check_ip_reverse_dns(smtp_state *state) {
-    if (!has_routable_client(__func__, state)) {
+    if (!has_routable_client(QF_HERE, state)) {
         return 0;
     }
+    tell_ptr_cache(state);
     switch (state->rdns_resolves) {
     case resolves_unknown:
         return judge_by_lookup(__func__, state);
     case resolves_yes:
-        ptr_debug(__func__, "cache shows PTR resolves");
+        QF_REASON("cache shows PTR resolves");
         return 0;
     case resolves_tempfail:
-        ptr_debug(__func__, "cache shows PTR is temporarily unavailable");
+        QF_REASON("cache shows PTR is temporarily unavailable");
         return 0;
     case resolves_no:
-        ptr_debug(__func__, "cache shows PTR is NXDOMAIN");
+        QF_REASON("cache shows PTR is NXDOMAIN");
         return 1;
     default:
         return 0;

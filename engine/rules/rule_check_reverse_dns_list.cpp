@@ -3,9 +3,11 @@
 
 namespace quillfence {
 
+static constexpr char module_name[] = "rule_check_reverse_dns_list";
+
 uint8_t rule_check_reverse_dns_list(smtp_state *state) {
     // Kept on purpose: this rule alone spells its line for an empty answer so.
-    return run_ptr_hook(__func__, &hook_table::spam_names, state, "DNS lookupo failure - skipping");
+    return run_ptr_hook(QF_HERE, &hook_table::spam_names, state, "DNS lookupo failure - skipping");
 }
 
 } // namespace quillfence

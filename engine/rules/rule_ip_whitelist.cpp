@@ -4,8 +4,9 @@
 
 namespace quillfence {
 
+static constexpr char module_name[] = "rule_ip_whitelist";
+
 static constexpr list_rule row = {
-    .name = "rule_ip_whitelist",
     .value = &smtp_state::ip,
     .empty_line = "IP is empty or NULL-nothing to check",
     .slot = &hook_table::ip_whitelist,
@@ -13,7 +14,7 @@ static constexpr list_rule row = {
 
 // The local list first, the mail server's own second: either exempts the client.
 uint8_t rule_ip_whitelist(smtp_state *state) {
-    return has_entry_to_check(row, state) &&
+    return has_entry_to_check(QF_HERE, row, state) &&
            (hook_lists(row, state) || is_mailenable_ip_whitelist(state->ip));
 }
 

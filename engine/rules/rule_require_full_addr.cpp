@@ -1,3 +1,4 @@
+#include "evidence.h"
 #include "rules.h"
 #include "vc_log.h"
 #include "vc_rfc.h"
@@ -13,11 +14,11 @@ uint8_t rule_require_full_addr(smtp_state *state) {
         return 0;
     }
     if (is_empty(state->rcpt_to)) {
-        QF_DEBUG("NULL or empty recipient address");
+        QF_REASON("NULL or empty recipient address");
         return 1;
     }
     if (!vc_valid_email_address(state->rcpt_to)) {
-        QF_DEBUG("Recipient address [%s] is invalid", state->rcpt_to);
+        QF_REASON("Recipient address [%s] is invalid", state->rcpt_to);
         return 1;
     }
     return 0;

@@ -1,3 +1,4 @@
+#include "evidence.h"
 #include "rules.h"
 #include "vc_log.h"
 #include "vc_text.h"
@@ -12,10 +13,10 @@ uint8_t rule_require_helo(smtp_state *state) {
         return 0;
     }
     if (is_empty(state->helo)) {
-        QF_DEBUG("HELO is NULL or empty");
+        QF_REASON("HELO is NULL or empty");
         return 1;
     }
-    QF_DEBUG("HELO [%s] exists!", state->helo);
+    QF_REASON("HELO [%s] exists!", state->helo);
     return 0;
 }
 

@@ -1,5 +1,6 @@
 #include <cstring>
 
+#include "evidence.h"
 #include "rule_support.h"
 #include "rules.h"
 #include "vc_log.h"
@@ -27,24 +28,24 @@ uint8_t rule_rfc_mail_from(smtp_state *state) {
     trim_session_text(&state->mail_from);
     const char *from = state->mail_from;
     if (state->rfc != sender_format_unknown && is_empty(from)) {
-        QF_DEBUG("argument [%s] detected as NDR. Skipping", text_or_null(from));
+        QF_REASON("argument [%s] detected as NDR. Skipping", text_or_null(from));
         return 0;
     }
     if (!from) {
-        QF_DEBUG("from argument is NULL");
+        QF_REASON("from argument is NULL");
         return 1;
     }
     if (!vc_valid_email_address(from)) {
-        QF_DEBUG("from argument failed vc_valid_email_address test");
+        QF_REASON("from argument failed vc_valid_email_address test");
         return 1;
     }
     const char *at = strchr(from, '@');
     if (!at) { // cannot be: a valid address has one
-        QF_DEBUG("address [%s] does not contain '@' symbol", from);
+        QF_REASON("address [%s] does not contain '@' symbol", from);
         return 1;
     }
     if (is_local_name(at + 1) && !is_ipv4_loopback(state->ip)) {
-        QF_DEBUG("address is claiming to come from localhost, but not really from localhost");
+        QF_REASON("address is claiming to come from localhost, but not really from localhost");
         return 1;
     }
     return 0;

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "evidence.h"
 #include "rule_support.h"
 #include "rules.h"
 #include "vc_log.h"
@@ -23,16 +24,16 @@ uint8_t rule_valid_helo_domain(smtp_state *state) {
         return 0;
     }
     if (!state->helo) {
-        QF_DEBUG("HELO is NULL - skipping check");
+        QF_REASON("HELO is NULL - skipping check");
         return 0;
     }
     trim_session_text(&state->helo);
     if (!vc_valid_domain(state->helo)) {
-        QF_DEBUG("HELO [%s] is not a valid domain", state->helo);
+        QF_REASON("HELO [%s] is not a valid domain", state->helo);
         return 1;
     }
     if (begins_local_name(state->helo)) {
-        QF_DEBUG("HELO is \"localhost.localdomain\"");
+        QF_REASON("HELO is \"localhost.localdomain\"");
         return 1;
     }
     return 0;

@@ -1,6 +1,6 @@
-// The DNS client on Linux: c-ares carries the messages, dns_answer.h reads them. Every query sets
-// up and takes down its own channel, so a run without queries never looks at resolv.conf, a
-// change of settings is seen at once, and threads share nothing.
+// The DNS client on Linux: c-ares carries the messages, dns_answer.h reads them. A query without a
+// client sets up and takes down one of its own, so a run without queries never looks at
+// resolv.conf, a change of settings is seen at once, and threads share nothing.
 #include "../dns_system.h"
 
 #include <arpa/inet.h>
@@ -12,7 +12,9 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <charconv>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 
@@ -20,6 +22,8 @@
 
 #include "platform/dns_answer.h"
 #include "platform/error_numbers.h"
+#include "platform/format.h"
+#include "platform/observer.h"
 #include "platform/process.h"
 
 namespace quillfence::platform {
@@ -39,6 +43,7 @@ constexpr int max_servers = 3;
 struct time_budget {
     int64_t connecting;
     int64_t answering;
+    int64_t both;
 };
 
 struct question {
@@ -52,7 +57,35 @@ struct outcome {
     bool answered; // by a message of the server
     uint32_t status;
     dns_record *records;
+    dns_details *details; // null: not wanted
 };
+
+// What the sockets of one question were used for.
+struct traffic {
+    bool stream;
+    int datagrams; // the socket, -1 for none
+    uint32_t tries;
+};
+
+// c-ares knows how to talk to several servers; here each gets a channel of its own, so that time
+// is shared between them and connections to all of them can stay.
+struct lane {
+    ares_addr_port_node *servers; // in order; null before the first question
+    ares_channel channels[max_servers];
+};
+
+} // namespace
+
+struct dns_client {
+    bool keeps_connections;
+    bool names_server;
+    ares_addr_port_node server;
+    int64_t limit; // negative: none
+    traffic carried;
+    lane lanes[2]; // UDP, TCP
+};
+
+namespace {
 
 int64_t milliseconds_now() {
     timespec now{};
@@ -163,11 +196,16 @@ bool parse_server(char *text, ares_addr_port_node *server) {
 // --- sockets ---
 
 // c-ares' own writing could raise SIGPIPE on a connection that the server has cut.
-ares_socket_t open_socket(int family, int type, int protocol, void *) {
+ares_socket_t open_socket(int family, int type, int protocol, void *user) {
+    auto *const carried = static_cast<traffic *>(user);
     const int opened = socket(family, type | SOCK_NONBLOCK | SOCK_CLOEXEC, protocol);
     if (opened >= 0 && type == SOCK_STREAM) {
         const int on = 1;
         setsockopt(opened, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+        carried->stream = true;
+        ++carried->tries;
+    } else {
+        carried->datagrams = opened;
     }
     return opened;
 }
@@ -185,7 +223,9 @@ ares_ssize_t receive(ares_socket_t open, void *buffer, size_t size, int flags, s
     return recvfrom(open, buffer, size, flags, from, from_size);
 }
 
-ares_ssize_t send_parts(ares_socket_t open, const iovec *parts, int count, void *) {
+ares_ssize_t send_parts(ares_socket_t open, const iovec *parts, int count, void *user) {
+    auto *const carried = static_cast<traffic *>(user);
+    carried->tries += open == carried->datagrams;
     msghdr message{};
     message.msg_iov = const_cast<iovec *>(parts);
     message.msg_iovlen = static_cast<size_t>(count);
@@ -207,7 +247,8 @@ void note_answer(void *argument, int status, int, unsigned char *message, int si
     result->finished = true;
     if (status == ARES_SUCCESS) {
         result->answered = true;
-        result->status = read_dns_answer(message, static_cast<size_t>(size), &result->records);
+        result->status =
+            read_dns_answer(message, static_cast<size_t>(size), &result->records, result->details);
     } else if (status == ARES_ENOMEM) {
         result->status = error_not_enough_memory;
     } else if (status == ARES_ETIMEOUT || status == ARES_ECANCELLED) {
@@ -274,17 +315,30 @@ bool go_on(ares_channel channel, time_budget *budget) {
     const int64_t started = milliseconds_now();
     waiting all = wanted_sockets(channel);
     int64_t *const left = all.connecting ? &budget->connecting : &budget->answering;
-    if (all.count == 0 || *left <= 0) {
+    if (all.count == 0 || *left <= 0 || budget->both <= 0) {
         return false;
     }
-    wait_for_sockets(channel, &all, *left);
+    wait_for_sockets(channel, &all, std::min(*left, budget->both));
     process_sockets(channel, all);
-    *left -= milliseconds_now() - started;
+    const int64_t spent = milliseconds_now() - started;
+    *left -= spent;
+    budget->both -= spent;
     return true;
 }
 
-outcome ask_server(ares_channel channel, const question &asked, time_budget *budget) {
+// Lets c-ares see that a connection has been closed since the last question. Whether one is left.
+bool has_connection(ares_channel channel) {
+    waiting all = wanted_sockets(channel);
+    if (all.count > 0 && poll(all.sockets, all.count, 0) > 0) {
+        process_sockets(channel, all);
+    }
+    return wanted_sockets(channel).count > 0;
+}
+
+outcome ask_server(ares_channel channel, const question &asked, time_budget *budget,
+                   dns_details *details) {
     outcome result{};
+    result.details = details;
     ares_send(channel, asked.bytes, static_cast<int>(asked.size), note_answer, &result);
     while (!result.finished && go_on(channel, budget)) {
     }
@@ -294,8 +348,6 @@ outcome ask_server(ares_channel channel, const question &asked, time_budget *bud
     return result;
 }
 
-// --- all servers ---
-
 // Another server may know better than one with this result.
 bool passes_on(const outcome &result) {
     constexpr uint32_t not_implemented = dns_status_rcode_base + 4;
@@ -304,46 +356,14 @@ bool passes_on(const outcome &result) {
            result.status == dns_status_bad_packet;
 }
 
-uint32_t ask_servers(ares_channel channel, const question &asked,
-                     const ares_addr_port_node *servers, dns_record **records) {
-    int count = 0;
-    for (const auto *server = servers; server && count < max_servers; server = server->next) {
-        ++count;
-    }
-    time_budget left = {connect_limit, answer_limit};
-    outcome best{};
-    best.status = dns_status_servfail;
-    for (int i = 0; i < count; ++i, servers = servers->next) {
-        ares_addr_port_node one = *servers;
-        one.next = nullptr;
-        // A single server is left as it was read: a link-local address keeps its interface.
-        if (count > 1 && ares_set_servers_ports(channel, &one) != ARES_SUCCESS) {
-            return error_not_enough_memory;
-        }
-        const int parts = i + 1 < count ? 2 : 1;
-        const time_budget given = {left.connecting / parts, left.answering / parts};
-        time_budget rest = given;
-        const outcome result = ask_server(channel, asked, &rest);
-        if (!passes_on(result) || result.status == error_not_enough_memory) {
-            *records = result.records;
-            return result.status;
-        }
-        left.connecting -= given.connecting - rest.connecting;
-        left.answering -= given.answering - rest.answering;
-        const bool silent = result.status == dns_status_timeout;
-        if (!best.answered && (result.answered || silent)) {
-            best = result;
-        }
-    }
-    return best.status;
-}
+// --- channels ---
 
-uint32_t open_channel(uint32_t options, ares_channel *channel) {
-    const bool tcp = options & dns_query_tcp_only;
+uint32_t init_channel(const dns_client &client, bool tcp, ares_channel *channel) {
     char lookups[] = "b"; // DNS alone
     ares_options wanted{};
     wanted.flags = ARES_FLAG_NOSEARCH | ARES_FLAG_NOALIASES | ARES_FLAG_NOCHECKRESP |
-                   (tcp ? ARES_FLAG_USEVC : 0);
+                   (tcp ? ARES_FLAG_USEVC : 0) |
+                   (tcp && client.keeps_connections ? ARES_FLAG_STAYOPEN : 0);
     wanted.timeout = tcp ? tcp_repeat_after : udp_repeat_after;
     wanted.tries = tcp ? tcp_attempts : udp_attempts;
     wanted.lookups = lookups;
@@ -353,44 +373,258 @@ uint32_t open_channel(uint32_t options, ares_channel *channel) {
     if (library != ARES_SUCCESS || ares_init_options(channel, &wanted, given) != ARES_SUCCESS) {
         return error_not_enough_memory;
     }
-    ares_set_socket_functions(*channel, &socket_functions, nullptr);
     return error_none;
 }
 
-// The servers to ask, in order; to be released with ares_free_data.
-uint32_t choose_servers(ares_channel channel, ares_addr_port_node **servers) {
-    char text[128];
-    if (const uint32_t length = environment_variable("QUILLFENCE_DNS_SERVER", text, sizeof text)) {
-        ares_addr_port_node server;
-        if (length >= sizeof text || !parse_server(text, &server)) {
-            return error_invalid_parameter;
-        }
-        if (ares_set_servers_ports(channel, &server) != ARES_SUCCESS) {
+// A channel that asks one server, or with null the servers of the system's settings.
+uint32_t open_channel(dns_client *client, bool tcp, const ares_addr_port_node *server,
+                      ares_channel *channel) {
+    if (const uint32_t error = init_channel(*client, tcp, channel)) {
+        return error;
+    }
+    ares_set_socket_functions(*channel, &socket_functions, &client->carried);
+    if (server) {
+        ares_addr_port_node one = *server;
+        one.next = nullptr;
+        if (ares_set_servers_ports(*channel, &one) != ARES_SUCCESS) {
+            ares_destroy(*channel);
+            *channel = nullptr;
             return error_not_enough_memory;
         }
     }
-    return ares_get_servers_ports(channel, servers) == ARES_SUCCESS ? error_none
-                                                                    : error_not_enough_memory;
+    return error_none;
+}
+
+void close_channel(ares_channel *channel) {
+    if (*channel) {
+        ares_destroy(*channel);
+        *channel = nullptr;
+    }
+}
+
+void close_lane(lane *closed) {
+    for (ares_channel &channel : closed->channels) {
+        close_channel(&channel);
+    }
+    ares_free_data(closed->servers);
+    closed->servers = nullptr;
+}
+
+// Finds out which servers there are. A single server's channel is left as it was read: a link-local
+// address keeps its interface.
+uint32_t open_lane(dns_client *client, bool tcp, lane *opened) {
+    ares_channel *const first = &opened->channels[0];
+    if (const uint32_t error =
+            open_channel(client, tcp, client->names_server ? &client->server : nullptr, first)) {
+        return error;
+    }
+    if (ares_get_servers_ports(*first, &opened->servers) != ARES_SUCCESS) {
+        close_lane(opened);
+        return error_not_enough_memory;
+    }
+    if (opened->servers && opened->servers->next) {
+        close_channel(first); // it would ask all of them
+    }
+    return error_none;
+}
+
+// --- details ---
+
+void write_server(const ares_addr_port_node &server, bool tcp, char *text, size_t size) {
+    constexpr int usual_port = 53;
+    char address[INET6_ADDRSTRLEN] = "";
+    inet_ntop(server.family, &server.addr, address, sizeof address);
+    const int port = tcp ? server.tcp_port : server.udp_port;
+    format_text(text, size, server.family == AF_INET6 ? "[%s]:%d" : "%s:%d", address,
+                port ? port : usual_port);
+}
+
+// The details of one server's part in place of those so far.
+void keep_details(const ares_addr_port_node &server, bool tcp, dns_details *part,
+                  dns_details *details) {
+    if (details) {
+        dns_details_clear(details);
+        *details = *part;
+        write_server(server, tcp, details->server, sizeof details->server);
+    }
+}
+
+// --- all servers ---
+
+// One question on its way through the servers.
+struct inquiry {
+    dns_client *client;
+    lane *used;
+    bool tcp;
+    const question *asked;
+    time_budget left;
+    dns_record **records;
+    dns_details *details; // null: not wanted
+};
+
+int count_servers(const lane &of) {
+    int count = 0;
+    for (const auto *server = of.servers; server && count < max_servers; server = server->next) {
+        ++count;
+    }
+    return count;
+}
+
+// Asks one server within a part of the time that is left. The channel of one that did not answer is
+// closed: its connection may be dead.
+outcome ask_one(inquiry *all, const ares_addr_port_node &server, ares_channel *channel, int parts,
+                dns_details *details) {
+    if (!*channel) {
+        if (const uint32_t error = open_channel(all->client, all->tcp, &server, channel)) {
+            return {true, false, error, nullptr, details};
+        }
+    }
+    traffic *const carried = &all->client->carried;
+    carried->tries += has_connection(*channel);
+    carried->datagrams = -1;
+    carried->stream = all->tcp;
+    const time_budget given = {all->left.connecting / parts, all->left.answering / parts,
+                               all->left.both / parts};
+    time_budget rest = given;
+    const outcome result = ask_server(*channel, *all->asked, &rest, details);
+    all->left.connecting -= given.connecting - rest.connecting;
+    all->left.answering -= given.answering - rest.answering;
+    all->left.both -= given.both - rest.both;
+    if (!result.answered) {
+        close_channel(channel);
+    }
+    if (details) {
+        details->transport = carried->stream ? dns_transport::tcp : dns_transport::udp;
+    }
+    return result;
+}
+
+// The first result that no other server may know better, else the first answer, else silence.
+uint32_t ask_servers(inquiry *all) {
+    outcome best{};
+    best.status = dns_status_servfail;
+    const int count = count_servers(*all->used);
+    const ares_addr_port_node *server = all->used->servers;
+    bool decided = false;
+    for (int i = 0; i < count && !decided; ++i, server = server->next) {
+        dns_details part = dns_no_details();
+        const outcome result = ask_one(all, *server, &all->used->channels[i], i + 1 < count ? 2 : 1,
+                                       all->details ? &part : nullptr);
+        decided = !passes_on(result) || result.status == error_not_enough_memory;
+        const bool reached = result.answered || result.status == dns_status_timeout;
+        const bool none_reached = !best.answered && best.status == dns_status_servfail;
+        if (decided || (!best.answered && reached) || none_reached) {
+            best = result;
+            keep_details(*server, all->tcp, &part, all->details);
+        } else {
+            dns_details_clear(&part);
+        }
+    }
+    if (!best.answered) {
+        close_lane(all->used);
+    }
+    *all->records = best.records;
+    return best.status;
+}
+
+int64_t within(int64_t most, int64_t limit) {
+    return limit < 0 ? most : std::min(most, limit);
+}
+
+uint32_t ask_client(dns_client *client, const question &asked, bool tcp, dns_record **records,
+                    dns_details *details) {
+    lane *const used = &client->lanes[tcp];
+    if (!used->servers) {
+        if (const uint32_t error = open_lane(client, tcp, used)) {
+            return error;
+        }
+    }
+    client->carried.tries = 0;
+    inquiry all = {client, used, tcp, &asked, {}, records, details};
+    all.left = {connect_limit, answer_limit, within(connect_limit + answer_limit, client->limit)};
+    const uint32_t status = ask_servers(&all);
+    if (details) {
+        details->tries = client->carried.tries;
+    }
+    return status;
+}
+
+// The server that the environment names, if any.
+uint32_t take_environment(dns_client *client) {
+    char text[128];
+    const uint32_t length = environment_variable("QUILLFENCE_DNS_SERVER", text, sizeof text);
+    client->names_server = length != 0;
+    if (length && (length >= sizeof text || !parse_server(text, &client->server))) {
+        return error_invalid_parameter;
+    }
+    return error_none;
+}
+
+uint32_t take_server(const char *server, dns_client *client) {
+    client->limit = -1;
+    if (!server) {
+        return take_environment(client);
+    }
+    char text[128];
+    client->names_server = true;
+    const bool whole = format_text(text, sizeof text, "%s", server) > 0;
+    return whole && parse_server(text, &client->server) ? error_none : error_invalid_parameter;
+}
+
+void close_lanes(dns_client *client) {
+    for (lane &one : client->lanes) {
+        close_lane(&one);
+    }
 }
 
 } // namespace
 
-uint32_t system_dns_query(const char *name, uint16_t type, uint32_t options, dns_record **records) {
+uint32_t dns_client_open(const char *server, dns_client **opened) {
+    *opened = nullptr;
+    if (const uint32_t refused = observe_call("dns_client_open", server)) {
+        return refused;
+    }
+    auto *const client = static_cast<dns_client *>(calloc(1, sizeof(dns_client)));
+    if (!client) {
+        return error_not_enough_memory;
+    }
+    client->keeps_connections = true;
+    if (const uint32_t error = take_server(server, client)) {
+        free(client);
+        return error;
+    }
+    *opened = client;
+    return error_none;
+}
+
+void dns_client_close(dns_client *client) {
+    if (client) {
+        close_lanes(client);
+        free(client);
+    }
+}
+
+void dns_client_limit(dns_client *client, int64_t milliseconds) {
+    client->limit = milliseconds;
+}
+
+uint32_t system_dns_query(dns_client *client, const char *name, uint16_t type, uint32_t options,
+                          dns_record **records, dns_details *details) {
     question asked;
     if (const uint32_t error = make_question(name, type, &asked)) {
         return error;
     }
-    ares_channel channel = nullptr;
-    if (const uint32_t error = open_channel(options, &channel)) {
-        return error;
+    const bool tcp = options & dns_query_tcp_only;
+    if (client) {
+        return client->limit == 0 ? dns_status_timeout
+                                  : ask_client(client, asked, tcp, records, details);
     }
-    ares_addr_port_node *servers = nullptr;
-    uint32_t status = choose_servers(channel, &servers);
+    dns_client once{};
+    uint32_t status = take_server(nullptr, &once);
     if (status == error_none) {
-        status = ask_servers(channel, asked, servers, records);
+        status = ask_client(&once, asked, tcp, records, details);
     }
-    ares_free_data(servers);
-    ares_destroy(channel);
+    close_lanes(&once);
     return status;
 }
 

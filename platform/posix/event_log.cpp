@@ -1,21 +1,25 @@
 #include "platform/event_log.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <syslog.h>
 #include <unistd.h>
 
+#include "errors.h"
+#include "letter_case.h"
+#include "platform/error_numbers.h"
 #include "platform/file.h"
 #include "platform/format.h"
 #include "platform/observer.h"
+#include "syslog_socket.h"
 #include "system_path.h"
 
 namespace quillfence::platform {
 
 struct event_log {
     file_handle file; // invalid: events go to syslog
-    char ident[64];   // syslog's tag; it keeps the pointer
 };
 
 namespace {
@@ -43,19 +47,21 @@ const type_row &row_of(event_type type) {
     return type_rows[0];
 }
 
-file_handle open_log_file(const char *path) {
-    if (strcmp(path, "-") == 0) {
-        return STDERR_FILENO;
-    }
+uint32_t open_log_file(const char *path, file_handle *file) {
     system_path resolved;
-    if (resolve_path(path, &resolved) != 0) {
-        return invalid_file;
+    if (const uint32_t failure = resolve_path(path, &resolved)) {
+        return failure;
     }
-    return open(resolved.text, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY, 0666);
+    settle_case(&resolved);
+    return call_with_path(&resolved, [&] {
+        const int flags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY;
+        *file = open(resolved.text, flags, 0666);
+        return *file;
+    });
 }
 
 // One write a line, so that the lines of several processes do not mix.
-void write_line(file_handle file, const char *word, const char *ident, const char *message) {
+bool write_line(file_handle file, const char *word, const char *ident, const char *message) {
     char line[longest_line];
     if (format_text(line, sizeof line - 1, "%s %s: %s", word, ident, message) < 0) {
         line[sizeof line - 2] = '\0'; // cut
@@ -68,15 +74,30 @@ void write_line(file_handle file, const char *word, const char *ident, const cha
     const size_t length = strlen(line);
     line[length] = '\n';
     uint32_t written = 0;
-    file_write(file, line, static_cast<uint32_t>(length + 1), &written);
+    return file_write(file, line, static_cast<uint32_t>(length + 1), &written) == error_none &&
+           written == length + 1;
 }
 
-void send_to_syslog(event_log *log, int priority, const char *ident, const char *message) {
-    if (strcmp(log->ident, ident) != 0) {
-        format_text(log->ident, sizeof log->ident, "%s", ident);
-        openlog(log->ident, LOG_PID, LOG_MAIL);
+// The log of the path that the environment names; standard error for "-", and for a file that can't
+// be opened, which is said there.
+file_handle log_of(const char *path, const char *source) {
+    if (strcmp(path, "-") == 0) {
+        return STDERR_FILENO;
     }
-    syslog(LOG_MAIL | priority, "%s", message);
+    file_handle file = invalid_file;
+    if (const uint32_t error = open_log_file(path, &file)) {
+        char message[longest_line];
+        format_text(message, sizeof message, "QUILLFENCE_EVENT_LOG can't be opened (%s): %s",
+                    strerror(errno_of_error(error)), path);
+        write_line(STDERR_FILENO, "error", source, message);
+        return STDERR_FILENO;
+    }
+    return file;
+}
+
+bool report_to(const event_log &log, const type_row &row, const char *ident, const char *message) {
+    return log.file == invalid_file ? syslog_send(LOG_MAIL | row.priority, ident, message)
+                                    : write_line(log.file, row.word, ident, message);
 }
 
 } // namespace
@@ -92,11 +113,7 @@ event_log *event_log_open(const char *source) {
     log->file = invalid_file;
     const char *const path = getenv("QUILLFENCE_EVENT_LOG");
     if (path && *path) {
-        log->file = open_log_file(path);
-        if (log->file == invalid_file) {
-            free(log);
-            return nullptr;
-        }
+        log->file = log_of(path, source);
     }
     return log;
 }
@@ -106,7 +123,7 @@ void event_log_close(event_log *log) {
         return;
     }
     if (log->file == invalid_file) {
-        closelog();
+        syslog_close();
     } else if (log->file != STDERR_FILENO) {
         close(static_cast<int>(log->file));
     }
@@ -120,10 +137,8 @@ void event_log_report(event_log *log, event_type type, uint32_t event_id, const 
         return;
     }
     const type_row &row = row_of(type);
-    if (log->file == invalid_file) {
-        send_to_syslog(log, row.priority, ident, message);
-    } else {
-        write_line(log->file, row.word, ident, message);
+    if (!report_to(*log, row, ident, message) && log->file != STDERR_FILENO) {
+        write_line(STDERR_FILENO, row.word, ident, message);
     }
 }
 

@@ -49,14 +49,15 @@ int creation_flags(disposition when) {
     }
 }
 
-// What is left to do on a new descriptor: refuse a folder, lock, and only then empty the file, so
-// that a file that somebody else has locked keeps its bytes.
+// What is left to do on a new descriptor: refuse what is no file, lock, and only then empty the
+// file, so that a file that somebody else has locked keeps its bytes.
 uint32_t finish_open(int descriptor, file_options options) {
     struct stat found;
     if (fstat(descriptor, &found) != 0) {
         return error_of_errno(errno);
     }
-    if (S_ISDIR(found.st_mode)) {
+    const bool only_reads = !options.write && !options.append;
+    if (S_ISDIR(found.st_mode) || (only_reads && !S_ISREG(found.st_mode))) {
         return error_access_denied;
     }
     if (options.lock && uninterrupted([&] { return flock(descriptor, LOCK_EX | LOCK_NB); }) != 0) {
@@ -237,11 +238,25 @@ void keep_new_case(const system_path &old_name, const char *to, system_path *new
 
 } // namespace
 
+// open() that waits for nobody at the other end of a pipe. A file that somebody else holds a lease
+// of, as Samba does, is waited for.
+static int open_at_once(const char *path, int flags) {
+    const int descriptor = open(path, flags | O_NONBLOCK, new_file_mode);
+    struct stat found;
+    if (descriptor < 0 && errno == EWOULDBLOCK && stat(path, &found) == 0 &&
+        S_ISREG(found.st_mode)) {
+        return open(path, flags, new_file_mode);
+    }
+    return descriptor;
+}
+
 // Below a drive a file is never made beside one whose name differs in letter case alone: it is
 // looked for before it is made.
 static uint32_t open_path(system_path *path, int flags, int *descriptor) {
     const auto open_with = [&](int chosen) {
-        *descriptor = open(path->text, chosen, new_file_mode);
+        const bool reads = (chosen & O_ACCMODE) == O_RDONLY;
+        *descriptor =
+            reads ? open_at_once(path->text, chosen) : open(path->text, chosen, new_file_mode);
         return *descriptor;
     };
     const bool creates = flags & O_CREAT;
@@ -266,8 +281,8 @@ uint32_t file_open(const char *path, file_options options, file_handle *opened) 
         return failure;
     }
     const bool writes = options.write || options.when == disposition::create_always;
-    const int flags =
-        (writes ? O_RDWR : O_RDONLY) | creation_flags(options.when) | O_CLOEXEC | O_NOCTTY;
+    const int access = options.append ? O_WRONLY | O_APPEND : writes ? O_RDWR : O_RDONLY;
+    const int flags = access | creation_flags(options.when) | O_CLOEXEC | O_NOCTTY;
     int descriptor = -1;
     if (const uint32_t failure = open_path(&resolved, flags, &descriptor)) {
         return failure;
@@ -494,6 +509,32 @@ uint32_t path_native(const char *path, char *buffer, size_t size) {
                : error_none;
 }
 
+// A stream of a file, which it takes over, for reading; null with errno set.
+static FILE *reading_stream(int descriptor) {
+    struct stat found;
+    FILE *stream = nullptr;
+    if (fstat(descriptor, &found) == 0) {
+        if (S_ISREG(found.st_mode)) {
+            stream = fdopen(descriptor, "r");
+        } else {
+            errno = EACCES;
+        }
+    }
+    if (!stream) {
+        const int number = errno;
+        close(descriptor);
+        errno = number;
+    }
+    return stream;
+}
+
+static FILE *open_reading_stream(system_path *path) {
+    int descriptor = -1;
+    return open_path(path, O_RDONLY | O_CLOEXEC | O_NOCTTY, &descriptor)
+               ? nullptr
+               : reading_stream(descriptor);
+}
+
 FILE *stream_open(const char *path, const char *mode) {
     system_path resolved;
     if (const uint32_t failure = begin_path_call("stream_open", path, &resolved)) {
@@ -504,6 +545,9 @@ FILE *stream_open(const char *path, const char *mode) {
     if (!mode || strlen(mode) + sizeof "e" > sizeof full_mode) {
         errno = EINVAL;
         return nullptr;
+    }
+    if (*mode == 'r' && !strchr(mode, '+')) {
+        return open_reading_stream(&resolved);
     }
     strcat(strcpy(full_mode, mode), "e");
     FILE *stream = nullptr;
@@ -542,6 +586,13 @@ file_handle file_standard_output() {
 
 void prepare_standard_streams() {
     signal(SIGPIPE, SIG_IGN);
+    if (fcntl(STDERR_FILENO, F_GETFD) < 0) {
+        const int nothing = open("/dev/null", O_RDWR);
+        if (nothing >= 0 && nothing != STDERR_FILENO) {
+            dup2(nothing, STDERR_FILENO);
+            close(nothing);
+        }
+    }
 }
 
 } // namespace quillfence::platform

@@ -5,11 +5,12 @@
 #include <cstring>
 #include <fcntl.h>
 #include <sys/file.h>
-#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "errors.h"
+#include "letter_case.h"
+#include "platform/complaint.h"
 #include "platform/error_numbers.h"
 #include "platform/observer.h"
 #include "platform/registry_export.h"
@@ -29,15 +30,35 @@ namespace {
 constexpr char export_variable[] = "QUILLFENCE_REGISTRY";
 constexpr mode_t new_file_mode = 0666; // less the process's umask
 
-// The export, open and, once it is mapped, with its bytes. An empty one has none.
+// The export, open and, once it is read, with its bytes. An empty one has none. It is not mapped:
+// bytes that somebody cuts off meanwhile are merely not read.
 struct export_file {
     int descriptor;
-    void *bytes;
+    unsigned char *bytes;
     size_t size;
 };
 
-// Maps the bytes that the open export has now.
-uint32_t map_export(export_file *file) {
+// Reads from the file's beginning up to `size` bytes, or to its end.
+uint32_t read_bytes(export_file *file, size_t size) {
+    file->bytes = static_cast<unsigned char *>(malloc(size));
+    if (!file->bytes) {
+        return error_not_enough_memory;
+    }
+    while (file->size < size) {
+        const ssize_t got = uninterrupted([&] {
+            return pread(file->descriptor, file->bytes + file->size, size - file->size,
+                         static_cast<off_t>(file->size));
+        });
+        if (got <= 0) {
+            return got ? error_of_errno(errno) : static_cast<uint32_t>(error_none);
+        }
+        file->size += static_cast<size_t>(got);
+    }
+    return error_none;
+}
+
+// Reads the bytes that the open export has now.
+uint32_t read_export(export_file *file) {
     struct stat found;
     if (fstat(file->descriptor, &found) != 0) {
         return error_of_errno(errno);
@@ -45,23 +66,11 @@ uint32_t map_export(export_file *file) {
     if (!S_ISREG(found.st_mode)) {
         return error_not_registry_file;
     }
-    if (found.st_size == 0) {
-        return error_none;
-    }
-    const auto size = static_cast<size_t>(found.st_size);
-    void *const bytes = mmap(nullptr, size, PROT_READ, MAP_PRIVATE, file->descriptor, 0);
-    if (bytes == MAP_FAILED) {
-        return error_of_errno(errno);
-    }
-    file->bytes = bytes;
-    file->size = size;
-    return error_none;
+    return found.st_size ? read_bytes(file, static_cast<size_t>(found.st_size)) : error_none;
 }
 
 void close_export(export_file *file) {
-    if (file->bytes) {
-        munmap(file->bytes, file->size);
-    }
+    free(file->bytes);
     if (file->descriptor >= 0) {
         close(file->descriptor);
     }
@@ -80,25 +89,47 @@ uint32_t open_export(int flags, export_file *file) {
     if (const uint32_t failure = resolve_path(name, &resolved)) {
         return failure;
     }
-    file->descriptor = uninterrupted(
-        [&] { return open(resolved.text, flags | O_CLOEXEC | O_NONBLOCK, new_file_mode); });
-    return file->descriptor < 0 ? error_of_errno(errno) : error_none;
+    if (flags & O_CREAT) {
+        settle_case(&resolved);
+    }
+    return call_with_path(&resolved, [&] {
+        file->descriptor = open(resolved.text, flags | O_CLOEXEC | O_NONBLOCK, new_file_mode);
+        return file->descriptor;
+    });
 }
 
-// What the export says about the key now.
-uint32_t read_key(const char *path, exported_key *content) {
+// Tells the administrator what is wrong with the export that he named.
+void complain_of_export(uint32_t error) {
+    const char *const name = getenv(export_variable);
+    if (!name || !*name) {
+        return;
+    }
+    const char *const why = error == error_not_registry_file ? "not a registry export"
+                                                             : strerror(errno_of_error(error));
+    complain(event_type::error, "read_registry", "%s names nothing readable (%s): %s",
+             export_variable, why, name);
+}
+
+bool is_missing(uint32_t error) {
+    return error == error_file_not_found || error == error_path_not_found;
+}
+
+// What the export says about the key now. A missing export is an empty registry.
+uint32_t read_key(const char *path, exported_key *content, bool may_be_missing) {
     *content = {};
     export_file file;
     uint32_t error = open_export(O_RDONLY, &file);
+    const bool missing = is_missing(error);
     if (!error) {
-        error = map_export(&file);
-    } else if (error == error_file_not_found || error == error_path_not_found) {
-        error = error_none; // an empty registry
+        error = read_export(&file);
     }
-    if (!error) {
+    if (!error || missing) {
         error = registry_export_read(file.bytes, file.size, path, content);
     }
     close_export(&file);
+    if (missing ? !may_be_missing : error && error != error_not_enough_memory) {
+        complain_of_export(missing ? static_cast<uint32_t>(error_file_not_found) : error);
+    }
     return error;
 }
 
@@ -129,7 +160,7 @@ uint32_t append_change(export_file *file, const char *path, export_change change
     if (flock(file->descriptor, LOCK_EX | LOCK_NB) != 0) {
         return error_of_errno(errno);
     }
-    if (const uint32_t failure = map_export(file)) {
+    if (const uint32_t failure = read_export(file)) {
         return failure;
     }
     unsigned char *addition = nullptr;
@@ -173,7 +204,7 @@ registry_key *new_key(registry_root root, const char *path, uint32_t access) {
 
 // Opens the key; one that is missing is made where that is wanted.
 uint32_t open_or_create(registry_key *key, bool create) {
-    if (const uint32_t failure = read_key(key->path, &key->content)) {
+    if (const uint32_t failure = read_key(key->path, &key->content, create)) {
         return failure;
     }
     if (key->content.exists) {
@@ -316,7 +347,7 @@ uint32_t registry_set(registry_key *key, const char *name, uint32_t type, const 
         return failure;
     }
     registry_export_release(&key->content);
-    return read_key(key->path, &key->content);
+    return read_key(key->path, &key->content, false);
 }
 
 uint32_t registry_delete(registry_root root, const char *path, uint32_t access) {

@@ -72,6 +72,61 @@ bool same_file(const char *one, const char *other) {
            first.nFileIndexLow == second.nFileIndexLow;
 }
 
+constexpr ULONGLONG longest_wait = 1000; // milliseconds, for a file that is in use
+constexpr DWORD pause_of_wait = 10;
+
+// FILE_RENAME_INFO with the flags of its FileRenameInfoEx form, which older headers lack.
+struct rename_request {
+    DWORD flags;
+    HANDLE root;
+    DWORD name_bytes;
+    WCHAR name[MAX_PATH + 1];
+};
+constexpr auto rename_with_flags = static_cast<FILE_INFO_BY_HANDLE_CLASS>(22); // FileRenameInfoEx
+constexpr DWORD replace_if_exists = 1;
+constexpr DWORD posix_semantics = 2; // a file that is open with a share for deleting is replaced
+
+bool make_request(const char *to, rename_request *request) {
+    char full[MAX_PATH];
+    const DWORD length = GetFullPathNameA(to, sizeof full, full, nullptr);
+    if (length == 0 || length >= sizeof full) {
+        return false;
+    }
+    const int units = MultiByteToWideChar(AreFileApisANSI() ? CP_ACP : CP_OEMCP, 0, full, -1,
+                                          request->name, MAX_PATH + 1);
+    request->flags = replace_if_exists | posix_semantics;
+    request->root = nullptr;
+    request->name_bytes = units > 0 ? static_cast<DWORD>(units - 1) * sizeof(WCHAR) : 0;
+    return units > 0;
+}
+
+// Replaces a file that others may be reading. False where the system or the file system knows no
+// such thing, and when it fails.
+bool replace_open_file(const char *from, const char *to) {
+    rename_request request;
+    if (!make_request(to, &request)) {
+        return false;
+    }
+    const HANDLE file = CreateFileA(from, DELETE | SYNCHRONIZE,
+                                    FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                    OPEN_EXISTING, FILE_FLAG_WRITE_THROUGH, nullptr);
+    if (file == INVALID_HANDLE_VALUE) {
+        return false;
+    }
+    const bool replaced =
+        SetFileInformationByHandle(file, rename_with_flags, &request, sizeof request);
+    CloseHandle(file);
+    return replaced;
+}
+
+// MoveFileEx replaces in one step as well, but nothing that is open.
+uint32_t replace_once(const char *from, const char *to) {
+    return replace_open_file(from, to)
+               ? static_cast<uint32_t>(error_none)
+               : error_unless(
+                     MoveFileExA(from, to, MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH));
+}
+
 int errno_of_error(uint32_t error) {
     switch (error) {
     case error_file_not_found:
@@ -96,12 +151,21 @@ uint32_t file_open(const char *path, file_options options, file_handle *opened) 
     if (const uint32_t failure = begin_path_call("file_open", path)) {
         return failure;
     }
-    const DWORD access = GENERIC_READ | (options.write ? GENERIC_WRITE : 0);
-    const DWORD sharing = FILE_SHARE_READ | (options.lock ? 0 : FILE_SHARE_WRITE);
+    const DWORD access = options.append ? FILE_APPEND_DATA | SYNCHRONIZE
+                                        : GENERIC_READ | (options.write ? GENERIC_WRITE : 0);
+    // Whoever only reads lets the file be replaced meanwhile, and goes on reading the old one.
+    const DWORD sharing =
+        FILE_SHARE_READ |
+        (options.lock ? 0 : FILE_SHARE_WRITE | (options.write ? 0 : FILE_SHARE_DELETE));
     const HANDLE handle = CreateFileA(path, access, sharing, nullptr, creation_of(options.when),
                                       FILE_ATTRIBUTE_NORMAL, nullptr);
     if (handle == INVALID_HANDLE_VALUE) {
         return error_unless(FALSE);
+    }
+    const bool only_reads = !options.write && !options.append;
+    if (only_reads && GetFileType(handle) != FILE_TYPE_DISK) {
+        CloseHandle(handle);
+        return error_access_denied;
     }
     *opened = number_of(handle);
     return error_none;
@@ -257,8 +321,18 @@ uint32_t path_rename(const char *from, const char *to) {
 }
 
 uint32_t path_replace(const char *from, const char *to) {
-    const uint32_t failure = begin_two_path_call("path_replace", from, to);
-    return failure ? failure : error_unless(MoveFileExA(from, to, MOVEFILE_REPLACE_EXISTING));
+    if (const uint32_t failure = begin_two_path_call("path_replace", from, to)) {
+        return failure;
+    }
+    const ULONGLONG deadline = GetTickCount64() + longest_wait;
+    for (;;) {
+        const uint32_t error = replace_once(from, to);
+        const bool in_use = error == error_access_denied || error == error_sharing_violation;
+        if (!in_use || GetTickCount64() > deadline) {
+            return error;
+        }
+        Sleep(pause_of_wait);
+    }
 }
 
 uint32_t path_delete(const char *path) {
@@ -275,6 +349,10 @@ uint32_t path_native(const char *path, char *buffer, size_t size) {
                : error_none;
 }
 
+static bool is_file(FILE *stream) {
+    return GetFileType(handle_of(_get_osfhandle(_fileno(stream)))) == FILE_TYPE_DISK;
+}
+
 FILE *stream_open(const char *path, const char *mode) {
     if (const uint32_t failure = begin_path_call("stream_open", path)) {
         errno = errno_of_error(failure);
@@ -286,7 +364,13 @@ FILE *stream_open(const char *path, const char *mode) {
         return nullptr;
     }
     strcat(strcpy(full_mode, mode), strchr(mode, 'b') ? "" : "b");
-    return _fsopen(path, full_mode, _SH_DENYNO);
+    FILE *const stream = _fsopen(path, full_mode, _SH_DENYNO);
+    if (stream && *mode == 'r' && !strchr(mode, '+') && !is_file(stream)) {
+        fclose(stream);
+        errno = EACCES;
+        return nullptr;
+    }
+    return stream;
 }
 
 int stream_truncate(FILE *stream, int64_t size) {

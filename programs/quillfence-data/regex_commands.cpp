@@ -6,9 +6,13 @@
 #include "compiled_file.h"
 #include "data_program.h"
 #include "engine_messages.h"
+#include "file_digest.h"
 #include "file_output.h"
 #include "line_input.h"
+#include "pattern_lines.h"
 #include "pattern_text.h"
+#include "pattern_trial.h"
+#include "text.h"
 #include "tiny_rex_storage.h"
 
 namespace quillfence::data_tool {
@@ -21,6 +25,7 @@ struct compile_options {
     std::string patterns;
     std::string out;
     bool keep_going = false;
+    bool no_lines = false;
 };
 
 // Warns of a part that the engine refuses when it comes to it: the match then ends as none.
@@ -31,6 +36,16 @@ void warn_of_bad_nodes(const TRex &expression, engine_messages *messages, line_i
             return;
         }
     }
+}
+
+void warn_of_long_matches(TRex *expression, engine_messages *messages, line_input *in) {
+    const std::string name = name_that_takes_long(expression);
+    if (!name.empty()) {
+        in->warn("the pattern takes more than a hundredth of the steps that a message has for all "
+                 "its names and patterns, with the name " +
+                 name);
+    }
+    messages->take(); // of bad nodes, which have been warned of
 }
 
 // The pattern of one line to the file; false when the line has been complained about.
@@ -52,10 +67,23 @@ bool compile_line(const pattern_line &line, line_input *in, file_output *out) {
         return false;
     }
     warn_of_bad_nodes(*expression, &messages, in);
+    warn_of_long_matches(expression.get(), &messages, in);
     if (!trs_store(out->stream(), expression.get())) {
         out->fail(messages.take());
     }
     return true;
+}
+
+// Writes which line each expression was made from, beside the compiled file that is in its place.
+void write_origins(const std::string &compiled_path, const std::vector<pattern_origin> &origins) {
+    std::string digest;
+    if (const uint32_t error = digest_of_file(compiled_path, &digest)) {
+        throw failure(file_error(compiled_path, error));
+    }
+    file_output out(compiled_path + pattern_lines_suffix);
+    const std::string text = pattern_lines_text(digest, origins);
+    out.write(text.data(), text.size());
+    out.commit();
 }
 
 exit_status compile(const compile_options &options) {
@@ -67,15 +95,20 @@ exit_status compile(const compile_options &options) {
         out.fail(messages.take());
     }
     pattern_reader reader;
-    uint64_t stored = 0;
+    std::vector<pattern_origin> origins;
     for (std::string_view text; in.next(&text);) {
         const pattern_line line = reader.read(text);
         if (line.is != pattern_line::kind::nothing && compile_line(line, &in, &out)) {
-            ++stored;
+            origins.push_back({static_cast<uint32_t>(in.number()), options.patterns});
         }
     }
     refuse_wrong_lines(in, options.out, options.keep_going);
-    return finish_writing(in, &out, options.out, counted(stored, "expression"));
+    const exit_status status =
+        finish_writing(in, &out, options.out, counted(origins.size(), "expression"));
+    if (!options.no_lines) {
+        write_origins(options.out, origins);
+    }
+    return status;
 }
 
 void add_compile(CLI::App &regex, chosen_action &chosen) {
@@ -86,6 +119,8 @@ void add_compile(CLI::App &regex, chosen_action &chosen) {
     command->add_option("OUT", options->out, "The compiled pattern file to write")->required();
     command->add_flag("--keep-going", options->keep_going,
                       "Leave wrong lines out and write the others");
+    command->add_flag("--no-lines", options->no_lines,
+                      "Do not write OUT.lines, which tells each expression's line of the list");
     command->footer(R"(Lines of the list:
   # ...                   a comment; blank lines are skipped too
   /pattern/flags ACTION   as mail servers keep them; / is the only delimiter, the
@@ -207,14 +242,14 @@ bool test_name(expression_list *list, const std::string &name, const test_option
         const TRex &expression = *list->expressions[i];
         all_steps += expression.steps;
         if (hit) {
-            std::printf("%s: expression %zu: %s (%s, %s in all)\n", name.c_str(), i + 1,
+            std::printf("%s: expression %zu: %s (%s, %s in all)\n", printable(name).c_str(), i + 1,
                         text_of(expression).c_str(), counted(expression.steps, "step").c_str(),
                         counted(all_steps, "step").c_str());
             matched = true;
         }
     }
     if (!matched) {
-        std::printf("%s: no match (%s, %s in all)\n", name.c_str(),
+        std::printf("%s: no match (%s, %s in all)\n", printable(name).c_str(),
                     counted(list->expressions.size(), "expression").c_str(),
                     counted(all_steps, "step").c_str());
     }

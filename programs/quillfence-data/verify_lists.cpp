@@ -146,7 +146,7 @@ class list_reader {
         const std::string whole(text); // to its first NUL as the engine sees it
         const std::string pattern = pattern_of_line(whole.c_str());
         if (is_comment(pattern.c_str())) {
-            below_entry_ = below_entry_ && pattern.empty();
+            below_entry_ = false;
             return;
         }
         if (whole.front() == '\t' && below_entry_) {

@@ -4,34 +4,25 @@
 #include <cstring>
 
 #include "platform/error_numbers.h"
-#include "platform/file.h"
-#include "platform/process.h"
 #include "program.h"
 
 namespace quillfence::programs {
 
-file_output::file_output(const std::string &path)
-    : path_(path), temporary_(path + "." + std::to_string(platform::process_id()) + ".tmp") {
-    platform::file_handle created;
-    const platform::file_options options = {.write = true,
-                                            .when = platform::disposition::create_new};
-    if (const uint32_t error = platform::file_open(temporary_.c_str(), options, &created)) {
+file_output::file_output(const std::string &path) : path_(path) {
+    if (const uint32_t error = platform::replacement_begin(path.c_str(), ".tmp", &fresh_)) {
         fail(std::strerror(platform::errno_of(error)));
     }
-    platform::file_close(created);
-    stream_.reset(platform::stream_open(temporary_.c_str(), "r+b"));
+    stream_.reset(platform::stream_open(fresh_.temporary, "r+b"));
     if (!stream_) {
         const int reason = errno;
-        platform::path_delete(temporary_.c_str());
+        platform::replacement_end(&fresh_);
         fail(std::strerror(reason));
     }
 }
 
 file_output::~file_output() {
     stream_.reset();
-    if (!committed_) {
-        platform::path_delete(temporary_.c_str());
-    }
+    platform::replacement_end(&fresh_);
 }
 
 void file_output::fail(const std::string &reason) const {
@@ -52,19 +43,9 @@ void file_output::commit() {
     if (!written || !flushed || !closed) {
         fail(errno ? std::strerror(errno) : "a write failed");
     }
-    platform::file_handle file;
-    uint32_t error = platform::file_open(temporary_.c_str(), {.write = true}, &file);
-    if (!error) {
-        error = platform::file_sync(file);
-        platform::file_close(file);
-    }
-    if (!error) {
-        error = platform::path_replace(temporary_.c_str(), path_.c_str());
-    }
-    if (error) {
+    if (const uint32_t error = platform::replacement_commit(&fresh_, nullptr)) {
         fail(std::strerror(platform::errno_of(error)));
     }
-    committed_ = true;
 }
 
 void refuse_wrong_lines(const line_input &in, const std::string &path, bool keep_going) {

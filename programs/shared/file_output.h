@@ -6,6 +6,7 @@
 #include <string>
 
 #include "line_input.h"
+#include "platform/edit.h"
 #include "platform/file.h"
 #include "program.h"
 
@@ -13,7 +14,8 @@ namespace quillfence::programs {
 
 class file_output {
   public:
-    // Creates "<path>.<process id>.tmp" beside the file. Throws a failure when that can't be done.
+    // Creates "<path>.tmp" beside the file, as platform/edit.h describes. Throws a failure when
+    // that can't be done.
     explicit file_output(const std::string &path);
     // Removes the temporary file when it has not taken the file's place.
     ~file_output();
@@ -27,15 +29,14 @@ class file_output {
     // For what writes to the stream by itself: throws "path: could not be written: reason".
     [[noreturn]] void fail(const std::string &reason) const;
 
-    // Brings everything to stable storage and renames the temporary file over the file. Throws a
-    // failure when any byte could not be written; the file then is what it was before.
+    // Brings everything to stable storage and puts it in the file's place. Throws a failure when
+    // any byte could not be written; the file then is what it was before.
     void commit();
 
   private:
     std::string path_;
-    std::string temporary_;
+    platform::replacement fresh_;
     platform::stream_ptr stream_;
-    bool committed_ = false;
 };
 
 // Throws a failure when lines of a list were complained about and shall not be left out.

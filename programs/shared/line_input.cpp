@@ -5,6 +5,7 @@
 
 #include "platform/file.h"
 #include "program.h"
+#include "read_ahead.h"
 
 namespace quillfence::programs {
 
@@ -32,9 +33,7 @@ platform::file_handle line_input::begin(const std::string &path) {
 
 // Makes room and reads on; false at the end of the file.
 bool line_input::fill() {
-    std::memmove(buffer_.data(), buffer_.data() + used_, filled_ - used_);
-    filled_ -= used_;
-    used_ = 0;
+    move_rest_to_front(buffer_.data(), &used_, &filled_);
     if (filled_ == buffer_.size()) {
         buffer_.resize(buffer_.size() * 2);
     }

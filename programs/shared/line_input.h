@@ -23,6 +23,10 @@ class line_input {
     // and for a line of more than 1 MiB.
     bool next(std::string_view *line);
 
+    // The number of the line that was read last, from 1.
+    uint64_t number() const {
+        return number_;
+    }
     // About the line that was read last. Only complaints are counted.
     void complain(const std::string &text);
     void warn(const std::string &text);

@@ -123,7 +123,6 @@ int log_to_standard_error(int, const char *format, ...) {
     va_start(arguments, format);
     std::vsnprintf(line, sizeof line, format, arguments);
     va_end(arguments);
-    engine_messages::look_for_memory(line);
     vc_sanitize(line); // without an allocation, which might fail in the engine's midst
     std::fprintf(stderr, "%s: %s\n", program_name, line);
     return 0;

@@ -4,13 +4,17 @@ namespace quillfence {
 
 static hook_table table;
 
+void set_hooks(const hook_table &slots) {
+    table = slots;
+}
+
 void set_hooks(uint8_t dns_option, session_hook dynamic_names, session_hook spam_names,
                session_hook confirmed_names, session_hook sender_whitelist,
                session_hook sender_blacklist, session_hook spare_6, session_hook spare_7,
                session_hook helo_whitelist, session_hook helo_blacklist, session_hook ip_whitelist,
                session_hook ip_blacklist, session_hook country_blacklist,
                session_hook recipient_whitelist, mail_log_hook mail_log, message_hook message) {
-    table = {
+    set_hooks({
         .dns_option = dns_option,
         .dynamic_names = dynamic_names,
         .spam_names = spam_names,
@@ -27,7 +31,7 @@ void set_hooks(uint8_t dns_option, session_hook dynamic_names, session_hook spam
         .recipient_whitelist = recipient_whitelist,
         .mail_log = mail_log,
         .message = message,
-    };
+    });
 }
 
 const hook_table &hooks() {

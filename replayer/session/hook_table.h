@@ -19,26 +19,32 @@ using message_hook = char *(*)(const char *rule_name, smtp_state *state);
 // An empty (null) slot means "no match" to the rule that reads it. All slots are empty and the
 // option is 0 until the engine's start-up fills the table.
 struct hook_table {
-    uint8_t dns_option;               // handed unchanged to every DNS lookup
-    session_hook dynamic_names;       // rule_check_dynamic_reverse_dns
-    session_hook spam_names;          // rule_check_reverse_dns_list
-    session_hook confirmed_names;     // rule_check_confirmed_dyna
-    session_hook sender_whitelist;    // rule_from_whitelist
-    session_hook sender_blacklist;    // rule_from_blacklist
-    session_hook spare_6;             // read by nobody
-    session_hook spare_7;             // read by nobody
-    session_hook helo_whitelist;      // rule_helo_whitelist
-    session_hook helo_blacklist;      // rule_helo_blacklist
-    session_hook ip_whitelist;        // rule_ip_whitelist
-    session_hook ip_blacklist;        // rule_ip_blacklist
-    session_hook country_blacklist;   // rule_country_blacklist
-    session_hook recipient_whitelist; // rule_to_whitelist
-    mail_log_hook mail_log;           // for the embedding server; nothing in a check calls it
-    message_hook message;             // the check runner, for rejection notices
+    uint8_t dns_option = 0;                     // handed unchanged to every DNS lookup
+    session_hook dynamic_names = nullptr;       // rule_check_dynamic_reverse_dns
+    session_hook spam_names = nullptr;          // rule_check_reverse_dns_list
+    session_hook confirmed_names = nullptr;     // rule_check_confirmed_dyna
+    session_hook sender_whitelist = nullptr;    // rule_from_whitelist
+    session_hook sender_blacklist = nullptr;    // rule_from_blacklist
+    session_hook spare_6 = nullptr;             // read by nobody
+    session_hook spare_7 = nullptr;             // read by nobody
+    session_hook helo_whitelist = nullptr;      // rule_helo_whitelist
+    session_hook helo_blacklist = nullptr;      // rule_helo_blacklist
+    session_hook ip_whitelist = nullptr;        // rule_ip_whitelist
+    session_hook ip_blacklist = nullptr;        // rule_ip_blacklist
+    session_hook country_blacklist = nullptr;   // rule_country_blacklist
+    session_hook recipient_whitelist = nullptr; // rule_to_whitelist
+    mail_log_hook mail_log = nullptr; // for the embedding server; nothing in a check calls it
+    message_hook message = nullptr;   // the check runner, for rejection notices
 };
 
-// Replaces the whole table. The arguments come in the order of the record; nothing is checked.
-// Not to be called while checks are running.
+// Replaces the whole table; a slot that is not named becomes empty:
+//
+//     set_hooks({.dns_option = 1, .ip_whitelist = ipwhitelist_hook});
+//
+// Nothing is checked. Not to be called while checks are running.
+void set_hooks(const hook_table &slots);
+
+// The same for embedding servers that hand the slots over one by one, in the order of the record.
 void set_hooks(uint8_t dns_option, session_hook dynamic_names, session_hook spam_names,
                session_hook confirmed_names, session_hook sender_whitelist,
                session_hook sender_blacklist, session_hook spare_6, session_hook spare_7,

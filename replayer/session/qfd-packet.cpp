@@ -112,6 +112,20 @@ uint8_t __process_state_arg(const char *arg, int *expected_argc) {
     return 0;
 }
 
+// The IPv4 address that an IPv6 address in its short form stands for, as the client of an IPv4
+// mail server; null for none. The tails of tunnelled (ISATAP) and translated addresses don't count:
+// the owner of a network must not choose which IPv4 client he is taken for.
+static const char *ipv4_of(const char *compressed) {
+    for (const char *const prefix : {"::ffff:", "::"}) {
+        const size_t length = strlen(prefix);
+        const char *const tail = compressed + length;
+        if (strncmp(compressed, prefix, length) == 0 && *tail && vc_is_ip(tail) == vc_family_ipv4) {
+            return tail;
+        }
+    }
+    return nullptr;
+}
+
 char *__process_ip_arg(const char *arg) {
     if (is_empty(arg)) {
         QF_EINVAL();
@@ -124,14 +138,12 @@ char *__process_ip_arg(const char *arg) {
     if (vc_compress_ipv6(arg, compressed) <= 0) {
         return nullptr;
     }
-    const char *last_colon = strrchr(compressed, ':');
-    if (!last_colon) {
+    if (!strchr(compressed, ':')) {
         QF_ERROR("Unknown error compressing IPv6 [%s] to [%s]", arg, compressed);
         return nullptr;
     }
-    const char *tail = last_colon + 1;
-    const bool embeds_ipv4 = *tail && vc_is_ip(tail) == vc_family_ipv4;
-    return strdup(embeds_ipv4 ? tail : compressed);
+    const char *const ipv4 = ipv4_of(compressed);
+    return strdup(ipv4 ? ipv4 : compressed);
 }
 
 // 1 when the decimal number at the start of the argument is not 0.
@@ -185,7 +197,7 @@ qfd_request_packet *qfd_request_packet_from_args(int argc, char **argv) {
         return nullptr;
     }
     if (packet->state != QFD_STATE_TEST && !fill_from_args(packet.get(), argv)) {
-        QF_ENOMEM();
+        QF_ERROR("%s", strerror(ENOMEM)); // kept on purpose, whatever the cause
         return nullptr;
     }
     return packet.release();
@@ -342,10 +354,6 @@ static const char *text_or_empty(const char *text) {
 
 static const char *text_or_none(const char *text) {
     return text ? text : "none";
-}
-
-static const char *yes_or_no(uint8_t flag) {
-    return flag ? "yes" : "no";
 }
 
 void qfd_request_packet_dump(const qfd_request_packet *packet) {

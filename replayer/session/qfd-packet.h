@@ -104,8 +104,9 @@ void qfd_response_packet_dump(const qfd_response_packet *packet);
 // ERROR line: EINVAL for a null or empty arg or a null place.
 uint8_t __process_state_arg(const char *arg, int *expected_argc);
 
-// A new string with the client address of an argument: IPv6 in its short form, an IPv4 address
-// embedded in the end of an IPv6 address alone, anything else as it is. Null on failure.
+// A new string with the client address of an argument: IPv6 in its short form, of an IPv4-mapped or
+// IPv4-compatible one (nothing but "::ffff:" or "::" before it) the IPv4 address alone, anything else
+// as it is. Null on failure.
 // ERROR lines: EINVAL for a null or empty arg, "Unknown error compressing IPv6 [%s] to [%s]"; a
 // failed conversion or copy has no line here.
 char *__process_ip_arg(const char *arg);

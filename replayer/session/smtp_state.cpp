@@ -5,6 +5,7 @@
 
 #include "vc_log.h"
 #include "vc_nulltermlist.h"
+#include "vc_text.h"
 
 namespace quillfence {
 
@@ -43,10 +44,6 @@ void free_smtp_state(smtp_state *state) {
         free(text);
     }
     free(state);
-}
-
-static const char *yes_or_no(bool flag) {
-    return flag ? "yes" : "no";
 }
 
 // The session's port as the dump shows it: the pointer's low bits, not the text. Kept on purpose.

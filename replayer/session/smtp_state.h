@@ -66,6 +66,14 @@ struct smtp_state {
     char *extra;         // for the embedding server; only released here
 };
 
+// The client's reverse name, borrowed: the one that a rule spoke of, else the first; null for none.
+inline const char *known_reverse_name(const smtp_state *state) {
+    if (state->rdns) {
+        return state->rdns;
+    }
+    return state->ptr_results ? state->ptr_results[0] : nullptr;
+}
+
 // A printf-like function that takes one line of a dump.
 using state_printer = int (*)(int level, const char *format, ...);
 

@@ -48,6 +48,18 @@ TEST(call_context, belongs_to_one_thread) {
     EXPECT_EQ(current_call_context(), &mine);
 }
 
+TEST(call_context, a_file_is_read_in_another_ones_place) {
+    EXPECT_STREQ(path_to_read("c:/a/list"), "c:/a/list") << "without a context";
+    const file_substitute rows[] = {{"c:/a/list", "/tmp/other"}, {nullptr, nullptr}};
+    call_context with{};
+    const call_scope scope(&with);
+    EXPECT_STREQ(path_to_read("c:/a/list"), "c:/a/list") << "without substitutes";
+    with.substitutes = rows;
+    EXPECT_STREQ(path_to_read("c:/a/list"), "/tmp/other");
+    EXPECT_STREQ(path_to_read("C:/A/List"), "/tmp/other");
+    EXPECT_STREQ(path_to_read("c:/a/list2"), "c:/a/list2");
+}
+
 TEST(call_context, costs_no_memory_and_no_call) {
     call_context one{};
     call_watch watch;

@@ -10,6 +10,7 @@
 #include "call_watch.h"
 #include "dns_script.h"
 #include "drive_c.h"
+#include "evidence.h"
 #include "failing_memory.h"
 #include "platform/dns.h"
 #include "platform/net.h"
@@ -55,6 +56,158 @@ lines questions(dns_script &dns) {
         texts.push_back(question.name + " " + std::to_string(question.type));
     }
     return texts;
+}
+
+// --- the context of the calling thread ---
+
+// A source that has one answer to every question, and keeps what it was asked.
+struct one_answer {
+    uint32_t status = 0;
+    const char *target = "from.the.source.example"; // of a PTR record
+    lines asked;
+    bool details_wanted = false;
+    bool details_lack_memory = false;
+    dns_source source{this, ask};
+
+    static uint32_t ask(void *context, const char *name, uint16_t type, uint32_t options,
+                        platform::dns_record **records, platform::dns_details *details) {
+        const allocation_pause pause;
+        auto *const self = static_cast<one_answer *>(context);
+        self->asked.push_back(std::string(name) + " " + std::to_string(type) + " " +
+                              std::to_string(options));
+        self->details_wanted = details;
+        *records = self->status ? nullptr : platform::dns_new_record(type, self->target);
+        if (details) {
+            details->status = self->status;
+            details->response_code = 4;
+            details->no_memory = self->details_lack_memory;
+            platform::dns_details_add(details, type, "A 192.0.2.1");
+        }
+        return self->status;
+    }
+};
+
+// What was told of each question, with what the details say.
+struct told_questions {
+    lines told;
+    evidence_sink sink{};
+
+    told_questions() {
+        sink.context = this;
+        sink.dns_answered = [](void *context, const auto *fact) noexcept {
+            static_cast<told_questions *>(context)->told.push_back(
+                std::string(fact->name) + " " + std::to_string(fact->type) + " attempt " +
+                std::to_string(fact->attempt) + " status " + std::to_string(fact->status) +
+                " code " + std::to_string(fact->code) + " rcode " +
+                std::to_string(fact->details->response_code) + " said " +
+                std::to_string(fact->details->status) +
+                (fact->details->records ? std::string(" ") + fact->details->records->text : ""));
+        };
+    }
+};
+
+TEST(vc_dns_context, a_source_is_asked_in_place_of_the_system) {
+    log_capture log;
+    dns_script dns;
+    one_answer answers;
+    call_context context{.evidence = nullptr, .dns = &answers.source, .configuration = nullptr};
+    char **names = nullptr;
+    {
+        const call_scope scope(&context);
+        EXPECT_EQ(vc_resolv_WIN32("host.example.", type_mx, 0), 0);
+        EXPECT_EQ(vc_lookup_reverse_dns(&names, "192.0.2.1", 1, 0), 0);
+        EXPECT_FALSE(answers.details_wanted) << "nobody asks";
+        ASSERT_NE(names, nullptr);
+        EXPECT_STREQ(names[0], "from.the.source.example");
+        answers.status = 9003;
+        EXPECT_EQ(vc_has_a_or_mx("host.example", 1), 1);
+    }
+    vc_lstfree(&names, free);
+    EXPECT_EQ(answers.asked,
+              (lines{"host.example. 15 0", "1.2.0.192.in-addr.arpa. 12 2", "host.example. 1 2",
+                     "host.example. 28 2", "host.example. 15 2"}));
+    EXPECT_EQ(questions(dns), lines{});
+    EXPECT_EQ(vc_resolv_WIN32("host.example.", type_mx, 0), 1) << "the context has gone";
+    EXPECT_EQ(questions(dns), lines{"host.example. 15"});
+}
+
+TEST(vc_dns_context, every_question_is_told) {
+    log_capture log;
+    one_answer answers;
+    told_questions told;
+    call_context context{.evidence = &told.sink, .dns = &answers.source, .configuration = nullptr};
+    const call_scope scope(&context);
+    EXPECT_EQ(vc_resolv_A("host.example.", 0), 0);
+    answers.status = 9005;
+    EXPECT_EQ(vc_resolv_WIN32("host.example.", type_mx, 0), 1);
+    answers.status = 9002;
+    char **names = nullptr;
+    EXPECT_EQ(vc_lookup_reverse_dns(&names, "192.0.2.1", 1, 0), 2);
+    const std::string reverse = "1.2.0.192.in-addr.arpa. 12 attempt ";
+    const std::string failed = " status 9002 code 2 rcode 4 said 9002 A 192.0.2.1";
+    EXPECT_EQ(told.told,
+              (lines{"host.example. 1 attempt 1 status 0 code 0 rcode 4 said 0 A 192.0.2.1",
+                     "host.example. 15 attempt 1 status 9005 code 1 rcode 4 said 9005 A 192.0.2.1",
+                     reverse + "1" + failed, reverse + "2" + failed, reverse + "3" + failed}));
+}
+
+TEST(vc_dns_context, the_system_is_asked_for_details_too) {
+    log_capture log;
+    dns_script dns;
+    dns.ptr("1.2.0.192.in-addr.arpa.", {"Host.Example"});
+    told_questions told;
+    call_context context{.evidence = &told.sink, .dns = nullptr, .configuration = nullptr};
+    const call_scope scope(&context);
+    char **names = nullptr;
+    EXPECT_EQ(vc_lookup_reverse_dns(&names, "192.0.2.1", 1, 0), 0);
+    vc_lstfree(&names, free);
+    EXPECT_EQ(told.told, lines{"1.2.0.192.in-addr.arpa. 12 attempt 1 status 0 code 0 rcode -1 "
+                               "said 0 PTR Host.Example."});
+}
+
+TEST(vc_dns_context, a_lack_of_memory_is_told) {
+    log_capture log;
+    one_answer answers;
+    lines failures;
+    evidence_sink sink{};
+    sink.context = &failures;
+    sink.could_not_look = [](void *context, const auto *fact) noexcept {
+        static_cast<lines *>(context)->push_back(std::string(fact->what) + " " +
+                                                 std::to_string(fact->error) + " " + fact->reason);
+    };
+    call_context context{.evidence = &sink, .dns = &answers.source, .configuration = nullptr};
+    const call_scope scope(&context);
+    EXPECT_EQ(vc_resolv_WIN32("host.example.", type_a, 0), 0);
+    EXPECT_EQ(failures, lines{});
+    answers.status = 8;
+    EXPECT_EQ(vc_resolv_WIN32("host.example.", type_a, 0), 2);
+    EXPECT_EQ(failures, lines{"host.example. 8 no memory"});
+    failures.clear();
+    answers.status = 0;
+    answers.details_lack_memory = true;
+    EXPECT_EQ(vc_resolv_WIN32("host.example.", type_a, 0), 0) << "telling changes no result";
+    EXPECT_EQ(failures, lines{"host.example. 8 no memory"});
+}
+
+// A sink without the slot is nobody who asks about the DNS; and without a context nothing is paid.
+TEST(vc_dns_context, nothing_is_left_behind_and_nothing_is_paid) {
+    log_capture log;
+    dns_script dns;
+    dns.answer("host.example.", type_a, 0, {{type_a, ""}, {type_cname, ""}});
+    const unsigned long before = allocations_made();
+    EXPECT_EQ(vc_resolv_WIN32("host.example.", type_a, 0), 0);
+    const unsigned long plain = allocations_made() - before;
+    EXPECT_EQ(plain, 0u);
+    dns.asked();
+    const long live = live_allocations();
+    evidence_sink empty{};
+    call_context context{.evidence = &empty, .dns = nullptr, .configuration = nullptr};
+    {
+        const call_scope scope(&context);
+        EXPECT_EQ(vc_resolv_WIN32("host.example.", type_a, 0), 0);
+    }
+    dns.asked();
+    EXPECT_EQ(live_allocations(), live);
 }
 
 // --- the nine statuses that mean "no such name", and the others ---

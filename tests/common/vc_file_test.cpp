@@ -167,6 +167,20 @@ TEST_F(vc_file, opening_a_missing_file_creates_it_also_for_reading) {
     EXPECT_EQ(drive.read("c:/quillfence/to-write"), "");
 }
 
+TEST_F(vc_file, opening_what_exists_creates_nothing) {
+    EXPECT_EQ(vc_open_existing("c:/quillfence/missing"), vc_invalid_handle);
+    EXPECT_EQ(vc_open_existing("c:/quillfence/none/missing"), vc_invalid_handle);
+    EXPECT_FALSE(drive.exists("c:/quillfence/missing"));
+    EXPECT_EQ(log.errors(), lines{});
+    EXPECT_EQ(vc_open_existing("c:/quillfence"), vc_invalid_handle);
+    EXPECT_EQ(vc_open_existing(""), vc_invalid_handle);
+    EXPECT_EQ(log.errors(), (lines{"vc_open_ex: unknown error opening - got error code 5",
+                                   "vc_open_ex: " + std::string(strerror(EINVAL))}));
+    drive.write(path, "kept");
+    EXPECT_EQ(vc_close(vc_open_existing(path)), 1);
+    EXPECT_EQ(drive.read(path), "kept");
+}
+
 TEST_F(vc_file, opening_keeps_what_is_there) {
     drive.write(path, "kept");
     EXPECT_EQ(vc_close(vc_open_ex(path, 0, 1, 0)), 1);
@@ -450,6 +464,19 @@ TEST_F(vc_file, contents_of_a_missing_file_are_empty_and_leave_a_file_behind) {
     EXPECT_STREQ(text.get(), "");
     EXPECT_EQ(size, 0u);
     EXPECT_EQ(drive.read("c:/quillfence/missing"), "");
+}
+
+TEST_F(vc_file, existing_contents) {
+    uint64_t size = 77;
+    EXPECT_FALSE(heap_text(vc_existing_contents("c:/quillfence/missing", &size)));
+    EXPECT_EQ(size, 77u);
+    EXPECT_FALSE(drive.exists("c:/quillfence/missing"));
+    EXPECT_EQ(log.errors(), lines{});
+    drive.write(path, "abc");
+    EXPECT_STREQ(heap_text(vc_existing_contents(path, &size)).get(), "abc");
+    EXPECT_EQ(size, 3u);
+    EXPECT_FALSE(heap_text(vc_existing_contents(nullptr, &size)));
+    EXPECT_EQ(log.errors(), (lines{"vc_existing_contents: " + std::string(strerror(EINVAL))}));
 }
 
 TEST_F(vc_file, contents_start_at_the_position_and_count_the_whole_file) {

@@ -5,8 +5,10 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <memory>
 #include <random>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -80,9 +82,25 @@ TEST_F(vc_hashmap_file, the_saved_bytes) {
     call_watch watch;
     EXPECT_EQ(vc_map_save(map, path, 1), 1);
     EXPECT_EQ(watch.count("file_write"), 1);
-    EXPECT_EQ(watch.count("file_open"), 1);
+    EXPECT_EQ(watch.count("temporary_create"), 1);
     EXPECT_EQ(watch.count("file_close"), 1);
     EXPECT_EQ(drive.read(path), sample_bytes());
+}
+
+// The sample of the format page.
+TEST_F(vc_hashmap_file, the_page_shows_these_bytes) {
+    std::ifstream page(QF_FORMAT_PAGE);
+    ASSERT_TRUE(page.is_open());
+    std::string bytes;
+    for (std::string line; std::getline(page, line);) {
+        if (line.starts_with("    00")) {
+            std::istringstream hex(line.substr(12, 47));
+            for (std::string byte; hex >> byte;) {
+                bytes += static_cast<char>(std::stoi(byte, nullptr, 16));
+            }
+        }
+    }
+    EXPECT_EQ(bytes, sample_bytes());
 }
 
 // What the loader would not believe is not written, so that nothing is lost.
@@ -321,38 +339,57 @@ TEST_F(vc_hashmap_file, an_existing_file_is_kept_unless_overwriting) {
     EXPECT_EQ(drive.read("c:/quillfence/new"), sample_bytes());
 }
 
-TEST_F(vc_hashmap_file, an_old_tail_stays_and_is_not_read) {
+TEST_F(vc_hashmap_file, nothing_of_a_longer_file_stays) {
     const owned_map map(sample_map());
-    const std::string tail(50, 'T');
-    drive.write(path, std::string(sample_bytes().size(), '.') + tail);
+    drive.write(path, std::string(sample_bytes().size() + 50, 'T'));
     EXPECT_EQ(vc_map_save(map, path, 1), 1);
-    EXPECT_EQ(drive.read(path), sample_bytes() + tail);
+    EXPECT_EQ(drive.read(path), sample_bytes());
+    EXPECT_FALSE(drive.exists(path + ".tmp"s));
+}
+
+TEST_F(vc_hashmap_file, a_file_that_was_left_over_beside_it_goes) {
+    const owned_map map(sample_map());
+    drive.write(path + ".tmp"s, std::string(sample_bytes().size() + 50, 'T'));
+    EXPECT_EQ(vc_map_save(map, path, 1), 1);
+    EXPECT_EQ(drive.read(path), sample_bytes());
+    EXPECT_FALSE(drive.exists(path + ".tmp"s));
+}
+
+// Behind a tail that an earlier version left, the reader never looks.
+TEST_F(vc_hashmap_file, a_tail_is_not_read) {
+    drive.write(path, sample_bytes() + std::string(50, 'T'));
     EXPECT_EQ(order_of(owned_map(vc_map_load(path))), "a d c b");
 }
 
-// The file is written in place: the reader can't tell that its front and its end are two maps'.
-TEST_F(vc_hashmap_file, a_save_that_breaks_off_may_leave_parts_of_both_maps) {
-    const owned_map map(vc_map_create(1, 8));
-    std::string value(1000, 'o');
-    value.back() = '\0';
-    for (const char *key : {"a", "b", "c", "d", "e", "f", "g", "h"}) {
-        EXPECT_EQ(vc_map_store_ex(map, key, value.data(), value.size(), 1, nullptr), 1);
-    }
-    EXPECT_EQ(vc_map_save(map, path, 1), 1);
-    std::fill(value.begin(), value.end() - 1, 'n');
-    for (const char *key : {"a", "h"}) {
-        EXPECT_EQ(vc_map_update_ex(map, key, value.data(), value.size(), 1, nullptr), 1);
-    }
-    {
+TEST_F(vc_hashmap_file, a_save_that_breaks_off_leaves_the_old_map) {
+    const owned_map map(sample_map());
+    const struct {
+        const char *call;
+        uint32_t error;
+        lines want_errors;
+    } cases[] = {
+        {"file_write",
+         112,
+         {"vc_write: fatal error on block write (w32) got error code 112",
+          "vc_map_save: Failed to write the data to the file during save: [" + text_of(0) + "]"}},
+        {"file_sync",
+         112,
+         {"vc_map_save: Failed to write the data to the file during save: [" + text_of(ENOSPC) +
+          "]"}},
+        {"path_replace",
+         5,
+         {"vc_map_save: Failed to write the data to the file during save: [" + text_of(EACCES) +
+          "]"}},
+    };
+    for (const auto &c : cases) {
+        drive.write(path, "the old one");
         call_watch watch;
-        watch.fail("file_write", 2, 112); // behind the first 4096 bytes
-        EXPECT_EQ(vc_map_save(map, path, 1), 0);
+        watch.fail(c.call, 1, c.error);
+        EXPECT_EQ(vc_map_save(map, path, 1), 0) << c.call;
+        EXPECT_EQ(log.errors(), c.want_errors) << c.call;
+        EXPECT_EQ(drive.read(path), "the old one") << c.call;
+        EXPECT_FALSE(drive.exists(path + ".tmp"s)) << c.call;
     }
-    EXPECT_EQ(log.errors().size(), 2u);
-    const owned_map loaded(vc_map_load(path));
-    EXPECT_EQ(order_of(loaded), "a b c d e f g h");
-    EXPECT_EQ(text_in(loaded, "a").substr(0, 3), "nnn");
-    EXPECT_EQ(text_in(loaded, "h").substr(0, 3), "ooo");
 }
 
 void foreign_free(void *) {}

@@ -394,6 +394,38 @@ TEST_F(vc_strings, replace_refuses) {
     EXPECT_EQ(log.transcript(), lines(5, "E vc_str_replace: " + einval));
 }
 
+// vc_str_replace_within
+
+// Every text of up to six letters "a" and "b", with replacements that grow, shrink and stay.
+TEST_F(vc_strings, replace_within_a_limit_it_is_the_same_cut) {
+    for (unsigned bits = 1; bits < 128; ++bits) { // the highest one ends the text
+        std::string text;
+        for (unsigned rest = bits; rest > 1; rest >>= 1) {
+            text += rest & 1 ? 'a' : 'b';
+        }
+        for (const char *replacement : {"", "b", "a", "ba", "abb", "aaaa"}) {
+            text_slot whole(text);
+            ASSERT_EQ(vc_str_replace(whole.slot(), "a", replacement), 1);
+            for (size_t limit = 0; limit < 30; ++limit) {
+                text_slot slot(text);
+                ASSERT_EQ(vc_str_replace_within(slot.slot(), "a", replacement, limit), 1);
+                EXPECT_EQ(slot.str(), whole.str().substr(0, limit))
+                    << text << " " << replacement << " " << limit;
+            }
+        }
+        log.take();
+    }
+}
+
+TEST_F(vc_strings, replace_within_a_limit_it_reports_in_the_same_name) {
+    text_slot slot("abc");
+    EXPECT_EQ(vc_str_replace_within(slot.slot(), "", "b", 1), 0);
+    EXPECT_EQ(vc_str_replace_within(slot.slot(), "b", "xyz", 3), 1);
+    EXPECT_EQ(log.transcript(), (lines{"E vc_str_replace: " + einval,
+                                       "D vc_str_replace: Detected 1 patterns to replace"}));
+    EXPECT_EQ(slot.str(), "axy");
+}
+
 // vc_str_replace_smaller_ex
 
 TEST_F(vc_strings, replace_smaller) {

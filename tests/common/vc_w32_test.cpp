@@ -12,6 +12,7 @@
 #include "platform/complaint.h"
 #include "platform/observer.h"
 #include "platform/process.h"
+#include "vc_log.h"
 
 namespace quillfence::testing {
 namespace {
@@ -170,6 +171,8 @@ TEST_F(vc_log, complaints_without_a_log_function_are_kept_for_later) {
 
 // Out of memory.
 
+constexpr char module_name[] = "m";
+
 int oom_calls;
 int count_oom() {
     return ++oom_calls * 10;
@@ -228,6 +231,52 @@ TEST_F(vc_oom, calloc_reports_a_failure_under_the_callers_location) {
     const auto lines = log.take();
     ASSERT_EQ(lines.size(), 1u);
     EXPECT_EQ(lines[0], (log_line{3, "m", 5, "f", enomem}));
+}
+
+TEST_F(vc_oom, every_line_of_that_text_calls_the_function) {
+    vc_set_oom_function(count_oom);
+    QF_ENOMEM();
+    EXPECT_EQ(oom_calls, 1);
+    QF_ERRNO(ENOMEM);
+    EXPECT_EQ(oom_calls, 2);
+    QF_ERRNO_AS("f", ENOMEM);
+    EXPECT_EQ(oom_calls, 3);
+    const log_place place = {"caller", "its module", 77};
+    QF_ERRNO_AT(place, ENOMEM);
+    EXPECT_EQ(oom_calls, 4);
+    vc_set_log_function(nullptr);
+    QF_ENOMEM();
+    EXPECT_EQ(oom_calls, 5) << "also when nobody hears the line";
+    const auto lines = log.take();
+    ASSERT_EQ(lines.size(), 4u);
+    for (const log_line &line : lines) {
+        EXPECT_EQ(line.message, enomem);
+    }
+    EXPECT_EQ(lines[3], (log_line{3, "its module", 77, "caller", enomem}));
+}
+
+TEST_F(vc_oom, other_lines_do_not) {
+    vc_set_oom_function(count_oom);
+    QF_EINVAL();
+    QF_ERRNO(ENOENT);
+    QF_ERROR("%s", enomem.c_str()); // a text, whatever it says
+    QF_DEBUG("%s", enomem.c_str());
+    EXPECT_EQ(oom_calls, 0);
+    EXPECT_EQ(log.errors().size(), 3u);
+}
+
+// Real paths of the library, one whose line is its own and one whose line is a helper's.
+TEST_F(vc_oom, the_library_calls_it) {
+    vc_set_oom_function(count_oom);
+    char *text = nullptr;
+    int length = 0;
+    {
+        failing_allocation failing(1);
+        length = quillfence::asprintf(&text, "%d", 1);
+    }
+    EXPECT_EQ(length, -1);
+    EXPECT_EQ(oom_calls, 1);
+    EXPECT_EQ(log.errors(), lines{"asprintf: " + enomem});
 }
 
 // Console and sanitising.

@@ -10,6 +10,7 @@
 #include "quillfence-checks.h"
 #include "quillfence.h"
 #include "rule_list.h"
+#include "step_budget.h"
 
 namespace quillfence::testing {
 
@@ -18,8 +19,7 @@ namespace {
 class decision_test : public traced_drive_test {
   protected:
     void SetUp() override {
-        set_hooks(1, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
-                  nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
+        set_hooks({.dns_option = 1});
         log.take();
     }
     // The runner's own lines among those captured, without the other modules'.
@@ -90,6 +90,25 @@ TEST_F(decision_test, a_walk_that_hits) {
                            }));
     EXPECT_EQ(hit(state), "three / no, 10.1.2.3");
     EXPECT_EQ(state->notice_flag, 0);
+}
+
+uint32_t steps_at_hand;
+uint8_t takes_steps(smtp_state *) {
+    take_steps(150'000'000);
+    steps_at_hand = steps_to_take(UINT32_MAX);
+    return 0;
+}
+
+TEST_F(decision_test, a_walk_has_200_million_matcher_steps) {
+    rule_list rules;
+    rules.add("one", takes_steps);
+    const name_list enabled({"one"});
+    test_session state;
+    for (int run = 0; run < 2; ++run) {
+        EXPECT_EQ(run_spam_checks_r(state, enabled.head, rules.head), 1);
+        EXPECT_EQ(steps_at_hand, 50'000'000u);
+    }
+    EXPECT_EQ(steps_to_take(UINT32_MAX), UINT32_MAX) << "none outside of a run";
 }
 
 TEST_F(decision_test, an_element_without_a_name_is_no_rule) {
@@ -193,8 +212,7 @@ char *host_message(const char *rule_name, smtp_state *) {
 } // namespace
 
 TEST_F(decision_test, the_message_hook_supplies_the_notice) {
-    set_hooks(1, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
-              nullptr, nullptr, nullptr, nullptr, nullptr, host_message);
+    set_hooks({.dns_option = 1, .message = host_message});
     rule_list rules;
     rules.add("rule", always_hits);
     const name_list enabled({"rule"});

@@ -51,11 +51,11 @@ class decision_runs : public drive_test {
     }
     // The lists that an embedding server may install beside the engine's own.
     static void install_host_lists() {
-        const hook_table own = hooks();
-        set_hooks(own.dns_option, own.dynamic_names, own.spam_names, own.confirmed_names,
-                  own.sender_whitelist, own.sender_blacklist, nullptr, nullptr, lists_everything,
-                  lists_everything, own.ip_whitelist, own.ip_blacklist, lists_everything,
-                  own.recipient_whitelist, own.mail_log, own.message);
+        hook_table table = hooks();
+        table.helo_whitelist = lists_everything;
+        table.helo_blacklist = lists_everything;
+        table.country_blacklist = lists_everything;
+        set_hooks(table);
     }
     void write_patterns(const char *path, const char *pattern) {
         drive.write(path, "");

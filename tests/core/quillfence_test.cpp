@@ -22,9 +22,13 @@ char *some_message(const char *, smtp_state *) {
 } // namespace
 
 TEST_F(quillfence_test, start_up_fills_the_hook_table) {
-    set_hooks(9, nullptr, nullptr, nullptr, nullptr, nullptr, ipwhitelist_hook, ipwhitelist_hook,
-              ipwhitelist_hook, ipwhitelist_hook, nullptr, nullptr, ipwhitelist_hook, nullptr,
-              nullptr, some_message);
+    set_hooks({.dns_option = 9,
+               .sender_blacklist = ipwhitelist_hook,
+               .spare_6 = ipwhitelist_hook,
+               .spare_7 = ipwhitelist_hook,
+               .helo_whitelist = ipwhitelist_hook,
+               .ip_blacklist = ipwhitelist_hook,
+               .message = some_message});
     ASSERT_EQ(quillfence_init(), 1);
     const hook_table &table = hooks();
     EXPECT_EQ(table.dns_option, 1);

@@ -5,6 +5,7 @@
 #include "drive_c.h"
 #include "quillfence-checks.h"
 #include "rule_list.h"
+#include "step_budget.h"
 
 namespace quillfence::testing {
 
@@ -67,6 +68,36 @@ TEST_F(report_test, hits_come_in_table_order_and_only_reportable_ones) {
     EXPECT_EQ(taken(&hits), (lines{"local_require_auth", "require_helo", "block_ip_in_addr"}));
     EXPECT_EQ(state->hit_name, nullptr);
     EXPECT_EQ(state->rejection_notice, nullptr);
+}
+
+uint64_t steps_seen;
+uint8_t spends_all(smtp_state *) {
+    steps_seen = 0;
+    while (!steps_are_spent()) {
+        const uint32_t taken = steps_to_take(1'000'000);
+        take_steps(taken);
+        steps_seen += taken;
+    }
+    return 1;
+}
+
+// Lookups in pattern files take their steps from it.
+TEST_F(report_test, a_run_has_200_million_matcher_steps) {
+    rule_list rules;
+    rules.add("valid_ptr", spends_all);
+    test_session state;
+    for (int run = 0; run < 2; ++run) {
+        vc_list_entry *hits = nullptr;
+        ASSERT_EQ(run_all_spam_checks(state, rules.head, &hits), 1);
+        taken(&hits);
+        EXPECT_EQ(steps_seen, 200'000'000u);
+        EXPECT_FALSE(steps_are_spent()) << "the run is over";
+    }
+    const step_scope given(5'000'000);
+    vc_list_entry *hits = nullptr;
+    ASSERT_EQ(run_all_spam_checks(state, rules.head, &hits), 1);
+    taken(&hits);
+    EXPECT_EQ(steps_seen, 5'000'000u) << "a caller's own budget goes on";
 }
 
 TEST_F(report_test, a_hit_is_a_copy_with_its_nul) {

@@ -18,6 +18,9 @@ constexpr char list[] = "from_whitelist";
 constexpr char list_path[] = "c:/quillfence/from_whitelist";
 constexpr size_t longest_line = 1022;
 
+// A hopeless pattern takes all the steps that there are, for each line anew. The targets of the
+// patterns look for such; here a list is asked for patterns when it is short.
+constexpr size_t longest_pattern_list = 200;
 constexpr list_matcher matchers[] = {_stricmp, __wildcardmatch, __regexmatch};
 
 size_t lines_seen;
@@ -46,9 +49,9 @@ int lookup(const std::string &value, list_matcher matcher) {
 }
 
 // Everything that only reads.
-void read_list(const std::string &value) {
-    for (const list_matcher matcher : matchers) {
-        lookup(value, matcher);
+void read_list(const std::string &value, size_t how_many_matchers) {
+    for (size_t i = 0; i < how_many_matchers; ++i) {
+        lookup(value, matchers[i]);
     }
     lines_seen = 0;
     QF_PROMISE(vc_iterate_file(folder, list, count_line));
@@ -110,14 +113,15 @@ void fuzz_one(fuzz_input &input) {
     const std::string comment = input.line();
     const std::string bytes = input.rest();
     fuzz_drive().write(list_path, bytes);
-    read_list(entry);
+    const size_t usable = bytes.size() > longest_pattern_list ? 2 : 3;
+    read_list(entry, usable);
     QF_PROMISE(file_bytes(list_path) == bytes);
 
-    const list_matcher matcher = matchers[choice % 3];
+    const list_matcher matcher = matchers[choice % usable];
     add(entry, choice & 4 ? comment.c_str() : nullptr, matcher);
     del(entry, (choice & 8) != 0, matcher);
     add_and_delete(entry, comment);
-    read_list(entry);
+    read_list(entry, usable);
 }
 
 } // namespace quillfence::testing

@@ -131,6 +131,19 @@ TEST_F(journal, every_type_has_its_name) {
     }
 }
 
+// The sample of the format page, whose thread has the number 4242.
+TEST_F(journal, the_line_of_the_page) {
+    std::ifstream page(QF_MAIL_LOG_PAGE);
+    std::string sample;
+    for (std::string line; sample.empty() && std::getline(page, line);) {
+        sample = line.starts_with("    2023") ? line.substr(4) : "";
+    }
+    const std::string number = std::to_string(static_cast<int>(platform::thread_id()));
+    const size_t at = sample.find("4242");
+    ASSERT_NE(at, std::string::npos);
+    EXPECT_EQ(logged("require_helo", 1), sample.replace(at, 4, number) + "\r\n");
+}
+
 TEST_F(journal, a_missing_rule_is_NULL) {
     EXPECT_EQ(logged(nullptr, 1), prefix() + "SPAM[NULL]: " + rest);
     EXPECT_EQ(logged(nullptr, 0), prefix() + "HAM: " + rest);

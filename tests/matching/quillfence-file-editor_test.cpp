@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -167,7 +168,7 @@ TEST_F(editor_test, lines_name_the_module) {
     }
 }
 
-// The paths come first: of the list, of its temporary file and of the opposite list.
+// The path comes first, of the list or of the opposite one.
 TEST_F(editor_test, without_memory_for_a_path) {
     put("a\n");
     const auto with_failing = [](unsigned n, auto edit) {
@@ -179,12 +180,12 @@ TEST_F(editor_test, without_memory_for_a_path) {
     const auto add_opposed = [] {
         return vc_add_entry(dir, "exempt_ips", "10.0.0.1", nullptr, _stricmp);
     };
-    for (unsigned n : {1u, 2u}) {
+    for (unsigned n : {1u, 2u}) { // the second is for the line
         EXPECT_STREQ(with_failing(n, add), "Out of memory error") << n;
         EXPECT_FALSE(log.errors().empty()) << n;
-        EXPECT_STREQ(with_failing(n, del), "Out of memory error") << n;
-        EXPECT_FALSE(log.errors().empty()) << n;
     }
+    EXPECT_STREQ(with_failing(1, del), "Out of memory error");
+    EXPECT_FALSE(log.errors().empty());
     EXPECT_STREQ(with_failing(1, add_opposed), "Out of memory error");
     EXPECT_FALSE(log.errors().empty());
     EXPECT_EQ(get(), "a\n");
@@ -225,11 +226,31 @@ TEST_F(editor_test, a_left_over_temporary_file_does_no_harm) {
     put("a\n");
     EXPECT_EQ(vc_add_entry(dir, "list", "b", nullptr, _stricmp), nullptr);
     EXPECT_EQ(get(), "a\nb\n");
-    drive.write(tmp_path, "left over\n");
-    call_watch calls;
-    calls.fail("path_delete", 1, 5); // it can't be deleted: it is emptied
-    EXPECT_EQ(vc_del_entry(dir, "list", "b", 0, _stricmp), nullptr);
+    expect_no_tmp("deleted by the next edit");
+}
+
+TEST_F(editor_test, a_folder_in_the_temporary_files_place_is_not_deleted) {
+    put("a\n");
+    drive.make_folder(tmp_path);
+    EXPECT_STREQ(vc_add_entry(dir, "list", "b", nullptr, _stricmp), "Error opening file");
+    EXPECT_EQ(log.errors(), lines{"vc_open_ex: unknown error opening - got error code 5"});
     EXPECT_EQ(get(), "a\n");
+    EXPECT_TRUE(drive.exists(tmp_path));
+}
+
+// The temporary file is on stable storage before it takes the list's place, the folder afterwards.
+TEST_F(editor_test, replaces_in_this_order) {
+    put("a\n");
+    call_watch watch;
+    EXPECT_EQ(vc_add_entry(dir, "list", "b", nullptr, _stricmp), nullptr);
+    lines steps = watch.take();
+    const auto changes_nothing = [](const std::string &call) {
+        return call == "file_read" || call == "file_close" || call.starts_with("environment_");
+    };
+    std::erase_if(steps, changes_nothing);
+    steps.erase(std::unique(steps.begin(), steps.end()), steps.end());
+    EXPECT_EQ(steps, (lines{"edit_lock_take", "path_target", "temporary_create", "file_write",
+                            "file_sync", "path_replace", "path_sync_folder"}));
 }
 
 TEST_F(editor_test, large_lists_are_copied_whole) {
@@ -250,9 +271,8 @@ TEST_F(editor_test, a_list_that_is_locked_elsewhere_is_not_edited) {
     put("a\n");
     const vc_handle other = vc_open_ex(list_path, 1, 1, 0);
     EXPECT_STREQ(vc_add_entry(dir, "list", "b", nullptr, _stricmp), "Error opening file");
-    EXPECT_EQ(log.errors(), lines{"vc_open_ex: unknown error opening - got error code 32"});
     EXPECT_STREQ(vc_del_entry(dir, "list", "a", 0, _stricmp), "Error opening file");
-    EXPECT_EQ(log.errors(), lines{"vc_del_entry: Permission denied"});
+    EXPECT_EQ(log.errors(), lines(2, "vc_open_ex: unknown error opening - got error code 32"));
     expect_no_tmp("");
     vc_close(other);
     EXPECT_EQ(get(), "a\n");
@@ -294,7 +314,7 @@ TEST_F(editor_test, a_vanished_directory) {
 TEST_F(editor_test, a_read_only_list) {
     put("a\n");
     call_watch calls;
-    calls.fail("file_open", 2, 5);
+    calls.fail("edit_lock_take", 1, 5);
     EXPECT_STREQ(vc_add_entry(dir, "list", "b", nullptr, _stricmp), "Error opening file");
     EXPECT_EQ(log.errors(), lines{"vc_open_ex: unknown error opening - got error code 5"});
     EXPECT_EQ(get(), "a\n");
@@ -304,7 +324,7 @@ TEST_F(editor_test, a_read_only_list) {
 TEST_F(editor_test, a_full_disk) {
     put("a\n");
     call_watch calls;
-    for (int n = 1; n <= 3; ++n) { // the old line, the new line, the list's growth
+    for (int n = 1; n <= 2; ++n) { // the old line, the new line
         calls.fail("file_write", n, 112, true);
         EXPECT_STREQ(vc_add_entry(dir, "list", "b", nullptr, _stricmp), "Error opening file");
         EXPECT_EQ(log.errors(),
@@ -312,15 +332,20 @@ TEST_F(editor_test, a_full_disk) {
         EXPECT_EQ(get(), "a\n") << n;
         expect_no_tmp("");
     }
+    calls.fail("file_sync", 1, 112, true);
+    EXPECT_STREQ(vc_add_entry(dir, "list", "b", nullptr, _stricmp), "Error opening file");
+    EXPECT_EQ(log.errors(), lines{"vc_add_entry: No space left on device"});
+    EXPECT_EQ(get(), "a\n");
+    expect_no_tmp("");
 }
 
-TEST_F(editor_test, a_copy_that_breaks_off_leaves_the_new_list) {
+TEST_F(editor_test, a_replacement_that_fails_leaves_the_old_list) {
     put("a\n");
     call_watch calls;
-    calls.fail("file_write", 4, 1117, true);
-    EXPECT_EQ(vc_add_entry(dir, "list", "b", nullptr, _stricmp), nullptr);
-    EXPECT_EQ(get(), "a\nb\n");
-    EXPECT_FALSE(log.errors().empty());
+    calls.fail("path_replace", 1, 5);
+    EXPECT_STREQ(vc_add_entry(dir, "list", "b", nullptr, _stricmp), "Error opening file");
+    EXPECT_EQ(log.errors(), lines{"vc_add_entry: Permission denied"});
+    EXPECT_EQ(get(), "a\n");
     expect_no_tmp("");
 }
 
@@ -351,8 +376,9 @@ TEST_F(editor_test, never_a_mixture) {
         put(before);
         ASSERT_EQ(edits[i](), nullptr);
         const std::string after = get();
-        for (const char *const call : {"file_open", "file_read", "file_write", "file_seek",
-                                       "file_size", "file_truncate", "path_delete"}) {
+        for (const char *const call :
+             {"edit_lock_take", "path_target", "temporary_create", "file_read", "file_write",
+              "file_sync", "file_close", "path_replace", "path_delete"}) {
             for (const bool all_after : {false, true}) {
                 int failures = 1;
                 for (int n = 1; failures; n = n < 8 ? n + 1 : n + 97) {

@@ -407,6 +407,38 @@ TEST_F(list_test, shortcut_agrees_with_the_engine) {
     compare_all(all_texts("ab*", 6), all_texts("ab", 5));
 }
 
+// Pieces that overlap themselves, so that a search has to fall back to a part of what it has.
+TEST_F(list_test, shortcut_agrees_with_the_engine_on_pieces_by_chance) {
+    std::mt19937 random(20261122);
+    const auto text_of = [&random](size_t most, const std::string &letters) {
+        std::string text;
+        for (size_t n = 1 + random() % most; n > 0; --n) {
+            text += letters[random() % letters.size()];
+        }
+        return text;
+    };
+    int hits = 0;
+    for (int i = 0; i < 20'000; ++i) {
+        const std::string pattern = "*" + text_of(8, "aab") + "*" + text_of(5, "aB*");
+        const std::string subject = text_of(30, "aaab");
+        const bool want = engine_answer(pattern).matches(subject);
+        ASSERT_EQ(__wildcardmatch(pattern.c_str(), subject.c_str()) == 0, want)
+            << "[" << pattern << "] [" << subject << "]";
+        hits += want;
+    }
+    EXPECT_GT(hits, 4'000);
+    EXPECT_LT(hits, 16'000);
+}
+
+// The longest that a list line holds, and one that none does.
+TEST_F(list_test, the_longest_pieces) {
+    for (const size_t length : {1000u, 1020u, 1021u, 1022u, 1100u}) {
+        const std::string piece(length, 'a');
+        EXPECT_EQ(__wildcardmatch(("*" + piece + "*").c_str(), ("b" + piece + "b").c_str()), 0);
+        EXPECT_NE(__wildcardmatch(("*" + piece + "a*").c_str(), ("b" + piece + "b").c_str()), 0);
+    }
+}
+
 TEST_F(list_test, shortcut_agrees_with_the_engine_on_every_plain_byte) {
     std::mt19937 random(4711);
     lines subjects;
@@ -434,7 +466,7 @@ TEST_F(list_test, shortcut_agrees_with_the_engine_on_every_plain_byte) {
 }
 
 // Of every printable character but the operators: no expression is made for a line that does not
-// match.
+// match, and only its text, for a DEBUG line, for one that does.
 TEST_F(list_test, shortcut_spares_the_engine) {
     const std::string operators = "$()*+?[\\]^{|}";
     for (char c = 32; c <= 126; ++c) {
@@ -446,6 +478,9 @@ TEST_F(list_test, shortcut_spares_the_engine) {
         const int result = __wildcardmatch(pattern.c_str(), "\x01");
         EXPECT_EQ(allocations_made() - before, 0u) << c;
         EXPECT_NE(result, 0) << c;
+        const std::string subject = {'x', c};
+        EXPECT_EQ(__wildcardmatch(pattern.c_str(), subject.c_str()), 0) << c;
+        EXPECT_EQ(allocations_made() - before, 1u) << c;
     }
 }
 

@@ -133,26 +133,23 @@ TEST_F(range_editor_test, add_refuses) {
     EXPECT_EQ(get(), cut);
 }
 
-// A record at the end of such a file would not be found, and what lies behind the counted records
-// would be counted in its stead.
-TEST_F(range_editor_test, add_refuses_a_file_with_bytes_behind_its_records) {
-    for (const std::string &before :
-         {header(2, 1) + first + third, header(2, 1) + first + third.substr(0, 100),
-          header(2, 1) + first + "x", header(2, 0) + first}) {
-        put(before);
-        EXPECT_EQ(add("10.0.1.1", "10.0.1.5"), "Error traversing file");
-        EXPECT_EQ(log.errors(), lines{"ipr_add: file c:/quillfence/ips.range is corrupt"});
-        EXPECT_EQ(get(), before);
+// An add that was killed leaves such bytes. The new record goes behind the counted ones, so that it
+// is found, and what stood there is not counted in its stead.
+TEST_F(range_editor_test, add_cuts_bytes_behind_the_records) {
+    for (const std::string &behind : {third, third.substr(0, 100), std::string("x"), third + "x"}) {
+        put(header(2, 1) + first + behind);
+        EXPECT_EQ(add("10.0.1.1", "10.0.1.5"), "success");
+        EXPECT_EQ(get(), header(2, 2) + first + second);
     }
-    // The range itself is found in front of those bytes: its comment can be replaced.
-    put(header(2, 1) + first + third);
-    EXPECT_EQ(add("10.0.0.1", "10.0.0.5"), "Entry already exists");
-    EXPECT_EQ(add("10.0.0.1", "10.0.0.5", "x"), "success");
-    EXPECT_EQ(get(), header(2, 1) + record({10, 0, 0, 1}, {10, 0, 0, 5}, "x") + third);
-    // Removing a range writes a file without those bytes.
-    EXPECT_EQ(del("10.0.0.1", "10.0.0.5"), "success");
+    put(header(2, 0) + first);
     EXPECT_EQ(add("10.0.1.1", "10.0.1.5"), "success");
     EXPECT_EQ(get(), header(2, 1) + second);
+    // A range that is found changes nothing; its comment is changed in a file without those bytes.
+    put(header(2, 1) + first + third);
+    EXPECT_EQ(add("10.0.0.1", "10.0.0.5"), "Entry already exists");
+    EXPECT_EQ(get(), header(2, 1) + first + third);
+    EXPECT_EQ(add("10.0.0.1", "10.0.0.5", "x"), "success");
+    EXPECT_EQ(get(), header(2, 1) + record({10, 0, 0, 1}, {10, 0, 0, 5}, "x"));
 }
 
 TEST_F(range_editor_test, a_range_that_is_refused_has_begun_its_file) {
@@ -231,7 +228,56 @@ TEST_F(range_editor_test, left_over_files_do_no_harm) {
     expect_no_leftovers("");
 }
 
+TEST_F(range_editor_test, a_backup_without_its_range_file_is_put_back) {
+    const std::string old = header(2, 2) + first + second;
+    const struct {
+        const char *name;
+        std::function<std::string()> edit;
+        std::string operation;
+        std::string after;
+    } cases[] = {
+        {"add", [&] { return add("10.0.2.1", "10.0.2.5", "third"); }, "ipr_add",
+         header(2, 3) + first + second + third},
+        {"del", [&] { return del("10.0.0.1", "10.0.0.5"); }, "ipr_del_range_from_file",
+         header(2, 1) + second},
+        {"convert",
+         [] { return std::string(ipr_convert_file(dir, "ips.range") ? "success" : "failure"); },
+         "ipr_convert_file", old},
+    };
+    for (const auto &c : cases) {
+        drive.remove(path);
+        drive.write(backup_path, old);
+        EXPECT_EQ(c.edit(), "success") << c.name;
+        EXPECT_EQ(log.errors(), lines{c.operation + ": file " + path +
+                                      " was missing and has been restored from " + backup_path})
+            << c.name;
+        EXPECT_EQ(get(), c.after) << c.name;
+        expect_no_leftovers(c.name);
+    }
+}
+
+TEST_F(range_editor_test, a_backup_that_cannot_be_put_back_stays) {
+    drive.write(backup_path, header(2, 1) + first);
+    call_watch calls;
+    calls.fail("path_rename", 1, 5);
+    EXPECT_EQ(add("10.0.1.1", "10.0.1.5"), "Error opening file");
+    EXPECT_EQ(log.errors(), lines{"ipr_add: Failed to rename " + std::string(backup_path) + " to " +
+                                  path + ": " + std::strerror(EACCES)});
+    EXPECT_FALSE(drive.exists(path));
+    EXPECT_EQ(drive.read(backup_path), header(2, 1) + first);
+}
+
 class range_editor_trace_test : public traced_drive_test {};
+
+TEST_F(range_editor_trace_test, add_traces_what_it_cuts) {
+    drive.write(path, header(2, 1) + first + "xyz");
+    EXPECT_EQ(ipr_add(dir, "ips.range", "10.0.1.1", "10.0.1.5", nullptr, nullptr), 1);
+    const lines trace = log.transcript();
+    EXPECT_EQ(std::count(trace.begin(), trace.end(),
+                         "D ipr_add: file c:/quillfence/ips.range had 3 bytes behind its records, "
+                         "which are cut"),
+              1);
+}
 
 TEST_F(range_editor_trace_test, del_traces_an_absent_range) {
     drive.write(path, header(2, 1) + first);
@@ -287,14 +333,33 @@ TEST_F(range_editor_test, convert_leaves_the_rest_alone) {
     }
 }
 
-// --- the rename sequence and its failures ---
+// A file that somebody else holds open for writing can't be opened for that here.
+TEST_F(range_editor_test, convert_writes_to_legacy_files_only) {
+    const std::string current = header(2, 1) + first;
+    const std::string legacy = header(1, 1) + legacy_record({10, 0, 0, 1}, {10, 0, 0, 5});
+    put(current);
+    vc_handle other = vc_open_ex(path, 1, 1, 0);
+    EXPECT_EQ(ipr_convert_file(dir, "ips.range"), 1);
+    EXPECT_EQ(log.errors(), lines{});
+    vc_close(other);
+    EXPECT_EQ(get(), current);
+
+    put(legacy);
+    other = vc_open_ex(path, 1, 1, 0);
+    EXPECT_EQ(ipr_convert_file(dir, "ips.range"), 0);
+    EXPECT_EQ(log.errors(), lines{"vc_open_ex: unknown error opening - got error code 32"});
+    vc_close(other);
+    EXPECT_EQ(get(), legacy);
+}
+
+// --- the replacement and its failures ---
 
 struct failing_call {
     const char *name;
     const char *call;
     int n;
     const char *want;
-    lines want_errors;
+    std::string want_error; // without the operation; empty for that of opening
     bool leaves_backup;
 };
 
@@ -302,27 +367,18 @@ TEST_F(range_editor_test, each_step_of_the_replacement_can_fail) {
     const std::string before = header(2, 2) + first + second;
     const std::string after = header(2, 1) + second;
     const std::string denied = std::strerror(EACCES);
-    const std::string rename_away = "ipr_del_range_from_file: Failed to rename " +
-                                    std::string(path) + " to " + backup_path + ": " + denied;
-    const std::string rename_in = "ipr_del_range_from_file: Failed to rename " +
-                                  std::string(new_path) + " to " + path + ": " + denied;
+    const std::string replacing =
+        "Failed to rename " + std::string(new_path) + " to " + path + ": " + denied;
     const std::vector<failing_call> cases = {
-        {"range file moves away", "path_rename", 1, "Error writing file", {rename_away}, false},
-        {"new file moves in", "path_rename", 2, "Error writing file", {rename_in}, false},
-        {"old backup is deleted",
-         "path_delete",
-         1,
-         "Error removing old backup file",
-         {"ipr_del_range_from_file: Failed to remove old backup file " + std::string(backup_path) +
-          ": " + denied},
-         true},
-        {"backup is deleted",
-         "path_delete",
-         2,
-         "success",
-         {"ipr_del_range_from_file: Failed to remove backup file " + std::string(backup_path) +
-          ": " + denied},
-         true},
+        {"new file is made", "temporary_create", 1, "Error opening file", "", true},
+        {"old backup is deleted", "path_delete", 1, "Error removing old backup file",
+         "Failed to remove old backup file " + std::string(backup_path) + ": " + denied, true},
+        {"backup is linked", "path_link", 1, "Error writing file",
+         "Failed to link " + std::string(path) + " to " + backup_path + ": " + denied, false},
+        {"new file is synced", "file_sync", 1, "Error writing file", replacing, false},
+        {"new file takes the place", "path_replace", 1, "Error writing file", replacing, false},
+        {"backup is deleted", "path_delete", 2, "success",
+         "Failed to remove backup file " + std::string(backup_path) + ": " + denied, true},
     };
     for (const auto &c : cases) {
         put(before);
@@ -333,7 +389,11 @@ TEST_F(range_editor_test, each_step_of_the_replacement_can_fail) {
             EXPECT_EQ(del("10.0.0.1", "10.0.0.5"), c.want) << c.name;
             EXPECT_EQ(calls.failed(), 1) << c.name;
         }
-        EXPECT_EQ(log.errors(), c.want_errors) << c.name;
+        EXPECT_EQ(log.errors(),
+                  lines{c.want_error.empty() ? "vc_open_ex: unknown error opening - "
+                                               "got error code 5"
+                                             : "ipr_del_range_from_file: " + c.want_error})
+            << c.name;
         EXPECT_EQ(get(), std::string(c.want) == "success" ? after : before) << c.name;
         EXPECT_EQ(drive.exists(backup_path), c.leaves_backup) << c.name;
         EXPECT_FALSE(drive.exists(new_path)) << c.name;
@@ -341,27 +401,62 @@ TEST_F(range_editor_test, each_step_of_the_replacement_can_fail) {
     }
 }
 
-TEST_F(range_editor_test, convert_uses_the_same_sequence) {
-    const std::string before = header(1, 1) + legacy_record({10, 0, 0, 1}, {10, 0, 0, 5});
-    put(before);
+TEST_F(range_editor_test, where_there_are_no_links_there_is_no_backup) {
+    put(header(2, 2) + first + second);
     call_watch calls;
-    calls.fail("path_rename", 2, 5);
-    EXPECT_EQ(ipr_convert_file(dir, "ips.range"), 0);
-    EXPECT_EQ(log.errors(), lines{"ipr_convert_file: Failed to rename " + std::string(new_path) +
-                                  " to " + path + ": " + std::strerror(EACCES)});
-    EXPECT_EQ(get(), before);
+    calls.fail("path_link", 1, 50);
+    EXPECT_EQ(del("10.0.0.1", "10.0.0.5"), "success");
+    EXPECT_EQ(calls.failed(), 1);
+    EXPECT_EQ(get(), header(2, 1) + second);
     expect_no_leftovers("");
-    EXPECT_EQ(ipr_convert_file(dir, "ips.range"), 1);
 }
 
-TEST_F(range_editor_test, without_any_rename_the_old_file_stays) {
-    const std::string before = header(2, 2) + first + second;
-    put(before);
+TEST_F(range_editor_test, convert_and_a_new_comment_are_replacements_too) {
+    const std::string legacy = header(1, 1) + legacy_record({10, 0, 0, 1}, {10, 0, 0, 5});
+    const std::string failed =
+        "Failed to rename " + std::string(new_path) + " to " + path + ": " + std::strerror(EACCES);
     call_watch calls;
-    calls.fail("path_rename", 2, 5, true);
-    EXPECT_EQ(del("10.0.0.1", "10.0.0.5"), "Error writing file");
-    EXPECT_EQ(log.errors().size(), 2u);
-    EXPECT_EQ(get(), before) << "copied back from the backup";
+    put(legacy);
+    calls.fail("path_replace", 1, 5);
+    EXPECT_EQ(ipr_convert_file(dir, "ips.range"), 0);
+    EXPECT_EQ(log.errors(), lines{"ipr_convert_file: " + failed});
+    EXPECT_EQ(get(), legacy);
+    expect_no_leftovers("");
+    EXPECT_EQ(ipr_convert_file(dir, "ips.range"), 1);
+    const std::string before = get();
+    calls.fail("path_replace", 1, 5);
+    EXPECT_EQ(add("10.0.0.1", "10.0.0.5", "x"), "Error writing file");
+    EXPECT_EQ(log.errors(), lines{"ipr_add: " + failed});
+    EXPECT_EQ(get(), before);
+    expect_no_leftovers("");
+}
+
+// A record is on stable storage before it is counted, and the count before the add is reported.
+TEST_F(range_editor_test, adds_in_this_order) {
+    put(header(2, 1) + first);
+    call_watch watch;
+    EXPECT_EQ(add("10.0.1.1", "10.0.1.5"), "success");
+    lines steps = watch.take();
+    std::erase_if(steps, [](const std::string &call) {
+        return call != "file_write" && call != "file_sync" && call != "edit_lock_take";
+    });
+    EXPECT_EQ(steps,
+              (lines{"edit_lock_take", "file_write", "file_sync", "file_write", "file_sync"}));
+}
+
+// Whichever of the two can't be brought to stable storage: the add fails, and the file is the old
+// one.
+TEST_F(range_editor_test, an_add_that_is_not_on_stable_storage_has_failed) {
+    const std::string before = header(2, 1) + first;
+    for (int n = 1; n <= 2; ++n) {
+        put(before);
+        call_watch calls;
+        calls.fail("file_sync", n, 1117);
+        EXPECT_EQ(add("10.0.1.1", "10.0.1.5"), "Error writing file");
+        EXPECT_EQ(get(), before) << n;
+        EXPECT_EQ(log.errors(), lines{"ipr_add: Failed to sync " + std::string(path) + ": " +
+                                      std::strerror(EIO)});
+    }
 }
 
 TEST_F(range_editor_test, a_new_file_that_cannot_be_written_goes) {
@@ -449,13 +544,11 @@ TEST_F(range_editor_test, a_read_only_file) {
     const std::string before = header(2, 1) + first;
     put(before);
     call_watch calls;
-    calls.fail("file_open", 1, 5);
+    calls.fail("edit_lock_take", 1, 5);
     EXPECT_EQ(add("10.0.1.1", "10.0.1.5"), "Error opening file");
-    calls.fail("file_open", 1, 5);
+    calls.fail("edit_lock_take", 1, 5);
     EXPECT_EQ(del("10.0.0.1", "10.0.0.5"), "Error opening file");
-    calls.fail("file_open", 2, 5);
-    EXPECT_EQ(del("10.0.0.1", "10.0.0.5"), "Error opening file") << "the new file";
-    EXPECT_EQ(log.errors(), lines(3, "vc_open_ex: unknown error opening - got error code 5"));
+    EXPECT_EQ(log.errors(), lines(2, "vc_open_ex: unknown error opening - got error code 5"));
     EXPECT_EQ(get(), before);
 }
 
@@ -465,8 +558,7 @@ TEST_F(range_editor_test, of_two_editors_at_once_the_second_is_refused) {
     const vc_handle other = vc_open_ex(path, 1, 1, 0);
     EXPECT_EQ(add("10.0.1.1", "10.0.1.5"), "Error opening file");
     EXPECT_EQ(del("10.0.0.1", "10.0.0.5"), "Error opening file");
-    EXPECT_EQ(ipr_convert_file(dir, "ips.range"), 0);
-    EXPECT_EQ(log.errors(), lines(3, "vc_open_ex: unknown error opening - got error code 32"));
+    EXPECT_EQ(log.errors(), lines(2, "vc_open_ex: unknown error opening - got error code 32"));
     EXPECT_EQ(file_contains_ip_range_match("ips.range", "10.0.0.3", dir), 1)
         << "checks go on during an edit";
     vc_close(other);
@@ -492,8 +584,9 @@ TEST_F(range_editor_test, never_a_mixture) {
         put(edit.before);
         ASSERT_TRUE(edit.edit()) << edit.name;
         const std::string after = get();
-        for (const char *const call : {"file_open", "file_read", "file_write", "file_seek",
-                                       "file_size", "file_truncate", "path_rename"}) {
+        for (const char *const call : {"edit_lock_take", "temporary_create", "path_target",
+                                       "file_read", "file_write", "file_seek", "file_size",
+                                       "file_truncate", "file_sync", "path_link", "path_replace"}) {
             int failures = 1;
             for (int n = 1; failures; ++n) {
                 put(edit.before);

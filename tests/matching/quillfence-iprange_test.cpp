@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include "call_watch.h"
 #include "drive_c.h"
 #include "quillfence-iprange-file.h"
 #include "range_bytes.h"
@@ -445,6 +446,17 @@ TEST_F(range_test, contains_reads_legacy_records_of_8_bytes) {
     uint32_t offset = 0;
     EXPECT_EQ(ipr_file_contains_range(path, "10.0.0.6", "10.0.0.7", &offset), 1);
     EXPECT_EQ(offset, 16u + 264u) << "counted in the current version's records, on purpose";
+}
+
+// A disk that fails is not a file that ends early: the number says which.
+TEST_F(range_test, a_read_of_records_that_fails_is_told) {
+    put(header(2, 1) + record({10, 0, 0, 1}, {10, 0, 0, 5}));
+    call_watch calls;
+    calls.fail("file_read", 2, 1117);
+    EXPECT_EQ(file_contains_ip_range_match("ips.range", "10.0.0.3", dir), 0);
+    EXPECT_EQ(log.errors(),
+              (lines{"__next_record: Failed to read range records: error code 1117",
+                     "file_contains_ip_range_match: file c:/quillfence/ips.range is corrupt"}));
 }
 
 TEST_F(range_test, contains_tells_corrupt_files) {

@@ -8,6 +8,8 @@
 
 #include "drive_c.h"
 #include "range_bytes.h"
+#include "step_budget.h"
+#include "tiny_rex_storage.h"
 #include "vc_nulltermlist.h"
 #include "vc_w32.h"
 
@@ -18,16 +20,17 @@ char *copy_of(const std::string &text) {
     return vc_strndup(text.c_str(), text.size());
 }
 
-class hooks_test : public drive_test {
+template <class Base>
+class hooks_fixture : public Base {
   protected:
-    hooks_test() : state(new_smtp_state()) {
+    hooks_fixture() : state(new_smtp_state()) {
         state->base_dir = copy_of("c:/quillfence/");
     }
-    ~hooks_test() override {
+    ~hooks_fixture() override {
         free_smtp_state(state);
     }
     void put(const std::string &name, const std::string &bytes) {
-        drive.write("c:/quillfence/" + name, bytes);
+        this->drive.write("c:/quillfence/" + name, bytes);
     }
     void set_names(const lines &names) {
         state->rdns = nullptr;
@@ -41,6 +44,8 @@ class hooks_test : public drive_test {
     }
     smtp_state *state;
 };
+using hooks_test = hooks_fixture<drive_test>;
+using traced_hooks_test = hooks_fixture<traced_drive_test>;
 
 // --- list hooks ---
 
@@ -233,6 +238,64 @@ TEST_F(hooks_test, every_name_must_match) {
             EXPECT_EQ(hook.hook(state), c.want) << hook.name << ": " << c.name;
             EXPECT_STREQ(state->rdns, c.want_rdns) << hook.name << ": " << c.name;
         }
+    }
+}
+
+// Which the client's DNS server chooses.
+TEST_F(hooks_test, more_than_100_names_are_not_matched) {
+    for (const auto &hook : pattern_hooks) {
+        put(hook.file, pattern_file("dyn"));
+        set_names(lines(100, "dyn1.example"));
+        EXPECT_EQ(hook.hook(state), 1) << hook.name;
+        set_names(lines(101, "dyn1.example"));
+        EXPECT_EQ(hook.hook(state), 0) << hook.name;
+        EXPECT_EQ(state->rdns, nullptr) << hook.name;
+        drive.remove("c:/quillfence/dynaregex");
+    }
+}
+
+TEST_F(traced_hooks_test, a_line_tells_of_too_many_names) {
+    for (const auto &hook : pattern_hooks) {
+        put(hook.file, pattern_file("dyn"));
+        set_names(lines(101, "dyn1.example"));
+        log.take();
+        EXPECT_EQ(hook.hook(state), 0) << hook.name;
+        EXPECT_EQ(log.transcript().back(),
+                  "D " + std::string(hook.name) + ": " + too_many_ptr_names_line);
+    }
+}
+
+// As many steps as it takes to read one name of 20 characters, but not a hundred such names.
+TEST_F(hooks_test, a_lookup_that_the_run_has_no_steps_for_gives_0_with_a_line) {
+    const lines names(100, "a-long-name-dyn.test");
+    for (const auto &hook : pattern_hooks) {
+        const lines want{std::string(hook.name) + ": " + ptr_steps_spent_line};
+        drive.remove("c:/quillfence/dynaregex");
+        put(hook.file, pattern_file("dyn"));
+        set_names(names);
+        {
+            const step_scope steps(500);
+            EXPECT_EQ(hook.hook(state), 0) << hook.name << ": by its own file";
+            EXPECT_EQ(log.errors(), want);
+            EXPECT_EQ(hook.hook(state), 0) << hook.name << ": nothing is left";
+            EXPECT_EQ(log.errors(), want) << "one line a rule";
+        }
+        EXPECT_EQ(state->rdns, nullptr) << hook.name << ": who breaks the rule is not known";
+        EXPECT_EQ(hook.hook(state), 1) << hook.name << ": a run of its own";
+        // Were the spent lookup taken for "not exempt", the rule would hit.
+        set_names({"dyn"});
+        drive.write(exempt_regex_file, pattern_file(std::string(200, '-') + "x"));
+        uint64_t own = 0;
+        {
+            step_budget budget;
+            begin_steps(&budget, 100'000);
+            compiled_regex_match(("c:/quillfence/" + std::string(hook.file)).c_str(), "dyn");
+            own = 100'000 - budget.left;
+            end_steps(&budget);
+        }
+        const step_scope steps(own + 1);
+        EXPECT_EQ(hook.hook(state), 0) << hook.name << ": by the exempt file";
+        EXPECT_EQ(log.errors(), want);
     }
 }
 

@@ -1,5 +1,7 @@
 #include "tiny_rex_storage.h"
 
+#include "step_budget.h"
+
 #include <cstring>
 #include <string>
 #include <vector>
@@ -101,9 +103,41 @@ TEST_F(tiny_rex_storage, a_file_without_the_magic_is_refused_as_a_whole) {
 TEST_F(tiny_rex_storage, a_file_that_can_not_be_opened_is_refused_too) {
     drive.write(path, header + letter_block('a'));
     testing::call_watch calls;
-    calls.fail("stream_open", 1, 5); // access denied
+    calls.fail("file_open", 1, 5); // access denied
     EXPECT_EQ(compiled_regex_match(path, "a"), 0);
     EXPECT_EQ(log.errors(), (lines{"trs_valid_file: Invalid argument", not_valid}));
+}
+
+// The second read is the one that finds the end.
+TEST_F(tiny_rex_storage, a_file_that_can_not_be_read) {
+    drive.write(path, header + letter_block('a'));
+    const std::string denied = strerror(EACCES);
+    {
+        testing::call_watch calls;
+        calls.fail("file_read", 1, 5); // access denied
+        EXPECT_EQ(compiled_regex_match(path, "a"), 0);
+    }
+    EXPECT_EQ(log.errors(),
+              (lines{"trs_valid_file: failed to read header bit: " + denied, not_valid}));
+    {
+        testing::call_watch calls;
+        calls.fail("file_read", 2, 5);
+        EXPECT_EQ(compiled_regex_match(path, "b"), 0);
+    }
+    EXPECT_EQ(log.errors(), (lines{"trs_next: Error reading node block size: " + denied,
+                                   "trs_next: nallocated is 0", "trs_next: bytes read is 0"}));
+    drive.write(path, header + letter_block('b').substr(0, 40));
+    {
+        testing::call_watch calls;
+        calls.fail("file_read", 2, 5);
+        EXPECT_EQ(compiled_regex_match(path, "b"), 0);
+    }
+    EXPECT_EQ(log.errors(), lines{"trs_next: short read when attempting to read node #2"});
+}
+
+TEST_F(tiny_rex_storage, a_folder_in_its_place_matches_nothing) {
+    drive.make_folder(path);
+    EXPECT_EQ(compiled_regex_match(path, "a"), 0);
 }
 
 TEST_F(tiny_rex_storage, what_is_written_is_read_back) {
@@ -335,17 +369,62 @@ TEST_F(tiny_rex_storage_traced, debug_lines) {
     EXPECT_EQ(of_this_module(), lines{"trs_store: writing out nsize 4 for node block size"});
 }
 
+// --- The run's steps ----------------------------------------------------------------------------
+
+// A pattern that takes every step it gets with such a name.
+constexpr char hopeless_pattern[] = "(x+x+)+y";
+const std::string hopeless_name(2000, 'x');
+
+class tiny_rex_budget : public tiny_rex_storage {
+  protected:
+    static std::string block_of(const char *pattern) {
+        const trex_ptr expression(trex_compile_ex(pattern, trex_fold_case));
+        std::string bytes = le32(expression->nsize);
+        for (int32_t i = 0; i < expression->nsize; ++i) {
+            const TRexNode &n = expression->nodes[i];
+            bytes += node(n.type, n.left, n.right, n.next);
+        }
+        return bytes;
+    }
+};
+
+TEST_F(tiny_rex_budget, a_lookup_ends_with_it_without_a_line) {
+    drive.write(path, header + block_of(hopeless_pattern) + block_of("x"));
+    const step_scope steps(10'000);
+    EXPECT_EQ(compiled_regex_match(path, hopeless_name.c_str()), 0) << "x is not tried any more";
+    EXPECT_TRUE(steps_are_spent());
+    EXPECT_EQ(compiled_regex_match(path, "x"), 0);
+    EXPECT_EQ(log.errors(), lines{});
+}
+
+TEST_F(tiny_rex_budget, what_is_enough_changes_nothing) {
+    drive.write(path, header + block_of("[a-c]{2}1") + block_of("x"));
+    const step_scope steps(1000);
+    EXPECT_EQ(compiled_regex_match(path, "ab1"), 1);
+    EXPECT_EQ(compiled_regex_match(path, "ab2"), 0);
+    EXPECT_EQ(compiled_regex_match(path, "x"), 1);
+    EXPECT_FALSE(steps_are_spent());
+    EXPECT_LT(steps_to_take(1000), 1000u) << "they are counted";
+    EXPECT_GT(steps_to_take(1000), 900u);
+}
+
+// A stored expression keeps its own limit, and its line.
+TEST_F(tiny_rex_budget, one_match_takes_its_own_limit_at_most) {
+    drive.write(path, header + block_of(hopeless_pattern) + block_of("x"));
+    const step_scope steps(uint64_t{2} * trex_most_steps);
+    EXPECT_EQ(compiled_regex_match(path, hopeless_name.c_str()), 1) << "by x";
+    EXPECT_EQ(log.errors(), lines{"__trex_matchnode: regex takes too many steps"});
+    EXPECT_FALSE(steps_are_spent());
+    EXPECT_LT(steps_to_take(trex_most_steps), trex_most_steps);
+}
+
 // --- Without memory -----------------------------------------------------------------------------
 
-TEST_F(tiny_rex_storage, a_lookup_without_memory_fails_with_a_line) {
+TEST_F(tiny_rex_storage, a_lookup_asks_for_none) {
     drive.write(path, header + letter_block('a') + le32(0) + letter_block('b'));
-    int answer = 0;
-    testing::sweep_allocations([&] { answer = compiled_regex_match(path, "b"); },
-                               [&](unsigned n) {
-                                   EXPECT_EQ(answer, 0) << n;
-                                   EXPECT_FALSE(log.errors().empty()) << n;
-                               });
-    EXPECT_EQ(answer, 1);
+    const unsigned long before = testing::allocations_made();
+    EXPECT_EQ(compiled_regex_match(path, "b"), 1);
+    EXPECT_EQ(testing::allocations_made() - before, 0u);
     EXPECT_EQ(log.errors(), lines{"trs_next: node count size of zero read: invalid regex"});
 }
 

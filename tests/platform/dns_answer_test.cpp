@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include "call_watch.h"
 #include "failing_memory.h"
 
 namespace quillfence::testing {
@@ -388,6 +389,302 @@ TEST(dns_answer, without_memory) {
     EXPECT_EQ(failed, 5u) << "three records, two names";
     EXPECT_EQ(status, 0u);
     platform::dns_release(records);
+}
+
+// --- details ---
+
+using texts = std::vector<std::string>;
+
+texts texts_of(const platform::dns_details &details) {
+    texts all;
+    for (const auto *one = details.records; one; one = one->next) {
+        all.push_back(std::to_string(one->type) + " " + one->text);
+    }
+    EXPECT_EQ(all.size(), details.record_count);
+    return all;
+}
+
+struct detailed_reading {
+    uint32_t status;
+    int32_t response_code;
+    texts records;
+    bool operator==(const detailed_reading &) const = default;
+};
+
+std::ostream &operator<<(std::ostream &out, const detailed_reading &read) {
+    out << read.status << " code " << read.response_code;
+    for (const std::string &record : read.records) {
+        out << " [" << record << "]";
+    }
+    return out;
+}
+
+detailed_reading read_details(const bytes &message) {
+    const std::vector<char> exact(message.begin(), message.end());
+    dns_record *records = nullptr;
+    platform::dns_details details = platform::dns_no_details();
+    detailed_reading result{};
+    result.status = platform::read_dns_answer(exact.data(), exact.size(), &records, &details);
+    result.response_code = details.response_code;
+    result.records = texts_of(details);
+    EXPECT_EQ(details.left_out, 0u);
+    EXPECT_FALSE(details.no_memory);
+    platform::dns_release(records);
+    platform::dns_details_clear(&details);
+    return result;
+}
+
+TEST(dns_details, records_as_text) {
+    const bytes host = name({"Mail", "Example"});
+    struct {
+        const char *name;
+        bytes record;
+        const char *want;
+    } const cases[] = {
+        {"address", record(1, "\x7F\0\0\x02"_b), "1 A 127.0.0.2"},
+        {"highest address", record(1, "\xFF\xFF\xFF\xFF"_b), "1 A 255.255.255.255"},
+        {"IPv6 address", record(28, "\x20\x01\x0D\xB8\0\0\0\0\0\0\0\0\0\0\0\x01"_b),
+         "28 AAAA 2001:db8::1"},
+        {"name server", record(2, host), "2 NS Mail.Example."},
+        {"alias", record(5, host), "5 CNAME Mail.Example."},
+        {"alias behind a pointer", record(5, pointer(question_name + 10)), "5 CNAME in-addr.arpa."},
+        {"reverse name", record(12, host), "12 PTR Mail.Example."},
+        {"root", record(12, name({})), "12 PTR ."},
+        {"bytes that are no name's", record(12, name({"a.b", "new\nline"})),
+         "12 PTR a\\.b.new\\010line."},
+        {"exchanger", record(15, "\0\x0A"_b + host), "15 MX 10 Mail.Example."},
+        {"last exchanger", record(15, "\xFF\xFF"_b + name({})), "15 MX 65535 ."},
+        {"text", record(16, "\x02hi"_b), "16 TYPE16 \\# 3 026869"},
+        {"no data", record(99, ""), "99 TYPE99 \\# 0"},
+        {"other class", record(1, "\x01\x02"_b, 3), "1 CLASS3 A \\# 2 0102"},
+        {"other class with a whole name", record(12, host, 4),
+         "12 CLASS4 PTR \\# 14 044d61696c074578616d706c6500"},
+        {"short address", record(1, "\x7F\0\0"_b), "1 A \\# 3 7f0000"},
+        {"long address", record(1, "\x7F\0\0\x01\x01"_b), "1 A \\# 5 7f00000101"},
+        {"short IPv6 address", record(28, bytes(15, '\x11')),
+         "28 AAAA \\# 15 111111111111111111111111111111"},
+        {"alias with bytes behind it", record(5, name({"a"}) + "x"), "5 CNAME \\# 4 01610078"},
+        {"alias without end",
+         record(5, "\x01"
+                   "a"_b),
+         "5 CNAME \\# 2 0161"},
+        {"exchanger without name", record(15, "\0\x0A"_b), "15 MX \\# 2 000a"},
+        {"half a preference", record(15, "\x0A"_b), "15 MX \\# 1 0a"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(read_details(answer({c.record})), (detailed_reading{0, 0, {c.want}}));
+    }
+}
+
+TEST(dns_details, long_data_is_cut) {
+    std::string want = "16 TYPE16 \\# 257 ";
+    for (int i = 0; i < 256; ++i) {
+        want += "ab";
+    }
+    EXPECT_EQ(read_details(answer({record(16, bytes(257, '\xAB'))})),
+              (detailed_reading{0, 0, {want + "..."}}));
+    want.replace(want.find("257"), 3, "256");
+    EXPECT_EQ(read_details(answer({record(16, bytes(256, '\xAB'))})),
+              (detailed_reading{0, 0, {want}}));
+}
+
+TEST(dns_details, longest_name_is_whole) {
+    const bytes odd(63, '\xFF');
+    std::string label;
+    for (int i = 0; i < 63; ++i) {
+        label += "\\255";
+    }
+    EXPECT_EQ(
+        read_details(answer({record(15, "\xFF\xFF"_b + name({odd, odd, odd, bytes(61, '\xFF')}))})),
+        (detailed_reading{0,
+                          0,
+                          {"15 MX 65535 " + label + "." + label + "." + label + "." +
+                           label.substr(0, 61 * 4) + "."}}));
+}
+
+TEST(dns_details, all_records_in_order_next_to_a_response_code_too) {
+    const texts want = {"5 CNAME alias.example.", "12 PTR mail.in-addr.arpa.", "1 A 192.0.2.1"};
+    for (unsigned code = 0; code < 16; ++code) {
+        const bytes message = answer({record(5, name({"alias", "example"})),
+                                      record(12, "\x04"
+                                                 "mail"_b +
+                                                     pointer(question_name + 10)),
+                                      record(1, "\xC0\0\x02\x01"_b)},
+                                     code);
+        EXPECT_EQ(read_details(message),
+                  (detailed_reading{code ? 9000 + code : 0, static_cast<int32_t>(code), want}));
+    }
+}
+
+TEST(dns_details, answers_that_cannot_be_read) {
+    EXPECT_EQ(read_details("short"), (detailed_reading{bad_packet, -1, {}}));
+    EXPECT_EQ(read_details(answer({record(1, "\x7F\0\0\x02"_b), record(12, "\x05"_b)}, 3)),
+              (detailed_reading{bad_packet, 3, {"1 A 127.0.0.2"}}))
+        << "what stood before the damage";
+}
+
+TEST(dns_details, a_thousand_records_are_kept) {
+    bytes message = header(0, 1, 1200) + question;
+    for (int i = 0; i < 1200; ++i) {
+        message += record(1, {'\x7F', '\0', static_cast<char>(i >> 8), static_cast<char>(i)});
+    }
+    dns_record *records = nullptr;
+    platform::dns_details details = platform::dns_no_details();
+    EXPECT_EQ(platform::read_dns_answer(message.data(), message.size(), &records, &details), 0u);
+    EXPECT_EQ(details.record_count, 1000u);
+    EXPECT_EQ(details.left_out, 200u);
+    EXPECT_STREQ(details.records->text, "A 127.0.0.0");
+    EXPECT_STREQ(details.last->text, "A 127.0.3.231");
+    platform::dns_details_clear(&details);
+    platform::dns_release(records);
+}
+
+TEST(dns_details, without_memory_the_result_is_the_same) {
+    dns_record *records = nullptr;
+    platform::dns_details details = platform::dns_no_details();
+    uint32_t status = 0;
+    unsigned missing = 0;
+    const auto operation = [&] {
+        platform::dns_release(records);
+        platform::dns_details_clear(&details);
+        status = platform::read_dns_answer(rich.data(), rich.size(), &records, &details);
+    };
+    const unsigned failed = sweep_allocations(operation, [&](unsigned n) {
+        EXPECT_TRUE(status == 8 || (status == 0 && details.no_memory)) << n;
+        missing += status == 0;
+    });
+    EXPECT_EQ(failed, 8u) << "three records, two names, three texts";
+    EXPECT_EQ(missing, 3u);
+    EXPECT_EQ(texts_of(details), (texts{"5 CNAME alias.example.", "12 PTR mail.in-addr.arpa.",
+                                        "12 PTR Host.Example."}));
+    platform::dns_details_clear(&details);
+    platform::dns_release(records);
+}
+
+TEST(dns_details, cleared) {
+    platform::dns_details details = platform::dns_no_details();
+    EXPECT_STREQ(details.server, "");
+    EXPECT_EQ(details.transport, platform::dns_transport::unknown);
+    EXPECT_EQ(details.tries, 0u);
+    EXPECT_EQ(details.microseconds, -1);
+    EXPECT_EQ(details.response_code, -1);
+    platform::dns_details_add(&details, 1, "A 192.0.2.1");
+    details.tries = 3;
+    platform::dns_details_clear(&details);
+    EXPECT_EQ(details.records, nullptr);
+    EXPECT_EQ(details.last, nullptr);
+    EXPECT_EQ(details.tries, 0u);
+    EXPECT_EQ(details.response_code, -1);
+    platform::dns_details_clear(nullptr);
+}
+
+TEST(dns_details, type_names) {
+    const struct {
+        uint16_t type;
+        const char *want;
+    } cases[] = {{1, "A"},     {2, "NS"},    {5, "CNAME"}, {12, "PTR"},    {15, "MX"},
+                 {28, "AAAA"}, {0, "TYPE0"}, {6, "TYPE6"}, {16, "TYPE16"}, {65535, "TYPE65535"}};
+    for (const auto &[type, want] : cases) {
+        char text[platform::dns_type_name_size];
+        EXPECT_STREQ(platform::dns_type_name(type, text), want);
+    }
+}
+
+// --- questions ---
+
+uint32_t stand_in(const char *, uint16_t type, uint32_t, dns_record **records) {
+    const allocation_pause pause;
+    if (type == platform::dns_type_ptr) {
+        *records = platform::dns_new_record(5, nullptr);
+        (*records)->next = platform::dns_new_record(12, "Host.Example");
+    }
+    return type == platform::dns_type_ptr ? 0 : 9003;
+}
+
+class dns_questions : public ::testing::Test {
+  protected:
+    dns_questions() {
+        platform::set_dns_stand_in(stand_in);
+    }
+    ~dns_questions() override {
+        platform::set_dns_stand_in(nullptr);
+        platform::dns_release(records);
+        platform::dns_details_clear(&details);
+    }
+    dns_record *records = nullptr;
+    platform::dns_details details = platform::dns_no_details();
+};
+
+TEST_F(dns_questions, details_of_a_stand_in) {
+    EXPECT_EQ(platform::dns_query_detailed("a.example.", 12, 0, &records, &details), 0u);
+    EXPECT_EQ(details.status, 0u);
+    EXPECT_GE(details.microseconds, 0);
+    EXPECT_STREQ(details.server, "");
+    EXPECT_EQ(texts_of(details), (texts{"5 CNAME", "12 PTR Host.Example."}));
+}
+
+TEST_F(dns_questions, details_of_a_failure) {
+    EXPECT_EQ(platform::dns_query_detailed("a.example.", 1, 0, &records, &details), 9003u);
+    EXPECT_EQ(details.status, 9003u);
+    EXPECT_EQ(records, nullptr);
+    EXPECT_EQ(texts_of(details), texts{});
+}
+
+TEST_F(dns_questions, stale_details_are_overwritten) {
+    details.tries = 7;
+    EXPECT_EQ(platform::dns_query_detailed(nullptr, 1, 0, &records, &details), 87u);
+    EXPECT_EQ(details.status, 87u);
+    EXPECT_EQ(details.tries, 0u);
+    EXPECT_EQ(details.microseconds, -1) << "nothing was asked";
+}
+
+// Nobody asks: the question costs what the stand-in costs.
+TEST_F(dns_questions, without_details_nothing_is_paid) {
+    const unsigned long start = allocations_made();
+    const uint32_t plain_status = platform::dns_query("a.example.", 12, 0, &records);
+    const unsigned long plain = allocations_made() - start;
+    EXPECT_EQ(plain_status, 0u);
+    EXPECT_EQ(plain, 0u);
+    platform::dns_release(records);
+    const unsigned long middle = allocations_made();
+    platform::dns_query_detailed("a.example.", 12, 0, &records, &details);
+    const unsigned long detailed = allocations_made() - middle;
+    EXPECT_EQ(detailed, 2u) << "two texts";
+}
+
+TEST_F(dns_questions, one_call_of_the_seam_each) {
+    call_watch watch;
+    EXPECT_EQ(platform::dns_query("a.example.", 12, 0, &records), 0u);
+    EXPECT_EQ(watch.take(), texts{"dns_query"});
+    platform::dns_release(records);
+    EXPECT_EQ(platform::dns_query_detailed("a.example.", 12, 0, &records, &details), 0u);
+    EXPECT_EQ(watch.take(), texts{"dns_query"}) << "the clock is no call of the seam";
+}
+
+TEST_F(dns_questions, refused_by_an_observer) {
+    call_watch watch;
+    watch.fail("dns_query", 1, 9002);
+    EXPECT_EQ(platform::dns_query_detailed("a.example.", 12, 0, &records, &details), 9002u);
+    EXPECT_EQ(details.status, 9002u);
+    EXPECT_EQ(records, nullptr);
+}
+
+TEST_F(dns_questions, of_a_client) {
+    platform::dns_client *client = nullptr;
+    ASSERT_EQ(platform::dns_client_open(nullptr, &client), 0u);
+    EXPECT_EQ(platform::dns_client_query(client, "a.example.", 12, 0, &records, &details), 0u);
+    EXPECT_EQ(texts_of(details), (texts{"5 CNAME", "12 PTR Host.Example."}));
+    platform::dns_client_close(client);
+    platform::dns_client_close(nullptr);
+}
+
+TEST(dns_client, refused_by_an_observer) {
+    call_watch watch;
+    watch.fail("dns_client_open", 1, 5);
+    auto *client = reinterpret_cast<platform::dns_client *>(1);
+    EXPECT_EQ(platform::dns_client_open(nullptr, &client), 5u);
+    EXPECT_EQ(client, nullptr);
 }
 
 TEST(dns_record, made_and_released) {

@@ -179,6 +179,25 @@ TEST_F(file, write_at_the_position) {
     EXPECT_EQ(drive.read(file_a), "XYcZ\nf");
 }
 
+TEST_F(file, an_append_goes_behind_what_others_have_written) {
+    constexpr file_options appending = {.append = true, .when = disposition::open_always};
+    opened one(file_a, appending);
+    opened other(file_a, appending);
+    write_all(one.handle, "1");
+    write_all(other.handle, "22");
+    EXPECT_EQ(file_seek(one.handle, 0, seek_origin::begin, nullptr), error_none);
+    write_all(one.handle, "333");
+    one.close();
+    other.close();
+    EXPECT_EQ(drive.read(file_a), "122333");
+    drive.remove(file_a);
+    opened read_back(file_a, appending);
+    char byte = 0;
+    uint32_t moved = 1;
+    EXPECT_EQ(file_read(read_back.handle, &byte, 1, &moved), error_access_denied);
+    EXPECT_EQ(moved, 0u);
+}
+
 TEST_F(file, write_needs_the_write_option) {
     drive.write(file_a, "abc");
     const opened a(file_a, reading);

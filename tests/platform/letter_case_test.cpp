@@ -134,12 +134,6 @@ TEST_F(letter_case, what_is_new_is_made_in_the_folder_that_is_there) {
     EXPECT_EQ(listed("c:/quillfence"), "Bms from_blacklist ");
 }
 
-TEST_F(letter_case, a_file_can_be_renamed_to_another_case) {
-    EXPECT_EQ(path_rename("c:/quillfence/FROM_blacklist", "c:/quillfence/From_Blacklist"),
-              error_none);
-    EXPECT_EQ(listed("c:/quillfence"), "Bms From_Blacklist ");
-}
-
 TEST_F(letter_case, a_replaced_file_stays_one) {
     drive.write("c:/quillfence/from_blacklist.tmp", "new");
     EXPECT_EQ(path_replace("c:/quillfence/FROM_BLACKLIST.tmp", "c:/quillfence/FROM_BLACKLIST"),

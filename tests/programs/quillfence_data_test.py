@@ -6,6 +6,7 @@
 LAUNCHER runs the program on a Windows build (a list as CMake has it).
 """
 
+import hashlib
 import os
 import re
 import subprocess
@@ -94,6 +95,10 @@ class ProgramTest(Case):
         for arguments, said in [
             ([], 'A subcommand is required; try "quillfence-data --help"'),
             (["regex"], 'A subcommand is required; try "quillfence-data regex --help"'),
+            (["blockmap"], 'A subcommand is required; try "quillfence-data blockmap --help"'),
+            (["range"], 'A subcommand is required; try "quillfence-data range --help"'),
+            (["list"], 'A subcommand is required; try "quillfence-data list --help"'),
+            (["counter"], 'A subcommand is required; try "quillfence-data counter --help"'),
             (["foo"], 'there is no subcommand "foo"; try "quillfence-data --help"'),
             (["regex", "foo"], 'there is no subcommand "foo"; try "quillfence-data regex --help"'),
             (["regex", "dump"], 'FILE is required; try "quillfence-data regex dump --help"'),
@@ -164,6 +169,20 @@ class RegexTest(Case):
         self.check(["regex", "compile", "--keep-going", "list", "out"], PARTLY,
                    "out: 2 expressions, 5 lines left out\n", WRONG_PATTERNS_SAID)
         self.check(["regex", "dump", "out"], DONE, "foo\nbar\n")
+        self.assertEqual(self.names(), ["list", "out", "out.lines"])
+
+    def test_lines_tell_where_expressions_come_from(self):
+        self.file("list", "# a comment\n/foo/ REJECT\n  going on\n\nbar\n")
+        self.check(["regex", "compile", "list", "out"], DONE, "out: 2 expressions\n")
+        digest = hashlib.sha256(self.bytes_of("out")).hexdigest()
+        self.assertEqual(self.bytes_of("out.lines").decode(),
+                         "# quillfence pattern lines 1\n"
+                         f"# sha256 {digest}\n"
+                         "1\t2\tlist\n2\t5\tlist\n")
+
+    def test_lines_are_left_out_on_request(self):
+        self.file("list", "foo\n")
+        self.check(["regex", "compile", "--no-lines", "list", "out"], DONE, "out: 1 expression\n")
         self.assertEqual(self.names(), ["list", "out"])
 
     def test_what_a_file_can_hold(self):
@@ -183,6 +202,13 @@ class RegexTest(Case):
                    "3 - 2 is invalid\n"
                    "list:2: warning: a part of the pattern can't be matched: non-printable "
                    "character 9 found\n")
+
+    def test_what_a_name_can_make_long_is_warned_of(self):
+        self.file("list", "[0-9]+[0-9]+[0-9]+x\n[0-9]{1,3}-[0-9]{1,3}x\n[a-z]+[a-z]+[a-z]+\\.foo$\n")
+        said = ("list:%d: warning: the pattern takes more than a hundredth of the steps that a "
+                "message has for all its names and patterns, with the name %s\n")
+        self.check(["regex", "compile", "list", "out"], DONE, "out: 3 expressions\n",
+                   said % (1, "1" * 255) + said % (3, "a" * 250 + "_.foo"))
 
     def test_a_public_list_goes_there_and_back(self):
         public = SOURCE / "tests/data/fqrdns.pcre"
@@ -217,6 +243,17 @@ class RegexTest(Case):
         self.assertEqual((status, err), (NO, ""))
         self.assertRegex(out, "^foo: expression 2: foo" + steps +
                          r"car: no match \(4 expressions, \d+ steps in all\)\n$")
+
+    def test_names_are_printed_escaped(self):
+        """PTR names are whatever a client's DNS server says."""
+        self.file("list", "^a")
+        self.run_program("regex", "compile", "list", "out")
+        status, out, err = self.run_program("regex", "test", "out", "-",
+                                            text="a\x1b[2J\tb\n\x1b]0;x\x07\n")
+        steps = r" \(\d+ steps?, \d+ steps in all\)\n"
+        self.assertEqual((status, err), (NO, ""))
+        self.assertRegex(out, r"^a\\x1b\[2J\\x09b: expression 1: \^a" + steps +
+                         r"\\x1b\]0;x\\x07: no match \(1 expression, \d+ steps in all\)\n$")
 
     def test_another_file_is_refused(self):
         for content in [b"", b"\xb9\xeb\0", b"\xb9\xeb\0\1", b"^foo$\n"]:

@@ -6,9 +6,11 @@
 #include <utility>
 
 #include "../matching/range_bytes.h"
+#include "call_watch.h"
 #include "drive_c.h"
 #include "known_sender_forgery_funcs.h"
 #include "output.h"
+#include "platform/error_numbers.h"
 #include "quillfence-file.h"
 
 namespace quillfence::data_tool {
@@ -135,6 +137,28 @@ TEST_F(verify_test, exit_status_and_summary) {
     drive.remove("c:/quillfence/exempt_users");
     EXPECT_EQ(findings(), lines{"notes.txt: info: the engine reads no file of this name"});
     EXPECT_EQ(verified().status, exit_status::done) << "an info alone is no finding";
+}
+
+TEST_F(verify_test, every_kind_of_file_is_counted_once) {
+    const auto said = [this] {
+        CaptureStderr();
+        outcome_of(verify, verify_arguments{base, false});
+        return GetCapturedStderr();
+    };
+    const auto counted = [](unsigned files) {
+        return "quillfence-data: " + std::to_string(files) +
+               " files checked: 0 errors, 0 warnings\n";
+    };
+    EXPECT_EQ(said(), counted(3));
+    put("exempt_ips.range", header(2, 0));
+    put("blocked_ips.range", "");
+    EXPECT_EQ(said(), counted(5));
+    put("dynaregex/dyna.cregexes", pattern_magic + block_of(sound_nodes));
+    EXPECT_EQ(said(), counted(6));
+    put("log/.counterv2.dat.hourly", "\x02" + std::string(772, '\0'));
+    EXPECT_EQ(said(), counted(7));
+    put("from_whitelist", "a@example.org\n");
+    EXPECT_EQ(said(), counted(8));
 }
 
 TEST_F(verify_test, a_base_that_is_no_folder) {
@@ -385,6 +409,26 @@ TEST_F(verify_test, odd_entries) {
     });
 }
 
+// The editor keeps an entry's comment in the very line below it.
+TEST_F(verify_test, which_line_is_the_comment_of_an_entry) {
+    const auto taken = [](unsigned line, const std::string &entry) {
+        return "from_blacklist:" + std::to_string(line) +
+               ": warning: is a comment for the list editor, but lookups take \"" + entry +
+               "\" for an entry";
+    };
+    check({
+        {"below",
+         {{"from_blacklist", "# x\n\na@example.org\n\tb@example.org\n"}},
+         {taken(4, "b@example.org")}},
+        {"behind an empty line", {{"from_blacklist", "a@example.org\n\n\tb@example.org\n"}}, {}},
+        {"behind a line with #", {{"from_blacklist", "a@example.org\n# x\n\tb@example.org\n"}}, {}},
+        {"without an entry", {{"from_blacklist", "\tb@example.org\n"}}, {}},
+        {"the second",
+         {{"from_blacklist", "a@example.org\n\tb@example.org\n\tc@example.org\n"}},
+         {taken(2, "b@example.org")}},
+    });
+}
+
 TEST_F(verify_test, duplicate_and_shadowed_lines) {
     check({
         {"duplicates",
@@ -564,6 +608,24 @@ TEST_F(verify_test, block_maps) {
     const lines found = findings();
     ASSERT_EQ(found.size(), 11u);
     EXPECT_EQ(found.back(), "bms/a.bms: error: is corrupt: 246 more such entries");
+}
+
+// A map of two tables and a bitmap: its tables are read one after the other.
+TEST_F(verify_test, a_table_of_a_block_map_that_can_not_be_read) {
+    std::string map = map_with_entry(10, 1024, 2048 + 8192);
+    map.replace(1024 + 4 * 7, 4, little_endian(2048));
+    put("bms/a.bms", map);
+    call_watch counting;
+    EXPECT_EQ(findings(), lines{});
+    const int reads = counting.count("file_read");
+    ASSERT_GE(reads, 2);
+    for (const int table : {reads - 1, reads}) {
+        SCOPED_TRACE(table);
+        counting.fail("file_read", table, platform::error_io_device);
+        const lines found = findings();
+        ASSERT_EQ(found.size(), 1u);
+        EXPECT_TRUE(found[0].starts_with("bms/a.bms: error: can't be read: ")) << found[0];
+    }
 }
 
 TEST_F(verify_test, counter_files) {

@@ -95,6 +95,56 @@ TEST_F(bounds_files, a_list_is_looked_through_once) {
     expect_in_step(compiled, 20'000, written());
 }
 
+std::string full_lines(size_t size) {
+    return rows_of(size, std::string(1021, 'a') + "\n");
+}
+std::string overlong_lines(size_t size) {
+    return rows_of(size, std::string(1023, 'a') + "\r\n");
+}
+std::string lines_of_nuls(size_t size) {
+    return rows_of(size, std::string(1021, '\0') + "\n");
+}
+
+TEST_F(bounds_files, the_longest_lines_are_looked_through_once) {
+    static constexpr growing_input rows[] = {
+        {"as long as a line may be", full_lines, look_up, 60, 0, 4},
+        {"longer", overlong_lines, look_up, 60, 0, 4},
+        {"of NULs", lines_of_nuls, look_up, 60, 0, 4},
+    };
+    expect_in_step(rows, 100'000, written());
+}
+
+// A wildcard line against the sender that a client chooses: the line almost occurs in it at every
+// place, or does at its end.
+template <char last>
+std::string almost(size_t size) {
+    return rows_of(size, "a", "", std::string(1, last));
+}
+const std::string nearly_a_line = "*" + std::string(1018, 'a') + "b*";
+std::string stars_and(const std::string &piece, size_t size, const std::string &tail = "") {
+    return rows_of(size, "*" + piece, "", tail);
+}
+
+void match_a_long_piece(const std::string &sender) {
+    __wildcardmatch(nearly_a_line.c_str(), sender.c_str());
+}
+void match_ten_stars_and_a_class(const std::string &sender) {
+    __wildcardmatch(stars_and("a", 20, "[x]").c_str(), sender.c_str());
+}
+void match_three_hundred_stars_and_a_class(const std::string &sender) {
+    __wildcardmatch(stars_and("a", 600, "[x]").c_str(), sender.c_str());
+}
+TEST_F(bounds_files, a_wildcard_line_costs_as_much_as_the_sender_is_long) {
+    static constexpr growing_input rows[] = {
+        {"a long piece, not found", almost<'a'>, match_a_long_piece, 40, 0, 0},
+        {"a long piece, found", almost<'b'>, match_a_long_piece, 40, 0, 1},
+        {"ten stars and a class", row<letters>, match_ten_stars_and_a_class, 100, 0, 8},
+        {"300 stars and a class", row<letters>, match_three_hundred_stars_and_a_class, 100, 0, 8},
+    };
+    expect_in_step(rows, 65'000);
+    EXPECT_EQ(__wildcardmatch(nearly_a_line.c_str(), almost<'b'>(65'000).c_str()), 0);
+}
+
 TEST_F(bounds_files, a_list_of_a_million_entries_is_read_in_pieces) {
     drive.write(path, rows_of(2'000'000, short_lines));
     const cost spent = cost_of([] { look_up(""); });

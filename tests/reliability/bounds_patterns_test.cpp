@@ -56,6 +56,8 @@ TEST_F(bounds_patterns, most_are_done_with_few_steps_a_character) {
         {"(.*.*.*.*)*[x]", subject},
         {".*.*.*.*.*.*[x]", subject},
         {"a.*a.*a.*a.*a.*[b]", subject},
+        {repeated("a.*", 20) + "[b]", subject},
+        {repeated("[a-z].*", 300) + "[1]", subject},
         {"^(((a{1,100}){1,100}){1,100}){1,100}[b]$", subject},
         {"^((a{100}){100}){100}[b]$", subject},
         {"^((((a{0,65534}){0,65534}){0,65534}){0,65534})[b]$", subject},

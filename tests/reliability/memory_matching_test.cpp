@@ -200,8 +200,6 @@ TEST_F(memory_matching, patterns) {
          },
          [] { return trs_next(it.stream, it.expression) == 1; },
          [] { EXPECT_EQ(it.expression->nodes, nullptr); }},
-        {"compiled_regex_match", nullptr,
-         [] { return compiled_regex_match(dyna_regex_file, "abc") == 1; }, nullptr},
     };
     sweep(log, cases, release);
 }
@@ -221,12 +219,18 @@ TEST_F(memory_matching, hooks) {
              disk->write("c:/quillfence/blocked_ips", "10.1.2.3\n");
          },
          [] { return ipblacklist_hook(it.state) == 1; }, nullptr},
-        {"dyna_regex_hook", have_session, [] { return dyna_regex_hook(it.state) == 1; }, nullptr},
-        {"spam_regex_hook", have_session, [] { return spam_regex_hook(it.state) == 1; }, nullptr},
-        {"confirmed_regex_hook", have_session, [] { return confirmed_regex_hook(it.state) == 1; },
-         nullptr},
     };
     sweep(log, cases, release);
+}
+
+TEST_F(memory_matching, pattern_files_are_looked_up_without_memory) {
+    have_session();
+    const unsigned long before = allocations_made();
+    EXPECT_EQ(dyna_regex_hook(it.state), 1);
+    EXPECT_EQ(spam_regex_hook(it.state), 1);
+    EXPECT_EQ(confirmed_regex_hook(it.state), 1);
+    EXPECT_EQ(allocations_made() - before, 0u);
+    release();
 }
 
 } // namespace

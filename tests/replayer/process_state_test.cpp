@@ -18,8 +18,7 @@ constexpr uint16_t type_ptr = 12;
 constexpr char reverse_name[] = "1.2.0.192.in-addr.arpa.";
 
 void set_dns_option(uint8_t option) {
-    set_hooks(option, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
-              nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
+    set_hooks({.dns_option = option});
 }
 
 class process_state_test : public logged_test {

@@ -27,8 +27,10 @@ class ptr_test : public traced_drive_test {
         put_dns_option(0);
     }
     static void put_hooks(session_hook dynamic, session_hook spam, session_hook confirmed) {
-        set_hooks(1, dynamic, spam, confirmed, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
-                  nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
+        set_hooks({.dns_option = 1,
+                   .dynamic_names = dynamic,
+                   .spam_names = spam,
+                   .confirmed_names = confirmed});
     }
     dns_script dns;
     session state;

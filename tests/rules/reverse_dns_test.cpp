@@ -54,45 +54,47 @@ class reverse_dns : public ptr_test {
     }
 };
 
-TEST_F(reverse_dns, no_session) {
-    for (const name_rule &rule : rules) {
-        EXPECT_EQ(rule.check(nullptr), 0);
-        EXPECT_EQ(rule_lines(log, rule.name), lines{"E " + einval});
-    }
+// The tests of each rule; they run under its name.
+class name_rule_test : public reverse_dns, public ::testing::WithParamInterface<name_rule> {
+  protected:
+    const name_rule &rule = GetParam();
+};
+
+INSTANTIATE_TEST_SUITE_P(each, name_rule_test, ::testing::ValuesIn(rules),
+                         [](const auto &made) { return std::string(made.param.name); });
+
+TEST_P(name_rule_test, no_session) {
+    EXPECT_EQ(rule.check(nullptr), 0);
+    EXPECT_EQ(rule_lines(log, rule.name), lines{"E " + einval});
 }
 
-TEST_F(reverse_dns, clients_that_cannot_be_judged) {
-    for (const name_rule &rule : rules) {
-        SCOPED_TRACE(rule.name);
-        reset(1);
-        state.put_ptr_names(listed_name);
-        log.take();
+TEST_P(name_rule_test, clients_that_cannot_be_judged) {
+    SCOPED_TRACE(rule.name);
+    reset(1);
+    state.put_ptr_names(listed_name);
+    log.take();
 
-        state->routable = 0;
-        EXPECT_EQ(rule.check(state), 0);
-        EXPECT_EQ(rule_lines(log, rule.name),
-                  lines{"D IP address is not routable, skipping rule..."});
-        session::put(&state->ip, nullptr);
-        EXPECT_EQ(rule.check(state), 0);
-        EXPECT_EQ(rule_lines(log, rule.name), lines{"D no IP address found. Can't run test"});
-        session::put(&state->ip, "192.0.2.1");
-        state->routable = 1;
-    }
+    state->routable = 0;
+    EXPECT_EQ(rule.check(state), 0);
+    EXPECT_EQ(rule_lines(log, rule.name), lines{"D IP address is not routable, skipping rule..."});
+    session::put(&state->ip, nullptr);
+    EXPECT_EQ(rule.check(state), 0);
+    EXPECT_EQ(rule_lines(log, rule.name), lines{"D no IP address found. Can't run test"});
+    session::put(&state->ip, "192.0.2.1");
+    state->routable = 1;
     EXPECT_EQ(dns.asked().size(), 0u);
     EXPECT_EQ(hook_calls, 0);
 }
 
-TEST_F(reverse_dns, non_routable_client_is_not_looked_up) {
+TEST_P(name_rule_test, non_routable_client_is_not_looked_up) {
     session::put(&state->ip, "10.0.0.1");
     state->routable = 0;
-    for (const name_rule &rule : rules) {
-        EXPECT_EQ(rule.check(state), 0) << rule.name;
-    }
+    EXPECT_EQ(rule.check(state), 0) << rule.name;
     EXPECT_EQ(dns.asked().size(), 0u);
     EXPECT_EQ(state->rdns_resolves, 0u);
 }
 
-TEST_F(reverse_dns, cached_verdict_asks_nothing) {
+TEST_P(name_rule_test, cached_verdict_asks_nothing) {
     struct {
         uint32_t cache;
         bool names;
@@ -106,21 +108,19 @@ TEST_F(reverse_dns, cached_verdict_asks_nothing) {
         {3, true, "D cache shows PTR is temporarily unavailable", 0},
         {3, false, "D cache shows PTR is temporarily unavailable", 0},
     };
-    for (const name_rule &rule : rules) {
-        for (const auto &c : cases) {
-            SCOPED_TRACE(std::string(rule.name) + ", cache " + std::to_string(c.cache));
-            reset(c.cache);
-            state.put_ptr_names(c.names ? listed_name : lines{});
-            log.take();
-            EXPECT_EQ(rule.check(state), c.want);
-            EXPECT_EQ(rule_lines(log, rule.name), c.line ? lines{c.line} : lines{});
-            EXPECT_EQ(state->rdns_resolves, c.cache);
-            EXPECT_EQ(dns.asked().size(), 0u);
-        }
+    for (const auto &c : cases) {
+        SCOPED_TRACE(std::string(rule.name) + ", cache " + std::to_string(c.cache));
+        reset(c.cache);
+        state.put_ptr_names(c.names ? listed_name : lines{});
+        log.take();
+        EXPECT_EQ(rule.check(state), c.want);
+        EXPECT_EQ(rule_lines(log, rule.name), c.line ? lines{c.line} : lines{});
+        EXPECT_EQ(state->rdns_resolves, c.cache);
+        EXPECT_EQ(dns.asked().size(), 0u);
     }
 }
 
-TEST_F(reverse_dns, lookup_moves_the_cache) {
+TEST_P(name_rule_test, lookup_moves_the_cache) {
     struct {
         const char *name;
         uint32_t status;
@@ -138,21 +138,19 @@ TEST_F(reverse_dns, lookup_moves_the_cache) {
         {"no records", 9501, {}, 3, "D DNS lookup failure - skipping", 0, 3},
         {"time-out", 1460, {}, 3, "D DNS lookup failure - skipping", 0, 3},
     };
-    for (const name_rule &rule : rules) {
-        for (const auto &c : cases) {
-            SCOPED_TRACE(std::string(rule.name) + ", " + c.name);
-            reset(0);
-            dns.answer(client_arpa, 12, c.status, c.records);
-            EXPECT_EQ(rule.check(state), c.want);
-            EXPECT_EQ(rule_lines(log, rule.name), lines{c.line});
-            EXPECT_EQ(state->rdns_resolves, c.cache);
-            const auto asked = dns.asked();
-            ASSERT_EQ(asked.size(), c.questions);
-            EXPECT_EQ(asked[0].options, 2u) << "the hook table's DNS option is handed on";
-            // The second run asks nothing.
-            rule.check(state);
-            EXPECT_EQ(dns.asked().size(), 0u);
-        }
+    for (const auto &c : cases) {
+        SCOPED_TRACE(std::string(rule.name) + ", " + c.name);
+        reset(0);
+        dns.answer(client_arpa, 12, c.status, c.records);
+        EXPECT_EQ(rule.check(state), c.want);
+        EXPECT_EQ(rule_lines(log, rule.name), lines{c.line});
+        EXPECT_EQ(state->rdns_resolves, c.cache);
+        const auto asked = dns.asked();
+        ASSERT_EQ(asked.size(), c.questions);
+        EXPECT_EQ(asked[0].options, 2u) << "the hook table's DNS option is handed on";
+        // The second run asks nothing.
+        rule.check(state);
+        EXPECT_EQ(dns.asked().size(), 0u);
     }
 }
 
@@ -162,7 +160,7 @@ TEST_F(reverse_dns, all_names_are_looked_up) {
     EXPECT_EQ(state.ptr_names(), (lines{"1-2-3-4.a.example", "1-2-3-4.b.example"}));
 }
 
-TEST_F(reverse_dns, client_that_is_no_address) {
+TEST_P(name_rule_test, client_that_is_no_address) {
     struct {
         const char *ip;
         lines want;
@@ -170,15 +168,13 @@ TEST_F(reverse_dns, client_that_is_no_address) {
         {"garbage", {"vc_arpa: Address is not an IP"}},
         {"", {"vc_lookup_reverse_dns: " + einval}},
     };
-    for (const name_rule &rule : rules) {
-        for (const auto &c : cases) {
-            SCOPED_TRACE(std::string(rule.name) + ", ip [" + c.ip + "]");
-            reset(0);
-            session::put(&state->ip, c.ip);
-            EXPECT_EQ(rule.check(state), 0);
-            EXPECT_EQ(log.errors(), c.want);
-            EXPECT_EQ(state->rdns_resolves, 3u);
-        }
+    for (const auto &c : cases) {
+        SCOPED_TRACE(std::string(rule.name) + ", ip [" + c.ip + "]");
+        reset(0);
+        session::put(&state->ip, c.ip);
+        EXPECT_EQ(rule.check(state), 0);
+        EXPECT_EQ(log.errors(), c.want);
+        EXPECT_EQ(state->rdns_resolves, 3u);
     }
     EXPECT_EQ(dns.asked().size(), 0u);
 }
@@ -187,14 +183,12 @@ int found_nothing(smtp_state *) {
     return 0;
 }
 
-TEST_F(reverse_dns, success_without_names_is_a_failure) {
-    for (const name_rule &rule : rules) {
-        reset(0);
-        set_ptr_lookup_stand_in(found_nothing);
-        EXPECT_EQ(rule.check(state), 0);
-        EXPECT_EQ(rule_lines(log, rule.name), lines{"D " + std::string(rule.no_names_line)});
-        EXPECT_EQ(state->rdns_resolves, 3u);
-    }
+TEST_P(name_rule_test, success_without_names_is_a_failure) {
+    reset(0);
+    set_ptr_lookup_stand_in(found_nothing);
+    EXPECT_EQ(rule.check(state), 0);
+    EXPECT_EQ(rule_lines(log, rule.name), lines{"D " + std::string(rule.no_names_line)});
+    EXPECT_EQ(state->rdns_resolves, 3u);
     EXPECT_EQ(hook_calls, 0);
 }
 
@@ -203,35 +197,30 @@ int invalid_argument(smtp_state *) {
 }
 
 // The rule with the misspelt line for an empty answer spells the one for a failure right.
-TEST_F(reverse_dns, failure_line_is_the_same_everywhere) {
-    for (const name_rule &rule : rules) {
-        reset(0);
-        set_ptr_lookup_stand_in(invalid_argument);
-        EXPECT_EQ(rule.check(state), 0);
-        EXPECT_EQ(rule_lines(log, rule.name), lines{"D DNS lookup failure - skipping"});
-        EXPECT_EQ(state->rdns_resolves, 3u);
-    }
+TEST_P(name_rule_test, failure_line_is_the_same_everywhere) {
+    reset(0);
+    set_ptr_lookup_stand_in(invalid_argument);
+    EXPECT_EQ(rule.check(state), 0);
+    EXPECT_EQ(rule_lines(log, rule.name), lines{"D DNS lookup failure - skipping"});
+    EXPECT_EQ(state->rdns_resolves, 3u);
 }
 
 // Without memory for the lookup it is one that failed; nothing fires.
-TEST_F(reverse_dns, without_memory) {
-    for (const name_rule &rule : rules) {
-        SCOPED_TRACE(rule.name);
-        reset(0);
-        dns.ptr(client_arpa, listed_name);
-        uint8_t result = 1;
-        const unsigned failed =
-            sweep_allocations([&] { result = rule.check(state); },
-                              [&](unsigned n) {
-                                  EXPECT_EQ(result, 0) << n;
-                                  EXPECT_EQ(log.errors().size(), 1u) << n;
-                                  EXPECT_EQ(state->rdns_resolves == 3, state.ptr_names().empty())
-                                      << n;
-                                  reset(0);
-                              });
-        EXPECT_GE(failed, 3u);
-        EXPECT_EQ(result, 1);
-    }
+TEST_P(name_rule_test, without_memory) {
+    SCOPED_TRACE(rule.name);
+    reset(0);
+    dns.ptr(client_arpa, listed_name);
+    uint8_t result = 1;
+    const unsigned failed =
+        sweep_allocations([&] { result = rule.check(state); },
+                          [&](unsigned n) {
+                              EXPECT_EQ(result, 0) << n;
+                              EXPECT_EQ(log.errors().size(), 1u) << n;
+                              EXPECT_EQ(state->rdns_resolves == 3, state.ptr_names().empty()) << n;
+                              reset(0);
+                          });
+    EXPECT_GE(failed, 3u);
+    EXPECT_EQ(result, 1);
 }
 
 // --- the three rules that ask a hook ---
@@ -288,6 +277,22 @@ TEST_F(reverse_dns, lookup_forgets_the_old_name) {
     EXPECT_EQ(rule_check_confirmed_dyna(state), 1);
     EXPECT_EQ(state.rdns(), "(none)");
     EXPECT_EQ(state.ptr_names(), lines{"new.example"});
+}
+
+// The number in a line is that of the rule's own source, whose helpers these are.
+TEST_F(reverse_dns, lines_come_from_the_place_of_the_rule) {
+    const log_place place = {"some_rule", "its file", 77};
+    state->rdns_resolves = resolves_no;
+    log.take();
+    EXPECT_FALSE(reach_ptr_names(place, state));
+    state->routable = 0;
+    EXPECT_FALSE(has_routable_client(place, state));
+    const std::vector<log_line> all = log.take();
+    ASSERT_EQ(all.size(), 2u);
+    for (const log_line &line : all) {
+        EXPECT_EQ(line.function + ", " + line.source, "some_rule, its file") << line.message;
+        EXPECT_EQ(line.line, 77) << line.message;
+    }
 }
 
 } // namespace

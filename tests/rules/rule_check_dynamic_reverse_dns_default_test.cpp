@@ -2,6 +2,8 @@
 
 #include "platform/file.h"
 #include "ptr_session.h"
+#include "quillfence-spam-hooks.h"
+#include "step_budget.h"
 #include "tiny_rex_storage.h"
 
 namespace quillfence::testing {
@@ -65,6 +67,26 @@ TEST_F(dynamic_names_default, all_names_must_match) {
         EXPECT_EQ(judge(c.names), c.want) << c.names[0];
         EXPECT_EQ(state.rdns(), c.rdns);
     }
+}
+
+TEST_F(dynamic_names_default, more_than_100_names_are_not_matched) {
+    EXPECT_EQ(judge(std::vector<std::string>(100, "1-2-3-4.pool.example")), 1);
+    log.take();
+    EXPECT_EQ(judge(std::vector<std::string>(101, "1-2-3-4.pool.example")), 0);
+    EXPECT_EQ(state.rdns(), "(none)");
+    EXPECT_EQ(log.transcript().back(),
+              "D rule_check_dynamic_reverse_dns_default: more than 100 PTR names, none is matched");
+}
+
+// Were the lookup that the steps ended taken for "not exempt", the rule would hit.
+TEST_F(dynamic_names_default, an_exempt_file_that_the_run_has_no_steps_for) {
+    write_exempt_file("[a-z]+[a-z]+[a-z]+[0-9]-");
+    EXPECT_EQ(judge({"1-2-3-4.pool.example"}), 1);
+    const step_scope steps(10);
+    EXPECT_EQ(judge({"1-2-3-4.pool.example"}), 0);
+    EXPECT_EQ(state.rdns(), "(none)");
+    EXPECT_EQ(log.errors(), lines{std::string("rule_check_dynamic_reverse_dns_default: ") +
+                                  ptr_steps_spent_line});
 }
 
 TEST_F(dynamic_names_default, never_fires_without_names) {

@@ -61,10 +61,21 @@ TEST(hook_table, setting_replaces_everything) {
     set_hooks(1, numbered<1>, numbered<2>, numbered<3>, numbered<4>, numbered<5>, numbered<6>,
               numbered<7>, numbered<8>, numbered<9>, numbered<10>, numbered<11>, numbered<12>,
               numbered<13>, some_mail_log, some_message);
-    set_hooks(7, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
-              nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
+    set_hooks({.dns_option = 7});
     EXPECT_EQ(hooks().dns_option, 7);
     expect_all_empty(hooks());
+}
+
+TEST(hook_table, slots_by_name) {
+    set_hooks({.dns_option = 2, .ip_whitelist = numbered<10>, .message = some_message});
+    hook_table rest = hooks();
+    EXPECT_EQ(rest.dns_option, 2);
+    EXPECT_EQ(rest.ip_whitelist, numbered<10>);
+    EXPECT_EQ(rest.message, some_message);
+    rest.ip_whitelist = nullptr;
+    rest.message = nullptr;
+    expect_all_empty(rest);
+    set_hooks({});
 }
 
 } // namespace quillfence::testing

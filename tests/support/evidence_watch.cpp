@@ -77,7 +77,6 @@ line shown(const pattern_search &fact) {
 }
 line shown(const map_lookup &fact) {
     return line("map")
-        .add("map", fact.map)
         .add("path", fact.path)
         .flag("missing", !fact.existed)
         .flag("listed", fact.listed)
@@ -138,6 +137,12 @@ line shown(const dns_question &fact) {
         .add("status", fact.status)
         .add("code", static_cast<uint32_t>(fact.code))
         .flag("with_details", fact.details);
+}
+line shown(const zone_look &fact) {
+    return line("zone")
+        .add("zone", fact.zone)
+        .add("name", fact.name)
+        .add("code", static_cast<uint32_t>(fact.code));
 }
 line shown(const country_look &fact) {
     return line("country").add("database", fact.database).add("ip", fact.ip).add("code", fact.code);
@@ -202,6 +207,7 @@ evidence_watch::evidence_watch()
            .searched_folder = keep,
            .asked_address_map = keep,
            .dns_answered = keep,
+           .asked_zone = keep,
            .looked_up_country = keep,
            .cache_answered = keep,
            .rule_went = keep,

@@ -317,6 +317,145 @@ class ScriptedServer(unittest.TestCase):
                                  [("1.2.0.192.in-addr.arpa.", PTR, "tcp")] * attempts)
 
 
+class Details(unittest.TestCase):
+    """What is told of a question besides its result."""
+
+    def serve(self, answer):
+        server = servers.ScriptedServer(answer)
+        self.addCleanup(server.stop)
+        return server
+
+    def ask(self, answer, kind=A, option=TCP, **settings):
+        server = self.serve(answer)
+        settings = settings or at(server)
+        got = probe([f"details host.test. {kind} {option}"], **settings)[0]
+        return got.replace(f"{server.address}:{server.port}", "SERVER")
+
+    def test_transport_and_tries(self):
+        answer = lambda m, _: reply(m, 0, [HOST])
+        self.assertEqual(self.ask(answer, option=TCP), "0 0 SERVER tcp 1 timed [A 192.0.2.1]")
+        self.assertEqual(self.ask(answer, option=UDP), "0 0 SERVER udp 1 timed [A 192.0.2.1]")
+
+    def test_repeated_questions(self):
+        seen = []
+
+        def second_only(message, _):
+            seen.append(message)
+            return reply(message, 0, [HOST]) if len(seen) % 2 == 0 else None
+
+        self.assertEqual(self.ask(second_only, option=UDP), "0 0 SERVER udp 2 timed [A 192.0.2.1]")
+        self.assertEqual(self.ask(lambda m, _: RESET), "9002 -1 SERVER tcp 3 timed")
+        self.assertEqual(self.ask(lambda m, _: None, option=UDP), "1460 -1 SERVER udp 2 timed")
+
+    def test_cut_datagram(self):
+        got = self.ask(lambda m, tcp: reply(m, 0, [HOST]) if tcp else reply(m, truncated=True),
+                       option=UDP)
+        self.assertEqual(got, "0 0 SERVER tcp 2 timed [A 192.0.2.1]")
+
+    def test_records_next_to_a_response_code(self):
+        alias = record(CNAME, encode_name("gone.test"))
+        self.assertEqual(self.ask(lambda m, _: reply(m, servers.NXDOMAIN, [alias])),
+                         "9003 3 SERVER tcp 1 timed [CNAME gone.test.]")
+        self.assertEqual(self.ask(lambda m, _: reply(m, 5)), "9005 5 SERVER tcp 1 timed")
+
+    def test_nobody_there(self):
+        nobody = f"127.0.0.1:{servers.free_port()}"
+        self.assertEqual(self.ask(lambda m, _: None, QUILLFENCE_DNS_SERVER=nobody),
+                         f"9002 -1 {nobody} tcp 3 timed")
+        self.assertEqual(self.ask(lambda m, _: None, QUILLFENCE_DNS_SERVER="nowhere"),
+                         "87 -1 - unknown 0 timed")
+
+
+class Client(unittest.TestCase):
+    """A client for many questions, and one that names its server."""
+
+    QUESTION = "details host.test. 1 {}"
+    FOUND = "0 0 SERVER {} {} timed [A 192.0.2.1]"
+
+    def serve(self, answer):
+        server = servers.ScriptedServer(answer)
+        self.addCleanup(server.stop)
+        return server
+
+    def ask(self, server, *questions, name="-", **settings):
+        address = f"{server.address}:{server.port}"
+        settings = settings or at(server)
+        got = probe([f"client {name}", *questions], **settings)
+        return [line.replace(address, "SERVER") for line in got]
+
+    def test_connection_stays(self):
+        server = self.serve(lambda m, _: reply(m, 0, [HOST]))
+        self.assertEqual(self.ask(server, *[self.QUESTION.format(TCP)] * 20),
+                         ["0"] + [self.FOUND.format("tcp", 1)] * 20)
+        self.assertEqual(server.connections, 1)
+        self.assertEqual(len(server.asked), 20)
+
+    def test_datagrams(self):
+        server = self.serve(lambda m, _: reply(m, 0, [HOST]))
+        self.assertEqual(self.ask(server, *[self.QUESTION.format(UDP)] * 3),
+                         ["0"] + [self.FOUND.format("udp", 1)] * 3)
+        self.assertEqual(server.connections, 0)
+
+    def test_connection_closed_between_questions(self):
+        server = self.serve(lambda m, _: [reply(m, 0, [HOST]), CLOSE])
+        question = self.QUESTION.format(TCP)
+        self.assertEqual(self.ask(server, question, "sleep 100", question, "sleep 100", question),
+                         ["0", self.FOUND.format("tcp", 1), "ok", self.FOUND.format("tcp", 1),
+                          "ok", self.FOUND.format("tcp", 1)])
+        self.assertEqual(server.connections, 3)
+
+    def test_connection_closed_under_a_question(self):
+        """Each answer is followed by a close that the client may not have seen yet."""
+        server = self.serve(lambda m, _: [reply(m, 0, [HOST]), RESET])
+        got = self.ask(server, *[self.QUESTION.format(TCP)] * 20)
+        self.assertEqual([line.split(" tcp ")[0] for line in got], ["0"] + ["0 0 SERVER"] * 20)
+
+    def test_silence_ends_the_connection(self):
+        def first_is_lost(message, _):
+            return reply(message, 0, [HOST]) if len(server.asked) > 1 else None
+
+        server = self.serve(first_is_lost)
+        question = self.QUESTION.format(TCP)
+        self.assertEqual(self.ask(server, question, question, question),
+                         ["0", "1460 -1 SERVER tcp 1 timed", self.FOUND.format("tcp", 1),
+                          self.FOUND.format("tcp", 1)])
+        self.assertEqual(server.connections, 2)
+
+    def test_late_answer_is_not_taken_for_another(self):
+        def late(message, _):
+            name = servers.decode_question(message)[0]
+            return [3.5, reply(message, 0, [HOST])] if name == "slow.test." else \
+                reply(message, 0, [HOST, HOST])
+
+        server = self.serve(late)
+        got = self.ask(server, "details slow.test. 1 2", "details host.test. 1 2", "sleep 1000",
+                       "details host.test. 1 2")
+        two = "0 0 SERVER tcp 1 timed [A 192.0.2.1] [A 192.0.2.1]"
+        self.assertEqual(got, ["0", "1460 -1 SERVER tcp 1 timed", two, "ok", two])
+
+    def test_limit(self):
+        server = self.serve(lambda m, _: None)
+        for option in (UDP, TCP):
+            start = time.monotonic()
+            got = self.ask(server, "limit 500", self.QUESTION.format(option), "limit 0",
+                           self.QUESTION.format(option))
+            self.assertEqual([line[:7] for line in got], ["0", "ok", "1460 -1", "ok", "1460 -1"])
+            self.assertLess(time.monotonic() - start, 0.5 + SLACK)
+
+    def test_named_server_goes_before_the_environment(self):
+        server = self.serve(lambda m, _: reply(m, 0, [HOST]))
+        got = self.ask(server, self.QUESTION.format(TCP), self.QUESTION.format(UDP),
+                       name=f"127.0.0.1:{server.port}", QUILLFENCE_DNS_SERVER="nowhere")
+        self.assertEqual(got, ["0", self.FOUND.format("tcp", 1), self.FOUND.format("udp", 1)])
+
+    def test_names_that_are_no_server(self):
+        server = self.serve(lambda m, _: reply(m, 0, [HOST]))
+        for name in ("nowhere", "127.0.0.1:0", "127.0.0.1:65536", "1" * 300, "", "[::1"):
+            with self.subTest(name):
+                self.assertEqual(probe([f"client {name}"] if name else ["client", ""],
+                                       **at(server))[:1], ["87"])
+
+
 class QueriesOfARun(unittest.TestCase):
     """Which questions the program asks, in which order, and how long it waits for answers."""
 

@@ -2,14 +2,22 @@
 // shows exact statuses, which the program itself keeps to its rules.
 //
 //   query NAME TYPE OPTIONS     platform::dns_query: "STATUS" and " [TYPE TARGET]" a record
+//   details NAME TYPE OPTIONS   platform::dns_client_query, of the client if there is one: "STATUS
+//                               RCODE SERVER udp|tcp|unknown TRIES timed|untimed" and " [TEXT]" a
+//                               record; "-" for no server
+//   client SERVER               dns_client_open, "-" for the system's: its status
+//   limit MILLISECONDS          dns_client_limit
+//   sleep MILLISECONDS
 //   exists NAME OPTION          vc_resolv_A
 //   domain NAME OPTION          vc_has_a_or_mx
 //   ptr ADDRESS OPTION FIRST    vc_lookup_reverse_dns: the code and the names
 //   rbl ADDRESS ZONE OPTION     is_rbl_hit
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <map>
 #include <string>
+#include <thread>
 
 #include "hook_table.h"
 #include "platform/dns.h"
@@ -41,6 +49,41 @@ void query(arguments given) {
     platform::dns_release(records);
 }
 
+platform::dns_client *client;
+
+void open_client(arguments given) {
+    const std::string server = given[0];
+    platform::dns_client_close(client);
+    std::printf("%u", platform::dns_client_open(server == "-" ? nullptr : server.c_str(), &client));
+}
+
+void limit(arguments given) {
+    platform::dns_client_limit(client, to_number<int64_t>(given[0]));
+    std::printf("ok");
+}
+
+void sleep(arguments given) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(to_number<int>(given[0])));
+    std::printf("ok");
+}
+
+void details(arguments given) {
+    static constexpr const char *transports[] = {"unknown", "udp", "tcp"};
+    platform::dns_record *records = nullptr;
+    platform::dns_details known;
+    const uint32_t status =
+        platform::dns_client_query(client, given[0], to_number<uint16_t>(given[1]),
+                                   to_number<uint32_t>(given[2]), &records, &known);
+    std::printf("%u %d %s %s %u %s", status, known.response_code,
+                *known.server ? known.server : "-", transports[static_cast<int>(known.transport)],
+                known.tries, known.microseconds > 0 ? "timed" : "untimed");
+    for (const platform::dns_detail_record *one = known.records; one; one = one->next) {
+        std::printf(" [%s]", one->text);
+    }
+    platform::dns_release(records);
+    platform::dns_details_clear(&known);
+}
+
 void exists(arguments given) {
     std::printf("%d", vc_resolv_A(given[0], to_number<uint8_t>(given[1])));
 }
@@ -60,8 +103,7 @@ void ptr(arguments given) {
 }
 
 void rbl(arguments given) {
-    set_hooks(to_number<uint8_t>(given[2]), nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
-              nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
+    set_hooks({.dns_option = to_number<uint8_t>(given[2])});
     smtp_state *state = new_smtp_state();
     state->ip = strdup(given[0]);
     std::printf("%d", is_rbl_hit(state, given[1]));
@@ -75,8 +117,15 @@ struct question {
 
 int run(int argc, char **argv) {
     const std::map<std::string, question> questions = {
-        {"query", {3, query}}, {"exists", {2, exists}}, {"domain", {2, domain}},
-        {"ptr", {3, ptr}},     {"rbl", {3, rbl}},
+        {"query", {3, query}},
+        {"exists", {2, exists}},
+        {"domain", {2, domain}},
+        {"ptr", {3, ptr}},
+        {"rbl", {3, rbl}},
+        {"details", {3, details}},
+        {"client", {1, open_client}},
+        {"limit", {1, limit}},
+        {"sleep", {1, sleep}},
     };
     platform::prepare_standard_streams();
     for (int i = 1; i < argc;) {
@@ -89,6 +138,7 @@ int run(int argc, char **argv) {
         std::printf("\n");
         i += 1 + found->second.argument_count;
     }
+    platform::dns_client_close(client);
     return 0;
 }
 

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "evidence.h"
 #include "platform/dynamic_library.h"
 #include "platform/format.h"
 #include "vc_log.h"
@@ -70,7 +71,12 @@ char *load_me_destination_address_ex(const char *address, int mode) {
     }
     const address_map_function ask = find_map_function();
     address_map_request request;
-    if (!ask || !ask_map(ask, address, &request)) {
+    const bool known = ask && ask_map(ask, address, &request);
+    if (ask) {
+        tell(&evidence_sink::asked_address_map,
+             {library_name, address, known ? request.destination : nullptr});
+    }
+    if (!known) {
         return nullptr;
     }
     const char *const part = part_of(request.destination, mode);

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "evidence.h"
 #include "me_settings.h"
 #include "quillfence-iprange.h"
 #include "registry.h"
@@ -25,6 +26,10 @@ static bool whitelist_is_on() {
     const bool on =
         connector && vc_regkey_get_dword(connector, me_white_list_status, &status) && status;
     vc_regkey_close(connector);
+    tell(&evidence_sink::looked_at_registry, {.key = me_connector_key,
+                                              .value = me_white_list_status,
+                                              .found = connector != nullptr,
+                                              .data = on ? "on" : "off"});
     return on;
 }
 
@@ -53,6 +58,20 @@ static bool in_pattern(uint32_t address, const char *name) {
            qf_ip_in_range(address, &range);
 }
 
+// Tells the entry of the white list that holds the client.
+static void tell_entry(const char *name) {
+    tell(&evidence_sink::looked_at_registry,
+         {.key = me_white_list_key, .value = name, .found = true, .decided = true});
+}
+
+static bool stands_there(vc_regkey *white_list, const char *ip) {
+    const bool stands = vc_regkey_has_value(white_list, ip);
+    if (stands) {
+        tell_entry(ip);
+    }
+    return stands;
+}
+
 static bool in_some_pattern(vc_regkey *white_list, const char *ip) {
     if (vc_is_ip(ip) != vc_family_ipv4) {
         return false; // there are no patterns of IPv6 addresses
@@ -65,6 +84,7 @@ static bool in_some_pattern(vc_regkey *white_list, const char *ip) {
             return false;
         }
         if (found > 0 && in_pattern(address, name)) {
+            tell_entry(name);
             return true;
         }
     }
@@ -81,7 +101,7 @@ int is_mailenable_ip_whitelist(const char *ip) {
     vc_regkey *const white_list =
         vc_regkey_open_ex(vc_regroot::local_machine, me_white_list_key, vc_regkey_read_32);
     const bool listed =
-        white_list && (vc_regkey_has_value(white_list, ip) || in_some_pattern(white_list, ip));
+        white_list && (stands_there(white_list, ip) || in_some_pattern(white_list, ip));
     vc_regkey_close(white_list);
     return listed;
 }

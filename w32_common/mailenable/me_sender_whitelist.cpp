@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "evidence.h"
 #include "me_address_map.h"
 #include "me_settings.h"
 #include "platform/directory.h"
@@ -69,7 +70,8 @@ static bool entry_matches(const char *name, size_t length, const char *sender) {
     return !is_empty(pattern.get()) && __wildcardmatch(pattern.get(), sender) == 0;
 }
 
-static bool listing_holds(platform::directory_listing *listing, const char *sender) {
+static bool listing_holds(platform::directory_listing *listing, const char *sender,
+                          folder_search *search) {
     platform::directory_entry entry;
     while (platform::directory_next(listing, &entry) == 0) {
         if (entry.attributes & platform::attribute_directory) {
@@ -77,12 +79,16 @@ static bool listing_holds(platform::directory_listing *listing, const char *send
         }
         size_t length;
         if (!is_entry(entry.name, &length)) {
-            return false; // kept on purpose: such a file hides the entries behind it
+            break; // kept on purpose: such a file hides the entries behind it
         }
+        ++search->entries;
         if (entry_matches(entry.name, length, sender)) {
+            search->name = entry.name;
+            tell(&evidence_sink::searched_folder, *search);
             return true;
         }
     }
+    tell(&evidence_sink::searched_folder, *search);
     return false;
 }
 
@@ -92,12 +98,21 @@ int is_mailenable_sender_whitelist(const char *sender, const char *recipient) {
         return 0;
     }
     const heap_string directory(directory_of_recipient(recipient));
-    platform::directory_listing *listing = nullptr;
-    if (!directory || !vc_file_exists_ex(directory.get(), vc_type_directory) ||
-        platform::directory_open(directory.get(), &listing)) {
+    if (!directory) {
         return 0;
     }
-    const bool listed = listing_holds(listing, sender);
+    folder_search search = {.folder = directory.get(), .value = sender};
+    if (!vc_file_exists_ex(directory.get(), vc_type_directory)) {
+        tell(&evidence_sink::searched_folder, search);
+        return 0;
+    }
+    platform::directory_listing *listing = nullptr;
+    if (const uint32_t error = platform::directory_open(directory.get(), &listing)) {
+        tell_failure(directory.get(), error);
+        return 0;
+    }
+    search.existed = true;
+    const bool listed = listing_holds(listing, sender, &search);
     platform::directory_close(listing);
     return listed;
 }

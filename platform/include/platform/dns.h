@@ -30,11 +30,13 @@
 // Windows has limits of its own.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 namespace quillfence::platform {
 
 inline constexpr uint16_t dns_type_a = 1;
+inline constexpr uint16_t dns_type_ns = 2;
 inline constexpr uint16_t dns_type_cname = 5;
 inline constexpr uint16_t dns_type_ptr = 12;
 inline constexpr uint16_t dns_type_mx = 15;
@@ -101,6 +103,46 @@ struct dns_details {
 };
 
 inline constexpr uint32_t dns_detail_records_max = 1000;
+inline constexpr uint32_t dns_detail_data_max = 256; // bytes of data of an unknown form
+
+// As dns_query, and fills *details (null: does not), which the caller then clears; a record of them
+// that can't be had changes nothing about the result. server is the one whose answer or silence
+// the status is; when no server could be reached, the last one tried. On Windows the system's
+// client tells neither server, transport nor tries, the response code is the one that the status
+// stands for, and of records of other types than A, AAAA, CNAME, NS, PTR and MX there is the type
+// alone.
+uint32_t dns_query_detailed(const char *name, uint16_t type, uint32_t options, dns_record **records,
+                            dns_details *details);
+
+// A client for many questions: it keeps the system's settings and, on Linux, its TCP connections
+// from one question to the next (a connection a question ends near 470 questions a second, for want
+// of ports). UDP questions get a socket each, so that their ports can't be guessed. A connection
+// that the server has closed meanwhile is opened again; after a question that no server answered,
+// settings are read and connections are opened anew. For one thread at a time.
+struct dns_client; // opaque
+// server names the server to ask, in the form of QUILLFENCE_DNS_SERVER and in front of it; null: as
+// dns_query. 0, 87 for a text that names none, 50 for any on Windows, 8. *opened is null on
+// failure.
+uint32_t dns_client_open(const char *server, dns_client **opened);
+void dns_client_close(dns_client *client); // null is accepted
+// Questions from now on take at most that many milliseconds in all, if the limits above allow more;
+// 0 leaves no time: 1460 without asking. Negative: only those limits. No effect on Windows.
+void dns_client_limit(dns_client *client, int64_t milliseconds);
+// As dns_query_detailed; null for the client: that itself.
+uint32_t dns_client_query(dns_client *client, const char *name, uint16_t type, uint32_t options,
+                          dns_record **records, dns_details *details);
+
+// Details of which nothing is known yet.
+dns_details dns_no_details();
+// Releases the records; nothing is known any more. Null is accepted.
+void dns_details_clear(dns_details *details);
+// Appends a copy of the text as long as there is room, and counts it in any case.
+void dns_details_add(dns_details *details, uint16_t type, const char *text);
+
+// The name of a record type, "A", or "TYPE99" for one that the seam has no name for, written into
+// the 16 bytes of text, which is returned.
+inline constexpr size_t dns_type_name_size = 16;
+const char *dns_type_name(uint16_t type, char *text);
 
 // Replaces dns_query for tests; null restores the system's. The stand-in's records are made with
 // dns_new_record and released by dns_release.

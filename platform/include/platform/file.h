@@ -36,9 +36,11 @@ enum class disposition : uint8_t {
 };
 
 struct file_options {
-    bool write = false; // read and write instead of reading only
-    bool lock = false;  // no other writing open while this one lives (error 32); on Linux an
-                        // advisory lock, which excludes other locked opens alone
+    bool write = false;  // read and write instead of reading only
+    bool append = false; // write only, and each write goes behind all bytes that are there by then,
+                         // so that those of several processes never mix
+    bool lock = false;   // no other writing open while this one lives (error 32); on Linux an
+                         // advisory lock, which excludes other locked opens alone
     disposition when = disposition::open_existing;
 };
 
@@ -48,7 +50,8 @@ enum class seek_origin : uint8_t { begin = 0, current = 1, end = 2 };
 inline constexpr uint32_t attribute_directory = 16;
 inline constexpr uint32_t attribute_normal = 128;
 
-// A file that is locked by somebody else is not emptied, either.
+// A file that is locked by somebody else is not emptied, either. What is opened for reading only is
+// a file: a pipe, socket or device in its place is refused (5) without waiting for its other end.
 uint32_t file_open(const char *path, file_options options, file_handle *opened);
 uint32_t file_close(file_handle file);
 
@@ -85,15 +88,20 @@ uint32_t path_attributes(const char *path, uint32_t *attributes);
 // with 32 and leaves it alone. On Linux a copy that fails halfway is removed.
 uint32_t path_copy(const char *source, const char *destination); // overwrites
 uint32_t path_rename(const char *from, const char *to);          // 183 when `to` exists
-uint32_t path_replace(const char *from, const char *to);         // atomic, `to` may exist
-uint32_t path_delete(const char *path);                          // a file
+// Atomic; `to` may exist, and may be open elsewhere for reading. On Windows a file that somebody
+// keeps open without a share for deleting (errors 5 and 32) is tried again for a second, and the
+// new name is on the disk when this returns; on Linux path_sync_folder (platform/edit.h) sees to
+// that.
+uint32_t path_replace(const char *from, const char *to);
+uint32_t path_delete(const char *path); // a file
 
 // The path as a library that opens files by itself needs it, in buffer. 0 or an error number (206
 // when it does not fit).
 uint32_t path_native(const char *path, char *buffer, size_t size);
 
 // The standard library's buffered stream on such a path; null with errno set on failure. The mode
-// is fopen's, and always binary.
+// is fopen's, and always binary. As with file_open, what is opened for reading only is a file
+// (EACCES).
 FILE *stream_open(const char *path, const char *mode);
 
 struct stream_closer {
@@ -113,7 +121,8 @@ file_handle file_standard_input();
 file_handle file_standard_output();
 
 // For a program's first line: the standard streams carry bytes as they are, and a reader that has
-// gone away makes a write fail instead of ending the program.
+// gone away makes a write fail instead of ending the program. On Linux a closed standard error
+// becomes /dev/null, so that no file gets its number and then the events.
 void prepare_standard_streams();
 
 } // namespace quillfence::platform

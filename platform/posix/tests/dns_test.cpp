@@ -75,5 +75,96 @@ TEST_F(dns_without_server, without_memory) {
     }
 }
 
+TEST_F(dns_without_server, details_without_memory) {
+    for (const uint32_t options : {0u, 2u}) {
+        platform::dns_details details = platform::dns_no_details();
+        platform::dns_record *records = nullptr;
+        uint32_t status = 0;
+        const unsigned failed = sweep_allocations(
+            [&] {
+                platform::dns_details_clear(&details);
+                status =
+                    platform::dns_query_detailed("host.example.", 1, options, &records, &details);
+            },
+            [&](unsigned n) { EXPECT_TRUE(status == 8 || status == 9002) << n; });
+        EXPECT_GT(failed, 5u);
+        EXPECT_EQ(status, 9002u);
+        EXPECT_STREQ(details.server, "127.0.0.1:1");
+        EXPECT_EQ(details.response_code, -1);
+        EXPECT_EQ(records, nullptr);
+    }
+}
+
+TEST_F(dns_without_server, details_of_an_ipv6_server) {
+    platform::environment_set("QUILLFENCE_DNS_SERVER", "[::1]:1");
+    platform::dns_record *records = nullptr;
+    platform::dns_details details = platform::dns_no_details();
+    EXPECT_EQ(platform::dns_query_detailed("host.example.", 1, 2, &records, &details), 9002u);
+    EXPECT_STREQ(details.server, "[::1]:1");
+    EXPECT_EQ(details.transport, platform::dns_transport::tcp);
+}
+
+// Each question of a client fails at another allocation; the client stays of use.
+TEST_F(dns_without_server, client_without_memory) {
+    platform::dns_client *client = nullptr;
+    uint32_t status = 0;
+    EXPECT_EQ(sweep_allocations([&] { status = platform::dns_client_open("127.0.0.1:1", &client); },
+                                [&](unsigned) {
+                                    EXPECT_EQ(status, 8u);
+                                    EXPECT_EQ(client, nullptr);
+                                }),
+              1u);
+    ASSERT_EQ(status, 0u);
+    platform::dns_record *records = nullptr;
+    for (const uint32_t options : {0u, 2u}) {
+        const unsigned failed = sweep_allocations(
+            [&] {
+                status = platform::dns_client_query(client, "host.example.", 1, options, &records,
+                                                    nullptr);
+            },
+            [&](unsigned n) { EXPECT_TRUE(status == 8 || status == 9002) << n; });
+        EXPECT_GT(failed, 5u);
+        EXPECT_EQ(status, 9002u);
+    }
+    platform::dns_client_close(client);
+}
+
+TEST(dns_client, servers) {
+    const struct {
+        const char *server;
+        uint32_t want;
+    } cases[] = {
+        {"192.0.2.53", 0},
+        {"192.0.2.53:5353", 0},
+        {"2001:db8::53", 0},
+        {"[2001:db8::53]:5353", 0},
+        {"", 87},
+        {"localhost", 87},
+        {"192.0.2.53:", 87},
+        {"192.0.2.53:0", 87},
+        {"[2001:db8::53", 87},
+        {"192.0.2.53,192.0.2.54", 87},
+    };
+    for (const auto &[server, want] : cases) {
+        auto *client = reinterpret_cast<platform::dns_client *>(1);
+        EXPECT_EQ(platform::dns_client_open(server, &client), want) << server;
+        EXPECT_EQ(client == nullptr, want != 0);
+        platform::dns_client_close(client);
+    }
+}
+
+TEST(dns_client, without_time_nothing_is_asked) {
+    platform::dns_client *client = nullptr;
+    ASSERT_EQ(platform::dns_client_open("127.0.0.1:1", &client), 0u);
+    platform::dns_client_limit(client, 0);
+    platform::dns_record *records = nullptr;
+    platform::dns_details details;
+    EXPECT_EQ(platform::dns_client_query(client, "host.example.", 1, 2, &records, &details), 1460u);
+    EXPECT_EQ(details.tries, 0u);
+    platform::dns_client_limit(client, -1);
+    EXPECT_EQ(platform::dns_client_query(client, "host.example.", 1, 2, &records, &details), 9002u);
+    platform::dns_client_close(client);
+}
+
 } // namespace
 } // namespace quillfence::testing

@@ -76,11 +76,35 @@ TEST_F(event_log_file, a_dash_is_standard_error) {
     EXPECT_EQ(::testing::internal::GetCapturedStderr(), "warning a: seen\nerror a: still open\n");
 }
 
-TEST_F(event_log_file, what_cannot_be_opened_is_no_log) {
-    for (const char *path : {"c:/quillfence/missing/events", "c:/quillfence", "/"}) {
-        environment_set("QUILLFENCE_EVENT_LOG", path);
-        EXPECT_EQ(event_log_open("Quillfence"), nullptr) << path;
+TEST_F(event_log_file, what_cannot_be_opened_is_standard_error) {
+    static constexpr struct {
+        const char *path, *why;
+    } cases[] = {{"c:/quillfence/missing/events", "No such file or directory"},
+                 {"c:/quillfence", "Permission denied"},
+                 {"/", "Permission denied"}};
+    for (const auto &c : cases) {
+        environment_set("QUILLFENCE_EVENT_LOG", c.path);
+        ::testing::internal::CaptureStderr();
+        report(event_type::warning, "a", "seen");
+        EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+                  std::string("error Quillfence: QUILLFENCE_EVENT_LOG can't be opened (") + c.why +
+                      "): " + c.path + "\nwarning a: seen\n");
     }
+}
+
+TEST_F(event_log_file, what_the_file_does_not_take_is_standard_error) {
+    environment_set("QUILLFENCE_EVENT_LOG", "/dev/full");
+    ::testing::internal::CaptureStderr();
+    report(event_type::warning, "a", "seen");
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(), "warning a: seen\n");
+}
+
+TEST_F(event_log_file, its_name_has_any_letter_case) {
+    drive.write("c:/quillfence/Events", "");
+    environment_set("QUILLFENCE_EVENT_LOG", log_path);
+    report(event_type::error, "a", "one");
+    EXPECT_EQ(drive.read("c:/quillfence/Events"), "error a: one\n");
+    EXPECT_FALSE(drive.exists(log_path));
 }
 
 TEST_F(event_log_file, an_empty_variable_means_syslog) {

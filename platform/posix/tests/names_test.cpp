@@ -74,6 +74,15 @@ TEST_F(names, an_exact_folder_wins_even_without_the_file) {
     EXPECT_EQ(look("c:/quillfence/BMS/MAP"), error_none);
 }
 
+// As on Windows; Wine leaves the name as it was.
+TEST_F(names, a_file_can_be_renamed_to_another_case) {
+    drive.write("c:/quillfence/from_blacklist", "list");
+    EXPECT_EQ(path_rename("c:/QUILLFENCE/FROM_blacklist", "c:/quillfence/From_Blacklist"),
+              error_none);
+    EXPECT_TRUE(drive.exists("c:/quillfence/From_Blacklist"));
+    EXPECT_FALSE(drive.exists("c:/quillfence/from_blacklist"));
+}
+
 TEST_F(names, without_a_drive_names_are_exact) {
     drive.write("c:/quillfence/list", "");
     EXPECT_EQ(look(drive.native("c:/quillfence/list")), error_none);

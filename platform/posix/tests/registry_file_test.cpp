@@ -3,11 +3,14 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include "drive_c.h"
 #include "failing_memory.h"
+#include "platform/complaint.h"
 #include "platform/error_numbers.h"
 #include "platform/process.h"
 #include "platform/registry.h"
@@ -47,6 +50,7 @@ class registry_file : public ::testing::Test {
 };
 
 TEST_F(registry_file, a_missing_file_is_an_empty_registry_and_stays_missing) {
+    std::filesystem::remove(store.file());
     EXPECT_EQ(open(), uint32_t{error_file_not_found});
     EXPECT_FALSE(std::filesystem::exists(store.file()));
     environment_set("QUILLFENCE_REGISTRY", "/no/such/folder/export.reg");
@@ -73,9 +77,62 @@ TEST_F(registry_file, what_is_no_export_is_told) {
 }
 
 TEST_F(registry_file, a_named_pipe_is_not_waited_for) {
+    std::filesystem::remove(store.file());
     ASSERT_EQ(mkfifo(store.file().c_str(), 0600), 0);
     EXPECT_EQ(open(), uint32_t{error_not_registry_file});
     EXPECT_EQ(create(), uint32_t{error_not_registry_file});
+}
+
+std::vector<std::string> told;
+
+void tell(event_type type, const char *function, const char *message) {
+    EXPECT_EQ(type, event_type::error);
+    told.push_back(std::string(function) + ": " + message);
+}
+
+TEST_F(registry_file, what_can_not_be_read_is_told_once) {
+    const std::string file = store.file();
+    set_complaint_listener(tell);
+    for (const char *name : {"/no/such/folder/export.reg", "/no-such-export.reg", "/", "c:/none"}) {
+        environment_set("QUILLFENCE_REGISTRY", name);
+        open();
+        open();
+    }
+    environment_set("QUILLFENCE_REGISTRY", file.c_str());
+    write("an error page\n");
+    open();
+    open();
+    write("");
+    open();
+    environment_set("QUILLFENCE_REGISTRY", "");
+    open();
+    set_complaint_listener(nullptr);
+    const std::string begin = "read_registry: QUILLFENCE_REGISTRY names nothing readable (";
+    EXPECT_EQ(told, (std::vector<std::string>{
+                        begin + "No such file or directory): /no/such/folder/export.reg",
+                        begin + "No such file or directory): /no-such-export.reg",
+                        begin + "not a registry export): /",
+                        begin + "No such file or directory): c:/none",
+                        begin + "not a registry export): " + file}));
+}
+
+TEST_F(registry_file, one_that_is_about_to_be_made_is_not_told) {
+    std::filesystem::remove(store.file());
+    told.clear();
+    set_complaint_listener(tell);
+    EXPECT_EQ(create(), 0U);
+    set_complaint_listener(nullptr);
+    EXPECT_EQ(told, std::vector<std::string>{});
+    EXPECT_EQ(open(), 0U);
+}
+
+TEST_F(registry_file, has_any_letter_case_on_a_drive) {
+    const testing::drive_c drive;
+    drive.write("c:/Server.REG", "REGEDIT4\n[HKLM\\SOFTWARE\\Quillfence-test]\n");
+    environment_set("QUILLFENCE_REGISTRY", "c:/server.reg");
+    EXPECT_EQ(open(), 0U);
+    EXPECT_EQ(create(), 0U);
+    EXPECT_FALSE(drive.exists("c:/server.reg"));
 }
 
 TEST_F(registry_file, may_lie_on_a_drive) {

@@ -120,6 +120,62 @@ TEST_F(dns_client, statuses_are_handed_on) {
     EXPECT_EQ(records, nullptr);
 }
 
+TEST_F(dns_client, details) {
+    DNS_RECORDA address = record(1);
+    address.Data.A.IpAddress = 0x0200007F; // network order: 127.0.0.2
+    DNS_RECORDA address6 = record(28);
+    memset(&address6.Data, 0, sizeof address6.Data);
+    reinterpret_cast<unsigned char *>(&address6.Data)[15] = 1;
+    DNS_RECORDA exchanger = record(15);
+    exchanger.Data.MX.pNameExchange = const_cast<char *>("mx.example");
+    exchanger.Data.MX.wPreference = 10;
+    DNS_RECORDA glue = record(1);
+    glue.Flags.S.Section = DnsSectionAddtional;
+    next_status = 0;
+    next_records = {record(5, "alias.example"),       address,    address6,   exchanger,
+                    record(12, "new\nline.example."), record(12), record(16), glue};
+    platform::dns_details known;
+    EXPECT_EQ(platform::dns_query_detailed("a.example.", 1, 0, &records, &known), 0u);
+    texts lines;
+    for (const auto *one = known.records; one; one = one->next) {
+        lines.push_back(one->text);
+    }
+    EXPECT_EQ(lines, (texts{"CNAME alias.example.", "A 127.0.0.2", "AAAA ::1", "MX 10 mx.example.",
+                            "PTR new\\010line.example.", "PTR .", "TYPE16"}));
+    EXPECT_STREQ(known.server, "") << "the system does not tell";
+    EXPECT_EQ(known.transport, platform::dns_transport::unknown);
+    EXPECT_EQ(known.tries, 0u);
+    EXPECT_GE(known.microseconds, 0);
+    EXPECT_EQ(known.response_code, 0);
+    platform::dns_details_clear(&known);
+}
+
+TEST_F(dns_client, details_of_a_failure) {
+    const struct {
+        DNS_STATUS status;
+        int32_t response_code;
+    } cases[] = {{9002, 2},  {9003, 3},  {9005, 5},  {9010, 10}, {9501, 0},
+                 {9011, -1}, {9000, -1}, {9502, -1}, {1460, -1}, {123, -1}};
+    for (const auto &[status, response_code] : cases) {
+        next_status = status;
+        next_records = {record(5, "gone.example")};
+        platform::dns_details known;
+        EXPECT_EQ(platform::dns_query_detailed("a.example.", 1, 0, &records, &known),
+                  static_cast<uint32_t>(status));
+        EXPECT_EQ(known.status, static_cast<uint32_t>(status));
+        EXPECT_EQ(known.response_code, response_code) << status;
+        ASSERT_NE(known.records, nullptr);
+        EXPECT_STREQ(known.records->text, "CNAME gone.example.");
+        platform::dns_details_clear(&known);
+    }
+}
+
+TEST_F(dns_client, no_other_server_can_be_named) {
+    auto *client = reinterpret_cast<platform::dns_client *>(1);
+    EXPECT_EQ(platform::dns_client_open("192.0.2.53", &client), 50u);
+    EXPECT_EQ(client, nullptr);
+}
+
 TEST_F(dns_client, without_memory) {
     next_status = 0;
     next_records = {record(1), record(12, "host.example")};

@@ -1,0 +1,703 @@
+#include "collector.h"
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+
+#include "near_misses.h"
+#include "open_file.h"
+#include "pattern_text.h"
+#include "platform/dns.h"
+#include "platform/error_numbers.h"
+#include "quillfence-checks.h"
+#include "quillfence-spam-hooks.h"
+#include "text.h"
+#include "tiny_rex.h"
+#include "vc_dns.h"
+#include "vc_list.h"
+
+namespace quillfence::decision {
+
+static std::string text_of(const char *text) {
+    return text ? text : "";
+}
+
+std::string address_text_of(uint32_t network_order) {
+    unsigned char octet[4];
+    std::memcpy(octet, &network_order, sizeof octet);
+    return std::to_string(octet[0]) + '.' + std::to_string(octet[1]) + '.' +
+           std::to_string(octet[2]) + '.' + std::to_string(octet[3]);
+}
+
+static bool is_whitelist(const std::string &rule) {
+    return rule == "ip_whitelist" || rule == "from_whitelist" || rule == "to_whitelist";
+}
+
+static bool is_step(const std::string &rule) {
+    return rule == "block_lists" || rule == "block_rbl_lists";
+}
+
+// --- the slots ---
+
+template <class Fact>
+void collector::slot(void *context, const Fact *fact) noexcept {
+    auto *const self = static_cast<collector *>(context);
+    if (self->broken) {
+        return;
+    }
+    const call_scope quiet(nullptr); // what the collector itself looks at is nobody's business
+    try {
+        self->on(*fact);
+    } catch (...) {
+        self->broken = true;
+    }
+}
+
+collector::collector(decision_record &to, const explain_options &with)
+    : record(to), options(with), slots{.context = this,
+                                       .looked_at_path = slot,
+                                       .searched_list = slot,
+                                       .searched_ranges = slot,
+                                       .searched_patterns = slot,
+                                       .asked_map = slot,
+                                       .searched_sender_networks = slot,
+                                       .loaded_selection = slot,
+                                       .searched_domain_table = slot,
+                                       .looked_at_registry = slot,
+                                       .searched_folder = slot,
+                                       .asked_address_map = nullptr,
+                                       .dns_answered = slot,
+                                       .asked_zone = slot,
+                                       .looked_up_country = nullptr,
+                                       .cache_answered = slot,
+                                       .rule_went = slot,
+                                       .found_empty_hook = slot,
+                                       .gave_reason = slot,
+                                       .recorded_hit = nullptr,
+                                       .could_not_look = slot,
+                                       .wrote_error = slot} {
+    uint32_t number = 0;
+    for (const rule_row &row : rule_rows()) {
+        rule_record rule;
+        rule.n = ++number;
+        rule.rule = row.name;
+        record.rules.push_back(std::move(rule));
+    }
+}
+
+// --- phases ---
+
+void collector::enter(phase next, const smtp_state *of) {
+    at = next;
+    session = of;
+    current = {};
+    phase_failure.clear();
+    phase_missing = false;
+    if (next == phase::report || next == phase::all || next == phase::completion) {
+        ptr_answers.clear();
+        ptr_missing = false;
+    }
+}
+
+rule_record *collector::find(const std::string &rule) {
+    for (rule_record &entry : record.rules) {
+        if (entry.rule == rule) {
+            return &entry;
+        }
+    }
+    return nullptr;
+}
+
+void collector::withhold(const std::string &rule, fact_set missing) {
+    withheld.emplace_back(rule, missing);
+}
+
+bool collector::is_enabled(const std::string &rule) const {
+    return is_whitelist(rule) || is_step(rule) || !not_enabled.contains(rule);
+}
+
+// --- a rule's run ---
+
+void collector::begin_run(const char *rule) {
+    current = {};
+    current.rule = find(rule);
+    current.facts = find_rule_facts(rule);
+    current.begin = std::chrono::steady_clock::now();
+}
+
+void collector::begin_step(const char *rule) {
+    begin_run(rule);
+}
+
+void collector::end_step(bool hit) {
+    if (current.rule) {
+        end_run(hit);
+    }
+}
+
+static bool rests_on_names(const rule_facts *facts) {
+    return facts && facts->about == judged::ptr;
+}
+
+outcome collector::outcome_of_run(bool hit) const {
+    if (current.empty_hook) {
+        return outcome::never;
+    }
+    const bool certain = hit && !rests_on_names(current.facts);
+    if (!certain && (!current.failure.empty() || (!hit && current.answer_missing))) {
+        return outcome::undecided;
+    }
+    if (!hit) {
+        return outcome::no_hit;
+    }
+    return is_whitelist(current.rule->rule) ? outcome::exempt : outcome::hit;
+}
+
+void collector::keep_doubt(const rule_record &rule, bool by_failure) {
+    decision_doubts.push_back({rule.rule, is_whitelist(rule.rule), by_failure});
+}
+
+// Where the outcome of a run belongs, by phase.
+void collector::note_outcome(rule_record &rule, outcome is) {
+    switch (at) {
+    case phase::exemption:
+    case phase::rules:
+    case phase::maps:
+    case phase::zones:
+        if (is == outcome::undecided) {
+            keep_doubt(rule, !current.failure.empty());
+        }
+        // A whitelist is asked twice, the second time for the recipient's own.
+        if (rule.decision != outcome::undecided || is == outcome::exempt) {
+            rule.decision = is;
+        }
+        return;
+    case phase::all:
+        rule.would = is;
+        return;
+    case phase::report: {
+        const bool shown = is_reportable_rule(rule.rule.c_str());
+        const bool hits = is == outcome::hit || is == outcome::exempt;
+        rule.report = !hits ? is : shown ? outcome::hit : outcome::hit_unreported;
+        return;
+    }
+    default:
+        return;
+    }
+}
+
+void collector::end_run(bool hit) {
+    rule_record &rule = *current.rule;
+    const outcome is = outcome_of_run(hit);
+    if (rule.decision == outcome::not_enabled && at == phase::rules) {
+        rule.decision = outcome::not_reached;
+    }
+    note_outcome(rule, is);
+    const bool again = at == phase::exemption && described.contains(rule.rule);
+    if (again && !hit) {
+        rule.looked_at = rule.looked_at.value_or(0) + current.looked_at;
+    } else if (again || !described.contains(rule.rule)) {
+        describe(rule, is, hit);
+        described.insert(rule.rule);
+    }
+    current = {};
+}
+
+static std::optional<std::string> judged_text(const smtp_state *session, judged about) {
+    const char *text = nullptr;
+    switch (about) {
+    case judged::ip:
+        text = session->ip;
+        break;
+    case judged::helo:
+        text = session->helo;
+        break;
+    case judged::sender:
+        text = session->mail_from;
+        break;
+    case judged::recipient:
+        text = session->rcpt_to;
+        break;
+    case judged::country:
+        text = session->ip_country;
+        break;
+    default:
+        break;
+    }
+    return text ? std::optional<std::string>(text) : std::nullopt;
+}
+
+static const char *fact_name(judged about) {
+    static constexpr const char *names[] = {"",          "ip",         "helo", "sender",
+                                            "recipient", "ip_country", "ptr"};
+    return names[static_cast<size_t>(about)];
+}
+
+std::string collector::value_of_run() const {
+    if (!current.facts || !session) {
+        return {};
+    }
+    if (current.facts->about != judged::ptr) {
+        return judged_text(session, current.facts->about).value_or("");
+    }
+    if (!current.names.empty()) {
+        return current.names.back().name;
+    }
+    return session->ptr_results && session->ptr_results[0] ? session->ptr_results[0] : "";
+}
+
+static const char *words_for(judged about) {
+    static constexpr const char *words[] = {"it",
+                                            "the client's address",
+                                            "the HELO",
+                                            "the sender",
+                                            "the recipient",
+                                            "the client's country",
+                                            "every PTR name"};
+    return words[static_cast<size_t>(about)];
+}
+
+static std::string entries(uint32_t count, const char *one, const char *many) {
+    return std::to_string(count) + ' ' + (count == 1 ? one : many);
+}
+
+static bool is_of_patterns(const source &from) {
+    return std::holds_alternative<expression_source>(from) ||
+           std::holds_alternative<built_in_source>(from);
+}
+
+// Why a rule that searched lists or patterns did not hit.
+static std::string nothing_found(bool by_names, const std::vector<name_match> &names,
+                                 uint32_t looked_at, bool any_there) {
+    if (!any_there) {
+        return by_names ? "no pattern file is installed" : "no list is installed";
+    }
+    if (by_names && !names.empty()) {
+        const name_match &last = names.back();
+        return last.exempted_by.index() ? last.name + " matches, but is exempt"
+                                        : last.name + " matches no pattern";
+    }
+    if (looked_at < 2) {
+        return looked_at ? "the one entry does not match" : "the list has no entries";
+    }
+    return "none of " + std::to_string(looked_at) + " entries matches";
+}
+
+std::string collector::reason_of_run(outcome is, bool hit) const {
+    if (is == outcome::never) {
+        return "the engine has no such list";
+    }
+    if (is == outcome::undecided) {
+        return !current.failure.empty() ? current.failure : "a DNS answer is missing";
+    }
+    const judged about = current.facts ? current.facts->about : judged::nothing;
+    if (hit && current.from.index()) {
+        if (std::holds_alternative<list_source>(current.from)) {
+            return std::string(words_for(about)) + " matches an entry";
+        }
+        if (std::holds_alternative<range_source>(current.from)) {
+            return std::string(words_for(about)) + " lies in a range";
+        }
+        if (is_of_patterns(current.from)) {
+            return std::string(words_for(about)) + " matches a pattern";
+        }
+    }
+    if (!hit && current.searched) {
+        return nothing_found(about == judged::ptr, current.names, current.looked_at,
+                             current.any_there);
+    }
+    if (!hit && !current.sender_networks.empty()) {
+        return current.sender_networks;
+    }
+    if (current.ptr_cache == resolves_no) {
+        return "the client's address has no PTR name";
+    }
+    if (current.ptr_cache == resolves_tempfail) {
+        return "the look-up of the client's PTR names failed";
+    }
+    if (!current.reason.empty() && current.ptr_cache == resolves_unknown) {
+        return current.reason;
+    }
+    return !current.facts ? std::string() : hit ? current.facts->hit : current.facts->no_hit;
+}
+
+void collector::describe(rule_record &rule, outcome is, bool hit) {
+    rule.reason = reason_of_run(is, hit);
+    rule.fact = current.facts ? fact_name(current.facts->about) : "";
+    rule.value = value_of_run();
+    rule.from = hit ? current.from : source();
+    rule.exempted_by = current.exempted_by;
+    if (current.counted) {
+        rule.looked_at = current.looked_at;
+    }
+    rule.names = std::move(current.names);
+    rule.dns = current.dns;
+    if (options.times) {
+        const auto passed = std::chrono::steady_clock::now() - current.begin;
+        rule.us = static_cast<uint32_t>(
+            std::chrono::duration_cast<std::chrono::microseconds>(passed).count());
+    }
+    if (options.near_misses && is == outcome::no_hit) {
+        add_near_misses(rule);
+    }
+}
+
+void collector::add_near_misses(rule_record &rule) {
+    for (const std::string &path : current.lists) {
+        for (const data_files::near_entry &near : data_files::near_entries(path, rule.value)) {
+            rule.near_misses.push_back(
+                {near.what, near.text, list_source{near.file, near.line, near.entry, ""}});
+        }
+    }
+}
+
+// --- how rules went ---
+
+void collector::note_skip(const rule_fact &fact) {
+    rule_record *const rule = find(fact.rule);
+    if (!rule) {
+        return;
+    }
+    if (at == phase::report) {
+        rule->report = outcome::skipped;
+    } else if (at == phase::all) {
+        rule->would = outcome::skipped;
+    } else if (at != phase::survey && (at == phase::exemption || !is_whitelist(rule->rule))) {
+        rule->decision = outcome::skipped;
+    }
+    if (rule->kind.empty() && at != phase::survey) {
+        rule->kind = text_of(fact.kind);
+    }
+    if (current.rule == rule) {
+        current = {};
+    }
+}
+
+void collector::note_not_enabled(rule_record &rule) {
+    if (is_whitelist(rule.rule) || is_step(rule.rule)) {
+        return;
+    }
+    not_enabled.insert(rule.rule);
+    rule.decision = outcome::not_enabled;
+}
+
+void collector::on(const rule_fact &fact) {
+    rule_record *const rule = find(fact.rule);
+    if (!rule) {
+        return;
+    }
+    // The walks for exemptions pass all other rules by.
+    const bool foreign = (at == phase::exemption) != is_whitelist(rule->rule) && at != phase::all &&
+                         at != phase::report;
+    switch (fact.step) {
+    case rule_step::began:
+        begin_run(fact.rule);
+        if (foreign) {
+            current.rule = nullptr;
+        }
+        return;
+    case rule_step::ended:
+        if (current.rule) {
+            end_run(fact.result);
+        }
+        return;
+    case rule_step::not_enabled:
+        if (at == phase::rules || at == phase::survey) {
+            note_not_enabled(*rule);
+        }
+        return;
+    case rule_step::skipped:
+        note_skip(fact);
+        return;
+    case rule_step::never:
+        if (foreign || is_step(rule->rule) || at == phase::survey) {
+            return;
+        }
+        for (const auto &[name, missing] : withheld) {
+            if (name == rule->rule && at != phase::report) {
+                pass_over(rule->rule.c_str());
+                return;
+            }
+        }
+        note_outcome(*rule, outcome::never);
+        return;
+    }
+}
+
+void collector::pass_over(const char *name) {
+    rule_record *const rule = find(name);
+    if (!rule) {
+        return;
+    }
+    fact_set missing = 0;
+    for (const auto &[other, facts] : withheld) {
+        missing = other == name ? facts : missing;
+    }
+    std::string known;
+    for (const std::string &fact : fact_names(missing)) {
+        known += (known.empty() ? "" : ", ") + fact;
+        const missing_item item{"fact", "", "", fact};
+        if (std::find(record.missing.begin(), record.missing.end(), item) == record.missing.end()) {
+            record.missing.push_back(item);
+        }
+    }
+    if (at == phase::all) {
+        rule->would = outcome::undecided;
+    } else if (rule->decision != outcome::undecided) {
+        rule->decision = outcome::undecided;
+        keep_doubt(*rule, false);
+    }
+    if (rule->reason.empty()) {
+        rule->reason = "not known: " + known;
+    }
+    described.insert(name);
+}
+
+void collector::on(const empty_hook &) {
+    current.empty_hook = true;
+}
+
+void collector::on(const reason_fact &fact) {
+    current.reason = text_of(fact.text);
+}
+
+// --- what was looked at ---
+
+void collector::on(const path_look &fact) {
+    last_path = text_of(fact.path);
+    const bool nameless = last_path.empty() || last_path.back() == '/'; // of an empty list line
+    if (!options.files || fact.directory || nameless || !seen_files.insert(last_path).second) {
+        return;
+    }
+    config_file file;
+    file.path = last_path;
+    file.missing = !fact.existed;
+    if (fact.existed) {
+        data_files::open_file opened;
+        uint64_t bytes = 0;
+        if (!opened.open(last_path) && !opened.size(&bytes)) {
+            file.bytes = bytes;
+        }
+    }
+    record.config.files.push_back(std::move(file));
+}
+
+void collector::on(const list_search &fact) {
+    current.searched = current.counted = true;
+    current.any_there |= fact.existed;
+    current.looked_at += fact.entries;
+    if (fact.line) {
+        current.from = list_source{text_of(fact.path), fact.line, text_of(fact.entry),
+                                   fact.by_wildcard ? "wildcard" : "whole text"};
+    } else {
+        current.lists.push_back(text_of(fact.path));
+    }
+}
+
+void collector::on(const range_lookup &fact) {
+    current.searched = current.counted = true;
+    current.any_there |= fact.existed;
+    current.looked_at += fact.records;
+    if (fact.record) {
+        current.from = range_source{text_of(fact.path), fact.record, address_text_of(fact.low),
+                                    address_text_of(fact.high), text_of(fact.comment)};
+    }
+}
+
+// The expression that matched, as a source; nothing when none did.
+static source source_of(const pattern_search &fact) {
+    if (!fact.expression) {
+        return {};
+    }
+    if (!fact.path) {
+        return built_in_source{text_of(fact.pattern), ""};
+    }
+    expression_source found{text_of(fact.path), fact.expression, "", "", 0};
+    if (fact.nodes && fact.node_count > 0) {
+        TRex expression{};
+        expression.nodes = const_cast<TRexNode *>(fact.nodes); // only read
+        expression.nallocated = fact.node_count;
+        std::string why;
+        found.pattern = data_files::pattern_of_nodes(expression, &why);
+    }
+    return found;
+}
+
+void collector::on(const pattern_search &fact) {
+    current.searched = current.counted = true;
+    if (fact.path && std::strcmp(fact.path, exempt_regex_file) == 0) {
+        current.exempted_by = source_of(fact);
+        if (!current.names.empty()) {
+            current.names.back().exempted_by = current.exempted_by;
+        }
+        return;
+    }
+    current.any_there |= fact.existed;
+    current.looked_at += fact.expressions;
+    if (!fact.subject) {
+        return;
+    }
+    name_match match;
+    match.name = fact.subject;
+    match.matched = source_of(fact);
+    if (!current.from.index()) {
+        current.from = match.matched;
+    }
+    current.names.push_back(std::move(match));
+}
+
+static std::string covering_network(uint32_t network_order, uint32_t level) {
+    unsigned char octet[4];
+    std::memcpy(octet, &network_order, sizeof octet);
+    for (uint32_t i = level == 3 ? 4 : level; i < sizeof octet; ++i) {
+        octet[i] = 0;
+    }
+    std::memcpy(&network_order, octet, sizeof octet);
+    const uint32_t prefix = level == 3 ? 32 : level * 8;
+    return address_text_of(network_order) + '/' + std::to_string(prefix);
+}
+
+// A map's name as the lists of maps have it.
+static std::string map_name(const std::string &path) {
+    const std::string folder = std::string(quillfence_block_maps_dir) + '/';
+    return path.compare(0, folder.size(), folder) == 0 ? path.substr(folder.size()) : path;
+}
+
+void collector::on(const map_lookup &fact) {
+    block_map_record map;
+    map.map = map_name(text_of(fact.path));
+    if (map.map.empty()) {
+        return; // behind the last line end of the list of maps
+    }
+    map.missing = !fact.existed;
+    if (fact.listed) {
+        map.is = outcome::hit;
+        map.level = fact.level;
+        map.network = covering_network(fact.address, fact.level);
+        if (!current.from.index()) {
+            current.from = block_map_source{map.map, map.level, map.network};
+        }
+    } else if (fact.existed && !fact.level) {
+        map.is = outcome::undecided;
+    }
+    current.counted = true;
+    ++current.looked_at;
+    // The report's maps are others; they stand here only when the decision has asked none.
+    if (at == phase::report ? maps_known : at != phase::maps && at != phase::all) {
+        return;
+    }
+    maps_known |= at != phase::report;
+    const auto same = [&](const block_map_record &other) { return other.map == map.map; };
+    if (std::none_of(record.block_maps.begin(), record.block_maps.end(), same)) {
+        record.block_maps.push_back(std::move(map));
+    }
+}
+
+void collector::on(const sender_network_search &fact) {
+    current.counted = true;
+    current.looked_at += fact.domains;
+    const std::string domain = text_of(fact.domain);
+    if (!fact.line) {
+        current.sender_networks = domain + " is not among the " +
+                                  entries(fact.domains, "domain", "domains") + " declared";
+        return;
+    }
+    current.from = sender_network_source{text_of(fact.path), fact.line, domain};
+    current.sender_networks = "the client is in the networks declared for " + domain;
+}
+
+void collector::on(const selection_load &fact) {
+    if (std::strcmp(fact.what, "rules") != 0) {
+        if (!fact.names) {
+            current.reason = text_of(fact.path) + " names no list to ask";
+        }
+        return;
+    }
+    if (selection_known) {
+        return;
+    }
+    selection_known = true;
+    built_in_rules = fact.built_in;
+    selection_path = text_of(fact.path);
+    for (const vc_list_entry *entry = fact.names; entry; entry = entry->next) {
+        selection_names +=
+            (selection_names.empty() ? "" : ",") + text_of(static_cast<const char *>(entry->data));
+    }
+}
+
+void collector::on(const domain_table_search &fact) {
+    current.counted = true;
+    current.looked_at += fact.lines;
+    if (fact.line) {
+        current.from = file_source{text_of(fact.path), fact.line};
+    }
+}
+
+void collector::on(const registry_look &fact) {
+    if (fact.decided) {
+        current.from = registry_source{text_of(fact.key), text_of(fact.value)};
+    }
+}
+
+void collector::on(const folder_search &fact) {
+    current.looked_at += fact.entries;
+    current.any_there |= fact.existed;
+    if (fact.name) {
+        current.from = folder_source{text_of(fact.folder), text_of(fact.name)};
+    }
+}
+
+void collector::on(const look_failure &fact) {
+    if (fact.error == platform::error_not_enough_memory) {
+        throw std::bad_alloc();
+    }
+    const std::string what = fact.what ? fact.what : last_path;
+    const std::string why = fact.reason ? fact.reason : data_files::system_text(fact.error);
+    const std::string text = what + " could not be looked at: " + why;
+    std::string &kept = current.rule ? current.failure : phase_failure;
+    if (kept.empty()) {
+        kept = text;
+    }
+}
+
+void collector::on(const error_line_fact &fact) {
+    record.errors.push_back({text_of(fact.module), text_of(fact.function), text_of(fact.text)});
+}
+
+// --- the end ---
+
+// Whatever the session: the rule has no check function, or its hook is empty.
+static bool never_hits(const std::string &rule, const rule_row &row) {
+    const rule_facts *const facts = find_rule_facts(row.name);
+    return (!row.check && !is_step(rule)) || (facts && facts->hook && !(hooks().*facts->hook));
+}
+
+void collector::finish(bool with_report) {
+    for (rule_record &rule : record.rules) {
+        if (rule.decision == outcome::not_enabled) {
+            if (built_in_rules) {
+                rule.from = built_in_source{"", selection_names};
+            } else {
+                rule.from = file_source{selection_path, 0};
+            }
+        }
+        const rule_row *row = nullptr;
+        for (const rule_row &other : rule_rows()) {
+            row = rule.rule == other.name ? &other : row;
+        }
+        if (never_hits(rule.rule, *row)) {
+            rule.from = source();
+            rule.decision = outcome::never;
+            rule.would.reset();
+        }
+        if (with_report && !rule.report) {
+            rule.report = outcome::never; // the report does not run it
+        }
+        if (rule.decision == outcome::never) {
+            rule.reason =
+                row->check ? "the engine has no such list" : "the engine has no check for it";
+        }
+    }
+}
+
+} // namespace quillfence::decision

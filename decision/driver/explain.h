@@ -1,0 +1,41 @@
+// One transaction judged by the engine, and everything that it did told in a record.
+//
+// The decision is made as a mail server makes it: switched off, exempt, rules, block maps, DNS
+// block lists; the first that decides ends it. The report is the replayer's, on a session of its
+// own. Both are the engine's own functions; nothing here judges a second time.
+//
+// The engine must have been started (quillfence_init). Several threads may explain at once.
+#pragma once
+
+#include <string>
+
+#include "call_context.h"
+#include "decision_record.h"
+
+namespace quillfence::decision {
+
+struct explain_options {
+    std::string user_dir{};              // the recipient's own lists; "" for none
+    bool report = true;                  // the replayer's two lists as well
+    bool all = false;                    // what rules behind the decision would have done
+    bool near_misses = true;             // entries that might have been meant
+    bool files = true;                   // config.files
+    bool times = true;                   // microseconds of each rule
+    dns_source *dns = nullptr;           // null: the system's DNS
+    const void *configuration = nullptr; // null: the files, read for every question
+    const file_substitute *substitutes = nullptr; // what if: see call_context.h
+    std::string id{};                    // handed through
+    std::string time{};
+};
+
+struct explain_result {
+    // Null when the record is whole; else why there is none, in words: "out of memory".
+    const char *failed = nullptr;
+    decision_record record;
+};
+
+// Throws nothing. ERROR lines of the engine go into the record, and to the process's log function
+// where one is set.
+explain_result explain(const transaction &what, const explain_options &options) noexcept;
+
+} // namespace quillfence::decision

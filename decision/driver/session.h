@@ -1,0 +1,29 @@
+// A session of the engine made of a transaction, as the replayer makes it.
+#pragma once
+
+#include <memory>
+
+#include "decision_record.h"
+#include "rule_facts.h"
+#include "smtp_state.h"
+
+namespace quillfence::decision {
+
+struct session_deleter {
+    void operator()(smtp_state *state) const {
+        free_smtp_state(state);
+    }
+};
+using session = std::unique_ptr<smtp_state, session_deleter>;
+
+// The session, not completed yet. A fact that is missing is absent in it, or "unknown". Null when
+// the engine refuses the transaction (an empty ip, say) or has no memory. ERROR lines: those of
+// qfd-packet.
+session session_of(const transaction &from);
+
+// Completes it (process_state.h): kinds, PTR names, base directory. What rests on a missing fact
+// stays as it is: without an ip nothing is looked up, without a sender it is no bounce. False when
+// the run can't go on.
+bool complete_session(smtp_state *state, fact_set missing);
+
+} // namespace quillfence::decision

@@ -1,0 +1,25 @@
+// An overall time for all questions: once it is used up, none is asked, and the last one asked gets
+// no more than what is left.
+#pragma once
+
+#include "source.h"
+
+namespace quillfence::dns_sources {
+
+class deadline_source : public source {
+  public:
+    using clock = std::chrono::steady_clock;
+
+    // Borrows the source that is asked until then. The time begins now; by_clock tells it.
+    deadline_source(source &next, std::chrono::milliseconds total,
+                    clock::time_point (*by_clock)() = clock::now);
+
+    answer ask(const question &asked) override;
+
+  private:
+    source &next_;
+    clock::time_point (*now_)();
+    clock::time_point end_;
+};
+
+} // namespace quillfence::dns_sources

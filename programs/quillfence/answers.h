@@ -1,0 +1,57 @@
+// Where the DNS answers of one explained transaction come from, as the command line has it.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "deadline_source.h"
+#include "engine_door.h"
+#include "given_source.h"
+#include "guard_source.h"
+#include "live_source.h"
+#include "memo_source.h"
+#include "off_source.h"
+
+namespace quillfence::programs {
+
+struct answer_options {
+    std::string dns = "live"; // or "off"
+    std::string server;       // "" for the system's
+    double deadline = 10;     // seconds for all questions
+    bool guards = false;
+    std::vector<std::string> ptr;     // names of the client
+    std::vector<std::string> answers; // name, type, value; name, type, value ...
+};
+
+// A stack of sources: memo, then what was given by hand, the guards, the deadline, the DNS. It is
+// asked once for each name and type, but a failure again.
+class answer_stack {
+  public:
+    // client is the address whose names options.ptr gives. Throws a failure for what can't be
+    // understood, and for a server that can't be asked.
+    answer_stack(const answer_options &options, const std::string &client);
+
+    dns_source *slots() {
+        return door_->slots();
+    }
+    bool failed() const {
+        return door_->failed();
+    }
+    // What the guards did, as sentences.
+    std::vector<std::string> remarks() const;
+
+  private:
+    dns_sources::source &system_of(const answer_options &options);
+    dns_sources::source &guarded(const answer_options &options, dns_sources::source &next);
+    void give(const answer_options &options, const std::string &client);
+
+    std::unique_ptr<dns_sources::source> system_;
+    std::unique_ptr<dns_sources::deadline_source> deadline_;
+    std::unique_ptr<dns_sources::guard_source> guard_;
+    std::unique_ptr<dns_sources::given_source> given_;
+    std::unique_ptr<dns_sources::memo_source> memo_;
+    std::unique_ptr<dns_sources::engine_door> door_;
+};
+
+} // namespace quillfence::programs

@@ -1,0 +1,366 @@
+// quillfence explain: one transaction, the decision about it, and why each rule did what it did.
+#include <cstdio>
+#include <memory>
+
+#include "answers.h"
+#include "command_line.h"
+#include "explain.h"
+#include "explain_facts.h"
+#include "explain_html.h"
+#include "explain_text.h"
+#include "file_output.h"
+#include "open_file.h"
+#include "platform/clock.h"
+#include "platform/file.h"
+#include "platform/process.h"
+#include "quillfence.h"
+#include "quillfence_program.h"
+#include "record_writer.h"
+#include "text.h"
+#include "vc_w32.h"
+#include "what_if.h"
+
+namespace quillfence::programs {
+
+namespace {
+
+struct explain_arguments {
+    named_facts facts;
+    std::vector<std::string> values; // the replayer's
+    std::string input;               // a file with transactions; "-" for standard input
+    std::string from;                // its format; "" for what it looks like
+    uint64_t number = 0;             // which of them
+    std::string drive_c;
+    std::string registry;
+    std::string user_dir;
+    answer_options answers;
+    std::vector<std::string> with_list;    // list, line; list, line ...
+    std::vector<std::string> without_list; // likewise
+    bool all = false;
+    std::string rule;
+    bool json = false;
+    std::string html;
+    bool verdict_exit = false;
+};
+
+// The engine's start and end.
+class engine {
+  public:
+    engine() {
+        if (!quillfence_init()) {
+            throw failure("the engine can't be started");
+        }
+    }
+    ~engine() {
+        quillfence_teardown();
+    }
+    engine(const engine &) = delete;
+    engine &operator=(const engine &) = delete;
+};
+
+} // namespace
+
+// --- the transaction ----------------------------------------------------------------------------
+
+static std::string all_of(const std::string &path) {
+    std::string bytes;
+    if (path != "-") {
+        if (const uint32_t error = data_files::read_file(path, &bytes)) {
+            throw failure(file_error(path, error));
+        }
+        return bytes;
+    }
+    char piece[4096];
+    while (const size_t got = std::fread(piece, 1, sizeof piece, stdin)) {
+        bytes.append(piece, got);
+    }
+    return bytes;
+}
+
+// "2026-11-22T04:51:13.123Z"
+static std::string time_now() {
+    platform::time_of_day now;
+    if (!platform::clock_now(&now)) {
+        return "";
+    }
+    const time_t seconds = now.seconds;
+    const tm *const utc = std::gmtime(&seconds);
+    char text[40];
+    if (!utc || !std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", utc)) {
+        return "";
+    }
+    char fraction[16];
+    std::snprintf(fraction, sizeof fraction, ".%03dZ", now.microseconds / 1000);
+    return std::string(text) + fraction;
+}
+
+static decision::input_transaction transaction_of(const explain_arguments &arguments) {
+    const int ways = !arguments.values.empty() + !arguments.input.empty() + arguments.facts.any();
+    if (ways > 1) {
+        throw failure("give the transaction in one way: by name (--ip, --sender ...), as the "
+                      "replayer's nine values, or by --input");
+    }
+    if (ways == 0) {
+        throw failure("there is no transaction; try \"quillfence explain --help\"");
+    }
+    if (!arguments.input.empty()) {
+        const std::string name = arguments.input == "-" ? "standard input" : arguments.input;
+        return transaction_of_text(all_of(arguments.input), name, arguments.from, arguments.number);
+    }
+    decision::input_transaction read;
+    read.transaction = arguments.values.empty() ? transaction_of_facts(arguments.facts)
+                                                : transaction_of_values(arguments.values);
+    return read;
+}
+
+// --- the surroundings ---------------------------------------------------------------------------
+
+static void set_surroundings(const explain_arguments &arguments) {
+    if (!arguments.drive_c.empty()) {
+        require_directory(arguments.drive_c, "--drive-c is the folder that holds quillfence/");
+        require_directory(data_files::joined(arguments.drive_c, "quillfence"),
+                          "--drive-c is the folder that holds quillfence/");
+        platform::environment_set("QUILLFENCE_DRIVE_C", arguments.drive_c.c_str());
+    }
+    if (!arguments.registry.empty()) {
+        if (!data_files::may_be_file(arguments.registry)) {
+            throw failure(arguments.registry + ": is no file; --registry is an export (.reg)");
+        }
+        platform::environment_set("QUILLFENCE_REGISTRY", arguments.registry.c_str());
+    }
+    require_directory(quillfence_base_dir,
+                      "name the folder that holds the server's quillfence/ with --drive-c");
+    if (!arguments.user_dir.empty()) {
+        require_directory(arguments.user_dir, "--user-dir is a user's own folder of lists");
+    }
+}
+
+static void change_lists(const explain_arguments &arguments, what_if *changed) {
+    for (size_t i = 0; i + 1 < arguments.with_list.size(); i += 2) {
+        changed->add(arguments.with_list[i], arguments.with_list[i + 1]);
+    }
+    for (size_t i = 0; i + 1 < arguments.without_list.size(); i += 2) {
+        changed->remove(arguments.without_list[i], arguments.without_list[i + 1]);
+    }
+}
+
+// The engine's lines go into the record; what it says at its start goes to standard error.
+static decision::decision_record explained(const explain_arguments &arguments) {
+    decision::input_transaction input = transaction_of(arguments);
+    set_surroundings(arguments);
+    what_if changed;
+    change_lists(arguments, &changed);
+    const engine started;
+    answer_stack answers(arguments.answers, input.transaction.ip.value_or(""));
+    decision::explain_options options;
+    options.user_dir = arguments.user_dir;
+    options.all = arguments.all;
+    options.dns = answers.slots();
+    options.substitutes = changed.substitutes();
+    options.id = input.id.empty() ? "1" : input.id;
+    options.time = input.time.empty() ? time_now() : input.time;
+    vc_set_log_function(nullptr);
+    decision::explain_result result = decision::explain(input.transaction, options);
+    vc_set_log_function(log_to_standard_error);
+    if (result.failed || answers.failed()) {
+        throw failure(std::string("the transaction could not be explained: ") +
+                      (result.failed ? result.failed : "out of memory"));
+    }
+    result.record.extra = std::move(input.extra);
+    for (const std::string &change : changed.changes()) {
+        result.record.notes.push_back({"info", change});
+    }
+    for (const std::string &remark : answers.remarks()) {
+        result.record.notes.push_back({"info", remark});
+    }
+    return std::move(result.record);
+}
+
+// --- the output ---------------------------------------------------------------------------------
+
+static void print(const std::string &text) {
+    std::fwrite(text.data(), 1, text.size(), stdout);
+}
+
+static bool wants_colour() {
+    return platform::stream_is_terminal(stdout) && !platform::environment_has("NO_COLOR");
+}
+
+static void write_page(const std::string &path, const decision::decision_record &record) {
+    file_output out(path);
+    const std::string page = explain_html(record);
+    out.write(page.data(), page.size());
+    out.commit();
+}
+
+static void show(const explain_arguments &arguments, const decision::decision_record &record) {
+    if (!arguments.html.empty()) {
+        write_page(arguments.html, record);
+    }
+    text_options options;
+    options.colour = wants_colour();
+    if (arguments.json) {
+        std::string json;
+        write_record(json, record, decision::record_form::whole,
+                     platform::stream_is_terminal(stdout) ? decision::json_layout::indented
+                                                          : decision::json_layout::one_line);
+        print(json + "\n");
+    } else if (arguments.rule.empty()) {
+        print(explain_text(record, options));
+    } else if (const auto text = explain_rule_text(record, arguments.rule, options)) {
+        print(*text);
+    } else {
+        throw failure("there is no rule " + data_files::quoted(arguments.rule));
+    }
+}
+
+static exit_status status_of(const decision::decision_record &record, bool verdict_exit) {
+    if (record.decision.is == decision::verdict::undecided) {
+        return exit_status::partly;
+    }
+    const bool rejected = record.decision.is == decision::verdict::reject;
+    return verdict_exit && rejected ? exit_status::no : exit_status::done;
+}
+
+static exit_status explain(const explain_arguments &arguments, std::ostream &) {
+    const decision::decision_record record = explained(arguments);
+    show(arguments, record);
+    return status_of(record, arguments.verdict_exit);
+}
+
+// --- the command line ---------------------------------------------------------------------------
+
+static void add_fact_options(CLI::App *command, named_facts *facts) {
+    static constexpr char group[] = "The transaction";
+    const struct {
+        const char *option;
+        const char *description;
+        std::optional<std::string> named_facts::*where;
+    } options[] = {
+        {"--ip", "The client's address, IPv4 or IPv6", &named_facts::ip},
+        {"--port", "The client's port (25)", &named_facts::port},
+        {"--tls", "Whether the session is under TLS: yes or no (no)", &named_facts::tls},
+        {"--authuser", "The authenticated user (none)", &named_facts::authuser},
+        {"--mua", "Whether a mail user agent submits to its own server: yes or no (no)",
+         &named_facts::mua},
+        {"--helo", "What the client says in HELO or EHLO", &named_facts::helo},
+        {"--sender", "The envelope sender; \"\" for a bounce", &named_facts::sender},
+        {"--recipient", "The envelope recipient", &named_facts::recipient},
+    };
+    for (const auto &each : options) {
+        command->add_option(each.option, facts->*each.where, each.description)->group(group);
+    }
+}
+
+static void add_input_options(CLI::App *command, explain_arguments *to) {
+    static constexpr char group[] = "The transaction";
+    command->add_option("VALUES", to->values,
+                        "The replayer's nine values, taken as it takes them: R ip port tls "
+                        "authuser mua helo sender recipient");
+    command
+        ->add_option("--input", to->input,
+                     "A file with the transaction, - for standard input: a decision record, a "
+                     "policy request of Postfix, tab-separated values, a line of a mail log")
+        ->group(group);
+    command
+        ->add_option("--from", to->from,
+                     "The input's format, when its look does not tell: json, policy, tsv, qflog, "
+                     "postfix, exim")
+        ->group(group);
+    command->add_option("--number", to->number, "Which of several transactions, from 1")
+        ->check(CLI::PositiveNumber)
+        ->group(group);
+}
+
+static void add_configuration_options(CLI::App *command, explain_arguments *to) {
+    static constexpr char group[] = "The configuration";
+    command
+        ->add_option("--drive-c", to->drive_c,
+                     "The folder that holds the server's quillfence/, or a copy of it")
+        ->group(group);
+    command->add_option("--registry", to->registry, "An export of the server's registry (.reg)")
+        ->group(group);
+    command->add_option("--user-dir", to->user_dir, "The recipient's own folder of lists")
+        ->group(group);
+    command
+        ->add_option("--with-list", to->with_list,
+                     "What if LIST had this LINE? As in --with-list from_blacklist '*@x.example'")
+        ->type_name("LIST LINE")
+        ->type_size(2)
+        ->expected(1, -1)
+        ->group(group);
+    command->add_option("--without-list", to->without_list, "What if LIST had no such LINE?")
+        ->type_name("LIST LINE")
+        ->type_size(2)
+        ->expected(1, -1)
+        ->group(group);
+}
+
+static void add_answer_options(CLI::App *command, answer_options *to) {
+    static constexpr char group[] = "The DNS";
+    command->add_option("--dns", to->dns, "live asks the DNS, off asks nobody (live)")
+        ->check(CLI::IsMember({"live", "off"}))
+        ->group(group);
+    command
+        ->add_option("--server", to->server,
+                     "Another DNS server to ask, as address or address:port")
+        ->group(group);
+    command->add_option("--deadline", to->deadline, "Seconds for all DNS questions together (10)")
+        ->check(CLI::Range(0.001, 3600.0))
+        ->group(group);
+    command
+        ->add_flag("--guards", to->guards,
+                   "Take answers of block lists that list nobody, and refused questions, for "
+                   "failures, as the live service does")
+        ->group(group);
+    command->add_option("--ptr", to->ptr, "A PTR name of the client, in place of the DNS's")
+        ->allow_extra_args(false)
+        ->group(group);
+    command
+        ->add_option("--answer", to->answers,
+                     "An answer in place of the DNS's; as VALUE also NXDOMAIN, SERVFAIL, REFUSED, "
+                     "TIMEOUT, NODATA")
+        ->type_name("NAME TYPE VALUE")
+        ->type_size(3)
+        ->expected(1, -1)
+        ->group(group);
+}
+
+static void add_output_options(CLI::App *command, explain_arguments *to) {
+    static constexpr char group[] = "The answer";
+    command
+        ->add_flag("--all", to->all,
+                   "Also what the rules behind the decision, and those that are "
+                   "not enabled, would have done")
+        ->group(group);
+    command->add_option("--rule", to->rule, "Everything about one rule")->group(group);
+    command->add_flag("--json", to->json, "The decision record as JSON")->group(group);
+    command
+        ->add_option("--html", to->html,
+                     "Also write the answer to this file, as a page to be mailed with a ticket")
+        ->group(group);
+    command->add_flag("--verdict-exit", to->verdict_exit, "Exit with 1 for a reject")->group(group);
+}
+
+void add_explain_command(CLI::App &program, chosen_action &chosen) {
+    CLI::App *command = program.add_subcommand(
+        "explain", "Explain one transaction: the decision, and why each rule did what it did");
+    auto arguments = std::make_shared<explain_arguments>();
+    add_fact_options(command, &arguments->facts);
+    add_input_options(command, arguments.get());
+    add_configuration_options(command, arguments.get());
+    add_answer_options(command, &arguments->answers);
+    add_output_options(command, arguments.get());
+    command->footer(
+        R"(A fact that is not given is unknown, but for those with a value in parentheses; a rule
+that needs an unknown fact is undecided.
+
+Exit status:
+  0  explained (with --verdict-exit: and not rejected)
+  1  with --verdict-exit: rejected
+  2  could not be explained
+  3  undecided: a fact or an answer is missing, or something could not be looked at)");
+    on_choice(command, chosen, arguments, explain);
+}
+
+} // namespace quillfence::programs

@@ -1,0 +1,23 @@
+#include "quillfence_program.h"
+
+namespace quillfence::programs {
+
+static constexpr add_commands commands[] = {add_explain_command};
+
+static constexpr char exit_status_help[] = R"(Exit status:
+  0  done
+  1  the answer is no, where a subcommand says so
+  2  could not run
+  3  undecided, or done in part)";
+
+int run_quillfence(int argc, char **argv) {
+    const program_frame frame = {
+        .name = "quillfence",
+        .description = "Asks the Quillfence spam engine what it decides about mail, and why.",
+        .footer = exit_status_help,
+        .commands = commands,
+    };
+    return run_program(frame, argc, argv);
+}
+
+} // namespace quillfence::programs

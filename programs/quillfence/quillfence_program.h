@@ -1,0 +1,14 @@
+// quillfence: asks the engine why. Its subcommands.
+#pragma once
+
+#include "program.h"
+
+namespace quillfence::programs {
+
+// Each is defined in the file of its name, explain_command.cpp for one.
+void add_explain_command(CLI::App &program, chosen_action &chosen);
+
+// Runs the program; the result is its exit status.
+int run_quillfence(int argc, char **argv);
+
+} // namespace quillfence::programs

@@ -1,0 +1,46 @@
+// What if this line were in that list, or not? The engine reads changed copies of lists in their
+// place; the lists themselves stay as they are.
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "call_context.h"
+
+namespace quillfence::programs {
+
+class what_if {
+  public:
+    what_if() = default;
+    ~what_if(); // removes the copies
+    what_if(const what_if &) = delete;
+    what_if &operator=(const what_if &) = delete;
+
+    // list is a path of the engine's, or a name below its base folder ("from_blacklist",
+    // "control/rules.enabled"). add puts the line at the end of the list, which need not exist;
+    // remove takes every line out that is this text, white space around it left aside. Both throw a
+    // failure when that can't be done, remove also when there is no such line.
+    void add(const std::string &list, const std::string &line);
+    void remove(const std::string &list, const std::string &line);
+
+    // What was changed, as sentences.
+    const std::vector<std::string> &changes() const {
+        return changes_;
+    }
+    // Writes the copies; for a call context, as long as the object lives. Null when nothing was
+    // changed. Throws a failure when a copy can't be written.
+    const file_substitute *substitutes();
+
+  private:
+    std::string &text_of(const std::string &path);
+    void make_folder();
+
+    std::map<std::string, std::string> texts_; // the changed lists, by path
+    std::vector<std::string> changes_;
+    std::string folder_; // of the copies, for this user alone; "" before there is one
+    std::vector<std::string> copies_;
+    std::vector<file_substitute> rows_;
+};
+
+} // namespace quillfence::programs

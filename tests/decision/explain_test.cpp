@@ -1,0 +1,358 @@
+#include "explain.h"
+
+#include <algorithm>
+
+#include "call_watch.h"
+#include "engine_door.h"
+#include "explaining.h"
+#include "failing_memory.h"
+#include "off_source.h"
+#include "platform/error_numbers.h"
+#include "zone_source.h"
+
+namespace quillfence::testing {
+namespace {
+
+constexpr char base[] = "c:/quillfence/";
+
+std::string path_of(const char *name) {
+    return std::string(base) + name;
+}
+
+// --- the steps ---
+
+TEST_F(explain_test, nothing_objects) {
+    drive.remove(path_of("bms/one"));
+    const decision_record record = explained("good");
+    EXPECT_EQ(record.decision.is, verdict::accept);
+    EXPECT_EQ(record.decision.by, decided_by::nothing);
+    EXPECT_EQ(record.rules.size(), 31u);
+    EXPECT_EQ(record.facts.ptr, lines{"mail.good.example"});
+    EXPECT_TRUE(record.facts.routable);
+    EXPECT_FALSE(record.facts.bounce);
+    EXPECT_EQ(record.errors.size(), 0u);
+    EXPECT_TRUE(record.notes.empty());
+    EXPECT_EQ(record.config.base, base);
+}
+
+TEST_F(explain_test, an_engine_that_is_off_accepts_and_reaches_no_rule) {
+    drive.write(path_of("control/enabled"), "0\n");
+    const decision_record record = explained("blacklisted");
+    EXPECT_EQ(record.decision.is, verdict::accept);
+    EXPECT_EQ(record.decision.by, decided_by::engine_off);
+    EXPECT_EQ(rule_of(record, "require_helo").decision, outcome::not_reached);
+    EXPECT_EQ(rule_of(record, "require_helo").report, outcome::hit);
+    EXPECT_EQ(rule_of(record, "block_ip_in_addr").decision, outcome::not_enabled);
+    EXPECT_EQ(rule_of(record, "inbound").decision, outcome::never);
+    EXPECT_EQ(rule_of(record, "helo_blacklist").decision, outcome::never);
+}
+
+TEST_F(explain_test, an_exemption_names_its_entry) {
+    const decision_record record = explained("whitelisted");
+    EXPECT_EQ(record.decision.is, verdict::accept);
+    EXPECT_EQ(record.decision.by, decided_by::exempt);
+    EXPECT_EQ(record.decision.rule, "to_whitelist");
+    EXPECT_EQ(record.decision.where, "base");
+    EXPECT_EQ(record.decision.notice, "");
+    const rule_record &rule = rule_of(record, "to_whitelist");
+    EXPECT_EQ(rule.decision, outcome::exempt);
+    EXPECT_EQ(rule.report, outcome::hit_unreported);
+    EXPECT_EQ(rule.from, source(list_source{path_of("exempt_users"), 1, "postmaster@here.example",
+                                            "whole text"}));
+    EXPECT_EQ(rule.fact, "recipient");
+    EXPECT_EQ(rule.value, "postmaster@here.example");
+    EXPECT_EQ(rule.looked_at, 1u);
+}
+
+TEST_F(explain_test, an_exemption_of_the_users_own) {
+    options.user_dir = "c:/quillfence/users/b/";
+    drive.write("c:/quillfence/users/b/from_whitelist", "\n# mine\n*@foe.example\n");
+    const decision_record record = explained("blacklisted");
+    EXPECT_EQ(record.decision.by, decided_by::exempt);
+    EXPECT_EQ(record.decision.rule, "from_whitelist");
+    EXPECT_EQ(record.decision.where, "user");
+    const rule_record &rule = rule_of(record, "from_whitelist");
+    EXPECT_EQ(rule.from, source(list_source{"c:/quillfence/users/b/from_whitelist", 3,
+                                            "*@foe.example", "wildcard"}));
+    EXPECT_EQ(record.config.user_dir, options.user_dir);
+}
+
+TEST_F(explain_test, a_blacklisted_sender_is_told_with_line_and_notice) {
+    drive.write(path_of("control/rules.enabled"), "valid_ptr\n");
+    drive.write(path_of("blocked_ips.range"), "");
+    drive.write(path_of("from_blacklist"), "# foes\n*@foe.example\n");
+    const decision_record record = explained("blacklisted");
+    EXPECT_EQ(record.decision.is, verdict::reject);
+    EXPECT_EQ(record.decision.by, decided_by::rule);
+    EXPECT_EQ(record.decision.rule, "from_blacklist");
+    EXPECT_EQ(record.decision.hit_name, "from_blacklist");
+    EXPECT_NE(record.decision.notice.find("on the recipient's blacklist"), std::string::npos);
+    EXPECT_EQ(rule_of(record, "from_blacklist").from,
+              source(list_source{path_of("from_blacklist"), 2, "*@foe.example", "wildcard"}));
+    EXPECT_EQ(rule_of(record, "from_blacklist").report, outcome::hit_unreported);
+}
+
+TEST_F(explain_test, a_block_map_names_its_network) {
+    const decision_record record = explained("good");
+    EXPECT_EQ(record.decision.by, decided_by::block_map);
+    EXPECT_EQ(record.decision.rule, "block_lists");
+    EXPECT_EQ(record.decision.maps, lines{"one"});
+    EXPECT_EQ(record.decision.hit_name, "block_list (one)");
+    ASSERT_EQ(record.block_maps.size(), 1u);
+    EXPECT_EQ(record.block_maps[0], (block_map_record{"one", outcome::hit, "192.0.0.0/8", 1}));
+    EXPECT_EQ(record.report->bms_hits, (lines{"one", "two"}));
+}
+
+TEST_F(explain_test, skipped_for_a_kind_of_session) {
+    transaction what = transaction_of(clients[0]);
+    what.mua = true;
+    const decision_record record = explained(what);
+    const rule_record &rule = rule_of(record, "valid_ptr");
+    EXPECT_EQ(rule.decision, outcome::skipped);
+    EXPECT_EQ(rule.report, outcome::skipped);
+    EXPECT_EQ(rule.kind, "mua");
+    EXPECT_EQ(rule_of(record, "block_lists").decision, outcome::skipped);
+    EXPECT_EQ(rule_of(record, "block_rbl_lists").kind, "mua");
+}
+
+TEST_F(explain_test, the_rules_behind_the_decision_on_request) {
+    const decision_record without = explained("nothing right");
+    EXPECT_EQ(rule_of(without, "resolve_helo_domain").decision, outcome::not_reached);
+    EXPECT_EQ(rule_of(without, "resolve_helo_domain").would, std::nullopt);
+    options.all = true;
+    const decision_record with = explained("nothing right");
+    EXPECT_EQ(with.decision, without.decision);
+    EXPECT_EQ(rule_of(with, "resolve_helo_domain").would, outcome::hit);
+    EXPECT_EQ(rule_of(with, "block_all_mail").would, outcome::hit);
+    EXPECT_EQ(rule_of(with, "block_lists").would, outcome::hit);
+    EXPECT_EQ(rule_of(with, "require_helo").would, std::nullopt) << "it was reached";
+}
+
+TEST_F(explain_test, without_a_report) {
+    options.report = false;
+    const decision_record record = explained("good");
+    EXPECT_EQ(record.report, std::nullopt);
+    EXPECT_EQ(rule_of(record, "valid_ptr").report, std::nullopt);
+}
+
+TEST_F(explain_test, a_transaction_that_the_engine_refuses) {
+    transaction what = transaction_of(clients[0]);
+    what.ip = "";
+    const decision_record record = explained(what);
+    EXPECT_EQ(record.decision.is, verdict::undecided);
+    EXPECT_EQ(record.decision.by, decided_by::error);
+    EXPECT_FALSE(record.report->failed.empty());
+    EXPECT_FALSE(record.errors.empty());
+    log.take();
+}
+
+// --- names and patterns ---
+
+TEST_F(explain_test, every_name_with_what_matched_and_what_exempts_it) {
+    const decision_record hit = explained("dynamic");
+    const rule_record &rule = rule_of(hit, "check_dynamic_reverse_dns");
+    ASSERT_EQ(rule.names.size(), 1u);
+    const source expression =
+        expression_source{path_of("dynaregex/dyna.cregexes"), 1, "dyn[0-9].*", "", 0};
+    EXPECT_EQ(rule.names[0].matched, expression);
+    EXPECT_EQ(rule.from, expression);
+    EXPECT_EQ(rule.dns, std::vector<uint32_t>{0});
+
+    transaction exempt = transaction_of(clients[1]);
+    exempt.ip = "192.0.2.3";
+    const decision_record saved = explained(exempt);
+    const rule_record &spared = rule_of(saved, "check_dynamic_reverse_dns");
+    EXPECT_EQ(spared.decision, outcome::no_hit);
+    EXPECT_EQ(spared.exempted_by,
+              source(expression_source{path_of("dynaregex/exempt.cregexes"), 1, "dyn9.*", "", 0}));
+    EXPECT_EQ(spared.reason, "dyn9-192-0-2-3.pool.example matches, but is exempt");
+}
+
+TEST_F(explain_test, a_rule_without_its_file_says_so) {
+    drive.remove(path_of("dynaregex/dyna.cregexes"));
+    drive.remove(path_of("from_blacklist"));
+    const decision_record record = explained("dynamic");
+    EXPECT_EQ(rule_of(record, "check_dynamic_reverse_dns").reason, "no pattern file is installed");
+    EXPECT_EQ(rule_of(record, "from_blacklist").reason, "no list is installed");
+}
+
+// --- near misses ---
+
+TEST_F(explain_test, entries_that_may_have_been_meant) {
+    drive.write(path_of("from_blacklist"), "*@example\n*@good.example \nmail.example\n");
+    drive.write(path_of("blocked_ips"), "192.0.2.0/24\n");
+    const decision_record record = explained("good");
+    const rule_record &sender = rule_of(record, "from_blacklist");
+    ASSERT_EQ(sender.near_misses.size(), 1u);
+    EXPECT_EQ(sender.near_misses[0].what, "trailing_blank");
+    EXPECT_EQ(sender.near_misses[0].from,
+              source(list_source{path_of("from_blacklist"), 2, "*@good.example ", ""}));
+    const rule_record &client = rule_of(record, "ip_blacklist");
+    ASSERT_EQ(client.near_misses.size(), 1u);
+    EXPECT_EQ(client.near_misses[0].what, "network");
+}
+
+TEST_F(explain_test, a_whitelist_that_comes_before_a_blacklist) {
+    drive.write(path_of("from_blacklist"), "*@friend.example\n");
+    const decision_record record = explained("whitelisted");
+    const rule_record &rule = rule_of(record, "from_blacklist");
+    ASSERT_EQ(rule.near_misses.size(), 1u);
+    EXPECT_EQ(rule.near_misses[0].what, "opposite_list");
+}
+
+// --- DNS ---
+
+TEST_F(explain_test, an_answer_is_told_with_who_used_it) {
+    const decision_record record = explained("good");
+    ASSERT_FALSE(record.dns.empty());
+    const dns_record &ptr = record.dns[0];
+    EXPECT_EQ(ptr.name, "1.2.0.192.in-addr.arpa.");
+    EXPECT_EQ(ptr.type, "PTR");
+    EXPECT_EQ(ptr.is, answer_class::found);
+    EXPECT_EQ(ptr.records, lines{"PTR mail.good.example."});
+    EXPECT_NE(std::find(ptr.used_by.begin(), ptr.used_by.end(), "valid_ptr"), ptr.used_by.end());
+    const auto asked_for_ptr =
+        std::count_if(record.dns.begin(), record.dns.end(),
+                      [](const dns_record &one) { return one.type == "PTR"; });
+    EXPECT_EQ(asked_for_ptr, 1) << "the report's session asks the same again";
+}
+
+TEST_F(explain_test, the_truth_of_a_block_list_and_where_the_engine_differs) {
+    drive.remove(path_of("bms/one"));
+    drive.write(path_of("rbl.enabled"), "lists.example\n");
+    const auto asked = [&](const char *address) {
+        dns_sources::zone_source zone;
+        EXPECT_EQ(zone.add_record("1.2.0.192.lists.example", "A", address), std::nullopt);
+        dns_sources::engine_door door(zone);
+        options.dns = door.slots();
+        options.report = false;
+        drive.write(path_of("control/rules.enabled"), "require_helo\n");
+        return explained("good");
+    };
+    decision_record record = asked("127.0.0.2");
+    ASSERT_EQ(record.dns_block_lists.size(), 1u);
+    EXPECT_EQ(record.decision.by, decided_by::rbl);
+    EXPECT_EQ(record.decision.zone, "lists.example");
+    EXPECT_EQ(record.dns_block_lists[0].answer, block_list_answer::listed);
+    EXPECT_TRUE(record.notes.empty());
+
+    record = asked("127.255.255.254");
+    EXPECT_EQ(record.dns_block_lists[0].is, outcome::hit);
+    EXPECT_EQ(record.dns_block_lists[0].answer, block_list_answer::refused);
+    ASSERT_EQ(record.notes.size(), 1u);
+
+    record = asked("192.0.2.99");
+    EXPECT_EQ(record.dns_block_lists[0].answer, block_list_answer::no_listing);
+    EXPECT_EQ(record.notes.size(), 1u);
+}
+
+TEST_F(explain_test, a_missing_answer_makes_undecided) {
+    drive.remove(path_of("bms/one"));
+    drive.remove(path_of("rbl.enabled"));
+    dns_sources::off_source off;
+    dns_sources::engine_door door(off);
+    options.dns = door.slots();
+    const decision_record record = explained("good");
+    EXPECT_EQ(record.decision.is, verdict::undecided);
+    EXPECT_EQ(record.decision.by, decided_by::missing);
+    EXPECT_EQ(rule_of(record, "valid_ptr").decision, outcome::undecided);
+    EXPECT_EQ(rule_of(record, "require_helo").decision, outcome::no_hit);
+    ASSERT_FALSE(record.missing.empty());
+    EXPECT_EQ(record.missing[0], (missing_item{"dns", "1.2.0.192.in-addr.arpa.", "PTR", ""}));
+    EXPECT_EQ(record.report->failed, "DNS answers are missing");
+}
+
+// --- missing facts ---
+
+TEST_F(explain_test, a_missing_fact_withholds_the_rules_that_need_it) {
+    transaction what = transaction_of(clients[4]); // blacklisted
+    what.helo.reset();
+    const decision_record record = explained(what);
+    EXPECT_EQ(rule_of(record, "require_helo").decision, outcome::undecided);
+    EXPECT_EQ(rule_of(record, "require_helo").reason, "not known: helo");
+    EXPECT_EQ(record.missing, std::vector<missing_item>({{"fact", "", "", "helo"}}));
+    // The client has no PTR name, which is certain.
+    EXPECT_EQ(record.decision.is, verdict::reject);
+    EXPECT_EQ(record.decision.rule, "check_ip_reverse_dns");
+    ASSERT_EQ(record.notes.size(), 1u);
+    EXPECT_NE(record.notes[0].text.find("require_helo"), std::string::npos);
+    EXPECT_EQ(record.report->failed, "not known: helo");
+}
+
+TEST_F(explain_test, what_could_have_exempted_leaves_a_reject_undecided) {
+    transaction what = transaction_of(clients[4]);
+    what.recipient.reset();
+    const decision_record record = explained(what);
+    EXPECT_EQ(record.decision.is, verdict::undecided);
+    EXPECT_EQ(record.decision.by, decided_by::missing);
+    EXPECT_EQ(rule_of(record, "to_whitelist").decision, outcome::undecided);
+}
+
+// --- what could not be looked at ---
+
+TEST_F(explain_test, a_list_that_can_t_be_read_makes_undecided) {
+    drive.remove(path_of("bms/one"));
+    drive.write(path_of("control/rules.enabled"), "require_helo\n");
+    options.report = false;
+    options.files = false;
+    options.near_misses = false;
+    const decision_record whole = explained("good");
+    EXPECT_EQ(whole.decision.is, verdict::accept);
+    call_watch calls;
+    calls.fail("path_attributes", 1, platform::error_access_denied, true);
+    const decision_record record = explained("good");
+    EXPECT_EQ(record.decision.is, verdict::undecided);
+    EXPECT_EQ(record.decision.by, decided_by::error);
+    log.take();
+}
+
+TEST_F(explain_test, a_damaged_pattern_file_makes_its_rule_undecided) {
+    drive.write(path_of("dynaregex/dyna.cregexes"), "no patterns");
+    const decision_record record = explained("good");
+    const rule_record &rule = rule_of(record, "check_dynamic_reverse_dns");
+    EXPECT_EQ(rule.decision, outcome::undecided);
+    EXPECT_EQ(rule.reason, path_of("dynaregex/dyna.cregexes") +
+                               " could not be looked at: not a file of compiled patterns");
+    EXPECT_FALSE(record.errors.empty());
+    log.take();
+}
+
+TEST_F(explain_test, a_cut_block_map_is_undecided) {
+    drive.write(path_of("bms/one"), "short");
+    const decision_record record = explained("good");
+    EXPECT_EQ(record.decision.is, verdict::undecided);
+    EXPECT_EQ(record.decision.by, decided_by::error);
+    ASSERT_EQ(record.block_maps.size(), 1u);
+    EXPECT_EQ(record.block_maps[0].is, outcome::undecided);
+    log.take();
+}
+
+// --- without memory ---
+
+TEST_F(explain_test, without_memory_a_verdict_is_never_another) {
+    options.all = true;
+    for (const char *name : {"dynamic", "blacklisted", "whitelisted"}) {
+        const client &who = *std::find_if(std::begin(clients), std::end(clients),
+                                          [&](auto &one) { return std::string(one.name) == name; });
+        const transaction what = transaction_of(who);
+        const decision_record whole = explained(what);
+        log.take();
+        explain_result result;
+        unsigned complete = 0;
+        sweep_allocations([&] { result = explain(what, options); },
+                          [&](unsigned n) {
+                              log.take();
+                              if (result.failed) {
+                                  return;
+                              }
+                              ++complete;
+                              const decision::decision &got = result.record.decision;
+                              EXPECT_TRUE(got.is == verdict::undecided || got == whole.decision)
+                                  << who.name << ", allocation " << n << ": " << got.rule;
+                          });
+        EXPECT_GT(complete, 0u);
+    }
+}
+
+} // namespace
+} // namespace quillfence::testing
