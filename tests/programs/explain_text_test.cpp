@@ -164,7 +164,7 @@ TEST(explain_text, lines_fit_and_are_printable) {
     for (uint32_t seed = 0; seed < 300; ++seed) {
         decision_record record = testing::random_record(seed, true).make();
         record.transaction.helo = std::string(3 * seed, 'h');
-        for (const size_t width : {80u, 50u}) {
+        for (const size_t width : {80u, 60u}) {
             std::istringstream lines(explain_text(record, {.width = width}));
             for (std::string line; std::getline(lines, line);) {
                 ASSERT_LE(line.size(), width) << line;
@@ -297,6 +297,21 @@ TEST(explain_words, rule_sentences) {
     EXPECT_EQ(sentence(undecided, undecided), "UNDECIDED");
 }
 
+TEST(explain_words, numbers_and_values_where_they_tell_something) {
+    rule_record rule = sample_rule(9, "block_ip_in_addr", outcome::no_hit, outcome::no_hit);
+    rule.fact = "helo";
+    rule.value = "h";
+    rule.looked_at = 1;
+    EXPECT_EQ(rule_sentence(rule), "no: 1 entry looked at");
+    EXPECT_EQ(rule_details(rule), std::vector<std::string>());
+    rule.reason = "the one entry does not match";
+    EXPECT_EQ(rule_sentence(rule), "no: the one entry does not match");
+    rule.decision = outcome::undecided;
+    EXPECT_EQ(rule_details(rule), std::vector<std::string>());
+    rule.decision = outcome::hit;
+    EXPECT_EQ(rule_details(rule), std::vector<std::string>{"helo h"});
+}
+
 TEST(explain_words, dns_answers) {
     using enum answer_class;
     const struct {
@@ -342,6 +357,9 @@ TEST(explain_words, dns_summary_names_what_all_have_in_common) {
     EXPECT_EQ(dns_summary(record), "2 questions over TCP, 2.2 ms");
     record.dns[1].transport = "";
     EXPECT_EQ(dns_summary(record), "2 questions, 2.2 ms");
+    record.dns[0].ms.reset();
+    record.dns[1].ms.reset();
+    EXPECT_EQ(dns_summary(record), "2 questions");
     record.dns.clear();
     EXPECT_EQ(dns_summary(record), "");
 }
