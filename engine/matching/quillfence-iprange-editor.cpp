@@ -214,12 +214,13 @@ static int write_count(range_edit *edit, uint32_t count) {
 // Deletes what a killed edit left beside a range file that is whole. What resists does no harm.
 static void delete_leftovers(const range_edit *edit) {
     char target[platform::longest_replaced_path];
+    char left[platform::longest_replaced_path];
     if (platform::path_target(edit->file.path, target, sizeof target)) {
         return;
     }
     for (const char *const ending : {temporary_ending, backup_ending}) {
-        if (const heap_string left{path_with_ending(edit->operation, target, ending)}) {
-            platform::path_delete(left.get());
+        if (platform::format_text(left, sizeof left, "%s%s", target, ending) > 0) {
+            platform::path_delete(left);
         }
     }
 }
@@ -327,6 +328,7 @@ static void remove_backup(const range_edit *edit, const heap_string &backup) {
 // Puts the whole new file into the old one's place. Null on success, else the error text.
 static const char *swap_files(range_edit *edit, platform::replacement *fresh) {
     heap_string backup;
+    platform::edit_lock_close_file(&edit->lock); // a name of an open file may resist its deletion
     if (const char *const text = keep_backup(edit, fresh->path, &backup)) {
         return text;
     }

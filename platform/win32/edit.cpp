@@ -115,12 +115,14 @@ void give_mutex_back(file_handle *guard) {
 }
 
 // Opens a file without a share for writing; somebody else's handle is waited for. The mutex does
-// not exclude the thread that has it, this does.
+// not exclude the thread that has it, this does. A share for deleting there is, as another name of
+// the file could not be deleted else.
 uint32_t open_exclusively(const char *path, DWORD creation, file_handle *opened) {
     const ULONGLONG deadline = GetTickCount64() + longest_wait;
     for (;;) {
-        const HANDLE file = CreateFileA(path, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ,
-                                        nullptr, creation, FILE_ATTRIBUTE_NORMAL, nullptr);
+        const HANDLE file =
+            CreateFileA(path, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_DELETE,
+                        nullptr, creation, FILE_ATTRIBUTE_NORMAL, nullptr);
         if (file != INVALID_HANDLE_VALUE) {
             *opened = number_of(file);
             return error_none;

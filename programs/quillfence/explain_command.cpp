@@ -6,6 +6,7 @@
 #include "command_line.h"
 #include "explain.h"
 #include "explain_facts.h"
+#include "explain_html.h"
 #include "explain_text.h"
 #include "file_output.h"
 #include "open_file.h"
@@ -185,7 +186,17 @@ static bool wants_colour() {
     return platform::stream_is_terminal(stdout) && !platform::environment_has("NO_COLOR");
 }
 
+static void write_page(const std::string &path, const decision::decision_record &record) {
+    file_output out(path);
+    const std::string page = explain_html(record);
+    out.write(page.data(), page.size());
+    out.commit();
+}
+
 static void show(const explain_arguments &arguments, const decision::decision_record &record) {
+    if (!arguments.html.empty()) {
+        write_page(arguments.html, record);
+    }
     text_options options;
     options.colour = wants_colour();
     if (arguments.json) {
@@ -324,6 +335,10 @@ static void add_output_options(CLI::App *command, explain_arguments *to) {
         ->group(group);
     command->add_option("--rule", to->rule, "Everything about one rule")->group(group);
     command->add_flag("--json", to->json, "The decision record as JSON")->group(group);
+    command
+        ->add_option("--html", to->html,
+                     "Also write the answer to this file, as a page to be mailed with a ticket")
+        ->group(group);
     command->add_flag("--verdict-exit", to->verdict_exit, "Exit with 1 for a reject")->group(group);
 }
 

@@ -7,7 +7,6 @@
 
 #include "fault_sweep.h"
 #include "open_handles.h"
-#include "platform/process.h"
 #include "tool_drive.h"
 
 namespace quillfence::testing {
@@ -183,14 +182,14 @@ TEST_F(faults_tools, makers) {
                 if (written && !(arguments[0] == "counter" && is_gone(what))) {
                     EXPECT_EQ(after[out], made);
                 }
-                EXPECT_EQ(written, run.status == exit_status::done);
+                // The new file may be there although its folder could not be synced, as is told.
+                EXPECT_TRUE(written || run.status != exit_status::done);
                 if (run.status == exit_status::done) {
                     EXPECT_EQ(written && after[out] == made, run.out == right.out) << run.out;
                 } else {
                     expect_told(run);
                 }
-                const std::string temporary =
-                    out + "." + std::to_string(platform::process_id()) + ".tmp";
+                const std::string temporary = out + ".tmp";
                 if (what.to_the_end) { // the system refuses to remove it
                     drive.remove(temporary);
                     after.erase(temporary);

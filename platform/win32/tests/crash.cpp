@@ -11,8 +11,8 @@
 
 namespace quillfence::testing {
 
-// Under Wine a process costs a fifth of a second.
-const unsigned calls_between_kills = 4;
+// Under Wine a process costs half a second.
+const unsigned calls_between_kills = 8;
 
 namespace {
 
