@@ -673,6 +673,7 @@ static bool never_hits(const std::string &rule, const rule_row &row) {
 }
 
 void collector::finish(bool with_report) {
+    note_answers();
     for (rule_record &rule : record.rules) {
         if (rule.decision == outcome::not_enabled) {
             if (built_in_rules) {
