@@ -671,6 +671,7 @@ void collector::finish(bool with_report) {
         weigh_files(&record.config.files);
     }
     name_pattern_lists(&record);
+    note_answers();
     for (rule_record &rule : record.rules) {
         if (rule.decision == outcome::not_enabled) {
             if (built_in_rules) {

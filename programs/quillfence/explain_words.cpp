@@ -4,7 +4,10 @@
 #include <array>
 #include <cstdio>
 
+#include "answer.h"
 #include "json_writer.h"
+#include "platform/dns.h"
+#include "platform/error_numbers.h"
 #include "program.h"
 #include "record_words.h"
 #include "text.h"
@@ -332,13 +335,17 @@ std::string block_list_sentence(const dns_block_list_record &list) {
 
 // --- DNS ---
 
-// The one text that all have; "" when they differ.
-template <class Text>
-static std::string common_text(const std::vector<dns_record> &all, Text text) {
-    const std::string first = text(all.front());
-    const bool same = std::all_of(all.begin(), all.end(),
-                                  [&](const dns_record &dns) { return text(dns) == first; });
-    return same ? first : "";
+// The one text that all have who have any; "" when they differ.
+static std::string common_text(const std::vector<dns_record> &all, std::string dns_record::*text) {
+    std::string common;
+    for (const dns_record &dns : all) {
+        const std::string &own = dns.*text;
+        if (!own.empty() && !common.empty() && own != common) {
+            return "";
+        }
+        common = own.empty() ? common : own;
+    }
+    return printable(common);
 }
 
 static std::string upper(std::string text) {
@@ -348,20 +355,54 @@ static std::string upper(std::string text) {
     return text;
 }
 
+namespace {
+
+// What can be wrong with a question, in a word.
+struct trouble {
+    const char *word;
+    bool (*has)(const dns_record &dns);
+};
+
+constexpr trouble troubles[] = {
+    {"silent", [](const dns_record &dns) { return dns.status == platform::dns_status_timeout; }},
+    {"refused", [](const dns_record &dns) { return dns.rcode == "REFUSED"; }},
+    {"unreachable",
+     [](const dns_record &dns) {
+         return dns.rcode.empty() && dns.status == platform::dns_status_servfail;
+     }},
+    {"failed at the server", [](const dns_record &dns) { return dns.rcode == "SERVFAIL"; }},
+    {"not asked",
+     [](const dns_record &dns) {
+         return dns.is == answer_class::missing && dns.status != platform::dns_status_timeout;
+     }},
+};
+
+} // namespace
+
+// "; 3 silent, 11 not asked"; "" when all is well.
+static std::string trouble_text(const std::vector<dns_record> &all) {
+    std::string text;
+    for (const trouble &one : troubles) {
+        if (const auto count = std::count_if(all.begin(), all.end(), one.has)) {
+            text += (text.empty() ? "; " : ", ") + std::to_string(count) + ' ' + one.word;
+        }
+    }
+    return text;
+}
+
 std::string dns_summary(const decision_record &record) {
     if (record.dns.empty()) {
         return "";
     }
-    const std::string server =
-        common_text(record.dns, [](const dns_record &dns) { return printable(dns.server); });
-    const std::string transport = common_text(
-        record.dns, [](const dns_record &dns) { return upper(printable(dns.transport)); });
+    const std::string server = common_text(record.dns, &dns_record::server);
+    const std::string transport = upper(common_text(record.dns, &dns_record::transport));
     std::optional<double> ms;
     for (const dns_record &dns : record.dns) {
         ms = dns.ms ? ms.value_or(0) + *dns.ms : ms;
     }
     return counted(record.dns.size(), "question") + (server.empty() ? "" : " to " + server) +
-           (transport.empty() ? "" : " over " + transport) + (ms ? ", " + milliseconds(*ms) : "");
+           (transport.empty() ? "" : " over " + transport) + (ms ? ", " + milliseconds(*ms) : "") +
+           trouble_text(record.dns);
 }
 
 std::string dns_question(const dns_record &dns) {
@@ -380,13 +421,13 @@ static std::string status_text(const dns_record &dns) {
         uint32_t status;
         const char *text;
     } statuses[] = {
-        {1460, "silent: no answer came in time"},
-        {9002, "unreachable: no server could be reached"},
-        {9501, "no records of this type"},
-        {9502, "an answer that cannot be read"},
-        {123, "a name that cannot be asked"},
-        {87, "the server's address cannot be read"},
-        {8, "not enough memory"},
+        {0, "an answer that the guards do not count"},
+        {platform::dns_status_timeout, "silent: no answer came in time"},
+        {platform::dns_status_servfail, "unreachable: no server could be reached"},
+        {platform::dns_status_no_records, "no records of this type"},
+        {platform::dns_status_bad_packet, "an answer that cannot be read"},
+        {platform::error_invalid_name, "a name that cannot be asked"},
+        {platform::error_invalid_parameter, "the server's address cannot be read"},
     };
     for (const auto &one : statuses) {
         if (one.status == dns.status) {
@@ -396,10 +437,22 @@ static std::string status_text(const dns_record &dns) {
     return "status " + std::to_string(dns.status);
 }
 
+// Of a question whose answer is not known.
+static std::string missing_text(uint32_t status) {
+    switch (status) {
+    case platform::dns_status_timeout:
+        return "silent until the time for DNS questions was used up";
+    case dns_sources::status_deadline:
+        return "not asked: the time for DNS questions was used up";
+    default:
+        return "no answer is at hand, and none was asked for";
+    }
+}
+
 std::string dns_answer(const dns_record &dns) {
     const std::string records = joined_with(dns.records, ", ");
     if (dns.is == answer_class::missing) {
-        return "no answer is at hand, and none was asked for";
+        return missing_text(dns.status);
     }
     if (!dns.rcode.empty() && dns.rcode != "NOERROR") {
         const bool plain = dns.rcode == "NXDOMAIN" && dns.is == answer_class::no_name;

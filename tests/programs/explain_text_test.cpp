@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "../decision/random_record.h"
+#include "answer.h"
 #include "explain_words.h"
 #include "sample_records.h"
 #include "vc_text.h"
@@ -38,7 +39,7 @@ Notes
   warning: the server refused 1 question; the engine takes that for "does not
       exist", and rules that look for a name then hit
 
-DNS: 3 questions to 127.0.0.1:5399 over TCP, 3002 ms
+DNS: 3 questions to 127.0.0.1:5399 over TCP, 3002 ms; 1 silent, 1 refused
   PTR 58.2.0.192.in-addr.arpa.  PTR dhcp.cust.example.  (1.1 ms)
   A mail.example.org.  REFUSED, which the engine takes for "does not exist"
       (0.9 ms)
@@ -336,7 +337,19 @@ TEST(explain_words, dns_answers) {
          {},
          "unreachable: no server could be reached, a failed lookup for the engine"},
         {9003, "", no_name, {}, "status 9003, which the engine takes for \"does not exist\""},
+        {0,
+         "NOERROR",
+         failure,
+         {"A 192.0.2.1"},
+         "an answer that the guards do not count, a failed lookup for the engine; A 192.0.2.1"},
+        {9005, "REFUSED", failure, {}, "REFUSED, a failed lookup for the engine"},
         {0, "", missing, {}, "no answer is at hand, and none was asked for"},
+        {1460, "", missing, {}, "silent until the time for DNS questions was used up"},
+        {dns_sources::status_deadline,
+         "",
+         missing,
+         {},
+         "not asked: the time for DNS questions was used up"},
     };
     for (const auto &c : cases) {
         dns_record dns;
@@ -355,13 +368,38 @@ TEST(explain_words, dns_summary_names_what_all_have_in_common) {
     record.dns.push_back(record.dns[0]);
     record.dns[1].server = "192.0.2.53:53";
     EXPECT_EQ(dns_summary(record), "2 questions over TCP, 2.2 ms");
-    record.dns[1].transport = "";
+    record.dns[1].transport = "udp";
     EXPECT_EQ(dns_summary(record), "2 questions, 2.2 ms");
+    record.dns[1].server = "";
+    record.dns[1].transport = "";
+    EXPECT_EQ(dns_summary(record), "2 questions to 127.0.0.1:5399 over TCP, 2.2 ms");
     record.dns[0].ms.reset();
     record.dns[1].ms.reset();
-    EXPECT_EQ(dns_summary(record), "2 questions");
+    EXPECT_EQ(dns_summary(record), "2 questions to 127.0.0.1:5399 over TCP");
     record.dns.clear();
     EXPECT_EQ(dns_summary(record), "");
+}
+
+TEST(explain_words, dns_summary_counts_what_went_wrong) {
+    decision_record record;
+    const auto add = [&](uint32_t status, const char *rcode, answer_class is) {
+        dns_record dns;
+        dns.status = status;
+        dns.rcode = rcode;
+        dns.is = is;
+        record.dns.push_back(dns);
+    };
+    add(0, "NOERROR", answer_class::found);
+    add(9003, "NXDOMAIN", answer_class::no_name);
+    EXPECT_EQ(dns_summary(record), "2 questions, 0.0 ms");
+    add(1460, "", answer_class::failure);
+    add(1460, "", answer_class::missing);
+    add(9005, "REFUSED", answer_class::no_name);
+    add(9002, "", answer_class::failure);
+    add(9002, "SERVFAIL", answer_class::failure);
+    add(dns_sources::status_deadline, "", answer_class::missing);
+    EXPECT_EQ(dns_summary(record), "8 questions, 0.0 ms; 2 silent, 1 refused, 1 unreachable, "
+                                   "1 failed at the server, 1 not asked");
 }
 
 TEST(explain_words, a_report_that_failed) {
