@@ -391,14 +391,14 @@ TEST(explain_words, dns_summary_counts_what_went_wrong) {
     };
     add(0, "NOERROR", answer_class::found);
     add(9003, "NXDOMAIN", answer_class::no_name);
-    EXPECT_EQ(dns_summary(record), "2 questions, 0.0 ms");
+    EXPECT_EQ(dns_summary(record), "2 questions");
     add(1460, "", answer_class::failure);
     add(1460, "", answer_class::missing);
     add(9005, "REFUSED", answer_class::no_name);
     add(9002, "", answer_class::failure);
     add(9002, "SERVFAIL", answer_class::failure);
     add(dns_sources::status_deadline, "", answer_class::missing);
-    EXPECT_EQ(dns_summary(record), "8 questions, 0.0 ms; 2 silent, 1 refused, 1 unreachable, "
+    EXPECT_EQ(dns_summary(record), "8 questions; 2 silent, 1 refused, 1 unreachable, "
                                    "1 failed at the server, 1 not asked");
 }
 
