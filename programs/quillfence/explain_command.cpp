@@ -16,6 +16,7 @@
 #include "quillfence.h"
 #include "quillfence_program.h"
 #include "record_writer.h"
+#include "surroundings.h"
 #include "text.h"
 #include "vc_w32.h"
 #include "what_if.h"
@@ -115,19 +116,7 @@ static decision::input_transaction transaction_of(const explain_arguments &argum
 
 // --- the surroundings ---------------------------------------------------------------------------
 
-static void set_surroundings(const explain_arguments &arguments) {
-    if (!arguments.drive_c.empty()) {
-        require_directory(arguments.drive_c, "--drive-c is the folder that holds quillfence/");
-        require_directory(data_files::joined(arguments.drive_c, "quillfence"),
-                          "--drive-c is the folder that holds quillfence/");
-        platform::environment_set("QUILLFENCE_DRIVE_C", arguments.drive_c.c_str());
-    }
-    if (!arguments.registry.empty()) {
-        if (!data_files::may_be_file(arguments.registry)) {
-            throw failure(arguments.registry + ": is no file; --registry is an export (.reg)");
-        }
-        platform::environment_set("QUILLFENCE_REGISTRY", arguments.registry.c_str());
-    }
+static void check_folders(const explain_arguments &arguments) {
     require_directory(quillfence_base_dir,
                       "name the folder that holds the server's quillfence/ with --drive-c");
     if (!arguments.user_dir.empty()) {
@@ -147,7 +136,8 @@ static void change_lists(const explain_arguments &arguments, what_if *changed) {
 // The engine's lines go into the record; what it says at its start goes to standard error.
 static decision::decision_record explained(const explain_arguments &arguments) {
     decision::input_transaction input = transaction_of(arguments);
-    set_surroundings(arguments);
+    const surroundings chosen(arguments.drive_c, arguments.registry);
+    check_folders(arguments);
     what_if changed;
     change_lists(arguments, &changed);
     const engine started;
@@ -280,7 +270,9 @@ static void add_configuration_options(CLI::App *command, explain_arguments *to) 
         ->group(group);
     command->add_option("--registry", to->registry, "An export of the server's registry (.reg)")
         ->group(group);
-    command->add_option("--user-dir", to->user_dir, "The recipient's own folder of lists")
+    command
+        ->add_option("--user-dir", to->user_dir,
+                     "The recipient's own folder of lists; below c: it is looked for in --drive-c")
         ->group(group);
     command
         ->add_option("--with-list", to->with_list,
