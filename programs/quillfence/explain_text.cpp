@@ -154,7 +154,7 @@ void write_dns(text_page &page, const decision_record &record) {
 }
 
 // Names up to this length have the text beside them.
-constexpr size_t widest_name = 24;
+constexpr size_t widest_name = 27;
 
 template <class Item, class Name>
 size_t column_for(const std::vector<Item> &items, Name name) {

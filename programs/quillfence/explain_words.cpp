@@ -154,12 +154,10 @@ static std::string with_reason(const std::string &begin, const rule_record &rule
     return begin + (reason.empty() ? "" : ": " + reason);
 }
 
+// A reason says how much was looked at where that matters.
 static std::string no_hit_text(const rule_record &rule) {
-    const std::string looked_at = looked_at_text(rule);
-    if (rule.reason.empty()) {
-        return looked_at.empty() ? "no" : "no: " + looked_at;
-    }
-    return with_reason("no", rule) + (looked_at.empty() ? "" : "; " + looked_at);
+    const std::string looked_at = rule.reason.empty() ? looked_at_text(rule) : "";
+    return looked_at.empty() ? with_reason("no", rule) : "no: " + looked_at;
 }
 
 static std::string decision_text(const rule_record &rule) {
@@ -239,7 +237,10 @@ static std::string match_text(const rule_record &rule) {
     if (value.empty()) {
         return matched ? "by " + source_text(rule.from) : "";
     }
-    return matched ? value + " matches " + source_text(rule.from) : value;
+    if (matched) {
+        return value + " matches " + source_text(rule.from);
+    }
+    return is_hit(rule.decision) || hits_in(rule.would) || hits_in(rule.report) ? value : "";
 }
 
 std::vector<std::string> rule_details(const rule_record &rule) {
@@ -395,12 +396,12 @@ std::string dns_summary(const decision_record &record) {
     }
     const std::string server = common_text(record.dns, &dns_record::server);
     const std::string transport = upper(common_text(record.dns, &dns_record::transport));
-    double ms = 0;
+    std::optional<double> ms;
     for (const dns_record &dns : record.dns) {
-        ms += dns.ms.value_or(0);
+        ms = dns.ms ? ms.value_or(0) + *dns.ms : ms;
     }
     return counted(record.dns.size(), "question") + (server.empty() ? "" : " to " + server) +
-           (transport.empty() ? "" : " over " + transport) + ", " + milliseconds(ms) +
+           (transport.empty() ? "" : " over " + transport) + (ms ? ", " + milliseconds(*ms) : "") +
            trouble_text(record.dns);
 }
 
@@ -478,20 +479,20 @@ std::string dns_effort(const dns_record &dns) {
 
 // --- the decision ---
 
-static std::string with_rule(const std::string &begin, const decision::decision &d) {
-    return begin + (d.rule.empty() ? "a rule" : printable(d.rule));
+static std::string with_rule(const std::string &begin, const std::string &rule) {
+    return begin + (rule.empty() ? "a rule" : printable(rule));
 }
 
 std::string headline(const decision_record &record) {
-    const decision::decision &d = record.decision;
+    const auto &d = record.decision;
     const std::string verdict = upper(std::string(word(d.is)));
     switch (d.by) {
     case decided_by::engine_off:
         return verdict + ": the engine is switched off";
     case decided_by::exempt:
-        return with_rule(verdict + ": exempt by ", d);
+        return with_rule(verdict + ": exempt by ", d.rule);
     case decided_by::rule:
-        return with_rule(verdict + " by ", d);
+        return with_rule(verdict + " by ", d.rule);
     case decided_by::block_map:
         return verdict + " by " + (d.maps.size() == 1 ? "the block map " : "the block maps ") +
                joined_with(d.maps, ", ");
@@ -523,7 +524,7 @@ std::string missing_sentence(const missing_item &item) {
 }
 
 std::vector<std::string> what_decided(const decision_record &record) {
-    const decision::decision &d = record.decision;
+    const auto &d = record.decision;
     std::vector<std::string> sentences;
     add_rule(record, &sentences);
     if (d.by == decided_by::exempt && !d.where.empty()) {
