@@ -305,9 +305,14 @@ int vc_lookup_reverse_dns(char ***names, const char *address, uint8_t option, ui
 static bool conversion_ready(const char *operation, const char *entry,
                              platform::net_status (*prepare)(int *error)) {
     int error = 0;
-    switch (prepare(&error)) {
-    case platform::net_status::ok:
+    const platform::net_status status = prepare(&error);
+    if (status == platform::net_status::ok) {
         return true;
+    }
+    tell_failure("an address", 0, "the system can't convert addresses");
+    switch (status) {
+    case platform::net_status::ok:
+        break;
     case platform::net_status::no_library:
         QF_ERROR_AS(operation, "Error ws2_32.dll cannot be loaded");
         return false;

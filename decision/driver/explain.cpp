@@ -162,7 +162,9 @@ class driver {
             return;
         }
         keep_facts(state.get());
-        take_steps(state.get());
+        if (!phase_failed()) {
+            take_steps(state.get());
+        }
         if (!told.knows_enabled_rules()) {
             const session other = complete_again();
             if (other) {
@@ -242,6 +244,9 @@ class driver {
         if (!takes_hit(state, decided_by::block_map, rule)) {
             return phase_failed();
         }
+        if (record.decision.is == verdict::undecided) {
+            return true;
+        }
         for (const block_map_record &map : record.block_maps) {
             if (map.is == outcome::hit) {
                 record.decision.maps.push_back(map.map);
@@ -266,6 +271,9 @@ class driver {
         told.end_step(state->hit_name);
         if (!takes_hit(state, decided_by::rbl, rule)) {
             return phase_failed();
+        }
+        if (record.decision.is == verdict::undecided) {
+            return true;
         }
         for (const dns_block_list_record &list : record.dns_block_lists) {
             if (list.is == outcome::hit) {
@@ -317,14 +325,14 @@ class driver {
 
     // Weighs a verdict against what could not be decided on the way to it.
     void settle(verdict is, decided_by by) {
-        bool exemption_open = false;
+        bool decisive_open = false; // an exemption, or the very rule that hit
         bool failed = false;
         for (const collector::doubt &doubt : told.doubts()) {
-            exemption_open |= doubt.exemption;
+            decisive_open |= doubt.exemption || doubt.rule == record.decision.rule;
             failed |= doubt.by_failure;
         }
         const bool any = !told.doubts().empty();
-        if (exemption_open || (any && is == verdict::accept)) {
+        if (decisive_open || (any && is == verdict::accept)) {
             undecided(failed ? decided_by::error : decided_by::missing, doubt_text());
             return;
         }
