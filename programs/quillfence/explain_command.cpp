@@ -239,21 +239,24 @@ static void add_fact_options(CLI::App *command, named_facts *facts) {
     static constexpr char group[] = "The transaction";
     const struct {
         const char *option;
+        const char *type;
         const char *description;
         std::optional<std::string> named_facts::*where;
     } options[] = {
-        {"--ip", "The client's address, IPv4 or IPv6", &named_facts::ip},
-        {"--port", "The client's port (25)", &named_facts::port},
-        {"--tls", "Whether the session is under TLS: yes or no (no)", &named_facts::tls},
-        {"--authuser", "The authenticated user (none)", &named_facts::authuser},
-        {"--mua", "Whether a mail user agent submits to its own server: yes or no (no)",
+        {"--ip", "ADDRESS", "The client's address, IPv4 or IPv6", &named_facts::ip},
+        {"--port", "PORT", "The client's port (25)", &named_facts::port},
+        {"--tls", "yes|no", "Whether the session is under TLS (no)", &named_facts::tls},
+        {"--authuser", "USER", "The authenticated user (none)", &named_facts::authuser},
+        {"--mua", "yes|no", "Whether a mail user agent submits to its own server (no)",
          &named_facts::mua},
-        {"--helo", "What the client says in HELO or EHLO", &named_facts::helo},
-        {"--sender", "The envelope sender; \"\" for a bounce", &named_facts::sender},
-        {"--recipient", "The envelope recipient", &named_facts::recipient},
+        {"--helo", "NAME", "What the client says in HELO or EHLO", &named_facts::helo},
+        {"--sender", "ADDRESS", "The envelope sender; <> for a bounce", &named_facts::sender},
+        {"--recipient", "ADDRESS", "The envelope recipient", &named_facts::recipient},
     };
     for (const auto &each : options) {
-        command->add_option(each.option, facts->*each.where, each.description)->group(group);
+        command->add_option(each.option, facts->*each.where, each.description)
+            ->type_name(each.type)
+            ->group(group);
     }
 }
 

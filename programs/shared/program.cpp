@@ -7,6 +7,7 @@
 #include <exception>
 #include <memory>
 #include <new>
+#include <sstream>
 
 #include <CLI/CLI.hpp>
 
@@ -33,6 +34,12 @@ class help_formatter : public CLI::Formatter {
     }
     std::string make_option_desc(const CLI::Option *option) const override {
         return broken(option->get_description());
+    }
+    std::string make_subcommand(const CLI::App *subcommand) const override {
+        std::stringstream out;
+        CLI::detail::format_help(out, subcommand->get_name(), broken(subcommand->get_description()),
+                                 names_width);
+        return out.str();
     }
 
   private:
