@@ -25,7 +25,7 @@ int __readBytes(vc_handle file, uint32_t offset, void *buffer, uint32_t length) 
         QF_EINVAL();
         return 0;
     }
-    std::memset(buffer, 0, length);
+    memset(buffer, 0, length);
     uint32_t delivered = 0;
     return vc_seek(file, static_cast<int32_t>(offset), 0) &&
            vc_read_nonblock(file, buffer, length, 1, 0, &delivered) && delivered == length;
@@ -66,7 +66,7 @@ static void report_corrupt_map() {
 static int look_up(vc_handle file, uint32_t address, uint32_t *level) {
     *level = 0;
     uint8_t octet[4]; // a, b, c, d
-    std::memcpy(octet, &address, sizeof octet);
+    memcpy(octet, &address, sizeof octet);
     const auto size = static_cast<int64_t>(vc_filesize(file));
 
     uint32_t level2 = 0;
@@ -140,7 +140,7 @@ int lookupMapFile(const char *path, uint32_t address) {
 static char *map_path(const char *directory, const char *name) {
     char *path = nullptr;
     if (!vc_strcat(&path, directory) || !vc_strcat(&path, "/") || !vc_strcat(&path, name)) {
-        std::free(path);
+        free(path);
         return nullptr;
     }
     return path;
@@ -158,7 +158,7 @@ int lookupMaps(const char *directory, vc_list_entry *maps, const char *address,
     }
     const uint32_t binary = platform::net_inet_addr(address);
     if (binary == 0 || binary == 0xFFFFFFFF) {
-        QF_ERROR("%s : invalid ip address", ::strerror(EINVAL));
+        QF_ERROR("%s : invalid ip address", strerror(EINVAL));
         return 0;
     }
     int listed = 0;

@@ -7,11 +7,9 @@ namespace quillfence {
 
 static constexpr char module_name[] = "vc_clibs";
 
-namespace {
+static constexpr int32_t microseconds_per_second = 1000000;
 
-constexpr int32_t microseconds_per_second = 1000000;
-
-bool read_time(vc_timeval *time) {
+static bool read_time(vc_timeval *time) {
     platform::time_of_day now;
     if (!platform::clock_now(&now)) {
         return false;
@@ -21,11 +19,11 @@ bool read_time(vc_timeval *time) {
 }
 
 // The difference as a signed 32-bit number; it wraps where the numbers are that far apart.
-int32_t difference(int32_t later, int32_t earlier) {
+static int32_t difference(int32_t later, int32_t earlier) {
     return static_cast<int32_t>(static_cast<uint32_t>(later) - static_cast<uint32_t>(earlier));
 }
 
-vc_timeval elapsed(const vc_stopwatch &stopwatch) {
+static vc_timeval elapsed(const vc_stopwatch &stopwatch) {
     vc_timeval time = {difference(stopwatch.stop.seconds, stopwatch.start.seconds),
                        difference(stopwatch.stop.microseconds, stopwatch.start.microseconds)};
     if (time.microseconds < 0) {
@@ -34,8 +32,6 @@ vc_timeval elapsed(const vc_stopwatch &stopwatch) {
     }
     return time;
 }
-
-} // namespace
 
 int vc_stopwatch_start(vc_stopwatch *stopwatch) {
     if (!stopwatch) {

@@ -9,12 +9,8 @@ namespace quillfence {
 
 static constexpr char module_name[] = "vc_compat";
 
-namespace {
-
-constexpr uint32_t asked_size = 254; // a value has one byte less
-constexpr size_t buffer_size = asked_size + 1;
-
-} // namespace
+static constexpr uint32_t asked_size = 254; // a value has one byte less
+static constexpr size_t buffer_size = asked_size + 1;
 
 int __getenv(const char *name, char **value) {
     if (is_empty(name) || !value) {

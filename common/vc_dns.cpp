@@ -32,15 +32,16 @@ struct dns_records_deleter {
 };
 using dns_records = std::unique_ptr<dns_record, dns_records_deleter>;
 
-// The statuses that say "there is no such name".
-constexpr uint32_t no_name_statuses[] = {9003, 9005, 9008, 9010, 9601, 9602, 9606, 9706, 9714};
+} // namespace
 
-bool says_no_name(uint32_t status) {
+// The statuses that say "there is no such name".
+static constexpr uint32_t no_name_statuses[] = {9003, 9005, 9008, 9010, 9601,
+                                                9602, 9606, 9706, 9714};
+
+static bool says_no_name(uint32_t status) {
     return std::find(std::begin(no_name_statuses), std::end(no_name_statuses), status) !=
            std::end(no_name_statuses);
 }
-
-} // namespace
 
 int vc_dns_code(uint32_t status) {
     if (status == 0) {
@@ -58,9 +59,11 @@ struct question {
     uint32_t attempt; // from 1
 };
 
+} // namespace
+
 // Asks the source of the calling thread's context, or the system when there is none. details may be
 // null.
-uint32_t ask(const question &asked, dns_records *answer, platform::dns_details *details) {
+static uint32_t ask(const question &asked, dns_records *answer, platform::dns_details *details) {
     const uint32_t options =
         asked.option ? platform::dns_query_tcp_only : platform::dns_query_standard;
     const call_context *const context = current_call_context();
@@ -73,7 +76,7 @@ uint32_t ask(const question &asked, dns_records *answer, platform::dns_details *
     return status;
 }
 
-uint32_t ask_and_tell(const question &asked, dns_records *answer) {
+static uint32_t ask_and_tell(const question &asked, dns_records *answer) {
     platform::dns_details details = platform::dns_no_details();
     const uint32_t status = ask(asked, answer, &details);
     tell(&evidence_sink::dns_answered, {.name = asked.name,
@@ -90,19 +93,17 @@ uint32_t ask_and_tell(const question &asked, dns_records *answer) {
 }
 
 // The one way in which the engine asks a question.
-uint32_t query(const question &asked, dns_records *answer) {
+static uint32_t query(const question &asked, dns_records *answer) {
     return quillfence::asked() ? ask_and_tell(asked, answer) : ask(asked, answer, nullptr);
 }
 
 // What two questions about one name say together.
-int either(int first, int second) {
+static int either(int first, int second) {
     if (second == vc_dns_found) {
         return vc_dns_found;
     }
     return first == second ? first : vc_dns_failed;
 }
-
-} // namespace
 
 // --- names ---
 
@@ -370,9 +371,9 @@ int vc_compress_ipv6(const char *text, char *out) {
 
 // --- the hosts file ---
 
-namespace {
+static constexpr char gethostent_name[] = "vc_gethostent";
 
-constexpr char gethostent_name[] = "vc_gethostent";
+namespace {
 
 // The address that is looked for: IPv6 in its compressed form.
 struct wanted_address {
@@ -381,8 +382,10 @@ struct wanted_address {
     char compressed[vc_ipv6_text_size];
 };
 
+} // namespace
+
 // One lock a process, made on first use.
-uint32_t hosts_mutex(platform::mutex **lock) {
+static uint32_t hosts_mutex(platform::mutex **lock) {
     static std::atomic<platform::mutex *> kept;
     *lock = kept.load();
     if (*lock) {
@@ -400,7 +403,7 @@ uint32_t hosts_mutex(platform::mutex **lock) {
 }
 
 // The path of the hosts file, formed once a process. Called under the lock.
-const char *hosts_path() {
+static const char *hosts_path() {
     static char kept[1024];
     if (!*kept) {
         if (const uint32_t error = platform::hosts_file_path(kept, sizeof kept)) {
@@ -414,7 +417,7 @@ const char *hosts_path() {
 }
 
 // Cuts the line's address off and returns the names behind it; null for a line that has none.
-char *cut_host_line(char *line) {
+static char *cut_host_line(char *line) {
     char *const end = line + strcspn(line, "#\n");
     if (end == line + strlen(line) || *line == '#') {
         return nullptr;
@@ -432,7 +435,7 @@ char *cut_host_line(char *line) {
     return blank + 1;
 }
 
-bool is_wanted(const wanted_address &wanted, const char *address) {
+static bool is_wanted(const wanted_address &wanted, const char *address) {
     const int family = vc_is_ip(address);
     if (!family) {
         QF_ERROR_AS(gethostent_name, "Address[%s] in /etc/hosts is not an IP", address);
@@ -457,7 +460,7 @@ bool is_wanted(const wanted_address &wanted, const char *address) {
 
 // How many names were appended, or -1. *end leads to the list's end and moves there, so that many
 // lines walk the list once.
-int append_names(char *text, vc_list_entry ***end) {
+static int append_names(char *text, vc_list_entry ***end) {
     constexpr char blanks[] = " \t";
     int count = 0;
     while (*(text += strspn(text, blanks))) {
@@ -477,7 +480,7 @@ int append_names(char *text, vc_list_entry ***end) {
 }
 
 // The work of vc_gethostent under the lock.
-int read_hosts_file(const wanted_address &wanted, vc_list_entry **names) {
+static int read_hosts_file(const wanted_address &wanted, vc_list_entry **names) {
     const char *const path = hosts_path();
     if (!path) {
         return -1;
@@ -503,8 +506,6 @@ int read_hosts_file(const wanted_address &wanted, vc_list_entry **names) {
     }
     return total;
 }
-
-} // namespace
 
 int vc_gethostent(const char *address, vc_list_entry **names) {
     if (!names) {

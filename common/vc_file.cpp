@@ -311,7 +311,7 @@ char *vc_fd_get_contents_ex(vc_handle file, uint64_t *size) {
         QF_ERRNO(EFBIG);
         return nullptr;
     }
-    heap_string contents(static_cast<char *>(::calloc(bytes + 1, 1)));
+    heap_string contents(static_cast<char *>(calloc(bytes + 1, 1)));
     if (!contents) {
         errno = ENOMEM;
         QF_ENOMEM();
@@ -339,8 +339,8 @@ static char *take_contents(const char *path, vc_handle file, uint64_t *size) {
     const int reason = errno;
     vc_close(file);
     if (!contents) {
-        QF_ERROR_AS(operation, "Failed to get file contents [%s]: %s", path, ::strerror(reason));
-        tell_failure(path, 0, ::strerror(reason));
+        QF_ERROR_AS(operation, "Failed to get file contents [%s]: %s", path, strerror(reason));
+        tell_failure(path, 0, strerror(reason));
         errno = reason;
     }
     return contents;
@@ -444,7 +444,7 @@ char *vc_tmp_file(const char *base_name) {
     }
     if (!vc_strcat(&name, "/") || !vc_strcat(&name, base_name) || !vc_strcat(&name, ".") ||
         !vc_icat(&name, static_cast<int32_t>(platform::process_id()))) {
-        ::free(name);
+        free(name);
         return nullptr;
     }
     QF_DEBUG("generated %s", name);
@@ -475,7 +475,7 @@ int vc_fprintf(vc_handle file, const char *format, ...) {
     const int length = platform::vformat_text(text, sizeof text, format, arguments);
     va_end(arguments);
     if (length < 0) { // a cut text included
-        QF_ERROR("unknown error on vsnprintf() %s", ::strerror(format_error));
+        QF_ERROR("unknown error on vsnprintf() %s", strerror(format_error));
         return 0;
     }
     if (static_cast<size_t>(length) >= sizeof text) { // the seam says -1 instead
@@ -496,18 +496,18 @@ int vc_readline(vc_handle file, char *buffer, uint32_t size) {
         return 0;
     }
     QF_DEBUG("current position in file %d", as_int(start));
-    ::memset(buffer, 0, size);
+    memset(buffer, 0, size);
     int64_t delivered;
     if (!read_blocks("vc_read", file, buffer, size, &delivered)) {
         QF_ERRNO(canceled_error);
         return 0;
     }
-    const size_t length = ::strnlen(buffer, static_cast<size_t>(delivered));
+    const size_t length = strnlen(buffer, static_cast<size_t>(delivered));
     if (!length) {
         return 0;
     }
     QF_DEBUG("read data block: [%.*s]", as_int(length), buffer);
-    char *newline = static_cast<char *>(::memchr(buffer, '\n', length));
+    char *newline = static_cast<char *>(memchr(buffer, '\n', length));
     if (!newline) {
         return 1;
     }

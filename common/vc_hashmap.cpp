@@ -23,7 +23,7 @@ static constexpr uint32_t first_slots = 13;
 
 static constexpr uint32_t largest_bucket_count = 4294967291; // the largest 32-bit prime
 
-// ---- Hashing ----
+// --- Hashing ---
 
 uint32_t hashmap::__super_fast_hash(const char *data, size_t length) {
     if (!data || !length) {
@@ -65,7 +65,7 @@ uint32_t hashmap::__super_fast_hash(const char *data, size_t length) {
 }
 
 static uint32_t hash_of(const char *key) {
-    return hashmap::__super_fast_hash(key, ::strlen(key));
+    return hashmap::__super_fast_hash(key, strlen(key));
 }
 
 uint32_t vc_map_hash(const char *key) {
@@ -76,24 +76,24 @@ uint32_t vc_map_hash(const char *key) {
     return hash_of(key);
 }
 
-// ---- Entries ----
+// --- Entries ---
 
 hash_pair_t *hashmap::make_pair(const char *key, size_t length, const pair_value &value) {
-    heap_ptr<hash_pair_t> pair(static_cast<hash_pair_t *>(::calloc(1, sizeof(hash_pair_t))));
-    heap_string key_copy(static_cast<char *>(::malloc(length + 1)));
+    heap_ptr<hash_pair_t> pair(static_cast<hash_pair_t *>(calloc(1, sizeof(hash_pair_t))));
+    heap_string key_copy(static_cast<char *>(malloc(length + 1)));
     if (!pair || !key_copy) {
         return nullptr;
     }
-    ::memcpy(key_copy.get(), key, length);
+    memcpy(key_copy.get(), key, length);
     key_copy.get()[length] = '\0';
     pair->flags = value.flags & ~MAP_PAIR_OWNED;
     pair->value = value.value;
     if ((value.flags & MAP_PAIR_OWNED) && value.value) {
-        pair->value = ::malloc(std::max<uint64_t>(value.size, 1));
+        pair->value = malloc(std::max<uint64_t>(value.size, 1));
         if (!pair->value) {
             return nullptr;
         }
-        ::memcpy(pair->value, value.value, value.size);
+        memcpy(pair->value, value.value, value.size);
         pair->flags |= MAP_PAIR_OWNED;
     }
     pair->hash = hash_of(key_copy.get());
@@ -107,14 +107,14 @@ static void release_value(const hash_pair_t *pair) {
     if (pair->freefn) {
         pair->freefn(pair->value);
     } else if (pair->flags & MAP_PAIR_OWNED) {
-        ::free(pair->value);
+        free(pair->value);
     }
 }
 
 void hashmap::release_pair(hash_pair_t *pair) {
     release_value(pair);
-    ::free(pair->key);
-    ::free(pair);
+    free(pair->key);
+    free(pair);
 }
 
 void hashmap::discard_pair(hash_pair_t *pair) {
@@ -124,7 +124,7 @@ void hashmap::discard_pair(hash_pair_t *pair) {
     release_pair(pair);
 }
 
-// ---- Buckets ----
+// --- Buckets ---
 
 struct slot_range {
     hash_pair_t **first;
@@ -151,7 +151,7 @@ static slot_range all_slots(const vc_hashmap *map) {
 }
 
 static bool has_key(const hash_pair_t *pair, uint32_t hash, const char *key) {
-    return pair && pair->hash == hash && ::strcmp(pair->key, key) == 0;
+    return pair && pair->hash == hash && strcmp(pair->key, key) == 0;
 }
 
 static hash_pair_t **find_slot(const vc_hashmap *map, const char *key, uint32_t hash) {
@@ -215,7 +215,7 @@ static placement place(const char *operation, vc_hashmap *map, hash_pair_t *pair
     }
 }
 
-// ---- The chain ----
+// --- The chain ---
 
 void hashmap::append_to_chain(vc_hashmap *map, hash_pair_t *pair) {
     pair->prev = map->last;
@@ -240,11 +240,11 @@ static void free_entries(vc_hashmap *map) {
     map->num_pairs = 0;
 }
 
-// ---- Life ----
+// --- Life ---
 
 static bool make_slots(vc_hashmap *map, uint32_t buckets, uint32_t slots) {
     const size_t total = size_t{buckets} * slots;
-    map->pairs = total ? static_cast<hash_pair_t **>(::calloc(total, sizeof *map->pairs)) : nullptr;
+    map->pairs = total ? static_cast<hash_pair_t **>(calloc(total, sizeof *map->pairs)) : nullptr;
     if (!map->pairs) {
         return false;
     }
@@ -260,7 +260,7 @@ vc_hashmap *vc_map_create(uint32_t buckets, uint32_t slots) {
                  buckets, slots);
         return nullptr;
     }
-    heap_ptr<vc_hashmap> map(static_cast<vc_hashmap *>(::calloc(1, sizeof(vc_hashmap))));
+    heap_ptr<vc_hashmap> map(static_cast<vc_hashmap *>(calloc(1, sizeof(vc_hashmap))));
     if (!map) {
         QF_ENOMEM();
         return nullptr;
@@ -274,8 +274,8 @@ vc_hashmap *vc_map_create(uint32_t buckets, uint32_t slots) {
 }
 
 void hashmap::free_table(vc_hashmap *map) {
-    ::free(map->pairs);
-    ::free(map);
+    free(map->pairs);
+    free(map);
 }
 
 int vc_map_destroy(vc_hashmap *map) {
@@ -322,18 +322,18 @@ uint64_t vc_map_memory_size(const vc_hashmap *map) {
     uint64_t size = sizeof *map + uint64_t{map->map_size} * sizeof *map->pairs;
     vc_map_iterator entries = hashmap::walk(map);
     while (const hash_pair_t *pair = hashmap::next_entry(&entries)) {
-        size += sizeof *pair + ::strlen(pair->key) + 1 + pair->size;
+        size += sizeof *pair + strlen(pair->key) + 1 + pair->size;
     }
     return size;
 }
 
-// ---- Storing, fetching ----
+// --- Storing, fetching ---
 
 static constexpr char foreign_free[] =
     "Cannot request 'copy' and specify a freefn that isn't 'void free(void *)'";
 
 static bool is_foreign(vc_map_free_function freefn) {
-    return freefn && freefn != ::free;
+    return freefn && freefn != free;
 }
 
 static hashmap::pair_value pointer_value(void *value, uint64_t size, int copy,
@@ -355,7 +355,7 @@ static int store(const char *operation, vc_hashmap *map, const char *key,
         QF_ERROR_AS(operation, "%s", foreign_free);
         return 0;
     }
-    hash_pair_t *pair = hashmap::make_pair(key, ::strlen(key), value);
+    hash_pair_t *pair = hashmap::make_pair(key, strlen(key), value);
     if (!pair) {
         QF_ERROR_AS(operation,
                     "Cannot create new key-value pair when attemping to store data in map");
@@ -416,12 +416,12 @@ static int update(const char *operation, vc_hashmap *map, const char *key,
     void *fresh = value.value;
     const bool copied = (value.flags & MAP_PAIR_OWNED) && value.value;
     if (copied) {
-        fresh = ::malloc(std::max<uint64_t>(value.size, 1));
+        fresh = malloc(std::max<uint64_t>(value.size, 1));
         if (!fresh) {
             QF_ERRNO_AS(operation, ENOMEM);
             return 0;
         }
-        ::memcpy(fresh, value.value, value.size);
+        memcpy(fresh, value.value, value.size);
     }
     if (fresh != pair->value) { // handing in what is there already must not free it
         release_value(pair);
@@ -476,7 +476,7 @@ int vc_map_rename(vc_hashmap *map, const char *old_key, const char *new_key) {
     if (find_slot(map, new_key, hash)) {
         return 0;
     }
-    char *key = ::strdup(new_key);
+    char *key = strdup(new_key);
     if (!key) {
         QF_ENOMEM();
         return 0;
@@ -484,12 +484,12 @@ int vc_map_rename(vc_hashmap *map, const char *old_key, const char *new_key) {
     hash_pair_t **slot = hashmap::slot_of(map, pair);
     if (!slot) {
         QF_ERROR("Failed to manually remove old pair from map");
-        ::free(key);
+        free(key);
         return 0;
     }
     *slot = nullptr;
     --map->num_pairs;
-    ::free(pair->key);
+    free(pair->key);
     pair->key = key;
     pair->hash = hash;
     if (place(__func__, map, pair) != placement::placed) {
@@ -507,7 +507,7 @@ static bool has_value(const hash_pair_t *pair, const void *value) {
         return pair->value == value;
     }
     const void *bytes = hashmap::value_bytes(pair);
-    return bytes && value && ::memcmp(value, bytes, pair->size) == 0;
+    return bytes && value && memcmp(value, bytes, pair->size) == 0;
 }
 
 int vc_map_find(const vc_hashmap *map, const void *value, vc_map_match_function match,
@@ -527,13 +527,13 @@ int vc_map_find(const vc_hashmap *map, const void *value, vc_map_match_function 
     return 0;
 }
 
-// ---- Typed operations ----
+// --- Typed operations ---
 
 template <class Value>
 static hashmap::pair_value inline_value(Value value) {
     static_assert(sizeof value <= sizeof(void *));
     hashmap::pair_value stored = {nullptr, sizeof value, MAP_PAIR_INLINE, nullptr};
-    ::memcpy(&stored.value, &value, sizeof value);
+    memcpy(&stored.value, &value, sizeof value);
     return stored;
 }
 
@@ -551,7 +551,7 @@ static int fetch_inline(const char *operation, const vc_hashmap *map, const char
         QF_ERRNO_AS(operation, EINVAL);
         return 0;
     }
-    ::memcpy(value, &pair->value, width);
+    memcpy(value, &pair->value, width);
     return 1;
 }
 
@@ -592,7 +592,7 @@ TYPED_OPERATIONS(bool, bool)
 
 #undef TYPED_OPERATIONS
 
-// ---- The table ----
+// --- The table ---
 
 // Puts every entry of `from` into `to` as well, in slot order; `to` counts them.
 static bool redistribute(const char *operation, const vc_hashmap *from, vc_hashmap *to) {
@@ -650,7 +650,7 @@ int vc_map_rehash(vc_hashmap *map) {
 
 // How a copy of a map holds one of the source's values.
 static hashmap::pair_value value_for_copy(const vc_hashmap *source, const hash_pair_t *pair) {
-    const bool owned = (pair->flags & MAP_PAIR_OWNED) || pair->freefn == ::free;
+    const bool owned = (pair->flags & MAP_PAIR_OWNED) || pair->freefn == free;
     const bool copied = owned && pair->value && !hashmap::is_static(source);
     return {pair->value, pair->size, copied ? MAP_PAIR_OWNED : pair->flags & MAP_PAIR_INLINE,
             pair->freefn};

@@ -71,7 +71,7 @@ static_assert(sizeof(vc_hashmap) == 48);
 
 struct vc_map_iterator; // opaque
 
-// ---- Life ----
+// --- Life ---
 
 // A new empty map that the caller releases with vc_map_destroy, or null. With 0 slots a bucket
 // (whatever the bucket count) the map gets no slot array; its first store gives it 5 x 13.
@@ -90,7 +90,7 @@ uint64_t vc_map_memory_size(const vc_hashmap *map);
 // The hash of a key. The empty key gives an ERROR line with the EINVAL text and 0.
 uint32_t vc_map_hash(const char *key);
 
-// ---- Storing, fetching ----
+// --- Storing, fetching ---
 
 // Adds an entry at the end of the insertion order. Without copy the map keeps the value pointer
 // and calls freefn (may be null) on it when the entry goes; with copy (and a value that is not
@@ -153,7 +153,7 @@ int vc_map_update_double(vc_hashmap *map, const char *key, double value);
 int vc_map_update_float(vc_hashmap *map, const char *key, float value);
 int vc_map_update_bool(vc_hashmap *map, const char *key, bool value);
 
-// ---- The table ----
+// --- The table ---
 
 // Grows to the next bucket count of the prime table; also called by a store into a full bucket.
 // ERROR lines: "Attempting to rehash a static hashmap!", "Map is at max size: %u buckets.", "Cannot
@@ -173,7 +173,7 @@ vc_hashmap *vc_map_copy_ex(const vc_hashmap *map, uint32_t buckets, uint32_t slo
 // copy.
 vc_hashmap *vc_map_shrink(const vc_hashmap *map);
 
-// ---- Insertion order ----
+// --- Insertion order ---
 
 // Sorts the insertion order with a stable merge sort. compare gets the addresses of key fields when
 // by_key is set, else of value fields (an inline value is there itself). A static map has nothing
@@ -201,7 +201,7 @@ int vc_map_iterator_peek_prev(const vc_map_iterator *iterator, const char **key,
 int vc_map_iterator_cur(const vc_map_iterator *iterator, const char **key, void **value);
 void vc_map_iterator_free(vc_map_iterator *iterator); // free() itself will do; accepts null
 
-// ---- Files and printouts ----
+// --- Files and printouts ---
 
 // Writes the binary file, docs/formats/saved-maps.md. Without overwrite an existing file is left
 // alone: 0 without a line. The file is written as "<path>.tmp", brought to stable storage, and

@@ -32,7 +32,7 @@ static char *file_contents(const char *operation, const char *path, uint64_t *si
     char *contents = vc_existing_contents(path, size);
     if (!contents) {
         QF_ERROR_AS(operation, "Failed to grab contents of file [%s]: [%s]", path,
-                    errno ? ::strerror(errno) : "unkown error");
+                    errno ? strerror(errno) : "unkown error");
     }
     return contents;
 }
@@ -43,7 +43,7 @@ static bool believable(uint64_t buckets, uint64_t slots, uint64_t entries) {
     return all_slots <= largest_bare_table || all_slots / hashmap::most_slots_an_entry <= entries;
 }
 
-// ---- Saving ----
+// --- Saving ---
 
 // The value's length in a file: a null value has no bytes.
 static uint64_t saved_length(const hash_pair_t *pair) {
@@ -64,11 +64,11 @@ static uint64_t saved_size(const char *operation, const vc_hashmap *map) {
         if (!pair) {
             continue;
         }
-        if (pair->freefn && pair->freefn != ::free) {
+        if (pair->freefn && pair->freefn != free) {
             QF_ERROR_AS(operation, "Cannot save complex maps!");
             return 0;
         }
-        const uint64_t key_length = ::strlen(pair->key);
+        const uint64_t key_length = strlen(pair->key);
         const uint64_t value_length = saved_length(pair);
         const bool fits = key_length <= UINT32_MAX && value_length <= UINT32_MAX;
         total += fits ? record_size + key_length + value_length : 0;
@@ -100,7 +100,7 @@ static bool find_places(const vc_hashmap *map, pair_places *places) {
     const hash_pair_t *const *const slots = map->const_pairs;
     const auto free_slots = std::count(slots, slots + map->map_size, nullptr);
     const size_t room = map->map_size - static_cast<size_t>(free_slots) + 1;
-    places->first.reset(static_cast<placed_pair *>(::calloc(room, sizeof(placed_pair))));
+    places->first.reset(static_cast<placed_pair *>(calloc(room, sizeof(placed_pair))));
     if (!places->first) {
         return false;
     }
@@ -131,7 +131,7 @@ struct slot_chain {
 
 static bool make_slot_chain(const vc_hashmap *map, slot_chain *made) {
     const size_t slots = size_t{map->map_size} + 1;
-    *made = {0, 0, heap_ptr<uint32_t>(static_cast<uint32_t *>(::calloc(slots, sizeof(uint32_t))))};
+    *made = {0, 0, heap_ptr<uint32_t>(static_cast<uint32_t *>(calloc(slots, sizeof(uint32_t))))};
     pair_places places = {};
     if (!made->next || !find_places(map, &places)) {
         return false;
@@ -157,7 +157,7 @@ static unsigned char *put_u32(unsigned char *out, uint32_t value) {
 
 static unsigned char *put_bytes(unsigned char *out, const void *bytes, size_t count) {
     if (count) {
-        ::memcpy(out, bytes, count);
+        memcpy(out, bytes, count);
     }
     return out + count;
 }
@@ -172,7 +172,7 @@ static void put_map(unsigned char *out, const vc_hashmap *map, const slot_chain 
         if (!pair) {
             continue;
         }
-        const size_t key_length = ::strlen(pair->key);
+        const size_t key_length = strlen(pair->key);
         const size_t value_length = saved_length(pair);
         for (const uint32_t number :
              {slot, chain.next.get()[slot], saved_flags(pair), static_cast<uint32_t>(key_length),
@@ -194,7 +194,7 @@ static int write_file(const char *operation, const char *path, const void *bytes
     const uint32_t error = written ? platform::replacement_commit(&fresh, nullptr) : 0;
     if (!written || error) {
         QF_ERROR_AS(operation, "Failed to write the data to the file during save: [%s]",
-                    ::strerror(error ? platform::errno_of(error) : errno));
+                    strerror(error ? platform::errno_of(error) : errno));
     }
     platform::replacement_end(&fresh);
     return written && !error;
@@ -217,7 +217,7 @@ int vc_map_save(const vc_hashmap *map, const char *path, int overwrite) {
         return 0;
     }
     slot_chain chain;
-    const heap_ptr<unsigned char> bytes(static_cast<unsigned char *>(::malloc(size)));
+    const heap_ptr<unsigned char> bytes(static_cast<unsigned char *>(malloc(size)));
     if (!bytes || !make_slot_chain(map, &chain)) {
         QF_ENOMEM();
         return 0;
@@ -226,7 +226,7 @@ int vc_map_save(const vc_hashmap *map, const char *path, int overwrite) {
     return write_file(__func__, path, bytes.get(), static_cast<uint32_t>(size));
 }
 
-// ---- Loading ----
+// --- Loading ---
 
 namespace {
 
@@ -278,9 +278,9 @@ static hashmap::pair_value value_of_record(const unsigned char *bytes, uint32_t 
     if (length > inline_size || (flags & MAP_PAIR_OWNED)) {
         value.value = const_cast<unsigned char *>(bytes); // only read from
         value.flags |= MAP_PAIR_OWNED;
-        value.freefn = ::free;
+        value.freefn = free;
     } else if (length) {
-        ::memcpy(&value.value, bytes, length);
+        memcpy(&value.value, bytes, length);
         value.flags |= MAP_PAIR_INLINE;
     }
     return value;
@@ -295,7 +295,7 @@ static bool take_entry(const char *operation, byte_reader *in, loading *into) {
     const unsigned char *key = take_bytes(in, key_length);
     const unsigned char *value = take_bytes(in, value_length);
     if (in->failed || slot >= into->map->map_size || into->map->pairs[slot] ||
-        ::memchr(key, '\0', key_length)) {
+        memchr(key, '\0', key_length)) {
         return corrupt(operation, *into);
     }
     hash_pair_t *pair = hashmap::make_pair(reinterpret_cast<const char *>(key), key_length,
@@ -361,7 +361,7 @@ static bool take_map(const char *operation, byte_reader *in, loading *into) {
         return false;
     }
     into->entries.reset(
-        static_cast<loaded_entry *>(::calloc(size_t{header.entries} + 1, sizeof(loaded_entry))));
+        static_cast<loaded_entry *>(calloc(size_t{header.entries} + 1, sizeof(loaded_entry))));
     if (!into->entries) {
         QF_ERRNO_AS(operation, ENOMEM);
         return false;
@@ -401,7 +401,7 @@ vc_hashmap *vc_map_load(const char *path) {
     return nullptr;
 }
 
-// ---- Control files ----
+// --- Control files ---
 
 // A trimmed copy of the text before end; null after an ERROR line without memory.
 static char *trimmed_copy(const char *operation, const char *text, const char *end) {
@@ -409,7 +409,7 @@ static char *trimmed_copy(const char *operation, const char *text, const char *e
     if (!copy) {
         QF_ERRNO_AS(operation, ENOMEM);
     } else if (!vc_trim(&copy)) {
-        ::free(copy);
+        free(copy);
         copy = nullptr;
     }
     return copy;
@@ -418,13 +418,13 @@ static char *trimmed_copy(const char *operation, const char *text, const char *e
 // Takes one line, which ends before end, into the map.
 static bool take_line(const char *operation, const char *path, const char *line, const char *end,
                       char separator, vc_hashmap *map) {
-    const char *middle = ::strchr(line, separator);
+    const char *middle = strchr(line, separator);
     if (!middle) {
         QF_ERROR_AS(operation, "Invalid syntax in control file: [%s]", path);
         return false;
     }
     const size_t length = static_cast<size_t>(end - line);
-    const char *comment = static_cast<const char *>(::memchr(line, '#', length));
+    const char *comment = static_cast<const char *>(memchr(line, '#', length));
     if (middle >= end || (comment && comment <= middle)) {
         // The letter more than in the message above is kept on purpose.
         QF_ERROR_AS(operation, "Invalid syntax in control files: [%s]", path);
@@ -436,7 +436,7 @@ static bool take_line(const char *operation, const char *path, const char *line,
     if (!value) {
         return false;
     }
-    if (!vc_map_store_ex(map, key.get(), value.get(), ::strlen(value.get()) + 1, 1, nullptr)) {
+    if (!vc_map_store_ex(map, key.get(), value.get(), strlen(value.get()) + 1, 1, nullptr)) {
         QF_ERROR_AS(operation, "Failed to store key/value in map");
         return false;
     }
@@ -446,7 +446,7 @@ static bool take_line(const char *operation, const char *path, const char *line,
 static bool take_lines(const char *operation, const char *path, const char *text, uint32_t maximum,
                        char separator, vc_hashmap *map) {
     for (const char *line = text;;) {
-        const char *end = line + ::strcspn(line, "\n");
+        const char *end = line + strcspn(line, "\n");
         if (!take_line(operation, path, line, end, separator, map)) {
             return false;
         }

@@ -14,7 +14,7 @@ static constexpr uint32_t walks_backward = 2;
 
 using cursor = vc_map_iterator::cursor;
 
-// ---- Walking ----
+// --- Walking ---
 
 // The first occupied slot from `slot` on, in steps of 1 or -1.
 static cursor occupied_slot(const vc_hashmap *map, int64_t slot, int step) {
@@ -81,7 +81,7 @@ vc_map_iterator *vc_map_iterator_start_ex(const vc_hashmap *map, int direction) 
         QF_EINVAL();
         return nullptr;
     }
-    auto *iterator = static_cast<vc_map_iterator *>(::malloc(sizeof(vc_map_iterator)));
+    auto *iterator = static_cast<vc_map_iterator *>(malloc(sizeof(vc_map_iterator)));
     if (!iterator) {
         QF_ENOMEM();
         return nullptr;
@@ -146,10 +146,10 @@ int vc_map_iterator_cur(const vc_map_iterator *iterator, const char **key, void 
 }
 
 void vc_map_iterator_free(vc_map_iterator *iterator) {
-    ::free(iterator);
+    free(iterator);
 }
 
-// ---- Positions ----
+// --- Positions ---
 
 static int report_end(const char *operation, const hash_pair_t *pair, const char **key,
                       void **value) {
@@ -193,7 +193,7 @@ int vc_map_index(const vc_hashmap *map, uint32_t position, const char **key, voi
     return found;
 }
 
-// ---- Sorting ----
+// --- Sorting ---
 
 namespace {
 
@@ -202,11 +202,15 @@ struct ordering {
     bool by_key;
 };
 
+} // namespace
+
 // Of two runs, which one gives the next entry. Equal entries keep their order.
-bool second_goes_first(const ordering &order, const hash_pair_t *a, const hash_pair_t *b) {
+static bool second_goes_first(const ordering &order, const hash_pair_t *a, const hash_pair_t *b) {
     return order.by_key ? order.compare(&a->key, &b->key) >= 1
                         : order.compare(&a->value, &b->value) >= 1;
 }
+
+namespace {
 
 // A chain that is being built at its end.
 struct chain {
@@ -219,8 +223,10 @@ struct chain {
     }
 };
 
+} // namespace
+
 // Moves the first entry of *run to the end of *to.
-void move_first(hash_pair_t **run, uint64_t *left, chain *to) {
+static void move_first(hash_pair_t **run, uint64_t *left, chain *to) {
     to->append(*run);
     *run = (*run)->next;
     --*left;
@@ -228,7 +234,7 @@ void move_first(hash_pair_t **run, uint64_t *left, chain *to) {
 
 // Merges neighbouring runs of `width` entries, once through the chain; only the next links are
 // kept. Returns the number of merges.
-uint64_t merge_runs(const ordering &order, uint64_t width, chain *entries) {
+static uint64_t merge_runs(const ordering &order, uint64_t width, chain *entries) {
     uint64_t merges = 0;
     chain merged;
     for (hash_pair_t *a = entries->first; a; ++merges) {
@@ -248,8 +254,6 @@ uint64_t merge_runs(const ordering &order, uint64_t width, chain *entries) {
     *entries = merged;
     return merges;
 }
-
-} // namespace
 
 int vc_map_sort(vc_hashmap *map, vc_map_compare_function compare, int by_key) {
     if (!map || !compare || hashmap::is_static(map)) {

@@ -30,11 +30,13 @@ struct spread {
     uint64_t known[std::size(table_sizes)];
 };
 
-heap_ptr<uint32_t> numbers(size_t count) {
-    return heap_ptr<uint32_t>(static_cast<uint32_t *>(::calloc(count + 1, sizeof(uint32_t))));
+} // namespace
+
+static heap_ptr<uint32_t> numbers(size_t count) {
+    return heap_ptr<uint32_t>(static_cast<uint32_t *>(calloc(count + 1, sizeof(uint32_t))));
 }
 
-bool make_spread(const vc_hashmap *map, spread *made) {
+static bool make_spread(const vc_hashmap *map, spread *made) {
     uint32_t count = 0; // the chain may hold more than num_pairs after a failed rename
     for (const hash_pair_t *pair = map->first; pair; pair = pair->next) {
         ++count;
@@ -51,7 +53,7 @@ bool make_spread(const vc_hashmap *map, spread *made) {
     return true;
 }
 
-uint32_t fullest_bucket_by_counting(const spread &of, uint32_t buckets) {
+static uint32_t fullest_bucket_by_counting(const spread &of, uint32_t buckets) {
     uint32_t *counters = of.counters.get();
     std::fill_n(counters, buckets, 0u);
     uint32_t fullest = 0;
@@ -61,7 +63,7 @@ uint32_t fullest_bucket_by_counting(const spread &of, uint32_t buckets) {
     return fullest;
 }
 
-uint32_t fullest_bucket_by_sorting(const spread &of, uint32_t buckets) {
+static uint32_t fullest_bucket_by_sorting(const spread &of, uint32_t buckets) {
     uint32_t *residues = of.residues.get();
     std::transform(of.hashes.get(), of.hashes.get() + of.count, residues,
                    [buckets](uint32_t hash) { return hash % buckets; });
@@ -75,14 +77,14 @@ uint32_t fullest_bucket_by_sorting(const spread &of, uint32_t buckets) {
     return fullest;
 }
 
-uint32_t fullest_bucket(const spread &of, uint32_t buckets) {
+static uint32_t fullest_bucket(const spread &of, uint32_t buckets) {
     return buckets <= of.largest_counted ? fullest_bucket_by_counting(of, buckets)
                                          : fullest_bucket_by_sorting(of, buckets);
 }
 
 // The slot total with which a copy into `buckets` x `slots` ends: a table grows exactly past the
 // sizes in which some bucket would overflow. 0 when no size will do.
-uint64_t final_slots(spread *of, uint32_t buckets, uint32_t fullest, uint32_t slots) {
+static uint64_t final_slots(spread *of, uint32_t buckets, uint32_t fullest, uint32_t slots) {
     const uint32_t *size = next_table_size(buckets);
     while (fullest > slots) {
         if (size == std::end(table_sizes) || too_many_slots(*size, slots)) {
@@ -99,13 +101,17 @@ uint64_t final_slots(spread *of, uint32_t buckets, uint32_t fullest, uint32_t sl
     return uint64_t{buckets} * slots;
 }
 
+namespace {
+
 struct geometry {
     uint32_t buckets;
     uint32_t slots;
 };
 
+} // namespace
+
 // Tries every smaller geometry that has room for all entries.
-bool best_geometry(const vc_hashmap *map, geometry *best) {
+static bool best_geometry(const vc_hashmap *map, geometry *best) {
     spread hashes;
     if (!make_spread(map, &hashes)) {
         return false;
@@ -136,8 +142,6 @@ bool best_geometry(const vc_hashmap *map, geometry *best) {
     }
     return true;
 }
-
-} // namespace
 
 vc_hashmap *vc_map_shrink(const vc_hashmap *map) {
     if (!map) {

@@ -12,16 +12,14 @@
 
 namespace quillfence {
 
-namespace {
+static constexpr char module_name[] = "vc_json";
 
-constexpr char module_name[] = "vc_json";
-
-bool is_type_code(uint32_t type) {
+static bool is_type_code(uint32_t type) {
     return type != 0 && type <= vc_json_type_object && (type & (type - 1)) == 0;
 }
 
 // The text that a node of a scalar type gets for the text it is made from; null with an ERROR line.
-char *scalar_text(const char *operation, const char *text, uint32_t type) {
+static char *scalar_text(const char *operation, const char *text, uint32_t type) {
     switch (type) {
     case vc_json_type_null:
         text = "null";
@@ -40,7 +38,7 @@ char *scalar_text(const char *operation, const char *text, uint32_t type) {
     return __vc_json_copy_text(operation, text);
 }
 
-int add_to_array(vc_json *array, vc_json *child) {
+static int add_to_array(vc_json *array, vc_json *child) {
     static constexpr char operation[] = "vc_json_add_node";
     if (child->name) {
         QF_ERROR_AS(operation, "Cannot add named node [%s] to array node", child->name);
@@ -52,7 +50,7 @@ int add_to_array(vc_json *array, vc_json *child) {
     return added;
 }
 
-int add_to_object(vc_json *object, vc_json *child) {
+static int add_to_object(vc_json *object, vc_json *child) {
     static constexpr char operation[] = "vc_json_add_node";
     if (!child->name) {
         QF_ERROR_AS(operation, "Cannot add nameless node to object node");
@@ -73,14 +71,12 @@ int add_to_object(vc_json *object, vc_json *child) {
 }
 
 // A number node from a text that it takes over; null is the failure of whoever made the text.
-vc_json *create_number(vc_json *parent, const char *name, char *text) {
+static vc_json *create_number(vc_json *parent, const char *name, char *text) {
     const heap_string owned(text);
     return text ? vc_json_create_node(parent, name, text, vc_json_type_number) : nullptr;
 }
 
-} // namespace
-
-// ---- Shared with the other files of the module
+// --- Shared with the other files of the module ---
 
 vc_json *__vc_json_new_node(const char *operation, uint32_t type) {
     auto *node = static_cast<vc_json *>(calloc(1, sizeof(vc_json)));
@@ -156,7 +152,7 @@ char *__vc_json_text_of_int64(int64_t value) {
     return vc_asprintf(&text, "%" PRId64, value) < 0 ? nullptr : text;
 }
 
-// ---- Building
+// --- Building ---
 
 void vc_json_free(void *node) {
     auto *freed = static_cast<vc_json *>(node);

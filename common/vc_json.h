@@ -47,7 +47,7 @@ struct vc_json {
 // serve lists and maps as their release function.
 void vc_json_free(void *node);
 
-// ---- Building ----
+// --- Building ---
 
 // Every creator makes a node and, when parent is not null, adds it there (see vc_json_add_node).
 // name is copied, and null for none. The parent owns the node; without one the caller does.
@@ -87,7 +87,7 @@ vc_json *vc_json_create_node_int64_ex(vc_json *parent, const char *name, int64_t
 // an array or object"; EINVAL also for a node as its own parent.
 int vc_json_add_node(vc_json *parent, vc_json *child);
 
-// ---- Finding ----
+// --- Finding ---
 
 // A path names a node below an array or object: member names separated by '/', each perhaps
 // followed by indexes: "list[2]/name", "matrix[1][0]", "[3]/name" on an array. A name ends at the
@@ -124,7 +124,7 @@ vc_json *vc_json_iterator_next(vc_json_iterator *iterator);
 vc_json *vc_json_iterator_prev(vc_json_iterator *iterator);
 void vc_json_iterator_end(vc_json_iterator *iterator);
 
-// ---- Changing ----
+// --- Changing ---
 
 // Removes and frees the node that path names below node; 1 also when there is none. 0 when memory
 // runs out on the way: the node is then where it was.
@@ -137,7 +137,7 @@ int vc_json_remove_node(vc_json *node, const char *path);
 // complex!".
 int vc_json_rename_node(vc_json *node, const char *path, const char *new_name);
 
-// ---- Values ----
+// --- Values ---
 
 // The getters put the value of the node, or with a path (else null) of the node that it names
 // below, into *value, which they leave alone on failure. A node without a value, such as an empty
@@ -173,7 +173,7 @@ int vc_json_set_value_string(vc_json *node, const char *path, const char *value)
 int vc_json_set_value_list(vc_json *node, const char *path, vc_json **elements);
 int vc_json_set_value_object(vc_json *node, const char *path, vc_hashmap *members);
 
-// ---- Parsing ----
+// --- Parsing ---
 
 // The parser is strict in some places and lenient in others, all of it on purpose: tab, line feed
 // and space are white space, a carriage return is not; the first thing behind an opening bracket
@@ -207,7 +207,7 @@ vc_json **vc_json_parse_full_file(const char *path);
 // or "Error parsing number".
 vc_json *vc_json_parse_partial(const char *text, vc_json *parent, const char **end);
 
-// ---- Writing ----
+// --- Writing ---
 
 // Writes node and what is below it to stream, compact or on indented lines. The name of the node
 // itself is not written. 1, or 0 when a part could not be written.

@@ -23,17 +23,17 @@
 
 namespace quillfence {
 
-namespace {
+static constexpr char module_name[] = "vc_json";
+static constexpr char parser[] = "vc_json_parse_partial";
 
-constexpr char module_name[] = "vc_json";
-constexpr char parser[] = "vc_json_parse_partial";
-
-constexpr char behind_name[] = ":";
-constexpr char behind_colon[] = "{[\"0123456789-.tTfFnN";
-constexpr char behind_value[] = ",}]";
-constexpr char behind_comma_in_object[] = "\"";
+static constexpr char behind_name[] = ":";
+static constexpr char behind_colon[] = "{[\"0123456789-.tTfFnN";
+static constexpr char behind_value[] = ",}]";
+static constexpr char behind_comma_in_object[] = "\"";
 // Without the capitals, kept on purpose: [1,TRUE] is refused, {"a":TRUE} is not.
-constexpr char behind_comma_in_array[] = "{[\"0123456789-.tfn";
+static constexpr char behind_comma_in_array[] = "{[\"0123456789-.tfn";
+
+namespace {
 
 // Where the reading stands in the whole text.
 struct document {
@@ -58,17 +58,19 @@ struct level {
     int depth;           // 1 for the outermost
 };
 
-bool is_white_space(char c) {
+} // namespace
+
+static bool is_white_space(char c) {
     return c == '\t' || c == '\n' || c == ' ';
 }
 
-void skip_white_space(document *in) {
+static void skip_white_space(document *in) {
     while (is_white_space(*in->cursor)) {
         ++in->cursor;
     }
 }
 
-int append(node_list *list, vc_json *node) {
+static int append(node_list *list, vc_json *node) {
     if (list->count + 1 >= list->room) {
         const size_t room = list->room ? 2 * list->room : 4;
         void *grown = realloc(list->nodes, room * sizeof *list->nodes);
@@ -84,7 +86,7 @@ int append(node_list *list, vc_json *node) {
 }
 
 // A new string of the text from first to last; null with an ENOMEM line.
-char *copy_range(const char *first, const char *last) {
+static char *copy_range(const char *first, const char *last) {
     char *copy = vc_strndup(first, static_cast<size_t>(last - first));
     if (!copy) {
         QF_ERRNO_AS(parser, ENOMEM);
@@ -92,10 +94,10 @@ char *copy_range(const char *first, const char *last) {
     return copy;
 }
 
-// ---- Nodes of a level
+// --- Nodes of a level ---
 
 // Puts a new node into the level's array or object. On failure it is freed.
-int place_node(level *at, vc_json *node) {
+static int place_node(level *at, vc_json *node) {
     int placed;
     if (at->node->type == vc_json_type_array) {
         placed = append(&at->elements, node);
@@ -115,7 +117,7 @@ int place_node(level *at, vc_json *node) {
 }
 
 // The node that gets the value at the cursor: a new element, or the member whose name was read.
-vc_json *node_for_value(level *at) {
+static vc_json *node_for_value(level *at) {
     vc_json *node = at->pending;
     if (at->node->type == vc_json_type_array) {
         node = __vc_json_new_node(parser, vc_json_type_untyped);
@@ -133,7 +135,7 @@ vc_json *node_for_value(level *at) {
 }
 
 // Takes text over.
-int store_value(level *at, uint32_t type, char *text) {
+static int store_value(level *at, uint32_t type, char *text) {
     vc_json *node = text ? node_for_value(at) : nullptr;
     if (!node) {
         free(text);
@@ -145,7 +147,7 @@ int store_value(level *at, uint32_t type, char *text) {
 }
 
 // Begins a member; takes name over.
-int store_name(level *at, char *name) {
+static int store_name(level *at, char *name) {
     vc_json *member = __vc_json_new_node(parser, vc_json_type_untyped);
     if (!member) {
         free(name);
@@ -160,10 +162,10 @@ int store_name(level *at, char *name) {
     return 1;
 }
 
-// ---- Tokens
+// --- Tokens ---
 
 // The text between the quote at the cursor and the next one that no backslash escapes.
-char *read_string(document *in) {
+static char *read_string(document *in) {
     const char *const first = in->cursor + 1;
     const char *last = first;
     while (*last && *last != '"') {
@@ -180,7 +182,7 @@ char *read_string(document *in) {
     return copy_range(first, last);
 }
 
-int parse_quotes(document *in, level *at) {
+static int parse_quotes(document *in, level *at) {
     char *text = read_string(in);
     if (!text) {
         QF_ERROR_AS(parser, "Error while reading string from json");
@@ -191,7 +193,7 @@ int parse_quotes(document *in, level *at) {
     return is_name ? store_name(at, text) : store_value(at, vc_json_type_string, text);
 }
 
-int parse_keyword(document *in, level *at) {
+static int parse_keyword(document *in, level *at) {
     static constexpr struct {
         const char *text;
         uint32_t type;
@@ -216,7 +218,7 @@ int parse_keyword(document *in, level *at) {
     return 0;
 }
 
-int parse_number(document *in, level *at) {
+static int parse_number(document *in, level *at) {
     const char *const first = in->cursor;
     while (*in->cursor && !strchr(behind_value, *in->cursor) && !is_white_space(*in->cursor)) {
         ++in->cursor;
@@ -228,9 +230,9 @@ int parse_number(document *in, level *at) {
     return store_value(at, vc_json_type_number, text.release());
 }
 
-int parse_level(document *in, vc_json *node, int depth);
+static int parse_level(document *in, vc_json *node, int depth);
 
-int parse_nested(document *in, level *at) {
+static int parse_nested(document *in, level *at) {
     const uint32_t type = *in->cursor == '{' ? vc_json_type_object : vc_json_type_array;
     if (at->depth == vc_json_nesting_limit) {
         QF_ERROR_AS(parser, "Encountered invalid json");
@@ -245,16 +247,16 @@ int parse_nested(document *in, level *at) {
     return parse_level(in, node, at->depth + 1);
 }
 
-int summed_up(int result, const char *summary) {
+static int summed_up(int result, const char *summary) {
     if (!result) {
         QF_ERROR_AS(parser, "%s", summary);
     }
     return result;
 }
 
-// ---- Levels
+// --- Levels ---
 
-int parse_token(document *in, level *at) {
+static int parse_token(document *in, level *at) {
     const char c = *in->cursor;
     if (c == ':') {
         ++in->cursor;
@@ -285,7 +287,7 @@ int parse_token(document *in, level *at) {
 }
 
 // Reads the rest of the level whose opening bracket is just before the cursor into node.
-int parse_level(document *in, vc_json *node, int depth) {
+static int parse_level(document *in, vc_json *node, int depth) {
     level at = {};
     at.node = node;
     at.depth = depth;
@@ -307,10 +309,10 @@ int parse_level(document *in, vc_json *node, int depth) {
     }
 }
 
-// ---- Files
+// --- Files ---
 
 // The whole of an existing file; null with an ERROR line.
-char *read_file(const char *operation, const char *path) {
+static char *read_file(const char *operation, const char *path) {
     if (is_empty(path)) {
         QF_ERRNO_AS(operation, EINVAL);
         return nullptr;
@@ -323,7 +325,7 @@ char *read_file(const char *operation, const char *path) {
 }
 
 // The position behind the brace that closes the one at block, or null.
-char *behind_block(char *block) {
+static char *behind_block(char *block) {
     int depth = 0;
     for (char *position = block; *position; ++position) {
         if (*position == '{') {
@@ -336,7 +338,7 @@ char *behind_block(char *block) {
 }
 
 // Parses the block up to its end as a document and adds its root to the list.
-int parse_block(char *block, char *end, node_list *roots) {
+static int parse_block(char *block, char *end, node_list *roots) {
     static constexpr char operation[] = "vc_json_parse_full_file";
     const char behind = *end;
     *end = '\0';
@@ -353,8 +355,6 @@ int parse_block(char *block, char *end, node_list *roots) {
     }
     return 1;
 }
-
-} // namespace
 
 vc_json *vc_json_parse_partial(const char *text, vc_json *parent, const char **end) {
     if (!text || !parent || !__vc_json_is_complex(parent) || parent->value) {

@@ -10,23 +10,21 @@
 
 namespace quillfence {
 
-namespace {
+static constexpr char module_name[] = "vc_json";
 
-constexpr char module_name[] = "vc_json";
-
-void **list_of(const vc_json *array) {
+static void **list_of(const vc_json *array) {
     return static_cast<void **>(array->value);
 }
 
-// ---- Paths
+// --- Paths ---
 
-constexpr char path_walk[] = "vc_json_get_node_ex";
+static constexpr char path_walk[] = "vc_json_get_node_ex";
 
-void report_bad_character(char c) {
+static void report_bad_character(char c) {
     QF_ERROR_AS(path_walk, "Bad character encountered: [%c]", __vc_json_shown(c));
 }
 
-vc_json *element_at(const vc_json *array, uint32_t index) {
+static vc_json *element_at(const vc_json *array, uint32_t index) {
     vc_json **elements = __vc_json_elements(array);
     if (!elements) {
         return nullptr;
@@ -38,7 +36,7 @@ vc_json *element_at(const vc_json *array, uint32_t index) {
 }
 
 // Reads the "[n]" at *path and moves *path behind it.
-int take_index(const char **path, uint32_t *index) {
+static int take_index(const char **path, uint32_t *index) {
     const char *digit = *path + 1;
     uint64_t number = 0;
     for (; is_digit(*digit); ++digit) {
@@ -56,7 +54,7 @@ int take_index(const char **path, uint32_t *index) {
     return 1;
 }
 
-vc_json *element_named(const vc_json *array, const char *name) {
+static vc_json *element_named(const vc_json *array, const char *name) {
     for (vc_json **element = __vc_json_elements(array); element && *element; ++element) {
         if ((*element)->name && !strcmp((*element)->name, name)) {
             return *element;
@@ -65,7 +63,7 @@ vc_json *element_named(const vc_json *array, const char *name) {
     return nullptr;
 }
 
-vc_json *child_named(const vc_json *node, const char *name) {
+static vc_json *child_named(const vc_json *node, const char *name) {
     if (node->type == vc_json_type_array) {
         return element_named(node, name);
     }
@@ -78,7 +76,7 @@ vc_json *child_named(const vc_json *node, const char *name) {
 
 // The child of node that the first step of *path names; moves *path behind that step. Sets
 // *no_memory when that is the reason for a null.
-vc_json *take_step(const vc_json *node, const char **path, bool *no_memory) {
+static vc_json *take_step(const vc_json *node, const char **path, bool *no_memory) {
     if (**path == '[') {
         uint32_t index;
         if (node->type != vc_json_type_array || !take_index(path, &index)) {
@@ -98,7 +96,7 @@ vc_json *take_step(const vc_json *node, const char **path, bool *no_memory) {
 }
 
 // The work of vc_json_get_node_ex, whose arguments are right.
-vc_json *walk(vc_json *node, const char *path, vc_json **parent, bool *no_memory) {
+static vc_json *walk(vc_json *node, const char *path, vc_json **parent, bool *no_memory) {
     for (vc_json *holder = node;;) {
         vc_json *found = take_step(holder, &path, no_memory);
         if (!found) {
@@ -119,32 +117,36 @@ vc_json *walk(vc_json *node, const char *path, vc_json **parent, bool *no_memory
 }
 
 // The node itself, or the one that an optional path names below it.
-vc_json *node_at(vc_json *node, const char *path) {
+static vc_json *node_at(vc_json *node, const char *path) {
     return path ? vc_json_get_node_ex(node, path, nullptr) : node;
 }
 
-// ---- Getters and setters
+namespace {
+
+// --- Getters and setters ---
 
 struct wanted_type {
     uint32_t types; // bits
     const char *otherwise;
 };
 
-constexpr wanted_type wanted_number = {vc_json_type_number,
-                                       "Error retrieved node is not of type number"};
+} // namespace
+
+static constexpr wanted_type wanted_number = {vc_json_type_number,
+                                              "Error retrieved node is not of type number"};
 // "number" is kept on purpose.
-constexpr wanted_type wanted_bool = {vc_json_type_bool,
-                                     "Error retrieved node is not of type number"};
-constexpr wanted_type wanted_string = {vc_json_mask_scalar,
-                                       "Error retrieved node cannot be treated as a string"};
-constexpr wanted_type wanted_array = {vc_json_type_array,
-                                      "Error retrieved node is not of type array"};
-constexpr wanted_type wanted_object = {vc_json_type_object,
-                                       "Error retrieved node is not of type object"};
+static constexpr wanted_type wanted_bool = {vc_json_type_bool,
+                                            "Error retrieved node is not of type number"};
+static constexpr wanted_type wanted_string = {vc_json_mask_scalar,
+                                              "Error retrieved node cannot be treated as a string"};
+static constexpr wanted_type wanted_array = {vc_json_type_array,
+                                             "Error retrieved node is not of type array"};
+static constexpr wanted_type wanted_object = {vc_json_type_object,
+                                              "Error retrieved node is not of type object"};
 
 // The node that a getter reads; null with an ERROR line.
-vc_json *readable_node(const char *operation, vc_json *node, const char *path, const void *out,
-                       const wanted_type &wanted) {
+static vc_json *readable_node(const char *operation, vc_json *node, const char *path,
+                              const void *out, const wanted_type &wanted) {
     if (!node || !out) {
         QF_ERRNO_AS(operation, EINVAL);
         return nullptr;
@@ -162,14 +164,14 @@ vc_json *readable_node(const char *operation, vc_json *node, const char *path, c
 }
 
 // The text of the scalar node that a getter reads; null with an ERROR line.
-const char *readable_text(const char *operation, vc_json *node, const char *path, const void *out,
-                          const wanted_type &wanted) {
+static const char *readable_text(const char *operation, vc_json *node, const char *path,
+                                 const void *out, const wanted_type &wanted) {
     const vc_json *found = readable_node(operation, node, path, out, wanted);
     return found ? static_cast<const char *>(found->value) : nullptr;
 }
 
-int get_complex(const char *operation, vc_json *node, const char *path, vc_json **value,
-                const wanted_type &wanted) {
+static int get_complex(const char *operation, vc_json *node, const char *path, vc_json **value,
+                       const wanted_type &wanted) {
     vc_json *found = readable_node(operation, node, path, value, wanted);
     if (!found) {
         return 0;
@@ -179,8 +181,8 @@ int get_complex(const char *operation, vc_json *node, const char *path, vc_json 
 }
 
 // The node that a setter changes, of exactly this type; null with an ERROR line.
-vc_json *changeable_node(const char *operation, vc_json *node, const char *path, uint32_t type,
-                         const char *type_name) {
+static vc_json *changeable_node(const char *operation, vc_json *node, const char *path,
+                                uint32_t type, const char *type_name) {
     if (!node) {
         QF_ERRNO_AS(operation, EINVAL);
         return nullptr;
@@ -198,15 +200,15 @@ vc_json *changeable_node(const char *operation, vc_json *node, const char *path,
     return found;
 }
 
-void replace_value(vc_json *node, void *value) {
+static void replace_value(vc_json *node, void *value) {
     if (node->value != value) {
         __vc_json_free_value(node->type, node->value);
         node->value = value;
     }
 }
 
-int set_complex(const char *operation, vc_json *node, const char *path, uint32_t type,
-                const char *type_name, void *value) {
+static int set_complex(const char *operation, vc_json *node, const char *path, uint32_t type,
+                       const char *type_name, void *value) {
     vc_json *changed = changeable_node(operation, node, path, type, type_name);
     if (!changed) {
         return 0;
@@ -216,7 +218,7 @@ int set_complex(const char *operation, vc_json *node, const char *path, uint32_t
 }
 
 // Takes text over; null is the failure of whoever made it.
-int set_text(vc_json *node, char *text) {
+static int set_text(vc_json *node, char *text) {
     if (!text) {
         return 0;
     }
@@ -224,9 +226,9 @@ int set_text(vc_json *node, char *text) {
     return 1;
 }
 
-// ---- Removing
+// --- Removing ---
 
-int remove_element(vc_json *array, const vc_json *element) {
+static int remove_element(vc_json *array, const vc_json *element) {
     vc_json **elements = __vc_json_elements(array);
     uint32_t position = 0;
     while (elements[position] && elements[position] != element) {
@@ -235,7 +237,7 @@ int remove_element(vc_json *array, const vc_json *element) {
     return elements[position] ? vc_lstremove(list_of(array), position, vc_json_free) : 1;
 }
 
-int remove_member(vc_json *object, const vc_json *member) {
+static int remove_member(vc_json *object, const vc_json *member) {
     if (!member->name) {
         QF_ERROR_AS("vc_json_remove_node", "Retrieved node does not have a name");
         return 0;
@@ -243,9 +245,7 @@ int remove_member(vc_json *object, const vc_json *member) {
     return vc_map_remove(__vc_json_members(object), member->name);
 }
 
-} // namespace
-
-// ---- Walks
+// --- Walks ---
 
 // On an object the map's iterator does the work.
 struct vc_json_iterator {
@@ -325,7 +325,7 @@ void vc_json_iterator_end(vc_json_iterator *iterator) {
     }
 }
 
-// ---- Finding
+// --- Finding ---
 
 vc_json *vc_json_get_node_ex(vc_json *node, const char *path, vc_json **parent) {
     if (parent) {
@@ -406,7 +406,7 @@ uint32_t vc_json_get_node_type(const vc_json *node) {
     return node->type;
 }
 
-// ---- Changing
+// --- Changing ---
 
 int vc_json_remove_node(vc_json *node, const char *path) {
     if (!node || is_empty(path)) {
@@ -457,7 +457,7 @@ int vc_json_rename_node(vc_json *node, const char *path, const char *new_name) {
     return 1;
 }
 
-// ---- Getters
+// --- Getters ---
 
 int vc_json_get_value_float(vc_json *node, const char *path, double *value) {
     const char *text = readable_text(__func__, node, path, value, wanted_number);
@@ -520,7 +520,7 @@ int vc_json_get_value_object(vc_json *node, const char *path, vc_json **value) {
     return get_complex(__func__, node, path, value, wanted_object);
 }
 
-// ---- Setters
+// --- Setters ---
 
 int vc_json_set_value_float(vc_json *node, const char *path, double value) {
     vc_json *changed = changeable_node(__func__, node, path, vc_json_type_number, "number");

@@ -5,10 +5,10 @@
 
 namespace quillfence {
 
-namespace {
+static constexpr char module_name[] = "vc_json";
+static constexpr char writer[] = "__vc_json_dump";
 
-constexpr char module_name[] = "vc_json";
-constexpr char writer[] = "__vc_json_dump";
+namespace {
 
 struct output {
     FILE *stream;
@@ -17,27 +17,29 @@ struct output {
     bool stopped;  // nothing more is written
 };
 
-void indent(const output *to, int depth) {
+} // namespace
+
+static void indent(const output *to, int depth) {
     for (int level = 0; to->pretty && level < depth; ++level) {
         fputs("    ", to->stream);
     }
 }
 
-void end_line(const output *to) {
+static void end_line(const output *to) {
     if (to->pretty) {
         fputc('\n', to->stream);
     }
 }
 
-void write_node(output *to, const vc_json *node, bool has_next, int depth);
+static void write_node(output *to, const vc_json *node, bool has_next, int depth);
 
-void write_elements(output *to, vc_json **elements, int depth) {
+static void write_elements(output *to, vc_json **elements, int depth) {
     for (vc_json **element = elements; *element && !to->stopped; ++element) {
         write_node(to, *element, element[1] != nullptr, depth);
     }
 }
 
-void write_members(output *to, const vc_hashmap *members, int depth) {
+static void write_members(output *to, const vc_hashmap *members, int depth) {
     vc_map_iterator *iterator = vc_map_iterator_start_ex(members, 0);
     if (!iterator) {
         QF_ERROR_AS(writer, "Failed to create map iterator");
@@ -56,7 +58,7 @@ void write_members(output *to, const vc_hashmap *members, int depth) {
     vc_map_iterator_free(iterator);
 }
 
-void write_complex(output *to, const vc_json *node, int depth) {
+static void write_complex(output *to, const vc_json *node, int depth) {
     const bool is_array = node->type == vc_json_type_array;
     fputc(is_array ? '[' : '{', to->stream);
     if (node->value) {
@@ -74,14 +76,14 @@ void write_complex(output *to, const vc_json *node, int depth) {
     fputc(is_array ? ']' : '}', to->stream);
 }
 
-void write_scalar(const output *to, const vc_json *node) {
+static void write_scalar(const output *to, const vc_json *node) {
     const char *const quote = node->type == vc_json_type_string ? "\"" : "";
     fputs(quote, to->stream);
     fputs(static_cast<const char *>(node->value), to->stream);
     fputs(quote, to->stream);
 }
 
-void write_node(output *to, const vc_json *node, bool has_next, int depth) {
+static void write_node(output *to, const vc_json *node, bool has_next, int depth) {
     const bool is_complex = __vc_json_is_complex(node);
     if (!is_complex && !node->value) {
         QF_ERROR_AS(writer, "Error encountered null data in non-array/object");
@@ -106,7 +108,7 @@ void write_node(output *to, const vc_json *node, bool has_next, int depth) {
     end_line(to);
 }
 
-int dump(const char *operation, FILE *stream, const vc_json *node, int pretty) {
+static int dump(const char *operation, FILE *stream, const vc_json *node, int pretty) {
     if (!stream) {
         QF_ERRNO_AS(operation, EINVAL);
         return 0;
@@ -119,8 +121,6 @@ int dump(const char *operation, FILE *stream, const vc_json *node, int pretty) {
     }
     return complete;
 }
-
-} // namespace
 
 int __vc_json_dump(FILE *stream, const vc_json *node, int has_next, int depth, int pretty) {
     if (!node) {

@@ -14,16 +14,14 @@ namespace quillfence {
 
 static constexpr char module_name[] = "vc_list";
 
-namespace {
-
-constexpr int result_invalid = -1;
-constexpr int result_no_node = -2;
-constexpr int result_no_copy = -3;
+static constexpr int result_invalid = -1;
+static constexpr int result_no_node = -2;
+static constexpr int result_no_copy = -3;
 // What a failed append inside vc_list_from_string_by_char is reported as.
-constexpr int append_failure_number = 125;
+static constexpr int append_failure_number = 125;
 
 // A node of its own with the data, or null and the reason in *result.
-vc_list_entry *new_entry(const void *data, uint64_t size, int copy, int *result) {
+static vc_list_entry *new_entry(const void *data, uint64_t size, int copy, int *result) {
     heap_ptr<vc_list_entry> node(static_cast<vc_list_entry *>(calloc(1, sizeof(vc_list_entry))));
     if (!node) {
         *result = result_no_node;
@@ -44,8 +42,8 @@ vc_list_entry *new_entry(const void *data, uint64_t size, int copy, int *result)
 }
 
 // new_entry for the two public operations, which report under their own names.
-vc_list_entry *checked_entry(const char *operation, vc_list_entry **list, const void *data,
-                             uint64_t size, int copy, int *result) {
+static vc_list_entry *checked_entry(const char *operation, vc_list_entry **list, const void *data,
+                                    uint64_t size, int copy, int *result) {
     if (!list || !data || !size) {
         QF_ERRNO_AS(operation, EINVAL);
         *result = result_invalid;
@@ -59,7 +57,7 @@ vc_list_entry *checked_entry(const char *operation, vc_list_entry **list, const 
 }
 
 // The place where the next node is linked in, so that a row of appends walks the list once.
-vc_list_entry **end_of(vc_list_entry **list) {
+static vc_list_entry **end_of(vc_list_entry **list) {
     while (*list) {
         list = &(*list)->next;
     }
@@ -67,7 +65,7 @@ vc_list_entry **end_of(vc_list_entry **list) {
 }
 
 // Hands a heap block over to a new node at *end and moves *end behind it.
-bool append_at(vc_list_entry ***end, heap_string piece, uint64_t size) {
+static bool append_at(vc_list_entry ***end, heap_string piece, uint64_t size) {
     int result;
     vc_list_entry *node = new_entry(piece.get(), size, 0, &result);
     if (!node) {
@@ -78,8 +76,6 @@ bool append_at(vc_list_entry ***end, heap_string piece, uint64_t size) {
     *end = &node->next;
     return true;
 }
-
-} // namespace
 
 int vc_append_list_entry(vc_list_entry **list, const void *data, uint64_t size, int copy) {
     int result = 0;
@@ -193,16 +189,12 @@ int vc_list_remove_ex(vc_list_entry **list, vc_list_entry *node, int release_dat
     return 1;
 }
 
-namespace {
-
 // Copies a text with its NUL and returns the place of the NUL.
-char *write_text(char *destination, const char *text) {
+static char *write_text(char *destination, const char *text) {
     const size_t length = strlen(text);
     memcpy(destination, text, length + 1);
     return destination + length;
 }
-
-} // namespace
 
 char *vc_list_join(const vc_list_entry *list, const char *separator) {
     if (!list || !separator) {
@@ -284,10 +276,8 @@ int vc_list_from_string_by_char(vc_list_entry **list, const char *buffer, size_t
     return 1;
 }
 
-namespace {
-
 // Cuts the first width nodes off *rest and returns them as a list of their own.
-vc_list_entry *take_run(vc_list_entry **rest, size_t width) {
+static vc_list_entry *take_run(vc_list_entry **rest, size_t width) {
     vc_list_entry *const run = *rest;
     vc_list_entry **end = rest;
     for (size_t taken = 0; *end && taken < width; ++taken) {
@@ -301,8 +291,8 @@ vc_list_entry *take_run(vc_list_entry **rest, size_t width) {
 
 // Links both runs in order behind *end; equal entries of the first run stay in front. Returns the
 // new end.
-vc_list_entry **merge_runs(vc_list_entry **end, vc_list_entry *first, vc_list_entry *second,
-                           vc_list_compare compare) {
+static vc_list_entry **merge_runs(vc_list_entry **end, vc_list_entry *first, vc_list_entry *second,
+                                  vc_list_compare compare) {
     while (first && second) {
         vc_list_entry **const lower = compare(first, second) > 0 ? &second : &first;
         *end = *lower;
@@ -315,7 +305,7 @@ vc_list_entry **merge_runs(vc_list_entry **end, vc_list_entry *first, vc_list_en
 
 // Merges neighbouring runs of the given width over the whole list. Returns how many merges that
 // took.
-size_t merge_pass(vc_list_entry **list, size_t width, vc_list_compare compare) {
+static size_t merge_pass(vc_list_entry **list, size_t width, vc_list_compare compare) {
     size_t merges = 0;
     vc_list_entry *rest = *list;
     vc_list_entry **end = list;
@@ -327,8 +317,6 @@ size_t merge_pass(vc_list_entry **list, size_t width, vc_list_compare compare) {
     }
     return merges;
 }
-
-} // namespace
 
 int vc_list_sort(vc_list_entry **list, vc_list_compare compare) {
     if (!list || !compare) {

@@ -12,11 +12,9 @@ namespace quillfence {
 
 static constexpr char module_name[] = "vc_nulltermlist";
 
-namespace {
-
 // Gives the array room for count elements and the terminator. False without memory: the array
 // stays as it is.
-bool make_room(void ***list, size_t count) {
+static bool make_room(void ***list, size_t count) {
     void **grown = static_cast<void **>(realloc(*list, (count + 1) * sizeof **list));
     if (!grown) {
         return false;
@@ -26,7 +24,7 @@ bool make_room(void ***list, size_t count) {
 }
 
 // Appends behind the count elements that the caller has counted, and reports as vc_lstcat.
-void **append_at(void ***list, size_t count, void *element) {
+static void **append_at(void ***list, size_t count, void *element) {
     if (!make_room(list, count + 1)) {
         QF_ERRNO_AS("vc_lstcat", ENOMEM);
         return nullptr;
@@ -36,11 +34,9 @@ void **append_at(void ***list, size_t count, void *element) {
     return *list;
 }
 
-bool same_element(const void *element, const void *value, vc_element_compare compare) {
+static bool same_element(const void *element, const void *value, vc_element_compare compare) {
     return compare ? compare(element, value) == 0 : element == value;
 }
-
-} // namespace
 
 void **vc_lstcat(void ***list, void *element) {
     if (!list || !element) {

@@ -9,33 +9,35 @@
 
 namespace quillfence {
 
+static constexpr char module_name[] = "vc_rfc";
+
+static constexpr int comment_nesting_limit = 1000;
+static constexpr size_t domain_length_limit = 254;
+
 namespace {
 
-constexpr char module_name[] = "vc_rfc";
-
-constexpr int comment_nesting_limit = 1000;
-constexpr size_t domain_length_limit = 254;
-
-// ---- Address ranges
+// --- Address ranges ---
 
 struct address_range {
     uint8_t network[16];
     unsigned prefix; // in bits
 };
 
-constexpr address_range unroutable_ipv4[] = {
+} // namespace
+
+static constexpr address_range unroutable_ipv4[] = {
     {{0}, 8},         {{10}, 8},       {{127}, 8},       {{240}, 4},
     {{169, 254}, 16}, {{172, 16}, 12}, {{192, 168}, 16},
 };
 
-constexpr address_range unroutable_ipv6[] = {
+static constexpr address_range unroutable_ipv6[] = {
     {{0xFC}, 7},
     {{}, 127}, // :: and ::1
     {{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF}, 96},
     {{0xFE, 0x80}, 10},
 };
 
-bool in_range(const uint8_t *address, const address_range &range) {
+static bool in_range(const uint8_t *address, const address_range &range) {
     const unsigned whole_bytes = range.prefix / 8;
     const unsigned rest = range.prefix % 8;
     if (memcmp(address, range.network, whole_bytes) != 0) {
@@ -45,50 +47,52 @@ bool in_range(const uint8_t *address, const address_range &range) {
 }
 
 template <size_t count>
-bool in_any_range(const uint8_t *address, const address_range (&ranges)[count]) {
+static bool in_any_range(const uint8_t *address, const address_range (&ranges)[count]) {
     return std::any_of(ranges, ranges + count,
                        [address](const address_range &range) { return in_range(address, range); });
 }
 
-// ---- Characters
+// --- Characters ---
 
-bool is_domain_character(char c) {
+static bool is_domain_character(char c) {
     return is_alphanumeric(c) || c == '-' || c == '.';
 }
 
-bool is_local_part_character(char c) {
+static bool is_local_part_character(char c) {
     return is_alphanumeric(c) || (c && strchr("!#$%&'*+-/=?^_`{|}~.", c));
 }
 
 // What a bare address may not hold outside quotes, comments and brackets.
-bool is_invalid_in_raw_address(char c) {
+static bool is_invalid_in_raw_address(char c) {
     return c && strchr(",:;[\\]", c);
 }
 
-bool all_printable(const char *text) {
+static bool all_printable(const char *text) {
     while (is_printable(*text)) {
         ++text;
     }
     return !*text;
 }
 
-char *copy_of(const char *text) {
+static char *copy_of(const char *text) {
     return vc_strndup(text, strlen(text));
 }
 
-// ---- The MAIL FROM argument
+// --- The MAIL FROM argument ---
 
-constexpr char mail_from_check[] = "vc_rfc822_email_address";
+static constexpr char mail_from_check[] = "vc_rfc822_email_address";
 
-const char *behind_closed_comment(const char *text);
+static const char *behind_closed_comment(const char *text);
 
 // Moves the text from first to last down to kept and returns its new end. So a text loses its
 // comments while it is read, and no part of it moves twice.
-char *keep(char *kept, const char *first, const char *last) {
+static char *keep(char *kept, const char *first, const char *last) {
     const auto length = static_cast<size_t>(last - first);
     memmove(kept, first, length);
     return kept + length;
 }
+
+namespace {
 
 struct mail_from_scan {
     char *position;
@@ -98,7 +102,9 @@ struct mail_from_scan {
     bool at_sign;   // an '@' was seen outside quotes, comments and brackets
 };
 
-int scan_quotes(mail_from_scan *scan) {
+} // namespace
+
+static int scan_quotes(mail_from_scan *scan) {
     if (scan->bracketed) {
         QF_DEBUG_AS(mail_from_check, "found quotes after RFC address");
         return 0;
@@ -112,7 +118,7 @@ int scan_quotes(mail_from_scan *scan) {
     return 1;
 }
 
-int scan_comment(mail_from_scan *scan) {
+static int scan_comment(mail_from_scan *scan) {
     const char *const behind = behind_closed_comment(scan->position);
     if (!behind) {
         QF_DEBUG_AS(mail_from_check, "comment parse failed");
@@ -122,7 +128,7 @@ int scan_comment(mail_from_scan *scan) {
     return 1;
 }
 
-int scan_bracketed_address(mail_from_scan *scan) {
+static int scan_bracketed_address(mail_from_scan *scan) {
     if (scan->bracketed) {
         QF_DEBUG_AS(mail_from_check, "RFC address already found once.. we won't accept another");
         return 0;
@@ -135,7 +141,7 @@ int scan_bracketed_address(mail_from_scan *scan) {
     return 1;
 }
 
-int scan_character(mail_from_scan *scan) {
+static int scan_character(mail_from_scan *scan) {
     const char c = *scan->position++;
     if (!is_printable(c)) {
         QF_DEBUG_AS(mail_from_check, "non-printable character found in address");
@@ -149,7 +155,7 @@ int scan_character(mail_from_scan *scan) {
     return 1;
 }
 
-int scan_mail_from(mail_from_scan *scan) {
+static int scan_mail_from(mail_from_scan *scan) {
     while (*scan->position) {
         const char *const from = scan->position;
         const bool is_comment = *from == '(';
@@ -180,7 +186,7 @@ int scan_mail_from(mail_from_scan *scan) {
 }
 
 // The address is the whole text, from which the scan has removed the comments.
-int judge_bare_address(char *address) {
+static int judge_bare_address(char *address) {
     vc_trim_ex(address, vc_trim_flag_left | vc_trim_flag_right);
     if (!*address) {
         QF_DEBUG_AS(mail_from_check, "Empty string after parsing and trimming");
@@ -189,11 +195,11 @@ int judge_bare_address(char *address) {
     return vc_valid_email_address(address);
 }
 
-// ---- Comments
+// --- Comments ---
 
 // Where the text goes on behind the comment whose opening parenthesis is at text; null when it
 // isn't closed. Each comment nested in it is accounted for as its end comes.
-const char *behind_closed_comment(const char *text) {
+static const char *behind_closed_comment(const char *text) {
     static constexpr char operation[] = "__vc_parse_comment";
     QF_DEBUG_AS(operation, "parsing [%s]", text);
     const char *position = text + 1;
@@ -223,10 +229,10 @@ const char *behind_closed_comment(const char *text) {
     return nullptr;
 }
 
-// ---- Bracketed addresses
+// --- Bracketed addresses ---
 
 // Judges what stands between the brackets, from first to the closing bracket at end.
-int judge_bracketed_address(const char *first, const char *end) {
+static int judge_bracketed_address(const char *first, const char *end) {
     static constexpr char operation[] = "__vc_parse_rfc_address";
     if (end - first == 1) { // any single character passes, kept on purpose
         QF_DEBUG_AS(operation, "RFC address portion detected as empty. Passing as bounce");
@@ -252,11 +258,11 @@ int judge_bracketed_address(const char *first, const char *end) {
     return vc_valid_email_address(address.get());
 }
 
-// ---- Address lists
+// --- Address lists ---
 
 // Where the quoted phrase or comment that begins at text goes on: behind its end, or at the end of
 // the text when it isn't closed.
-const char *behind_quotes(const char *text) {
+static const char *behind_quotes(const char *text) {
     for (++text; *text && *text != '"'; ++text) {
         if (*text == '\\' && text[1]) {
             ++text;
@@ -265,7 +271,7 @@ const char *behind_quotes(const char *text) {
     return *text ? text + 1 : text;
 }
 
-const char *behind_comment(const char *text) {
+static const char *behind_comment(const char *text) {
     int depth = 0;
     do {
         if (*text == '(') {
@@ -281,7 +287,7 @@ const char *behind_comment(const char *text) {
 }
 
 // The comma that ends the part beginning at text, or the end of the text.
-const char *end_of_part(const char *text) {
+static const char *end_of_part(const char *text) {
     while (*text && *text != ',') {
         if (*text == '"') {
             text = behind_quotes(text);
@@ -295,7 +301,7 @@ const char *end_of_part(const char *text) {
 }
 
 // Takes text over in any case. 1, or 0 without memory.
-int append_string(vc_list_entry **list, char *text) {
+static int append_string(vc_list_entry **list, char *text) {
     if (vc_append_list_entry(list, text, strlen(text) + 1, 0) < 0) {
         free(text);
         return 0;
@@ -303,10 +309,10 @@ int append_string(vc_list_entry **list, char *text) {
     return 1;
 }
 
-// ---- Mailboxes
+// --- Mailboxes ---
 
 // The text between the '<' at position and the next '>', moved to the start of the copy.
-int isolate_bracketed_address(char *copy, const char *position) {
+static int isolate_bracketed_address(char *copy, const char *position) {
     const char *const inside = position + 1;
     const char *const end = strchr(inside, '>');
     if (!end || end == inside) {
@@ -319,7 +325,7 @@ int isolate_bracketed_address(char *copy, const char *position) {
 }
 
 // Leaves the address alone in copy. 0 when there is none.
-int isolate_address(char *copy) {
+static int isolate_address(char *copy) {
     char *position = copy;
     char *kept = copy;
     while (*position && *position != '<') {
@@ -347,9 +353,13 @@ int isolate_address(char *copy) {
     return 1;
 }
 
+namespace {
+
 enum class extraction { found, no_address, no_memory };
 
-extraction extract_address(const char *mailbox, char **address) {
+} // namespace
+
+static extraction extract_address(const char *mailbox, char **address) {
     static constexpr char operation[] = "vc_extract_address_from_mailbox";
     if (is_empty(mailbox)) {
         QF_ERRNO_AS(operation, EINVAL);
@@ -377,8 +387,6 @@ extraction extract_address(const char *mailbox, char **address) {
     *address = copy.release();
     return extraction::found;
 }
-
-} // namespace
 
 int vc_is_ip(const char *text) {
     if (is_empty(text)) {

@@ -12,20 +12,18 @@ namespace quillfence {
 
 static constexpr char module_name[] = "vc_stringutils";
 
-namespace {
-
-char *new_text(size_t size) {
+static char *new_text(size_t size) {
     return static_cast<char *>(calloc(size, 1));
 }
 
-void put(char **slot, char *text) {
+static void put(char **slot, char *text) {
     free(*slot);
     *slot = text;
 }
 
 // Gives the slot's string room for a text of the given length; a string that is longer loses its
 // end. False without memory: the slot stays as it is.
-bool resize(char **slot, size_t length) {
+static bool resize(char **slot, size_t length) {
     char *const resized = static_cast<char *>(realloc(*slot, length + 1));
     if (resized) {
         *slot = resized;
@@ -34,12 +32,12 @@ bool resize(char **slot, size_t length) {
 }
 
 // Whether a pointer leads into the text, its NUL included.
-bool lies_in(const char *pointer, const char *text, size_t length) {
+static bool lies_in(const char *pointer, const char *text, size_t length) {
     const std::less_equal<const char *> not_behind;
     return not_behind(text, pointer) && not_behind(pointer, text + length);
 }
 
-const char *skip_spaces(const char *text) {
+static const char *skip_spaces(const char *text) {
     while (is_space(*text)) {
         ++text;
     }
@@ -47,7 +45,7 @@ const char *skip_spaces(const char *text) {
 }
 
 // Just behind the last character of first..end that is not white space; first when there is none.
-const char *last_kept(const char *first, const char *end) {
+static const char *last_kept(const char *first, const char *end) {
     while (end != first && is_space(end[-1])) {
         --end;
     }
@@ -55,7 +53,7 @@ const char *last_kept(const char *first, const char *end) {
 }
 
 template <char convert(char)>
-void convert_in_place(const char *operation, char *text) {
+static void convert_in_place(const char *operation, char *text) {
     if (!text) {
         QF_ERRNO_AS(operation, EINVAL);
         return;
@@ -66,8 +64,6 @@ void convert_in_place(const char *operation, char *text) {
     }
     QF_DEBUG_AS(operation, "converted to [%s]", text);
 }
-
-} // namespace
 
 int vc_strcat(char **slot, const char *source) {
     if (!slot || !source) {
@@ -110,11 +106,9 @@ int vc_ccat(char **slot, char character) {
     return 1;
 }
 
-namespace {
-
 // The bytes that vc_ltoa allocates. The most negative value can't be negated: its magnitude stays
 // negative and counts as one digit.
-int decimal_size(int32_t value) {
+static int decimal_size(int32_t value) {
     int size = value < 0 ? 3 : 2;
     int32_t magnitude = value < 0 ? static_cast<int32_t>(0u - static_cast<uint32_t>(value)) : value;
     for (; magnitude > 9; magnitude /= 10) {
@@ -122,8 +116,6 @@ int decimal_size(int32_t value) {
     }
     return size;
 }
-
-} // namespace
 
 int vc_ltoa(char **slot, int32_t value) {
     if (!slot) {
@@ -332,7 +324,10 @@ struct replace_pair {
     size_t replacement_length;
 };
 
-const char *find_ignoring_case(const char *text, const char *pattern, size_t pattern_length) {
+} // namespace
+
+static const char *find_ignoring_case(const char *text, const char *pattern,
+                                      size_t pattern_length) {
     for (; *text; ++text) {
         if (same_letters(text, pattern, pattern_length)) {
             return text;
@@ -342,7 +337,7 @@ const char *find_ignoring_case(const char *text, const char *pattern, size_t pat
 }
 
 // How often the pattern occurs, counted without overlaps.
-size_t count_occurrences(const char *text, const replace_pair &pair) {
+static size_t count_occurrences(const char *text, const replace_pair &pair) {
     size_t count = 0;
     for (; (text = strstr(text, pair.pattern)); text += pair.pattern_length) {
         ++count;
@@ -351,14 +346,14 @@ size_t count_occurrences(const char *text, const replace_pair &pair) {
 }
 
 // The size of a text whose occurrences all grow, NUL included; false when no size can hold it.
-bool grown_size(size_t length, const replace_pair &pair, size_t count, size_t *size) {
+static bool grown_size(size_t length, const replace_pair &pair, size_t count, size_t *size) {
     const size_t growth = pair.replacement_length - pair.pattern_length;
     return !__builtin_mul_overflow(growth, count, size) &&
            !__builtin_add_overflow(*size, length, size) && !__builtin_add_overflow(*size, 1, size);
 }
 
 // Appends so many of the characters as there is room for before end; returns where they end.
-char *append(char *out, const char *end, const char *from, size_t count) {
+static char *append(char *out, const char *end, const char *from, size_t count) {
     const size_t room = static_cast<size_t>(end - out);
     const size_t kept = count < room ? count : room;
     memcpy(out, from, kept);
@@ -367,7 +362,7 @@ char *append(char *out, const char *end, const char *from, size_t count) {
 
 // A copy of the text with every occurrence replaced, cut to the given size, NUL included; null
 // without memory.
-char *copy_replacing(const char *text, const replace_pair &pair, size_t size) {
+static char *copy_replacing(const char *text, const replace_pair &pair, size_t size) {
     char *const copy = new_text(size);
     if (!copy) {
         return nullptr;
@@ -384,10 +379,10 @@ char *copy_replacing(const char *text, const replace_pair &pair, size_t size) {
     return copy;
 }
 
-constexpr char replace_operation[] = "vc_str_replace";
+static constexpr char replace_operation[] = "vc_str_replace";
 
 // Replaces by something longer, in a copy that is cut at limit characters.
-int replace_larger(char **slot, const replace_pair &pair, size_t limit) {
+static int replace_larger(char **slot, const replace_pair &pair, size_t limit) {
     const size_t count = count_occurrences(*slot, pair);
     QF_DEBUG_AS(replace_operation, "Detected %zu patterns to replace", count);
     size_t size;
@@ -403,13 +398,11 @@ int replace_larger(char **slot, const replace_pair &pair, size_t limit) {
     return 1;
 }
 
-void cut(char *text, size_t limit) {
+static void cut(char *text, size_t limit) {
     if (strnlen(text, limit) == limit) {
         text[limit] = '\0';
     }
 }
-
-} // namespace
 
 int vc_str_replace_within(char **slot, const char *pattern, const char *replacement, size_t limit) {
     if (!slot || !*slot || is_empty(pattern) || !replacement) {
@@ -491,10 +484,9 @@ int vc_str_replace_smaller_ex(char *text, const char *pattern, const char *repla
     return 1;
 }
 
-namespace {
-
 // The work of both formatting operations, reported under their names.
-int format_into_slot(const char *operation, char **slot, const char *format, va_list arguments) {
+static int format_into_slot(const char *operation, char **slot, const char *format,
+                            va_list arguments) {
     if (!slot || !format) {
         QF_ERRNO_AS(operation, EINVAL);
         return -1;
@@ -520,8 +512,6 @@ int format_into_slot(const char *operation, char **slot, const char *format, va_
     *slot = text.release();
     return length;
 }
-
-} // namespace
 
 int vc_asprintf(char **slot, const char *format, ...) {
     va_list arguments;

@@ -66,7 +66,7 @@ inline bool same_letters(const char *a, const char *b, size_t length) {
 
 // atoi, with numbers outside the range of an int clamped to it.
 inline int text_to_int(const char *text) {
-    const long value = ::strtol(text, nullptr, 10);
+    const long value = strtol(text, nullptr, 10);
     return value > INT_MAX ? INT_MAX : value < INT_MIN ? INT_MIN : static_cast<int>(value);
 }
 
@@ -76,13 +76,13 @@ constexpr const char *yes_or_no(bool flag) {
 
 // Gives a field that owns its text another one (null for none), which it takes over.
 inline void set_owned_text(char **field, char *text) {
-    ::free(*field);
+    free(*field);
     *field = text;
 }
 
 // Cuts a text at the first separator and returns what follows it; null when there is none.
 inline char *cut_at(char *text, char separator) {
-    char *const found = ::strchr(text, separator);
+    char *const found = strchr(text, separator);
     if (!found) {
         return nullptr;
     }
@@ -92,7 +92,7 @@ inline char *cut_at(char *text, char separator) {
 
 struct free_deleter {
     void operator()(void *block) const {
-        ::free(block);
+        free(block);
     }
 };
 // A heap string (or any malloc'ed block) on its way through a function.

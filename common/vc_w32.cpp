@@ -19,18 +19,18 @@ namespace quillfence {
 
 static constexpr char module_name[] = "vc_w32";
 
+static constexpr size_t message_size = 256; // a line's message, NUL included
+static constexpr size_t event_size = 1024;  // an event's or asprintf's text, NUL included
+static constexpr uint32_t event_identifier = 0x40020100;
+static constexpr char event_source_name[] = "Quillfence";
+static constexpr char breakpoint_bypass[] = "C:/vc_breakpoint_bypass";
+
+static constexpr char error_line[] = "%s:%d ERROR %s(): %s";
+static constexpr char debug_line[] = "%s:%d DEBUG %s(): %s";
+static constexpr char warning_line[] = "%s:%d WARNING %s(): %s";
+static constexpr char platform_module[] = "platform";
+
 namespace {
-
-constexpr size_t message_size = 256; // a line's message, NUL included
-constexpr size_t event_size = 1024;  // an event's or asprintf's text, NUL included
-constexpr uint32_t event_identifier = 0x40020100;
-constexpr char event_source_name[] = "Quillfence";
-constexpr char breakpoint_bypass[] = "C:/vc_breakpoint_bypass";
-
-constexpr char error_line[] = "%s:%d ERROR %s(): %s";
-constexpr char debug_line[] = "%s:%d DEBUG %s(): %s";
-constexpr char warning_line[] = "%s:%d WARNING %s(): %s";
-constexpr char platform_module[] = "platform";
 
 // While log is set, the source counts as open.
 struct event_source {
@@ -41,14 +41,16 @@ struct event_source {
 
 enum class verbosity { unknown, quiet, verbose };
 
-event_source source;
-vc_log_function log_function;
-vc_oom_function oom_function;
-std::atomic<verbosity> verbose_debug = verbosity::unknown; // every thread finds out the same
+} // namespace
+
+static event_source source;
+static vc_log_function log_function;
+static vc_oom_function oom_function;
+static std::atomic<verbosity> verbose_debug = verbosity::unknown; // every thread finds out the same
 
 // Builds the message and hands the line to the log function, which must be installed.
-void emit_line(int priority, const char *line_format, const log_place &where, const char *format,
-               va_list arguments) {
+static void emit_line(int priority, const char *line_format, const log_place &where,
+                      const char *format, va_list arguments) {
     char message[message_size] = {};
     platform::vformat_text(message, sizeof message, format, arguments);
     vc_sanitize(message);
@@ -56,7 +58,7 @@ void emit_line(int priority, const char *line_format, const log_place &where, co
                  where.function, message);
 }
 
-bool debug_lines_wanted() {
+static bool debug_lines_wanted() {
     verbosity wanted = verbose_debug.load(std::memory_order_relaxed);
     if (wanted == verbosity::unknown) {
         wanted = platform::environment_has("VERBOSEDEBUG") ? verbosity::verbose : verbosity::quiet;
@@ -64,8 +66,6 @@ bool debug_lines_wanted() {
     }
     return wanted == verbosity::verbose;
 }
-
-} // namespace
 
 void openlog(const char *ident, int, int) {
     if (!ident) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <iterator>
 #include <memory>
 #include <new>
 
@@ -14,6 +15,13 @@
 #include "vc_text.h"
 
 namespace quillfence::data_files {
+
+std::vector<std::reference_wrapper<const configuration_file>> list_files() {
+    std::vector<std::reference_wrapper<const configuration_file>> lists;
+    std::copy_if(std::begin(configuration_files), std::end(configuration_files),
+                 std::back_inserter(lists), is_list);
+    return lists;
+}
 
 const configuration_file *find_list_file(std::string_view path) {
     const configuration_file *const file = find_configuration_file(path);
@@ -67,7 +75,7 @@ static std::string why_useless_ipv6(const std::string &entry) {
 static std::string why_useless_ip(const std::string &entry) {
     engine_messages messages;
     const int family = vc_is_ip(entry.c_str());
-    const std::string problem = family == vc_family_ipv6 ? why_useless_ipv6(entry) : "";
+    std::string problem = family == vc_family_ipv6 ? why_useless_ipv6(entry) : "";
     // The engine has nothing to say about a text that is no address, only about a system that
     // fails.
     if (const std::string failed = messages.take(); !failed.empty()) {

@@ -2,18 +2,17 @@
 // hold, and why a line can't do what it is there for.
 #pragma once
 
-#include <ranges>
+#include <functional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "configuration.h"
 
 namespace quillfence::data_files {
 
 // The list files of the configuration tree.
-inline auto list_files() {
-    return configuration_files | std::views::filter(is_list);
-}
+std::vector<std::reference_wrapper<const configuration_file>> list_files();
 // The one at this place below the base folder; null for a file that is none of them.
 const configuration_file *find_list_file(std::string_view path);
 // What the engine compares a list's lines with, for people.

@@ -10,7 +10,7 @@
 
 namespace quillfence::data_files {
 
-// --- Lines of a list ----------------------------------------------------------------------------
+// --- Lines of a list ---
 
 namespace {
 
@@ -131,7 +131,7 @@ pattern_line pattern_reader::read(std::string_view line) {
     return after_action_ ? table_line(text) : pattern_line{kind::pattern, std::string(text)};
 }
 
-// --- From nodes to text -------------------------------------------------------------------------
+// --- From nodes to text ---
 
 namespace {
 
@@ -406,7 +406,7 @@ std::string pattern_of_nodes(const TRex &expression, std::string *reason) {
     return "";
 }
 
-// --- Nodes as they are --------------------------------------------------------------------------
+// --- Nodes as they are ---
 
 namespace {
 

@@ -1,5 +1,6 @@
 // An overall time for all questions: once it is used up, none is asked, and the last one asked gets
-// no more than what is left.
+// no more than what is left. Whether that one would have been answered is not known either: its
+// status is status_deadline, and what was said stays the server's silence.
 #pragma once
 
 #include "source.h"

@@ -13,15 +13,11 @@ namespace quillfence {
 
 static constexpr char module_name[] = "quillfence-replayer";
 
-namespace {
-
-constexpr int argument_count = 10; // with the program's name
+static constexpr int argument_count = 10; // with the program's name
 
 // What openlog gets, as syslog(3) knows it: with the process id, for the facility "local use 0".
-constexpr int log_with_pid = 1;
-constexpr int log_local0 = 16;
-
-} // namespace
+static constexpr int log_with_pid = 1;
+static constexpr int log_local0 = 16;
 
 // The arguments as a session that the caller frees; null on failure.
 static smtp_state *session_from_args(int argc, char **argv) {

@@ -4,8 +4,8 @@
 #include <cstring>
 #include <new>
 
+#include "consulted_files.h"
 #include "near_misses.h"
-#include "open_file.h"
 #include "pattern_text.h"
 #include "platform/dns.h"
 #include "platform/error_numbers.h"
@@ -472,13 +472,6 @@ void collector::on(const path_look &fact) {
     config_file file;
     file.path = last_path;
     file.missing = !fact.existed;
-    if (fact.existed) {
-        data_files::open_file opened;
-        uint64_t bytes = 0;
-        if (!opened.open(last_path) && !opened.size(&bytes)) {
-            file.bytes = bytes;
-        }
-    }
     record.config.files.push_back(std::move(file));
 }
 
@@ -673,6 +666,12 @@ static bool never_hits(const std::string &rule, const rule_row &row) {
 }
 
 void collector::finish(bool with_report) {
+    const call_scope quiet(nullptr);
+    if (options.files) {
+        weigh_files(&record.config.files);
+    }
+    name_pattern_lists(&record);
+    note_answers();
     for (rule_record &rule : record.rules) {
         if (rule.decision == outcome::not_enabled) {
             if (built_in_rules) {

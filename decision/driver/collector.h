@@ -138,6 +138,7 @@ class collector {
     void add_near_misses(rule_record &rule);
     void use_answer(uint32_t number);
     uint32_t keep_answer(const dns_question &fact);
+    void note_answers();
     void note_skip(const rule_fact &fact);
     void note_not_enabled(rule_record &rule);
     bool is_behind_exemption(const std::string &rule) const;

@@ -17,7 +17,8 @@ static std::string text_of(const char *text) {
 }
 
 static answer_class class_of(const dns_question &fact) {
-    if (fact.status == dns_sources::status_missing) {
+    // What no time was left for is not known; it is not the server's failure.
+    if (fact.status == dns_sources::status_missing || fact.status == dns_sources::status_deadline) {
         return answer_class::missing;
     }
     switch (fact.code) {
@@ -62,7 +63,7 @@ uint32_t collector::keep_answer(const dns_question &fact) {
     answer.name = text_of(fact.name);
     answer.type = dns_sources::type_word(fact.type);
     answer.attempt = fact.attempt;
-    answer.status = fact.status;
+    answer.status = fact.details ? fact.details->status : fact.status; // as the server said it
     answer.is = class_of(fact);
     if (fact.details) {
         add_details(&answer, *fact.details);
@@ -135,6 +136,49 @@ void collector::on(const cache_answer &fact) {
     const rule_record *const asker = find(of_helo ? "resolve_helo_domain" : "valid_from_domain");
     for (const uint32_t number : std::vector<uint32_t>(asker->dns)) {
         use_answer(number);
+    }
+}
+
+// --- notes on answers ---
+
+static bool is_cut_off(const dns_record &answer) {
+    return answer.is == answer_class::missing && answer.status != dns_sources::status_missing;
+}
+
+// A response code that denies nothing, and yet the engine goes by it.
+static bool is_no_denial(const dns_record &answer) {
+    return answer.is == answer_class::no_name && !answer.rcode.empty() &&
+           answer.rcode != "NXDOMAIN";
+}
+
+static std::string questions(size_t count) {
+    return std::to_string(count) + (count == 1 ? " DNS question" : " DNS questions");
+}
+
+void collector::note_answers() {
+    size_t cut_off = 0;
+    std::vector<std::pair<std::string, size_t>> codes;
+    for (const dns_record &answer : record.dns) {
+        cut_off += is_cut_off(answer);
+        if (!is_no_denial(answer)) {
+            continue;
+        }
+        const auto same = [&](const auto &entry) { return entry.first == answer.rcode; };
+        const auto place = std::find_if(codes.begin(), codes.end(), same);
+        if (place == codes.end()) {
+            codes.emplace_back(answer.rcode, 1);
+        } else {
+            ++place->second;
+        }
+    }
+    for (const auto &[code, count] : codes) {
+        record.notes.push_back({"warning", questions(count) + " got " + code +
+                                               ", which the engine takes for \"does not exist\""});
+    }
+    if (cut_off) {
+        record.notes.push_back({"warning", "the time for DNS questions was used up; answers that "
+                                           "are not known for that: " +
+                                               std::to_string(cut_off)});
     }
 }
 

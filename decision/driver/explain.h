@@ -15,16 +15,16 @@
 namespace quillfence::decision {
 
 struct explain_options {
-    std::string user_dir{};              // the recipient's own lists; "" for none
-    bool report = true;                  // the replayer's two lists as well
-    bool all = false;                    // what rules behind the decision would have done
-    bool near_misses = true;             // entries that might have been meant
-    bool files = true;                   // config.files
-    bool times = true;                   // microseconds of each rule
-    dns_source *dns = nullptr;           // null: the system's DNS
-    const void *configuration = nullptr; // null: the files, read for every question
+    std::string user_dir{};                       // the recipient's own lists; "" for none
+    bool report = true;                           // the replayer's two lists as well
+    bool all = false;                             // what rules behind the decision would have done
+    bool near_misses = true;                      // entries that might have been meant
+    bool files = true;                            // config.files
+    bool times = true;                            // microseconds of each rule
+    dns_source *dns = nullptr;                    // null: the system's DNS
+    const void *configuration = nullptr;          // null: the files, read for every question
     const file_substitute *substitutes = nullptr; // what if: see call_context.h
-    std::string id{};                    // handed through
+    std::string id{};                             // handed through
     std::string time{};
 };
 

@@ -14,15 +14,15 @@ namespace {
 
 struct format_row {
     std::string_view name;
+    bool is_line; // a unit is one line
     input_result (*read)(std::string_view unit);
 };
 
 // In the order of input_format.
 constexpr format_row formats[] = {
-    {"json", read_json_input},
-    {"policy", read_policy_input},
-    {"tsv", read_tsv_input},
-    {"qflog", read_qflog_input},
+    {"json", false, read_json_input},      {"policy", false, read_policy_input},
+    {"tsv", true, read_tsv_input},         {"qflog", true, read_qflog_input},
+    {"postfix", true, read_postfix_input}, {"exim", true, read_exim_input},
 };
 
 std::string_view without_cr(std::string_view line) {
@@ -101,6 +101,12 @@ std::optional<input_format> input_format_of_content(std::string_view text) {
     if (is_qflog_line(line)) {
         return input_format::qflog;
     }
+    if (is_postfix_line(line)) {
+        return input_format::postfix;
+    }
+    if (is_exim_line(line)) {
+        return input_format::exim;
+    }
     return is_policy_line(line) ? std::optional(input_format::policy) : std::nullopt;
 }
 
@@ -121,13 +127,27 @@ std::string_view take_input(input_format format, std::string_view *text, uint32_
 }
 
 input_result read_input(input_format format, std::string_view unit) {
-    return is_blank(unit) ? input_result() : formats[static_cast<size_t>(format)].read(unit);
+    const format_row &row = formats[static_cast<size_t>(format)];
+    if (is_blank(unit)) {
+        return {};
+    }
+    if (row.is_line && unit.size() > longest_line) {
+        return refused("the line is too long");
+    }
+    if (row.is_line && unit.find('\0') != std::string_view::npos) {
+        return refused("the line holds a NUL");
+    }
+    return row.read(unit);
 }
 
 // --- what the formats share ---
 
 input_result refused(std::string text, uint32_t line) {
     return {std::nullopt, {line, std::move(text)}};
+}
+
+input_result several_ways() {
+    return refused("the line can be read in several ways");
 }
 
 void add_extra(std::vector<extra_member> *extra, std::string_view name, std::string_view value) {
@@ -148,6 +168,16 @@ bool is_address(std::string_view text) {
     uint8_t binary[16];
     return vc_inet_pton(vc_family_ipv4, address.c_str(), binary) ||
            vc_inet_pton(vc_family_ipv6, address.c_str(), binary);
+}
+
+bool is_log_moment(std::string_view text) {
+    static constexpr std::string_view form = "0000-00-00 00:00:00";
+    static_assert(form.size() == log_moment_size);
+    bool good = text.size() == form.size();
+    for (size_t i = 0; good && i < form.size(); ++i) {
+        good = form[i] == '0' ? is_digit(text[i]) : text[i] == form[i];
+    }
+    return good;
 }
 
 bool is_number(std::string_view text) {

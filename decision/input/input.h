@@ -7,6 +7,9 @@
 //   tsv       the replayer's values with tabs between them: R, ip, port, tls, user, mua, helo,
 //             sender, recipient (or M, A, C with as many as the replayer takes for them)
 //   qflog     a line of the engine's own mail log
+//   postfix   a line of Postfix's log: a command that was rejected, a message's client, its sender,
+//             a recipient. One line tells a part; its id is the queue's
+//   exim      a line of Exim's log: a message's arrival, a recipient that was rejected
 //
 // What is not told is absent: nothing is guessed. What a log tells of a client is the client's own
 // text, which may look like the log's next member; a line that can be read in two ways is refused.
@@ -24,7 +27,7 @@
 
 namespace quillfence::decision {
 
-enum class input_format : uint8_t { json, policy, tsv, qflog };
+enum class input_format : uint8_t { json, policy, tsv, qflog, postfix, exim };
 
 // By its name as above; nothing for another name.
 std::optional<input_format> input_format_of_name(std::string_view name);

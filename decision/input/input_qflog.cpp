@@ -34,16 +34,6 @@ bool is_verdict(std::string_view text) {
     return false;
 }
 
-// "####-##-## ##:##:##", # for a digit.
-bool is_moment(std::string_view text) {
-    static constexpr std::string_view form = "0000-00-00 00:00:00";
-    bool good = text.size() == form.size();
-    for (size_t i = 0; good && i < form.size(); ++i) {
-        good = form[i] == '0' ? is_number(text.substr(i, 1)) : text[i] == form[i];
-    }
-    return good;
-}
-
 bool has_no_blank(std::string_view text) {
     return text.find(' ') == std::string_view::npos;
 }
@@ -63,8 +53,6 @@ enum : size_t {
     f_from,
     f_rcpt,
 };
-
-constexpr size_t moment_size = 19;
 
 // Behind the moment and its blank.
 constexpr log_field fields[] = {
@@ -112,22 +100,16 @@ input_transaction transaction_of(std::span<const std::string_view> v) {
 } // namespace
 
 input_result read_qflog_input(std::string_view unit) {
-    if (unit.size() > longest_line) {
-        return refused("the line is too long");
-    }
-    if (unit.find('\0') != std::string_view::npos) {
-        return refused("the line holds a NUL");
-    }
-    const std::string_view moment = unit.substr(0, moment_size);
-    if (!is_moment(moment) || unit.size() <= moment_size || unit[moment_size] != ' ') {
+    const std::string_view moment = unit.substr(0, log_moment_size);
+    if (!is_log_moment(moment) || unit.size() <= log_moment_size || unit[log_moment_size] != ' ') {
         return refused("the line does not begin with a date and a time");
     }
     std::vector<std::string_view> values;
-    switch (split_log_fields(unit.substr(moment_size + 1), fields, &values)) {
+    switch (split_log_fields(unit.substr(log_moment_size + 1), fields, &values)) {
     case log_readings::none:
         return refused("the line is not one of the engine's mail log");
     case log_readings::several:
-        return refused("the line can be read in several ways");
+        return several_ways();
     case log_readings::one:
         break;
     }

@@ -18,7 +18,7 @@ static constexpr size_t longest_escape = 6;
 json_writer::json_writer(std::string &out, json_layout layout)
     : out_(out), indented_(layout == json_layout::indented) {
     const size_t used = out_.size();
-    out_.resize(used + 1024);
+    out_.resize(used + 2048);
     at_ = out_.data() + used;
     end_ = out_.data() + out_.size();
 }
@@ -149,17 +149,20 @@ static bool stand_for_themselves(uint64_t eight) {
     return !(others & 0x80 * ones);
 }
 
-static bool all_stand_for_themselves(std::string_view text) {
+// Copies the text, with up to eight bytes behind it. False when a byte does not stand for itself.
+static bool copy_plain(char *to, std::string_view text) {
     uint64_t eight = 0x6161616161616161;
     size_t at = 0;
     for (; at + sizeof eight <= text.size(); at += sizeof eight) {
         std::memcpy(&eight, text.data() + at, sizeof eight);
+        std::memcpy(to + at, &eight, sizeof eight);
         if (!stand_for_themselves(eight)) {
             return false;
         }
     }
     // The rest in front of bytes that have been seen.
     std::memcpy(&eight, text.data() + at, text.size() - at);
+    std::memcpy(to + at, &eight, sizeof eight);
     return stand_for_themselves(eight);
 }
 
@@ -204,12 +207,11 @@ bool json_writer::escaped(std::string_view raw) {
 }
 
 bool json_writer::quoted(std::string_view raw) {
-    char *const to = room(raw.size() + 2);
+    char *const to = room(raw.size() + 2 + sizeof(uint64_t));
     bool shown = true;
     *to = '"';
     at_ = to + 1;
-    if (all_stand_for_themselves(raw)) {
-        std::memcpy(at_, raw.data(), raw.size());
+    if (copy_plain(at_, raw)) {
         at_ += raw.size();
     } else {
         shown = escaped(raw);

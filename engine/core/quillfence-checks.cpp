@@ -126,8 +126,7 @@ static bool ask_block_maps(const smtp_state *state, vc_list_entry *maps, vc_list
     return listed == (*hits != nullptr);
 }
 
-// ---------------------------------------------------------------------------------------------
-// Report flavour
+// --- Report flavour ---
 
 static constexpr session_kind report_order[] = {
     {&smtp_state::localhost, &spam_rule::localhost, "localhost", nullptr},
@@ -201,8 +200,7 @@ int run_all_bms_checks(smtp_state *state, vc_list_entry *rules, vc_list_entry **
     return 1;
 }
 
-// ---------------------------------------------------------------------------------------------
-// Decision flavour: spam rules
+// --- Decision flavour: spam rules ---
 
 static constexpr session_kind spam_order[] = {
     {&smtp_state::ndr, &spam_rule::ndr, "bounce",
@@ -296,8 +294,7 @@ int global_spam_hit_r(smtp_state *state, vc_list_entry *rules) {
     return load_enabled_rules(&enabled.head) && run_spam_checks_r(state, enabled.head, rules);
 }
 
-// ---------------------------------------------------------------------------------------------
-// Decision flavour: block maps
+// --- Decision flavour: block maps ---
 
 static constexpr session_kind block_maps_order[] = {
     {&smtp_state::localhost, &spam_rule::localhost, "localhost",
@@ -358,8 +355,7 @@ int global_bms_r(smtp_state *state, vc_list_entry *rules) {
     return run_bms_checks_r(state, lists.head, rules);
 }
 
-// ---------------------------------------------------------------------------------------------
-// Decision flavour: DNS block lists
+// --- Decision flavour: DNS block lists ---
 
 static constexpr session_kind rbl_order[] = {
     {&smtp_state::ndr, &spam_rule::ndr, "bounce", "connection detected as NDR"},
@@ -416,8 +412,7 @@ int global_rbl_r(smtp_state *state, vc_list_entry *rules) {
     return run_rbl_checks_r(state, hosts.head, rules);
 }
 
-// ---------------------------------------------------------------------------------------------
-// Exemptions
+// --- Exemptions ---
 
 static constexpr char exempting_rules[] = "ip_whitelist,from_whitelist,to_whitelist";
 

@@ -13,8 +13,7 @@ namespace quillfence {
 
 static constexpr char module_name[] = "vcspamrule";
 
-// ---------------------------------------------------------------------------------------------
-// The table
+// --- The table ---
 
 namespace {
 
@@ -120,8 +119,7 @@ const char *help_site() {
     return QUILLFENCE_HELP_SITE;
 }
 
-// ---------------------------------------------------------------------------------------------
-// Rules
+// --- Rules ---
 
 spam_rule *new_rule(const char *name, rule_check check, uint8_t mua, uint8_t ndr, uint8_t localhost,
                     uint8_t ipv6, const char *rejection) {
@@ -206,8 +204,7 @@ vc_list_entry *build_rule_table() {
     return rules;
 }
 
-// ---------------------------------------------------------------------------------------------
-// Dumps
+// --- Dumps ---
 
 static const char *true_or_false(bool flag) {
     return flag ? "true" : "false";
@@ -232,8 +229,7 @@ void dump_rules(const vc_list_entry *rules) {
     }
 }
 
-// ---------------------------------------------------------------------------------------------
-// Notices
+// --- Notices ---
 
 // The text between two macros' replacements. Clients choose what comes in a macro's place, further
 // macros included: uncut, three values of 1,000 characters make a text of gigabytes.

@@ -22,7 +22,7 @@ static constexpr uint32_t record_size = 32;
 static constexpr int64_t seconds_an_hour = 3600;
 static constexpr int64_t stale_after = 31 * 24 * seconds_an_hour;
 
-// ---- records and headers -------------------------------------------------------------------
+// --- records and headers ---
 
 static void counter_to_bytes(const ql_counter *counter, unsigned char *bytes) {
     const uint32_t fields[] = {counter->stamp,  counter->ham,        counter->spam,
@@ -100,7 +100,7 @@ int __valid_counter_file_hourly(vc_handle file) {
     return read_header(file, ql_hourly_size, header);
 }
 
-// ---- single records --------------------------------------------------------------------------
+// --- single records ---
 
 // Seeks to a record for the named operation, after checking its arguments.
 static int seek_to_record(const char *operation, vc_handle file, int index, int count,
@@ -201,7 +201,7 @@ int ql_read_last_update(vc_handle file, uint32_t *last_update) {
     return 1;
 }
 
-// ---- paths and moments -----------------------------------------------------------------------
+// --- paths and moments ---
 
 char *ql_get_counter_file(const char *directory, int month) {
     char *path = nullptr;
@@ -251,7 +251,7 @@ int __absolute_date(int64_t *midnight, int *month, int *day) {
     return *midnight != -1;
 }
 
-// ---- counting --------------------------------------------------------------------------------
+// --- counting ---
 
 static void count_verdict(const char *operation, ql_counter *counter, uint8_t log_type,
                           uint8_t mua) {
@@ -389,7 +389,7 @@ void quillfence_increment_counter_hourly(const char *directory, uint8_t log_type
     }
 }
 
-// ---- the mail log ----------------------------------------------------------------------------
+// --- the mail log ---
 
 static const char *program_name = "quillfence";
 

@@ -48,7 +48,7 @@ char *next_line(line_reader *in, uint32_t *length) {
     for (;;) {
         const char *const start = in->piece + in->begin;
         const uint32_t seen = std::min(in->end - in->begin, window);
-        if (const void *const found = std::memchr(start, '\n', seen)) {
+        if (const void *const found = memchr(start, '\n', seen)) {
             const auto raw = static_cast<uint32_t>(static_cast<const char *>(found) - start);
             const uint32_t text = raw && start[raw - 1] == '\r' ? raw - 1 : raw;
             if (!in->crlf_is_lf || text < in->limit) {

@@ -70,7 +70,7 @@ static void end_edit(list_edit *edit) {
 // --- the new list ---
 
 static int write_text(vc_handle file, const char *text) {
-    return vc_write(file, text, static_cast<uint32_t>(std::strlen(text)));
+    return vc_write(file, text, static_cast<uint32_t>(strlen(text)));
 }
 
 // The line with its LF in one write; the LF takes the place of the line's NUL.
@@ -151,7 +151,7 @@ const char *vc_add_entry(const char *directory, const char *name, const char *en
         QF_EINVAL();
         return list_bad_add;
     }
-    if (comment && (!*comment || std::strlen(comment) > longest_comment)) {
+    if (comment && (!*comment || strlen(comment) > longest_comment)) {
         return list_bad_comment;
     }
     if (const char *const refused = check_opposite(directory, name, entry, matcher)) {

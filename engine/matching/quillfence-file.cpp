@@ -24,7 +24,7 @@ static constexpr uint32_t longest_line = 1022; // its LF counted
 // --- paths ---
 
 static const char *separator_after(const char *directory) {
-    const size_t length = std::strlen(directory);
+    const size_t length = strlen(directory);
     return length && directory[length - 1] == '/' ? "" : "/";
 }
 
@@ -52,7 +52,8 @@ static char *lookup_path(const char *directory, const char *name) {
 
 // Opens an existing file for reading; a missing one is not created.
 static uint32_t open_for_reading(const char *path, vc_handle *file) {
-    return platform::file_open(path_to_read(path), {.when = platform::disposition::open_existing}, file);
+    return platform::file_open(path_to_read(path), {.when = platform::disposition::open_existing},
+                               file);
 }
 
 // --- lookup ---
@@ -84,7 +85,7 @@ static const char *find_line(line_reader *in, const char *value, list_matcher ma
         if (matcher(pattern, value) == 0) {
             search->line = number;
             search->entry = pattern;
-            search->by_wildcard = search->wildcards && std::strchr(pattern, '*');
+            search->by_wildcard = search->wildcards && strchr(pattern, '*');
             return line;
         }
     }
@@ -311,8 +312,8 @@ vc_list_entry *vc_file_to_list(const char *directory, const char *name) {
     const heap_string path(__build_path(directory, name));
     if (!path) {
         const int reason = is_empty(directory) || is_empty(name) ? EINVAL : ENOMEM;
-        QF_ERROR("%s attempting to assemble name %s %s", ::strerror(reason),
-                 text_or_null(directory), text_or_null(name));
+        QF_ERROR("%s attempting to assemble name %s %s", strerror(reason), text_or_null(directory),
+                 text_or_null(name));
         return nullptr;
     }
     if (!vc_file_exists_ex(path.get(), vc_type_file)) {
@@ -331,7 +332,7 @@ vc_list_entry *vc_file_to_list(const char *directory, const char *name) {
     }
     vc_list_entry *list = nullptr;
     if (!vc_list_from_string_by_char(&list, contents.get(), static_cast<size_t>(size), '\n')) {
-        vc_destroy_list(&list, std::free);
+        vc_destroy_list(&list, free);
         return nullptr;
     }
     QF_DEBUG("list loaded");
@@ -344,7 +345,7 @@ static uint32_t call_for_lines(vc_handle file, line_callback callback) {
     begin_lines(&in, file, longest_line, true);
     uint32_t length = 0;
     while (char *const line = next_line(&in, &length)) {
-        size_t kept = std::strlen(line);
+        size_t kept = strlen(line);
         while (kept && (line[kept - 1] == '\r' || line[kept - 1] == '\n')) {
             --kept;
         }

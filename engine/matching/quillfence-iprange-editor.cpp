@@ -18,7 +18,7 @@ namespace quillfence {
 static constexpr char module_name[] = "quillfence-iprange";
 
 static const char *text_of(uint32_t error) {
-    return ::strerror(platform::errno_of(error));
+    return strerror(platform::errno_of(error));
 }
 
 // Puts the error text, or null for none, where the caller wants it. Returns 0.
@@ -43,8 +43,8 @@ struct range_edit {
 
 static void end_edit(range_edit *edit) {
     platform::edit_lock_release(&edit->lock);
-    std::free(edit->file.path);
-    std::free(edit);
+    free(edit->file.path);
+    free(edit);
 }
 
 struct range_edit_ender {
@@ -152,7 +152,7 @@ static range_edit_ptr begin_edit(const char *operation, const char *directory, c
         (!initialise && !vc_file_exists_ex(path.get(), vc_type_file))) {
         return nullptr;
     }
-    range_edit_ptr edit(static_cast<range_edit *>(std::calloc(1, sizeof(range_edit))));
+    range_edit_ptr edit(static_cast<range_edit *>(calloc(1, sizeof(range_edit))));
     if (!edit) {
         QF_ERRNO_AS(operation, ENOMEM);
         return nullptr;
@@ -164,11 +164,11 @@ static range_edit_ptr begin_edit(const char *operation, const char *directory, c
 // --- adding ---
 
 static void make_record(unsigned char *record, const qf_ip_range *range, const char *comment) {
-    std::memset(record, 0, range_record_size);
-    std::memcpy(record, &range->low, 4);
-    std::memcpy(record + 4, &range->high, 4);
+    memset(record, 0, range_record_size);
+    memcpy(record, &range->low, 4);
+    memcpy(record + 4, &range->high, 4);
     if (comment) {
-        std::memcpy(record + legacy_record_size, comment, std::strlen(comment));
+        memcpy(record + legacy_record_size, comment, strlen(comment));
     }
 }
 
@@ -283,7 +283,7 @@ static const char *copy_records(const range_edit *edit, range_file *to,
         }
         unsigned char record[range_record_size] = {};
         const bool exchanged = change->in_place && i == change->index;
-        std::memcpy(record, exchanged ? change->in_place : bytes, exchanged ? sizeof record : size);
+        memcpy(record, exchanged ? change->in_place : bytes, exchanged ? sizeof record : size);
         if (!vc_write(to->file, record, sizeof record)) {
             return range_write_failed;
         }
@@ -395,7 +395,7 @@ int ipr_add(const char *directory, const char *name, const char *low, const char
     fail(error, nullptr);
     qf_ip_range range = {};
     if (!__sane_ip(low, &range.low) || !__sane_ip(high, &range.high) ||
-        (comment && std::strlen(comment) > longest_range_comment)) {
+        (comment && strlen(comment) > longest_range_comment)) {
         return fail(error, range_bad_arguments);
     }
     const range_edit_ptr edit = begin_edit(__func__, directory, name, true);

@@ -32,7 +32,7 @@ struct octets {
 
 static octets octets_of(uint32_t address) {
     octets parts;
-    std::memcpy(parts.of, &address, sizeof parts.of); // network order: the first octet comes first
+    memcpy(parts.of, &address, sizeof parts.of); // network order: the first octet comes first
     return parts;
 }
 
@@ -52,7 +52,7 @@ int qf_ip_ge(uint32_t a, uint32_t b, int level) {
         QF_DEBUG("not even part of the same /24");
         return 0;
     }
-    return std::memcmp(left.of, right.of, sizeof left.of) >= 0;
+    return memcmp(left.of, right.of, sizeof left.of) >= 0;
 }
 
 int qf_valid_ip_range(const qf_ip_range *range) {
@@ -91,7 +91,7 @@ int qf_ip_in_range(uint32_t address, const qf_ip_range *range) {
 static uint32_t address_of(unsigned char a, unsigned char b, unsigned char c, unsigned char d) {
     const unsigned char bytes[4] = {a, b, c, d};
     uint32_t address = 0;
-    std::memcpy(&address, bytes, sizeof bytes);
+    memcpy(&address, bytes, sizeof bytes);
     return address;
 }
 
@@ -138,7 +138,7 @@ char *__range_path(const char *directory, const char *name) {
         QF_ERROR("file argument is empty or NULL");
         return nullptr;
     }
-    const bool closed = directory[std::strlen(directory) - 1] == '/';
+    const bool closed = directory[strlen(directory) - 1] == '/';
     char *path = nullptr;
     if (vc_asprintf(&path, "%s%s%s", directory, closed ? "" : "/", name) < 0) {
         QF_ENOMEM();
@@ -232,7 +232,7 @@ range_file *__open_range_file(const char *directory, const char *name, int write
         tell(&evidence_sink::searched_ranges, {.path = path.get()});
         return nullptr;
     }
-    range_file_ptr file(static_cast<range_file *>(std::calloc(1, sizeof(range_file))));
+    range_file_ptr file(static_cast<range_file *>(calloc(1, sizeof(range_file))));
     if (!file) {
         QF_ENOMEM();
         return nullptr;
@@ -252,8 +252,8 @@ void __close_range_file(range_file *file) {
     if (file->file != vc_invalid_handle) {
         vc_close(file->file);
     }
-    std::free(file->path);
-    std::free(file);
+    free(file->path);
+    free(file);
 }
 
 // --- records ---
@@ -299,8 +299,8 @@ const unsigned char *__next_record(record_reader *in, uint32_t *size) {
 
 qf_ip_range __range_of_record(const unsigned char *record) {
     qf_ip_range range;
-    std::memcpy(&range.low, record, 4);
-    std::memcpy(&range.high, record + 4, 4);
+    memcpy(&range.low, record, 4);
+    memcpy(&range.high, record + 4, 4);
     return range;
 }
 
@@ -332,7 +332,7 @@ static void keep_record(range_lookup *lookup, const qf_ip_range &range, const un
                         uint32_t size, char (&comment)[longest_range_comment + 1]) {
     comment[0] = '\0';
     if (size >= range_record_size) {
-        std::memcpy(comment, record + legacy_record_size, longest_range_comment);
+        memcpy(comment, record + legacy_record_size, longest_range_comment);
         comment[longest_range_comment] = '\0';
     }
     lookup->record = lookup->records;

@@ -15,12 +15,12 @@ namespace quillfence {
 
 static constexpr char module_name[] = "tiny_rex";
 
-namespace {
-
-constexpr int32_t none = -1;
-constexpr int max_group_nesting = 1000;
+static constexpr int32_t none = -1;
+static constexpr int max_group_nesting = 1000;
 // The node array must stay below 2 GiB when it has doubled.
-constexpr size_t max_pattern_length = INT32_MAX / sizeof(TRexNode) / 4;
+static constexpr size_t max_pattern_length = INT32_MAX / sizeof(TRexNode) / 4;
+
+namespace {
 
 struct compiler {
     TRex *expression;
@@ -29,19 +29,21 @@ struct compiler {
     bool failed = false;
 };
 
-int32_t __trex_list(compiler *c);
+} // namespace
+
+static int32_t __trex_list(compiler *c);
 
 // Marks the compilation as failed; the result stands for the node that there is not.
-int32_t fail(compiler *c) {
+static int32_t fail(compiler *c) {
     c->failed = true;
     return none;
 }
 
-TRexNode *node_of(compiler *c, int32_t index) {
+static TRexNode *node_of(compiler *c, int32_t index) {
     return &c->expression->nodes[index];
 }
 
-bool take(compiler *c, char expected) {
+static bool take(compiler *c, char expected) {
     if (*c->at != expected) {
         return false;
     }
@@ -49,9 +51,9 @@ bool take(compiler *c, char expected) {
     return true;
 }
 
-bool grow_nodes(TRex *expression) {
+static bool grow_nodes(TRex *expression) {
     const int32_t doubled = expression->nallocated * 2;
-    void *moved = ::realloc(expression->nodes, static_cast<size_t>(doubled) * sizeof(TRexNode));
+    void *moved = realloc(expression->nodes, static_cast<size_t>(doubled) * sizeof(TRexNode));
     if (!moved) {
         return false;
     }
@@ -61,7 +63,7 @@ bool grow_nodes(TRex *expression) {
 }
 
 // A new node without links. `function` could not make `what` when there is no memory for it.
-int32_t __trex_newnode(compiler *c, int32_t type, const char *function, const char *what) {
+static int32_t __trex_newnode(compiler *c, int32_t type, const char *function, const char *what) {
     TRex *expression = c->expression;
     if (expression->nsize == expression->nallocated && !grow_nodes(expression)) {
         QF_ENOMEM();
@@ -73,11 +75,11 @@ int32_t __trex_newnode(compiler *c, int32_t type, const char *function, const ch
     return expression->nsize++;
 }
 
-bool is_class_letter(char letter) {
-    return letter && ::strchr("aAcCdDlpPsSuwWxX", letter);
+static bool is_class_letter(char letter) {
+    return letter && strchr("aAcCdDlpPsSuwWxX", letter);
 }
 
-int32_t control_character(int32_t letter) {
+static int32_t control_character(int32_t letter) {
     switch (letter) {
     case 'f':
         return '\f';
@@ -94,7 +96,7 @@ int32_t control_character(int32_t letter) {
     }
 }
 
-int32_t __trex_charclass(compiler *c) {
+static int32_t __trex_charclass(compiler *c) {
     const int32_t node =
         __trex_newnode(c, trex_op_cclass, __func__, "failed to create character class node");
     if (node != none) {
@@ -104,7 +106,7 @@ int32_t __trex_charclass(compiler *c) {
 }
 
 // A raw character; none when it can't stand in a pattern.
-int32_t printable_character(compiler *c, const char *function) {
+static int32_t printable_character(compiler *c, const char *function) {
     if (!is_printable(*c->at)) {
         QF_ERROR_AS(function, "non-printable character %d found",
                     static_cast<unsigned char>(*c->at));
@@ -114,7 +116,7 @@ int32_t printable_character(compiler *c, const char *function) {
 }
 
 // What a backslash makes of the letter behind it, where only a character will do.
-int32_t __trex_escapechar(compiler *c) {
+static int32_t __trex_escapechar(compiler *c) {
     if (!*c->at) {
         QF_ERROR("letter expected");
         return fail(c);
@@ -124,7 +126,7 @@ int32_t __trex_escapechar(compiler *c) {
 }
 
 // A character or an escape, in a class or outside.
-int32_t __trex_charnode(compiler *c, bool in_class) {
+static int32_t __trex_charnode(compiler *c, bool in_class) {
     int32_t code;
     if (take(c, '\\')) {
         if (is_class_letter(*c->at)) {
@@ -146,7 +148,7 @@ int32_t __trex_charnode(compiler *c, bool in_class) {
 }
 
 // The range that begins with the item `lowest`, whose text starts at `text`; c->at is behind "-".
-int32_t range_item(compiler *c, int32_t lowest, const char *text) {
+static int32_t range_item(compiler *c, int32_t lowest, const char *text) {
     static constexpr char function[] = "__trex_class";
     if (!*c->at) {
         QF_ERROR_AS(function, "invalid character \\0 in class range");
@@ -168,7 +170,7 @@ int32_t range_item(compiler *c, int32_t lowest, const char *text) {
 
 // One item of a class: a character, a class escape or a range. A "-" that a range or a class
 // escape stands before is a literal, and so is one that starts or ends the class.
-int32_t class_item(compiler *c) {
+static int32_t class_item(compiler *c) {
     const char *text = c->at;
     const int32_t item = __trex_charnode(c, true);
     if (item == none || node_of(c, item)->type == trex_op_cclass) {
@@ -182,7 +184,7 @@ int32_t class_item(compiler *c) {
 }
 
 // The inside of square brackets, up to the closing one.
-int32_t __trex_class(compiler *c) {
+static int32_t __trex_class(compiler *c) {
     const bool negated = take(c, '^');
     if (*c->at == ']') {
         QF_ERROR("empty class match segment");
@@ -205,7 +207,7 @@ int32_t __trex_class(compiler *c) {
 }
 
 // The next character must be this one.
-void expect(compiler *c, char expected) {
+static void expect(compiler *c, char expected) {
     if (!c->failed && !take(c, expected)) {
         QF_ERROR_AS("__trex_element", "failed to find expected character [%c]", expected);
         fail(c);
@@ -213,7 +215,7 @@ void expect(compiler *c, char expected) {
 }
 
 // The inside of a group and its closing parenthesis.
-int32_t group(compiler *c) {
+static int32_t group(compiler *c) {
     static constexpr char function[] = "__trex_element";
     const bool numbered = !take(c, '?');
     if (!numbered) {
@@ -245,7 +247,7 @@ int32_t group(compiler *c) {
     return node;
 }
 
-int64_t __trex_parsenumber(compiler *c) {
+static int64_t __trex_parsenumber(compiler *c) {
     int64_t number = 0;
     for (; is_digit(*c->at); ++c->at) {
         number = number * 10 + (*c->at - '0');
@@ -257,13 +259,17 @@ int64_t __trex_parsenumber(compiler *c) {
     return number;
 }
 
+namespace {
+
 struct bounds {
     int64_t minimum;
     int64_t maximum;
 };
 
+} // namespace
+
 // The bounds in braces; c->at is behind the opening one.
-bounds braces(compiler *c) {
+static bounds braces(compiler *c) {
     static constexpr char function[] = "__trex_element";
     bounds b = {0, trex_unbounded};
     if (!is_digit(*c->at)) {
@@ -302,7 +308,7 @@ bounds braces(compiler *c) {
 
 // Wraps the element in the repetition that follows in the text, if one does. The packed bounds
 // are not judged here: {3,2} and {65535}, which packs to -1, fail the check of a match.
-int32_t quantified(compiler *c, int32_t element) {
+static int32_t quantified(compiler *c, int32_t element) {
     bounds b;
     if (take(c, '*')) {
         b = {0, trex_unbounded};
@@ -328,12 +334,12 @@ int32_t quantified(compiler *c, int32_t element) {
     return node;
 }
 
-int32_t dot(compiler *c) {
+static int32_t dot(compiler *c) {
     return __trex_newnode(c, take(c, '*') ? trex_op_any_sequence : trex_op_dot, "__trex_element",
                           "failed to create ANY (dot) node");
 }
 
-int32_t __trex_element(compiler *c) {
+static int32_t __trex_element(compiler *c) {
     int32_t node;
     if (take(c, '(')) {
         node = group(c);
@@ -353,7 +359,7 @@ int32_t __trex_element(compiler *c) {
 }
 
 // The elements up to "|", ")" or the end, linked; none when there are none.
-int32_t sequence(compiler *c) {
+static int32_t sequence(compiler *c) {
     int32_t first = none;
     int32_t last = none;
     while (!c->failed && *c->at && *c->at != '|' && *c->at != ')') {
@@ -368,7 +374,7 @@ int32_t sequence(compiler *c) {
 }
 
 // Sequences between bars. Each bar makes a node whose right branch is all that follows.
-int32_t __trex_list(compiler *c) {
+static int32_t __trex_list(compiler *c) {
     int32_t list = sequence(c);
     int32_t branch = list; // the sequence before the next bar
     int32_t bar = none;    // the alternation whose right branch it is
@@ -394,23 +400,23 @@ int32_t __trex_list(compiler *c) {
     return list;
 }
 
-bool starts_with(const char *text, const char *prefix) {
-    return ::strncmp(text, prefix, ::strlen(prefix)) == 0;
+static bool starts_with(const char *text, const char *prefix) {
+    return strncmp(text, prefix, strlen(prefix)) == 0;
 }
 
 // The pattern with what makes it speak of the whole subject.
-char *wrapped_pattern(const char *pattern) {
-    const size_t length = ::strlen(pattern);
+static char *wrapped_pattern(const char *pattern) {
+    const size_t length = strlen(pattern);
     const bool open_start = *pattern != '^' && !starts_with(pattern, ".*");
     // An empty pattern becomes ".*", which has no end yet.
     const bool open_end = length == 0 || pattern[length - 1] != '$';
-    auto *wrapped = static_cast<char *>(::malloc(length + sizeof ".*.*$"));
+    auto *wrapped = static_cast<char *>(malloc(length + sizeof ".*.*$"));
     if (!wrapped) {
         return nullptr;
     }
     char *end = wrapped;
     const auto append = [&end](const char *text, size_t size) {
-        ::memcpy(end, text, size);
+        memcpy(end, text, size);
         end += size;
     };
     if (open_start) {
@@ -425,8 +431,8 @@ char *wrapped_pattern(const char *pattern) {
 }
 
 // The record with the wrapped text and an empty node array as long as the text.
-trex_ptr new_expression(const char *pattern, uint8_t case_flag) {
-    trex_ptr expression(static_cast<TRex *>(::calloc(1, sizeof(TRex))));
+static trex_ptr new_expression(const char *pattern, uint8_t case_flag) {
+    trex_ptr expression(static_cast<TRex *>(calloc(1, sizeof(TRex))));
     if (!expression) {
         return nullptr;
     }
@@ -435,8 +441,8 @@ trex_ptr new_expression(const char *pattern, uint8_t case_flag) {
     if (!expression->pattern) {
         return nullptr;
     }
-    const size_t length = ::strlen(expression->pattern);
-    expression->nodes = static_cast<TRexNode *>(::calloc(length, sizeof(TRexNode)));
+    const size_t length = strlen(expression->pattern);
+    expression->nodes = static_cast<TRexNode *>(calloc(length, sizeof(TRexNode)));
     if (!expression->nodes) {
         return nullptr;
     }
@@ -445,7 +451,7 @@ trex_ptr new_expression(const char *pattern, uint8_t case_flag) {
 }
 
 // Parses the whole text under a root group.
-bool compile(compiler *c, const char *function) {
+static bool compile(compiler *c, const char *function) {
     const int32_t root =
         __trex_newnode(c, trex_op_expr, function, "Failed to create 'expression' node");
     if (root == none) {
@@ -463,14 +469,12 @@ bool compile(compiler *c, const char *function) {
     return true;
 }
 
-} // namespace
-
 TRex *trex_compile_ex(const char *pattern, uint8_t case_flag) {
     if (!pattern) {
-        QF_ERROR("%s: [%s]", ::strerror(EINVAL), "NULL");
+        QF_ERROR("%s: [%s]", strerror(EINVAL), "NULL");
         return nullptr;
     }
-    if (::strlen(pattern) > max_pattern_length) {
+    if (strlen(pattern) > max_pattern_length) {
         QF_ERROR("pattern is longer than %lu characters",
                  static_cast<unsigned long>(max_pattern_length));
         return nullptr;
@@ -485,7 +489,7 @@ TRex *trex_compile_ex(const char *pattern, uint8_t case_flag) {
         return nullptr;
     }
     expression->matches = static_cast<TRexMatch *>(
-        ::calloc(static_cast<size_t>(expression->nsubexpr), sizeof(TRexMatch)));
+        calloc(static_cast<size_t>(expression->nsubexpr), sizeof(TRexMatch)));
     if (!expression->matches) {
         QF_ENOMEM();
         return nullptr;
@@ -497,10 +501,10 @@ void trex_free(TRex *expression) {
     if (!expression) {
         return;
     }
-    ::free(expression->nodes);
-    ::free(expression->matches);
-    ::free(expression->pattern);
-    ::free(expression);
+    free(expression->nodes);
+    free(expression->matches);
+    free(expression->pattern);
+    free(expression);
 }
 
 char *trex_escape(const char *text) {
@@ -508,14 +512,14 @@ char *trex_escape(const char *text) {
         QF_EINVAL();
         return nullptr;
     }
-    auto *escaped = static_cast<char *>(::malloc(::strlen(text) * 2 + 1));
+    auto *escaped = static_cast<char *>(malloc(strlen(text) * 2 + 1));
     if (!escaped) {
         QF_ENOMEM();
         return nullptr;
     }
     char *end = escaped;
     for (; *text; ++text) {
-        if (::strchr("$()*+.?[\\]^{|}", *text)) {
+        if (strchr("$()*+.?[\\]^{|}", *text)) {
             *end++ = '\\';
         }
         *end++ = *text;

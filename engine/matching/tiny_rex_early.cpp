@@ -5,7 +5,7 @@
 
 namespace quillfence::trex {
 
-// --- The next character -------------------------------------------------------------------------
+// --- The next character ---
 
 namespace {
 
@@ -85,7 +85,7 @@ bool cannot_open(matcher *m, int32_t first, const char *at) {
     return fails;
 }
 
-// --- The subject's end --------------------------------------------------------------------------
+// --- The subject's end ---
 
 // The nodes that an expression uses: one that was compiled here has others in reserve.
 static int32_t used_nodes(const matcher *m) {

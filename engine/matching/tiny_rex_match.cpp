@@ -65,7 +65,7 @@ namespace trex {
 static const char *match_chain(matcher *m, int32_t first, const char *at, const place *in,
                                bool *ended);
 
-// --- Single characters --------------------------------------------------------------------------
+// --- Single characters ---
 
 static constexpr bool is_punctuation(char c) {
     return is_printable(c) && c != ' ' && !is_alphanumeric(c);
@@ -173,7 +173,7 @@ static const char *match_boundary(const matcher *m, const TRexNode *node, const 
     return hit ? at : nullptr;
 }
 
-// --- Nodes that hold others ---------------------------------------------------------------------
+// --- Nodes that hold others ---
 
 // The place of the operand of a repetition, or of the body of a group that is one level deeper:
 // what follows the node follows them.
@@ -359,7 +359,7 @@ static const char *match_any_sequence(matcher *m, const TRexNode *node, const ch
     return to;
 }
 
-// --- Repetitions --------------------------------------------------------------------------------
+// --- Repetitions ---
 
 namespace {
 
@@ -509,7 +509,7 @@ static const char *match_greedy(matcher *m, const TRexNode *node, const char *at
     return match_bounded(m, &r, at, minimum, maximum);
 }
 
-// --- Nodes and chains ---------------------------------------------------------------------------
+// --- Nodes and chains ---
 
 // A node that holds others; m->depth_left bounds the recursion.
 static const char *match_inner(matcher *m, const TRexNode *node, const char *at, const place *in) {

@@ -61,7 +61,7 @@ struct matcher {
     failure_table failures;
 };
 
-// --- Nodes and limits (tiny_rex_node.cpp) -------------------------------------------------------
+// --- Nodes and limits (tiny_rex_node.cpp) ---
 
 // What the check asks of a type of node.
 enum node_rule : uint8_t {
@@ -145,7 +145,7 @@ inline const TRexNode *use_node(matcher *m, int32_t index, const char *function)
     return is_good_node(node, m->count) ? node : refuse_node(m, node);
 }
 
-// --- Single characters (tiny_rex_match.cpp) -----------------------------------------------------
+// --- Single characters (tiny_rex_match.cpp) ---
 
 constexpr int32_t lowered(int32_t code) {
     return code >= 'A' && code <= 'Z' ? code + 32 : code;
@@ -171,7 +171,7 @@ inline bool takes_one(const TRexNode *node) {
     return is_literal(node) || (node->type >= trex_op_dot && node->type <= trex_op_nclass);
 }
 
-// --- What rules a match out (tiny_rex_early.cpp) ------------------------------------------------
+// --- What rules a match out (tiny_rex_early.cpp) ---
 
 // Whether a chain certainly fails at a place before the subject's end, without using a bad node.
 bool cannot_open(matcher *m, int32_t first, const char *at);

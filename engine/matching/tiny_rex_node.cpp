@@ -129,7 +129,7 @@ static void report_fault(fault found, const TRexNode *node, int32_t count) {
     }
 }
 
-// --- Limits --------------------------------------------------------------------------------------
+// --- Limits ---
 
 const char *give_up(matcher *m, const char *function, const char *why) {
     if (!m->broken && !m->silent) {

@@ -189,7 +189,7 @@ int trs_next(FILE *stream, TRex *expression) {
     return 1;
 }
 
-// --- Lookup -------------------------------------------------------------------------------------
+// --- Lookup ---
 
 namespace {
 

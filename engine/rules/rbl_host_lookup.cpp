@@ -13,17 +13,19 @@ namespace quillfence {
 
 static constexpr char module_name[] = "rbl_host_lookup";
 
-namespace {
+static constexpr char host_operation[] = "quillfence_rbl_host";
+static constexpr int octet_count = 4;
 
-constexpr char host_operation[] = "quillfence_rbl_host";
-constexpr int octet_count = 4;
+namespace {
 
 struct octets {
     char text[octet_count][4];
 };
 
+} // namespace
+
 // Cuts the address into its four parts; each keeps at most three characters.
-bool split_octets(const char *ip, octets *parts) {
+static bool split_octets(const char *ip, octets *parts) {
     const heap_string copy(vc_strndup(ip, strlen(ip)));
     if (!copy) {
         QF_ERROR_AS(host_operation, "Failed to copy IP Address string");
@@ -50,7 +52,7 @@ bool split_octets(const char *ip, octets *parts) {
     return complete;
 }
 
-bool append(char **slot, const char *text, const char *failure) {
+static bool append(char **slot, const char *text, const char *failure) {
     if (vc_strcat(slot, text)) {
         return true;
     }
@@ -60,8 +62,6 @@ bool append(char **slot, const char *text, const char *failure) {
     *slot = nullptr;
     return false;
 }
-
-} // namespace
 
 char *quillfence_rbl_host(const smtp_state *state, const char *zone) {
     if (!state || is_empty(state->ip)) {

@@ -15,16 +15,17 @@ struct address_lines {
     const char *no_domain;
     const char *is_ip;
 };
-constexpr address_lines from_lines = {
+
+} // namespace
+
+static constexpr address_lines from_lines = {
     .no_domain = "failed to find domain part of from address [%s]. Skipping",
     .is_ip = "from domain [%s] is an ip address",
 };
-constexpr address_lines rcpt_lines = {
+static constexpr address_lines rcpt_lines = {
     .no_domain = "failed to find domain part of rcpt to address [%s]. Skipping",
     .is_ip = "rcpt domain [%s] is an ip address",
 };
-
-} // namespace
 
 // An address literal in square brackets is no IP address here.
 static bool has_ip_domain(const char *address, const address_lines &lines) {

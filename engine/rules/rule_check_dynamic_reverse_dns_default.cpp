@@ -10,14 +10,10 @@ namespace quillfence {
 
 static constexpr char module_name[] = "rule_check_dynamic_reverse_dns_default";
 
-namespace {
-
 // Four groups of digits: a name that spells the client's address out. The compiler puts ".*" in
 // front, so the groups may stand anywhere in the name.
-constexpr char embedded_address[] =
+static constexpr char embedded_address[] =
     R"([0-9]{1,3}(\-|_|\.)[0-9]{1,3}(\-|_|\.)[0-9]{1,3}(\-|_|\.)[0-9]{1,3})";
-
-} // namespace
 
 static bool matches(TRex *expression, const char *name) {
     const bool matched = trex_match(expression, name);

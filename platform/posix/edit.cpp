@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "errors.h"
+#include "letter_case.h"
 #include "platform/error_numbers.h"
 #include "platform/format.h"
 #include "platform/observer.h"
@@ -27,9 +28,19 @@ constexpr int most_links = 40; // one behind the other; as many as the system fo
 constexpr int64_t longest_wait = 1'000'000'000; // nanoseconds
 constexpr timespec pause_of_wait = {0, 2'000'000};
 
+// The path in the letter case that is there: no editor makes a file beside one whose name differs
+// in letter case alone, and all of them lock the same one.
+uint32_t resolve_settled(const char *path, system_path *resolved) {
+    const uint32_t failure = resolve_path(path, resolved);
+    if (!failure) {
+        settle_case(resolved);
+    }
+    return failure;
+}
+
 uint32_t begin_path_call(const char *call, const char *path, system_path *resolved) {
     const uint32_t failure = observe_call(call, path);
-    return failure ? failure : resolve_path(path, resolved);
+    return failure ? failure : resolve_settled(path, resolved);
 }
 
 int64_t now() {
@@ -224,7 +235,7 @@ uint32_t temporary_create(const char *path, const char *like, edit_lock *created
     if (const uint32_t failure = begin_path_call("temporary_create", path, &resolved)) {
         return failure;
     }
-    if (const uint32_t failure = resolve_path(like, &model_path)) {
+    if (const uint32_t failure = resolve_settled(like, &model_path)) {
         return failure;
     }
     struct stat model;
@@ -255,7 +266,7 @@ uint32_t path_link(const char *existing, const char *name) {
     if (const uint32_t failure = begin_path_call("path_link", existing, &old_name)) {
         return failure;
     }
-    if (const uint32_t failure = resolve_path(name, &new_name)) {
+    if (const uint32_t failure = resolve_settled(name, &new_name)) {
         return failure;
     }
     if (link(old_name.text, new_name.text) == 0) {

@@ -20,7 +20,7 @@ static constexpr uint64_t max_offset = INT32_MAX; // the engine seeks with signe
 // The largest map has all tables and all bitmaps.
 static_assert(table_size + 256 * table_size + 65536 * bitmap_size < max_offset);
 
-// --- Writing ------------------------------------------------------------------------------------
+// --- Writing ---
 
 namespace {
 
@@ -151,7 +151,7 @@ map_size write_block_map(const address_set &addresses,
             first_bitmap + map.bitmaps.size() * bitmap_size, map.addresses};
 }
 
-// --- Reading ------------------------------------------------------------------------------------
+// --- Reading ---
 
 block_map::block_map(const std::string &path) : path_(path) {
     uint32_t error = file_.open(path);

@@ -14,7 +14,7 @@
 
 namespace quillfence::data_tool {
 
-// --- Writing ------------------------------------------------------------------------------------
+// --- Writing ---
 
 struct map_size {
     uint32_t tables; // of level 2
@@ -30,7 +30,7 @@ struct map_size {
 map_size write_block_map(const address_set &addresses,
                          const std::function<void(const void *, size_t)> &write);
 
-// --- Reading ------------------------------------------------------------------------------------
+// --- Reading ---
 
 // Where the answer for an address comes from.
 struct map_answer {

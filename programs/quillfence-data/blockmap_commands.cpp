@@ -16,7 +16,7 @@ namespace quillfence::data_tool {
 
 namespace {
 
-// --- build --------------------------------------------------------------------------------------
+// --- build ---
 
 struct build_options {
     std::string addresses;
@@ -67,7 +67,7 @@ is one nothing is written, or with --keep-going everything else (exit status 3).
     command->callback([options, &chosen] { chosen = [options] { return build(*options); }; });
 }
 
-// --- dump ---------------------------------------------------------------------------------------
+// --- dump ---
 
 exit_status dump(const std::string &path) {
     block_map map(path);
@@ -97,7 +97,7 @@ become comments (exit status 3).)");
     command->callback([path, &chosen] { chosen = [path] { return dump(*path); }; });
 }
 
-// --- test ---------------------------------------------------------------------------------------
+// --- test ---
 
 struct test_options {
     std::string file;

@@ -19,7 +19,7 @@ namespace quillfence::data_tool {
 
 namespace {
 
-// --- compile ------------------------------------------------------------------------------------
+// --- compile ---
 
 struct compile_options {
     std::string patterns;
@@ -136,7 +136,7 @@ is one nothing is written, or with --keep-going everything else (exit status 3).
     command->callback([options, &chosen] { chosen = [options] { return compile(*options); }; });
 }
 
-// --- dump ---------------------------------------------------------------------------------------
+// --- dump ---
 
 void print_nodes(const TRex &expression) {
     for (int32_t i = 0; i < expression.nallocated; ++i) {
@@ -184,7 +184,7 @@ the nodes (exit status 3).)");
     command->callback([path, &chosen] { chosen = [path] { return dump(*path); }; });
 }
 
-// --- test ---------------------------------------------------------------------------------------
+// --- test ---
 
 struct test_options {
     std::string file;

@@ -159,8 +159,7 @@ void write_dns(text_page &page, const decision_record &record) {
     std::set<std::string> told; // a resolver in trouble is asked the same again and again
     for (const dns_record &dns : record.dns) {
         const std::string line = dns_question(dns) + "  " + dns_answer(dns);
-        // What has no answer is told as missing.
-        if (dns.is != answer_class::missing && told.insert(line).second) {
+        if (was_asked(dns) && told.insert(line).second) {
             const std::string effort = dns_effort_of_all(record, dns);
             page.paragraph(2, line + (effort.empty() ? "" : "  (" + effort + ')'));
         }
@@ -168,7 +167,7 @@ void write_dns(text_page &page, const decision_record &record) {
 }
 
 // Names up to this length have the text beside them.
-constexpr size_t widest_name = 25;
+constexpr size_t widest_name = 27;
 
 template <class Item, class Name>
 size_t column_for(const std::vector<Item> &items, Name name) {

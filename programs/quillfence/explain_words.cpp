@@ -5,7 +5,10 @@
 #include <cstdio>
 #include <optional>
 
+#include "answer.h"
 #include "json_writer.h"
+#include "platform/dns.h"
+#include "platform/error_numbers.h"
 #include "program.h"
 #include "record_words.h"
 #include "text.h"
@@ -157,12 +160,10 @@ static std::string not_enabled_text(const rule_record &rule) {
     return "not enabled" + in_brackets(where);
 }
 
-// How many entries were tried; "" when there were none, or when the reason tells their number.
+// How many entries were tried; "" when there were none.
 static std::string looked_at_text(const rule_record &rule) {
     const uint32_t count = rule.looked_at.value_or(0);
-    const bool told = rule.reason.find(' ' + std::to_string(count) + ' ') != std::string::npos ||
-                      rule.reason.find("the one entry") != std::string::npos;
-    return count == 0 || told ? "" : counted(count, "entry", "entries") + " looked at";
+    return count ? counted(count, "entry", "entries") + " looked at" : "";
 }
 
 static std::string with_reason(const std::string &begin, const rule_record &rule) {
@@ -170,12 +171,10 @@ static std::string with_reason(const std::string &begin, const rule_record &rule
     return begin + (reason.empty() ? "" : ": " + reason);
 }
 
+// A reason says how much was looked at where that matters.
 static std::string no_hit_text(const rule_record &rule) {
-    const std::string looked_at = looked_at_text(rule);
-    if (rule.reason.empty()) {
-        return looked_at.empty() ? "no" : "no: " + looked_at;
-    }
-    return with_reason("no", rule) + (looked_at.empty() ? "" : "; " + looked_at);
+    const std::string looked_at = rule.reason.empty() ? looked_at_text(rule) : "";
+    return looked_at.empty() ? with_reason("no", rule) : "no: " + looked_at;
 }
 
 static std::string decision_text(const rule_record &rule) {
@@ -260,7 +259,10 @@ static std::string match_text(const rule_record &rule) {
     if (value.empty()) {
         return matched ? "by " + source_text(rule.from) : "";
     }
-    return matched ? value + " matches " + source_text(rule.from) : value;
+    if (matched) {
+        return value + " matches " + source_text(rule.from);
+    }
+    return is_hit(rule.decision) || hits_in(rule.would) || hits_in(rule.report) ? value : "";
 }
 
 std::vector<std::string> rule_details(const rule_record &rule) {
@@ -355,13 +357,17 @@ std::string block_list_sentence(const dns_block_list_record &list) {
 
 // --- DNS ---
 
-// The one text that all have; "" when they differ.
-template <class Text>
-static std::string common_text(const std::vector<dns_record> &all, Text text) {
-    const std::string first = text(all.front());
-    const bool same = std::all_of(all.begin(), all.end(),
-                                  [&](const dns_record &dns) { return text(dns) == first; });
-    return same ? first : "";
+// The one text that all have who have any; "" when they differ.
+static std::string common_text(const std::vector<dns_record> &all, std::string dns_record::*text) {
+    std::string common;
+    for (const dns_record &dns : all) {
+        const std::string &own = dns.*text;
+        if (!own.empty() && !common.empty() && own != common) {
+            return "";
+        }
+        common = own.empty() ? common : own;
+    }
+    return printable(common);
 }
 
 static std::string upper(std::string text) {
@@ -371,26 +377,54 @@ static std::string upper(std::string text) {
     return text;
 }
 
+namespace {
+
+// What can be wrong with a question, in a word.
+struct trouble {
+    const char *word;
+    bool (*has)(const dns_record &dns);
+};
+
+constexpr trouble troubles[] = {
+    {"silent", [](const dns_record &dns) { return dns.status == platform::dns_status_timeout; }},
+    {"refused", [](const dns_record &dns) { return dns.rcode == "REFUSED"; }},
+    {"unreachable",
+     [](const dns_record &dns) {
+         return dns.rcode.empty() && dns.status == platform::dns_status_servfail;
+     }},
+    {"failed at the server", [](const dns_record &dns) { return dns.rcode == "SERVFAIL"; }},
+    {"not asked",
+     [](const dns_record &dns) {
+         return dns.is == answer_class::missing && dns.status != platform::dns_status_timeout;
+     }},
+};
+
+} // namespace
+
+// "; 3 silent, 11 not asked"; "" when all is well.
+static std::string trouble_text(const std::vector<dns_record> &all) {
+    std::string text;
+    for (const trouble &one : troubles) {
+        if (const auto count = std::count_if(all.begin(), all.end(), one.has)) {
+            text += (text.empty() ? "; " : ", ") + std::to_string(count) + ' ' + one.word;
+        }
+    }
+    return text;
+}
+
 std::string dns_summary(const decision_record &record) {
     if (record.dns.empty()) {
         return "";
     }
-    const std::string server =
-        common_text(record.dns, [](const dns_record &dns) { return printable(dns.server); });
-    const std::string transport = common_text(
-        record.dns, [](const dns_record &dns) { return upper(printable(dns.transport)); });
-    double ms = 0;
-    uint64_t without = 0;
-    bool timed = false;
+    const std::string server = common_text(record.dns, &dns_record::server);
+    const std::string transport = upper(common_text(record.dns, &dns_record::transport));
+    std::optional<double> ms;
     for (const dns_record &dns : record.dns) {
-        ms += dns.ms.value_or(0);
-        timed = timed || dns.ms;
-        without += dns.is == answer_class::missing;
+        ms = dns.ms ? ms.value_or(0) + *dns.ms : ms;
     }
     return counted(record.dns.size(), "question") + (server.empty() ? "" : " to " + server) +
-           (transport.empty() ? "" : " over " + transport) +
-           (timed ? ", " + milliseconds(ms) : "") +
-           (without ? ", " + std::to_string(without) + " without an answer" : "");
+           (transport.empty() ? "" : " over " + transport) + (ms ? ", " + milliseconds(*ms) : "") +
+           trouble_text(record.dns);
 }
 
 std::string dns_question(const dns_record &dns) {
@@ -409,13 +443,13 @@ static std::string status_text(const dns_record &dns) {
         uint32_t status;
         const char *text;
     } statuses[] = {
-        {1460, "silent: no answer came in time"},
-        {9002, "unreachable: no server could be reached"},
-        {9501, "no records of this type"},
-        {9502, "an answer that cannot be read"},
-        {123, "a name that cannot be asked"},
-        {87, "the server's address cannot be read"},
-        {8, "not enough memory"},
+        {0, "an answer that the guards do not count"},
+        {platform::dns_status_timeout, "silent: no answer came in time"},
+        {platform::dns_status_servfail, "unreachable: no server could be reached"},
+        {platform::dns_status_no_records, "no records of this type"},
+        {platform::dns_status_bad_packet, "an answer that cannot be read"},
+        {platform::error_invalid_name, "a name that cannot be asked"},
+        {platform::error_invalid_parameter, "the server's address cannot be read"},
     };
     for (const auto &one : statuses) {
         if (one.status == dns.status) {
@@ -425,10 +459,27 @@ static std::string status_text(const dns_record &dns) {
     return "status " + std::to_string(dns.status);
 }
 
+// Of a question whose answer is not known.
+static std::string missing_text(uint32_t status) {
+    switch (status) {
+    case platform::dns_status_timeout:
+        return "silent until the time for DNS questions was used up";
+    case dns_sources::status_deadline:
+        return "not asked: the time for DNS questions was used up";
+    default:
+        return "no answer is at hand, and none was asked for";
+    }
+}
+
+bool was_asked(const dns_record &dns) {
+    return dns.is != answer_class::missing || dns.status == platform::dns_status_timeout ||
+           dns.status == dns_sources::status_deadline;
+}
+
 std::string dns_answer(const dns_record &dns) {
     const std::string records = joined_with(dns.records, ", ");
     if (dns.is == answer_class::missing) {
-        return "no answer is at hand, and none was asked for";
+        return missing_text(dns.status);
     }
     if (!dns.rcode.empty() && dns.rcode != "NOERROR") {
         const bool plain = dns.rcode == "NXDOMAIN" && dns.is == answer_class::no_name;
@@ -469,20 +520,20 @@ std::string dns_effort_of_all(const decision_record &record, const dns_record &d
 
 // --- the decision ---
 
-static std::string with_rule(const std::string &begin, const decision::decision &d) {
-    return begin + (d.rule.empty() ? "a rule" : printable(d.rule));
+static std::string with_rule(const std::string &begin, const std::string &rule) {
+    return begin + (rule.empty() ? "a rule" : printable(rule));
 }
 
 std::string headline(const decision_record &record) {
-    const decision::decision &d = record.decision;
+    const auto &d = record.decision;
     const std::string verdict = upper(std::string(word(d.is)));
     switch (d.by) {
     case decided_by::engine_off:
         return verdict + ": the engine is switched off";
     case decided_by::exempt:
-        return with_rule(verdict + ": exempt by ", d);
+        return with_rule(verdict + ": exempt by ", d.rule);
     case decided_by::rule:
-        return with_rule(verdict + " by ", d);
+        return with_rule(verdict + " by ", d.rule);
     case decided_by::block_map:
         return verdict + " by " + (d.maps.size() == 1 ? "the block map " : "the block maps ") +
                joined_with(d.maps, ", ");
@@ -529,7 +580,7 @@ std::vector<std::string> missing_sentences(const decision_record &record) {
 }
 
 std::vector<std::string> what_decided(const decision_record &record) {
-    const decision::decision &d = record.decision;
+    const auto &d = record.decision;
     std::vector<std::string> sentences;
     if (d.by == decided_by::rule || d.by == decided_by::exempt) {
         add_rule(record, &sentences);

@@ -50,6 +50,8 @@ std::string dns_summary(const decision::decision_record &record);
 std::string dns_question(const decision::dns_record &dns);
 // "dhcp.cust.example.", "silent: no answer came in time".
 std::string dns_answer(const decision::dns_record &dns);
+// Whether it got as far as a server or a deadline. What was not is only told as missing.
+bool was_asked(const decision::dns_record &dns);
 // How long it took, and where it differs from the others: "1.1 ms, attempt 2". May be "".
 std::string dns_effort(const decision::dns_record &dns);
 // The same for all that are the same question with the same answer: "asked 6 times, 0.7 ms".

@@ -26,13 +26,17 @@ struct packet_kind {
     uint32_t stage;     // of the session; 0 for none
 };
 
-constexpr packet_kind packet_kinds[] = {
+} // namespace
+
+static constexpr packet_kind packet_kinds[] = {
     {'C', QFD_STATE_CONNECT, 5, stage_init},
     {'A', QFD_STATE_AUTH, 6, stage_auth},
     {'M', QFD_STATE_MAIL, 9, stage_mail},
     {'R', QFD_STATE_RCPT, 10, stage_rcpt},
     {'T', QFD_STATE_TEST, 2, 0},
 };
+
+namespace {
 
 struct packet_deleter {
     void operator()(qfd_request_packet *packet) const {
@@ -48,12 +52,12 @@ struct packet_deleter {
 template <class T>
 using owned = std::unique_ptr<T, packet_deleter>;
 
+} // namespace
+
 template <class T>
-owned<T> zeroed_record() {
+static owned<T> zeroed_record() {
     return owned<T>(static_cast<T *>(calloc(1, sizeof(T))));
 }
-
-} // namespace
 
 void qfd_request_packet_free(qfd_request_packet *packet) {
     if (!packet) {
@@ -75,8 +79,7 @@ void qfd_response_packet_free(qfd_response_packet *packet) {
     free(packet);
 }
 
-// ---------------------------------------------------------------------------------------------
-// Conversions
+// --- Conversions ---
 
 // Copies text; false when it is absent or there is no memory.
 static bool copy_text(char **field, const char *text) {
@@ -345,8 +348,7 @@ int qfd_request_packet_validate(const qfd_request_packet *packet) {
     return 1;
 }
 
-// ---------------------------------------------------------------------------------------------
-// Dumps
+// --- Dumps ---
 
 static const char *text_or_empty(const char *text) {
     return text ? text : "empty";
@@ -394,8 +396,7 @@ void qfd_response_packet_dump(const qfd_response_packet *packet) {
     vc_log_info("================");
 }
 
-// ---------------------------------------------------------------------------------------------
-// The bytes
+// --- The bytes ---
 
 static bool write_u8(vc_handle stream, uint8_t value) {
     return vc_write(stream, &value, sizeof value);

@@ -105,10 +105,9 @@ void qfd_response_packet_dump(const qfd_response_packet *packet);
 uint8_t __process_state_arg(const char *arg, int *expected_argc);
 
 // A new string with the client address of an argument: IPv6 in its short form, of an IPv4-mapped or
-// IPv4-compatible one (nothing but "::ffff:" or "::" before it) the IPv4 address alone, anything else
-// as it is. Null on failure.
-// ERROR lines: EINVAL for a null or empty arg, "Unknown error compressing IPv6 [%s] to [%s]"; a
-// failed conversion or copy has no line here.
+// IPv4-compatible one (nothing but "::ffff:" or "::" before it) the IPv4 address alone, anything
+// else as it is. Null on failure. ERROR lines: EINVAL for a null or empty arg, "Unknown error
+// compressing IPv6 [%s] to [%s]"; a failed conversion or copy has no line here.
 char *__process_ip_arg(const char *arg);
 
 // The operations on a stream: any handle of the file layer. They return 1, 0 on failure; the

@@ -64,7 +64,7 @@ class looked_up : public Base {
 class vc_file : public looked_up<testing::drive_test> {};
 class vc_file_trace : public looked_up<testing::traced_drive_test> {};
 
-// ---- Arguments ----
+// --- Arguments ---
 
 TEST_F(vc_file, bad_arguments_are_refused) {
     const vc_handle none = vc_invalid_handle;
@@ -158,7 +158,7 @@ TEST_F(vc_file, filesize_of_the_invalid_handle_asks_the_system_all_the_same) {
     EXPECT_EQ(log.errors(), lines{"vc_filesize: " + text_of(EINVAL)});
 }
 
-// ---- Open, close ----
+// --- Open, close ---
 
 TEST_F(vc_file, opening_a_missing_file_creates_it_also_for_reading) {
     EXPECT_EQ(vc_close(vc_open_ex("c:/quillfence/to-read", 0, 0, 0)), 1);
@@ -231,7 +231,7 @@ TEST_F(vc_file, a_failed_close_is_reported) {
     EXPECT_EQ(log.errors(), lines{"vc_close: error closing got error code 6"});
 }
 
-// ---- Write, read ----
+// --- Write, read ---
 
 TEST_F(vc_file_trace, writing_goes_out_in_blocks_of_4096) {
     const open_file file;
@@ -366,7 +366,7 @@ TEST_F(vc_file, a_failed_block_ends_the_reading) {
     EXPECT_EQ(log.errors(), lines{"vc_read: fatal error on read (w32) got error code 6"});
 }
 
-// ---- Position, size ----
+// --- Position, size ---
 
 TEST_F(vc_file_trace, seeking_and_telling) {
     drive.write(path, "0123456789");
@@ -432,7 +432,7 @@ TEST_F(vc_file_trace, truncating_cuts_at_the_position) {
     EXPECT_EQ(log.transcript(), lines{"E vc_truncate: got error code 5"});
 }
 
-// ---- Whole contents ----
+// --- Whole contents ---
 
 TEST_F(vc_file, contents_come_with_a_terminator_and_their_size) {
     drive.write(path, std::string("ab\0cd\n", 6));
@@ -556,7 +556,7 @@ TEST_F(vc_file, contents_of_a_file_of_unknown_size_are_refused) {
     EXPECT_EQ(log.errors(), lines{"vc_fd_get_contents_ex: " + text_of(27)});
 }
 
-// ---- Existence, size by path ----
+// --- Existence, size by path ---
 
 TEST_F(vc_file_trace, a_file_is_a_file_and_a_folder_a_folder) {
     drive.write(path, "");
@@ -647,7 +647,7 @@ TEST_F(vc_file_trace, every_file_counts_as_executable) {
     EXPECT_EQ(vc_file_executable("c:/quillfence"), 0);
 }
 
-// ---- Names, copies ----
+// --- Names, copies ---
 
 // Sets TEMP for a test, and back.
 class temp_variable {
@@ -711,7 +711,7 @@ TEST_F(vc_file, copying_fails) {
     EXPECT_EQ(drive.read(path), "abc");
 }
 
-// ---- Formatted text ----
+// --- Formatted text ---
 
 TEST_F(vc_file_trace, printing_formats_and_writes_once) {
     const open_file file;
@@ -741,7 +741,7 @@ TEST_F(vc_file, printing_nothing_is_refused) {
     EXPECT_EQ(log.errors(), lines{"vc_write: " + text_of(EINVAL)});
 }
 
-// ---- Lines ----
+// --- Lines ---
 
 // All lines of a text, read with a buffer of `size` bytes that was not cleared.
 lines lines_of(const testing::drive_c &drive, const std::string &text, uint32_t size) {

@@ -40,7 +40,7 @@ std::string text_in(const vc_hashmap *map, const char *key) {
 
 class vc_hashmap_file : public testing::drive_test {};
 
-// ---- The binary file ----
+// --- The binary file ---
 
 std::string numbers(std::initializer_list<uint32_t> values) {
     std::string bytes;
@@ -441,7 +441,7 @@ TEST_F(vc_hashmap_file, an_entry_without_a_slot_is_left_out) {
     EXPECT_EQ(order_of(loaded), "bocs b");
 }
 
-// ---- Loading what is not right ----
+// --- Loading what is not right ---
 
 TEST_F(vc_hashmap_file, a_path_that_is_no_file_is_null_without_a_line) {
     EXPECT_EQ(vc_map_load("c:/quillfence/missing"), nullptr);
@@ -615,7 +615,7 @@ TEST_F(vc_hashmap_file, a_static_map_is_saved_as_a_chain_in_slot_order) {
     EXPECT_EQ(order_of(loaded), "b d c a");
 }
 
-// ---- Control files ----
+// --- Control files ---
 
 TEST_F(vc_hashmap_file, control_files) {
     const std::string no_separator =
@@ -708,7 +708,7 @@ TEST_F(vc_hashmap_file, control_file_arguments) {
     EXPECT_EQ(map, nullptr);
 }
 
-// ---- As text ----
+// --- As text ---
 
 class vc_hashmap_text : public vc_hashmap_file {
   protected:

@@ -12,7 +12,7 @@
 namespace quillfence::testing {
 namespace {
 
-// ---- Order ----
+// --- Order ---
 
 int by_text(const void *a, const void *b) {
     return std::strcmp(*static_cast<char *const *>(a), *static_cast<char *const *>(b));
@@ -195,7 +195,7 @@ TEST_F(vc_hashmap_test, the_entry_that_a_walk_stands_on_may_be_removed) {
     EXPECT_EQ(order_of(map), "b d");
 }
 
-// ---- Static maps ----
+// --- Static maps ---
 
 // A constant map as generated source would define it: 3 x 2, "a" and "b" in slots 0 and 1 of
 // bucket 0, "d" in bucket 1.

@@ -10,7 +10,7 @@
 namespace quillfence::testing {
 namespace {
 
-// ---- Arguments ----
+// --- Arguments ---
 
 TEST_F(vc_hashmap_test, null_arguments_are_refused) {
     const owned_map map;
@@ -77,7 +77,7 @@ TEST_F(vc_hashmap_test, lines_carry_the_module_name) {
     }
 }
 
-// ---- Without memory ----
+// --- Without memory ---
 
 // Runs an operation with its n-th allocation failing.
 template <class Operation>

@@ -12,7 +12,7 @@
 namespace quillfence::testing {
 namespace {
 
-// ---- Hash ----
+// --- Hash ---
 
 TEST_F(vc_hashmap_test, hashes_worked_out_by_hand) {
     // 1 + 97 = 62h, ^ << 10 = 18862h, + >> 1 = 24C93h; then the six closing steps:
@@ -49,7 +49,7 @@ TEST_F(vc_hashmap_test, the_empty_key_hashes_to_0_after_a_line) {
     EXPECT_EQ(log.errors().size(), 2u);
 }
 
-// ---- Creating, growing ----
+// --- Creating, growing ---
 
 TEST_F(vc_hashmap_test, a_map_that_is_too_big_is_not_made) {
     EXPECT_EQ(vc_map_create(65536, 65536), nullptr);
@@ -202,7 +202,7 @@ TEST_F(vc_hashmap_test, a_damaged_table_does_not_grow) {
     EXPECT_EQ(vc_map_rehash(map), 1);
 }
 
-// ---- Copying, shrinking ----
+// --- Copying, shrinking ---
 
 TEST_F(vc_hashmap_values, copying_copies_what_the_source_owns_and_shares_the_rest) {
     const owned_map map(5, 3);

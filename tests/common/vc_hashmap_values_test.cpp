@@ -10,7 +10,7 @@
 namespace quillfence::testing {
 namespace {
 
-// ---- Values ----
+// --- Values ---
 
 TEST_F(vc_hashmap_values, a_key_is_stored_once) {
     const owned_map map;
@@ -268,7 +268,7 @@ TEST_F(vc_hashmap_values, finding_compares_inline_bytes) {
     EXPECT_EQ(vc_map_find(map, &wanted, nullptr, &key), 0);
 }
 
-// ---- Renaming ----
+// --- Renaming ---
 
 TEST_F(vc_hashmap_test, renaming_keeps_value_and_place) {
     const owned_map map;

@@ -8,7 +8,7 @@
 namespace quillfence::testing {
 namespace {
 
-// ---- Parsing
+// --- Parsing ---
 
 TEST_F(vc_json_test, documents_that_parse) {
     const struct {
@@ -296,7 +296,7 @@ TEST_F(vc_json_test, a_part_needs_an_empty_parent) {
     EXPECT_EQ(written(full.get()), "[1]");
 }
 
-// ---- Files
+// --- Files ---
 
 TEST_F(vc_json_test, a_file_is_parsed) {
     drive.write(path, "{\"a\":[1,2]}\n");

@@ -11,7 +11,7 @@
 namespace quillfence::testing {
 namespace {
 
-// ---- Any document
+// --- Any document ---
 
 // A random document beside its two forms, written by hand.
 struct model {
@@ -107,7 +107,7 @@ TEST_F(vc_json_test, random_trees_are_written_and_read_again) {
     }
 }
 
-// ---- Any change
+// --- Any change ---
 
 // A document in the plainest form, and what its text must be.
 struct plain_node {
@@ -291,7 +291,7 @@ TEST_F(vc_json_test, random_changes_do_what_they_do_to_a_plain_tree) {
     }
 }
 
-// ---- Any text
+// --- Any text ---
 
 constexpr char sample[] = "{\"a\":[1,-2.5,{\"b\":\"x\\\"y\\\\\"}],\"t\":TRUE,\"n\":null,"
                           "\"o\":{\"p\":{},\"q\":[[],[false]]}}";

@@ -12,7 +12,7 @@
 namespace quillfence::testing {
 namespace {
 
-// ---- Changing
+// --- Changing ---
 
 TEST_F(vc_json_test, nodes_are_removed) {
     const json root = parsed("{\"a\":1,\"b\":[1,2,3],\"c\":{\"d\":[{}],\"e\":2}}");
@@ -78,7 +78,7 @@ TEST_F(vc_json_test, nodes_that_cannot_be_renamed) {
     EXPECT_EQ(written(root.get()), "{\"a\":1,\"b\":2}");
 }
 
-// ---- Values
+// --- Values ---
 
 constexpr char values[] =
     "{\"n\":-12.5,\"i\":42,\"big\":99999999999,\"low\":-99999999999,"

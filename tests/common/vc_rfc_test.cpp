@@ -72,7 +72,7 @@ std::string string_of(char *text) {
     return result;
 }
 
-// ---- Addresses
+// --- Addresses ---
 
 TEST_F(vc_rfc, is_ip_tells_the_family) {
     const struct {
@@ -213,7 +213,7 @@ TEST_F(vc_rfc, localhost_is_two_texts) {
     EXPECT_EQ(own_lines(), lines{});
 }
 
-// ---- Domains
+// --- Domains ---
 
 TEST_F(vc_rfc, valid_domains) {
     const std::string long_label(300, 'a');
@@ -263,7 +263,7 @@ TEST_F(vc_rfc, domains_with_wrong_characters) {
               lines{"D vc_valid_domain: domain [m??ller.example] contains invalid characters"});
 }
 
-// ---- Every character in its place
+// --- Every character in its place ---
 
 // The bytes for which accepts() is true, as a text.
 template <class Accepts>
@@ -308,7 +308,7 @@ TEST_F(vc_rfc, characters_beside_a_bracketed_address) {
               sorted(std::string(" !#$%&')*+-./=>?^_`{|}~") + digits + capitals + small_letters));
 }
 
-// ---- Mail addresses
+// --- Mail addresses ---
 
 TEST_F(vc_rfc, valid_email_addresses) {
     const std::string long_user(500, 'u');
@@ -384,7 +384,7 @@ TEST_F(vc_rfc, email_address_refuses_an_empty_text) {
                                   "E vc_valid_email_address: Invalid argument"}));
 }
 
-// ---- Quotes
+// --- Quotes ---
 
 // Where __vc_parse_quotes goes on in a text, or -1 for null.
 int after_quotes(std::string text) {
@@ -438,7 +438,7 @@ TEST_F(vc_rfc, quotes_begin_at_a_quote) {
     EXPECT_EQ(own_lines(), (lines(3, "E __vc_parse_quotes: Invalid argument")));
 }
 
-// ---- Comments
+// --- Comments ---
 
 // The text after __vc_parse_comment; "(none)" when it gives 0.
 std::string without_comment(std::string text) {
@@ -527,7 +527,7 @@ TEST_F(vc_rfc, comments_begin_at_a_parenthesis) {
     EXPECT_EQ(text, "(abc)");
 }
 
-// ---- Bracketed addresses
+// --- Bracketed addresses ---
 
 TEST_F(vc_rfc, bracketed_addresses) {
     const struct {
@@ -575,7 +575,7 @@ TEST_F(vc_rfc, bracketed_addresses_begin_at_a_bracket) {
     EXPECT_EQ(own_lines(), (lines(3, "E __vc_parse_rfc_address: Invalid argument")));
 }
 
-// ---- MAIL FROM
+// --- MAIL FROM ---
 
 TEST_F(vc_rfc, mail_from_of_a_bounce) {
     uint8_t bracketed = 0;
@@ -733,7 +733,7 @@ TEST_F(vc_rfc, mail_from_is_accepted_without_memory) {
     }
 }
 
-// ---- Address lists
+// --- Address lists ---
 
 TEST_F(vc_rfc, address_lists_split_at_commas) {
     const struct {
@@ -866,7 +866,7 @@ TEST_F(vc_rfc, a_header_that_cannot_be_split) {
               (lines{"E vc_parse_addresses_from_header: Unable to split address list"}));
 }
 
-// ---- Any text
+// --- Any text ---
 
 // Every short text over the characters that mean something, in a buffer of exactly its size.
 TEST(vc_rfc_any, every_short_text_comes_back) {

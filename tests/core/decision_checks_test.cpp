@@ -64,7 +64,7 @@ std::string map_listing(unsigned char first_octet) {
 
 } // namespace
 
-// --- run_spam_checks_r
+// --- run_spam_checks_r ---
 
 TEST_F(decision_test, a_walk_that_hits) {
     rule_list rules;
@@ -249,7 +249,7 @@ TEST_F(decision_test, every_rules_hit_leaves_its_name_and_text) {
     }
 }
 
-// --- global_spam_hit_r
+// --- global_spam_hit_r ---
 
 namespace {
 
@@ -353,7 +353,7 @@ TEST_F(decision_test, a_folder_is_no_list_of_enabled_rules) {
     EXPECT_EQ(hit(state), "valid_ptr / rejected");
 }
 
-// --- Block maps
+// --- Block maps ---
 
 TEST_F(decision_test, the_maps_that_list_the_address_make_the_hit) {
     drive.write("c:/quillfence/bms/a", map_listing(10));
@@ -508,7 +508,7 @@ TEST_F(decision_test, the_global_block_map_check_of_an_empty_address) {
     EXPECT_EQ(log.errors(), lines{"lookupMaps: Invalid argument : invalid ip address"});
 }
 
-// --- DNS block lists
+// --- DNS block lists ---
 
 TEST_F(decision_test, the_first_block_list_that_lists_the_address_makes_the_hit) {
     dns_script dns;
@@ -628,7 +628,7 @@ TEST_F(decision_test, the_global_block_list_check_without_rule_or_arguments) {
     }
 }
 
-// --- Exemptions
+// --- Exemptions ---
 
 namespace {
 

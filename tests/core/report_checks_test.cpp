@@ -42,7 +42,7 @@ constexpr char other_maps_file[] = "c:/quillfence/bms/control/lists_to_update";
 
 } // namespace
 
-// --- run_all_spam_checks
+// --- run_all_spam_checks ---
 
 TEST_F(report_test, reportable_names_match_exactly) {
     EXPECT_TRUE(is_reportable_rule("require_helo"));
@@ -167,7 +167,7 @@ TEST_F(report_test, missing_arguments_of_the_spam_checks) {
     EXPECT_TRUE(hits.untouched());
 }
 
-// --- run_all_bms_checks
+// --- run_all_bms_checks ---
 
 TEST_F(report_test, all_maps_that_list_the_address_in_list_order) {
     drive.write(maps_file, "b\nmissing\na\nc");

@@ -33,7 +33,7 @@ std::string nodes_text(const TRex &expression) {
     return text;
 }
 
-// --- Lines --------------------------------------------------------------------------------------
+// --- Lines ---
 
 TEST(pattern_reader, lines_that_hold_a_pattern) {
     const struct {
@@ -121,7 +121,7 @@ TEST(pattern_reader, an_action_may_go_on_in_the_next_lines) {
     EXPECT_TRUE(reader.read("  baz").is == kind::pattern);
 }
 
-// --- From nodes to text -------------------------------------------------------------------------
+// --- From nodes to text ---
 
 TEST(pattern_of_nodes, gives_the_pattern_as_it_would_be_written) {
     // What is compiled, and what comes back when that is something else.

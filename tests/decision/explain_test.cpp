@@ -6,7 +6,9 @@
 #include "engine_door.h"
 #include "explaining.h"
 #include "failing_memory.h"
+#include "file_digest.h"
 #include "off_source.h"
+#include "pattern_lines.h"
 #include "platform/error_numbers.h"
 #include "zone_source.h"
 
@@ -174,6 +176,46 @@ TEST_F(explain_test, a_rule_without_its_file_says_so) {
     const decision_record record = explained("dynamic");
     EXPECT_EQ(rule_of(record, "check_dynamic_reverse_dns").reason, "no pattern file is installed");
     EXPECT_EQ(rule_of(record, "from_blacklist").reason, "no list is installed");
+}
+
+TEST_F(explain_test, an_expression_is_named_by_its_list_where_that_is_known) {
+    const std::string file = dyna_regex_file;
+    std::string digest;
+    ASSERT_EQ(data_files::digest_of_file(file, &digest), 0u);
+    drive.write(file + ".lines", data_files::pattern_lines_text(digest, {{7, "dyna.list"}}));
+    const decision_record record = explained("dynamic");
+    EXPECT_EQ(rule_of(record, "check_dynamic_reverse_dns").from,
+              source(expression_source{file, 1, "dyn[0-9].*", "dyna.list", 7}));
+    EXPECT_TRUE(record.notes.empty());
+
+    drive.write(file + ".lines",
+                data_files::pattern_lines_text(std::string(64, '0'), {{7, "dyna.list"}}));
+    const decision_record stale = explained("dynamic");
+    EXPECT_EQ(rule_of(stale, "check_dynamic_reverse_dns").from,
+              source(expression_source{file, 1, "dyn[0-9].*", "", 0}));
+    ASSERT_EQ(stale.notes.size(), 1u);
+    EXPECT_EQ(stale.notes[0].severity, "info");
+}
+
+TEST_F(explain_test, the_consulted_files_with_size_and_digest) {
+    const decision_record record = explained("good");
+    const auto file = [&](const std::string &path) {
+        for (const config_file &one : record.config.files) {
+            if (one.path == path) {
+                return one;
+            }
+        }
+        return config_file{};
+    };
+    const config_file list = file(path_of("from_blacklist"));
+    EXPECT_EQ(list.bytes, std::string("*@foe.example\n").size());
+    EXPECT_EQ(list.sha256, data_files::digest_of("*@foe.example\n"));
+    drive.remove(path_of("from_blacklist"));
+    const decision_record without = explained("good");
+    EXPECT_TRUE(std::any_of(without.config.files.begin(), without.config.files.end(),
+                            [](const config_file &one) {
+                                return one.path == path_of("from_blacklist") && one.missing;
+                            }));
 }
 
 // --- near misses ---

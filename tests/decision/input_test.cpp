@@ -25,7 +25,7 @@ input_transaction read(input_format format, std::string_view unit) {
 // --- telling formats apart, and taking them one by one ---
 
 TEST(input, names_of_formats) {
-    for (const char *name : {"json", "policy", "tsv", "qflog"}) {
+    for (const char *name : {"json", "policy", "tsv", "qflog", "postfix", "exim"}) {
         const auto format = input_format_of_name(name);
         ASSERT_TRUE(format) << name;
         EXPECT_EQ(input_format_name(*format), name);
@@ -42,6 +42,11 @@ TEST(input, formats_by_content) {
         {"request=smtpd_access_policy\n", input_format::policy},
         {"R\t192.0.2.1\t25\t0\t\t0\th\ta@b\tc@d\n", input_format::tsv},
         {"2026-11-22 04:51:13 quillfence[7]: HAM: mua=[no:(null)],ip=[", input_format::qflog},
+        {"Nov 22 04:51:13 mx postfix/smtpd[7]: 4F8: client=a[192.0.2.1]", input_format::postfix},
+        {"2026-11-22T04:51:13.1+00:00 mx postfix/qmgr[7]: 4F8: removed", input_format::postfix},
+        {"2026-11-22 04:51:13 1abcDE-000123-4F <= a@b H=x [192.0.2.1]", input_format::exim},
+        {"2026-11-22 04:51:13 +0000 [7] H=[192.0.2.1] F=<> rejected", input_format::exim},
+        {"2026-11-22 04:51:13 Start queue run", std::nullopt},
         {"", std::nullopt},
         {"\n\n", std::nullopt},
         {"hello", std::nullopt},
@@ -381,6 +386,256 @@ TEST(input, lines_that_are_not_of_the_mail_log) {
     };
     for (const auto &c : cases) {
         EXPECT_EQ(refusal(input_format::qflog, c.line), c.want) << c.line.substr(0, 80);
+    }
+}
+
+// --- Postfix ---
+
+std::string postfix(const std::string &rest, const std::string &program = "smtpd") {
+    return "Nov 22 04:51:13 mx postfix/" + program + "[1234]: " + rest;
+}
+
+TEST(input, a_command_that_postfix_rejected) {
+    input_transaction want;
+    transaction &t = want.transaction;
+    t.ip = "192.0.2.1";
+    t.sender = "a@example.org";
+    t.recipient = "b@example.com";
+    t.helo = "mail.example.org";
+    want.extra = {{"logged", "\"Nov 22 04:51:13\""}};
+    EXPECT_EQ(read(input_format::postfix,
+                   postfix("NOQUEUE: reject: RCPT from unknown[192.0.2.1]: 554 5.7.1 "
+                           "<b@example.com>: Relay access denied; from=<a@example.org> "
+                           "to=<b@example.com> proto=ESMTP helo=<mail.example.org>")),
+              want);
+    t.ip = "2001:db8::1";
+    t.port = "4711";
+    t.sender = "";
+    t.helo.reset();
+    want.id = "4F8";
+    EXPECT_EQ(read(input_format::postfix,
+                   postfix("4F8: warn: RCPT from a.example[2001:db8::1]:4711: text; from=<> "
+                           "to=<b@example.com> proto=ESMTP")),
+              want);
+    t.authuser = "u";
+    t.mua = true;
+    EXPECT_EQ(read(input_format::postfix,
+                   postfix("4F8: warn: RCPT from a.example[2001:db8::1]:4711: text; from=<> "
+                           "to=<b@example.com> proto=ESMTP sasl_username=<u>")),
+              want);
+}
+
+TEST(input, commands_before_the_recipient) {
+    transaction want;
+    want.stage = "MAIL";
+    want.ip = "192.0.2.1";
+    want.sender = "a@b";
+    want.mua = true;
+    EXPECT_EQ(read(input_format::postfix,
+                   postfix("NOQUEUE: reject: MAIL from x[192.0.2.1]: 450 no; from=<a@b> proto=SMTP",
+                           "submission/smtpd"))
+                  .transaction,
+              want);
+    want = {};
+    want.stage = "HELO";
+    want.ip = "192.0.2.1";
+    want.helo = "h";
+    EXPECT_EQ(read(input_format::postfix,
+                   postfix("NOQUEUE: reject: HELO from x[192.0.2.1]: 504 no; proto=SMTP helo=<h>"))
+                  .transaction,
+              want);
+    want = {};
+    want.stage = "CONNECT";
+    want.ip = "192.0.2.1";
+    EXPECT_EQ(read(input_format::postfix,
+                   postfix("NOQUEUE: reject: CONNECT from x[192.0.2.1]: 554 no; proto=SMTP"))
+                  .transaction,
+              want);
+}
+
+TEST(input, lines_of_a_message_in_postfix) {
+    const auto line = [](const char *rest) {
+        return "2026-11-22T04:51:13.25+00:00 mx postfix/x[7]: 4F8: " + std::string(rest);
+    };
+    input_transaction want;
+    want.id = "4F8";
+    want.time = "2026-11-22T04:51:13.25Z";
+    want.extra = {{"logged", "\"2026-11-22T04:51:13.25+00:00\""}};
+    want.transaction.ip = "192.0.2.1";
+    want.transaction.authuser = "";
+    EXPECT_EQ(read(input_format::postfix, line("client=a.example[192.0.2.1]")), want);
+    want.transaction.authuser = "u";
+    want.transaction.mua = true;
+    EXPECT_EQ(read(input_format::postfix,
+                   line("client=a[192.0.2.1], sasl_method=PLAIN, sasl_username=u")),
+              want);
+    want.transaction.authuser.reset();
+    want.transaction.mua.reset();
+    EXPECT_EQ(read(input_format::postfix,
+                   line("client=a[192.0.2.1], orig_queue_id=4F7, orig_client=b[192.0.2.2]")),
+              want);
+    want.transaction = {};
+    want.transaction.sender = "";
+    EXPECT_EQ(read(input_format::postfix, line("from=<>, size=1234, nrcpt=1 (queue active)")),
+              want);
+    want.transaction = {};
+    want.transaction.recipient = "c@d";
+    EXPECT_EQ(read(input_format::postfix, line("to=<c@d>, relay=local, delay=0.1, status=sent")),
+              want);
+    want.transaction.recipient = "e@f";
+    EXPECT_EQ(read(input_format::postfix, line("to=<c@d>, orig_to=<e@f>, relay=local")), want);
+    want.transaction.recipient = "\"x>, orig_to=<e\"@d";
+    EXPECT_EQ(read(input_format::postfix, line("to=<\"x>, orig_to=<e\"@d>, relay=local")), want);
+}
+
+TEST(input, times_of_other_zones_are_not_guessed) {
+    const input_transaction got =
+        read(input_format::postfix,
+             "2026-11-22T04:51:13+01:00 mx postfix/smtpd[7]: 4F8: client=a[192.0.2.1]");
+    EXPECT_EQ(got.time, "");
+    EXPECT_EQ(got.extra[0].second, "\"2026-11-22T04:51:13+01:00\"");
+}
+
+TEST(input, postfix_lines_that_are_refused) {
+    const struct {
+        std::string line;
+        const char *want;
+    } cases[] = {
+        {"hello", "1: the line is not one of Postfix's log"},
+        {"Nov 22 04:51:13 mx sshd[7]: a: b", "1: the line is not one of Postfix's log"},
+        {"postfix/smtpd[7]: a: b", "1: the line is not one of Postfix's log"},
+        {postfix("connect from unknown[192.0.2.1]"), "1: the line is not one of Postfix's log"},
+        {postfix("4F8: removed"), "1: the line tells nothing of a transaction"},
+        {postfix("4F8: client=unknown"), "1: client: is not a name with an address in brackets"},
+        {postfix("4F8: client=x[300.0.2.1]"),
+         "1: client: is not a name with an address in brackets"},
+        {postfix("4F8: from=<a@b>, status=expired"), "1: from: is not as Postfix logs it"},
+        {postfix("4F8: to=<a@b>"), "1: to: is not as Postfix logs it"},
+        {postfix("4F8: client=x[192.0.2.1], sasl_method=PLAIN, sasl_username=u, sasl_sender=v"),
+         "1: the line can be read in several ways"},
+        {postfix("NOQUEUE: reject: RCPT from x[192.0.2.1]: 554 no"),
+         "1: the line does not tell of a client's command as Postfix does"},
+        {postfix("NOQUEUE: reject: DATA from x[192.0.2.1]: 554 no; from=<a@b> proto=ESMTP "
+                 "helo=<h>"),
+         "1: the line does not tell of a client's command as Postfix does"},
+        // A user, or a client whose HELO looks like one.
+        {postfix("NOQUEUE: reject: RCPT from x[192.0.2.1]: 554 no; from=<a@b> to=<c@d> proto=ESMTP "
+                 "helo=<h> sasl_username=<boss>"),
+         "1: the line can be read in several ways"},
+        {postfix("NOQUEUE: reject: RCPT from x[192.0.2.1]: 554 <; from=<z@z>: no; from=<a@b> "
+                 "to=<c@d> proto=ESMTP helo=<h>"),
+         "1: the line can be read in several ways"},
+        {postfix("4F8: to=<c@d>, relay=<x>, relay=local"),
+         "1: the line can be read in several ways"},
+    };
+    for (const auto &c : cases) {
+        EXPECT_EQ(refusal(input_format::postfix, c.line), c.want) << c.line;
+    }
+}
+
+// --- Exim ---
+
+TEST(input, an_arrival_in_exim) {
+    input_transaction want;
+    transaction &t = want.transaction;
+    t.ip = "192.0.2.1";
+    t.port = "51234";
+    t.helo = "helo.example";
+    t.sender = "a@example.org";
+    t.tls = true;
+    t.authuser = "";
+    want.id = "1abcDE-000123-4F";
+    want.extra = {{"logged", "\"2026-11-22 04:51:13\""}};
+    EXPECT_EQ(read(input_format::exim,
+                   "2026-11-22 04:51:13 1abcDE-000123-4F <= a@example.org H=mail.example.org "
+                   "(helo.example) [192.0.2.1]:51234 I=[192.0.2.9]:25 P=esmtps X=TLS1.3:x:256 "
+                   "CV=no S=1234 id=x@y T=\"P=smtpa\""),
+              want);
+    t.port.reset();
+    t.helo.reset();
+    t.sender = "";
+    t.authuser = "u@example.com";
+    t.mua = true;
+    want.time = "2026-11-22T04:51:13Z";
+    EXPECT_EQ(read(input_format::exim,
+                   "2026-11-22 04:51:13 +0000 [77] 1abcDE-000123-4F <= <> H=mail.example.org "
+                   "[192.0.2.1] P=esmtpsa X=TLS1.3:x:256 A=plain:u@example.com S=1234"),
+              want);
+}
+
+TEST(input, clients_as_exim_names_them) {
+    const struct {
+        const char *client;
+        const char *ip;
+        std::optional<std::string> helo;
+    } cases[] = {
+        {"(h) [192.0.2.1]", "192.0.2.1", "h"},
+        {"([192.0.2.7]) [192.0.2.1]", "192.0.2.1", "[192.0.2.7]"},
+        {"n.example (h) [2001:db8::1]", "2001:db8::1", "h"},
+        {"n.example [192.0.2.1]", "192.0.2.1", std::nullopt},
+        {"[192.0.2.1]", "192.0.2.1", std::nullopt},
+    };
+    for (const auto &c : cases) {
+        const input_transaction got =
+            read(input_format::exim, "2026-11-22 04:51:13 1abcDE-000123-4F <= a@b H=" +
+                                         std::string(c.client) + " P=smtp S=1");
+        EXPECT_EQ(got.transaction.ip, c.ip) << c.client;
+        EXPECT_EQ(got.transaction.helo, c.helo) << c.client;
+        EXPECT_EQ(got.transaction.tls, false) << c.client;
+        EXPECT_EQ(got.transaction.authuser, "") << c.client;
+    }
+}
+
+TEST(input, a_rejection_in_exim) {
+    transaction want;
+    want.ip = "192.0.2.1";
+    want.port = "4711";
+    want.helo = "h";
+    want.sender = "a@b";
+    want.recipient = "c@d";
+    const char *const front = "2026-11-22 04:51:13 H=(h) [192.0.2.1]:4711 ";
+    EXPECT_EQ(read(input_format::exim,
+                   std::string(front) + "F=<a@b> rejected RCPT <c@d>: Unrouteable address")
+                  .transaction,
+              want);
+    EXPECT_EQ(
+        read(input_format::exim, std::string(front) + "F=<a@b> temporarily rejected RCPT <c@d>")
+            .transaction,
+        want);
+    want.tls = true;
+    want.authuser = "u";
+    want.mua = true;
+    want.sender = "";
+    EXPECT_EQ(read(input_format::exim, std::string(front) + "X=TLS1.3:x:256 CV=no F=<> A=login:u "
+                                                            "rejected RCPT <c@d>: relay")
+                  .transaction,
+              want);
+}
+
+TEST(input, exim_lines_that_are_refused) {
+    const std::string moment = "2026-11-22 04:51:13 ";
+    const struct {
+        std::string line;
+        const char *want;
+    } cases[] = {
+        {"hello", "1: the line is no arrival and no rejection of Exim's log"},
+        {moment + "1abcDE-000123-4F Completed",
+         "1: the line is no arrival and no rejection of Exim's log"},
+        {moment + "1abcDE-000123-4F <= root@x U=root P=local S=1", "1: the line names no client"},
+        {moment + "H=(h) [192.0.2.1] rejected EHLO or HELO h: no", "1: the line names no sender"},
+        {moment + "H=(h) [192.0.2.1] F=<a@b> rejected after DATA: no",
+         "1: the line does not tell of a recipient"},
+        {moment + "H=nothing F=<a@b> rejected RCPT <c@d>: no", "1: the line names no client"},
+        // A HELO that holds another client.
+        {moment + "H=(h) [198.51.100.1]) [192.0.2.1] F=<a@b> rejected RCPT <c@d>: no",
+         "1: the line can be read in several ways"},
+        {moment + "1abcDE-000123-4F <= \"x H=y [198.51.100.1]\"@b H=z [192.0.2.1] P=smtp",
+         "1: the line can be read in several ways"},
+        {moment + "H=(h) [192.0.2.1] F=<a@b> rejected RCPT <c> rejected RCPT <d>: no>: no",
+         "1: the line can be read in several ways"},
+    };
+    for (const auto &c : cases) {
+        EXPECT_EQ(refusal(input_format::exim, c.line), c.want) << c.line;
     }
 }
 

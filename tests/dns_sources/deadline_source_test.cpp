@@ -58,6 +58,21 @@ TEST_F(deadline, a_stricter_limit_stays) {
     EXPECT_EQ(behind.last().limit, 1000ms);
 }
 
+TEST_F(deadline, silence_at_the_end_is_no_answer) {
+    scripted_source silent([this](const question &) {
+        moment += cost;
+        return answer_of_status(platform::dns_status_timeout);
+    });
+    deadline_source timed(silent, 1000ms, by_test);
+    cost = 900ms;
+    EXPECT_EQ(timed.ask(ask_for("a.example.")), answer_of_status(platform::dns_status_timeout))
+        << "the question had all of its own time";
+    cost = 99ms;
+    answer cut_off = answer_of_status(status_deadline);
+    cut_off.said = platform::dns_status_timeout;
+    EXPECT_EQ(timed.ask(ask_for("a.example.")), cut_off);
+}
+
 TEST_F(deadline, part_of_a_millisecond_is_none) {
     deadline_source timed(behind, 1ms, by_test);
     moment += 1us;

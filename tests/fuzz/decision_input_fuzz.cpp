@@ -1,6 +1,6 @@
 // Transactions as files and other programs write them: told by their looks, taken one by one, read.
 //
-//     which format, a byte: 0 to 3, anything else for the one that the text looks like
+//     which format, a byte: 0 to 5, anything else for the one that the text looks like
 //     the text
 #include "fuzz_support.h"
 #include "input.h"
@@ -39,7 +39,7 @@ void fuzz_one(fuzz_input &input) {
     const exact_bytes exact(bytes);
     std::string_view text(exact.begin(), bytes.size());
     const auto format =
-        which < 4 ? std::optional(static_cast<input_format>(which)) : input_format_of_content(text);
+        which < 6 ? std::optional(static_cast<input_format>(which)) : input_format_of_content(text);
     while (format && !text.empty()) {
         const size_t left = text.size();
         const std::string_view unit = take_input(*format, &text, nullptr);

@@ -111,7 +111,7 @@ constexpr char rest[] =
     "mua=[no:(null)],ip=[192.0.2.1:(null)],port=<4711>,tls=<no>,"
     "helo=<mail.example.com>,from=<alice@example.com>,rcpt=<bob@example.net>\r\n";
 
-// ---- the line ----
+// --- the line ---
 
 TEST_F(journal, every_type_has_its_name) {
     const struct {
@@ -229,7 +229,7 @@ TEST_F(journal, local_time_of_a_zone_with_a_half_hour) {
     EXPECT_TRUE(logged(nullptr, 0).starts_with("2023-11-15 03:43:20 quillfence["));
 }
 
-// ---- user directories ----
+// --- user directories ---
 
 TEST_F(journal, user_directories_get_the_same_line_and_count) {
     for (const char *user : {"c:/quillfence/users/a", "c:/quillfence/users/b/"}) {
@@ -307,7 +307,7 @@ TEST_F(journal, without_a_clock_nothing_is_written) {
     EXPECT_FALSE(drive.exists(hourly_file));
 }
 
-// ---- counting ----
+// --- counting ---
 
 TEST_F(journal, types_are_counted_in_their_fields) {
     // type, count in ham, spam, exempt, rate limit, second rate limit
@@ -556,7 +556,7 @@ TEST_F(journal, directories_that_are_not_there) {
     EXPECT_FALSE(drive.exists("c:/quillfence/nowhere"));
 }
 
-// ---- failures ----
+// --- failures ---
 
 int writes_until_failure;
 
@@ -647,7 +647,7 @@ TEST_F(journal, a_counter_failure_never_loses_the_line) {
     }
 }
 
-// ---- single operations ----
+// --- single operations ---
 
 TEST_F(journal, days_and_hours_outside_of_the_file_are_refused) {
     drive.write(month_file(1), file_with(0, 997, {}));

@@ -93,7 +93,7 @@ class pattern_list : public drive_test {
     }
 };
 
-// --- The format page ----------------------------------------------------------------------------
+// --- The format page ---
 
 TEST_F(pattern_list, the_sample_of_the_page_is_a_file) {
     std::string bytes;
@@ -151,7 +151,7 @@ TEST_F(pattern_list, the_differences_on_the_page_are_real) {
     EXPECT_GT(rows, 25u);
 }
 
-// --- The list -----------------------------------------------------------------------------------
+// --- The list ---
 
 // The patterns of the lines "/pattern/ ACTION text".
 std::vector<std::string> listed_patterns() {

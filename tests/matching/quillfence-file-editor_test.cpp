@@ -99,6 +99,18 @@ TEST_F(editor_test, add) {
     }
 }
 
+// As on the server, where names below c: have no case.
+TEST_F(editor_test, the_list_is_found_in_any_letter_case) {
+    put("a\n");
+    EXPECT_EQ(shown(vc_add_entry(dir, "List", "b", nullptr, _stricmp)), "success");
+    EXPECT_EQ(shown(vc_del_entry("c:/QUILLFENCE", "LIST", "a", 0, _stricmp)), "success");
+    EXPECT_EQ(get(), "b\n");
+    EXPECT_EQ(shown(vc_add_entry(dir, "LIST", "b", nullptr, _stricmp)), "Entry already exists");
+    drive.remove(list_path);
+    EXPECT_FALSE(drive.exists("c:/quillfence/List"));
+    EXPECT_FALSE(drive.exists("c:/quillfence/LIST"));
+}
+
 TEST_F(editor_test, del) {
     const std::vector<edit_case> cases = {
         {"one of many", "a\nb\nc\n", "b", nullptr, _stricmp, nullptr, "a\nc\n"},

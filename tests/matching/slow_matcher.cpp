@@ -6,7 +6,7 @@
 
 namespace quillfence::testing {
 
-// --- Parsing ------------------------------------------------------------------------------------
+// --- Parsing ---
 
 namespace {
 
@@ -288,7 +288,7 @@ std::optional<slow_nodes> slow_parse(const std::string &pattern) {
     }
 }
 
-// --- Matching -----------------------------------------------------------------------------------
+// --- Matching ---
 
 namespace {
 

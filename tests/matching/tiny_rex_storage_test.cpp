@@ -22,7 +22,7 @@ using testing::traced_drive_test;
 
 constexpr char path[] = "c:/quillfence/dynaregex/dyna.cregexes";
 
-// --- Files by hand ------------------------------------------------------------------------------
+// --- Files by hand ---
 
 std::string le32(int64_t value) {
     std::string bytes;
@@ -183,7 +183,7 @@ TEST_F(tiny_rex_storage, stored_bytes_are_little_endian_nodes_in_index_order) {
     EXPECT_EQ(drive.read(path), want);
 }
 
-// --- Messages of the stream operations ----------------------------------------------------------
+// --- Messages of the stream operations ---
 
 TEST_F(tiny_rex_storage, stream_operations_refuse_what_is_missing) {
     drive.write(path, header);
@@ -369,7 +369,7 @@ TEST_F(tiny_rex_storage_traced, debug_lines) {
     EXPECT_EQ(of_this_module(), lines{"trs_store: writing out nsize 4 for node block size"});
 }
 
-// --- The run's steps ----------------------------------------------------------------------------
+// --- The run's steps ---
 
 // A pattern that takes every step it gets with such a name.
 constexpr char hopeless_pattern[] = "(x+x+)+y";
@@ -418,7 +418,7 @@ TEST_F(tiny_rex_budget, one_match_takes_its_own_limit_at_most) {
     EXPECT_LT(steps_to_take(trex_most_steps), trex_most_steps);
 }
 
-// --- Without memory -----------------------------------------------------------------------------
+// --- Without memory ---
 
 TEST_F(tiny_rex_storage, a_lookup_asks_for_none) {
     drive.write(path, header + letter_block('a') + le32(0) + letter_block('b'));
@@ -441,7 +441,7 @@ TEST_F(tiny_rex_storage, a_block_without_memory_is_not_read) {
     EXPECT_EQ(log.errors(), lines{std::string("trs_next: ") + strerror(ENOMEM)});
 }
 
-// --- Damaged files ------------------------------------------------------------------------------
+// --- Damaged files ---
 
 // What a lookup must answer and write, worked out from the bytes alone.
 struct outcome {

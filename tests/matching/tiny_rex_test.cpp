@@ -23,7 +23,7 @@ trex_ptr compiled(const std::string &pattern, uint8_t case_flag = trex_exact_cas
 
 class tiny_rex : public logged_test {};
 
-// --- Compiling ----------------------------------------------------------------------------------
+// --- Compiling ---
 
 TEST_F(tiny_rex, a_null_pattern_is_refused) {
     EXPECT_EQ(trex_compile_ex(nullptr, 0), nullptr);
@@ -229,7 +229,7 @@ TEST_F(tiny_rex, freeing_nothing_is_fine) {
     trex_free(nullptr);
 }
 
-// --- Matching -----------------------------------------------------------------------------------
+// --- Matching ---
 
 struct match_case {
     const char *pattern, *subject;
@@ -391,7 +391,7 @@ TEST_F(tiny_rex, literals_that_look_special) {
     });
 }
 
-// --- Repetitions --------------------------------------------------------------------------------
+// --- Repetitions ---
 
 TEST_F(tiny_rex, star_needs_an_end_behind_it_and_fails_where_plus_stops) {
     expect_matches({
@@ -566,7 +566,7 @@ TEST_F(tiny_rex, the_built_in_quad_pattern) {
     });
 }
 
-// --- Node checks and damage ---------------------------------------------------------------------
+// --- Node checks and damage ---
 
 // An expression as it comes from a file: nodes, nothing else.
 struct stored {
@@ -756,7 +756,7 @@ TEST_F(tiny_rex, long_patterns_and_subjects_stay_within_the_stack) {
     expect_matches({{(alternatives + "a)$").c_str(), "a", 1}});
 }
 
-// --- Escaping -----------------------------------------------------------------------------------
+// --- Escaping ---
 
 TEST_F(tiny_rex, escape) {
     EXPECT_STREQ(heap_string(trex_escape("a$()*+.?[\\]^{|}b")).get(),

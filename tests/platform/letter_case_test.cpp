@@ -1,11 +1,12 @@
 // Names below drive c: are found whatever their letter case, on both systems.
-#include <functional>
+#include <algorithm>
 #include <string>
 
 #include <gtest/gtest.h>
 
 #include "drive_c.h"
 #include "platform/directory.h"
+#include "platform/edit.h"
 #include "platform/error_numbers.h"
 #include "platform/file.h"
 
@@ -29,6 +30,10 @@ class letter_case : public ::testing::Test {
         }
         directory_close(listing);
         return names;
+    }
+    static auto count(const char *folder) {
+        const std::string names = listed(folder);
+        return std::count(names.begin(), names.end(), ' ');
     }
     static std::string contents(const char *path) {
         file_handle file = invalid_file;
@@ -140,15 +145,51 @@ TEST_F(letter_case, a_replaced_file_stays_one) {
               error_none);
     EXPECT_EQ(contents("c:/quillfence/from_blacklist"), "new");
     drive.remove("c:/quillfence/Bms");
-    directory_listing *listing = nullptr;
-    ASSERT_EQ(directory_open("c:/quillfence", &listing), error_none);
-    int names = 0;
-    directory_entry entry = {};
-    while (directory_next(listing, &entry) == error_none) {
-        names += entry.name[0] != '.';
-    }
-    directory_close(listing);
-    EXPECT_EQ(names, 1);
+    EXPECT_EQ(count("c:/quillfence"), 1);
+}
+
+TEST_F(letter_case, editors_by_any_name_lock_one_file) {
+    edit_lock first;
+    edit_lock second;
+    ASSERT_EQ(edit_lock_take("c:/QUILLFENCE/From_Blacklist", disposition::open_always, &first),
+              error_none);
+    char bytes[8] = "";
+    uint32_t moved = 0;
+    EXPECT_EQ(file_read(first.file, bytes, sizeof bytes, &moved), error_none);
+    EXPECT_EQ(std::string(bytes, moved), "list");
+    EXPECT_EQ(edit_lock_take("c:/quillfence/FROM_BLACKLIST", disposition::open_existing, &second),
+              error_sharing_violation);
+    edit_lock_release(&first);
+    EXPECT_EQ(listed("c:/quillfence"), "Bms from_blacklist ");
+}
+
+TEST_F(letter_case, an_edit_replaces_the_file_that_is_there) {
+    drive.write("c:/quillfence/FROM_blacklist.tmp", "a leftover");
+    drive.remove("c:/quillfence/Bms");
+    replacement fresh;
+    ASSERT_EQ(replacement_begin("c:/Quillfence/From_Blacklist", ".tmp", &fresh), error_none);
+    uint32_t moved = 0;
+    EXPECT_EQ(file_write(fresh.lock.file, "new", 3, &moved), error_none);
+    EXPECT_EQ(replacement_commit(&fresh, nullptr), error_none);
+    EXPECT_EQ(replacement_end(&fresh), error_none);
+    EXPECT_EQ(contents("c:/quillfence/from_blacklist"), "new");
+    EXPECT_EQ(count("c:/quillfence"), 1);
+}
+
+TEST_F(letter_case, a_replacement_that_is_given_up_leaves_the_file_that_is_there) {
+    replacement fresh;
+    ASSERT_EQ(replacement_begin("c:/quillfence/From_Blacklist", ".tmp", &fresh), error_none);
+    EXPECT_EQ(replacement_end(&fresh), error_none);
+    EXPECT_EQ(listed("c:/quillfence"), "Bms from_blacklist ");
+}
+
+TEST_F(letter_case, a_second_name_is_made_where_there_is_none) {
+    EXPECT_EQ(path_link("c:/quillfence/From_Blacklist", "c:/QUILLFENCE/bms/copy"), error_none);
+    EXPECT_EQ(contents("c:/quillfence/Bms/copy"), "list");
+    EXPECT_EQ(path_link("c:/quillfence/bms/bots.bms", "c:/quillfence/bms/COPY"),
+              error_already_exists);
+    EXPECT_EQ(path_sync_folder("c:/QUILLFENCE/BMS/x"), error_none);
+    EXPECT_EQ(listed("c:/quillfence/Bms"), "Bots.bms copy ");
 }
 
 TEST_F(letter_case, a_library_gets_the_name_that_is_there) {

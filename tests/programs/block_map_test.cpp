@@ -44,7 +44,7 @@ std::string map_of_lines(const std::vector<std::string> &lines, map_size *size =
     return map_of(addresses, size);
 }
 
-// --- Text ---------------------------------------------------------------------------------------
+// --- Text ---
 
 TEST(address_line, ranges) {
     const struct {
@@ -131,7 +131,7 @@ TEST(for_each_network, the_fewest) {
     }
 }
 
-// --- Writing ------------------------------------------------------------------------------------
+// --- Writing ---
 
 void put(std::string *bytes, size_t at, const std::vector<int> &values) {
     for (const int value : values) {
@@ -199,7 +199,7 @@ TEST(address_set, the_order_and_the_pieces_do_not_matter) {
     }
 }
 
-// --- Through the engine -------------------------------------------------------------------------
+// --- Through the engine ---
 
 constexpr char path[] = "c:/quillfence/map.bms";
 

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "../decision/random_record.h"
+#include "answer.h"
 #include "explain_words.h"
 #include "sample_records.h"
 #include "vc_text.h"
@@ -38,7 +39,7 @@ Notes
   warning: the server refused 1 question; the engine takes that for "does not
       exist", and rules that look for a name then hit
 
-DNS: 3 questions to 127.0.0.1:5399 over TCP, 3002 ms
+DNS: 3 questions to 127.0.0.1:5399 over TCP, 3002 ms; 1 silent, 1 refused
   PTR 58.2.0.192.in-addr.arpa.  PTR dhcp.cust.example.  (1.1 ms)
   A mail.example.org.  REFUSED, which the engine takes for "does not exist"
       (0.9 ms)
@@ -168,7 +169,7 @@ TEST(explain_text, a_name_longer_than_its_column_has_a_line_of_its_own) {
     record.rules[0].reason = "it had to";
     EXPECT_NE(explain_text(record, {})
                   .find("  a_name_that_takes_more_than_its_room\n"
-                        "                             HIT: it had to\n"),
+                        "                               HIT: it had to\n"),
               std::string::npos)
         << explain_text(record, {});
 }
@@ -196,7 +197,7 @@ TEST(explain_text, the_same_question_with_the_same_answer_is_told_once) {
     record.dns[1].attempt = 2;
     record.dns[2].type = "MX";
     const std::string text = explain_text(record, {});
-    EXPECT_NE(text.find("DNS: 3 questions, 9000 ms\n"
+    EXPECT_NE(text.find("DNS: 3 questions, 9000 ms; 3 silent\n"
                         "  A a.example.  silent: no answer came in time, a failed lookup for the "
                         "engine\n"
                         "      (asked 2 times, 6000 ms)\n"
@@ -232,7 +233,7 @@ TEST(explain_text, lines_fit_and_are_printable) {
     for (uint32_t seed = 0; seed < 300; ++seed) {
         decision_record record = testing::random_record(seed, true).make();
         record.transaction.helo = std::string(3 * seed, 'h');
-        for (const size_t width : {80u, 50u}) {
+        for (const size_t width : {80u, 60u}) {
             std::istringstream lines(explain_text(record, {.width = width}));
             for (std::string line; std::getline(lines, line);) {
                 ASSERT_LE(line.size(), width) << line;
@@ -367,25 +368,6 @@ TEST(explain_words, rule_sentences) {
     EXPECT_EQ(sentence(undecided, undecided), "UNDECIDED");
 }
 
-TEST(explain_words, how_many_entries_is_said_once) {
-    const auto sentence = [](const char *reason, std::optional<uint32_t> looked_at) {
-        rule_record rule;
-        rule.decision = outcome::no_hit;
-        rule.reason = reason;
-        rule.looked_at = looked_at;
-        return rule_sentence(rule);
-    };
-    EXPECT_EQ(sentence("none of 2 entries matches", 2), "no: none of 2 entries matches");
-    EXPECT_EQ(sentence("the one entry does not match", 1), "no: the one entry does not match");
-    EXPECT_EQ(sentence("no list is installed", 0), "no: no list is installed");
-    EXPECT_EQ(sentence("a.example matches no pattern", 7),
-              "no: a.example matches no pattern; 7 entries looked at");
-    EXPECT_EQ(sentence("a.example is not among the 7 domains declared", 7),
-              "no: a.example is not among the 7 domains declared");
-    EXPECT_EQ(sentence("", 7), "no: 7 entries looked at");
-    EXPECT_EQ(sentence("", 0), "no");
-}
-
 TEST(explain_words, a_rule_without_an_entry_decides_by_its_reason) {
     decision_record record;
     record.decision.rule = "require_helo";
@@ -414,6 +396,21 @@ TEST(explain_words, what_is_missing) {
                                                            "a.example., MX b.example."}));
 }
 
+TEST(explain_words, numbers_and_values_where_they_tell_something) {
+    rule_record rule = sample_rule(9, "block_ip_in_addr", outcome::no_hit, outcome::no_hit);
+    rule.fact = "helo";
+    rule.value = "h";
+    rule.looked_at = 1;
+    EXPECT_EQ(rule_sentence(rule), "no: 1 entry looked at");
+    EXPECT_EQ(rule_details(rule), std::vector<std::string>());
+    rule.reason = "the one entry does not match";
+    EXPECT_EQ(rule_sentence(rule), "no: the one entry does not match");
+    rule.decision = outcome::undecided;
+    EXPECT_EQ(rule_details(rule), std::vector<std::string>());
+    rule.decision = outcome::hit;
+    EXPECT_EQ(rule_details(rule), std::vector<std::string>{"helo h"});
+}
+
 TEST(explain_words, dns_answers) {
     using enum answer_class;
     const struct {
@@ -438,7 +435,19 @@ TEST(explain_words, dns_answers) {
          {},
          "unreachable: no server could be reached, a failed lookup for the engine"},
         {9003, "", no_name, {}, "status 9003, which the engine takes for \"does not exist\""},
+        {0,
+         "NOERROR",
+         failure,
+         {"A 192.0.2.1"},
+         "an answer that the guards do not count, a failed lookup for the engine; A 192.0.2.1"},
+        {9005, "REFUSED", failure, {}, "REFUSED, a failed lookup for the engine"},
         {0, "", missing, {}, "no answer is at hand, and none was asked for"},
+        {1460, "", missing, {}, "silent until the time for DNS questions was used up"},
+        {dns_sources::status_deadline,
+         "",
+         missing,
+         {},
+         "not asked: the time for DNS questions was used up"},
     };
     for (const auto &c : cases) {
         dns_record dns;
@@ -457,10 +466,38 @@ TEST(explain_words, dns_summary_names_what_all_have_in_common) {
     record.dns.push_back(record.dns[0]);
     record.dns[1].server = "192.0.2.53:53";
     EXPECT_EQ(dns_summary(record), "2 questions over TCP, 2.2 ms");
-    record.dns[1].transport = "";
+    record.dns[1].transport = "udp";
     EXPECT_EQ(dns_summary(record), "2 questions, 2.2 ms");
+    record.dns[1].server = "";
+    record.dns[1].transport = "";
+    EXPECT_EQ(dns_summary(record), "2 questions to 127.0.0.1:5399 over TCP, 2.2 ms");
+    record.dns[0].ms.reset();
+    record.dns[1].ms.reset();
+    EXPECT_EQ(dns_summary(record), "2 questions to 127.0.0.1:5399 over TCP");
     record.dns.clear();
     EXPECT_EQ(dns_summary(record), "");
+}
+
+TEST(explain_words, dns_summary_counts_what_went_wrong) {
+    decision_record record;
+    const auto add = [&](uint32_t status, const char *rcode, answer_class is) {
+        dns_record dns;
+        dns.status = status;
+        dns.rcode = rcode;
+        dns.is = is;
+        record.dns.push_back(dns);
+    };
+    add(0, "NOERROR", answer_class::found);
+    add(9003, "NXDOMAIN", answer_class::no_name);
+    EXPECT_EQ(dns_summary(record), "2 questions");
+    add(1460, "", answer_class::failure);
+    add(1460, "", answer_class::missing);
+    add(9005, "REFUSED", answer_class::no_name);
+    add(9002, "", answer_class::failure);
+    add(9002, "SERVFAIL", answer_class::failure);
+    add(dns_sources::status_deadline, "", answer_class::missing);
+    EXPECT_EQ(dns_summary(record), "8 questions; 2 silent, 1 refused, 1 unreachable, "
+                                   "1 failed at the server, 1 not asked");
 }
 
 TEST(explain_words, a_report_that_failed) {

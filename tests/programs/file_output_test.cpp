@@ -89,7 +89,7 @@ TEST_F(output_test, without_a_commit_nothing_stays) {
     EXPECT_EQ(watch.count("path_delete"), 1);
 }
 
-// --- Lines --------------------------------------------------------------------------------------
+// --- Lines ---
 
 class input_test : public testing::drive_test {
   protected:

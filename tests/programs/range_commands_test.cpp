@@ -140,10 +140,18 @@ TEST_F(range_commands_test, corrupt_files) {
     drive.write(file, header(2, 2) + one + record({10, 1, 0, 0}, {10, 2, 0, 0}));
     EXPECT_EQ(list().failure,
               prefix + "is corrupt: record 2, 10.1.0.0-10.2.0.0, is no range inside one /16");
-    drive.write(file, header(2, 1) + one + one);
+    drive.write(file, header(2, 3) + one);
     EXPECT_EQ(add("10.1.3.0/24").failure,
               prefix + "10.1.3.0-10.1.3.255: Error traversing file (file " + file + " is corrupt)");
-    EXPECT_EQ(drive.read(file), header(2, 1) + one + one);
+    EXPECT_EQ(drive.read(file), header(2, 3) + one);
+}
+
+// As an add that was killed leaves them.
+TEST_F(range_commands_test, bytes_behind_the_records_are_cut) {
+    const std::string one = record({10, 1, 2, 0}, {10, 1, 2, 255});
+    drive.write(file, header(2, 1) + one + one);
+    EXPECT_EQ(add("10.1.3.0/24").status, exit_status::done);
+    EXPECT_EQ(drive.read(file), header(2, 2) + one + record({10, 1, 3, 0}, {10, 1, 3, 255}));
 }
 
 } // namespace

@@ -45,7 +45,7 @@ std::string numbered(size_t size, const std::string &head, const std::string &ta
     return text + tail;
 }
 
-// ---- Whole files
+// --- Whole files ---
 
 constexpr uint64_t largest_contents = 100 << 20;
 
@@ -68,7 +68,7 @@ TEST_F(bounds_common, a_larger_file_is_refused_before_it_is_read) {
     EXPECT_LE(spent.bytes, 4096U) << "the lines";
 }
 
-// ---- JSON
+// --- JSON ---
 
 void parse(const std::string &text) {
     vc_json_free(vc_json_parse_string(text.c_str()));
@@ -177,7 +177,7 @@ TEST_F(bounds_common, a_file_of_documents_costs_as_much_as_it_is_long) {
     log.take();
 }
 
-// ---- Keys that were chosen to fill the same bucket of every table
+// --- Keys that were chosen to fill the same bucket of every table ---
 
 constexpr uint32_t table_sizes[] = {5,   11,   23,   47,   97,    199,   409,
                                     823, 1741, 3469, 6949, 14033, 28411, 57557};
@@ -236,7 +236,7 @@ TEST_F(bounds_common, other_keys_grow_a_table_as_far_as_it_is_needed) {
     vc_map_destroy(map);
 }
 
-// ---- Control files
+// --- Control files ---
 
 void load_control(const std::string &) {
     vc_hashmap *map = nullptr;
@@ -280,7 +280,7 @@ TEST_F(bounds_common, a_control_file_costs_as_much_as_it_is_long) {
     }
 }
 
-// ---- Saved maps
+// --- Saved maps ---
 
 std::string le32(std::initializer_list<uint32_t> numbers) {
     std::string bytes(4 * numbers.size(), '\0');
@@ -411,7 +411,7 @@ TEST_F(bounds_common, a_saved_map_costs_as_much_as_it_is_long) {
     EXPECT_EQ(log.errors(), lines(6, corrupt_line)) << "two sizes of the last three";
 }
 
-// ---- The hosts file
+// --- The hosts file ---
 
 void look_up_host(const std::string &) {
     vc_list_entry *names = nullptr;
@@ -442,7 +442,7 @@ TEST_F(bounds_common, a_hosts_file_costs_as_much_as_it_is_long) {
     platform::set_hosts_file_stand_in(nullptr);
 }
 
-// ---- DNS answers
+// --- DNS answers ---
 
 void put_u16(std::string *to, size_t number) {
     *to += static_cast<char>(number >> 8);

@@ -40,7 +40,7 @@ class bounds_files : public drive_test {
     }
 };
 
-// ---- Lists
+// --- Lists ---
 
 constexpr uint64_t list_piece = 32768; // bytes of one read
 
@@ -223,7 +223,7 @@ TEST_F(bounds_files, the_mail_servers_domains_are_looked_through_once) {
     });
 }
 
-// ---- Ranges
+// --- Ranges ---
 
 std::string range_header(uint32_t version, uint32_t count) {
     std::string bytes(16, '\0');
@@ -297,7 +297,7 @@ TEST_F(bounds_files, a_range_file_is_read_as_far_as_it_goes) {
               lines{"file_contains_ip_range_match: file c:/quillfence/file is corrupt"});
 }
 
-// ---- Block maps
+// --- Block maps ---
 
 // An address whose three steps lie far apart in a map of half a gigabyte.
 TEST_F(bounds_files, a_block_map_of_any_size_costs_three_reads) {
@@ -343,7 +343,7 @@ TEST_F(bounds_files, a_list_of_block_maps_costs_as_much_as_it_is_long) {
     expect_in_step(input, 8'000, nullptr);
 }
 
-// ---- Patterns
+// --- Patterns ---
 
 void compile(const std::string &pattern) {
     trex_free(trex_compile_ex(pattern.c_str(), trex_fold_case));
@@ -426,7 +426,7 @@ TEST_F(bounds_files, a_step_of_a_match_is_a_bounded_piece_of_work) {
     }
 }
 
-// ---- Compiled patterns
+// --- Compiled patterns ---
 
 std::string pattern_node(int32_t type, int32_t left, int32_t right, int32_t next) {
     std::string bytes(16, '\0');
@@ -500,7 +500,7 @@ TEST_F(bounds_files, a_pattern_file_costs_as_much_as_it_is_long) {
     }
 }
 
-// ---- Counters
+// --- Counters ---
 
 TEST_F(bounds_files, a_counter_file_of_any_size_costs_the_same) {
     drive.make_folder("c:/quillfence/log");
@@ -524,7 +524,7 @@ TEST_F(bounds_files, a_counter_file_of_any_size_costs_the_same) {
     EXPECT_LE(large.bytes, 4096U);
 }
 
-// ---- Sender forgery
+// --- Sender forgery ---
 
 void check_sender(const std::string &) {
     EXPECT_EQ(ksf_check_domain_to_ip_restriction("10.1.1.1", "no.such.example", path), 1);
@@ -569,7 +569,7 @@ TEST_F(bounds_files, declarations_cost_as_much_as_they_are_long) {
     expect_in_step(rows, 100'000, written());
 }
 
-// ---- Registry exports
+// --- Registry exports ---
 
 constexpr char wanted_key[] = "HKEY_LOCAL_MACHINE\\SOFTWARE\\Mail";
 

@@ -13,7 +13,7 @@ namespace {
 
 class bounds_text : public drive_test {};
 
-// ---- Addresses and headers
+// --- Addresses and headers ---
 
 void judge(const std::string &text) {
     vc_rfc822_email_address(text.c_str(), nullptr);
@@ -145,7 +145,7 @@ TEST_F(bounds_text, comments_nest_a_thousand_deep) {
     EXPECT_LE(spent.steps, 4 * endless.size()) << "the copy, and a thousand levels";
 }
 
-// ---- Packets
+// --- Packets ---
 
 constexpr char stream_file[] = "c:/quillfence/stream";
 

@@ -87,7 +87,7 @@ const std::string rcpt_body_bytes = "\x0B\x00"
 
 } // namespace
 
-// --- Texts
+// --- Texts ---
 
 TEST_F(wire_test, a_text_is_its_length_and_its_bytes) {
     static const struct {
@@ -221,7 +221,7 @@ TEST_F(wire_test, reading_a_text_fails) {
     vc_close(stream);
 }
 
-// --- Requests
+// --- Requests ---
 
 TEST_F(wire_test, a_connect_request_is_28_bytes) {
     std::string ip = "192.0.2.1", port = "25";
@@ -436,7 +436,7 @@ TEST_F(wire_test, every_failed_read_of_a_request_ends_the_receipt) {
     vc_close(stream);
 }
 
-// --- Responses
+// --- Responses ---
 
 TEST_F(wire_test, responses) {
     static const struct {

@@ -26,6 +26,11 @@ std::string doomed_operation();
 
 // --- Linux alone: several processes, and the power ---
 
+// Runs the operation in a process of its own, which stands still before its n-th system call while
+// meanwhile() is run here. Returns at its end: whether there were so many calls.
+bool paused_at(unsigned n, const std::function<void()> &operation,
+               const std::function<void()> &meanwhile);
+
 // A process that runs the operation; killed, when still running, with the object.
 class child_process {
   public:

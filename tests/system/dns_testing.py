@@ -17,6 +17,7 @@ class Programs:
     runner = []  # wine-run for the Windows build
     probe = ""
     replayer = ""
+    quillfence = ""
 
     @classmethod
     def windows(cls):
@@ -80,6 +81,13 @@ class Drive:
             with open(os.path.join(folder, name + ".cregexes"), "wb") as out:
                 out.write(contents)
 
+    def put(self, name, text):
+        """A file below c:/quillfence."""
+        path = os.path.join(self._base, name)
+        os.makedirs(os.path.dirname(path), exist_ok=True)
+        with open(path, "w", encoding="utf-8", newline="") as out:
+            out.write(text)
+
     def remove(self):
         shutil.rmtree(self._root or self._base, ignore_errors=True)
 
@@ -115,8 +123,8 @@ def report(*hits):
 
 
 def main():
-    """Takes --runner, --probe and --replayer off the command line and runs the script's tests.
-    The exit status is 0, 1 when a test failed, or 77 when everything was skipped."""
+    """Takes --runner, --probe, --replayer and --quillfence off the command line and runs the
+    script's tests. The exit status is 0, 1 when a test failed, or 77 when everything was skipped."""
     rest = [sys.argv[0]]
     for argument in sys.argv[1:]:
         name, _, value = argument.partition("=")
@@ -126,6 +134,8 @@ def main():
             Programs.probe = value
         elif name == "--replayer":
             Programs.replayer = value
+        elif name == "--quillfence":
+            Programs.quillfence = value
         else:
             rest.append(argument)
     result = unittest.main(module="__main__", argv=rest, verbosity=2, exit=False).result

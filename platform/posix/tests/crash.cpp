@@ -104,16 +104,38 @@ class traced_process {
 
 const unsigned calls_between_kills = 1;
 
+// Lets a process run up to its n-th system call, but for the one that ends it.
+static bool run_to_call(traced_process *process, unsigned n) {
+    __ptrace_syscall_info info = {};
+    while (process->next(&info)) {
+        if (info.op == PTRACE_SYSCALL_INFO_ENTRY && info.entry.nr != SYS_exit_group && --n == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
 bool killed_at(unsigned n, const std::string &name, const std::function<void()> &operation) {
     traced_process process(operation);
-    __ptrace_syscall_info info = {};
-    while (process.next(&info)) {
-        if (info.op == PTRACE_SYSCALL_INFO_ENTRY && info.entry.nr != SYS_exit_group && --n == 0) {
-            return true; // dies with the object
-        }
+    if (run_to_call(&process, n)) {
+        return true; // dies with the object
     }
     EXPECT_TRUE(process.ended_well()) << name;
     return false;
+}
+
+bool paused_at(unsigned n, const std::function<void()> &operation,
+               const std::function<void()> &meanwhile) {
+    traced_process process(operation);
+    const bool paused = run_to_call(&process, n);
+    if (paused) {
+        meanwhile();
+    }
+    __ptrace_syscall_info info = {};
+    while (process.next(&info)) {
+    }
+    EXPECT_TRUE(process.ended_well());
+    return paused;
 }
 
 std::string doomed_operation() {
