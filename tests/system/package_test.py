@@ -56,8 +56,8 @@ def explained():
     script = (SOURCE / "explain").read_text()
     readme = (SOURCE / "README.md").read_text()
     arguments = shlex.split(re.search(r"^ +set -- (--.*)$", script, re.MULTILINE).group(1))
-    block = re.search(r"^    (REJECT by .*(?:\n    .*)*)$", readme, re.MULTILINE).group(1)
-    return arguments, block.replace("\n    ", "\n") + "\n"
+    block = re.search(r"^    (REJECT by (?:.*\n    )*)\.\.\.$", readme, re.MULTILINE).group(1)
+    return arguments, block.replace("\n    ", "\n")
 
 
 def make_package(folder, ending):
