@@ -122,6 +122,24 @@ void write_rows(text_page &page, const std::vector<named_text> &rows, size_t col
     }
 }
 
+// The engine's lines, each once, and how often it came.
+std::vector<std::string> errors_with_times(const decision_record &record) {
+    std::vector<std::string> all;
+    for (const error_line &one : record.errors) {
+        all.push_back("error: " + printable(one.module) + ' ' + printable(one.function) +
+                      "(): " + printable(one.text));
+    }
+    std::vector<std::string> once;
+    std::set<std::string> told;
+    for (const std::string &line : all) {
+        if (told.insert(line).second) {
+            const auto times = std::count(all.begin(), all.end(), line);
+            once.push_back(line + (times > 1 ? " (" + std::to_string(times) + " times)" : ""));
+        }
+    }
+    return once;
+}
+
 void write_notes(text_page &page, const decision_record &record) {
     if (record.notes.empty() && record.errors.empty()) {
         return;
@@ -131,11 +149,8 @@ void write_notes(text_page &page, const decision_record &record) {
         page.paragraph(2, printable(one.severity) + ": " + printable(one.text),
                        one.severity == "warning" ? style::doubtful : style::plain);
     }
-    for (const error_line &one : record.errors) {
-        page.paragraph(2,
-                       "error: " + printable(one.module) + ' ' + printable(one.function) +
-                           "(): " + printable(one.text),
-                       style::bad);
+    for (const std::string &error : errors_with_times(record)) {
+        page.paragraph(2, error, style::bad);
     }
 }
 

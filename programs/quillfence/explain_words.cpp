@@ -401,6 +401,12 @@ constexpr trouble troubles[] = {
 
 } // namespace
 
+// Whether no server said anything that can be used.
+static bool got_nothing(const dns_record &dns) {
+    return dns.is == answer_class::failure && (dns.status == platform::dns_status_timeout ||
+                                               dns.status == platform::dns_status_servfail);
+}
+
 // "; 3 silent, 11 not asked"; "" when all is well.
 static std::string trouble_text(const std::vector<dns_record> &all) {
     std::string text;
@@ -599,6 +605,12 @@ std::vector<std::string> what_decided(const decision_record &record) {
             sentences.push_back(printable(list.zone) + ": " + block_list_sentence(list));
         }
     }
+    const auto failed = std::count_if(record.dns.begin(), record.dns.end(), got_nothing);
+    if (d.by == decided_by::nothing && failed) {
+        sentences.push_back(counted(static_cast<uint64_t>(failed), "DNS question") + " of " +
+                            std::to_string(record.dns.size()) +
+                            " failed; rules that need the answer do not hit then");
+    }
     if (d.is == verdict::undecided) {
         const std::vector<std::string> missing = missing_sentences(record);
         sentences.insert(sentences.end(), missing.begin(), missing.end());
@@ -621,7 +633,10 @@ static std::string names_text(const decision_record &record) {
     }
     const bool unknown = std::any_of(record.missing.begin(), record.missing.end(),
                                      [](const missing_item &item) { return item.type == "PTR"; });
-    return unknown ? "(unknown)" : "(none)";
+    const bool failed =
+        std::any_of(record.dns.begin(), record.dns.end(),
+                    [](const dns_record &dns) { return dns.type == "PTR" && got_nothing(dns); });
+    return unknown ? "(unknown)" : failed ? "(unknown: the look-up failed)" : "(none)";
 }
 
 static std::string flag_text(const std::optional<bool> &flag) {

@@ -208,6 +208,18 @@ TEST(explain_text, the_same_question_with_the_same_answer_is_told_once) {
         << text;
 }
 
+TEST(explain_text, the_same_error_is_told_once) {
+    decision_record record;
+    const error_line line = {"vc_file", "vc_open", "No such file or directory"};
+    record.errors = {line, {"vc_file", "vc_open", "another"}, line};
+    const std::string text = explain_text(record, {});
+    EXPECT_NE(text.find("Notes\n"
+                        "  error: vc_file vc_open(): No such file or directory (2 times)\n"
+                        "  error: vc_file vc_open(): another\n\n"),
+              std::string::npos)
+        << text;
+}
+
 std::string without_colour(std::string text) {
     for (size_t at = text.find('\x1b'); at != std::string::npos; at = text.find('\x1b')) {
         text.erase(at, text.find('m', at) + 1 - at);
@@ -383,8 +395,30 @@ TEST(explain_words, names_that_were_not_asked_for_are_unknown) {
     EXPECT_EQ(transaction_facts(record)[1], named_text("PTR", "(none)"));
     record.missing = {{"dns", "1.2.0.192.in-addr.arpa.", "PTR", ""}};
     EXPECT_EQ(transaction_facts(record)[1], named_text("PTR", "(unknown)"));
+    record.missing.clear();
+    record.dns.resize(1);
+    record.dns[0].type = "PTR";
+    record.dns[0].is = answer_class::failure;
+    record.dns[0].status = 1460;
+    EXPECT_EQ(transaction_facts(record)[1], named_text("PTR", "(unknown: the look-up failed)"));
     record.facts.ptr = {"a.example", "b.example"};
     EXPECT_EQ(transaction_facts(record)[1], named_text("PTR", "a.example, b.example"));
+}
+
+TEST(explain_words, accepted_for_want_of_answers) {
+    decision_record record;
+    record.decision.is = verdict::accept;
+    record.decision.by = decided_by::nothing;
+    record.dns.resize(3);
+    EXPECT_EQ(what_decided(record), std::vector<std::string>());
+    record.dns[0].is = record.dns[1].is = answer_class::failure;
+    record.dns[0].status = 1460;
+    record.dns[1].status = 9501; // no records: an answer
+    EXPECT_EQ(what_decided(record),
+              std::vector<std::string>{"1 DNS question of 3 failed; rules that need the answer do "
+                                       "not hit then"});
+    record.decision.by = decided_by::exempt;
+    EXPECT_EQ(what_decided(record), std::vector<std::string>());
 }
 
 TEST(explain_words, what_is_missing) {
