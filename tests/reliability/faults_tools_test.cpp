@@ -189,10 +189,11 @@ TEST_F(faults_tools, makers) {
                 } else {
                     expect_told(run);
                 }
-                const std::string temporary = out + ".tmp";
-                if (what.to_the_end) { // the system refuses to remove it
-                    drive.remove(temporary);
-                    after.erase(temporary);
+                for (const std::string &temporary : {out + ".tmp", out + ".lines.tmp"}) {
+                    if (what.to_the_end) { // the system refuses to remove it
+                        drive.remove(temporary);
+                        after.erase(temporary);
+                    }
                 }
                 after.erase(out);
                 before.erase(out);
