@@ -14,7 +14,7 @@ set(CPACK_STRIP_FILES ON)
 if(WIN32)
     set(CPACK_GENERATOR ZIP)
     set(CPACK_SYSTEM_NAME windows-x86_64)
-    install(TARGETS quillfence-replayer quillfence-data RUNTIME DESTINATION .)
+    install(TARGETS quillfence quillfence-data quillfence-replayer RUNTIME DESTINATION .)
     install(FILES README.md CHANGES.md packaging/windows/install.cmd
                   packaging/windows/uninstall.cmd DESTINATION .)
     install(DIRECTORY docs examples DESTINATION .)
@@ -25,13 +25,14 @@ else()
     set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
     set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
     include(GNUInstallDirs)
-    install(TARGETS quillfence-replayer quillfence-data
+    install(TARGETS quillfence quillfence-data quillfence-replayer
             RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
     install(FILES README.md CHANGES.md DESTINATION share/doc/quillfence)
     install(DIRECTORY docs/ DESTINATION share/doc/quillfence/docs)
     install(DIRECTORY examples DESTINATION share/doc/quillfence)
-    install(FILES docs/man/quillfence-data.1 DESTINATION share/man/man1)
-    install(FILES packaging/completion/quillfence-data
+    install(FILES docs/man/quillfence.1 docs/man/quillfence-data.1
+            DESTINATION share/man/man1)
+    install(FILES packaging/completion/quillfence packaging/completion/quillfence-data
             DESTINATION share/bash-completion/completions)
 endif()
 include(CPack)

@@ -1,4 +1,4 @@
-# Shared by ./replay, ./check and the scripts: sourced, not run. Needs bash and $root.
+# Shared by ./explain, ./replay, ./check and the scripts: sourced, not run. Needs bash and $root.
 
 say() { printf '== %s\n' "$*" >&2; }
 die() {
@@ -60,6 +60,24 @@ build_preset() {
     say "building build/$preset"
     (cd "$root" && cmake --build "build/$preset" "${@/#/--target=}") >"$log" 2>&1 ||
         { grep -E -A 12 'error|FAILED|undefined' "$log" | head -n 80 >&2; die "the build failed; all of it is in $log"; }
+}
+
+# build_program TARGET: a program without the tests, in build/replay, with what that needs installed.
+build_program() {
+    need_packages "${packages_build[@]}"
+    if [ ! -e "$root/build/replay/build.ninja" ]; then
+        say "configuring build/replay"
+        cmake -S "$root" -B "$root/build/replay" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+            -DQUILLFENCE_TESTS=OFF >"$root/build/replay.log" 2>&1 ||
+            { rm -f "$root/build/replay/build.ninja"; tail -n 40 "$root/build/replay.log" >&2; die "configuring failed"; }
+    fi
+    build_preset replay "$1"
+}
+
+# sample_configuration: the example's, and events on standard error, unless the environment has others.
+sample_configuration() {
+    export QUILLFENCE_EVENT_LOG="${QUILLFENCE_EVENT_LOG--}"
+    export QUILLFENCE_DRIVE_C="${QUILLFENCE_DRIVE_C:-$root/examples/drive_c}"
 }
 
 # start_wine: a prefix in build/wine where there is none, and one Wine server for all that follows;

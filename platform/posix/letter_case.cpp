@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "../surroundings.h"
 #include "platform/complaint.h"
 
 namespace quillfence::platform {
@@ -38,6 +39,11 @@ static bool same_but_case(const char *entry, const path_name &name) {
 }
 
 static void complain_of_drive(char drive, const char *folder, int number) {
+    if (drive == 'C' && drive_root()) {
+        complain(event_type::error, "find_drive", "drive c: can't be read (%s): %s",
+                 strerror(number), folder);
+        return;
+    }
     complain(event_type::error, "find_drive",
              "QUILLFENCE_DRIVE_%c names no readable folder (%s): %s", drive, strerror(number),
              folder);

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "../surroundings.h"
 #include "platform/error_numbers.h"
 
 namespace quillfence::platform {
@@ -22,8 +23,11 @@ bool is_slash(char c) {
     return c == '/' || c == '\\';
 }
 
-// The folder that stands for the drive, null when its variable is not set or empty.
+// The folder that stands for the drive, null when there is none: its variable is not set or empty.
 const char *folder_of_drive(char letter) {
+    if (const char *const root = upper_letter(letter) == 'C' ? drive_root() : nullptr) {
+        return root;
+    }
     char name[] = "QUILLFENCE_DRIVE_?";
     name[sizeof name - 2] = upper_letter(letter);
     const char *const folder = getenv(name);

@@ -6,6 +6,7 @@
 #include "platform/file.h"
 #include "platform/observer.h"
 #include "system.h"
+#include "system_path.h"
 
 namespace quillfence::platform {
 
@@ -41,22 +42,16 @@ uint32_t error_of_open(const char *path, uint32_t error) {
     return error == error_file_not_found ? static_cast<uint32_t>(error_path_not_found) : error;
 }
 
-uint32_t begin_call(const char *call, const char *path) {
-    if (const uint32_t failure = observe_call(call, path)) {
-        return failure;
-    }
-    return path && *path ? error_none : error_path_not_found;
-}
-
 } // namespace
 
 uint32_t directory_open(const char *path, directory_listing **listing) {
     *listing = nullptr;
-    if (const uint32_t failure = begin_call("directory_open", path)) {
+    system_path resolved;
+    if (const uint32_t failure = begin_path_call("directory_open", path, &resolved)) {
         return failure;
     }
     char pattern[MAX_PATH + 1];
-    if (!make_pattern(path, pattern, sizeof pattern)) {
+    if (!make_pattern(resolved.text, pattern, sizeof pattern)) {
         return error_filename_too_long;
     }
     auto *const made = static_cast<directory_listing *>(calloc(1, sizeof(directory_listing)));
@@ -65,7 +60,7 @@ uint32_t directory_open(const char *path, directory_listing **listing) {
     }
     made->search = FindFirstFileA(pattern, &made->found);
     if (made->search == INVALID_HANDLE_VALUE) {
-        const uint32_t error = error_of_open(path, error_unless(FALSE));
+        const uint32_t error = error_of_open(resolved.text, error_unless(FALSE));
         free(made);
         return error;
     }
@@ -95,13 +90,15 @@ void directory_close(directory_listing *listing) {
 }
 
 uint32_t directory_create(const char *path) {
-    const uint32_t failure = begin_call("directory_create", path);
-    return failure ? failure : error_unless(CreateDirectoryA(path, nullptr));
+    system_path resolved;
+    const uint32_t failure = begin_path_call("directory_create", path, &resolved);
+    return failure ? failure : error_unless(CreateDirectoryA(resolved.text, nullptr));
 }
 
 uint32_t directory_remove(const char *path) {
-    const uint32_t failure = begin_call("directory_remove", path);
-    return failure ? failure : error_unless(RemoveDirectoryA(path));
+    system_path resolved;
+    const uint32_t failure = begin_path_call("directory_remove", path, &resolved);
+    return failure ? failure : error_unless(RemoveDirectoryA(resolved.text));
 }
 
 } // namespace quillfence::platform

@@ -2,8 +2,8 @@
 
 #include "platform/error_numbers.h"
 #include "platform/format.h"
-#include "platform/observer.h"
 #include "system.h"
+#include "system_path.h"
 
 #include <sddl.h> // needs the system's other headers before it
 
@@ -24,13 +24,6 @@ HANDLE handle_of(file_handle file) {
 
 file_handle number_of(HANDLE handle) {
     return reinterpret_cast<file_handle>(handle);
-}
-
-uint32_t begin_path_call(const char *call, const char *path) {
-    if (const uint32_t failure = observe_call(call, path)) {
-        return failure;
-    }
-    return path && *path ? error_none : error_path_not_found;
 }
 
 // Names of files ignore case.
@@ -193,14 +186,15 @@ uint32_t copy_path(const char *path, char *buffer, size_t size) {
 
 uint32_t edit_lock_take(const char *path, disposition when, edit_lock *taken) {
     *taken = {};
-    if (const uint32_t failure = begin_path_call("edit_lock_take", path)) {
+    system_path resolved;
+    if (const uint32_t failure = begin_path_call("edit_lock_take", path, &resolved)) {
         return failure;
     }
-    if (const uint32_t error = take_mutex(path, &taken->guard)) {
+    if (const uint32_t error = take_mutex(resolved.text, &taken->guard)) {
         return error;
     }
     const DWORD creation = when == disposition::open_existing ? OPEN_EXISTING : OPEN_ALWAYS;
-    const uint32_t error = open_exclusively(path, creation, &taken->file);
+    const uint32_t error = open_exclusively(resolved.text, creation, &taken->file);
     if (error) {
         give_mutex_back(&taken->guard);
     }
@@ -217,18 +211,19 @@ void edit_lock_release(edit_lock *lock) {
 }
 
 uint32_t path_target(const char *path, char *buffer, size_t size) {
-    if (const uint32_t failure = begin_path_call("path_target", path)) {
+    system_path resolved;
+    if (const uint32_t failure = begin_path_call("path_target", path, &resolved)) {
         return failure;
     }
-    const DWORD attributes = GetFileAttributesA(path);
+    const DWORD attributes = GetFileAttributesA(resolved.text);
     const bool is_link =
         attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT);
     if (!is_link) {
         return copy_path(path, buffer, size);
     }
     const HANDLE target =
-        CreateFileA(path, 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                    OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+        CreateFileA(resolved.text, 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                    nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (target == INVALID_HANDLE_VALUE) {
         return error_unless(FALSE);
     }
@@ -242,25 +237,28 @@ uint32_t path_target(const char *path, char *buffer, size_t size) {
 
 uint32_t temporary_create(const char *path, const char *like, edit_lock *created) {
     *created = {};
-    if (const uint32_t failure = begin_path_call("temporary_create", path)) {
+    system_path resolved;
+    system_path model;
+    if (const uint32_t failure =
+            begin_two_path_call("temporary_create", path, like, &resolved, &model)) {
         return failure;
     }
-    const DWORD found = GetFileAttributesA(like);
+    const DWORD found = GetFileAttributesA(model.text);
     const bool replaces = found != INVALID_FILE_ATTRIBUTES;
     if (replaces && (found & FILE_ATTRIBUTE_DIRECTORY)) {
         return error_access_denied;
     }
-    if (const uint32_t error = take_mutex(path, &created->guard)) {
+    if (const uint32_t error = take_mutex(resolved.text, &created->guard)) {
         return error;
     }
-    uint32_t error = create_in_place(path, &created->file);
+    uint32_t error = create_in_place(resolved.text, &created->file);
     if (!error && replaces) {
-        error = take_over_rights(path, like);
+        error = take_over_rights(resolved.text, model.text);
     }
     if (error) {
         if (created->file != invalid_file) {
             CloseHandle(handle_of(created->file));
-            DeleteFileA(path);
+            DeleteFileA(resolved.text);
         }
         give_mutex_back(&created->guard);
         *created = {};
@@ -270,16 +268,20 @@ uint32_t temporary_create(const char *path, const char *like, edit_lock *created
 
 // CreateHardLink exists on NTFS alone.
 uint32_t path_link(const char *existing, const char *name) {
-    if (const uint32_t failure = begin_path_call("path_link", existing)) {
+    system_path old_name;
+    system_path new_name;
+    if (const uint32_t failure =
+            begin_two_path_call("path_link", existing, name, &old_name, &new_name)) {
         return failure;
     }
-    const uint32_t error = error_unless(CreateHardLinkA(name, existing, nullptr));
+    const uint32_t error = error_unless(CreateHardLinkA(new_name.text, old_name.text, nullptr));
     const bool no_such_thing = error == ERROR_INVALID_FUNCTION || error == ERROR_TOO_MANY_LINKS;
     return no_such_thing ? static_cast<uint32_t>(error_not_supported) : error;
 }
 
 uint32_t path_sync_folder(const char *path) {
-    return begin_path_call("path_sync_folder", path); // path_replace writes through
+    system_path resolved;
+    return begin_path_call("path_sync_folder", path, &resolved); // path_replace writes through
 }
 
 } // namespace quillfence::platform

@@ -9,6 +9,7 @@
 #include "platform/format.h"
 #include "platform/observer.h"
 #include "system.h"
+#include "system_path.h"
 
 namespace quillfence::platform {
 
@@ -33,21 +34,6 @@ DWORD creation_of(disposition when) {
     default:
         return OPEN_EXISTING;
     }
-}
-
-// Asks the observer about a path and refuses one that is none, as the system does with "".
-uint32_t begin_path_call(const char *call, const char *path) {
-    if (const uint32_t failure = observe_call(call, path)) {
-        return failure;
-    }
-    return path && *path ? error_none : error_path_not_found;
-}
-
-uint32_t begin_two_path_call(const char *call, const char *first, const char *second) {
-    if (const uint32_t failure = begin_path_call(call, first)) {
-        return failure;
-    }
-    return second && *second ? error_none : error_path_not_found;
 }
 
 // What tells one file from all others, by whatever name it was opened.
@@ -127,6 +113,8 @@ uint32_t replace_once(const char *from, const char *to) {
                      MoveFileExA(from, to, MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH));
 }
 
+} // namespace
+
 int errno_of_error(uint32_t error) {
     switch (error) {
     case error_file_not_found:
@@ -144,11 +132,10 @@ int errno_of_error(uint32_t error) {
     }
 }
 
-} // namespace
-
 uint32_t file_open(const char *path, file_options options, file_handle *opened) {
     *opened = invalid_file;
-    if (const uint32_t failure = begin_path_call("file_open", path)) {
+    system_path resolved;
+    if (const uint32_t failure = begin_path_call("file_open", path, &resolved)) {
         return failure;
     }
     const DWORD access = options.append ? FILE_APPEND_DATA | SYNCHRONIZE
@@ -157,8 +144,8 @@ uint32_t file_open(const char *path, file_options options, file_handle *opened) 
     const DWORD sharing =
         FILE_SHARE_READ |
         (options.lock ? 0 : FILE_SHARE_WRITE | (options.write ? 0 : FILE_SHARE_DELETE));
-    const HANDLE handle = CreateFileA(path, access, sharing, nullptr, creation_of(options.when),
-                                      FILE_ATTRIBUTE_NORMAL, nullptr);
+    const HANDLE handle = CreateFileA(resolved.text, access, sharing, nullptr,
+                                      creation_of(options.when), FILE_ATTRIBUTE_NORMAL, nullptr);
     if (handle == INVALID_HANDLE_VALUE) {
         return error_unless(FALSE);
     }
@@ -294,10 +281,11 @@ void file_unmap(file_mapping *mapping) {
 
 uint32_t path_attributes(const char *path, uint32_t *attributes) {
     *attributes = 0;
-    if (const uint32_t failure = begin_path_call("path_attributes", path)) {
+    system_path resolved;
+    if (const uint32_t failure = begin_path_call("path_attributes", path, &resolved)) {
         return failure;
     }
-    const DWORD found = GetFileAttributesA(path);
+    const DWORD found = GetFileAttributesA(resolved.text);
     if (found == INVALID_FILE_ATTRIBUTES) {
         return error_unless(FALSE);
     }
@@ -306,27 +294,35 @@ uint32_t path_attributes(const char *path, uint32_t *attributes) {
 }
 
 uint32_t path_copy(const char *source, const char *destination) {
-    if (const uint32_t failure = begin_two_path_call("path_copy", source, destination)) {
+    system_path from;
+    system_path to;
+    if (const uint32_t failure =
+            begin_two_path_call("path_copy", source, destination, &from, &to)) {
         return failure;
     }
-    if (same_file(source, destination)) {
+    if (same_file(from.text, to.text)) {
         return error_sharing_violation;
     }
-    return error_unless(CopyFileA(source, destination, FALSE));
+    return error_unless(CopyFileA(from.text, to.text, FALSE));
 }
 
 uint32_t path_rename(const char *from, const char *to) {
-    const uint32_t failure = begin_two_path_call("path_rename", from, to);
-    return failure ? failure : error_unless(MoveFileExA(from, to, 0));
+    system_path old_name;
+    system_path new_name;
+    const uint32_t failure = begin_two_path_call("path_rename", from, to, &old_name, &new_name);
+    return failure ? failure : error_unless(MoveFileExA(old_name.text, new_name.text, 0));
 }
 
 uint32_t path_replace(const char *from, const char *to) {
-    if (const uint32_t failure = begin_two_path_call("path_replace", from, to)) {
+    system_path old_name;
+    system_path new_name;
+    if (const uint32_t failure =
+            begin_two_path_call("path_replace", from, to, &old_name, &new_name)) {
         return failure;
     }
     const ULONGLONG deadline = GetTickCount64() + longest_wait;
     for (;;) {
-        const uint32_t error = replace_once(from, to);
+        const uint32_t error = replace_once(old_name.text, new_name.text);
         const bool in_use = error == error_access_denied || error == error_sharing_violation;
         if (!in_use || GetTickCount64() > deadline) {
             return error;
@@ -336,15 +332,17 @@ uint32_t path_replace(const char *from, const char *to) {
 }
 
 uint32_t path_delete(const char *path) {
-    const uint32_t failure = begin_path_call("path_delete", path);
-    return failure ? failure : error_unless(DeleteFileA(path));
+    system_path resolved;
+    const uint32_t failure = begin_path_call("path_delete", path, &resolved);
+    return failure ? failure : error_unless(DeleteFileA(resolved.text));
 }
 
 uint32_t path_native(const char *path, char *buffer, size_t size) {
-    if (!path || !*path) {
-        return error_path_not_found;
+    system_path resolved;
+    if (const uint32_t failure = resolve_path(path, &resolved)) {
+        return failure;
     }
-    return format_text(buffer, size, "%s", path) < 0
+    return format_text(buffer, size, "%s", resolved.text) < 0
                ? static_cast<uint32_t>(error_filename_too_long)
                : error_none;
 }
@@ -354,7 +352,8 @@ static bool is_file(FILE *stream) {
 }
 
 FILE *stream_open(const char *path, const char *mode) {
-    if (const uint32_t failure = begin_path_call("stream_open", path)) {
+    system_path resolved;
+    if (const uint32_t failure = begin_path_call("stream_open", path, &resolved)) {
         errno = errno_of_error(failure);
         return nullptr;
     }
@@ -364,7 +363,7 @@ FILE *stream_open(const char *path, const char *mode) {
         return nullptr;
     }
     strcat(strcpy(full_mode, mode), strchr(mode, 'b') ? "" : "b");
-    FILE *const stream = _fsopen(path, full_mode, _SH_DENYNO);
+    FILE *const stream = _fsopen(resolved.text, full_mode, _SH_DENYNO);
     if (stream && *mode == 'r' && !strchr(mode, '+') && !is_file(stream)) {
         fclose(stream);
         errno = EACCES;

@@ -27,4 +27,7 @@ inline uint32_t error_unless(BOOL success) {
     return error ? error : static_cast<uint32_t>(error_gen_failure);
 }
 
+// The errno value for such a number, for functions that report through errno.
+int errno_of_error(uint32_t error);
+
 } // namespace quillfence::platform

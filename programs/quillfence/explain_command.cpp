@@ -17,6 +17,7 @@
 #include "quillfence.h"
 #include "quillfence_program.h"
 #include "record_writer.h"
+#include "surroundings.h"
 #include "text.h"
 #include "vc_w32.h"
 #include "what_if.h"
@@ -116,19 +117,7 @@ static decision::input_transaction transaction_of(const explain_arguments &argum
 
 // --- the surroundings ---------------------------------------------------------------------------
 
-static void set_surroundings(const explain_arguments &arguments) {
-    if (!arguments.drive_c.empty()) {
-        require_directory(arguments.drive_c, "--drive-c is the folder that holds quillfence/");
-        require_directory(data_files::joined(arguments.drive_c, "quillfence"),
-                          "--drive-c is the folder that holds quillfence/");
-        platform::environment_set("QUILLFENCE_DRIVE_C", arguments.drive_c.c_str());
-    }
-    if (!arguments.registry.empty()) {
-        if (!data_files::may_be_file(arguments.registry)) {
-            throw failure(arguments.registry + ": is no file; --registry is an export (.reg)");
-        }
-        platform::environment_set("QUILLFENCE_REGISTRY", arguments.registry.c_str());
-    }
+static void check_folders(const explain_arguments &arguments) {
     require_directory(quillfence_base_dir,
                       "name the folder that holds the server's quillfence/ with --drive-c");
     if (!arguments.user_dir.empty()) {
@@ -148,7 +137,8 @@ static void change_lists(const explain_arguments &arguments, what_if *changed) {
 // The engine's lines go into the record; what it says at its start goes to standard error.
 static decision::decision_record explained(const explain_arguments &arguments) {
     decision::input_transaction input = transaction_of(arguments);
-    set_surroundings(arguments);
+    const surroundings chosen(arguments.drive_c, arguments.registry);
+    check_folders(arguments);
     what_if changed;
     change_lists(arguments, &changed);
     const engine started;
@@ -232,25 +222,33 @@ static exit_status explain(const explain_arguments &arguments, std::ostream &) {
 
 // --- the command line ---------------------------------------------------------------------------
 
+// A check whose own words the help leaves out, since the option's description has them.
+static CLI::Validator plain(const CLI::Validator &check) {
+    return check.description("");
+}
+
 static void add_fact_options(CLI::App *command, named_facts *facts) {
     static constexpr char group[] = "The transaction";
     const struct {
         const char *option;
+        const char *type;
         const char *description;
         std::optional<std::string> named_facts::*where;
     } options[] = {
-        {"--ip", "The client's address, IPv4 or IPv6", &named_facts::ip},
-        {"--port", "The client's port (25)", &named_facts::port},
-        {"--tls", "Whether the session is under TLS: yes or no (no)", &named_facts::tls},
-        {"--authuser", "The authenticated user (none)", &named_facts::authuser},
-        {"--mua", "Whether a mail user agent submits to its own server: yes or no (no)",
+        {"--ip", "ADDRESS", "The client's address, IPv4 or IPv6", &named_facts::ip},
+        {"--port", "PORT", "The client's port (25)", &named_facts::port},
+        {"--tls", "yes|no", "Whether the session is under TLS (no)", &named_facts::tls},
+        {"--authuser", "USER", "The authenticated user (none)", &named_facts::authuser},
+        {"--mua", "yes|no", "Whether a mail user agent submits to its own server (no)",
          &named_facts::mua},
-        {"--helo", "What the client says in HELO or EHLO", &named_facts::helo},
-        {"--sender", "The envelope sender; \"\" for a bounce", &named_facts::sender},
-        {"--recipient", "The envelope recipient", &named_facts::recipient},
+        {"--helo", "NAME", "What the client says in HELO or EHLO", &named_facts::helo},
+        {"--sender", "ADDRESS", "The envelope sender; <> for a bounce", &named_facts::sender},
+        {"--recipient", "ADDRESS", "The envelope recipient", &named_facts::recipient},
     };
     for (const auto &each : options) {
-        command->add_option(each.option, facts->*each.where, each.description)->group(group);
+        command->add_option(each.option, facts->*each.where, each.description)
+            ->type_name(each.type)
+            ->group(group);
     }
 }
 
@@ -263,14 +261,17 @@ static void add_input_options(CLI::App *command, explain_arguments *to) {
         ->add_option("--input", to->input,
                      "A file with the transaction, - for standard input: a decision record, a "
                      "policy request of Postfix, tab-separated values, a line of a mail log")
+        ->type_name("FILE")
         ->group(group);
     command
         ->add_option("--from", to->from,
                      "The input's format, when its look does not tell: json, policy, tsv, qflog, "
                      "postfix, exim")
+        ->type_name("FORMAT")
         ->group(group);
     command->add_option("--number", to->number, "Which of several transactions, from 1")
-        ->check(CLI::PositiveNumber)
+        ->type_name("N")
+        ->check(plain(CLI::PositiveNumber))
         ->group(group);
 }
 
@@ -279,10 +280,15 @@ static void add_configuration_options(CLI::App *command, explain_arguments *to) 
     command
         ->add_option("--drive-c", to->drive_c,
                      "The folder that holds the server's quillfence/, or a copy of it")
+        ->type_name("DIR")
         ->group(group);
     command->add_option("--registry", to->registry, "An export of the server's registry (.reg)")
+        ->type_name("FILE")
         ->group(group);
-    command->add_option("--user-dir", to->user_dir, "The recipient's own folder of lists")
+    command
+        ->add_option("--user-dir", to->user_dir,
+                     "The recipient's own folder of lists; below c: it is looked for in --drive-c")
+        ->type_name("DIR")
         ->group(group);
     command
         ->add_option("--with-list", to->with_list,
@@ -301,14 +307,17 @@ static void add_configuration_options(CLI::App *command, explain_arguments *to) 
 static void add_answer_options(CLI::App *command, answer_options *to) {
     static constexpr char group[] = "The DNS";
     command->add_option("--dns", to->dns, "live asks the DNS, off asks nobody (live)")
-        ->check(CLI::IsMember({"live", "off"}))
+        ->type_name("live|off")
+        ->check(plain(CLI::IsMember({"live", "off"})))
         ->group(group);
     command
         ->add_option("--server", to->server,
                      "Another DNS server to ask, as address or address:port")
+        ->type_name("ADDRESS")
         ->group(group);
     command->add_option("--deadline", to->deadline, "Seconds for all DNS questions together (10)")
-        ->check(CLI::Range(0.001, 3600.0))
+        ->type_name("SECONDS")
+        ->check(plain(CLI::Range(0.001, 3600.0)))
         ->group(group);
     command
         ->add_flag("--guards", to->guards,
@@ -317,6 +326,7 @@ static void add_answer_options(CLI::App *command, answer_options *to) {
         ->group(group);
     command->add_option("--ptr", to->ptr, "A PTR name of the client, in place of the DNS's")
         ->allow_extra_args(false)
+        ->type_name("NAME")
         ->group(group);
     command
         ->add_option("--answer", to->answers,
@@ -335,11 +345,14 @@ static void add_output_options(CLI::App *command, explain_arguments *to) {
                    "Also what the rules behind the decision, and those that are "
                    "not enabled, would have done")
         ->group(group);
-    command->add_option("--rule", to->rule, "Everything about one rule")->group(group);
+    command->add_option("--rule", to->rule, "Everything about one rule")
+        ->type_name("NAME")
+        ->group(group);
     command->add_flag("--json", to->json, "The decision record as JSON")->group(group);
     command
         ->add_option("--html", to->html,
                      "Also write the answer to this file, as a page to be mailed with a ticket")
+        ->type_name("FILE")
         ->group(group);
     command->add_flag("--verdict-exit", to->verdict_exit, "Exit with 1 for a reject")->group(group);
 }
@@ -354,14 +367,15 @@ void add_explain_command(CLI::App &program, chosen_action &chosen) {
     add_answer_options(command, &arguments->answers);
     add_output_options(command, arguments.get());
     command->footer(
-        R"(A fact that is not given is unknown, but for those with a value in parentheses; a rule
-that needs an unknown fact is undecided.
+        R"(A fact that is not given is unknown, but for those with a value in parentheses;
+a rule that needs an unknown fact is undecided.
 
 Exit status:
   0  explained (with --verdict-exit: and not rejected)
   1  with --verdict-exit: rejected
   2  could not be explained
-  3  undecided: a fact or an answer is missing, or something could not be looked at)");
+  3  undecided: a fact or an answer is missing, or something could not be looked
+     at)");
     on_choice(command, chosen, arguments, explain);
 }
 

@@ -91,7 +91,7 @@ transaction transaction_of_facts(const named_facts &facts) {
     of.authuser = checked_text("--authuser", facts.authuser).value_or("");
     of.mua = checked_flag("--mua", facts.mua.value_or("no"));
     of.helo = checked_text("--helo", facts.helo);
-    of.sender = checked_text("--sender", facts.sender);
+    of.sender = facts.sender == "<>" ? "" : checked_text("--sender", facts.sender);
     of.recipient = checked_text("--recipient", facts.recipient);
     return of;
 }

@@ -27,7 +27,8 @@ struct named_facts {
 // is told by default: port 25, no TLS, no user, no mail user agent. Who sends, from where, to whom
 // and as what is unknown when it is not given. Throws a failure that says what is wrong with a fact
 // and how it is written: an address that is none, a flag that is neither yes nor no, a port that is
-// no number from 0 to 65535.
+// no number from 0 to 65535. The sender "<>" is the empty one, as SMTP writes it: some shells can't
+// give an empty value.
 decision::transaction transaction_of_facts(const named_facts &facts);
 
 // The replayer's nine values, as the replayer takes them: nothing is refused but another number of

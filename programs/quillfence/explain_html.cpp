@@ -168,14 +168,6 @@ std::vector<std::string> notes_of(const decision_record &record) {
     return all;
 }
 
-std::vector<std::string> missing_of(const decision_record &record) {
-    std::vector<std::string> all;
-    for (const missing_item &item : record.missing) {
-        all.push_back(missing_sentence(item));
-    }
-    return all;
-}
-
 void write_dns(html_page &page, const decision_record &record) {
     if (record.dns.empty()) {
         return;
@@ -252,7 +244,7 @@ std::string explain_html(const decision_record &record) {
     write_head(page, record);
     write_facts(page, "Transaction", transaction_facts(record));
     if (record.decision.is != verdict::undecided) {
-        write_sentences(page, "Missing", missing_of(record));
+        write_sentences(page, "Missing", missing_sentences(record));
     }
     write_sentences(page, "Notes", notes_of(record));
     write_dns(page, record);

@@ -1,6 +1,7 @@
 #include "explain_text.h"
 
 #include <algorithm>
+#include <set>
 
 #include "explain_words.h"
 #include "text.h"
@@ -50,11 +51,16 @@ class text_page {
         text_ += '\n';
         paragraph(0, text, style::strong);
     }
-    // A row of two columns: the second begins at `column`, and stays there when it is broken.
+    // A row of two columns: the second begins at `column`, and stays there when it is broken. It
+    // begins on the next line where the name is too long.
     void row(const std::string &name, const std::string &text, size_t column,
              style how = style::plain) {
-        const size_t blanks = name.size() + 4 <= column ? column - name.size() - 2 : 2;
-        paragraph(2, name + std::string(blanks, ' ') + text, how, column - 2);
+        if (name.size() + 4 > column) {
+            paragraph(2, name, how);
+            paragraph(column, text, how, 0);
+            return;
+        }
+        paragraph(2, name + std::string(column - name.size() - 2, ' ') + text, how, column - 2);
     }
     std::string take() {
         return std::move(text_);
@@ -64,17 +70,20 @@ class text_page {
     size_t room(size_t margin) const {
         return options_.width > margin + 20 ? options_.width - margin : 20;
     }
-    // What fits on a line: up to a blank, or, when there is none, as much as there is room.
+    // Where a text that is too long for a line is broken: at a blank, else behind a comma, else
+    // where the room ends.
+    static size_t break_of(std::string_view text, size_t most) {
+        const size_t blank = text.rfind(' ', most);
+        const size_t word = text.find_first_not_of(' ');
+        if (blank != std::string_view::npos && blank > word) {
+            return blank;
+        }
+        const size_t comma = text.rfind(',', most - 1);
+        return comma == std::string_view::npos ? most : comma + 1;
+    }
     std::string_view take_line(std::string_view *left, size_t margin) const {
         const size_t most = room(margin);
-        size_t end = left->size();
-        if (end > most) {
-            end = left->rfind(' ', most);
-            const size_t word = left->find_first_not_of(' ');
-            if (end == std::string_view::npos || end <= word) {
-                end = most;
-            }
-        }
+        const size_t end = left->size() > most ? break_of(*left, most) : left->size();
         const std::string_view taken = left->substr(0, end);
         left->remove_prefix(end);
         left->remove_prefix(std::min(left->find_first_not_of(' '), left->size()));
@@ -113,6 +122,24 @@ void write_rows(text_page &page, const std::vector<named_text> &rows, size_t col
     }
 }
 
+// The engine's lines, each once, and how often it came.
+std::vector<std::string> errors_with_times(const decision_record &record) {
+    std::vector<std::string> all;
+    for (const error_line &one : record.errors) {
+        all.push_back("error: " + printable(one.module) + ' ' + printable(one.function) +
+                      "(): " + printable(one.text));
+    }
+    std::vector<std::string> once;
+    std::set<std::string> told;
+    for (const std::string &line : all) {
+        if (told.insert(line).second) {
+            const auto times = std::count(all.begin(), all.end(), line);
+            once.push_back(line + (times > 1 ? " (" + std::to_string(times) + " times)" : ""));
+        }
+    }
+    return once;
+}
+
 void write_notes(text_page &page, const decision_record &record) {
     if (record.notes.empty() && record.errors.empty()) {
         return;
@@ -122,11 +149,8 @@ void write_notes(text_page &page, const decision_record &record) {
         page.paragraph(2, printable(one.severity) + ": " + printable(one.text),
                        one.severity == "warning" ? style::doubtful : style::plain);
     }
-    for (const error_line &one : record.errors) {
-        page.paragraph(2,
-                       "error: " + printable(one.module) + ' ' + printable(one.function) +
-                           "(): " + printable(one.text),
-                       style::bad);
+    for (const std::string &error : errors_with_times(record)) {
+        page.paragraph(2, error, style::bad);
     }
 }
 
@@ -136,20 +160,24 @@ void write_missing(text_page &page, const decision_record &record) {
         return;
     }
     page.heading("Missing");
-    for (const missing_item &item : record.missing) {
-        page.paragraph(2, missing_sentence(item));
+    for (const std::string &sentence : missing_sentences(record)) {
+        page.paragraph(2, sentence);
     }
 }
 
 void write_dns(text_page &page, const decision_record &record) {
-    if (record.dns.empty()) {
+    const std::string summary = dns_summary(record);
+    if (summary.empty()) {
         return;
     }
-    page.heading("DNS: " + dns_summary(record));
+    page.heading("DNS: " + summary);
+    std::set<std::string> told; // a resolver in trouble is asked the same again and again
     for (const dns_record &dns : record.dns) {
-        const std::string effort = dns_effort(dns);
-        page.paragraph(2, dns_question(dns) + "  " + dns_answer(dns) +
-                              (effort.empty() ? "" : "  (" + effort + ')'));
+        const std::string line = dns_question(dns) + "  " + dns_answer(dns);
+        if (was_asked(dns) && told.insert(line).second) {
+            const std::string effort = dns_effort_of_all(record, dns);
+            page.paragraph(2, line + (effort.empty() ? "" : "  (" + effort + ')'));
+        }
     }
 }
 
@@ -187,19 +215,47 @@ void write_block_lists(text_page &page, const decision_record &record) {
     }
 }
 
+// The rules that there is nothing else to say about, a line for all of which the same is said.
+void write_rules_aside(text_page &page, const decision_record &record) {
+    std::vector<named_text> lines; // what is said, and of which
+    for (const rule_record &rule : record.rules) {
+        if (!is_aside(rule)) {
+            continue;
+        }
+        const std::string sentence = rule_sentence(rule);
+        const auto line = std::find_if(lines.begin(), lines.end(), [&](const named_text &one) {
+            return one.first == sentence;
+        });
+        if (line == lines.end()) {
+            lines.emplace_back(sentence, printable(rule.rule));
+        } else {
+            line->second += ", " + printable(rule.rule);
+        }
+    }
+    for (const named_text &line : lines) {
+        page.paragraph(2, line.first + ": " + line.second);
+    }
+}
+
 void write_rules(text_page &page, const decision_record &record) {
-    const auto name = [](const rule_record &rule) { return printable(rule.rule); };
+    const auto name = [](const rule_record &rule) {
+        return is_aside(rule) ? std::string() : printable(rule.rule);
+    };
     const size_t column = column_for(record.rules, name);
     if (!record.rules.empty()) {
         page.heading("Rules");
     }
     for (const rule_record &rule : record.rules) {
+        if (is_aside(rule)) {
+            continue;
+        }
         page.row(name(rule), rule_sentence(rule), column,
                  is_remarkable(rule) ? style::strong : style::plain);
         for (const std::string &detail : rule_details(rule)) {
             page.paragraph(6, detail);
         }
     }
+    write_rules_aside(page, record);
 }
 
 constexpr size_t facts_column = 17;

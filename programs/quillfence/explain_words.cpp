@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <optional>
 
 #include "answer.h"
 #include "json_writer.h"
@@ -111,10 +112,24 @@ static bool hits_in(const std::optional<outcome> &of) {
     return of && is_hit(*of);
 }
 
+static bool did_not_run(const rule_record &rule) {
+    return rule.decision == outcome::not_reached || rule.decision == outcome::not_enabled ||
+           rule.decision == outcome::never || rule.decision == outcome::skipped;
+}
+
+// What a rule that the decision did not run lacks in the replayer's run says nothing about mail.
+static bool lacks_something(const rule_record &rule) {
+    return rule.decision == outcome::undecided || rule.would == outcome::undecided ||
+           (rule.report == outcome::undecided && !did_not_run(rule));
+}
+
 bool is_remarkable(const rule_record &rule) {
-    return is_hit(rule.decision) || rule.decision == outcome::undecided || hits_in(rule.would) ||
-           hits_in(rule.report) || rule.report == outcome::undecided ||
-           rule.would == outcome::undecided;
+    return is_hit(rule.decision) || hits_in(rule.would) || hits_in(rule.report) ||
+           lacks_something(rule);
+}
+
+bool is_aside(const rule_record &rule) {
+    return did_not_run(rule) && !is_remarkable(rule) && rule.near_misses.empty();
 }
 
 static std::string kind_text(const std::string &kind) {
@@ -145,8 +160,10 @@ static std::string not_enabled_text(const rule_record &rule) {
     return "not enabled" + in_brackets(where);
 }
 
+// How many entries were tried; "" when there were none.
 static std::string looked_at_text(const rule_record &rule) {
-    return rule.looked_at ? counted(*rule.looked_at, "entry", "entries") + " looked at" : "";
+    const uint32_t count = rule.looked_at.value_or(0);
+    return count ? counted(count, "entry", "entries") + " looked at" : "";
 }
 
 static std::string with_reason(const std::string &begin, const rule_record &rule) {
@@ -190,6 +207,9 @@ static std::string would_text(const rule_record &rule) {
     if (is_hit(*rule.would)) {
         return with_reason("would hit", rule) + "; ";
     }
+    if (*rule.would == outcome::no_hit) {
+        return "would not hit; ";
+    }
     return *rule.would == outcome::undecided ? with_reason("would be undecided", rule) + "; " : "";
 }
 
@@ -202,7 +222,8 @@ static std::string report_text(const rule_record &rule) {
         return is_hit(rule.decision) ? "; the replayer's line never names it"
                                      : "; hits in the replayer's run, whose line never names it";
     }
-    return rule.report == outcome::undecided && rule.decision != outcome::undecided
+    return rule.report == outcome::undecided && rule.decision != outcome::undecided &&
+                   !did_not_run(rule)
                ? "; undecided in the replayer's run"
                : "";
 }
@@ -229,8 +250,9 @@ static std::string near_miss_text(const near_miss &near) {
 
 // The value that was judged and the entry that it met.
 static std::string match_text(const rule_record &rule) {
+    const bool no_names = rule.fact == "ptr" && rule.value.empty();
     const std::string value =
-        rule.fact.empty() && rule.value.empty()
+        no_names || (rule.fact.empty() && rule.value.empty())
             ? ""
             : printable(rule.fact) + (rule.fact.empty() ? "" : " ") + shown(rule.value);
     const bool matched = is_there(rule.from) && rule.decision != outcome::not_enabled;
@@ -379,6 +401,12 @@ constexpr trouble troubles[] = {
 
 } // namespace
 
+// Whether no server said anything that can be used.
+static bool got_nothing(const dns_record &dns) {
+    return dns.is == answer_class::failure && (dns.status == platform::dns_status_timeout ||
+                                               dns.status == platform::dns_status_servfail);
+}
+
 // "; 3 silent, 11 not asked"; "" when all is well.
 static std::string trouble_text(const std::vector<dns_record> &all) {
     std::string text;
@@ -449,6 +477,11 @@ static std::string missing_text(uint32_t status) {
     }
 }
 
+bool was_asked(const dns_record &dns) {
+    return dns.is != answer_class::missing || dns.status == platform::dns_status_timeout ||
+           dns.status == dns_sources::status_deadline;
+}
+
 std::string dns_answer(const dns_record &dns) {
     const std::string records = joined_with(dns.records, ", ");
     if (dns.is == answer_class::missing) {
@@ -475,6 +508,20 @@ std::string dns_effort(const dns_record &dns) {
         add("sent " + std::to_string(*dns.tries) + " times");
     }
     return text;
+}
+
+std::string dns_effort_of_all(const decision_record &record, const dns_record &dns) {
+    uint64_t times = 0;
+    std::optional<double> ms;
+    for (const dns_record &one : record.dns) {
+        if (dns_question(one) == dns_question(dns) && dns_answer(one) == dns_answer(dns)) {
+            ++times;
+            ms = one.ms ? ms.value_or(0) + *one.ms : ms;
+        }
+    }
+    return times == 1
+               ? dns_effort(dns)
+               : "asked " + std::to_string(times) + " times" + (ms ? ", " + milliseconds(*ms) : "");
 }
 
 // --- the decision ---
@@ -511,22 +558,39 @@ std::string headline(const decision_record &record) {
 static void add_rule(const decision_record &record, std::vector<std::string> *sentences) {
     for (const rule_record &rule : record.rules) {
         if (!rule.rule.empty() && rule.rule == record.decision.rule) {
+            if (!is_there(rule.from) && rule.names.empty() && !rule.reason.empty()) {
+                sentences->push_back(printable(rule.reason));
+            }
             const std::vector<std::string> details = rule_details(rule);
             sentences->insert(sentences->end(), details.begin(), details.end());
         }
     }
 }
 
-std::string missing_sentence(const missing_item &item) {
-    return item.what == "fact"
-               ? "not known: " + printable(item.fact)
-               : "not known: the answer to " + printable(item.type) + ' ' + printable(item.name);
+std::vector<std::string> missing_sentences(const decision_record &record) {
+    std::vector<std::string> sentences;
+    std::string questions;
+    uint64_t count = 0;
+    for (const missing_item &item : record.missing) {
+        if (item.what == "fact") {
+            sentences.push_back("not known: " + printable(item.fact));
+        } else {
+            questions += (count++ ? ", " : "") + printable(item.type) + ' ' + printable(item.name);
+        }
+    }
+    if (count) {
+        sentences.push_back(
+            (count == 1 ? "not known: the answer to " : "not known: the answers to ") + questions);
+    }
+    return sentences;
 }
 
 std::vector<std::string> what_decided(const decision_record &record) {
     const auto &d = record.decision;
     std::vector<std::string> sentences;
-    add_rule(record, &sentences);
+    if (d.by == decided_by::rule || d.by == decided_by::exempt) {
+        add_rule(record, &sentences);
+    }
     if (d.by == decided_by::exempt && !d.where.empty()) {
         sentences.push_back(d.where == "user" ? "in the recipient's own folder"
                                               : "in the server's lists");
@@ -541,10 +605,15 @@ std::vector<std::string> what_decided(const decision_record &record) {
             sentences.push_back(printable(list.zone) + ": " + block_list_sentence(list));
         }
     }
-    for (const missing_item &item : record.missing) {
-        if (d.is == verdict::undecided) {
-            sentences.push_back(missing_sentence(item));
-        }
+    const auto failed = std::count_if(record.dns.begin(), record.dns.end(), got_nothing);
+    if (d.by == decided_by::nothing && failed) {
+        sentences.push_back(counted(static_cast<uint64_t>(failed), "DNS question") + " of " +
+                            std::to_string(record.dns.size()) +
+                            " failed; rules that need the answer do not hit then");
+    }
+    if (d.is == verdict::undecided) {
+        const std::vector<std::string> missing = missing_sentences(record);
+        sentences.insert(sentences.end(), missing.begin(), missing.end());
     }
     if (!d.notice.empty()) {
         sentences.push_back("the client is told: " + printable(d.notice));
@@ -558,6 +627,18 @@ static std::string text_or_unknown(const std::optional<std::string> &text) {
     return text ? shown(*text) : "(unknown)";
 }
 
+static std::string names_text(const decision_record &record) {
+    if (!record.facts.ptr.empty()) {
+        return joined_with(record.facts.ptr, ", ");
+    }
+    const bool unknown = std::any_of(record.missing.begin(), record.missing.end(),
+                                     [](const missing_item &item) { return item.type == "PTR"; });
+    const bool failed =
+        std::any_of(record.dns.begin(), record.dns.end(),
+                    [](const dns_record &dns) { return dns.type == "PTR" && got_nothing(dns); });
+    return unknown ? "(unknown)" : failed ? "(unknown: the look-up failed)" : "(none)";
+}
+
 static std::string flag_text(const std::optional<bool> &flag) {
     return flag ? *flag ? "yes" : "no" : "(unknown)";
 }
@@ -566,7 +647,7 @@ std::vector<named_text> transaction_facts(const decision_record &record) {
     const transaction &t = record.transaction;
     std::vector<named_text> rows = {
         {"client", text_or_unknown(t.ip) + ", port " + text_or_unknown(t.port)},
-        {"PTR", record.facts.ptr.empty() ? "(none)" : joined_with(record.facts.ptr, ", ")},
+        {"PTR", names_text(record)},
         {"HELO", text_or_unknown(t.helo)},
         {"sender", text_or_unknown(t.sender)},
         {"recipient", text_or_unknown(t.recipient)},

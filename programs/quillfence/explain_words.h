@@ -32,6 +32,8 @@ std::string source_text(const decision::source &of);
 std::string rule_sentence(const decision::rule_record &rule);
 // Whether a rule is worth a reader's first look: it hit, would hit, or could not be judged.
 bool is_remarkable(const decision::rule_record &rule);
+// Whether the decision did not run it, and nothing else is to be said about it than that.
+bool is_aside(const decision::rule_record &rule);
 // What it rests on: the value and the entry that matched, the names, the near misses. Of a rule
 // that is not remarkable only the near misses.
 std::vector<std::string> rule_details(const decision::rule_record &rule);
@@ -48,10 +50,16 @@ std::string dns_summary(const decision::decision_record &record);
 std::string dns_question(const decision::dns_record &dns);
 // "dhcp.cust.example.", "silent: no answer came in time".
 std::string dns_answer(const decision::dns_record &dns);
+// Whether it got as far as a server or a deadline. What was not is only told as missing.
+bool was_asked(const decision::dns_record &dns);
 // How long it took, and where it differs from the others: "1.1 ms, attempt 2". May be "".
 std::string dns_effort(const decision::dns_record &dns);
+// The same for all that are the same question with the same answer: "asked 6 times, 0.7 ms".
+std::string dns_effort_of_all(const decision::decision_record &record,
+                              const decision::dns_record &dns);
 
-std::string missing_sentence(const decision::missing_item &item);
+// The facts and the DNS answers that were not known.
+std::vector<std::string> missing_sentences(const decision::decision_record &record);
 
 // The line that the replayer prints, or why it prints none; "" when no report was asked for.
 std::string replayer_line(const decision::decision_record &record);

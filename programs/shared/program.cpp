@@ -5,7 +5,9 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <memory>
 #include <new>
+#include <sstream>
 
 #include <CLI/CLI.hpp>
 
@@ -21,6 +23,44 @@ namespace quillfence::programs {
 using namespace data_files;
 
 static const char *program_name = "";
+
+namespace {
+
+// Help in two columns, none of its lines longer than 80 characters.
+class help_formatter : public CLI::Formatter {
+  public:
+    help_formatter() {
+        column_width(names_width);
+    }
+    std::string make_option_desc(const CLI::Option *option) const override {
+        return broken(option->get_description());
+    }
+    std::string make_subcommand(const CLI::App *subcommand) const override {
+        std::stringstream out;
+        CLI::detail::format_help(out, subcommand->get_name(), broken(subcommand->get_description()),
+                                 names_width);
+        return out.str();
+    }
+
+  private:
+    static constexpr size_t names_width = 30;
+
+    // CLI11 indents what follows a line feed.
+    static std::string broken(std::string text) {
+        constexpr size_t room = 80 - names_width;
+        for (size_t begin = 0; text.size() - begin > room; ++begin) {
+            const size_t blank = text.rfind(' ', begin + room);
+            if (blank == std::string::npos || blank <= begin) {
+                break;
+            }
+            text[blank] = '\n';
+            begin = blank;
+        }
+        return text;
+    }
+};
+
+} // namespace
 
 // "quillfence-data regex compile": the subcommand that the command line got to.
 static std::string name_reached(const CLI::App &program) {
@@ -49,6 +89,7 @@ static std::string usage_error(const CLI::App &program, const CLI::ParseError &e
 
 static exit_status parse_and_run(const program_frame &frame, int argc, char **argv) {
     CLI::App program(frame.description, frame.name);
+    program.formatter(std::make_shared<help_formatter>());
     program.allow_windows_style_options(false); // /pattern/ and /path are values
     program.set_version_flag("--version", std::string(frame.name) + " " + QUILLFENCE_VERSION,
                              "Print the version and exit");

@@ -20,7 +20,11 @@ constexpr registry_root machine = registry_root::local_machine;
 
 class registry : public ::testing::Test {
   protected:
+#ifdef QF_TEST_REGISTRY_EXPORT
+    testing::test_registry store{testing::test_registry::exported()};
+#else
     testing::test_registry store;
+#endif
 
     // An open key that closes itself.
     struct open_key {

@@ -63,9 +63,9 @@ Rules
                         never names it
       sender x@spammer.example matches c:/quillfence/from_blacklist:2:
           *@spammer.example (wildcard)
-  helo_blacklist        never: no list is installed
   resolve_helo_domain   not reached; the replayer reports it
-  block_nonauth_ipv6    skipped: it is not for bounces
+  never: no list is installed: helo_blacklist
+  skipped: it is not for bounces: block_nonauth_ipv6
 
 Block maps
   bots.bms  no
@@ -138,6 +138,86 @@ TEST(explain_text, undecided) {
 TEST(explain_text, one_rule) {
     EXPECT_EQ(explain_rule_text(rejected_sample(), "from_blacklist", {}), rule_text);
     EXPECT_EQ(explain_rule_text(rejected_sample(), "from_blacklis", {}), std::nullopt);
+}
+
+// What did not run, and is like others in that, shares their line; what hits elsewhere does not.
+TEST(explain_text, rules_that_did_not_run_share_a_line) {
+    decision_record record;
+    const auto add = [&](const char *name, outcome decision, outcome report) {
+        record.rules.push_back(sample_rule(1, name, decision, report));
+    };
+    using enum outcome;
+    add("a", never, never);
+    add("b", not_reached, no_hit);
+    add("c", no_hit, no_hit);
+    add("d", never, never);
+    add("e", not_reached, hit);
+    add("f", not_reached, undecided);
+    const std::string text = explain_text(record, {});
+    EXPECT_NE(text.find("Rules\n"
+                        "  c  no\n"
+                        "  e  not reached; the replayer reports it\n"
+                        "  never: a, d\n"
+                        "  not reached: b, f\n"),
+              std::string::npos)
+        << text;
+}
+
+TEST(explain_text, a_name_longer_than_its_column_has_a_line_of_its_own) {
+    decision_record record;
+    record.rules = {sample_rule(1, "a_name_that_takes_more_than_its_room", outcome::hit, {})};
+    record.rules[0].reason = "it had to";
+    EXPECT_NE(explain_text(record, {})
+                  .find("  a_name_that_takes_more_than_its_room\n"
+                        "                               HIT: it had to\n"),
+              std::string::npos)
+        << explain_text(record, {});
+}
+
+TEST(explain_text, a_long_list_is_broken_behind_a_comma) {
+    decision_record record;
+    record.report = report{"", {"rule_a", "rule_b", "rule_c"}, {}};
+    const std::string text = explain_text(record, {.width = 40});
+    EXPECT_NE(text.find("  {\"spam_hits\":[\"rule_a\",\"rule_b\",\n"
+                        "      \"rule_c\"],\"bms_hits\":[]}\n"),
+              std::string::npos)
+        << text;
+}
+
+TEST(explain_text, the_same_question_with_the_same_answer_is_told_once) {
+    decision_record record;
+    dns_record dns;
+    dns.name = "a.example.";
+    dns.type = "A";
+    dns.status = 1460;
+    dns.is = answer_class::failure;
+    dns.ms = 3000;
+    dns.tries = 2;
+    record.dns = {dns, dns, dns};
+    record.dns[1].attempt = 2;
+    record.dns[2].type = "MX";
+    const std::string text = explain_text(record, {});
+    EXPECT_NE(text.find("DNS: 3 questions, 9000 ms; 3 silent\n"
+                        "  A a.example.  silent: no answer came in time, a failed lookup for the "
+                        "engine\n"
+                        "      (asked 2 times, 6000 ms)\n"
+                        "  MX a.example.  silent: no answer came in time, a failed lookup for the "
+                        "engine\n"
+                        "      (3000 ms, sent 2 times)\n"),
+              std::string::npos)
+        << text;
+}
+
+TEST(explain_text, the_same_error_is_told_once) {
+    decision_record record;
+    const error_line line = {"vc_file", "vc_open", "No such file or directory"};
+    record.errors = {line, {"vc_file", "vc_open", "another"}, line};
+    const std::string text = explain_text(record, {});
+    EXPECT_NE(text.find("Notes\n"
+                        "  error: vc_file vc_open(): No such file or directory (2 times)\n"
+                        "  error: vc_file vc_open(): another\n\n"),
+              std::string::npos)
+        << text;
 }
 
 std::string without_colour(std::string text) {
@@ -292,10 +372,62 @@ TEST(explain_words, rule_sentences) {
               "not reached; hits in the replayer's run, whose line never names it");
     EXPECT_EQ(sentence(not_reached, no_hit, hit), "would hit; not reached");
     EXPECT_EQ(sentence(not_reached, no_hit, undecided), "would be undecided; not reached");
+    EXPECT_EQ(sentence(not_reached, no_hit, no_hit), "would not hit; not reached");
+    EXPECT_EQ(sentence(not_reached, undecided), "not reached");
     EXPECT_EQ(sentence(not_enabled, no_hit), "not enabled");
     EXPECT_EQ(sentence(never, never), "never");
     EXPECT_EQ(sentence(no_hit, undecided), "no; undecided in the replayer's run");
     EXPECT_EQ(sentence(undecided, undecided), "UNDECIDED");
+}
+
+TEST(explain_words, a_rule_without_an_entry_decides_by_its_reason) {
+    decision_record record;
+    record.decision.rule = "require_helo";
+    record.decision.by = decided_by::rule;
+    record.rules = {sample_rule(10, "require_helo", outcome::hit, outcome::hit)};
+    record.rules[0].reason = "there is no HELO";
+    record.rules[0].fact = "helo";
+    EXPECT_EQ(what_decided(record), (std::vector<std::string>{"there is no HELO", "helo (empty)"}));
+}
+
+TEST(explain_words, names_that_were_not_asked_for_are_unknown) {
+    decision_record record;
+    EXPECT_EQ(transaction_facts(record)[1], named_text("PTR", "(none)"));
+    record.missing = {{"dns", "1.2.0.192.in-addr.arpa.", "PTR", ""}};
+    EXPECT_EQ(transaction_facts(record)[1], named_text("PTR", "(unknown)"));
+    record.missing.clear();
+    record.dns.resize(1);
+    record.dns[0].type = "PTR";
+    record.dns[0].is = answer_class::failure;
+    record.dns[0].status = 1460;
+    EXPECT_EQ(transaction_facts(record)[1], named_text("PTR", "(unknown: the look-up failed)"));
+    record.facts.ptr = {"a.example", "b.example"};
+    EXPECT_EQ(transaction_facts(record)[1], named_text("PTR", "a.example, b.example"));
+}
+
+TEST(explain_words, accepted_for_want_of_answers) {
+    decision_record record;
+    record.decision.is = verdict::accept;
+    record.decision.by = decided_by::nothing;
+    record.dns.resize(3);
+    EXPECT_EQ(what_decided(record), std::vector<std::string>());
+    record.dns[0].is = record.dns[1].is = answer_class::failure;
+    record.dns[0].status = 1460;
+    record.dns[1].status = 9501; // no records: an answer
+    EXPECT_EQ(what_decided(record),
+              std::vector<std::string>{"1 DNS question of 3 failed; rules that need the answer do "
+                                       "not hit then"});
+    record.decision.by = decided_by::exempt;
+    EXPECT_EQ(what_decided(record), std::vector<std::string>());
+}
+
+TEST(explain_words, what_is_missing) {
+    decision_record record;
+    record.missing = {
+        {"dns", "a.example.", "A", ""}, {"fact", "", "", "helo"}, {"dns", "b.example.", "MX", ""}};
+    EXPECT_EQ(missing_sentences(record),
+              (std::vector<std::string>{"not known: helo", "not known: the answers to A "
+                                                           "a.example., MX b.example."}));
 }
 
 TEST(explain_words, numbers_and_values_where_they_tell_something) {

@@ -7,6 +7,7 @@
 
 #include "platform/error_numbers.h"
 #include "platform/process.h"
+#include "platform/surroundings.h"
 
 namespace quillfence::testing {
 
@@ -14,6 +15,16 @@ namespace {
 
 using platform::registry_key;
 using platform::registry_root;
+
+std::string make_export() {
+    static unsigned counter;
+    const std::string file = (std::filesystem::temp_directory_path() /
+                              ("quillfence-test-" + std::to_string(platform::process_id()) + "-" +
+                               std::to_string(++counter) + ".reg"))
+                                 .string();
+    std::ofstream(file, std::ios::trunc).close(); // empty, and no complaint that it is missing
+    return file;
+}
 
 #ifdef QF_TEST_REAL_DRIVES
 // Every key that a test may have made; the first one marks that it was a test.
@@ -54,12 +65,7 @@ void end_registry(const std::string &) {
 }
 #else
 std::string begin_registry() {
-    static unsigned counter;
-    const std::string file = (std::filesystem::temp_directory_path() /
-                              ("quillfence-test-" + std::to_string(platform::process_id()) + "-" +
-                               std::to_string(++counter) + ".reg"))
-                                 .string();
-    std::ofstream(file, std::ios::trunc).close(); // empty, and no complaint that it is missing
+    const std::string file = make_export();
     platform::environment_set("QUILLFENCE_REGISTRY", file.c_str());
     return file;
 }
@@ -74,8 +80,17 @@ void end_registry(const std::string &file) {
 
 test_registry::test_registry() : file_(begin_registry()) {}
 
+test_registry::test_registry(exported) : file_(make_export()), is_named_(true) {
+    platform::set_registry_export(file_.c_str());
+}
+
 test_registry::~test_registry() {
-    end_registry(file_);
+    if (is_named_) {
+        platform::set_registry_export(nullptr);
+        std::filesystem::remove(file_);
+    } else {
+        end_registry(file_);
+    }
 }
 
 void test_registry::create(const std::string &key, uint32_t view) const {

@@ -14,6 +14,9 @@ namespace quillfence::testing {
 class test_registry {
   public:
     test_registry();
+    // One in an export in both systems, named by platform/surroundings.h.
+    struct exported {};
+    explicit test_registry(exported);
     ~test_registry();
     test_registry(const test_registry &) = delete;
     test_registry &operator=(const test_registry &) = delete;
@@ -29,13 +32,14 @@ class test_registry {
                    uint32_t view = 0) const;
     void remove(const std::string &key, uint32_t view = 0) const; // with all below it
 
-    // The export on Linux, empty on Windows.
+    // The export, empty without one.
     const std::string &file() const {
         return file_;
     }
 
   private:
     std::string file_;
+    bool is_named_ = false; // by platform/surroundings.h
 };
 
 // A key for tests that are not about Mail Enable.

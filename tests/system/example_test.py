@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""The sample that ./replay replays prints what the README shows, and changes no file.
+"""The sample that ./replay replays prints what the README shows, and changes no file; what ./replay
+and ./explain hand over.
 
     example_test.py PROGRAM SOURCE_FOLDER
 """
@@ -76,32 +77,52 @@ class ExampleTest(unittest.TestCase):
 
 
 class ScriptTest(unittest.TestCase):
-    """The script, with a stand-in for the program: what it hands over in the environment."""
+    """The scripts, with stand-ins for building and for the programs: what these are given."""
 
-    def handed_over(self, **environment):
+    PROGRAMS = {"replay": "replayer/quillfence-replayer", "explain": "programs/quillfence/quillfence"}
+
+    def handed_over(self, script, *arguments, **environment):
+        """The environment's values and the arguments."""
         with tempfile.TemporaryDirectory() as folder:
             root = Path(folder)
-            shutil.copy(SOURCE / "replay", root)
-            (root / "scripts").mkdir()
-            (root / "scripts" / "common.sh").write_text(
-                "packages_build=()\nneed_packages() { :; }\nbuild_preset() { :; }\n"
-                "say() { :; }\ndie() { exit 9; }\n")
-            program = root / "build" / "replay" / "replayer" / "quillfence-replayer"
+            shutil.copy(SOURCE / script, root)
+            shutil.copytree(SOURCE / "scripts", root / "scripts")
+            with open(root / "scripts" / "common.sh", "a") as common:
+                common.write("build_program() { :; }\nsay() { :; }\n")
+            program = root / "build" / "replay" / self.PROGRAMS[script]
             program.parent.mkdir(parents=True)
-            (root / "build" / "replay" / "build.ninja").write_text("")
-            program.write_text('#!/bin/sh\necho "log=$QUILLFENCE_EVENT_LOG"\n')
+            program.write_text('#!/bin/sh\necho "log=$QUILLFENCE_EVENT_LOG"\n'
+                               'echo "drive=$QUILLFENCE_DRIVE_C"\n'
+                               'for each; do echo "[$each]"; done\nexit 3\n')
             program.chmod(0o755)
             quiet = {name: value for name, value in os.environ.items()
                      if not name.startswith("QUILLFENCE_")}
-            run = subprocess.run([root / "replay"], capture_output=True, text=True, timeout=60,
-                                 env={**quiet, **environment})
-            self.assertEqual(run.returncode, 0, run.stderr)
-            return run.stdout
+            run = subprocess.run([root / script, *arguments], capture_output=True, text=True,
+                                 timeout=60, env={**quiet, **environment})
+            self.assertEqual(run.returncode, 3, run.stderr)
+            log, drive, *given = run.stdout.replace(folder, "{folder}").splitlines()
+            return log, drive, "".join(given)
 
     def test_events_appear_unless_it_is_told_otherwise(self):
-        self.assertEqual(self.handed_over(), "log=-\n")
-        self.assertEqual(self.handed_over(QUILLFENCE_EVENT_LOG="/a/file"), "log=/a/file\n")
-        self.assertEqual(self.handed_over(QUILLFENCE_EVENT_LOG=""), "log=\n")
+        for script in self.PROGRAMS:
+            self.assertEqual(self.handed_over(script)[0], "log=-")
+            self.assertEqual(self.handed_over(script, QUILLFENCE_EVENT_LOG="/a/file")[0],
+                             "log=/a/file")
+            self.assertEqual(self.handed_over(script, QUILLFENCE_EVENT_LOG="")[0], "log=")
+
+    def test_the_example_is_asked_unless_it_is_told_otherwise(self):
+        for script in self.PROGRAMS:
+            self.assertEqual(self.handed_over(script)[1], "drive={folder}/examples/drive_c")
+            self.assertEqual(self.handed_over(script, QUILLFENCE_DRIVE_C="/s")[1], "drive=/s")
+
+    def test_arguments_are_passed_on(self):
+        self.assertEqual(self.handed_over("replay", "R", "", "a b")[2], "[R][][a b]")
+        self.assertEqual(self.handed_over("explain", "--sender", "", "--helo", "a b")[2],
+                         "[explain][--sender][][--helo][a b]")
+
+    def test_without_arguments_it_is_the_sample(self):
+        self.assertTrue(self.handed_over("replay")[2].startswith("[R][10.11.12.13]"))
+        self.assertTrue(self.handed_over("explain")[2].startswith("[explain][--dns][off]"))
 
 
 if __name__ == "__main__":

@@ -50,6 +50,16 @@ def sample():
     return arguments, re.search(r"^    (\{\"spam_hits\".*\})$", readme, re.MULTILINE).group(1)
 
 
+def explained():
+    """The arguments of the sample that ./explain explains, and the beginning of the answer that
+    the README shows."""
+    script = (SOURCE / "explain").read_text()
+    readme = (SOURCE / "README.md").read_text()
+    arguments = shlex.split(re.search(r"^ +set -- (--.*)$", script, re.MULTILINE).group(1))
+    block = re.search(r"^    (REJECT by (?:.*\n    )*)\.\.\.$", readme, re.MULTILINE).group(1)
+    return arguments, block.replace("\n    ", "\n")
+
+
 def make_package(folder, ending):
     status, stdout, stderr = run(CPACK, "--config", str(BUILD / "CPackConfig.cmake"), "-B", folder,
                                  cwd=BUILD)
@@ -96,9 +106,10 @@ class Deb(PackageTest):
         found = {str(path.relative_to(self.tree)) for path in self.tree.rglob("*")
                  if path.is_file()}
         share = "usr/share/doc/quillfence/"
-        want = {"usr/bin/quillfence-replayer", "usr/bin/quillfence-data", share + "README.md",
-                share + "CHANGES.md", "usr/share/man/man1/quillfence-data.1",
-                "usr/share/bash-completion/completions/quillfence-data"}
+        want = {"usr/bin/quillfence-replayer", share + "README.md", share + "CHANGES.md"}
+        for program in ("quillfence", "quillfence-data"):
+            want |= {f"usr/bin/{program}", f"usr/share/man/man1/{program}.1",
+                     f"usr/share/bash-completion/completions/{program}"}
         want |= {share + name for name in files_of_tree("docs", "*") | files_of_tree("examples", "*")}
         self.assertEqual(found, want)
         self.assertIn(share + "examples/drive_c/quillfence/blocked_ips", found)
@@ -130,6 +141,14 @@ class Deb(PackageTest):
         got = run(str(self.tree / "usr/bin/quillfence-replayer"), *arguments,
                   env={"QUILLFENCE_DRIVE_C": str(drive), "QUILLFENCE_EVENT_LOG": "-"})
         self.assertEqual(got, (0, shown, ""))
+
+    def test_the_program_explains_the_sample(self):
+        arguments, shown = explained()
+        drive = self.tree / "usr/share/doc/quillfence/examples/drive_c"
+        status, stdout, stderr = run(str(self.tree / "usr/bin/quillfence"), "explain", *arguments,
+                                     env={"QUILLFENCE_DRIVE_C": str(drive)})
+        self.assertEqual((status, stderr), (0, ""))
+        self.assertEqual(stdout[:len(shown)], shown)
 
 
 class PortableExecutable:
@@ -215,8 +234,8 @@ class Zip(PackageTest):
     def test_contents(self):
         found = {str(path.relative_to(self.program_folder))
                  for path in self.program_folder.rglob("*") if path.is_file()}
-        want = {"quillfence-replayer.exe", "quillfence-data.exe", "install.cmd", "uninstall.cmd",
-                "README.md", "CHANGES.md"}
+        want = {"quillfence.exe", "quillfence-data.exe", "quillfence-replayer.exe", "install.cmd",
+                "uninstall.cmd", "README.md", "CHANGES.md"}
         want |= files_of_tree("docs", "*") | files_of_tree("examples", "*")
         self.assertEqual(found, want)
 
@@ -265,6 +284,14 @@ class Zip(PackageTest):
         finally:
             shutil.rmtree(configuration)
         self.assertEqual(got, (0, shown, ""))
+
+    def test_the_program_explains_the_sample(self):
+        arguments, shown = explained()
+        status, stdout, stderr = self.wine(
+            r"C:\Program Files\Quillfence\quillfence.exe", "explain", "--drive-c",
+            r"C:\Program Files\Quillfence\examples\drive_c", *arguments)
+        self.assertEqual((status, stderr), (0, ""))
+        self.assertEqual(stdout[:len(shown)], shown)
 
 
 def missing_tools():

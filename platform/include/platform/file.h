@@ -8,7 +8,8 @@
 // looked up under the directory named by QUILLFENCE_DRIVE_C (for c:; QUILLFENCE_DRIVE_D for d:
 // and so on), and without that variable as a relative path, literally. Backslashes in such a path
 // count as slashes. Any other path is taken as it is. Only an interrupted call is retried. Files
-// are not inherited by programs started from here.
+// are not inherited by programs started from here. On both systems a program can have c: looked up
+// elsewhere (platform/surroundings.h).
 //
 // Names below a drive are found whatever the case of their ASCII letters, each folder on the way
 // included, and nothing is made beside a name that differs in case alone. On Linux the exact name

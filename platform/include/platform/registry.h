@@ -2,15 +2,16 @@
 // for a key or value that is missing, 234 for data that does not fit, 259 behind the last value, 5
 // for what the access mask does not allow.
 //
-// On Linux the registry is the export (.reg, docs/formats/registry-export.md) that the environment
-// variable QUILLFENCE_REGISTRY names. Without the variable, or when the file is missing, it is an
-// empty registry; a file that is no export gives error 1017. A variable that names nothing readable
-// is told (platform/complaint.h), unless a missing file is about to be made. Every open reads the
-// file afresh, once, and keeps the values of its own key only; it is not mapped into memory, so
-// that nobody who shortens it meanwhile does harm. What is created, set or deleted is appended to
-// the file, whose other bytes stay as they are; a missing file is made. A file in UTF-16 that was
-// cut off inside a unit takes no change: error 1017. Without the variable there is nothing to write
-// to: error 5.
+// A program can have an export in the registry's place on both systems (platform/surroundings.h).
+// On Linux the registry is always one: the export (.reg, docs/formats/registry-export.md) that the
+// environment variable QUILLFENCE_REGISTRY names. Without the variable, or when the file is
+// missing, it is an empty registry; a file that is no export gives error 1017. A variable that
+// names nothing readable is told (platform/complaint.h), unless a missing file is about to be made.
+// Every open reads the file afresh, once, and keeps the values of its own key only; it is not
+// mapped into memory, so that nobody who shortens it meanwhile does harm. What is created, set or
+// deleted is appended to the file, whose other bytes stay as they are; a missing file is made. A
+// file in UTF-16 that was cut off inside a unit takes no change: error 1017. Without the variable
+// there is nothing to write to: error 5.
 //
 // Key and value names ignore the case of ASCII letters. Texts are in the system's code page on
 // Windows and in UTF-8 on Linux.

@@ -1,0 +1,56 @@
+#include "platform/surroundings.h"
+
+#include "platform/error_numbers.h"
+#include "platform/format.h"
+#include "surroundings.h"
+
+namespace quillfence::platform {
+
+namespace {
+
+struct chosen_path {
+    bool is_chosen;
+    char text[4096];
+};
+chosen_path root_of_drive;
+chosen_path export_of_registry;
+
+uint32_t choose(const char *path, chosen_path *chosen) {
+    if (!path) {
+        chosen->is_chosen = false;
+        return error_none;
+    }
+    if (!*path) {
+        return error_path_not_found;
+    }
+    chosen_path wanted = {true, ""};
+    if (format_text(wanted.text, sizeof wanted.text, "%s", path) < 0) {
+        return error_filename_too_long;
+    }
+    *chosen = wanted;
+    return error_none;
+}
+
+const char *text_of(const chosen_path &chosen) {
+    return chosen.is_chosen ? chosen.text : nullptr;
+}
+
+} // namespace
+
+uint32_t set_drive_root(const char *directory) {
+    return choose(directory, &root_of_drive);
+}
+
+uint32_t set_registry_export(const char *path) {
+    return choose(path, &export_of_registry);
+}
+
+const char *drive_root() {
+    return text_of(root_of_drive);
+}
+
+const char *registry_stand_in() {
+    return text_of(export_of_registry);
+}
+
+} // namespace quillfence::platform

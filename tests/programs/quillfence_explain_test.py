@@ -1,0 +1,419 @@
+#!/usr/bin/env python3
+"""quillfence explain as its user meets it: what is refused and how it is said, what the options
+change, how it ends, and that all of it is written down.
+
+    quillfence_explain_test.py [--runner=LAUNCHER] PROGRAM SOURCE_FOLDER
+
+LAUNCHER runs the program on a Windows build (a list as CMake has it).
+"""
+
+import json
+import os
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+import unittest
+from pathlib import Path
+
+RUNNER = []
+if sys.argv[1].startswith("--runner="):
+    RUNNER = [word for word in sys.argv.pop(1).split("=", 1)[1].split(";") if word]
+PROGRAM, SOURCE = os.path.abspath(sys.argv[1]), Path(sys.argv[2]).resolve()
+
+EXPLAINED, REJECTED, FAILED, UNDECIDED = 0, 1, 2, 3
+
+# A sender on the blacklist, with all the DNS answers that the decision asks for.
+BLACKLISTED = ["--dns", "off", "--ip", "192.0.2.9", "--helo", "spammer.example", "--sender",
+               "x@spammer.example", "--recipient", "bob@example.net", "--ptr", "spammer.example",
+               "--answer", "spammer.example", "A", "192.0.2.9"]
+# A client whose mail is exempt, by its address.
+EXEMPT = ["--dns", "off", "--ip", "192.0.2.25", "--helo", "a.example", "--sender", "a@a.example",
+          "--recipient", "bob@example.net"]
+LOG_LINE = ("2026-11-20 08:15:42 quillfence[1]: HAM: mua=[no:(null)],ip=[192.0.2.25:a.example],"
+            "port=<1>,tls=<no>,helo=<a.example>,from=<a@a.example>,rcpt=<bob@example.net>\r\n")
+
+
+class Case(unittest.TestCase):
+    maxDiff = None
+
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory(prefix="quillfence-explain-")
+        self.addCleanup(folder.cleanup)
+        self.folder = Path(folder.name)
+        shutil.copytree(SOURCE / "examples/drive_c", self.folder / "drive")
+
+    def run_program(self, *arguments, text="", **environment):
+        """Exit status, standard output and standard error. They go to files: Wine's own processes
+        would hold pipes open. Lines on standard error end as the system likes them."""
+        quiet = {name: value for name, value in os.environ.items()
+                 if not name.startswith("QUILLFENCE_") and name != "VERBOSEDEBUG"}
+        with tempfile.TemporaryFile() as given, tempfile.TemporaryFile() as out, \
+                tempfile.TemporaryFile() as err:
+            given.write(text.encode())
+            given.seek(0)
+            run = subprocess.run([*RUNNER, PROGRAM, *arguments], cwd=self.folder, timeout=120,
+                                 env={**quiet, **environment},
+                                 stdin=given, stdout=out, stderr=err, check=False)
+            out.seek(0)
+            err.seek(0)
+            return (run.returncode, out.read().decode(),
+                    err.read().decode().replace("\r\n", "\n"))
+
+    def explain(self, *arguments, text="", **environment):
+        return self.run_program("explain", "--drive-c", "drive", *arguments, text=text,
+                                **environment)
+
+    def decision(self, *arguments, text=""):
+        """Exit status, and the record's decision."""
+        status, out, err = self.explain(*arguments, "--json", text=text)
+        self.assertEqual(err, "")
+        return status, json.loads(out)["decision"]
+
+    def check_refused(self, arguments, said, text=""):
+        with self.subTest(arguments=arguments):
+            self.assertEqual(self.explain(*arguments, text=text),
+                             (FAILED, "", f"quillfence: {said}\n"))
+
+    def file(self, name, content):
+        (self.folder / name).parent.mkdir(parents=True, exist_ok=True)
+        (self.folder / name).write_bytes(content.encode())
+
+    def files(self):
+        return {str(path.relative_to(self.folder)): path.read_bytes()
+                for path in self.folder.rglob("*") if path.is_file()}
+
+
+class FactsTest(Case):
+    def test_an_address_that_is_none(self):
+        said = '--ip: "{}" is no address; {}'
+        for address, advice in [
+            ("[2001:db8::1]", "write it without brackets and port: 2001:db8::1"),
+            ("[2001:db8::1]:25", "write it without brackets and port: 2001:db8::1"),
+            ("192.0.2.1:25", "the port is given by --port: --ip 192.0.2.1 --port 25"),
+            ("192.0.2.0/24", "one client is judged, no network"),
+            ("192.0.2.001", "four numbers from 0 to 255 without leading zeros, as in 192.0.2.1"),
+            ("192.0.2.256", "four numbers from 0 to 255 without leading zeros, as in 192.0.2.1"),
+            ("mail.example.org", "write an IPv4 address such as 192.0.2.1, or an IPv6 address such "
+                                 "as 2001:db8::1"),
+        ]:
+            self.check_refused(["--ip", address], said.format(address, advice))
+
+    def test_a_flag_that_is_neither(self):
+        for option in ("--tls", "--mua"):
+            for value in ("2", "maybe"):
+                self.check_refused([f"{option}={value}"],
+                                   f'{option}: "{value}" is neither yes (1) nor no (0)')
+
+    def test_flags_in_words_and_numbers(self):
+        for value, meant in [("1", True), ("yes", True), ("YES", True), ("0", False),
+                             ("no", False)]:
+            _, out, _ = self.explain(*EXEMPT, "--tls", value, "--json")
+            self.assertIs(json.loads(out)["transaction"]["tls"], meant)
+
+    def test_a_port_that_is_none(self):
+        for port in ("65536", "-1", "smtp"):
+            self.check_refused([f"--port={port}"],
+                               f'--port: "{port}" is no port; write a number from 0 to 65535')
+
+    @unittest.skipIf(RUNNER, "a line end does not survive Wine's command line")
+    def test_a_line_end_in_a_fact(self):
+        self.check_refused(["--helo", "a\nb"],
+                           '--helo: "a\\x0ab" holds a line end, which SMTP can\'t carry')
+
+    def test_an_empty_sender_is_a_bounce(self):
+        arguments = [word for word in EXEMPT if word not in ("--sender", "a@a.example")]
+        for sender in ("<>", ""):
+            _, out, _ = self.explain(*arguments, "--sender", sender, "--json")
+            record = json.loads(out)
+            self.assertEqual((record["transaction"]["sender"], record["facts"]["bounce"]),
+                             ("", True))
+
+    def test_a_transaction_comes_in_one_way(self):
+        said = ("give the transaction in one way: by name (--ip, --sender ...), as the replayer's "
+                "nine values, or by --input")
+        values = ["R", "192.0.2.25", "25", "0", "u", "0", "h", "a@b.example", "c@d.example"]
+        self.check_refused(["--ip", "192.0.2.9", "--input", "-"], said)
+        self.check_refused(["--ip", "192.0.2.9", *values], said)
+        self.check_refused(["--input", "-", *values], said)
+
+    def test_no_transaction(self):
+        self.check_refused([], 'there is no transaction; try "quillfence explain --help"')
+
+    def test_the_replayer_s_values(self):
+        said = ("the replayer's values are nine: R ip port tls authuser mua helo sender recipient; "
+                "or give the facts by name (--ip, --sender ...)")
+        self.check_refused(["R", "192.0.2.9"], said)
+        self.check_refused(["C", "192.0.2.9", "25", "0", "u", "0", "h", "a@b", "c@d"], said)
+        status, decision = self.decision("--dns", "off", "R", "192.0.2.25", "25", "0", "u", "0", "h",
+                                         "a@b.example", "c@d.example")
+        self.assertEqual((status, decision["by"], decision["rule"]),
+                         (EXPLAINED, "exempt", "ip_whitelist"))
+
+
+class InputTest(Case):
+    def test_a_line_of_the_mail_log(self):
+        status, decision = self.decision("--dns", "off", "--input", "-", text=LOG_LINE)
+        self.assertEqual((status, decision["rule"]), (EXPLAINED, "ip_whitelist"))
+
+    def test_several_transactions(self):
+        self.file("log", LOG_LINE * 3)
+        self.check_refused(["--dns", "off", "--input", "log"], "log: holds 3 transactions, and one "
+                           "is explained; choose it with --number")
+        self.assertEqual(self.decision("--dns", "off", "--input", "log", "--number", "3")[0],
+                         EXPLAINED)
+        self.check_refused(["--dns", "off", "--input", "log", "--number", "4"],
+                           "log: holds 3 transactions")
+
+    def test_a_wrong_line_is_named(self):
+        self.file("log", LOG_LINE + LOG_LINE.replace("port=", "tort="))
+        status, out, err = self.explain("--input", "log", "--number", "2")
+        self.assertEqual((status, out), (FAILED, ""))
+        self.assertRegex(err, r"^quillfence: log:2: .+\n$")
+
+    def test_a_wrong_format(self):
+        status, out, err = self.explain("--input", "-", "--from", "csv", text=LOG_LINE)
+        self.assertEqual((status, out), (FAILED, ""))
+        self.assertRegex(err, '^quillfence: --from: there is no format "csv"; they are .*qflog.*\n$')
+
+    def test_a_text_that_looks_like_nothing(self):
+        self.check_refused(["--input", "-"], "standard input: it looks like no format that is "
+                           "known; name one with --from", text="hello\n")
+
+    def test_a_missing_file(self):
+        self.check_refused(["--input", "gone"], "gone: No such file or directory")
+
+
+class SurroundingsTest(Case):
+    def test_missing_folders(self):
+        self.assertEqual(
+            self.run_program("explain", "--drive-c", "gone", *EXEMPT),
+            (FAILED, "", "quillfence: gone: is no folder; --drive-c is the folder that holds "
+                         "quillfence/\n"))
+        self.assertEqual(
+            self.run_program("explain", "--drive-c", "drive/quillfence", *EXEMPT),
+            (FAILED, "", "quillfence: drive/quillfence/quillfence: is no folder; --drive-c is the "
+                         "folder that holds quillfence/\n"))
+        self.check_refused([*EXEMPT, "--user-dir", "gone"],
+                           "gone: is no folder; --user-dir is a user's own folder of lists")
+        self.check_refused([*EXEMPT, "--registry", "drive"],
+                           "drive: is no file; --registry is an export (.reg)")
+
+    @unittest.skipIf(RUNNER, "there the system's DNS client asks the system's servers")
+    def test_a_server_that_is_none(self):
+        self.check_refused(["--ip", "192.0.2.9", "--server", "ns.example"],
+                           '--server: "ns.example" is no server; write an address, as in '
+                           "192.0.2.53, 192.0.2.53:5353 or [2001:db8::53]:5353")
+
+    def test_answers_that_are_none(self):
+        for arguments, option in [(["--answer", "a.example", "A", "nonsense"], "--answer"),
+                                  (["--answer", "a.example", "TXT", "x"], "--answer"),
+                                  (["--ptr", "x" * 70], "--ptr")]:
+            status, out, err = self.explain(*EXEMPT, *arguments)
+            self.assertEqual((status, out), (FAILED, ""), arguments)
+            self.assertRegex(err, f"^quillfence: {option}: .+\n$")
+        self.check_refused(["--sender", "a@b.example", "--ptr", "a.example"],
+                           "--ptr: names the client, and there is no --ip")
+
+    def test_choices_are_checked(self):
+        for arguments in (["--dns", "of"], ["--deadline", "0"], ["--deadline", "4000"],
+                          ["--number", "0"]):
+            status, out, err = self.explain(*EXEMPT, *arguments)
+            self.assertEqual((status, out), (FAILED, ""))
+            self.assertRegex(err, f'^quillfence: {arguments[0]}: .*; try "quillfence explain '
+                                  '--help"\n$')
+
+
+class WhatIfTest(Case):
+    def test_with_a_line(self):
+        before = self.files()
+        status, decision = self.decision(*BLACKLISTED, "--with-list", "from_whitelist",
+                                         "x@spammer.example")
+        self.assertEqual((status, decision["verdict"], decision["rule"]),
+                         (EXPLAINED, "accept", "from_whitelist"))
+        self.assertEqual(self.files(), before)
+
+    def test_with_a_list_that_is_missing(self):
+        self.assertFalse((self.folder / "drive/quillfence/blocked_senders").exists())
+        (self.folder / "drive/quillfence/from_blacklist").unlink()
+        status, decision = self.decision(*BLACKLISTED, "--with-list", "from_blacklist",
+                                         "x@spammer.example")
+        self.assertEqual((status, decision["verdict"], decision["rule"]),
+                         (EXPLAINED, "reject", "from_blacklist"))
+        self.assertFalse((self.folder / "drive/quillfence/from_blacklist").exists())
+
+    def test_several_lines(self):
+        status, decision = self.decision(
+            *BLACKLISTED, "--without-list", "from_blacklist", "*@spammer.example",
+            "--with-list", "control/rules.enabled", "block_all_mail",
+            "--with-list", "from_blacklist", "x@spammer.example")
+        self.assertEqual((status, decision["rule"]), (EXPLAINED, "block_all_mail"))
+
+    def test_without_a_line_that_is_not_there(self):
+        self.check_refused([*EXEMPT, "--without-list", "from_blacklist", "*@spammer.org"],
+                           "c:/quillfence/from_blacklist: there is no line \"*@spammer.org\" to "
+                           "leave out")
+        self.check_refused([*EXEMPT, "--without-list", "gone", "a"],
+                           'c:/quillfence/gone: there is no line "a" to leave out')
+
+    def test_a_line_that_is_none(self):
+        for option in ("--with-list", "--without-list"):
+            self.check_refused([*EXEMPT, option, "from_blacklist", " "],
+                               '" " is no line of a list')
+
+    def test_what_was_changed_is_noted(self):
+        _, out, _ = self.explain(*EXEMPT, "--with-list", "from_blacklist", "a@b.example",
+                                 "--json")
+        self.assertIn({"severity": "info", "text": "what if c:/quillfence/from_blacklist had the "
+                                                   'line "a@b.example"'}, json.loads(out)["notes"])
+
+
+class AnswerTest(Case):
+    def test_exit_statuses(self):
+        self.assertEqual(self.explain(*BLACKLISTED)[0], EXPLAINED)
+        self.assertEqual(self.explain(*BLACKLISTED, "--verdict-exit")[0], REJECTED)
+        self.assertEqual(self.explain(*EXEMPT, "--verdict-exit")[0], EXPLAINED)
+        for more in ([], ["--verdict-exit"]):
+            self.assertEqual(self.explain("--dns", "off", "--ip", "192.0.2.9", *more)[0], UNDECIDED)
+
+    def test_one_rule(self):
+        status, out, err = self.explain(*BLACKLISTED, "--rule", "from_blacklist")
+        self.assertEqual((status, err), (EXPLAINED, ""))
+        self.assertTrue(out.startswith("from_blacklist: HIT"), out)
+        self.assertNotIn("to_whitelist", out)
+
+    def test_an_unknown_rule(self):
+        self.check_refused([*EXEMPT, "--rule", "from_blacklis"], 'there is no rule "from_blacklis"')
+
+    def test_json_is_one_line(self):
+        status, out, err = self.explain(*BLACKLISTED, "--json")
+        self.assertEqual((status, err, out.count("\n")), (EXPLAINED, "", 1))
+        self.assertEqual(json.loads(out)["schema"], "quillfence.decision/1")
+
+    def test_all_tells_what_would_have_been(self):
+        def would(*arguments):
+            rules = json.loads(self.explain(*BLACKLISTED, "--json", *arguments)[1])["rules"]
+            return {rule["rule"]: rule.get("would") for rule in rules}
+
+        self.assertEqual(would()["block_all_mail"], None)
+        self.assertEqual(would("--all")["block_all_mail"], "hit")
+
+    def test_a_page_is_written(self):
+        status, out, err = self.explain(*BLACKLISTED, "--html", "page.html")
+        self.assertEqual((status, err), (EXPLAINED, ""))
+        self.assertTrue(out.startswith("REJECT by from_blacklist\n"))
+        page = (self.folder / "page.html").read_text()
+        self.assertTrue(page.lower().startswith("<!doctype html>"))
+        self.assertIn("from_blacklist:2", page)
+        status, _, err = self.explain(*BLACKLISTED, "--html", "gone/page.html")
+        self.assertEqual(status, FAILED)
+        self.assertRegex(err, "^quillfence: gone/page.html: could not be written: .+\n$")
+
+    def test_a_file_has_no_colour(self):
+        self.assertNotIn("\x1b", self.explain(*BLACKLISTED)[1])
+
+    @unittest.skipIf(RUNNER, "a terminal of the build host")
+    def test_colour_on_a_terminal_unless_it_is_not_wanted(self):
+        def on_a_terminal(**environment):
+            ours, theirs = os.openpty()
+            with subprocess.Popen([PROGRAM, "explain", "--drive-c", "drive", *BLACKLISTED],
+                                  cwd=self.folder, stdin=subprocess.DEVNULL, stdout=theirs,
+                                  env={**{name: value for name, value in os.environ.items()
+                                          if name != "NO_COLOR"}, **environment}) as run:
+                os.close(theirs)
+                text = b""
+                try:
+                    while piece := os.read(ours, 4096):
+                        text += piece
+                except OSError: # the other end is closed
+                    pass
+            os.close(ours)
+            self.assertEqual(run.returncode, EXPLAINED)
+            return text.decode().replace("\r\n", "\n")
+
+        coloured, plain = on_a_terminal(), on_a_terminal(NO_COLOR="1")
+        self.assertTrue(coloured.startswith("\x1b[1;31mREJECT by from_blacklist\x1b[0m\n"))
+        self.assertTrue(plain.startswith("REJECT by from_blacklist\n"))
+        self.assertNotIn("\x1b", plain)
+
+    @unittest.skipUnless(os.path.exists("/dev/full"), "no /dev/full")
+    @unittest.skipIf(RUNNER, "a device of the build host")
+    def test_a_full_standard_output_is_a_failure(self):
+        with open("/dev/full", "wb") as full:
+            run = subprocess.run([PROGRAM, "explain", "--drive-c", "drive", *EXEMPT],
+                                 cwd=self.folder, stdout=full, stderr=subprocess.PIPE, check=False,
+                                 timeout=60)
+        self.assertEqual(run.returncode, FAILED)
+        self.assertIn(b"standard output can't be written", run.stderr)
+
+    def test_nothing_is_written(self):
+        before = self.files()
+        self.explain(*BLACKLISTED, "--all")
+        self.assertEqual(self.files(), before)
+
+
+# What is written about the program: each subcommand with its options.
+class WrittenTest(Case):
+    def help_of(self, *words):
+        status, out, err = self.run_program(*words, "--help")
+        self.assertEqual((status, err), (EXPLAINED, ""))
+        return out
+
+    def test_version_is_the_project_s(self):
+        version = re.search(r"VERSION ([\d.]+)", (SOURCE / "CMakeLists.txt").read_text()
+                            .split("project(")[1]).group(1)
+        self.assertEqual(self.run_program("--version"), (EXPLAINED, f"quillfence {version}\n", ""))
+
+    def test_help_fits_a_terminal(self):
+        for words in ([], ["explain"]):
+            for line in self.help_of(*words).split("\n"):
+                self.assertLessEqual(len(line), 80, line)
+
+    def test_every_option_is_written_down(self):
+        subcommands = re.findall(r"^  (\S+) ", self.help_of().split("\nSubcommands:\n")[1]
+                                 .split("\n\n")[0], re.MULTILINE)
+        self.assertIn("explain", subcommands)
+        manual = (SOURCE / "docs/man/quillfence.1").read_text().replace("\\-", "-")
+        completion = (SOURCE / "packaging/completion/quillfence").read_text()
+        for name in subcommands:
+            page = (SOURCE / f"docs/{name}.md").read_text()
+            options = set(re.findall(r"^  (?:-\w,)?(--[a-z][a-z-]*)", self.help_of(name),
+                                     re.MULTILINE)) - {"--help"}
+            self.assertGreater(len(options), 5)
+            section = re.split(rf"^\.SS {name}\b", manual, flags=re.MULTILINE)
+            self.assertEqual(len(section), 2, f".SS of {name}")
+            own = re.split(r"^\.S[SH] ", section[1], flags=re.MULTILINE)[0]
+            self.assertIn(name, completion)
+            for option in options:
+                for title, written in (("man", own), ("page", page), ("completion", completion)):
+                    self.assertRegex(written, rf"(?<![\w-]){option}(?![\w-])", f"{title}: {name}")
+            # Nor is anything written of that the program does not know.
+            known = options | {"--help", "--version"}
+            for title, written in (("man", own), ("completion", completion)):
+                self.assertEqual(set(re.findall(r"(?<![\w-])--[a-z][a-z-]*", written)) - known,
+                                 set(), title)
+
+    @unittest.skipIf(RUNNER, "the shell is the build host's")
+    def test_completion(self):
+        script = SOURCE / "packaging/completion/quillfence"
+
+        def complete(*words):
+            command = (f'source "{script}"; COMP_WORDS=({" ".join(w or chr(39) * 2 for w in words)}); '
+                       f"COMP_CWORD={len(words) - 1}; "
+                       "_quillfence; printf '%s\\n' \"${COMPREPLY[@]}\"")
+            run = subprocess.run(["bash", "-c", command], cwd=self.folder, check=True,
+                                 stdout=subprocess.PIPE, timeout=60)
+            return sorted(run.stdout.decode().split())
+
+        self.file("afile", "")
+        self.assertEqual(complete("quillfence", "ex"), ["explain"])
+        self.assertEqual(complete("quillfence", "explain", "--with"),
+                         ["--with-list", "--without-list"])
+        self.assertEqual(complete("quillfence", "explain", "--dns", ""), ["live", "off"])
+        self.assertEqual(complete("quillfence", "explain", "--drive-c", ""), ["drive"])
+        self.assertEqual(complete("quillfence", "explain", "--input", "af"), ["afile"])
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1], verbosity=2)
