@@ -4,6 +4,7 @@
 
 #include "answers.h"
 #include "command_line.h"
+#include "engine_messages.h"
 #include "explain.h"
 #include "explain_facts.h"
 #include "explain_html.h"
@@ -149,6 +150,7 @@ static decision::decision_record explained(const explain_arguments &arguments) {
     options.substitutes = changed.substitutes();
     options.id = input.id.empty() ? "1" : input.id;
     options.time = input.time.empty() ? time_now() : input.time;
+    data_files::engine_messages::require_memory(); // else the engine's tables lack something
     vc_set_log_function(nullptr);
     decision::explain_result result = decision::explain(input.transaction, options);
     vc_set_log_function(log_to_standard_error);

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "../decision/explaining.h"
+#include "failing_memory.h"
 #include "fault_sweep.h"
 #include "open_handles.h"
 
@@ -164,6 +165,30 @@ TEST_F(faults_explain, exempt_by_the_users_own_list) {
     options.user_dir = "c:/quillfence/users/b/";
     drive.write("c:/quillfence/users/b/from_whitelist", "*@foe.example\n");
     sweep("blacklisted");
+}
+
+// The n-th allocation fails, the engine's or the record's: a record that is made is true.
+TEST_F(faults_explain, without_memory) {
+    options.all = true;
+    for (const client &who : clients) {
+        SCOPED_TRACE(who.name);
+        const transaction what = transaction_of(who);
+        const decision_record whole = explained(what);
+        const int handles = open_handles();
+        explain_result result;
+        const unsigned runs = sweep_allocations([&] { result = explain(what, options); },
+                                                [&](unsigned n) {
+                                                    SCOPED_TRACE(n);
+                                                    log.take();
+                                                    EXPECT_EQ(open_handles(), handles);
+                                                    if (!result.failed) {
+                                                        expect_sound(result.record);
+                                                        expect_true(result.record, whole);
+                                                    }
+                                                });
+        EXPECT_EQ(without_times(result.record), without_times(whole)) << "with memory";
+        EXPECT_GT(runs, 500u);
+    }
 }
 
 } // namespace

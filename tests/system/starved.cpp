@@ -1,6 +1,7 @@
-// The replayer short of memory. STARVE=n makes its n-th allocation fail; STARVE=n+ that one and all
+// A program short of memory. STARVE=n makes its n-th allocation fail; STARVE=n+ that one and all
 // later ones, but for the event log's own buffers, so that the last lines still arrive. Linked with
 // the program's main and with every malloc, calloc, realloc and strdup of the product sent here.
+// Allocations are counted from main on: a program whose static objects find no memory never starts.
 #include <cstddef>
 #include <cstdlib>
 
@@ -23,7 +24,12 @@ shortage wanted_shortage() {
     return {from, *end == '+'};
 }
 
+bool started = false;
+
 bool fails_now(size_t size) {
+    if (!started) {
+        return false;
+    }
     static const shortage wanted = wanted_shortage();
     static unsigned long asked = 0;
     ++asked;
@@ -35,6 +41,8 @@ bool fails_now(size_t size) {
 // The linker sends every call of malloc here (option --wrap) and calls the real one __real_malloc.
 extern "C" {
 
+int __real_main(int argc, char **argv);
+int __wrap_main(int argc, char **argv);
 void *__real_malloc(size_t size);
 void *__real_calloc(size_t count, size_t size);
 void *__real_realloc(void *block, size_t size);
@@ -43,6 +51,11 @@ void *__wrap_malloc(size_t size);
 void *__wrap_calloc(size_t count, size_t size);
 void *__wrap_realloc(void *block, size_t size);
 char *__wrap_strdup(const char *text);
+
+int __wrap_main(int argc, char **argv) {
+    started = true;
+    return __real_main(argc, argv);
+}
 
 void *__wrap_malloc(size_t size) {
     return fails_now(size) ? nullptr : __real_malloc(size);
