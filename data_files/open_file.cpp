@@ -18,6 +18,10 @@ uint32_t open_file::size(uint64_t *bytes) const {
     return platform::file_size(handle_, bytes);
 }
 
+uint32_t open_file::changed(int64_t *seconds) const {
+    return platform::file_changed(handle_, seconds);
+}
+
 uint32_t open_file::read(void *bytes, size_t size, size_t *got) const {
     static constexpr size_t most = 1 << 20; // in one call
     *got = 0;

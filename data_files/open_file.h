@@ -20,6 +20,7 @@ class open_file {
     // All return 0 or a Win32 error number. A missing file is not created.
     uint32_t open(const std::string &path);
     uint32_t size(uint64_t *bytes) const;
+    uint32_t changed(int64_t *seconds) const; // since 1970, UTC
     // Reads until `size` bytes have come or the file is at its end.
     uint32_t read(void *bytes, size_t size, size_t *got) const;
     uint32_t read_at(uint64_t offset, void *bytes, size_t size, size_t *got) const;

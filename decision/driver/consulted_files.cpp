@@ -5,6 +5,7 @@
 #include "file_digest.h"
 #include "open_file.h"
 #include "pattern_lines.h"
+#include "utc_text.h"
 
 namespace quillfence::decision {
 
@@ -16,7 +17,10 @@ static void weigh(config_file *file) {
     }
     file->bytes = bytes;
     std::string digest;
-    if (bytes <= largest_digested_file && !data_files::digest_of_file(file->path, &digest)) {
+    int64_t changed = 0;
+    if (bytes > largest_digested_file) {
+        file->time = opened.changed(&changed) ? "" : utc_text(changed);
+    } else if (!data_files::digest_of_file(file->path, &digest)) {
         file->sha256 = digest;
     }
 }

@@ -377,6 +377,19 @@ uint32_t file_size(file_handle file, uint64_t *size) {
     return error_none;
 }
 
+uint32_t file_changed(file_handle file, int64_t *seconds) {
+    *seconds = 0;
+    if (const uint32_t failure = observe_call("file_changed", "")) {
+        return failure;
+    }
+    struct stat found;
+    if (fstat(descriptor_of(file), &found) != 0) {
+        return error_of_errno(errno);
+    }
+    *seconds = found.st_mtim.tv_sec;
+    return error_none;
+}
+
 uint32_t file_truncate(file_handle file) {
     if (const uint32_t failure = observe_call("file_truncate", "")) {
         return failure;

@@ -7,10 +7,6 @@ namespace quillfence::platform {
 
 static clock_stand_in stand_in_for_clock;
 
-// File times count 100 ns from 1601-01-01.
-static constexpr int64_t ticks_per_second = 10000000;
-static constexpr int64_t seconds_from_1601_to_1970 = 11644473600;
-
 bool clock_now(time_of_day *now) {
     if (stand_in_for_clock) {
         return stand_in_for_clock(now);
@@ -20,10 +16,8 @@ bool clock_now(time_of_day *now) {
     }
     FILETIME moment;
     GetSystemTimeAsFileTime(&moment);
-    const int64_t ticks = static_cast<int64_t>(static_cast<uint64_t>(moment.dwHighDateTime) << 32 |
-                                               moment.dwLowDateTime);
-    now->seconds = ticks / ticks_per_second - seconds_from_1601_to_1970;
-    now->microseconds = static_cast<int32_t>(ticks % ticks_per_second / 10);
+    now->seconds = seconds_of(moment);
+    now->microseconds = static_cast<int32_t>(ticks_of(moment) % ticks_per_second / 10);
     return true;
 }
 

@@ -235,6 +235,19 @@ uint32_t file_size(file_handle file, uint64_t *size) {
     return error;
 }
 
+uint32_t file_changed(file_handle file, int64_t *seconds) {
+    *seconds = 0;
+    if (const uint32_t failure = observe_call("file_changed", "")) {
+        return failure;
+    }
+    FILETIME moment;
+    const uint32_t error = error_unless(GetFileTime(handle_of(file), nullptr, nullptr, &moment));
+    if (!error) {
+        *seconds = seconds_of(moment);
+    }
+    return error;
+}
+
 uint32_t file_truncate(file_handle file) {
     const uint32_t failure = observe_call("file_truncate", "");
     return failure ? failure : error_unless(SetEndOfFile(handle_of(file)));

@@ -30,4 +30,16 @@ inline uint32_t error_unless(BOOL success) {
 // The errno value for such a number, for functions that report through errno.
 int errno_of_error(uint32_t error);
 
+// File times count 100 ns from 1601-01-01.
+inline constexpr int64_t ticks_per_second = 10000000;
+inline int64_t ticks_of(const FILETIME &moment) {
+    return static_cast<int64_t>(static_cast<uint64_t>(moment.dwHighDateTime) << 32 |
+                                moment.dwLowDateTime);
+}
+// Such a time in seconds since 1970-01-01.
+inline int64_t seconds_of(const FILETIME &moment) {
+    constexpr int64_t seconds_from_1601_to_1970 = 11644473600;
+    return ticks_of(moment) / ticks_per_second - seconds_from_1601_to_1970;
+}
+
 } // namespace quillfence::platform

@@ -19,6 +19,7 @@
 #include "record_writer.h"
 #include "surroundings.h"
 #include "text.h"
+#include "utc_text.h"
 #include "vc_w32.h"
 #include "what_if.h"
 
@@ -79,21 +80,10 @@ static std::string all_of(const std::string &path) {
     return bytes;
 }
 
-// "2026-11-22T04:51:13.123Z"
 static std::string time_now() {
     platform::time_of_day now;
-    if (!platform::clock_now(&now)) {
-        return "";
-    }
-    const time_t seconds = now.seconds;
-    const tm *const utc = std::gmtime(&seconds);
-    char text[40];
-    if (!utc || !std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", utc)) {
-        return "";
-    }
-    char fraction[16];
-    std::snprintf(fraction, sizeof fraction, ".%03dZ", now.microseconds / 1000);
-    return std::string(text) + fraction;
+    return platform::clock_now(&now) ? decision::utc_text(now.seconds, now.microseconds / 1000)
+                                     : "";
 }
 
 static decision::input_transaction transaction_of(const explain_arguments &arguments) {

@@ -198,8 +198,7 @@ TEST_F(explain_test, an_expression_is_named_by_its_list_where_that_is_known) {
 }
 
 TEST_F(explain_test, the_consulted_files_with_size_and_digest) {
-    const decision_record record = explained("good");
-    const auto file = [&](const std::string &path) {
+    const auto consulted = [](const decision_record &record, const std::string &path) {
         for (const config_file &one : record.config.files) {
             if (one.path == path) {
                 return one;
@@ -207,9 +206,14 @@ TEST_F(explain_test, the_consulted_files_with_size_and_digest) {
         }
         return config_file{};
     };
-    const config_file list = file(path_of("from_blacklist"));
+    const config_file list = consulted(explained("good"), path_of("from_blacklist"));
     EXPECT_EQ(list.bytes, std::string("*@foe.example\n").size());
     EXPECT_EQ(list.sha256, data_files::digest_of("*@foe.example\n"));
+    drive.write(path_of("from_blacklist"), std::string((8u << 20) + 1, '#'));
+    const config_file large = consulted(explained("good"), path_of("from_blacklist"));
+    EXPECT_EQ(large.bytes, (8u << 20) + 1);
+    EXPECT_EQ(large.sha256, "");
+    EXPECT_EQ(large.time.size(), std::string("2026-11-22T04:51:13Z").size()) << large.time;
     drive.remove(path_of("from_blacklist"));
     const decision_record without = explained("good");
     EXPECT_TRUE(std::any_of(without.config.files.begin(), without.config.files.end(),

@@ -1,6 +1,7 @@
 #include "platform/file.h"
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <functional>
@@ -9,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "drive_c.h"
+#include "platform/clock.h"
 #include "platform/directory.h"
 #include "platform/error_numbers.h"
 #include "platform/observer.h"
@@ -224,6 +226,9 @@ TEST_F(file, a_closed_handle_is_invalid) {
     EXPECT_EQ(file_seek(closed, 0, seek_origin::begin, nullptr), error_invalid_handle);
     EXPECT_EQ(file_size(closed, &size), error_invalid_handle);
     EXPECT_EQ(size, 0u);
+    int64_t seconds = 12345;
+    EXPECT_EQ(file_changed(closed, &seconds), error_invalid_handle);
+    EXPECT_EQ(seconds, 0);
     EXPECT_EQ(file_truncate(closed), error_invalid_handle);
     EXPECT_EQ(file_sync(closed), error_invalid_handle);
     EXPECT_EQ(file_map(closed, &mapping), error_invalid_handle);
@@ -600,6 +605,7 @@ TEST_F(file, every_function_can_be_made_to_fail) {
         {"file_pipe() ", [&] { return file_pipe(&other, &another); }},
         {"file_seek() ", [&] { return file_seek(a.handle, 0, seek_origin::end, &position); }},
         {"file_size() ", [&] { return file_size(a.handle, &size); }},
+        {"file_changed() ", [&] { return file_changed(a.handle, &position); }},
         {"file_truncate() ", [&] { return file_truncate(a.handle); }},
         {"file_sync() ", [&] { return file_sync(a.handle); }},
         {"file_map() ", [&] { return file_map(a.handle, &mapping); }},
@@ -627,6 +633,16 @@ TEST_F(file, every_function_can_be_made_to_fail) {
     a.handle = invalid_file; // a close that fails has closed the file all the same
     EXPECT_EQ(drive.read(file_a), "kept");
     EXPECT_FALSE(drive.exists(file_b));
+}
+
+TEST_F(file, the_time_of_the_last_change) {
+    time_of_day now;
+    ASSERT_TRUE(clock_now(&now));
+    drive.write(file_a, "x");
+    const opened a(file_a, reading);
+    int64_t seconds = 0;
+    EXPECT_EQ(file_changed(a.handle, &seconds), error_none);
+    EXPECT_LE(std::abs(seconds - now.seconds), 60);
 }
 
 } // namespace

@@ -70,6 +70,8 @@ uint32_t file_pipe(file_handle *reader, file_handle *writer);
 // its end. Before its beginning: error 131, and the position stays.
 uint32_t file_seek(file_handle file, int64_t offset, seek_origin origin, int64_t *position);
 uint32_t file_size(file_handle file, uint64_t *size);
+// When the file's contents last changed, in seconds since 1970-01-01 00:00:00 UTC.
+uint32_t file_changed(file_handle file, int64_t *seconds);
 uint32_t file_truncate(file_handle file); // at the current position
 uint32_t file_sync(file_handle file);     // to stable storage; needs a file open for writing
 
