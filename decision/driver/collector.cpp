@@ -680,11 +680,8 @@ void collector::finish(bool with_report) {
                 rule.from = file_source{selection_path, 0};
             }
         }
-        const rule_row *row = nullptr;
-        for (const rule_row &other : rule_rows()) {
-            row = rule.rule == other.name ? &other : row;
-        }
-        if (never_hits(rule.rule, *row)) {
+        const rule_row &row = rule_rows()[rule.n - 1]; // the record's rules are the table's
+        if (never_hits(rule.rule, row)) {
             rule.from = source();
             rule.decision = outcome::never;
             rule.would.reset();
@@ -694,7 +691,7 @@ void collector::finish(bool with_report) {
         }
         if (rule.decision == outcome::never) {
             rule.reason =
-                row->check ? "the engine has no such list" : "the engine has no check for it";
+                row.check ? "the engine has no such list" : "the engine has no check for it";
         }
     }
 }

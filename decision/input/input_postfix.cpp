@@ -82,32 +82,32 @@ bool is_early_stage(std::string_view text) {
 
 using command_form = std::vector<command_field>;
 
-// What Postfix knows at each stage is logged, and nothing else.
-const command_form fronts[] = {
-    {{meaning::stage, {" from ", is_recipient_stage}},
-     {meaning::client, {": ", is_client}},
-     {meaning::text, {"; from=<", nullptr}},
-     {meaning::sender, {"> to=<", nullptr}},
-     {meaning::recipient, {"> proto=", nullptr}}},
-    {{meaning::stage, {" from ", is_sender_stage}},
-     {meaning::client, {": ", is_client}},
-     {meaning::text, {"; from=<", nullptr}},
-     {meaning::sender, {"> proto=", nullptr}}},
-    {{meaning::stage, {" from ", is_early_stage}},
-     {meaning::client, {": ", is_client}},
-     {meaning::text, {"; proto=", nullptr}}},
-};
-const command_form ends[] = {
-    {{meaning::protocol, {"", is_word}}},
-    {{meaning::protocol, {" helo=<", is_word}}, {meaning::helo, {"", ends_in_bracket}}},
-    {{meaning::protocol, {" helo=<", is_word}},
-     {meaning::helo, {"> sasl_username=<", nullptr}},
-     {meaning::user, {"", ends_in_bracket}}},
-    {{meaning::protocol, {" sasl_username=<", is_word}}, {meaning::user, {"", ends_in_bracket}}},
-};
-
 // Every front with every end.
 std::vector<command_form> all_command_forms() {
+    // What Postfix knows at each stage is logged, and nothing else.
+    const command_form fronts[] = {
+        {{meaning::stage, {" from ", is_recipient_stage}},
+         {meaning::client, {": ", is_client}},
+         {meaning::text, {"; from=<", nullptr}},
+         {meaning::sender, {"> to=<", nullptr}},
+         {meaning::recipient, {"> proto=", nullptr}}},
+        {{meaning::stage, {" from ", is_sender_stage}},
+         {meaning::client, {": ", is_client}},
+         {meaning::text, {"; from=<", nullptr}},
+         {meaning::sender, {"> proto=", nullptr}}},
+        {{meaning::stage, {" from ", is_early_stage}},
+         {meaning::client, {": ", is_client}},
+         {meaning::text, {"; proto=", nullptr}}},
+    };
+    const command_form ends[] = {
+        {{meaning::protocol, {"", is_word}}},
+        {{meaning::protocol, {" helo=<", is_word}}, {meaning::helo, {"", ends_in_bracket}}},
+        {{meaning::protocol, {" helo=<", is_word}},
+         {meaning::helo, {"> sasl_username=<", nullptr}},
+         {meaning::user, {"", ends_in_bracket}}},
+        {{meaning::protocol, {" sasl_username=<", is_word}},
+         {meaning::user, {"", ends_in_bracket}}},
+    };
     std::vector<command_form> all;
     for (const command_form &front : fronts) {
         for (const command_form &end : ends) {
