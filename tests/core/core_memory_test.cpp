@@ -5,11 +5,11 @@
 #include <cstring>
 #include <string>
 
+#include "check_lists.h"
 #include "drive_c.h"
 #include "failing_memory.h"
 #include "quillfence-checks.h"
 #include "quillfence.h"
-#include "rule_list.h"
 
 namespace quillfence::testing {
 namespace {
@@ -97,8 +97,8 @@ TEST_F(core_memory, the_control_file_enabled) {
 }
 
 TEST_F(core_memory, a_notice) {
-    test_session state;
-    state.set(&smtp_state::helo, "a name that is longer than the macro");
+    session state(client_ip);
+    session::put(&state->helo, "a name that is longer than the macro");
     rule_list rules;
     const spam_rule *rule = rules.add("rule", nullptr, 1, 1, 1, 1, "[%IP%] [%HELO%] [%FROM%]");
     char *notice = nullptr;
@@ -117,7 +117,7 @@ TEST_F(core_memory, the_report_of_the_rules) {
     rule_list rules;
     rules.add("require_helo", always_hits);
     rules.add("valid_ptr", always_hits);
-    test_session state;
+    session state(client_ip);
     vc_list_entry *hits = nullptr;
     int result = 1;
     unsigned seen = 0;
@@ -141,8 +141,8 @@ TEST_F(core_memory, the_report_of_the_rules) {
 TEST_F(core_memory, a_decision) {
     rule_list rules;
     rules.add("require_helo", always_hits);
-    test_session state;
-    state.set(&smtp_state::base_dir, "c:/elsewhere/");
+    session state(client_ip);
+    session::put(&state->base_dir, "c:/elsewhere/");
     int result = 1;
     unsigned failed_runs = 0;
     sweep_allocations([&] { result = global_spam_hit_r(state, rules.head); },
@@ -155,9 +155,9 @@ TEST_F(core_memory, a_decision) {
                           } else {
                               EXPECT_FALSE(state->hit_name && state->rejection_notice) << n;
                           }
-                          state.set(&smtp_state::hit_name, nullptr);
-                          state.set(&smtp_state::rejection_notice, nullptr);
-                          state.set(&smtp_state::base_dir, "c:/elsewhere/");
+                          session::put(&state->hit_name, nullptr);
+                          session::put(&state->rejection_notice, nullptr);
+                          session::put(&state->base_dir, "c:/elsewhere/");
                       });
     EXPECT_GT(failed_runs, 5u);
     EXPECT_EQ(result, 1);
@@ -169,7 +169,7 @@ TEST_F(core_memory, a_decision_reports_its_own_copies) {
     rule_list rules;
     rules.add("require_helo", always_hits);
     const name_list enabled({"require_helo"});
-    test_session state;
+    session state(client_ip);
     int result = 1;
     {
         const failing_allocation failing(1);
@@ -177,7 +177,7 @@ TEST_F(core_memory, a_decision_reports_its_own_copies) {
     }
     EXPECT_EQ(result, 0);
     EXPECT_EQ(log.errors(), lines{no_memory("run_spam_checks_r")});
-    state.set(&smtp_state::base_dir, "c:/elsewhere/");
+    session::put(&state->base_dir, "c:/elsewhere/");
     {
         const failing_allocation failing(1);
         result = global_spam_hit_r(state, rules.head);
@@ -199,15 +199,15 @@ TEST_F(core_memory, a_block_map_decision) {
     rule_list rules;
     rules.add("block_lists", nullptr);
     const name_list lists({"a"});
-    test_session state;
+    session state(client_ip);
     int result = 1;
     const unsigned failures =
         sweep_allocations([&] { result = run_bms_checks_r(state, lists.head, rules.head); },
                           [&](unsigned n) {
                               EXPECT_FALSE(log.errors().empty()) << n;
                               EXPECT_FALSE(state->hit_name && state->rejection_notice) << n;
-                              state.set(&smtp_state::hit_name, nullptr);
-                              state.set(&smtp_state::rejection_notice, nullptr);
+                              session::put(&state->hit_name, nullptr);
+                              session::put(&state->rejection_notice, nullptr);
                           });
     EXPECT_GT(failures, 5u);
     EXPECT_EQ(result, 1);
@@ -217,7 +217,7 @@ TEST_F(core_memory, a_block_map_decision) {
 TEST_F(core_memory, an_exemption) {
     rule_list rules;
     rules.add("ip_whitelist", always_hits);
-    test_session state;
+    session state(client_ip);
     int result = 0;
     log.take();
     {
@@ -238,8 +238,8 @@ TEST_F(core_memory, an_exemption) {
                       [&](unsigned n) {
                           EXPECT_EQ(result, 0) << n;
                           EXPECT_FALSE(log.errors().empty()) << n;
-                          state.set(&smtp_state::hit_name, nullptr);
-                          state.set(&smtp_state::rejection_notice, nullptr);
+                          session::put(&state->hit_name, nullptr);
+                          session::put(&state->rejection_notice, nullptr);
                       });
     EXPECT_EQ(result, 1);
     EXPECT_STREQ(state->hit_name, "ip_whitelist");
