@@ -15,9 +15,9 @@
 
 #include <benchmark/benchmark.h>
 
+#include "bare_calls.h"
 #include "byte_cursor.h"
 #include "lookup.h"
-#include "posix/bare_calls.h"
 
 #ifdef QF_PEER_LIBMAXMINDDB
 #include <maxminddb.h>
@@ -29,7 +29,6 @@
 namespace {
 
 using namespace quillfence;
-namespace bare = platform::bare;
 
 constexpr size_t network_count = 500; // of /16
 constexpr size_t addresses_each = 200;

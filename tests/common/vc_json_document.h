@@ -1,21 +1,13 @@
-// Documents that go away with their scope, and what a test sees of them.
+// What a test sees of a document.
 #pragma once
 
 #include <cstdio>
-#include <memory>
 #include <string>
 
 #include "drive_c.h"
-#include "vc_json.h"
+#include "owned_json.h"
 
 namespace quillfence::testing {
-
-struct json_deleter {
-    void operator()(vc_json *node) const {
-        vc_json_free(node);
-    }
-};
-using json = std::unique_ptr<vc_json, json_deleter>;
 
 inline std::string repeated(const std::string &text, size_t times) {
     std::string result;

@@ -3,13 +3,14 @@
 #include <string>
 #include <vector>
 
+#include "check_lists.h"
 #include "dns_script.h"
 #include "drive_c.h"
 #include "expected_rules.h"
+#include "heap_text.h"
 #include "hook_table.h"
 #include "quillfence-checks.h"
 #include "quillfence.h"
-#include "rule_list.h"
 #include "step_budget.h"
 
 namespace quillfence::testing {
@@ -75,7 +76,7 @@ TEST_F(decision_test, a_walk_that_hits) {
     rules.add("three", always_hits, 1, 1, 1, 1, "no, %IP%");
     rules.add("four", always_hits);
     const name_list enabled({"four", "three", "one"});
-    test_session state;
+    session state(client_ip);
     state->notice_flag = 1;
     log.take();
     EXPECT_EQ(run_spam_checks_r(state, enabled.head, rules.head), 1);
@@ -103,7 +104,7 @@ TEST_F(decision_test, a_walk_has_200_million_matcher_steps) {
     rule_list rules;
     rules.add("one", takes_steps);
     const name_list enabled({"one"});
-    test_session state;
+    session state(client_ip);
     for (int run = 0; run < 2; ++run) {
         EXPECT_EQ(run_spam_checks_r(state, enabled.head, rules.head), 1);
         EXPECT_EQ(steps_at_hand, 50'000'000u);
@@ -117,7 +118,7 @@ TEST_F(decision_test, an_element_without_a_name_is_no_rule) {
     free(nameless->name);
     nameless->name = nullptr;
     const name_list enabled({"one"});
-    test_session state;
+    session state(client_ip);
     log.take();
     EXPECT_EQ(run_spam_checks_r(state, enabled.head, rules.head), 1);
     EXPECT_EQ(log.transcript(), (lines{
@@ -131,7 +132,7 @@ TEST_F(decision_test, a_walk_that_does_not_hit) {
     rule_list rules;
     rules.add("one", never_hits);
     const name_list enabled({"one", "unknown"});
-    test_session state;
+    session state(client_ip);
     state->notice_flag = 1;
     log.take();
     EXPECT_EQ(run_spam_checks_r(state, enabled.head, rules.head), 1);
@@ -148,7 +149,7 @@ TEST_F(decision_test, nothing_to_walk) {
     rule_list rules;
     rules.add("one", always_hits);
     const name_list enabled({"one"});
-    test_session state;
+    session state(client_ip);
     log.take();
     static const lines want = {"D run_spam_checks_r: either rules was empty / NULL or rule "
                                "definition structure empty"};
@@ -166,7 +167,7 @@ TEST_F(decision_test, names_are_compared_whole_and_exactly) {
     rules.add("rule", always_hits);
     for (const char *name : {"rul", "rule2", "Rule", "rule ", "rule\r", ""}) {
         const name_list enabled({name});
-        test_session state;
+        session state(client_ip);
         EXPECT_EQ(run_spam_checks_r(state, enabled.head, rules.head), 1);
         EXPECT_EQ(hit(state), "(none) / (none)") << "[" << name << "]";
     }
@@ -176,9 +177,9 @@ TEST_F(decision_test, a_hit_replaces_an_earlier_one) {
     rule_list rules;
     rules.add("rule", always_hits);
     const name_list enabled({"rule"});
-    test_session state;
-    state.set(&smtp_state::hit_name, "old");
-    state.set(&smtp_state::rejection_notice, "old notice");
+    session state(client_ip);
+    session::put(&state->hit_name, "old");
+    session::put(&state->rejection_notice, "old notice");
     EXPECT_EQ(run_spam_checks_r(state, enabled.head, rules.head), 1);
     EXPECT_EQ(hit(state), "rule / rejected");
 }
@@ -187,9 +188,9 @@ TEST_F(decision_test, a_walk_without_a_hit_keeps_an_earlier_one) {
     rule_list rules;
     rules.add("rule", never_hits);
     const name_list enabled({"rule"});
-    test_session state;
-    state.set(&smtp_state::hit_name, "old");
-    state.set(&smtp_state::rejection_notice, "old notice");
+    session state(client_ip);
+    session::put(&state->hit_name, "old");
+    session::put(&state->rejection_notice, "old notice");
     EXPECT_EQ(run_spam_checks_r(state, enabled.head, rules.head), 1);
     EXPECT_EQ(hit(state), "old / old notice");
 }
@@ -198,7 +199,7 @@ TEST_F(decision_test, a_hit_without_a_notice_fails) {
     rule_list rules;
     rules.add("rule", always_hits);
     const name_list enabled({"rule"});
-    test_session state(nullptr); // no ip: no notice
+    session state(nullptr); // no ip: no notice
     EXPECT_EQ(run_spam_checks_r(state, enabled.head, rules.head), 0);
     EXPECT_EQ(hit(state), "rule / (none)");
     EXPECT_EQ(log.errors(), lines{"vc_str_replace: Invalid argument"});
@@ -216,7 +217,7 @@ TEST_F(decision_test, the_message_hook_supplies_the_notice) {
     rule_list rules;
     rules.add("rule", always_hits);
     const name_list enabled({"rule"});
-    test_session state;
+    session state(client_ip);
     EXPECT_EQ(run_spam_checks_r(state, enabled.head, rules.head), 1);
     EXPECT_EQ(hit(state), "rule / host's text for rule at 10.1.2.3");
 }
@@ -227,10 +228,10 @@ TEST_F(decision_test, every_rules_hit_leaves_its_name_and_text) {
         rule_list rules;
         rules.add(want.name, always_hits, 1, 1, 1, 1, want.rejection);
         const name_list enabled({want.name});
-        test_session state("192.0.2.1");
-        state.set(&smtp_state::helo, "mx");
-        state.set(&smtp_state::mail_from, "a@b.org");
-        state.set(&smtp_state::rcpt_to, "c@d.net");
+        session state("192.0.2.1");
+        session::put(&state->helo, "mx");
+        session::put(&state->mail_from, "a@b.org");
+        session::put(&state->rcpt_to, "c@d.net");
         std::string text = want.rejection;
         static const struct {
             const char *macro, *value;
@@ -293,7 +294,7 @@ TEST_F(decision_test, the_rules_that_are_enabled) {
         if (c.file) {
             drive.write("c:/quillfence/control/rules.enabled", c.file);
         }
-        test_session state;
+        session state(client_ip);
         ran.clear();
         EXPECT_EQ(global_spam_hit_r(state, rules.head), 1) << c.name;
         std::string letters;
@@ -308,7 +309,7 @@ TEST_F(decision_test, only_the_earlier_of_two_hits_is_recorded) {
     rule_list rules;
     rules.add("require_helo", hits_as<'a'>);
     rules.add("valid_ptr", hits_as<'b'>);
-    test_session state;
+    session state(client_ip);
     ran.clear();
     EXPECT_EQ(global_spam_hit_r(state, rules.head), 1);
     EXPECT_EQ(hit(state), "require_helo / rejected");
@@ -326,8 +327,8 @@ TEST_F(decision_test, the_base_directory_of_a_spam_check) {
     rule_list rules;
     rules.add("require_helo", never_hits);
     for (const auto &c : cases) {
-        test_session state;
-        state.set(&smtp_state::base_dir, c.before);
+        session state(client_ip);
+        session::put(&state->base_dir, c.before);
         EXPECT_EQ(global_spam_hit_r(state, rules.head), 1);
         EXPECT_EQ(shown(state->base_dir), c.after);
     }
@@ -338,7 +339,7 @@ TEST_F(decision_test, a_spam_check_needs_a_session_but_no_table) {
     rules.add("require_helo", always_hits);
     EXPECT_EQ(global_spam_hit_r(nullptr, rules.head), 0);
     EXPECT_EQ(log.errors(), lines{"global_spam_hit_r: Invalid argument"});
-    test_session state;
+    session state(client_ip);
     EXPECT_EQ(global_spam_hit_r(state, nullptr), 1);
     EXPECT_EQ(hit(state), "(none) / (none)");
 }
@@ -348,7 +349,7 @@ TEST_F(decision_test, a_folder_is_no_list_of_enabled_rules) {
     rule_list rules;
     rules.add("known_sender_forgery", always_hits);
     rules.add("valid_ptr", always_hits);
-    test_session state;
+    session state(client_ip);
     EXPECT_EQ(global_spam_hit_r(state, rules.head), 1);
     EXPECT_EQ(hit(state), "valid_ptr / rejected");
 }
@@ -374,7 +375,7 @@ TEST_F(decision_test, the_maps_that_list_the_address_make_the_hit) {
     };
     for (const auto &c : cases) {
         const name_list lists(c.lists);
-        test_session state(c.ip);
+        session state(c.ip);
         EXPECT_EQ(run_bms_checks_r(state, lists.head, rules.head), 1);
         EXPECT_EQ(hit(state), c.want);
     }
@@ -385,9 +386,9 @@ TEST_F(decision_test, a_block_map_hit_replaces_an_earlier_one) {
     rule_list rules;
     rules.add("block_lists", nullptr);
     const name_list lists({"a"});
-    test_session state;
-    state.set(&smtp_state::hit_name, "old");
-    state.set(&smtp_state::rejection_notice, "old notice");
+    session state(client_ip);
+    session::put(&state->hit_name, "old");
+    session::put(&state->rejection_notice, "old notice");
     state->notice_flag = 1;
     EXPECT_EQ(run_bms_checks_r(state, lists.head, rules.head), 1);
     EXPECT_EQ(hit(state), "block_list (a) / rejected");
@@ -399,7 +400,7 @@ TEST_F(decision_test, a_block_map_hit_without_a_notice_fails) {
     rule_list rules;
     drop_rejection(rules.add("block_lists", nullptr));
     const name_list lists({"a"});
-    test_session state;
+    session state(client_ip);
     EXPECT_EQ(run_bms_checks_r(state, lists.head, rules.head), 0);
     EXPECT_EQ(hit(state), "block_list (a) / (none)");
     EXPECT_EQ(log.errors(), lines{"build_rejection_notice: Invalid argument"});
@@ -417,7 +418,7 @@ TEST_F(decision_test, a_block_map_hit_names_every_map) {
     rule_list rules;
     rules.add("block_lists", nullptr);
     const name_list lists(names);
-    test_session state;
+    session state(client_ip);
     EXPECT_EQ(run_bms_checks_r(state, lists.head, rules.head), 1);
     EXPECT_EQ(shown(state->hit_name), "block_list (" + joined + ")");
 }
@@ -428,7 +429,7 @@ TEST_F(decision_test, a_block_map_check_with_nothing_to_do) {
     rule_list others;
     others.add("block_rbl_lists", nullptr);
     const name_list lists({"a"});
-    test_session state;
+    session state(client_ip);
     log.take();
     EXPECT_EQ(run_bms_checks_r(state, nullptr, rules.head), 1);
     EXPECT_EQ(log.transcript(), lines{"D run_bms_checks_r: nothing to check. returning"});
@@ -446,7 +447,7 @@ TEST_F(decision_test, why_a_block_map_check_has_nothing_to_do) {
     rule_list rules;
     rules.add("block_lists", nullptr, 1, 1, 0, 1);
     const name_list lists({"a"});
-    test_session local;
+    session local(client_ip);
     local->localhost = 1;
     log.take();
     static const lines nothing = {"D run_bms_checks_r: nothing to check. returning"};
@@ -466,15 +467,15 @@ TEST_F(decision_test, the_global_block_map_check) {
     rule_list rules;
     rules.add("block_lists", nullptr);
     {
-        test_session state;
+        session state(client_ip);
         EXPECT_EQ(global_bms_r(state, rules.head), 1);
         EXPECT_EQ(hit(state), "(none) / (none)") << "no bms.enabled";
         EXPECT_EQ(shown(state->base_dir), "c:/quillfence/");
     }
     drive.write("c:/quillfence/control/bms.enabled", "b\na\n");
     {
-        test_session state;
-        state.set(&smtp_state::base_dir, "c:/users/a/");
+        session state(client_ip);
+        session::put(&state->base_dir, "c:/users/a/");
         EXPECT_EQ(global_bms_r(state, rules.head), 1);
         EXPECT_EQ(hit(state), "block_list (a) / rejected");
         EXPECT_EQ(shown(state->base_dir), "c:/quillfence/");
@@ -484,7 +485,7 @@ TEST_F(decision_test, the_global_block_map_check) {
 TEST_F(decision_test, the_global_block_map_check_without_rule_or_arguments) {
     rule_list others;
     others.add("require_helo", nullptr);
-    test_session state, no_ip(nullptr);
+    session state(client_ip), no_ip(nullptr);
     EXPECT_EQ(global_bms_r(state, nullptr), 1);
     EXPECT_EQ(shown(state->base_dir), "(none)") << "nothing was done";
     EXPECT_EQ(global_bms_r(state, others.head), 0);
@@ -502,7 +503,7 @@ TEST_F(decision_test, the_global_block_map_check_of_an_empty_address) {
     drive.write("c:/quillfence/control/bms.enabled", "a\n");
     rule_list rules;
     rules.add("block_lists", nullptr);
-    test_session state("");
+    session state("");
     EXPECT_EQ(global_bms_r(state, rules.head), 1);
     EXPECT_EQ(hit(state), "(none) / (none)");
     EXPECT_EQ(log.errors(), lines{"lookupMaps: Invalid argument : invalid ip address"});
@@ -517,7 +518,7 @@ TEST_F(decision_test, the_first_block_list_that_lists_the_address_makes_the_hit)
     rule_list rules;
     rules.add("block_rbl_lists", nullptr, 0, 1, 0, 0, "Server IP %IP% listed as abusive.");
     const name_list hosts({"one.example", "", "two.example", "three.example"});
-    test_session state;
+    session state(client_ip);
     state->notice_flag = 1;
     EXPECT_EQ(run_rbl_checks_r(state, hosts.head, rules.head), 1);
     EXPECT_EQ(hit(state), "block_rbl_lists (two.example) / Server IP 10.1.2.3 listed as abusive.");
@@ -535,9 +536,9 @@ TEST_F(decision_test, a_block_list_hit_replaces_an_earlier_one) {
     rule_list rules;
     rules.add("block_rbl_lists", nullptr);
     const name_list hosts({"one.example"});
-    test_session state;
-    state.set(&smtp_state::hit_name, "old");
-    state.set(&smtp_state::rejection_notice, "old notice");
+    session state(client_ip);
+    session::put(&state->hit_name, "old");
+    session::put(&state->rejection_notice, "old notice");
     EXPECT_EQ(run_rbl_checks_r(state, hosts.head, rules.head), 1);
     EXPECT_EQ(hit(state), "block_rbl_lists (one.example) / rejected");
 }
@@ -548,7 +549,7 @@ TEST_F(decision_test, a_block_list_hit_without_a_notice_fails) {
     rule_list rules;
     drop_rejection(rules.add("block_rbl_lists", nullptr));
     const name_list hosts({"one.example"});
-    test_session state;
+    session state(client_ip);
     EXPECT_EQ(run_rbl_checks_r(state, hosts.head, rules.head), 0);
     EXPECT_EQ(hit(state), "block_rbl_lists (one.example) / (none)");
     EXPECT_EQ(log.errors(), lines{"build_rejection_notice: Invalid argument"});
@@ -559,7 +560,7 @@ TEST_F(decision_test, no_block_list_lists_the_address) {
     rule_list rules;
     rules.add("block_rbl_lists", nullptr);
     const name_list hosts({"one.example", "two.example"});
-    test_session state;
+    session state(client_ip);
     EXPECT_EQ(run_rbl_checks_r(state, hosts.head, rules.head), 1);
     EXPECT_EQ(hit(state), "(none) / (none)");
     EXPECT_EQ(dns.asked().size(), 4u) << "A and AAAA of both";
@@ -572,7 +573,7 @@ TEST_F(decision_test, a_block_list_check_with_nothing_to_do) {
     rule_list others;
     others.add("block_lists", nullptr);
     const name_list hosts({"one.example"});
-    test_session state;
+    session state(client_ip);
     log.take();
     EXPECT_EQ(run_rbl_checks_r(state, nullptr, rules.head), 1);
     EXPECT_EQ(log.transcript(), lines{"D run_rbl_checks_r: no lists to check"});
@@ -587,7 +588,7 @@ TEST_F(decision_test, a_block_list_check_with_nothing_to_do) {
 TEST_F(decision_test, why_a_block_list_check_has_nothing_to_do) {
     rule_list rules;
     rules.add("block_rbl_lists", nullptr, 1, 1, 0, 1);
-    test_session local;
+    session local(client_ip);
     local->localhost = 1;
     log.take();
     EXPECT_EQ(run_rbl_checks_r(local, nullptr, nullptr), 1);
@@ -602,13 +603,13 @@ TEST_F(decision_test, the_global_block_list_check) {
     rule_list rules;
     rules.add("block_rbl_lists", nullptr);
     {
-        test_session state;
+        session state(client_ip);
         EXPECT_EQ(global_rbl_r(state, rules.head), 1) << "no rbl.enabled";
         EXPECT_EQ(hit(state), "(none) / (none)");
     }
     drive.write("c:/quillfence/rbl.enabled", "one.example\ntwo.example\n");
-    test_session state;
-    state.set(&smtp_state::base_dir, "c:/users/a/");
+    session state(client_ip);
+    session::put(&state->base_dir, "c:/users/a/");
     EXPECT_EQ(global_rbl_r(state, rules.head), 1);
     EXPECT_EQ(hit(state), "block_rbl_lists (two.example) / rejected");
     EXPECT_EQ(shown(state->base_dir), "c:/users/a/") << "this driver leaves it alone";
@@ -617,7 +618,7 @@ TEST_F(decision_test, the_global_block_list_check) {
 TEST_F(decision_test, the_global_block_list_check_without_rule_or_arguments) {
     rule_list others;
     others.add("block_lists", nullptr);
-    test_session state, no_ip(nullptr), empty_ip("");
+    session state(client_ip), no_ip(nullptr), empty_ip("");
     EXPECT_EQ(global_rbl_r(state, nullptr), 1);
     EXPECT_EQ(global_rbl_r(state, others.head), 0);
     EXPECT_EQ(log.errors(), lines{});
@@ -643,8 +644,8 @@ TEST_F(decision_test, exempt_by_the_first_directory) {
     rule_list rules;
     rules.add("to_whitelist", never_hits);
     rules.add("ip_whitelist", exempts_there, 1, 1, 1, 1, "whitelisted");
-    test_session state;
-    state.set(&smtp_state::extra, "c:/quillfence/");
+    session state(client_ip);
+    session::put(&state->extra, "c:/quillfence/");
     state->notice_flag = 1;
     log.take();
     EXPECT_EQ(is_exempt_r(state, "c:/users/a", rules.head), 1);
@@ -664,8 +665,8 @@ TEST_F(decision_test, exempt_by_the_first_directory) {
 TEST_F(decision_test, exempt_by_the_users_directory) {
     rule_list rules;
     rules.add("from_whitelist", exempts_there, 1, 1, 1, 1, "whitelisted");
-    test_session state;
-    state.set(&smtp_state::extra, "c:/users/a");
+    session state(client_ip);
+    session::put(&state->extra, "c:/users/a");
     log.take();
     EXPECT_EQ(is_exempt_r(state, "c:/users/a", rules.head), 1);
     EXPECT_EQ(own_lines(), (lines{
@@ -693,7 +694,7 @@ TEST_F(decision_test, not_exempt) {
         }
     }
     for (const char *user_dir : {static_cast<const char *>(nullptr), "", "c:/users/a"}) {
-        test_session state;
+        session state(client_ip);
         EXPECT_EQ(is_exempt_r(state, user_dir, rules.head), 0);
         EXPECT_EQ(hit(state), "(none) / (none)");
         EXPECT_EQ(shown(state->base_dir), user_dir && *user_dir ? "c:/users/a" : "c:/quillfence/");
@@ -704,22 +705,22 @@ TEST_F(decision_test, not_exempt) {
 TEST_F(decision_test, a_leftover_hit_exempts) {
     rule_list rules;
     rules.add("to_whitelist", never_hits);
-    test_session state;
-    state.set(&smtp_state::hit_name, "left over");
-    state.set(&smtp_state::rejection_notice, "some notice");
+    session state(client_ip);
+    session::put(&state->hit_name, "left over");
+    session::put(&state->rejection_notice, "some notice");
     state->notice_flag = 1;
     EXPECT_EQ(is_exempt_r(state, nullptr, rules.head), 1);
     EXPECT_EQ(hit(state), "left over / (none)");
     EXPECT_EQ(state->notice_flag, 0);
 
-    state.set(&smtp_state::hit_name, "a name without a notice");
+    session::put(&state->hit_name, "a name without a notice");
     EXPECT_EQ(is_exempt_r(state, nullptr, rules.head), 0);
 }
 
 TEST_F(decision_test, a_failed_run_exempts_nobody) {
     rule_list rules;
     rules.add("to_whitelist", always_hits);
-    test_session state(nullptr); // no ip: no notice
+    session state(nullptr); // no ip: no notice
     EXPECT_EQ(is_exempt_r(state, "c:/users/a", rules.head), 0);
     EXPECT_EQ(shown(state->base_dir), "c:/quillfence/");
     EXPECT_EQ(log.errors(), lines{"vc_str_replace: Invalid argument"});
@@ -728,8 +729,8 @@ TEST_F(decision_test, a_failed_run_exempts_nobody) {
 TEST_F(decision_test, a_failed_run_in_the_users_directory_exempts_nobody) {
     rule_list rules;
     drop_rejection(rules.add("to_whitelist", exempts_there));
-    test_session state;
-    state.set(&smtp_state::extra, "c:/users/a");
+    session state(client_ip);
+    session::put(&state->extra, "c:/users/a");
     EXPECT_EQ(is_exempt_r(state, "c:/users/a", rules.head), 0);
     EXPECT_EQ(hit(state), "to_whitelist / (none)");
     EXPECT_EQ(shown(state->base_dir), "c:/users/a");
@@ -740,7 +741,7 @@ TEST_F(decision_test, a_failed_run_in_the_users_directory_exempts_nobody) {
 TEST_F(decision_test, exemption_without_session_or_table) {
     rule_list rules;
     rules.add("to_whitelist", always_hits);
-    test_session state;
+    session state(client_ip);
     log.take();
     static const lines want = {"D is_exempt_r: function is_exempt_r",
                                "D is_exempt_r: Invalid argument"};
@@ -752,9 +753,9 @@ TEST_F(decision_test, exemption_without_session_or_table) {
 }
 
 TEST_F(decision_test, is_exempt_asks_the_engines_own_table) {
-    test_session state;
-    state.set(&smtp_state::mail_from, "friend@example.org");
-    state.set(&smtp_state::rcpt_to, "user@example.net");
+    session state(client_ip);
+    session::put(&state->mail_from, "friend@example.org");
+    session::put(&state->rcpt_to, "user@example.net");
     log.take();
     EXPECT_EQ(is_exempt(state, nullptr), 0) << "the engine is not started";
     EXPECT_EQ(log.transcript(),

@@ -5,13 +5,14 @@
 #include <string>
 #include <vector>
 
+#include "check_lists.h"
 #include "dns_script.h"
 #include "drive_c.h"
+#include "heap_text.h"
 #include "hook_table.h"
 #include "platform/file.h"
 #include "quillfence-checks.h"
 #include "quillfence.h"
-#include "rule_list.h"
 #include "test_registry.h"
 #include "tiny_rex_storage.h"
 #include "vc_nulltermlist.h"
@@ -67,12 +68,12 @@ class decision_runs : public drive_test {
         trex_free(expression);
         fclose(stream);
     }
-    void fill(test_session &state, const transaction &t) {
-        state.set(&smtp_state::helo, t.helo);
-        state.set(&smtp_state::mail_from, t.from);
-        state.set(&smtp_state::rcpt_to, t.to);
-        state.set(&smtp_state::ip_country, t.country);
-        state.set(&smtp_state::base_dir, "c:/quillfence/");
+    void fill(session &state, const transaction &t) {
+        session::put(&state->helo, t.helo);
+        session::put(&state->mail_from, t.from);
+        session::put(&state->rcpt_to, t.to);
+        session::put(&state->ip_country, t.country);
+        session::put(&state->base_dir, "c:/quillfence/");
         state->routable = 1;
         state->ipv6 = t.ipv6;
         if (!t.ptr_names.empty()) {
@@ -198,7 +199,7 @@ TEST_F(decision_runs, each_rule_hits_with_its_notice_and_not_without_being_enabl
         for (const bool enabled : {true, false}) {
             drive.write("c:/quillfence/control/rules.enabled",
                         enabled ? std::string(c.rule) + "\n" : "");
-            test_session state(c.session.ip);
+            session state(c.session.ip);
             fill(state, c.session);
             EXPECT_EQ(global_spam_hit_r(state, quillfence_rules()), 1);
             const bool hits = enabled || always_on;
@@ -213,7 +214,7 @@ TEST_F(decision_runs, each_rule_hits_with_its_notice_and_not_without_being_enabl
 }
 
 TEST_F(decision_runs, a_session_with_nothing_wrong_hits_nothing) {
-    test_session state("192.0.2.1");
+    session state("192.0.2.1");
     fill(state, {});
     EXPECT_EQ(global_spam_hit_r(state, quillfence_rules()), 1);
     EXPECT_EQ(shown(state->hit_name), "(none)");
@@ -236,7 +237,7 @@ TEST_F(decision_runs, whitelists_exempt_in_table_order) {
         {{}, "(none)"},
     };
     for (const auto &c : exemptions) {
-        test_session state(c.session.ip);
+        session state(c.session.ip);
         fill(state, c.session);
         EXPECT_EQ(is_exempt(state, nullptr), c.want != std::string("(none)"));
         EXPECT_EQ(shown(state->hit_name), c.want);

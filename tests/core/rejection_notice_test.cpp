@@ -1,12 +1,13 @@
 // What the client is told when a rule has hit.
 #include <cstring>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
 
 #include "expected_rules.h"
 #include "log_capture.h"
+#include "owned_rule.h"
+#include "owned_session.h"
 #include "vc_nulltermlist.h"
 
 namespace quillfence::testing {
@@ -16,16 +17,10 @@ namespace {
 class notice_test : public traced_test {
   protected:
     void SetUp() override {
-        state = new_smtp_state();
-        ASSERT_NE(state, nullptr);
         log.take();
     }
-    void TearDown() override {
-        free_smtp_state(state);
-    }
     std::string notice(const char *rejection, message_hook hook = nullptr) {
-        const std::unique_ptr<spam_rule, decltype(&free_rule)> rule(
-            new_rule("some_rule", nullptr, 1, 1, 1, 1, rejection), free_rule);
+        const owned_rule rule = plain_rule("some_rule", rejection);
         return taken(build_rejection_notice(rule.get(), state, hook));
     }
     static std::string taken(char *text) {
@@ -41,7 +36,7 @@ class notice_test : public traced_test {
         state->mail_from = strdup("a@example.org");
         state->rcpt_to = strdup("b@example.net");
     }
-    smtp_state *state = nullptr;
+    session state;
 };
 
 } // namespace
@@ -86,17 +81,16 @@ TEST_F(notice_test, a_list_of_ptr_names_without_a_name_reads_unknown) {
 TEST_F(notice_test, an_incomplete_address) {
     state->ip = strdup("192.0.2.1");
     state->mail_from = strdup("a");
-    vc_list_entry *rules = build_rule_table();
-    EXPECT_EQ(taken(build_rejection_notice(find_rule(rules, "require_full_addr"), state, nullptr)),
-              "Incomplete email address [a] [unknown]. See " HELP
-              "best-practices/require-full-email-address/ for more information.");
-    vc_destroy_list(&rules, free_rule_data);
+    const rule_list rules(build_rule_table());
+    EXPECT_EQ(
+        taken(build_rejection_notice(find_rule(rules.head, "require_full_addr"), state, nullptr)),
+        "Incomplete email address [a] [unknown]. See " HELP
+        "best-practices/require-full-email-address/ for more information.");
 }
 
 TEST_F(notice_test, a_text_without_macros_comes_back_as_a_new_text) {
     fill();
-    const std::unique_ptr<spam_rule, decltype(&free_rule)> rule(
-        new_rule("some_rule", nullptr, 1, 1, 1, 1, "plain"), free_rule);
+    const owned_rule rule = plain_rule("some_rule", "plain");
     char *text = build_rejection_notice(rule.get(), state, nullptr);
     EXPECT_STREQ(text, "plain");
     EXPECT_NE(text, rule->rejection);
@@ -126,8 +120,7 @@ TEST_F(notice_test, a_notice_is_cut_at_1023_characters) {
 }
 
 TEST_F(notice_test, missing_arguments) {
-    const std::unique_ptr<spam_rule, decltype(&free_rule)> rule(
-        new_rule("some_rule", nullptr, 1, 1, 1, 1, "text"), free_rule);
+    const owned_rule rule = plain_rule("some_rule", "text");
     spam_rule nameless = *rule;
     nameless.name = nullptr;
     spam_rule silent = *rule;
@@ -207,9 +200,9 @@ filled_in(std::string text,
 
 // Every text, with every value present and with every value but the ip absent.
 TEST_F(notice_test, the_texts_of_all_rules) {
-    vc_list_entry *rules = build_rule_table();
+    const rule_list rules(build_rule_table());
     const auto notice_of = [&](const expected_rule &rule) {
-        return taken(build_rejection_notice(find_rule(rules, rule.name), state, nullptr));
+        return taken(build_rejection_notice(find_rule(rules.head, rule.name), state, nullptr));
     };
     for (const expected_rule &rule : expected_rules) {
         EXPECT_EQ(notice_of(rule), "(none)") << rule.name << ": no ip";
@@ -232,7 +225,6 @@ TEST_F(notice_test, the_texts_of_all_rules) {
                                                               {"%FROM%", "a@example.org"},
                                                               {"%RCPT%", "b@example.net"}}));
     }
-    vc_destroy_list(&rules, free_rule_data);
 }
 
 } // namespace quillfence::testing

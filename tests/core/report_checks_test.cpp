@@ -2,9 +2,9 @@
 #include <string>
 #include <vector>
 
+#include "check_lists.h"
 #include "drive_c.h"
 #include "quillfence-checks.h"
-#include "rule_list.h"
 #include "step_budget.h"
 
 namespace quillfence::testing {
@@ -62,7 +62,7 @@ TEST_F(report_test, hits_come_in_table_order_and_only_reportable_ones) {
     rules.add("block_lists", nullptr);
     rules.add("valid_helo_domain", nullptr); // no check: never hits
     rules.add("block_ip_in_addr", always_hits);
-    test_session state;
+    session state(client_ip);
     vc_list_entry *hits = nullptr;
     ASSERT_EQ(run_all_spam_checks(state, rules.head, &hits), 1);
     EXPECT_EQ(taken(&hits), (lines{"local_require_auth", "require_helo", "block_ip_in_addr"}));
@@ -85,7 +85,7 @@ uint8_t spends_all(smtp_state *) {
 TEST_F(report_test, a_run_has_200_million_matcher_steps) {
     rule_list rules;
     rules.add("valid_ptr", spends_all);
-    test_session state;
+    session state(client_ip);
     for (int run = 0; run < 2; ++run) {
         vc_list_entry *hits = nullptr;
         ASSERT_EQ(run_all_spam_checks(state, rules.head, &hits), 1);
@@ -103,7 +103,7 @@ TEST_F(report_test, a_run_has_200_million_matcher_steps) {
 TEST_F(report_test, a_hit_is_a_copy_with_its_nul) {
     rule_list rules;
     rules.add("require_helo", always_hits);
-    test_session state;
+    session state(client_ip);
     vc_list_entry *hits = nullptr;
     ASSERT_EQ(run_all_spam_checks(state, rules.head, &hits), 1);
     ASSERT_NE(hits, nullptr);
@@ -118,7 +118,7 @@ TEST_F(report_test, only_block_all_mail_is_not_run) {
     rules.add("from_whitelist", counting_hit);
     rules.add("country_blacklist", counting_hit);
     rules.add("block_all_mail_", counting_hit);
-    test_session state;
+    session state(client_ip);
     vc_list_entry *hits = nullptr;
     calls = 0;
     ASSERT_EQ(run_all_spam_checks(state, rules.head, &hits), 1);
@@ -136,7 +136,7 @@ TEST_F(report_test, elements_without_a_rule_or_a_name_are_passed_over) {
     rules.add("require_helo", always_hits);
     rules.drop_last_data();
     rules.add("valid_ptr", always_hits);
-    test_session state;
+    session state(client_ip);
     vc_list_entry *hits = nullptr;
     calls = 0;
     ASSERT_EQ(run_all_spam_checks(state, rules.head, &hits), 1);
@@ -147,7 +147,7 @@ TEST_F(report_test, elements_without_a_rule_or_a_name_are_passed_over) {
 TEST_F(report_test, no_hits_are_an_empty_list) {
     rule_list rules;
     rules.add("require_helo", never_hits);
-    test_session state;
+    session state(client_ip);
     untouched_hits hits;
     ASSERT_EQ(run_all_spam_checks(state, rules.head, &hits.head), 1);
     EXPECT_EQ(hits.head, nullptr);
@@ -156,7 +156,7 @@ TEST_F(report_test, no_hits_are_an_empty_list) {
 TEST_F(report_test, missing_arguments_of_the_spam_checks) {
     rule_list rules;
     rules.add("require_helo", always_hits);
-    test_session state;
+    session state(client_ip);
     untouched_hits hits;
     EXPECT_EQ(run_all_spam_checks(nullptr, rules.head, &hits.head), 0);
     EXPECT_EQ(log.errors(), lines{"run_all_spam_checks: Invalid argument"});
@@ -183,7 +183,7 @@ TEST_F(report_test, all_maps_that_list_the_address_in_list_order) {
     } cases[] = {
         {"10.1.2.3", {"b", "a"}}, {"192.0.2.1", {"b"}}, {"11.0.0.1", {"c"}}, {"12.0.0.1", {}}};
     for (const auto &c : cases) {
-        test_session state(c.ip);
+        session state(c.ip);
         untouched_hits hits;
         ASSERT_EQ(run_all_bms_checks(state, rules.head, &hits.head), 1) << c.ip;
         EXPECT_EQ(taken(&hits.head), c.want) << c.ip;
@@ -197,7 +197,7 @@ TEST_F(report_test, the_other_list_of_maps_is_the_second_choice) {
     drive.write("c:/quillfence/bms/b", map_listing({10}));
     rule_list rules;
     rules.add("block_lists", nullptr);
-    test_session state;
+    session state(client_ip);
     vc_list_entry *hits = nullptr;
     ASSERT_EQ(run_all_bms_checks(state, rules.head, &hits), 1);
     EXPECT_EQ(taken(&hits), lines{"a"});
@@ -214,7 +214,7 @@ TEST_F(report_test, the_other_list_of_maps_is_the_second_choice) {
 TEST_F(report_test, without_a_list_of_maps_the_check_fails) {
     rule_list rules;
     rules.add("block_lists", nullptr);
-    test_session state;
+    session state(client_ip);
     untouched_hits hits;
     EXPECT_EQ(run_all_bms_checks(state, rules.head, &hits.head), 0);
     EXPECT_EQ(log.errors(), lines{"run_all_bms_checks: Failed to load list of BMS"});
@@ -229,7 +229,7 @@ TEST_F(report_test, without_the_rule_the_check_fails) {
     drive.write(maps_file, "a");
     rule_list rules;
     rules.add("block_rbl_lists", nullptr);
-    test_session state;
+    session state(client_ip);
     untouched_hits hits;
     EXPECT_EQ(run_all_bms_checks(state, rules.head, &hits.head), 0);
     EXPECT_EQ(log.errors(), lines{"run_all_bms_checks: Missing block lists rule"});
@@ -239,8 +239,8 @@ TEST_F(report_test, without_the_rule_the_check_fails) {
 TEST_F(report_test, missing_arguments_of_the_block_map_checks) {
     rule_list rules;
     rules.add("block_lists", nullptr);
-    test_session state;
-    test_session no_ip(nullptr);
+    session state(client_ip);
+    session no_ip(nullptr);
     untouched_hits hits;
     const struct {
         smtp_state *state;
@@ -270,7 +270,7 @@ TEST_F(report_test, skipped_sessions_have_no_hits_and_read_nothing) {
                  {"MUA", &smtp_state::mua, true},
                  {"NDR", &smtp_state::ndr, false}};
     for (const auto &c : cases) {
-        test_session state;
+        session state(client_ip);
         state->*c.flag = 1;
         untouched_hits hits;
         EXPECT_EQ(run_all_bms_checks(state, rules.head, &hits.head), c.skipped) << c.name;
@@ -291,7 +291,7 @@ TEST_F(report_test, the_rules_switches_decide_who_is_skipped) {
         rules.add("block_lists", nullptr, switches & 1, switches >> 1 & 1, switches >> 2 & 1,
                   switches >> 3 & 1);
         for (unsigned kind = 0; kind < 16; ++kind) {
-            test_session state;
+            session state(client_ip);
             for (unsigned bit = 0; bit < 4; ++bit) {
                 state->*flags[bit] = kind >> bit & 1;
             }
@@ -311,7 +311,7 @@ TEST_F(report_test, an_address_that_no_map_can_hold_has_no_hits) {
     drive.write("c:/quillfence/bms/a", map_listing({10}));
     rule_list rules;
     rules.add("block_lists", nullptr);
-    test_session state("garbage");
+    session state("garbage");
     untouched_hits hits;
     EXPECT_EQ(run_all_bms_checks(state, rules.head, &hits.head), 1);
     EXPECT_EQ(hits.head, nullptr);

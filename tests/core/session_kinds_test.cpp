@@ -5,9 +5,10 @@
 #include <utility>
 #include <vector>
 
+#include "check_lists.h"
+#include "heap_text.h"
 #include "log_capture.h"
 #include "quillfence-checks.h"
-#include "rule_list.h"
 
 namespace quillfence::testing {
 
@@ -106,7 +107,7 @@ TEST_F(kinds_test, the_report_runs_every_rule_that_may_run) {
                     want_hits.push_back(row.name);
                 }
             }
-            test_session state;
+            session state(client_ip);
             k.put_into(state);
             vc_list_entry *hits = nullptr;
             ASSERT_EQ(run_all_spam_checks(state, rules.head, &hits), 1);
@@ -126,7 +127,7 @@ TEST_F(kinds_test, the_decision_runs_every_enabled_rule_that_may_run) {
         for (const rule_row &row : rule_rows()) {
             want.push_back(row.check && k.runs(row));
         }
-        test_session state;
+        session state(client_ip);
         k.put_into(state);
         ASSERT_EQ(run_spam_checks_r(state, enabled.head, rules.head), 1);
         EXPECT_EQ(state->hit_name, nullptr);
@@ -150,7 +151,7 @@ TEST_F(kinds_test, the_decision_stops_at_the_first_hit) {
                 first = row.name;
             }
         }
-        test_session state;
+        session state(client_ip);
         k.put_into(state);
         ASSERT_EQ(run_spam_checks_r(state, enabled.head, rules.head), 1);
         EXPECT_EQ(shown(state->hit_name), first);
@@ -166,7 +167,7 @@ TEST_F(kinds_test, a_rule_enabled_alone_hits_alone) {
         SCOPED_TRACE(row.name);
         const name_list enabled({row.name});
         for_each_kind([&](const kind &k) {
-            test_session state;
+            session state(client_ip);
             k.put_into(state);
             ASSERT_EQ(run_spam_checks_r(state, enabled.head, rules.head), 1);
             EXPECT_EQ(shown(state->hit_name), row.check && k.runs(row) ? row.name : "(none)");
@@ -202,7 +203,7 @@ TEST_F(traced_kinds_test, the_decision_says_why_a_rule_is_skipped) {
         for (std::string &line : want) {
             line = "run_spam_checks_r: " + line;
         }
-        test_session state;
+        session state(client_ip);
         k.put_into(state);
         log.take();
         ASSERT_EQ(run_spam_checks_r(state, enabled.head, rules.head), 1);
@@ -241,7 +242,7 @@ TEST_F(traced_kinds_test, the_list_drivers_say_why_they_return) {
                                     : local ? "LOCALHOST"
                                     : ipv6  ? "IPV6"
                                             : "";
-            test_session state;
+            session state(client_ip);
             k.put_into(state);
             log.take();
             EXPECT_EQ(run_bms_checks_r(state, lists.head, rules.head), 1);

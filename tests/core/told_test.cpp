@@ -9,6 +9,7 @@
 #include "lookup.h"
 #include "me_ip_whitelist.h"
 #include "me_settings.h"
+#include "owned_session.h"
 #include "process_state.h"
 #include "quillfence-checks.h"
 #include "quillfence-file.h"
@@ -17,8 +18,6 @@
 
 namespace quillfence::testing {
 namespace {
-
-using session_ptr = std::unique_ptr<smtp_state, decltype(&free_smtp_state)>;
 
 constexpr char root[] = "c:/quillfence/";
 
@@ -32,8 +31,8 @@ class told : public drive_test {
     ~told() override {
         quillfence_teardown();
     }
-    static session_ptr completed(const client &who) {
-        session_ptr state(session_of(who), free_smtp_state);
+    static owned_session completed(const client &who) {
+        owned_session state(session_of(who));
         __process_state(state.get());
         return state;
     }
@@ -151,7 +150,7 @@ TEST_F(told, the_mail_servers_domains) {
 // --- a run ---
 
 TEST_F(told, a_decision_step_by_step) {
-    const session_ptr state = completed(clients[1]); // dynamic
+    const owned_session state = completed(clients[1]); // dynamic
     evidence_watch watch;
     EXPECT_EQ(global_spam_hit_r(state.get(), quillfence_rules()), 1);
     const lines rules = watch.take("rule");
@@ -163,7 +162,7 @@ TEST_F(told, a_decision_step_by_step) {
 
 TEST_F(told, a_selection_a_skip_a_cache_and_a_hit) {
     drive.write("c:/quillfence/control/rules.enabled", "valid_ptr\ncheck_ip_reverse_dns");
-    session_ptr state = completed(clients[2]); // nothing right
+    owned_session state = completed(clients[2]); // nothing right
     const auto told_by_run = [&](const char *word) {
         evidence_watch watch;
         global_spam_hit_r(state.get(), quillfence_rules());
@@ -185,7 +184,7 @@ TEST_F(told, a_selection_a_skip_a_cache_and_a_hit) {
 
 TEST_F(told, the_built_in_selection_and_pattern) {
     drive.remove("c:/quillfence/control/rules.enabled");
-    const session_ptr state = completed(clients[0]);
+    const owned_session state = completed(clients[0]);
     evidence_watch watch;
     global_spam_hit_r(state.get(), quillfence_rules());
     const lines selections = watch.take("selection");
@@ -200,7 +199,7 @@ TEST_F(told, the_built_in_selection_and_pattern) {
 }
 
 TEST_F(told, a_zone_of_a_dns_block_list) {
-    const session_ptr state = completed(clients[0]);
+    const owned_session state = completed(clients[0]);
     evidence_watch watch;
     global_rbl_r(state.get(), quillfence_rules());
     EXPECT_EQ(watch.take("zone"),
@@ -218,7 +217,7 @@ struct outcome_of_run {
 
 outcome_of_run run_everything(const client &who, log_capture *log) {
     outcome_of_run made{};
-    const session_ptr state(session_of(who), free_smtp_state);
+    const owned_session state(session_of(who));
     vc_list_entry *hits = nullptr;
     made.results[0] = __process_state(state.get());
     made.results[1] = is_exempt(state.get(), nullptr);
@@ -261,7 +260,7 @@ TEST_F(told_and_traced, results_and_log_lines_are_the_same_with_and_without) {
 TEST_F(told, telling_allocates_nothing_but_dns_details) {
     for (const client &who : clients) {
         const auto allocated = [&] {
-            const session_ptr state = completed(who);
+            const owned_session state = completed(who);
             state->rdns_resolves = resolves_tempfail;
             const unsigned long before = allocations_made();
             is_exempt(state.get(), nullptr);

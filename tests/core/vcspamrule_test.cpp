@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 #include <set>
 
 #include "expected_rules.h"
 #include "log_capture.h"
+#include "owned_rule.h"
 #include "quillfence-checks.h"
 
 namespace quillfence::testing {
@@ -18,21 +18,12 @@ uint8_t never(smtp_state *) {
     return 0;
 }
 
-struct rule_table {
-    vc_list_entry *head = build_rule_table();
-    ~rule_table() {
-        vc_destroy_list(&head, free_rule_data);
-    }
-};
-
-using owned_rule = std::unique_ptr<spam_rule, decltype(&free_rule)>;
-
 using vcspamrule_test = logged_test;
 
 } // namespace
 
 TEST_F(vcspamrule_test, the_table_holds_all_rules_in_order) {
-    const rule_table rules;
+    const rule_list rules(build_rule_table());
     const vc_list_entry *entry = rules.head;
     for (const expected_rule &want : expected_rules) {
         SCOPED_TRACE(want.name);
@@ -71,7 +62,7 @@ TEST_F(vcspamrule_test, names_and_checks_are_used_once) {
 }
 
 TEST_F(vcspamrule_test, rules_are_found_by_name) {
-    const rule_table rules;
+    const rule_list rules(build_rule_table());
     const spam_rule *rule = find_rule(rules.head, "check_confirmed_dyna");
     ASSERT_NE(rule, nullptr);
     EXPECT_STREQ(rule->rejection,
@@ -85,7 +76,7 @@ TEST_F(vcspamrule_test, rules_are_found_by_name) {
 }
 
 TEST_F(vcspamrule_test, comparing_names) {
-    const owned_rule rule(new_rule("b", nullptr, 0, 0, 0, 0, "text"), free_rule);
+    const owned_rule rule(new_rule("b", nullptr, 0, 0, 0, 0, "text"));
     spam_rule nameless = {};
     EXPECT_EQ(rule_name_compare(rule.get(), "b"), 0);
     EXPECT_GT(rule_name_compare(rule.get(), "a"), 0);
@@ -97,7 +88,7 @@ TEST_F(vcspamrule_test, comparing_names) {
 
 TEST_F(vcspamrule_test, a_new_rule_copies_its_texts) {
     std::string name = "some_rule", rejection = "go away";
-    const owned_rule rule(new_rule(name.c_str(), never, 1, 2, 3, 4, rejection.c_str()), free_rule);
+    const owned_rule rule(new_rule(name.c_str(), never, 1, 2, 3, 4, rejection.c_str()));
     ASSERT_NE(rule, nullptr);
     name = rejection = "changed";
     EXPECT_STREQ(rule->name, "some_rule");
@@ -125,7 +116,7 @@ TEST_F(vcspamrule_test, releasing_null_does_nothing) {
 }
 
 TEST_F(vcspamrule_test, a_rule_is_dumped) {
-    const rule_table rules;
+    const rule_list rules(build_rule_table());
     ::testing::internal::CaptureStdout();
     dump_rule(find_rule(rules.head, "valid_ptr"));
     dump_rule(find_rule(rules.head, "outbound"));
@@ -149,7 +140,7 @@ TEST_F(vcspamrule_test, a_rule_is_dumped) {
 }
 
 TEST_F(vcspamrule_test, a_list_is_dumped_rule_by_rule) {
-    const rule_table rules;
+    const rule_list rules(build_rule_table());
     ::testing::internal::CaptureStdout();
     dump_rules(rules.head);
     dump_rules(nullptr);
@@ -169,7 +160,7 @@ TEST_F(vcspamrule_test, a_list_is_dumped_rule_by_rule) {
 
 // As the runner does: an element without a rule is passed over.
 TEST_F(vcspamrule_test, a_list_may_hold_elements_without_a_rule) {
-    const owned_rule rule(new_rule("last", nullptr, 0, 0, 0, 0, "text"), free_rule);
+    const owned_rule rule(new_rule("last", nullptr, 0, 0, 0, 0, "text"));
     vc_list_entry last = {rule.get(), sizeof(spam_rule), nullptr};
     vc_list_entry empty = {nullptr, sizeof(spam_rule), &last};
     EXPECT_EQ(find_rule(&empty, "last"), rule.get());

@@ -5,6 +5,7 @@
 #include "engine_door.h"
 #include "explaining.h"
 #include "off_source.h"
+#include "owned_session.h"
 #include "process_state.h"
 #include "qfd-packet.h"
 #include "quillfence-checks.h"
@@ -17,10 +18,8 @@
 namespace quillfence::testing {
 namespace {
 
-using session_ptr = std::unique_ptr<smtp_state, decltype(&free_smtp_state)>;
-
 // A session as the replayer makes it of its arguments, completed; null when that fails.
-session_ptr replayed_session(const transaction &what) {
+owned_session replayed_session(const transaction &what) {
     std::string arguments[] = {"replayer",
                                "R",
                                *what.ip,
@@ -35,7 +34,7 @@ session_ptr replayed_session(const transaction &what) {
     std::transform(std::begin(arguments), std::end(arguments), vector,
                    [](std::string &text) { return text.data(); });
     qfd_request_packet *const packet = qfd_request_packet_from_args(10, vector);
-    session_ptr state(packet ? qfd_request_packet_to_smtp_state(packet) : nullptr, free_smtp_state);
+    owned_session state(packet ? qfd_request_packet_to_smtp_state(packet) : nullptr);
     qfd_request_packet_free(packet);
     if (state && !__process_state(state.get())) {
         state.reset();
@@ -55,7 +54,7 @@ lines texts_of(vc_json *root, const char *name) {
 // The report that the replayer would print.
 report replayed(const transaction &what) {
     report made;
-    const session_ptr state = replayed_session(what);
+    const owned_session state = replayed_session(what);
     vc_json *const root = state ? build_report(state.get(), quillfence_rules()) : nullptr;
     if (!root) {
         made.failed = "it fails";
@@ -70,7 +69,7 @@ report replayed(const transaction &what) {
 // What a mail server makes of the session, asking the engine step by step.
 decision::decision served(const transaction &what) {
     decision::decision made;
-    const session_ptr state = replayed_session(what);
+    const owned_session state = replayed_session(what);
     made.is = verdict::accept;
     if (!quillfence_enabled()) {
         made.by = decided_by::engine_off;

@@ -3,11 +3,10 @@
 //     a path
 //     a name
 //     the document
-#include <memory>
 
 #include "fuzz_support.h"
+#include "owned_json.h"
 #include "platform/file.h"
-#include "vc_json.h"
 #include "vc_nulltermlist.h"
 
 namespace quillfence::testing {
@@ -16,13 +15,6 @@ namespace {
 
 constexpr char document_path[] = "c:/quillfence/document.json";
 constexpr char written_path[] = "c:/quillfence/written.json";
-
-struct json_deleter {
-    void operator()(vc_json *node) const {
-        vc_json_free(node);
-    }
-};
-using json_ptr = std::unique_ptr<vc_json, json_deleter>;
 
 std::string written(const vc_json *node, int (*write)(FILE *, const vc_json *)) {
     FILE *stream = platform::stream_open(written_path, "wb");
@@ -109,8 +101,8 @@ void change(vc_json *root, const char *path, const char *name) {
 void write_and_read(const vc_json *root) {
     const std::string compact = written(root, vc_json_dump);
     const std::string pretty = written(root, vc_json_dump_pretty);
-    const json_ptr from_compact(vc_json_parse_string(compact.c_str()));
-    const json_ptr from_pretty(vc_json_parse_string(pretty.c_str()));
+    const json from_compact(vc_json_parse_string(compact.c_str()));
+    const json from_pretty(vc_json_parse_string(pretty.c_str()));
     QF_PROMISE(from_compact && written(from_compact.get(), vc_json_dump) == compact);
     QF_PROMISE(from_pretty && written(from_pretty.get(), vc_json_dump) == compact);
 }
@@ -133,7 +125,7 @@ void fuzz_one(fuzz_input &input) {
     const std::string name = input.line();
     const std::string document = input.rest();
     parse_files(document);
-    const json_ptr root(vc_json_parse_string(document.c_str()));
+    const json root(vc_json_parse_string(document.c_str()));
     if (!root) {
         return;
     }

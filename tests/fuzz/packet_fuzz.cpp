@@ -2,10 +2,9 @@
 // sent again.
 //
 //     the stream
-#include <memory>
-
 #include "fuzz_support.h"
-#include "qfd-packet.h"
+#include "owned_packets.h"
+#include "owned_session.h"
 
 namespace quillfence::testing {
 
@@ -13,25 +12,6 @@ namespace {
 
 constexpr char given[] = "c:/quillfence/given.packet";
 constexpr char sent[] = "c:/quillfence/sent.packet";
-
-struct request_free {
-    void operator()(qfd_request_packet *packet) const {
-        qfd_request_packet_free(packet);
-    }
-};
-using request_ptr = std::unique_ptr<qfd_request_packet, request_free>;
-struct response_free {
-    void operator()(qfd_response_packet *packet) const {
-        qfd_response_packet_free(packet);
-    }
-};
-using response_ptr = std::unique_ptr<qfd_response_packet, response_free>;
-struct session_free {
-    void operator()(smtp_state *state) const {
-        free_smtp_state(state);
-    }
-};
-using session_ptr = std::unique_ptr<smtp_state, session_free>;
 
 // An open file, closed with its scope.
 struct stream {
@@ -46,13 +26,13 @@ struct stream {
     const vc_handle handle;
 };
 
-request_ptr receive_request(const char *path) {
+request receive_request(const char *path) {
     const stream in(path);
     const uint8_t state = qfd_request_packet_receive_state(in.handle);
     if (!state) {
         return nullptr;
     }
-    request_ptr packet(qfd_request_packet_receive(in.handle));
+    request packet(qfd_request_packet_receive(in.handle));
     if (packet) {
         QF_PROMISE(packet->id == 0 && packet->state == 0);
         packet->id = QFD_PACKET_ID;
@@ -61,9 +41,9 @@ request_ptr receive_request(const char *path) {
     return packet;
 }
 
-response_ptr receive_response(const char *path) {
+response receive_response(const char *path) {
     const stream in(path);
-    return response_ptr(qfd_response_packet_receive(in.handle));
+    return response(qfd_response_packet_receive(in.handle));
 }
 
 // An empty text is sent as an absent one.
@@ -96,12 +76,12 @@ void send_request(const qfd_request_packet *packet) {
             return;
         }
     }
-    const request_ptr again = receive_request(sent);
+    const request again = receive_request(sent);
     QF_PROMISE(again && same_request(packet, again.get()));
 }
 
 void use_request() {
-    const request_ptr packet = receive_request(given);
+    const request packet = receive_request(given);
     if (!packet) {
         return;
     }
@@ -110,13 +90,13 @@ void use_request() {
     if (!has_nul(packet.get())) {
         send_request(packet.get());
     }
-    const session_ptr session(qfd_request_packet_to_smtp_state(packet.get()));
+    const owned_session session(qfd_request_packet_to_smtp_state(packet.get()));
     QF_PROMISE(!session || valid);
     if (!session) {
         return;
     }
     print_state(drop_line, 6, session.get(), 1);
-    const request_ptr back(qfd_request_packet_from_smtp_state(session.get()));
+    const request back(qfd_request_packet_from_smtp_state(session.get()));
     if (back) {
         QF_PROMISE(same(back->ip, packet->ip));
         qfd_request_packet_validate(back.get());
@@ -125,7 +105,7 @@ void use_request() {
 }
 
 void use_response() {
-    const response_ptr packet = receive_response(given);
+    const response packet = receive_response(given);
     if (!packet) {
         return;
     }
@@ -137,7 +117,7 @@ void use_response() {
         QF_PROMISE(qfd_response_packet_send(out.handle, packet->result, packet->message,
                                             packet->spam_hit));
     }
-    const response_ptr again = receive_response(sent);
+    const response again = receive_response(sent);
     QF_PROMISE(again && again->result == packet->result);
     QF_PROMISE(same(again->message, packet->message));
     QF_PROMISE(same(again->spam_hit, packet->spam_hit));

@@ -7,11 +7,11 @@
 //     mode, ip, port, tls, authuser, mua, helo, sender, recipient   a line each
 #include <filesystem>
 #include <map>
-#include <memory>
 #include <sstream>
 
 #include "dns_script.h"
 #include "fuzz_support.h"
+#include "owned_session.h"
 #include "platform/file.h"
 #include "process_state.h"
 #include "qfd-packet.h"
@@ -31,13 +31,6 @@ namespace fs = std::filesystem;
 
 constexpr size_t most_arguments = 11;
 constexpr char written_path[] = "c:/quillfence/written.json";
-
-struct session_free {
-    void operator()(smtp_state *state) const {
-        free_smtp_state(state);
-    }
-};
-using session_ptr = std::unique_ptr<smtp_state, session_free>;
 
 void write_patterns(const char *path, std::initializer_list<const char *> patterns) {
     fuzz_drive().write(path, "");
@@ -109,7 +102,7 @@ std::string written(const vc_json *report) {
     return file_bytes(written_path);
 }
 
-session_ptr session_of(std::vector<std::string> &arguments) {
+owned_session session_of(std::vector<std::string> &arguments) {
     std::vector<char *> argv;
     for (std::string &argument : arguments) {
         argv.push_back(argument.data());
@@ -117,14 +110,14 @@ session_ptr session_of(std::vector<std::string> &arguments) {
     argv.push_back(nullptr);
     qfd_request_packet *packet =
         qfd_request_packet_from_args(static_cast<int>(arguments.size()), argv.data());
-    session_ptr session(packet ? qfd_request_packet_to_smtp_state(packet) : nullptr);
+    owned_session session(packet ? qfd_request_packet_to_smtp_state(packet) : nullptr);
     qfd_request_packet_free(packet);
     return session;
 }
 
 // The report of a run; empty when the run fails.
 std::string run(std::vector<std::string> &arguments) {
-    const session_ptr session = session_of(arguments);
+    const owned_session session = session_of(arguments);
     if (!session || !__process_state(session.get())) {
         return "";
     }
@@ -139,7 +132,7 @@ std::string run(std::vector<std::string> &arguments) {
 
 // What the daemon does with a session: exemptions, decisions, the log.
 void decide(std::vector<std::string> &arguments) {
-    const session_ptr session = session_of(arguments);
+    const owned_session session = session_of(arguments);
     if (!session || !__process_state(session.get())) {
         return;
     }

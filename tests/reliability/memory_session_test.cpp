@@ -36,11 +36,13 @@ void nothing_made() {
     EXPECT_EQ(it.response, nullptr);
 }
 
-const char *arguments[] = {"replayer", "R", "192.0.2.1", "25",          "1",
-                           "user",     "0", "a.example", "a@b.example", "c@d.example"};
-
-void have_request() {
+void have_request_of(const char *ip) {
+    const char *arguments[] = {"replayer", "R", ip,          "25",          "1",
+                               "user",     "1", "a.example", "a@b.example", "c@d.example"};
     it.request = qfd_request_packet_from_args(10, const_cast<char **>(arguments));
+}
+void have_request() {
+    have_request_of("2001:db8::1");
 }
 void have_state() {
     have_request();
@@ -56,6 +58,23 @@ constexpr char response_file[] = "c:/quillfence/response";
 template <const char *path>
 void have_stream() {
     it.stream = vc_open_ex(path, 0, 0, 0);
+}
+
+// The lines of an operation that tells of every failed allocation itself.
+template <const char *function>
+lines own_line(unsigned) {
+    return {no_memory(function)};
+}
+constexpr char new_state[] = "new_smtp_state";
+constexpr char from_args[] = "qfd_request_packet_from_args";
+constexpr char from_state[] = "qfd_request_packet_from_smtp_state";
+
+// The record is its receiver's, the texts are read by one function for all.
+lines receipt_lines(unsigned n, const std::string &function, const char *read_failure) {
+    if (n == 1) {
+        return {no_memory(function.c_str())};
+    }
+    return {no_memory("qfd_packet_read_string"), function + read_failure + strerror(ENOMEM)};
 }
 
 class memory_session : public drive_test {
@@ -74,25 +93,38 @@ class memory_session : public drive_test {
 TEST_F(memory_session, records_and_packets) {
     static const memory_case cases[] = {
         {"new_smtp_state", nullptr, [] { return (it.state = new_smtp_state()) != nullptr; },
-         nothing_made},
+         nothing_made, fails, "", 1, own_line<new_state>},
+        // The record and six texts.
         {"qfd_request_packet_from_args", nullptr,
          [] {
              have_request();
              return it.request != nullptr;
          },
-         nothing_made},
+         nothing_made, fails, "", 7, own_line<from_args>},
+        {"qfd_request_packet_from_args, IPv4", nullptr,
+         [] {
+             have_request_of("192.0.2.1");
+             return it.request != nullptr;
+         },
+         nothing_made, fails, "", 7, own_line<from_args>},
         {"qfd_request_packet_to_smtp_state", have_request,
          [] { return (it.state = qfd_request_packet_to_smtp_state(it.request)) != nullptr; },
          [] {
              EXPECT_EQ(it.state, nullptr);
              EXPECT_EQ(shown(it.request->to), "c@d.example") << "the packet stays whole";
+         },
+         fails, "", 7,
+         [](unsigned n) {
+             const std::string own = no_memory("qfd_request_packet_to_smtp_state");
+             return n == 1 ? lines{no_memory("new_smtp_state"), own} : lines{own};
          }},
         {"qfd_request_packet_from_smtp_state", have_state,
          [] { return (it.request = qfd_request_packet_from_smtp_state(it.state)) != nullptr; },
          [] {
              EXPECT_EQ(it.request, nullptr);
              EXPECT_EQ(shown(it.state->rcpt_to), "c@d.example") << "the session stays whole";
-         }},
+         },
+         fails, "", 7, own_line<from_state>},
         {"__process_ip_arg", nullptr,
          [] { return (it.text = __process_ip_arg("2001:db8:0::1")) != nullptr; }, nothing_made,
          fails_silently},
@@ -102,12 +134,34 @@ TEST_F(memory_session, records_and_packets) {
              qfd_request_packet_receive_state(it.stream);
          },
          [] { return (it.request = qfd_request_packet_receive(it.stream)) != nullptr; },
-         nothing_made},
+         nothing_made, fails, "", 7,
+         [](unsigned n) {
+             return receipt_lines(n, "qfd_request_packet_receive",
+                                  ": Failed to read daemon request packet: ");
+         }},
         {"qfd_response_packet_receive", have_stream<response_file>,
          [] { return (it.response = qfd_response_packet_receive(it.stream)) != nullptr; },
-         nothing_made},
+         nothing_made, fails, "", 3,
+         [](unsigned n) {
+             return receipt_lines(n, "qfd_response_packet_receive",
+                                  ": Failed to read daemon response packet: ");
+         }},
     };
     sweep(log, cases, release);
+}
+
+TEST_F(memory_session, sending_needs_none) {
+    have_request();
+    it.stream = vc_open_ex(request_file, 0, 1, 0);
+    bool fired;
+    {
+        const failing_allocation failing(1);
+        EXPECT_EQ(qfd_request_packet_send(it.stream, it.request), 1);
+        EXPECT_EQ(qfd_response_packet_send(it.stream, 1, "m", "h"), 1);
+        fired = failing.fired();
+    }
+    EXPECT_FALSE(fired);
+    release();
 }
 
 } // namespace

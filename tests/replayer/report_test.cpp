@@ -1,18 +1,17 @@
 #include "report.h"
 
 #include <cstdio>
-#include <memory>
 #include <string>
 
 #include "drive_c.h"
 #include "failing_memory.h"
+#include "owned_json.h"
+#include "owned_rule.h"
+#include "owned_session.h"
 #include "quillfence.h"
-#include "vcspamrule.h"
 
 namespace quillfence::testing {
 namespace {
-
-using node = std::unique_ptr<vc_json, decltype(&vc_json_free)>;
 
 // The document as the program prints it.
 std::string printed(const vc_json *root) {
@@ -29,56 +28,45 @@ std::string printed(const vc_json *root) {
 class report_test : public drive_test {
   protected:
     void SetUp() override {
-        state = new_smtp_state();
-        state->ip = strdup("10.1.2.3");
         state->base_dir = strdup("c:/quillfence/");
-        rules = nullptr;
-        add("require_helo", hits);
-        add("ip_whitelist", hits);
-        add("valid_ptr", hits);
-        add("block_lists", nullptr);
+        rules.add("require_helo", hits);
+        rules.add("ip_whitelist", hits);
+        rules.add("valid_ptr", hits);
+        rules.add("block_lists", nullptr);
         std::string map(1024, '\0');
         map.replace(10 * 4, 4, "\xFF\xFF\xFF\xFF");
         drive.write("c:/quillfence/bms/lists_to_update", "one\ntwo\nthree\n");
         drive.write("c:/quillfence/bms/one", map);
         drive.write("c:/quillfence/bms/three", map);
     }
-    void TearDown() override {
-        vc_destroy_list(&rules, free_rule_data);
-        free_smtp_state(state);
-    }
     static uint8_t hits(smtp_state *) {
         return 1;
     }
-    void add(const char *name, rule_check check) {
-        spam_rule *rule = new_rule(name, check, 1, 1, 1, 1, "text");
-        vc_append_list_entry(&rules, rule, sizeof *rule, 0);
-    }
-    smtp_state *state = nullptr;
-    vc_list_entry *rules = nullptr;
+    session state{"10.1.2.3"};
+    rule_list rules;
 };
 
 TEST_F(report_test, two_members_in_fixed_order) {
-    const node report(build_report(state, rules), vc_json_free);
+    const json report(build_report(state, rules.head));
     ASSERT_NE(report, nullptr);
     EXPECT_EQ(printed(report.get()),
               R"({"spam_hits":["require_helo","valid_ptr"],"bms_hits":["one","three"]})");
 }
 
 TEST_F(report_test, members_without_hits_are_empty_arrays) {
-    for (vc_list_entry *entry = rules; entry; entry = entry->next) {
+    for (vc_list_entry *entry = rules.head; entry; entry = entry->next) {
         static_cast<spam_rule *>(entry->data)->check = nullptr;
     }
     free(state->ip);
     state->ip = strdup("11.1.2.3");
-    const node report(build_report(state, rules), vc_json_free);
+    const json report(build_report(state, rules.head));
     ASSERT_NE(report, nullptr);
     EXPECT_EQ(printed(report.get()), R"({"spam_hits":[],"bms_hits":[]})");
 }
 
 // Names stand as they are: nothing is escaped.
 TEST_F(report_test, hits_are_not_escaped) {
-    const node root(vc_json_create_node_object_ex(nullptr, nullptr), vc_json_free);
+    const json root(vc_json_create_node_object_ex(nullptr, nullptr));
     vc_list_entry *list = nullptr;
     vc_append_list_entry(&list, "a\"b\\c\t", 7, 1);
     EXPECT_EQ(add_hits(root.get(), "hits", list), 1);
@@ -88,16 +76,16 @@ TEST_F(report_test, hits_are_not_escaped) {
 
 TEST_F(report_test, a_failed_check_is_no_report) {
     drive.remove("c:/quillfence/bms/lists_to_update");
-    EXPECT_EQ(build_report(state, rules), nullptr);
+    EXPECT_EQ(build_report(state, rules.head), nullptr);
     EXPECT_EQ(log.errors(), lines{"run_all_bms_checks: Failed to load list of BMS"});
     EXPECT_EQ(build_report(state, nullptr), nullptr);
     EXPECT_EQ(log.errors(), lines{"run_all_spam_checks: Invalid argument"});
-    EXPECT_EQ(build_report(nullptr, rules), nullptr);
+    EXPECT_EQ(build_report(nullptr, rules.head), nullptr);
     EXPECT_EQ(log.errors(), lines{"run_all_spam_checks: Invalid argument"});
 }
 
 TEST_F(report_test, a_member_needs_a_root_and_a_name) {
-    const node root(vc_json_create_node_object_ex(nullptr, nullptr), vc_json_free);
+    const json root(vc_json_create_node_object_ex(nullptr, nullptr));
     EXPECT_EQ(add_hits(nullptr, "hits", nullptr), 0);
     EXPECT_EQ(log.errors(), lines{"add_hits: Invalid argument"});
     EXPECT_EQ(add_hits(root.get(), nullptr, nullptr), 0);
@@ -108,7 +96,7 @@ TEST_F(report_test, a_member_needs_a_root_and_a_name) {
 }
 
 TEST_F(report_test, a_hit_that_can_not_be_added_removes_the_member) {
-    const node root(vc_json_create_node_object_ex(nullptr, nullptr), vc_json_free);
+    const json root(vc_json_create_node_object_ex(nullptr, nullptr));
     vc_list_entry good = {const_cast<char *>("one"), 4, nullptr};
     vc_list_entry bad = {nullptr, 0, nullptr};
     good.next = &bad;
@@ -121,7 +109,7 @@ TEST_F(report_test, a_hit_that_can_not_be_added_removes_the_member) {
 // or a map could not be read, complete without it.
 TEST_F(report_test, without_memory) {
     vc_json *report = nullptr;
-    const unsigned failures = sweep_allocations([&] { report = build_report(state, rules); },
+    const unsigned failures = sweep_allocations([&] { report = build_report(state, rules.head); },
                                                 [&](unsigned) {
                                                     EXPECT_FALSE(log.errors().empty());
                                                     vc_json_free(report);

@@ -7,8 +7,8 @@
 
 #include "dns_script.h"
 #include "failing_memory.h"
+#include "rule_verdict.h"
 #include "rules.h"
-#include "session.h"
 
 namespace quillfence::testing {
 

@@ -9,8 +9,8 @@
 #include "list_rule.h"
 #include "me_address_map.h"
 #include "platform/registry.h"
+#include "rule_verdict.h"
 #include "rules.h"
-#include "session.h"
 #include "test_registry.h"
 
 namespace quillfence::testing {

@@ -6,8 +6,8 @@
 #include "dns_script.h"
 #include "drive_c.h"
 #include "reverse_dns.h"
+#include "rule_verdict.h"
 #include "rules.h"
-#include "session.h"
 
 namespace quillfence::testing {
 

@@ -2,7 +2,7 @@
 
 #include "dns_script.h"
 #include "failing_memory.h"
-#include "session.h"
+#include "rule_verdict.h"
 
 namespace quillfence::testing {
 namespace {

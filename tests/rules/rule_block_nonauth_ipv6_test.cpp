@@ -1,5 +1,5 @@
+#include "rule_verdict.h"
 #include "rules.h"
-#include "session.h"
 
 namespace quillfence::testing {
 namespace {

@@ -2,8 +2,8 @@
 #include <string>
 
 #include "drive_c.h"
+#include "rule_verdict.h"
 #include "rules.h"
-#include "session.h"
 
 namespace quillfence::testing {
 namespace {

@@ -1,6 +1,6 @@
 #include "drive_c.h"
+#include "rule_verdict.h"
 #include "rules.h"
-#include "session.h"
 #include "test_registry.h"
 
 namespace quillfence::testing {

@@ -1,7 +1,7 @@
 #include "rule_support.h"
 
 #include "log_capture.h"
-#include "session.h"
+#include "rule_verdict.h"
 
 namespace quillfence::testing {
 namespace {

@@ -24,7 +24,8 @@ CLEAN = {
     "engine/rules/rules.h": '#pragma once\n#include "tiny_rex.h"\n#include "vc_file.h"\n',
     "tests/common/vc_file_test.cpp": '#include "vc_file.h"\n#include "rules.h"\n'
                                      '#include <gtest/gtest.h>\n#include <vector>\n',
-    "bench/sum_bench.cpp": '#include <peer/peer.h>\n#include "rules.h"\n',
+    "bench/bare_calls.h": "#pragma once\n#include <sys/stat.h>\n#include <unistd.h>\n",
+    "bench/sum_bench.cpp": '#include <peer/peer.h>\n#include "bare_calls.h"\n#include "rules.h"\n',
     "platform/posix/tests/file_test.cpp": '#include <unistd.h>\n#include "posix/errors.h"\n',
 }
 
@@ -64,8 +65,17 @@ VIOLATIONS = [
      "1: includes <windows.h>, which belongs behind platform/ or to another folder"),
     ("a POSIX header", "tests/common/bad.cpp", "#include <sys/stat.h>\n",
      "1: includes <sys/stat.h>, which belongs behind platform/ or to another folder"),
+    ("the seam's internals in a benchmark", "bench/bad.cpp", '#include "posix/errors.h"\n',
+     '1: includes "posix/errors.h", which is no file of the tree'),
     ("a system's header in a benchmark", "bench/bad.cpp", "#include <unistd.h>\n",
      "1: includes <unistd.h>, which belongs behind platform/ or to another folder"),
+    ("a system's header in another header of the benchmarks", "bench/more_calls.h",
+     "#include <unistd.h>\n",
+     "1: includes <unistd.h>, which belongs behind platform/ or to another folder"),
+    ("bare calls in another folder", "bench/more/bare_calls.h", "#include <unistd.h>\n",
+     "1: includes <unistd.h>, which belongs behind platform/ or to another folder"),
+    ("a macro among the bare calls", "bench/bare_calls.h", "#ifdef __linux__\n#endif\n",
+     "1: uses the system's macro __linux__"),
     ("another folder's library", "common/bad.cpp", "#include <maxminddb.h>\n",
      "1: includes <maxminddb.h>, which belongs behind platform/ or to another folder"),
     ("GoogleTest in the product", "common/bad.cpp", "#include <gtest/gtest.h>\n",
@@ -104,6 +114,12 @@ class CheckIncludes(unittest.TestCase):
         target = self.root / path
         target.parent.mkdir(parents=True, exist_ok=True)
         target.write_text(text, encoding="utf-8")
+
+    def undo(self, path):
+        if path in CLEAN:
+            self.write(path, CLEAN[path])
+        else:
+            (self.root / path).unlink()
 
     def write_build(self):
         """A build tree as CMake leaves it: two tests that are run, one that is only built."""
@@ -166,7 +182,7 @@ class CheckIncludes(unittest.TestCase):
             with self.subTest(name):
                 self.write(path, text)
                 status, lines = self.check()
-                (self.root / path).unlink()
+                self.undo(path)
                 self.assertEqual(status, 1)
                 self.assertEqual(len(lines), 2, lines)
                 self.assertTrue(lines[0].startswith(f"{path}:{finding}"), lines[0])

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "owned_packets.h"
+#include "owned_session.h"
 #include "platform/file.h"
 #include "qfd-packet.h"
 #include "smtp_state.h"
@@ -53,7 +54,7 @@ int answer() {
     }
     received->id = QFD_PACKET_ID;
     received->state = state;
-    const session state_record(qfd_request_packet_to_smtp_state(received.get()));
+    const owned_session state_record(qfd_request_packet_to_smtp_state(received.get()));
     if (!state_record) {
         return 5;
     }

@@ -11,6 +11,7 @@
 
 #include "drive_c.h"
 #include "owned_packets.h"
+#include "owned_session.h"
 #include "qfd-packet.h"
 
 namespace quillfence::testing {
@@ -174,7 +175,7 @@ TEST_F(packet_stream, random_requests_come_through) {
         EXPECT_EQ(account_of(received.get()), account_of(made.get())) << round;
         EXPECT_EQ(sent(received.get()), bytes) << round;
 
-        const session state(qfd_request_packet_to_smtp_state(received.get()));
+        const owned_session state(qfd_request_packet_to_smtp_state(received.get()));
         EXPECT_EQ(state != nullptr, received->state != QFD_STATE_RCPT || received->to) << round;
         log.errors(); // of a recipient that is missing
         if (state) {

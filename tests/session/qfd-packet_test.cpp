@@ -7,6 +7,7 @@
 
 #include "log_capture.h"
 #include "owned_packets.h"
+#include "owned_session.h"
 
 namespace quillfence::testing {
 
@@ -27,8 +28,8 @@ request rcpt_request(const std::string &ip = "192.0.2.1") {
         {"R", ip, "25", "1", "carol", "1", "mx.example.org", "a@example.org", "b@example.net"});
 }
 
-session fresh_session(const char *ip, uint32_t stage) {
-    session state(new_smtp_state());
+owned_session fresh_session(const char *ip, uint32_t stage) {
+    owned_session state(new_smtp_state());
     state->ip = ip ? strdup(ip) : nullptr;
     state->state = stage;
     return state;
@@ -304,7 +305,7 @@ TEST_F(qfd_request_from_session, stages) {
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.stage);
-        const session state = fresh_session("192.0.2.1", c.stage);
+        const owned_session state = fresh_session("192.0.2.1", c.stage);
         state->port = strdup("25");
         state->tls = 1;
         state->auth_user = strdup("carol");
@@ -339,7 +340,7 @@ TEST_F(qfd_request_from_session, stages) {
 }
 
 TEST_F(qfd_request_from_session, empty_texts_stay_absent_but_an_empty_port_is_copied) {
-    const session state = fresh_session("192.0.2.1", 5);
+    const owned_session state = fresh_session("192.0.2.1", 5);
     state->port = strdup("");
     state->auth_user = strdup("");
     state->helo = strdup("");
@@ -354,7 +355,7 @@ TEST_F(qfd_request_from_session, empty_texts_stay_absent_but_an_empty_port_is_co
 }
 
 TEST_F(qfd_request_from_session, texts_are_not_shared) {
-    const session state = fresh_session("192.0.2.1", 1);
+    const owned_session state = fresh_session("192.0.2.1", 1);
     const request packet(qfd_request_packet_from_smtp_state(state.get()));
     ASSERT_NE(packet, nullptr);
     EXPECT_EQ(packet->port, nullptr);
@@ -393,7 +394,7 @@ TEST_F(qfd_request_to_session, each_mode_fills_its_fields) {
         arguments.insert(arguments.end(), values.begin(),
                          values.begin() + static_cast<ptrdiff_t>(c.values));
         const request packet = from_args(arguments);
-        const session state(qfd_request_packet_to_smtp_state(packet.get()));
+        const owned_session state(qfd_request_packet_to_smtp_state(packet.get()));
         ASSERT_NE(state, nullptr);
         EXPECT_EQ(state->state, c.stage);
         EXPECT_STREQ(state->ip, "192.0.2.1");
@@ -414,7 +415,7 @@ TEST_F(qfd_request_to_session, absent_texts_stay_absent_and_empty_ones_empty) {
     const request packet = from_args({"R", "192.0.2.1", "25", "0", "", "0", "", "", ""});
     free(packet->port);
     packet->port = nullptr;
-    const session state(qfd_request_packet_to_smtp_state(packet.get()));
+    const owned_session state(qfd_request_packet_to_smtp_state(packet.get()));
     ASSERT_NE(state, nullptr);
     EXPECT_EQ(state->port, nullptr);
     EXPECT_EQ(state->auth_user, nullptr);

@@ -27,8 +27,16 @@ struct memory_case {
     bool (*run)();     // the operation alone; whether it says that it succeeded
     void (*judge)();   // what holds after a run without memory; null for nothing more
     without_memory then = without_memory::fails;
-    const char *line = ""; // a part of the operation's own text for a lack of memory
+    const char *line = "";    // a part of the operation's own text for a lack of memory
+    unsigned allocations = 0; // how many it makes; 0 where that is nobody's promise
+    lines (*said)(unsigned n) =
+        nullptr; // its ERROR lines when the n-th fails; null: those of memory
 };
+
+// The line of a function that had no memory.
+inline std::string no_memory(const char *function) {
+    return std::string(function) + ": " + strerror(ENOMEM);
+}
 
 inline bool tells_of_memory(const lines &errors, const std::string &own_text) {
     const auto told = [&errors](const std::string &text) {
@@ -50,8 +58,9 @@ inline std::string joined(const lines &errors) {
     return text;
 }
 
-// What one run must have done. Its ERROR lines are taken.
-inline void judge_run(const memory_case &one, log_capture &log, bool fired, bool succeeded) {
+// What one run, whose n-th allocation was to fail, must have done. Its ERROR lines are taken.
+inline void judge_run(const memory_case &one, log_capture &log, unsigned n, bool fired,
+                      bool succeeded) {
     const lines errors = log.errors();
     if (!fired) {
         EXPECT_TRUE(succeeded) << "with memory";
@@ -65,6 +74,9 @@ inline void judge_run(const memory_case &one, log_capture &log, bool fired, bool
         EXPECT_TRUE(errors.empty()) << "a promise of no line:" << joined(errors);
     } else {
         EXPECT_TRUE(tells_of_memory(errors, one.line)) << "got these lines:" << joined(errors);
+    }
+    if (one.said) {
+        EXPECT_EQ(errors, one.said(n));
     }
     if (one.judge) {
         one.judge();
@@ -97,7 +109,7 @@ inline void sweep(log_capture &log, std::span<const memory_case> cases, void (*r
                 succeeded = one.run();
                 fired = failing.fired();
             }
-            judge_run(one, log, fired, succeeded);
+            judge_run(one, log, n, fired, succeeded);
             release();
             log.take();
             EXPECT_EQ(live_allocations() - before, 0) << "blocks left";
@@ -107,6 +119,9 @@ inline void sweep(log_capture &log, std::span<const memory_case> cases, void (*r
         }
         EXPECT_TRUE(n > 1 || fired) << "an operation that allocates nothing does not belong here";
         EXPECT_LT(n, limit);
+        if (one.allocations && !fired) {
+            EXPECT_EQ(n - 1, one.allocations);
+        }
     }
 }
 

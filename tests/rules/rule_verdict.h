@@ -1,63 +1,15 @@
-// A session record for the tests of rules, with its fields as strings.
+// What a rule says to a session: its result and its own lines.
 #pragma once
 
-#include <cstdlib>
-#include <cstring>
 #include <ostream>
 #include <string>
 #include <vector>
 
 #include "hook_table.h"
 #include "log_capture.h"
-#include "smtp_state.h"
-#include "vc_nulltermlist.h"
-#include "vc_text.h"
+#include "owned_session.h"
 
 namespace quillfence::testing {
-
-class session {
-  public:
-    session() : state_(new_smtp_state()) {}
-    ~session() {
-        free_smtp_state(state_);
-    }
-    session(const session &) = delete;
-    session &operator=(const session &) = delete;
-
-    smtp_state *operator->() const {
-        return state_;
-    }
-    operator smtp_state *() const {
-        return state_;
-    }
-
-    // Gives a text field another value; null for none.
-    static void put(char **field, const char *text) {
-        free(*field);
-        *field = text ? strdup(text) : nullptr;
-    }
-    // Gives the session these PTR names; rdns forgets the old ones.
-    void put_ptr_names(const std::vector<std::string> &names) {
-        state_->rdns = nullptr;
-        vc_lstfree(&state_->ptr_results, free);
-        for (const std::string &name : names) {
-            vc_lstcat(&state_->ptr_results, strdup(name.c_str()));
-        }
-    }
-    std::vector<std::string> ptr_names() const {
-        std::vector<std::string> names;
-        for (char **name = state_->ptr_results; name && *name; ++name) {
-            names.push_back(*name);
-        }
-        return names;
-    }
-    std::string rdns() const {
-        return state_->rdns ? state_->rdns : "(none)";
-    }
-
-  private:
-    smtp_state *state_;
-};
 
 // A hook table without hooks, with this DNS option.
 inline void put_dns_option(uint8_t option) {

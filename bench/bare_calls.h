@@ -1,5 +1,5 @@
 // System calls with nothing around them, for a benchmark that wants to know what the calls alone
-// cost. Not part of the seam.
+// cost. The one file outside platform/ that may include an operating system's headers.
 #pragma once
 
 #include <cstddef>
@@ -9,7 +9,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace quillfence::platform::bare {
+namespace quillfence::bare {
 
 inline int open_for_reading(const char *path) {
     return open(path, O_RDONLY | O_CLOEXEC);
@@ -32,4 +32,4 @@ inline void close_file(int file) {
     close(file);
 }
 
-} // namespace quillfence::platform::bare
+} // namespace quillfence::bare
