@@ -1,4 +1,5 @@
 // Making nodes and documents, and writing them.
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
