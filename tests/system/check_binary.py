@@ -13,7 +13,8 @@ import unittest
 KIND, PROGRAM, *TOOLS = sys.argv[1:]
 
 # Libraries that every Windows has; anything else would have to be shipped along.
-SYSTEM_DLLS = {"ADVAPI32.dll", "DNSAPI.dll", "KERNEL32.dll", "msvcrt.dll", "WS2_32.dll"}
+SYSTEM_DLLS = {"ADVAPI32.dll", "bcrypt.dll", "DNSAPI.dll", "KERNEL32.dll", "msvcrt.dll",
+               "WS2_32.dll"}
 
 
 def run(*command):
