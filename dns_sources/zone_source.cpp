@@ -55,6 +55,14 @@ std::optional<std::string> zone_source::add_record(std::string_view name, std::s
     return std::nullopt;
 }
 
+std::optional<std::string> zone_source::add_name(std::string_view name) {
+    if (!is_domain_name(name)) {
+        return std::string(name) + " is no domain name";
+    }
+    names_.try_emplace(name_key(name));
+    return std::nullopt;
+}
+
 std::optional<std::string> zone_source::add_word(std::string_view name, std::string_view word) {
     if (!is_domain_name(name)) {
         return std::string(name) + " is no domain name";

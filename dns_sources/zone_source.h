@@ -13,6 +13,8 @@ class zone_source : public source {
     // Before the first question. Adds a record to a name. Returns why not.
     std::optional<std::string> add_record(std::string_view name, std::string_view type,
                                           std::string_view data);
+    // The name is there, whatever else it has. Returns why not.
+    std::optional<std::string> add_name(std::string_view name);
     // What every question for the name says (words.h); with records at the name, what a question
     // for a type that it has none of says. NXDOMAIN stands alone. Returns why not.
     std::optional<std::string> add_word(std::string_view name, std::string_view word);

@@ -1,0 +1,29 @@
+// The DNS that a case carries, as a source of answers.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "case_file.h"
+#include "recorded_source.h"
+#include "zone_source.h"
+
+namespace quillfence::decision {
+
+// Adds one line of a name. Returns why not: "gone.example has records and is NXDOMAIN".
+std::optional<std::string> add_zone_entry(dns_sources::zone_source &zone, std::string_view name,
+                                          const zone_entry &entry);
+
+// Adds all. Returns why not, and where: "zonedata.gone.example[1]: TXTT is not one of ...". Data
+// that read_case() gave are always taken.
+std::optional<std::string> add_zone_data(dns_sources::zone_source &zone,
+                                         const std::vector<zone_name> &data);
+
+// Adds the answers of a record, in the order in which they came, so that each question gets them
+// attempt by attempt. An answer that was missing then is not added, and so is missing again; one
+// that a guard had read as a failure stays a failure. Returns why not: "dns[3].type: ...".
+std::optional<std::string> add_answers(dns_sources::recorded_source &recorded,
+                                       const std::vector<dns_record> &answers);
+
+} // namespace quillfence::decision
