@@ -6,6 +6,7 @@
 
 #include "configuration.h"
 #include "frozen_list.h"
+#include "frozen_ranges.h"
 #include "quillfence-file.h"
 #include "revision.h"
 #include "snapshot_file.h"
@@ -73,6 +74,7 @@ static void note_change(loading *l, const char *path) {
 
 static void release_row(frozen_file *row) {
     frozen_list_free(row->list);
+    frozen_ranges_free(row->ranges);
     free(row->path);
     free(row->bytes);
 }
@@ -229,6 +231,15 @@ static void make_list(loading *l, frozen_file *row, list_matcher matcher) {
     }
 }
 
+static void make_ranges(loading *l, frozen_file *row) {
+    if (!frozen_ranges_make(row->bytes, row->size, &row->ranges)) {
+        no_memory(l);
+    } else if (row->ranges && !has_room(l, frozen_ranges_size(row->ranges))) {
+        frozen_ranges_free(row->ranges);
+        row->ranges = nullptr;
+    }
+}
+
 static void make_form(loading *l, const configuration_file &file, const char *path) {
     frozen_file *const row = find_row(l, path);
     if (!row || !row->bytes || l->failed) {
@@ -236,6 +247,8 @@ static void make_form(loading *l, const configuration_file &file, const char *pa
     }
     if (is_list(file)) {
         make_list(l, row, file.matcher);
+    } else if (file.kind == file_kind::ranges) {
+        make_ranges(l, row);
     }
 }
 
