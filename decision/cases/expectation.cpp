@@ -96,17 +96,6 @@ static std::optional<std::string> outcome_of(const decision_record &record,
     return std::nullopt;
 }
 
-namespace {
-
-// A member that holds a set. Nothing came when the record has no report.
-struct set_member {
-    std::string_view name;
-    std::optional<std::vector<std::string>> expectation::*texts;
-    const std::vector<std::string> *(*of)(const decision_record &record);
-};
-
-} // namespace
-
 static const report *whole_report(const decision_record &record) {
     return record.report && record.report->failed.empty() ? &*record.report : nullptr;
 }
@@ -124,6 +113,10 @@ static constexpr set_member set_rows[] = {
          return made ? &made->bms_hits : nullptr;
      }},
 };
+
+std::span<const set_member> set_members() {
+    return set_rows;
+}
 
 // --- the comparison ---
 

@@ -5,6 +5,7 @@
 // says that there is none: "rule": "" is a decision that no rule made.
 #pragma once
 
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -53,5 +54,14 @@ struct text_member {
     std::string (*of)(const decision_record &record); // what came
 };
 std::span<const text_member> text_members();
+
+// Likewise those that hold a set.
+struct set_member {
+    std::string_view name;
+    std::optional<std::vector<std::string>> expectation::*texts;
+    const std::vector<std::string> *(*of)(
+        const decision_record &record); // null: there is no report
+};
+std::span<const set_member> set_members();
 
 } // namespace quillfence::decision
