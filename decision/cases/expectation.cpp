@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "expectation_members.h"
 #include "record_words.h"
 #include "utf8.h"
 
@@ -64,27 +65,6 @@ deciding_entry entry_that_decided(const decision_record &record) {
     return from ? std::visit(entry_of(), *from) : deciding_entry();
 }
 
-// --- what came ---
-
-static constexpr text_member text_rows[] = {
-    {"verdict", &expectation::verdict,
-     [](const decision_record &r) { return std::string(word(r.decision.is)); }},
-    {"by", &expectation::by,
-     [](const decision_record &r) { return std::string(word(r.decision.by)); }},
-    {"rule", &expectation::rule, [](const decision_record &r) { return r.decision.rule; }},
-    {"where", &expectation::where, [](const decision_record &r) { return r.decision.where; }},
-    {"zone", &expectation::zone, [](const decision_record &r) { return r.decision.zone; }},
-    {"notice", &expectation::notice, [](const decision_record &r) { return r.decision.notice; }},
-    {"file", &expectation::file,
-     [](const decision_record &r) { return entry_that_decided(r).file; }},
-    {"entry", &expectation::entry,
-     [](const decision_record &r) { return entry_that_decided(r).entry; }},
-};
-
-std::span<const text_member> text_members() {
-    return text_rows;
-}
-
 // Nothing when the record has no such rule.
 static std::optional<std::string> outcome_of(const decision_record &record,
                                              const std::string &name) {
@@ -94,28 +74,6 @@ static std::optional<std::string> outcome_of(const decision_record &record,
         }
     }
     return std::nullopt;
-}
-
-static const report *whole_report(const decision_record &record) {
-    return record.report && record.report->failed.empty() ? &*record.report : nullptr;
-}
-
-static constexpr set_member set_rows[] = {
-    {"maps", &expectation::maps, [](const decision_record &r) { return &r.decision.maps; }},
-    {"spam_hits", &expectation::spam_hits,
-     [](const decision_record &r) {
-         const report *const made = whole_report(r);
-         return made ? &made->spam_hits : nullptr;
-     }},
-    {"bms_hits", &expectation::bms_hits,
-     [](const decision_record &r) {
-         const report *const made = whole_report(r);
-         return made ? &made->bms_hits : nullptr;
-     }},
-};
-
-std::span<const set_member> set_members() {
-    return set_rows;
 }
 
 // --- the comparison ---
@@ -170,15 +128,15 @@ std::vector<mismatch> compare(const expectation &expected, const decision_record
             wrong.push_back({what, in_words(any, " or "), in_words({came}, "")});
         }
     };
-    for (const text_member &member : text_rows) {
-        compare_text(std::string(member.name), expected.*member.texts, member.of(record));
+    for (const expected_texts &member : texts_of_expect) {
+        compare_text(std::string(member.name), expected.*member.texts, member.came(record));
     }
     for (const auto &[rule, any] : expected.rules) {
         compare_text("rules." + rule, any, outcome_of(record, rule).value_or("(no such rule)"));
     }
-    for (const set_member &member : set_rows) {
+    for (const expected_set &member : sets_of_expect) {
         const auto &set = expected.*member.texts;
-        const std::vector<std::string> *const came = member.of(record);
+        const std::vector<std::string> *const came = member.came(record);
         if (set && !(came && is_same_set(*set, *came))) {
             wrong.push_back({std::string(member.name), in_words(*set, ", "),
                              came ? in_words(*came, ", ") : no_report(record)});
@@ -206,17 +164,17 @@ expectation corrected(const expectation &expected, const decision_record &record
             *any = {as_shown(came)};
         }
     };
-    for (const text_member &member : text_rows) {
-        correct_text(&(made.*member.texts), member.of(record));
+    for (const expected_texts &member : texts_of_expect) {
+        correct_text(&(made.*member.texts), member.came(record));
     }
     for (auto &[rule, any] : made.rules) {
         if (const auto came = outcome_of(record, rule)) {
             correct_text(&any, *came);
         }
     }
-    for (const set_member &member : set_rows) {
+    for (const expected_set &member : sets_of_expect) {
         auto &set = made.*member.texts;
-        const std::vector<std::string> *const came = member.of(record);
+        const std::vector<std::string> *const came = member.came(record);
         if (set && came && !is_same_set(*set, *came)) {
             set->clear();
             std::transform(came->begin(), came->end(), std::back_inserter(*set), as_shown);

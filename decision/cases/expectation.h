@@ -5,10 +5,7 @@
 // says that there is none: "rule": "" is a decision that no rule made.
 #pragma once
 
-#include <optional>
-#include <span>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "case_file.h"
@@ -45,23 +42,5 @@ struct deciding_entry {
 deciding_entry entry_that_decided(const decision_record &record);
 // Where that stands in the record; null when no entry decided.
 const source *source_that_decided(const decision_record &record);
-
-// The members of an expectation that hold one text or several, in the document's order: their
-// names, and where they are. Whoever reads or writes the member walks this list.
-struct text_member {
-    std::string_view name;
-    std::vector<std::string> expectation::*texts;
-    std::string (*of)(const decision_record &record); // what came
-};
-std::span<const text_member> text_members();
-
-// Likewise those that hold a set.
-struct set_member {
-    std::string_view name;
-    std::optional<std::vector<std::string>> expectation::*texts;
-    const std::vector<std::string> *(*of)(
-        const decision_record &record); // null: there is no report
-};
-std::span<const set_member> set_members();
 
 } // namespace quillfence::decision

@@ -4,6 +4,7 @@
 #include <utility>
 #include <vector>
 
+#include "expectation_members.h"
 #include "json_writer.h"
 #include "program.h"
 
@@ -30,32 +31,6 @@ static void write_any(json_writer *json, const std::vector<std::string> &any) {
     }
 }
 
-static void write_expectation(json_writer *json, const expectation &of) {
-    json->begin_flat_object();
-    for (const text_member &member : text_members()) {
-        if (const auto &any = of.*member.texts; !any.empty()) {
-            json->name(member.name);
-            write_any(json, any);
-        }
-    }
-    if (!of.rules.empty()) {
-        json->name("rules");
-        json->begin_flat_object();
-        for (const auto &[rule, any] : of.rules) {
-            json->name_text(rule);
-            write_any(json, any);
-        }
-        json->end_object();
-    }
-    for (const set_member &member : set_members()) {
-        if (const auto &set = of.*member.texts) {
-            json->name(member.name);
-            write_texts(json, *set);
-        }
-    }
-    json->end_object();
-}
-
 static std::string json_of(const auto &write) {
     std::string text;
     json_writer json(text, json_layout::indented);
@@ -64,8 +39,18 @@ static std::string json_of(const auto &write) {
     return text;
 }
 
-std::string expectation_json(const expectation &of) {
-    return json_of([&](json_writer *json) { write_expectation(json, of); });
+// {"verdict": "reject", "by": "rule"}
+static std::string object_of_texts(const expectation &of) {
+    return json_of([&](json_writer *json) {
+        json->begin_flat_object();
+        for (const expected_texts &member : texts_of_expect) {
+            if (const auto &any = of.*member.texts; !any.empty()) {
+                json->name(member.name);
+                write_any(json, any);
+            }
+        }
+        json->end_object();
+    });
 }
 
 // --- the text of a case ---
@@ -88,9 +73,6 @@ class expectation_edits {
         return expect_ != 0;
     }
     void add_expect(const expectation &now);
-    void replace_expect(const expectation &now) {
-        replace(expect_, expectation_json(now));
-    }
     void replace_members(const expectation &stood, const expectation &now);
     std::string applied();
 
@@ -125,20 +107,20 @@ void expectation_edits::add_expect(const expectation &now) {
     }
     const size_t comma = text_.find(',', end_of(before));
     const std::string_view space = text_.substr(comma + 1, text_.find('"', comma) - comma - 1);
-    edits_.push_back({end_of(last), 0,
-                      ',' + (space.empty() ? " " : std::string(space)) +
-                          "\"expect\": " + expectation_json(now)});
+    edits_.push_back(
+        {end_of(last), 0,
+         ',' + (space.empty() ? " " : std::string(space)) + "\"expect\": " + object_of_texts(now)});
 }
 
 void expectation_edits::replace_members(const expectation &stood, const expectation &now) {
-    for (const text_member &member : text_members()) {
+    for (const expected_texts &member : texts_of_expect) {
         const auto &any = now.*member.texts;
         if (any != stood.*member.texts) {
             replace(document_.member(expect_, member.name),
                     json_of([&](json_writer *json) { write_any(json, any); }));
         }
     }
-    const uint32_t rules = document_.member(expect_, "rules");
+    const uint32_t rules = document_.member(expect_, rules_of_expect);
     for (size_t i = 0; i < stood.rules.size(); ++i) {
         const auto &[rule, any] = now.rules[i];
         if (any != stood.rules[i].second) {
@@ -146,7 +128,7 @@ void expectation_edits::replace_members(const expectation &stood, const expectat
                     json_of([&any = any](json_writer *json) { write_any(json, any); }));
         }
     }
-    for (const set_member &member : set_members()) {
+    for (const expected_set &member : sets_of_expect) {
         const auto &set = now.*member.texts;
         if (set != stood.*member.texts) {
             replace(document_.member(expect_, member.name),
@@ -186,8 +168,6 @@ std::string with_expectation(std::string_view text, const expectation &stood,
     expectation_edits edits(text, document);
     if (!edits.has_expect()) {
         edits.add_expect(now);
-    } else if (stood.empty()) {
-        edits.replace_expect(now);
     } else {
         edits.replace_members(stood, now);
     }

@@ -13,12 +13,9 @@ namespace quillfence::programs {
 // it as its last member, on a line of its own where the members stand on lines of their own.
 //   text   of a case
 //   stood  what it expects
-//   now    what it shall expect: the same members, unless `stood` is empty
+//   now    what it shall expect: the same members, or where nothing stood, verdict, by and rule
 // Throws a failure when the new text would not be the same case with that expectation.
 std::string with_expectation(std::string_view text, const decision::expectation &stood,
                              const decision::expectation &now);
-
-// An expectation as JSON on one line, {"verdict": "reject", "rule": "from_blacklist"}.
-std::string expectation_json(const decision::expectation &of);
 
 } // namespace quillfence::programs
