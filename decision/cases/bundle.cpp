@@ -161,13 +161,18 @@ void bundler::cut(config_file *consulted, bundled_file *file) {
     cut_.push_back(file->name);
 }
 
-// The folder of a path stands in the bundle when it is there.
+// A folder stands in the bundle when it is there; a drive needs no entry.
 void bundler::gather_folder(const std::string &path) {
     uint32_t attributes = 0;
     std::string name;
-    if (!path.empty() && !platform::path_attributes(path.c_str(), &attributes) &&
-        attributes == platform::attribute_directory && place(path, &name) &&
-        name.find('/') != std::string::npos) { // a drive needs no entry
+    if (path.empty()) {
+        return;
+    }
+    const uint32_t error = platform::path_attributes(path.c_str(), &attributes);
+    if (error && !data_files::is_missing(error)) {
+        fail(path, error);
+    } else if (attributes == platform::attribute_directory && place(path, &name) &&
+               name.find('/') != std::string::npos) {
         folders_.insert(name);
     }
 }
