@@ -6,6 +6,7 @@
 
 #include "configuration.h"
 #include "frozen_list.h"
+#include "frozen_patterns.h"
 #include "frozen_ranges.h"
 #include "quillfence-file.h"
 #include "revision.h"
@@ -75,6 +76,7 @@ static void note_change(loading *l, const char *path) {
 static void release_row(frozen_file *row) {
     frozen_list_free(row->list);
     frozen_ranges_free(row->ranges);
+    frozen_patterns_free(row->patterns);
     free(row->path);
     free(row->bytes);
 }
@@ -240,6 +242,15 @@ static void make_ranges(loading *l, frozen_file *row) {
     }
 }
 
+static void make_patterns(loading *l, frozen_file *row) {
+    if (!frozen_patterns_make(row->bytes, row->size, &row->patterns)) {
+        no_memory(l);
+    } else if (row->patterns && !has_room(l, frozen_patterns_size(row->patterns))) {
+        frozen_patterns_free(row->patterns);
+        row->patterns = nullptr;
+    }
+}
+
 static void make_form(loading *l, const configuration_file &file, const char *path) {
     frozen_file *const row = find_row(l, path);
     if (!row || !row->bytes || l->failed) {
@@ -249,6 +260,8 @@ static void make_form(loading *l, const configuration_file &file, const char *pa
         make_list(l, row, file.matcher);
     } else if (file.kind == file_kind::ranges) {
         make_ranges(l, row);
+    } else if (file.kind == file_kind::patterns) {
+        make_patterns(l, row);
     }
 }
 
