@@ -8,6 +8,7 @@
 #include "frozen_list.h"
 #include "frozen_patterns.h"
 #include "frozen_ranges.h"
+#include "known_sender_forgery_funcs.h"
 #include "quillfence-file.h"
 #include "revision.h"
 #include "snapshot_file.h"
@@ -77,6 +78,7 @@ static void release_row(frozen_file *row) {
     frozen_list_free(row->list);
     frozen_ranges_free(row->ranges);
     frozen_patterns_free(row->patterns);
+    ksf_index_free(row->declarations);
     free(row->path);
     free(row->bytes);
 }
@@ -251,6 +253,15 @@ static void make_patterns(loading *l, frozen_file *row) {
     }
 }
 
+static void make_declarations(loading *l, frozen_file *row) {
+    if (!ksf_index_make(row->bytes, row->size, &row->declarations)) {
+        l->failed = true;
+    } else if (row->declarations && !has_room(l, ksf_index_size(row->declarations))) {
+        ksf_index_free(row->declarations);
+        row->declarations = nullptr;
+    }
+}
+
 static void make_form(loading *l, const configuration_file &file, const char *path) {
     frozen_file *const row = find_row(l, path);
     if (!row || !row->bytes || l->failed) {
@@ -262,6 +273,8 @@ static void make_form(loading *l, const configuration_file &file, const char *pa
         make_ranges(l, row);
     } else if (file.kind == file_kind::patterns) {
         make_patterns(l, row);
+    } else if (file.kind == file_kind::sender_networks) {
+        make_declarations(l, row);
     }
 }
 
