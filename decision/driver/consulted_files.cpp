@@ -9,7 +9,7 @@
 
 namespace quillfence::decision {
 
-static void weigh(config_file *file) {
+static void weigh(config_file *file, bool whole) {
     data_files::open_file opened;
     uint64_t bytes = 0;
     if (opened.open(file->path) || opened.size(&bytes)) {
@@ -18,17 +18,17 @@ static void weigh(config_file *file) {
     file->bytes = bytes;
     std::string digest;
     int64_t changed = 0;
-    if (bytes > largest_digested_file) {
+    if (bytes > largest_digested_file && !whole) {
         file->time = opened.changed(&changed) ? "" : utc_text(changed);
     } else if (!data_files::digest_of_file(file->path, &digest)) {
         file->sha256 = digest;
     }
 }
 
-void weigh_files(std::vector<config_file> *files) {
+void weigh_files(std::vector<config_file> *files, bool whole) {
     for (config_file &file : *files) {
         if (!file.missing) {
-            weigh(&file);
+            weigh(&file, whole);
         }
     }
 }
