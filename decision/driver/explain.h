@@ -23,7 +23,7 @@ struct explain_options {
     bool files = true;                            // config.files
     bool times = true;                            // microseconds of each rule
     dns_source *dns = nullptr;                    // null: the system's DNS
-    const void *configuration = nullptr;          // null: the files, read for every question
+    const frozen_files *configuration = nullptr;  // null: the files, read for every question
     const file_substitute *substitutes = nullptr; // what if: see call_context.h
     const server_answers *server = nullptr;       // another mail server's; null: this system's
     bool capture = false; // for a case: what the server answered, and the digests of large files
