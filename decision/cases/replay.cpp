@@ -127,8 +127,8 @@ static std::optional<std::string> difference(const config_file &then) {
     if (opened.size(&size) || data_files::digest_of_file(then.path, &digest)) {
         return "can't be read";
     }
-    const bool same = size == then.bytes.value_or(size) &&
-                      (then.sha256.empty() || digest == then.sha256);
+    const bool same =
+        size == then.bytes.value_or(size) && (then.sha256.empty() || digest == then.sha256);
     return same ? std::nullopt : std::optional<std::string>("differs");
 }
 

@@ -29,9 +29,9 @@ struct replay_options {
     dns_sources::source *live = nullptr;
     // Puts something in front of the answers, which it is handed to borrow; may be empty.
     std::function<dns_sources::source &(dns_sources::source &)> in_front = nullptr;
-    bool all = false;         // also for a case that was captured without
-    bool report = true;       // for a short case; a captured one has the report that it had
-    bool near_misses = true;  // see explain.h, for these too
+    bool all = false;        // also for a case that was captured without
+    bool report = true;      // for a short case; a captured one has the report that it had
+    bool near_misses = true; // see explain.h, for these too
     bool times = true;
     const file_substitute *substitutes = nullptr;
 };

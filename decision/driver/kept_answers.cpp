@@ -49,11 +49,14 @@ static std::string little_endian(const std::string &decimal) {
 // A text ends at its first NUL, as the engine reads it. A number that has not its four bytes counts
 // as not read, like any bytes.
 static void take_data(registry_answer *answer, const registry_look &fact) {
+    if (!fact.data) {
+        return;
+    }
     const auto *const bytes = static_cast<const unsigned char *>(fact.data);
     const bool number = fact.type == platform::registry_dword;
     const bool broken = number && fact.size != sizeof(uint32_t);
     answer->type = registry_type_word(broken ? platform::registry_binary : fact.type);
-    if (answer->type.empty() || !fact.size) {
+    if (answer->type.empty()) {
         return;
     }
     if (is_text(fact.type)) {
