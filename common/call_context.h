@@ -13,6 +13,7 @@
 namespace quillfence {
 
 struct evidence_sink; // evidence.h
+struct frozen_files;  // frozen_files.h
 
 // Where DNS answers come from.
 struct dns_source {
@@ -33,9 +34,10 @@ struct file_substitute {
 
 // All borrowed; each may be null.
 struct call_context {
-    evidence_sink *evidence;   // who wants to know
-    dns_source *dns;           // null: the system's DNS
-    const void *configuration; // the frozen configuration; null: the files, for every question
+    evidence_sink *evidence = nullptr; // who wants to know
+    dns_source *dns = nullptr;         // null: the system's DNS
+    // What was read beforehand; null: the files, for every question. It is asked by path_to_read.
+    const frozen_files *configuration = nullptr;
     // What if a file held something else: ends in a row without a path. Lists and other texts are
     // looked up there by path_to_read; block maps and pattern files are not.
     const file_substitute *substitutes = nullptr;

@@ -7,6 +7,7 @@
 #include <iterator>
 
 #include "evidence.h"
+#include "frozen_files.h"
 #include "platform/error_numbers.h"
 #include "platform/process.h"
 #include "vc_compat.h"
@@ -356,14 +357,43 @@ char *vc_file_get_contents_ex(const char *path, uint64_t *size) {
     return take_contents(path, file, size);
 }
 
+// A copy of what was read beforehand, as vc_fd_get_contents_ex gives it.
+static char *copy_contents(const frozen_file *file, uint64_t *size) {
+    char *const contents = static_cast<char *>(malloc(file->size + 1));
+    if (!contents) {
+        errno = ENOMEM;
+        QF_ERRNO_AS("vc_fd_get_contents_ex", ENOMEM);
+        return nullptr;
+    }
+    memcpy(contents, file->bytes, file->size + 1);
+    if (size) {
+        *size = file->size;
+    }
+    return contents;
+}
+
 char *vc_existing_contents(const char *path, uint64_t *size) {
     errno = 0;
     if (is_empty(path)) {
         QF_EINVAL();
         return nullptr;
     }
+    const frozen_file *const frozen = frozen_file_of(path_to_read(path));
+    if (frozen && frozen->bytes) {
+        return copy_contents(frozen, size);
+    }
     const vc_handle file = vc_open_existing(path);
     return take_contents(path, file, size);
+}
+
+// As platform::path_attributes, of the path that is read in this one's place.
+static uint32_t look_at(const char *path, uint32_t *attributes) {
+    const char *const from = path_to_read(path);
+    if (const frozen_file *const frozen = frozen_file_of(from)) {
+        *attributes = frozen->attributes;
+        return frozen->error;
+    }
+    return platform::path_attributes(from, attributes);
 }
 
 int vc_file_exists_ex(const char *path, int type) {
@@ -372,7 +402,7 @@ int vc_file_exists_ex(const char *path, int type) {
         return 0;
     }
     uint32_t attributes = 0;
-    if (const uint32_t error = platform::path_attributes(path_to_read(path), &attributes)) {
+    if (const uint32_t error = look_at(path, &attributes)) {
         if (error != platform::error_file_not_found && error != platform::error_path_not_found) {
             QF_ERROR("Failed to get file attributes [%s]: %d", path, as_int(error));
             tell_failure(path, error);

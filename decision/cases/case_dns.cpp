@@ -1,7 +1,6 @@
 #include "case_dns.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <utility>
 
@@ -12,9 +11,17 @@ namespace quillfence::decision {
 
 // --- by hand ---
 
-// Types that stand in the data of test suites for other programs.
-static bool is_never_asked(std::string_view type) {
-    return type == "TXT" || type == "SPF";
+static char upper(char c) {
+    return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+}
+
+bool is_zone_type(std::string_view type, std::string_view wanted) {
+    return std::equal(type.begin(), type.end(), wanted.begin(), wanted.end(),
+                      [](char a, char b) { return upper(a) == upper(b); });
+}
+
+bool is_never_asked(std::string_view type) {
+    return is_zone_type(type, "TXT") || is_zone_type(type, "SPF");
 }
 
 std::optional<std::string> add_zone_entry(dns_sources::zone_source &zone, std::string_view name,
@@ -31,6 +38,9 @@ std::optional<std::string> add_zone_entry(dns_sources::zone_source &zone, std::s
 std::optional<std::string> add_zone_data(dns_sources::zone_source &zone,
                                          const std::vector<zone_name> &data) {
     for (const zone_name &one : data) {
+        if (const auto why = zone.add_name(one.name)) {
+            return "zonedata." + one.name + ": " + *why;
+        }
         for (size_t i = 0; i < one.entries.size(); ++i) {
             if (const auto why = add_zone_entry(zone, one.name, one.entries[i])) {
                 return "zonedata." + one.name + '[' + std::to_string(i) + "]: " + *why;
@@ -42,18 +52,15 @@ std::optional<std::string> add_zone_data(dns_sources::zone_source &zone,
 
 // --- recorded ---
 
-namespace {
-
 using dns_sources::answer;
 using platform::dns_transport;
 
-// What is said about the element of "dns" when a word in it is not known.
-std::string unknown(size_t index, const char *member, const std::string &word) {
-    return "dns[" + std::to_string(index) + "]." + member + ": \"" + word + "\" is not known";
+static std::string unknown(const char *what, const std::string &word) {
+    return std::string("the ") + what + " \"" + word + "\" is not known";
 }
 
-std::optional<dns_transport> transport_of_word(std::string_view word) {
-    constexpr std::pair<std::string_view, dns_transport> words[] = {
+static std::optional<dns_transport> transport_of_word(std::string_view word) {
+    static constexpr std::pair<std::string_view, dns_transport> words[] = {
         {"", dns_transport::unknown}, {"udp", dns_transport::udp}, {"tcp", dns_transport::tcp}};
     for (const auto &[known, transport] : words) {
         if (known == word) {
@@ -63,67 +70,85 @@ std::optional<dns_transport> transport_of_word(std::string_view word) {
     return std::nullopt;
 }
 
-} // namespace
+static int code_of(answer_class is) {
+    return is == answer_class::found     ? vc_dns_found
+           : is == answer_class::no_name ? vc_dns_no_name
+                                         : vc_dns_failed;
+}
 
-// The status for the engine; one that says something else than the record's class was read as a
-// failure by a guard.
-static uint32_t engine_status(const dns_record &given) {
-    if (given.is != answer_class::failure || vc_dns_code(given.status) == vc_dns_failed) {
+// The status for the engine. What the server said is another one where a guard read it as a
+// failure.
+static std::optional<uint32_t> engine_status(const dns_record &given) {
+    if (vc_dns_code(given.status) == code_of(given.is)) {
         return given.status;
+    }
+    if (given.is != answer_class::failure) {
+        return std::nullopt;
     }
     return given.records.empty() ? dns_sources::status_refusal : dns_sources::status_no_listing;
 }
 
-static std::optional<std::string> add_records(answer *made, size_t index, const dns_record &given) {
-    for (size_t i = 0; i < given.records.size(); ++i) {
-        const std::string &text = given.records[i];
+static std::optional<std::string> add_words(answer *made, const dns_record &given) {
+    const auto transport = transport_of_word(given.transport);
+    if (!transport) {
+        return unknown("transport", given.transport);
+    }
+    made->transport = *transport;
+    if (!given.rcode.empty()) {
+        made->response_code = dns_sources::response_code_of_word(given.rcode);
+        if (!made->response_code) {
+            return unknown("response code", given.rcode);
+        }
+    }
+    for (const std::string &text : given.records) {
         const std::string word = text.substr(0, text.find(' '));
         const auto type = dns_sources::type_of_word(word);
         if (!type) {
-            return unknown(index, ("records[" + std::to_string(i) + ']').c_str(), word);
+            return unknown("record type", word);
         }
         made->records.push_back({*type, text});
     }
     return std::nullopt;
 }
 
-static std::optional<std::string> make_answer(answer *made, size_t index, const dns_record &given) {
-    made->status = engine_status(given);
+static std::optional<std::string> make_answer(answer *made, const dns_record &given) {
+    const auto status = engine_status(given);
+    if (!status) {
+        return "class and status do not say the same";
+    }
+    made->status = *status;
     made->said = given.status;
     made->server = given.server;
     made->tries = given.tries.value_or(0);
     if (given.ms) {
         made->microseconds = std::llround(*given.ms * 1000.0);
     }
-    const auto transport = transport_of_word(given.transport);
-    if (!transport) {
-        return unknown(index, "transport", given.transport);
+    return add_words(made, given);
+}
+
+std::optional<std::string> add_answer(dns_sources::recorded_source &recorded,
+                                      const dns_record &given) {
+    const auto type = dns_sources::type_of_word(given.type);
+    if (!type) {
+        return unknown("type", given.type);
     }
-    made->transport = *transport;
-    if (!given.rcode.empty()) {
-        made->response_code = dns_sources::response_code_of_word(given.rcode);
-        if (!made->response_code) {
-            return unknown(index, "rcode", given.rcode);
-        }
+    if (given.is == answer_class::missing) {
+        return std::nullopt;
     }
-    return add_records(made, index, given);
+    answer made;
+    const auto why = make_answer(&made, given);
+    if (!why) {
+        recorded.add(given.name, *type, std::move(made));
+    }
+    return why;
 }
 
 std::optional<std::string> add_answers(dns_sources::recorded_source &recorded,
                                        const std::vector<dns_record> &answers) {
     for (size_t i = 0; i < answers.size(); ++i) {
-        if (answers[i].is == answer_class::missing) {
-            continue;
+        if (const auto why = add_answer(recorded, answers[i])) {
+            return "dns[" + std::to_string(i) + "]: " + *why;
         }
-        const auto type = dns_sources::type_of_word(answers[i].type);
-        if (!type) {
-            return unknown(i, "type", answers[i].type);
-        }
-        answer made;
-        if (const auto why = make_answer(&made, i, answers[i])) {
-            return why;
-        }
-        recorded.add(answers[i].name, *type, std::move(made));
     }
     return std::nullopt;
 }

@@ -11,6 +11,11 @@
 
 namespace quillfence::decision {
 
+// Whether a record's type is that one, in any letter case.
+bool is_zone_type(std::string_view type, std::string_view wanted);
+// Whether it is one that stands in the data of test suites for other programs only: TXT, SPF.
+bool is_never_asked(std::string_view type);
+
 // Adds one line of a name. Returns why not: "gone.example has records and is NXDOMAIN".
 std::optional<std::string> add_zone_entry(dns_sources::zone_source &zone, std::string_view name,
                                           const zone_entry &entry);
@@ -20,9 +25,15 @@ std::optional<std::string> add_zone_entry(dns_sources::zone_source &zone, std::s
 std::optional<std::string> add_zone_data(dns_sources::zone_source &zone,
                                          const std::vector<zone_name> &data);
 
+// Adds the next answer to a question. One that was missing then is not added, and so is missing
+// again; one that a guard had read as a failure stays a failure. Returns why not: "the type "XY" is
+// not known".
+std::optional<std::string> add_answer(dns_sources::recorded_source &recorded,
+                                      const dns_record &given);
+
 // Adds the answers of a record, in the order in which they came, so that each question gets them
-// attempt by attempt. An answer that was missing then is not added, and so is missing again; one
-// that a guard had read as a failure stays a failure. Returns why not: "dns[3].type: ...".
+// attempt by attempt. Returns why not, and where: "dns[3]: ...". Those that read_case() gave are
+// always taken.
 std::optional<std::string> add_answers(dns_sources::recorded_source &recorded,
                                        const std::vector<dns_record> &answers);
 

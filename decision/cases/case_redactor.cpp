@@ -5,6 +5,7 @@
 #include "case_texts.h"
 #include "json_reader.h"
 #include "json_writer.h"
+#include "words.h"
 
 namespace quillfence::decision {
 
@@ -120,7 +121,7 @@ class saying_visitor {
 } // namespace
 
 void case_redactor::learn_said(const decision_record &by_itself) {
-    visit_record_texts(saying_visitor(said_), by_itself);
+    visit_texts(saying_visitor(said_), by_itself);
 }
 
 // --- replacing ---
@@ -285,10 +286,7 @@ class leak_search {
         if (top_ == "registry" && place.member == "data") {
             return type_beside(node) == "REG_DWORD";
         }
-        return top_ == "zonedata" && document_[node].name.empty() && is_answer_word(text);
-    }
-    static bool is_answer_word(std::string_view text) {
-        return text == "NXDOMAIN" || text == "TIMEOUT" || text == "SERVFAIL";
+        return top_ == "zonedata" && dns_sources::answer_of_word(text);
     }
     // The member "type" of the object that a node is a member of, which stands before the node.
     std::string_view type_beside(uint32_t node) const {

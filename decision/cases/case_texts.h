@@ -4,8 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "case_file.h"
-#include "record_members.h"
+#include "case_members.h"
 
 namespace quillfence::decision {
 
@@ -35,8 +34,8 @@ bool is_derived(const text_place &place);
 
 // --- the walk ---
 
-// Walks the members of a record. The visitor has text(place, text) and extra(member); the record
-// may be const for it.
+// Walks the members of a record or a case. The visitor has text(place, text) and extra(member); the
+// record may be const for it.
 template <class Visitor>
 class text_walk {
   public:
@@ -54,18 +53,26 @@ class text_walk {
     void whole_optional(std::string_view name, auto &value) {
         member(name, value);
     }
+    void recorded(std::string_view name, auto &value) {
+        member(name, value);
+    }
     void empty_in_whole(std::string_view name, auto &value) {
         member(name, value);
     }
 
-    // One text outside of a record.
-    void text(std::string_view top, std::string_view name, auto &value) {
-        visitor_.text(text_place{top, name, kind_of_text(top, name)}, value);
-    }
-    void texts(std::string_view top, std::string_view name, auto &values) {
-        for (auto &value : values) {
-            text(top, name, value);
+    void zone(std::string_view name, auto &value) {
+        top_ = name;
+        if (value) {
+            for (auto &one : *value) {
+                zone_texts(one);
+            }
         }
+    }
+    void expected(std::string_view name, auto &value) {
+        top_ = name;
+        walk("notice", value.notice);
+        walk("file", value.file);
+        walk("entry", value.entry);
     }
 
   private:
@@ -82,11 +89,13 @@ class text_walk {
     void walk(std::string_view name, Value &value) {
         using plain = std::remove_const_t<Value>;
         if constexpr (std::is_same_v<plain, std::string>) {
-            text(top_, name, value);
+            visitor_.text(text_place{top_, name, kind_of_text(top_, name)}, value);
         } else if constexpr (std::is_same_v<plain, source>) {
             std::visit([this](auto &kind) { walk_source(kind); }, value);
         } else if constexpr (std::is_same_v<plain, extra_member>) {
             visitor_.extra(value);
+        } else if constexpr (std::is_same_v<plain, registry_answer>) {
+            registry_texts(value);
         } else if constexpr (requires { value.has_value(); }) {
             if (value) {
                 walk(name, *value);
@@ -106,55 +115,31 @@ class text_walk {
         }
     }
 
+    void registry_texts(auto &answer) {
+        walk("key", answer.key);
+        walk("value", answer.value);
+        if (answer.type != "REG_DWORD") {
+            walk("data", answer.data);
+        }
+    }
+    void zone_texts(auto &of) {
+        walk("name", of.name);
+        for (auto &entry : of.entries) {
+            if (!entry.type.empty()) { // else a word
+                walk("data", entry.data);
+            }
+        }
+    }
+
     Visitor &visitor_;
     std::string_view top_;
     unsigned depth_ = 0;
 };
 
-void walk_server_texts(auto &walk, auto &server) {
-    for (auto &answer : server.registry) {
-        walk.text("registry", "key", answer.key);
-        if (answer.value) {
-            walk.text("registry", "value", *answer.value);
-        }
-        if (answer.type != "REG_DWORD") {
-            walk.text("registry", "data", answer.data);
-        }
-    }
-    for (auto &answer : server.address_map) {
-        walk.text("address_map", "address", answer.address);
-        walk.text("address_map", "destination", answer.destination);
-    }
-    for (auto &answer : server.folders) {
-        walk.text("folders", "folder", answer.folder);
-        walk.texts("folders", "names", answer.names);
-    }
-}
-
-// Visits the texts of a record, or of a whole case; either may be const.
-void visit_record_texts(auto &&visitor, auto &record) {
+// Visits the texts of a record, or of a case; either may be const.
+void visit_texts(auto &&visitor, auto &of) {
     text_walk walk(visitor);
-    visit_members(walk, record);
-}
-
-void visit_texts(auto &&visitor, auto &which) {
-    text_walk walk(visitor);
-    walk.text("description", "description", which.description);
-    visit_members(walk, which.record);
-    if (which.zonedata) {
-        for (auto &name : *which.zonedata) {
-            walk.text("zonedata", "name", name.name);
-            for (auto &entry : name.entries) {
-                if (!entry.type.empty()) { // else a word
-                    walk.text("zonedata", "data", entry.data);
-                }
-            }
-        }
-    }
-    walk_server_texts(walk, which.server);
-    walk.texts("expect", "notice", which.expect.notice);
-    walk.texts("expect", "file", which.expect.file);
-    walk.texts("expect", "entry", which.expect.entry);
+    visit_members(walk, of);
 }
 
 } // namespace quillfence::decision

@@ -27,9 +27,9 @@ static bool is_local_byte(char c) {
 }
 
 // Where the quoted text begins whose closing quote stands at a place; that place for none.
-static size_t opening_quote(std::string_view text, size_t from, size_t closing) {
-    for (size_t at = closing; at > from; --at) {
-        const bool escaped = at - 1 > from && text[at - 2] == '\\';
+static size_t opening_quote(std::string_view text, size_t closing) {
+    for (size_t at = closing; at > 0; --at) {
+        const bool escaped = at > 1 && text[at - 2] == '\\';
         if (text[at - 1] == '"' && !escaped) {
             return at - 1;
         }
@@ -38,8 +38,8 @@ static size_t opening_quote(std::string_view text, size_t from, size_t closing) 
 }
 
 static size_t begin_of_local_part(std::string_view text, size_t from, size_t sign) {
-    if (sign > from && text[sign - 1] == '"') {
-        const size_t opening = opening_quote(text, from, sign - 1);
+    if (sign && text[sign - 1] == '"') {
+        const size_t opening = opening_quote(text, sign - 1);
         return opening < sign - 1 ? opening : sign;
     }
     size_t at = sign;
@@ -64,6 +64,9 @@ std::vector<address_place> addresses_in(std::string_view text) {
          sign = text.find('@', from)) {
         const size_t at = begin_of_local_part(text, from, sign);
         const size_t behind = end_of_domain(text, sign + 1);
+        while (at < sign && !found.empty() && found.back().at >= at) {
+            found.pop_back(); // it stood in quotes
+        }
         if (at < sign) {
             found.push_back({at, sign, behind});
         }

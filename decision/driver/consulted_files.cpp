@@ -3,13 +3,32 @@
 #include <map>
 
 #include "file_digest.h"
+#include "frozen_files.h"
 #include "open_file.h"
 #include "pattern_lines.h"
 #include "utc_text.h"
 
 namespace quillfence::decision {
 
+// What was read beforehand; false when that is not known.
+static bool weigh_frozen(config_file *file) {
+    const frozen_file *const frozen = frozen_file_of(file->path.c_str());
+    if (!frozen || !frozen->bytes) {
+        return false;
+    }
+    file->bytes = frozen->size;
+    if (frozen->size > largest_digested_file) {
+        file->time = utc_text(frozen->changed);
+    } else {
+        file->sha256 = frozen->sha256;
+    }
+    return true;
+}
+
 static void weigh(config_file *file) {
+    if (weigh_frozen(file)) {
+        return;
+    }
     data_files::open_file opened;
     uint64_t bytes = 0;
     if (opened.open(file->path) || opened.size(&bytes)) {

@@ -6,6 +6,7 @@
 #include <new>
 
 #include "collector.h"
+#include "frozen_files.h"
 #include "quillfence-checks.h"
 #include "quillfence.h"
 #include "report.h"
@@ -64,6 +65,7 @@ class driver {
         record.engine = this_build();
         record.config.base = quillfence_base_dir;
         record.config.user_dir = with.user_dir;
+        record.config.revision = with.configuration ? with.configuration->revision : "";
         record.transaction = what;
     }
 

@@ -22,7 +22,7 @@ struct explain_options {
     bool files = true;                            // config.files
     bool times = true;                            // microseconds of each rule
     dns_source *dns = nullptr;                    // null: the system's DNS
-    const void *configuration = nullptr;          // null: the files, read for every question
+    const frozen_files *configuration = nullptr;  // null: the files, read for every question
     const file_substitute *substitutes = nullptr; // what if: see call_context.h
     std::string id{};                             // handed through
     std::string time{};

@@ -4,6 +4,7 @@
 // A visitor has these functions; a record may be const for it:
 //
 //   required(name, value)        always there
+//   recorded(name, value)        as required, but optional in what was written by hand
 //   optional(name, value)        left out when empty: no value, "", 0, false, no element
 //   optional(name, value, there) left out unless `there`; when read, there or not
 //   whole(name, value)           as required, but left out of the short form
@@ -37,7 +38,7 @@ void transaction_facts(auto &v, record_of<transaction> auto &of) {
 }
 
 void visit_members(auto &v, record_of<transaction> auto &of) {
-    v.required("stage", of.stage);
+    v.recorded("stage", of.stage);
     transaction_facts(v, of);
 }
 
@@ -63,7 +64,7 @@ void visit_members(auto &v, record_of<config_file> auto &of) {
 }
 
 void visit_members(auto &v, record_of<configuration> auto &of) {
-    v.required("base", of.base);
+    v.recorded("base", of.base);
     v.optional("user_dir", of.user_dir);
     v.optional("revision", of.revision);
     v.whole("files", of.files);
@@ -232,14 +233,18 @@ void visit_members(auto &v, record_of<error_line> auto &of) {
     v.required("text", of.text);
 }
 
-// All but "schema", which stands first.
-void visit_members(auto &v, record_of<decision_record> auto &of) {
-    v.required("id", of.id);
+// --- the whole, all but "schema", which stands first ---
+
+void members_up_to_the_transaction(auto &v, record_of<decision_record> auto &of) {
+    v.recorded("id", of.id);
     v.optional("time", of.time);
-    v.required("engine", of.engine);
-    v.required("config", of.config);
+    v.recorded("engine", of.engine);
+    v.recorded("config", of.config);
     v.required("transaction", of.transaction);
     v.optional("extra", of.extra);
+}
+
+void members_behind_the_transaction(auto &v, record_of<decision_record> auto &of) {
     v.required("facts", of.facts);
     v.required("decision", of.decision);
     v.optional("report", of.report);
@@ -250,6 +255,11 @@ void visit_members(auto &v, record_of<decision_record> auto &of) {
     v.required("missing", of.missing);
     v.required("notes", of.notes);
     v.empty_in_whole("errors", of.errors);
+}
+
+void visit_members(auto &v, record_of<decision_record> auto &of) {
+    members_up_to_the_transaction(v, of);
+    members_behind_the_transaction(v, of);
 }
 
 } // namespace quillfence::decision

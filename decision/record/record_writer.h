@@ -14,6 +14,8 @@ enum class record_form : uint8_t {
     // Without the list of files, the times of the rules, and the rules about which there is nothing
     // to tell.
     brief,
+    // As a case has it that was written by hand: without what is empty.
+    by_hand,
 };
 
 // Appends the record; no line end behind it. What "extra" holds must be JSON on one line. One

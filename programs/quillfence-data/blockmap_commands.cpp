@@ -3,9 +3,8 @@
 #include <cstring>
 #include <memory>
 
-#include <CLI/CLI.hpp>
-
 #include "block_map.h"
+#include "command_line.h"
 #include "data_program.h"
 #include "engine_messages.h"
 #include "file_output.h"
@@ -46,14 +45,16 @@ exit_status build(const build_options &options) {
                               ", " + counted(size.bitmaps, "bitmap") + ")");
 }
 
-void add_build(CLI::App &blockmap, chosen_action &chosen) {
+command build_command() {
     auto options = std::make_shared<build_options>();
-    CLI::App *command = blockmap.add_subcommand("build", "Make a block map of a list of addresses");
-    command->add_option("CIDRS", options->addresses, "The list; - for standard input")->required();
-    command->add_option("OUT", options->out, "The block map to write")->required();
-    command->add_flag("--keep-going", options->keep_going,
-                      "Leave wrong lines out and write the others");
-    command->footer(R"(Lines of the list, in any order:
+    return {
+        .name = "build",
+        .description = "Make a block map of a list of addresses",
+        .options = {{"CIDRS", &options->addresses, "The list; - for standard input"},
+                    {"OUT", &options->out, "The block map to write"},
+                    {"--keep-going", &options->keep_going,
+                     "Leave wrong lines out and write the others"}},
+        .footer = R"(Lines of the list, in any order:
   192.0.2.1               an address
   192.0.2.0/24            a network
   192.0.2.1-192.0.2.9     a range
@@ -63,8 +64,9 @@ The bytes of the map depend on the addresses alone. A scattered address takes up
 four bytes of memory, and the whole never more than 540 MB.
 
 All wrong lines are reported in one run as file:line: error: what is wrong. When there
-is one nothing is written, or with --keep-going everything else (exit status 3).)");
-    command->callback([options, &chosen] { chosen = [options] { return build(*options); }; });
+is one nothing is written, or with --keep-going everything else (exit status 3).)",
+        .run = [options] { return build(*options); },
+    };
 }
 
 // --- dump ---
@@ -86,15 +88,18 @@ exit_status dump(const std::string &path) {
     return status;
 }
 
-void add_dump(CLI::App &blockmap, chosen_action &chosen) {
+command dump_command() {
     auto path = std::make_shared<std::string>();
-    CLI::App *command = blockmap.add_subcommand("dump", "Print what a block map lists");
-    command->add_option("FILE", *path, "The block map")->required();
-    command->footer(
-        R"(The fewest networks and addresses that make up the map, in order. Building a map of
+    return {
+        .name = "dump",
+        .description = "Print what a block map lists",
+        .options = {{"FILE", path.get(), "The block map"}},
+        .footer =
+            R"(The fewest networks and addresses that make up the map, in order. Building a map of
 them gives the same bytes, if build made the map. Damaged parts list nothing; they
-become comments (exit status 3).)");
-    command->callback([path, &chosen] { chosen = [path] { return dump(*path); }; });
+become comments (exit status 3).)",
+        .run = [path] { return dump(*path); },
+    };
 }
 
 // --- test ---
@@ -165,31 +170,32 @@ exit_status test(const test_options &options) {
     return !all_answered ? exit_status::partly : all_listed ? exit_status::done : exit_status::no;
 }
 
-void add_test(CLI::App &blockmap, chosen_action &chosen) {
+command test_command() {
     auto options = std::make_shared<test_options>();
-    CLI::App *command = blockmap.add_subcommand("test", "Tell whether addresses are listed");
-    command->add_option("FILE", options->file, "The block map")->required();
-    command
-        ->add_option("IP", options->addresses,
-                     "IPv4 addresses; - reads them from standard input, one a line")
-        ->required();
-    command->footer(
-        R"(For each address whether it is listed, and the level of the map that decided: 1 its
+    return {
+        .name = "test",
+        .description = "Tell whether addresses are listed",
+        .options = {{"FILE", &options->file, "The block map"},
+                    {"IP", &options->addresses,
+                     "IPv4 addresses; - reads them from standard input, one a line"}},
+        .footer =
+            R"(For each address whether it is listed, and the level of the map that decided: 1 its
 /8, 2 its /16, 3 the bitmap of its /16.
 
 Exit status 1 when an address is not listed, 3 when one is no address or lies in a
-damaged part of the map.)");
-    command->callback([options, &chosen] { chosen = [options] { return test(*options); }; });
+damaged part of the map.)",
+        .run = [options] { return test(*options); },
+    };
 }
 
 } // namespace
 
-void add_blockmap_commands(CLI::App &program, chosen_action &chosen) {
-    CLI::App *blockmap = program.add_subcommand("blockmap", "Block maps (.bms)");
-    blockmap->require_subcommand(1);
-    add_build(*blockmap, chosen);
-    add_dump(*blockmap, chosen);
-    add_test(*blockmap, chosen);
+command blockmap_command() {
+    return {
+        .name = "blockmap",
+        .description = "Block maps (.bms)",
+        .subcommands = {build_command(), dump_command(), test_command()},
+    };
 }
 
 } // namespace quillfence::data_tool

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <iostream>
+#include <memory>
 #include <vector>
 
 #include "command_line.h"
@@ -150,21 +152,31 @@ exit_status counter_show(const counter_arguments &arguments, std::ostream &out) 
 
 // --- the command line ---
 
-void add_counter_commands(CLI::App &program, chosen_action &chosen) {
-    CLI::App *counter = program.add_subcommand("counter", "Show the counters of verdicts");
-    counter->require_subcommand(1);
-    CLI::App *show = counter->add_subcommand("show", "Show the totals of days and hours");
-    auto arguments = std::make_shared<counter_arguments>();
-    show->add_option("DIR", arguments->directory, "A log folder, the one with qflog")->required();
-    CLI::Option *json = show->add_flag_callback(
-        "--json", [arguments] { arguments->form = counter_form::json; }, "Write a JSON object");
-    CLI::Option *csv = show->add_flag_callback(
-        "--csv", [arguments] { arguments->form = counter_form::csv; }, "Write CSV with a header");
-    CLI::Option *html =
-        show->add_option("--html", arguments->html, "Write a page with charts to this file");
-    json->excludes(csv)->excludes(html);
-    csv->excludes(html);
-    on_choice(show, chosen, arguments, counter_show);
+static command counter_show_command() {
+    auto to = std::make_shared<counter_arguments>();
+    return {
+        .name = "show",
+        .description = "Show the totals of days and hours",
+        .options = {{"DIR", &to->directory, "A log folder, the one with qflog"},
+                    {"--json",
+                     [to] { to->form = counter_form::json; },
+                     "Write a JSON object",
+                     {.excludes = {"--csv", "--html"}}},
+                    {"--csv",
+                     [to] { to->form = counter_form::csv; },
+                     "Write CSV with a header",
+                     {.excludes = {"--html"}}},
+                    {"--html", &to->html, "Write a page with charts to this file"}},
+        .run = [to] { return counter_show(*to, std::cout); },
+    };
+}
+
+command counter_command() {
+    return {
+        .name = "counter",
+        .description = "Show the counters of verdicts",
+        .subcommands = {counter_show_command()},
+    };
 }
 
 } // namespace quillfence::data_tool

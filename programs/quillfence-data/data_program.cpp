@@ -2,9 +2,8 @@
 
 namespace quillfence::data_tool {
 
-static constexpr add_commands commands[] = {
-    add_regex_commands, add_blockmap_commands, add_range_commands,
-    add_list_commands,  add_counter_commands,  add_verify_command,
+static constexpr command_maker commands[] = {
+    regex_command, blockmap_command, range_command, list_command, counter_command, verify_command,
 };
 
 static constexpr char exit_status_help[] = R"(Exit status:

@@ -11,12 +11,12 @@ using namespace data_files;
 using namespace programs;
 
 // Each is defined in the file of its name.
-void add_regex_commands(CLI::App &program, chosen_action &chosen);
-void add_blockmap_commands(CLI::App &program, chosen_action &chosen);
-void add_range_commands(CLI::App &program, chosen_action &chosen);
-void add_list_commands(CLI::App &program, chosen_action &chosen);
-void add_counter_commands(CLI::App &program, chosen_action &chosen);
-void add_verify_command(CLI::App &program, chosen_action &chosen);
+command regex_command();
+command blockmap_command();
+command range_command();
+command list_command();
+command counter_command();
+command verify_command();
 
 // Runs the program; the result is its exit status.
 int run(int argc, char **argv);

@@ -1,6 +1,8 @@
 #include "list_commands.h"
 
 #include <algorithm>
+#include <iostream>
+#include <memory>
 #include <vector>
 
 #include "address_text.h"
@@ -221,45 +223,55 @@ exit_status list_del(const list_edit_arguments &arguments, std::ostream &out) {
 
 // --- the command line ---
 
-static void add_list_find(CLI::App &list, chosen_action &chosen) {
-    auto arguments = std::make_shared<list_find_arguments>();
-    CLI::App *command = list.add_subcommand("find", "Show every entry that matches a value");
-    command->add_option("DIR", arguments->directory, "The folder of the lists")->required();
-    command
-        ->add_option("VALUE", arguments->value,
-                     "A mail address, or a client's address, as the engine gets it")
-        ->required();
-    command->footer("Exit status 1 when nothing matches.");
-    on_choice(command, chosen, arguments, list_find);
+static command find_command() {
+    auto to = std::make_shared<list_find_arguments>();
+    return {
+        .name = "find",
+        .description = "Show every entry that matches a value",
+        .options = {{"DIR", &to->directory, "The folder of the lists"},
+                    {"VALUE", &to->value,
+                     "A mail address, or a client's address, as the engine gets it"}},
+        .footer = "Exit status 1 when nothing matches.",
+        .run = [to] { return list_find(*to, std::cout); },
+    };
 }
 
-static CLI::App *add_list_edit(CLI::App &list, chosen_action &chosen, const char *name,
-                               const char *description,
-                               std::shared_ptr<list_edit_arguments> arguments,
-                               exit_status (*action)(const list_edit_arguments &, std::ostream &)) {
-    CLI::App *command = list.add_subcommand(name, description);
-    command->add_option("DIR", arguments->directory, "The folder of the lists")->required();
-    command->add_option("LIST", arguments->list, "The list's name, as in from_whitelist")
-        ->required();
-    command->add_option("ENTRY", arguments->entry, "The entry, written as it is in the list")
-        ->required();
-    on_choice(command, chosen, arguments, action);
-    return command;
+static std::vector<option> edit_options(list_edit_arguments *to, option own) {
+    return {{"DIR", &to->directory, "The folder of the lists"},
+            {"LIST", &to->list, "The list's name, as in from_whitelist"},
+            {"ENTRY", &to->entry, "The entry, written as it is in the list"},
+            std::move(own)};
 }
 
-void add_list_commands(CLI::App &program, chosen_action &chosen) {
-    CLI::App *list = program.add_subcommand("list", "Ask and edit the white and black lists");
-    list->require_subcommand(1);
-    add_list_find(*list, chosen);
-    auto added = std::make_shared<list_edit_arguments>();
-    add_list_edit(*list, chosen, "add", "Add an entry to a list, which is made when missing", added,
-                  list_add)
-        ->add_option("--comment", added->comment,
-                     "Set the comment of an entry that is there, instead of adding it");
-    auto removed = std::make_shared<list_edit_arguments>();
-    add_list_edit(*list, chosen, "del", "Remove an entry and its comment from a list", removed,
-                  list_del)
-        ->add_flag("--comment-only", removed->comment_only, "Remove only the entry's comment");
+static command add_command() {
+    auto to = std::make_shared<list_edit_arguments>();
+    return {
+        .name = "add",
+        .description = "Add an entry to a list, which is made when missing",
+        .options = edit_options(
+            to.get(), {"--comment", &to->comment,
+                       "Set the comment of an entry that is there, instead of adding it"}),
+        .run = [to] { return list_add(*to, std::cout); },
+    };
+}
+
+static command del_command() {
+    auto to = std::make_shared<list_edit_arguments>();
+    return {
+        .name = "del",
+        .description = "Remove an entry and its comment from a list",
+        .options = edit_options(
+            to.get(), {"--comment-only", &to->comment_only, "Remove only the entry's comment"}),
+        .run = [to] { return list_del(*to, std::cout); },
+    };
+}
+
+command list_command() {
+    return {
+        .name = "list",
+        .description = "Ask and edit the white and black lists",
+        .subcommands = {find_command(), add_command(), del_command()},
+    };
 }
 
 } // namespace quillfence::data_tool

@@ -1,6 +1,8 @@
 #include "range_commands.h"
 
 #include <algorithm>
+#include <iostream>
+#include <memory>
 
 #include "address_text.h"
 #include "command_line.h"
@@ -175,50 +177,63 @@ exit_status range_convert(const std::string &file, std::ostream &out) {
 
 // --- the command line ---
 
-static void add_range_list(CLI::App &range, chosen_action &chosen) {
-    auto arguments = std::make_shared<range_list_arguments>();
-    CLI::App *command = range.add_subcommand("list", "Show the ranges of a file");
-    command->add_option("FILE", arguments->file, "A range file")->required();
-    command->add_flag("--json", arguments->json, "Write a JSON array");
-    on_choice(command, chosen, arguments, range_list);
+static command show_command() {
+    auto to = std::make_shared<range_list_arguments>();
+    return {
+        .name = "list",
+        .description = "Show the ranges of a file",
+        .options = {{"FILE", &to->file, "A range file"},
+                    {"--json", &to->json, "Write a JSON array"}},
+        .run = [to] { return range_list(*to, std::cout); },
+    };
 }
 
-static CLI::App *
-add_range_edit(CLI::App &range, chosen_action &chosen, const char *name, const char *description,
-               std::shared_ptr<range_edit_arguments> arguments,
-               exit_status (*action)(const range_edit_arguments &, std::ostream &)) {
-    CLI::App *command = range.add_subcommand(name, description);
-    command->add_option("FILE", arguments->file, "A range file")->required();
-    command
-        ->add_option("LOW", arguments->low,
-                     "The first address, or a network as in 192.0.2.0/24 (without HIGH)")
-        ->required();
-    command->add_option("HIGH", arguments->high, "The last address; the same as LOW without it");
-    on_choice(command, chosen, arguments, action);
-    return command;
+static std::vector<option> edit_options(range_edit_arguments *to) {
+    return {
+        {"FILE", &to->file, "A range file"},
+        {"LOW", &to->low, "The first address, or a network as in 192.0.2.0/24 (without HIGH)"},
+        {"HIGH", &to->high, "The last address; the same as LOW without it", {.required = false}}};
 }
 
-static void add_range_convert(CLI::App &range, chosen_action &chosen) {
+static command add_command() {
+    auto to = std::make_shared<range_edit_arguments>();
+    std::vector<option> options = edit_options(to.get());
+    options.push_back(
+        {"--comment", &to->comment, "The range's comment; replaces that of a range that is there"});
+    return {
+        .name = "add",
+        .description = "Add a range to a file, which is made when missing",
+        .options = std::move(options),
+        .run = [to] { return range_add(*to, std::cout); },
+    };
+}
+
+static command del_command() {
+    auto to = std::make_shared<range_edit_arguments>();
+    return {
+        .name = "del",
+        .description = "Remove a range from a file",
+        .options = edit_options(to.get()),
+        .run = [to] { return range_del(*to, std::cout); },
+    };
+}
+
+static command convert_command() {
     auto file = std::make_shared<std::string>();
-    CLI::App *command =
-        range.add_subcommand("convert", "Rewrite a file of the legacy version in the current one");
-    command->add_option("FILE", *file, "A range file")->required();
-    on_choice(command, chosen, file, range_convert);
+    return {
+        .name = "convert",
+        .description = "Rewrite a file of the legacy version in the current one",
+        .options = {{"FILE", file.get(), "A range file"}},
+        .run = [file] { return range_convert(*file, std::cout); },
+    };
 }
 
-void add_range_commands(CLI::App &program, chosen_action &chosen) {
-    CLI::App *range =
-        program.add_subcommand("range", "Show and edit range files (exempt_ips.range and such)");
-    range->require_subcommand(1);
-    add_range_list(*range, chosen);
-    auto added = std::make_shared<range_edit_arguments>();
-    add_range_edit(*range, chosen, "add", "Add a range to a file, which is made when missing",
-                   added, range_add)
-        ->add_option("--comment", added->comment,
-                     "The range's comment; replaces that of a range that is there");
-    add_range_edit(*range, chosen, "del", "Remove a range from a file",
-                   std::make_shared<range_edit_arguments>(), range_del);
-    add_range_convert(*range, chosen);
+command range_command() {
+    return {
+        .name = "range",
+        .description = "Show and edit range files (exempt_ips.range and such)",
+        .subcommands = {show_command(), add_command(), del_command(), convert_command()},
+    };
 }
 
 } // namespace quillfence::data_tool

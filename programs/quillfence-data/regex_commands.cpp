@@ -1,8 +1,8 @@
 // The subcommands of compiled pattern files.
 #include <cstdio>
+#include <memory>
 
-#include <CLI/CLI.hpp>
-
+#include "command_line.h"
 #include "compiled_file.h"
 #include "data_program.h"
 #include "engine_messages.h"
@@ -111,17 +111,18 @@ exit_status compile(const compile_options &options) {
     return status;
 }
 
-void add_compile(CLI::App &regex, chosen_action &chosen) {
+command compile_command() {
     auto options = std::make_shared<compile_options>();
-    CLI::App *command = regex.add_subcommand("compile", "Compile a list of patterns");
-    command->add_option("PATTERNS", options->patterns, "The list; - for standard input")
-        ->required();
-    command->add_option("OUT", options->out, "The compiled pattern file to write")->required();
-    command->add_flag("--keep-going", options->keep_going,
-                      "Leave wrong lines out and write the others");
-    command->add_flag("--no-lines", options->no_lines,
-                      "Do not write OUT.lines, which tells each expression's line of the list");
-    command->footer(R"(Lines of the list:
+    return {
+        .name = "compile",
+        .description = "Compile a list of patterns",
+        .options = {{"PATTERNS", &options->patterns, "The list; - for standard input"},
+                    {"OUT", &options->out, "The compiled pattern file to write"},
+                    {"--keep-going", &options->keep_going,
+                     "Leave wrong lines out and write the others"},
+                    {"--no-lines", &options->no_lines,
+                     "Do not write OUT.lines, which tells each expression's line of the list"}},
+        .footer = R"(Lines of the list:
   # ...                   a comment; blank lines are skipped too
   /pattern/flags ACTION   as mail servers keep them; / is the only delimiter, the
                           action is ignored, and so are lines behind it that begin
@@ -132,8 +133,9 @@ Lines "if /.../", "endif" and "!/.../" are errors. A pattern that begins with a 
 or a number sign is written with a backslash in front of it.
 
 All wrong lines are reported in one run as file:line: error: what is wrong. When there
-is one nothing is written, or with --keep-going everything else (exit status 3).)");
-    command->callback([options, &chosen] { chosen = [options] { return compile(*options); }; });
+is one nothing is written, or with --keep-going everything else (exit status 3).)",
+        .run = [options] { return compile(*options); },
+    };
 }
 
 // --- dump ---
@@ -172,16 +174,18 @@ exit_status dump(const std::string &path) {
     return status;
 }
 
-void add_dump(CLI::App &regex, chosen_action &chosen) {
+command dump_command() {
     auto path = std::make_shared<std::string>();
-    CLI::App *command =
-        regex.add_subcommand("dump", "Print the patterns of a compiled pattern file");
-    command->add_option("FILE", *path, "The compiled pattern file")->required();
-    command->footer(
-        R"(One pattern a line, in the order of the file. Compiling them gives the same nodes.
+    return {
+        .name = "dump",
+        .description = "Print the patterns of a compiled pattern file",
+        .options = {{"FILE", path.get(), "The compiled pattern file"}},
+        .footer =
+            R"(One pattern a line, in the order of the file. Compiling them gives the same nodes.
 What no pattern can give, such as damaged nodes, becomes a comment with the reason and
-the nodes (exit status 3).)");
-    command->callback([path, &chosen] { chosen = [path] { return dump(*path); }; });
+the nodes (exit status 3).)",
+        .run = [path] { return dump(*path); },
+    };
 }
 
 // --- test ---
@@ -265,33 +269,33 @@ exit_status test(const test_options &options) {
     return list.damaged ? exit_status::partly : all_matched ? exit_status::done : exit_status::no;
 }
 
-void add_test(CLI::App &regex, chosen_action &chosen) {
+command test_command() {
     auto options = std::make_shared<test_options>();
-    CLI::App *command = regex.add_subcommand("test", "Show which expression matches a name");
-    command->add_option("FILE", options->file, "The compiled pattern file")->required();
-    command
-        ->add_option("NAME", options->names,
-                     "Host names or addresses; - reads them from "
-                     "standard input, one a line")
-        ->required();
-    command->add_flag("--all", options->all, "Show every expression that matches, not the first");
-    command->footer(
-        R"(For each name the number of the expression and its pattern, and the steps that its
+    return {
+        .name = "test",
+        .description = "Show which expression matches a name",
+        .options = {{"FILE", &options->file, "The compiled pattern file"},
+                    {"NAME", &options->names,
+                     "Host names or addresses; - reads them from standard input, one a line"},
+                    {"--all", &options->all, "Show every expression that matches, not the first"}},
+        .footer =
+            R"(For each name the number of the expression and its pattern, and the steps that its
 match took and all up to it together; a match may take 50 million.
 
 Exit status 1 when a name matches nothing, 3 when damaged expressions had to be left
-out.)");
-    command->callback([options, &chosen] { chosen = [options] { return test(*options); }; });
+out.)",
+        .run = [options] { return test(*options); },
+    };
 }
 
 } // namespace
 
-void add_regex_commands(CLI::App &program, chosen_action &chosen) {
-    CLI::App *regex = program.add_subcommand("regex", "Compiled pattern files (.cregexes)");
-    regex->require_subcommand(1);
-    add_compile(*regex, chosen);
-    add_dump(*regex, chosen);
-    add_test(*regex, chosen);
+command regex_command() {
+    return {
+        .name = "regex",
+        .description = "Compiled pattern files (.cregexes)",
+        .subcommands = {compile_command(), dump_command(), test_command()},
+    };
 }
 
 } // namespace quillfence::data_tool

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <iostream>
+#include <memory>
 #include <tuple>
 
 #include "command_line.h"
@@ -131,20 +133,21 @@ exit_status verify(const verify_arguments &arguments, std::ostream &out) {
 
 // --- the command line ---
 
-void add_verify_command(CLI::App &program, chosen_action &chosen) {
-    CLI::App *command = program.add_subcommand("verify", "Look all files of a configuration over");
-    auto arguments = std::make_shared<verify_arguments>();
-    command
-        ->add_option("BASEDIR", arguments->base,
-                     "The server's c:/quillfence, or a copy of it; nothing in it is changed")
-        ->required();
-    command->add_flag("--json", arguments->json, "Write a JSON object");
-    command->footer(R"(One finding a line, as file:line: severity: text:
+command verify_command() {
+    auto to = std::make_shared<verify_arguments>();
+    return {
+        .name = "verify",
+        .description = "Look all files of a configuration over",
+        .options = {{"BASEDIR", &to->base,
+                     "The server's c:/quillfence, or a copy of it; nothing in it is changed"},
+                    {"--json", &to->json, "Write a JSON object"}},
+        .footer = R"(One finding a line, as file:line: severity: text:
   error    the file or line does not do what it is there for
   warning  redundant, contradictory, or probably meant differently
   info     worth knowing
-Exit status 1 when there is an error or a warning.)");
-    on_choice(command, chosen, arguments, verify);
+Exit status 1 when there is an error or a warning.)",
+        .run = [to] { return verify(*to, std::cout); },
+    };
 }
 
 } // namespace quillfence::data_tool

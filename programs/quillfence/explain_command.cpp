@@ -204,7 +204,7 @@ static exit_status status_of(const decision::decision_record &record, bool verdi
     return verdict_exit && rejected ? exit_status::no : exit_status::done;
 }
 
-static exit_status explain(const explain_arguments &arguments, std::ostream &) {
+static exit_status explain(const explain_arguments &arguments) {
     const decision::decision_record record = explained(arguments);
     show(arguments, record);
     return status_of(record, arguments.verdict_exit);
@@ -212,152 +212,124 @@ static exit_status explain(const explain_arguments &arguments, std::ostream &) {
 
 // --- the command line ---------------------------------------------------------------------------
 
-// A check whose own words the help leaves out, since the option's description has them.
-static CLI::Validator plain(const CLI::Validator &check) {
-    return check.description("");
-}
-
-static void add_fact_options(CLI::App *command, named_facts *facts) {
-    static constexpr char group[] = "The transaction";
-    const struct {
-        const char *option;
-        const char *type;
-        const char *description;
-        std::optional<std::string> named_facts::*where;
-    } options[] = {
-        {"--ip", "ADDRESS", "The client's address, IPv4 or IPv6", &named_facts::ip},
-        {"--port", "PORT", "The client's port (25)", &named_facts::port},
-        {"--tls", "yes|no", "Whether the session is under TLS (no)", &named_facts::tls},
-        {"--authuser", "USER", "The authenticated user (none)", &named_facts::authuser},
-        {"--mua", "yes|no", "Whether a mail user agent submits to its own server (no)",
-         &named_facts::mua},
-        {"--helo", "NAME", "What the client says in HELO or EHLO", &named_facts::helo},
-        {"--sender", "ADDRESS", "The envelope sender; <> for a bounce", &named_facts::sender},
-        {"--recipient", "ADDRESS", "The envelope recipient", &named_facts::recipient},
+static option_group transaction_options(explain_arguments *to) {
+    named_facts &facts = to->facts;
+    return {
+        "The transaction",
+        {{"--ip", &facts.ip, "The client's address, IPv4 or IPv6", {.value = "ADDRESS"}},
+         {"--port", &facts.port, "The client's port (25)", {.value = "PORT"}},
+         {"--tls", &facts.tls, "Whether the session is under TLS (no)", {.value = "yes|no"}},
+         {"--authuser", &facts.authuser, "The authenticated user (none)", {.value = "USER"}},
+         {"--mua",
+          &facts.mua,
+          "Whether a mail user agent submits to its own server (no)",
+          {.value = "yes|no"}},
+         {"--helo", &facts.helo, "What the client says in HELO or EHLO", {.value = "NAME"}},
+         {"--sender", &facts.sender, "The envelope sender; <> for a bounce", {.value = "ADDRESS"}},
+         {"--recipient", &facts.recipient, "The envelope recipient", {.value = "ADDRESS"}},
+         {"--input",
+          &to->input,
+          "A file with the transaction, - for standard input: a decision record, a policy request "
+          "of Postfix, tab-separated values, a line of a mail log",
+          {.value = "FILE"}},
+         {"--from",
+          &to->from,
+          "The input's format, when its look does not tell: json, policy, tsv, qflog, postfix, "
+          "exim",
+          {.value = "FORMAT"}},
+         {"--number",
+          &to->number,
+          "Which of several transactions, from 1",
+          {.value = "N", .check = at_least(1)}}},
     };
-    for (const auto &each : options) {
-        command->add_option(each.option, facts->*each.where, each.description)
-            ->type_name(each.type)
-            ->group(group);
-    }
 }
 
-static void add_input_options(CLI::App *command, explain_arguments *to) {
-    static constexpr char group[] = "The transaction";
-    command->add_option("VALUES", to->values,
-                        "The replayer's nine values, taken as it takes them: R ip port tls "
-                        "authuser mua helo sender recipient");
-    command
-        ->add_option("--input", to->input,
-                     "A file with the transaction, - for standard input: a decision record, a "
-                     "policy request of Postfix, tab-separated values, a line of a mail log")
-        ->type_name("FILE")
-        ->group(group);
-    command
-        ->add_option("--from", to->from,
-                     "The input's format, when its look does not tell: json, policy, tsv, qflog, "
-                     "postfix, exim")
-        ->type_name("FORMAT")
-        ->group(group);
-    command->add_option("--number", to->number, "Which of several transactions, from 1")
-        ->type_name("N")
-        ->check(plain(CLI::PositiveNumber))
-        ->group(group);
+static option_group configuration_options(explain_arguments *to) {
+    return {
+        "The configuration",
+        {{"--drive-c",
+          &to->drive_c,
+          "The folder that holds the server's quillfence/, or a copy of it",
+          {.value = "DIR"}},
+         {"--registry",
+          &to->registry,
+          "An export of the server's registry (.reg)",
+          {.value = "FILE"}},
+         {"--user-dir",
+          &to->user_dir,
+          "The recipient's own folder of lists; below c: it is looked for in --drive-c",
+          {.value = "DIR"}},
+         {"--with-list",
+          &to->with_list,
+          "What if LIST had this LINE? As in --with-list from_blacklist '*@x.example'",
+          {.value = "LIST LINE", .values_at_once = 2}},
+         {"--without-list",
+          &to->without_list,
+          "What if LIST had no such LINE?",
+          {.value = "LIST LINE", .values_at_once = 2}}},
+    };
 }
 
-static void add_configuration_options(CLI::App *command, explain_arguments *to) {
-    static constexpr char group[] = "The configuration";
-    command
-        ->add_option("--drive-c", to->drive_c,
-                     "The folder that holds the server's quillfence/, or a copy of it")
-        ->type_name("DIR")
-        ->group(group);
-    command->add_option("--registry", to->registry, "An export of the server's registry (.reg)")
-        ->type_name("FILE")
-        ->group(group);
-    command
-        ->add_option("--user-dir", to->user_dir,
-                     "The recipient's own folder of lists; below c: it is looked for in --drive-c")
-        ->type_name("DIR")
-        ->group(group);
-    command
-        ->add_option("--with-list", to->with_list,
-                     "What if LIST had this LINE? As in --with-list from_blacklist '*@x.example'")
-        ->type_name("LIST LINE")
-        ->type_size(2)
-        ->expected(1, -1)
-        ->group(group);
-    command->add_option("--without-list", to->without_list, "What if LIST had no such LINE?")
-        ->type_name("LIST LINE")
-        ->type_size(2)
-        ->expected(1, -1)
-        ->group(group);
+static option_group dns_options(answer_options *to) {
+    return {
+        "The DNS",
+        {{"--dns",
+          &to->dns,
+          "live asks the DNS, off asks nobody (live)",
+          {.value = "live|off", .check = one_of({"live", "off"})}},
+         {"--server",
+          &to->server,
+          "Another DNS server to ask, as address or address:port",
+          {.value = "ADDRESS"}},
+         {"--deadline",
+          &to->deadline,
+          "Seconds for all DNS questions together (10)",
+          {.value = "SECONDS", .check = between(0.001, 3600)}},
+         {"--guards", &to->guards,
+          "Take answers of block lists that list nobody, and refused questions, for failures, as "
+          "the live service does"},
+         {"--ptr",
+          &to->ptr,
+          "A PTR name of the client, in place of the DNS's",
+          {.value = "NAME", .values_at_once = 1}},
+         {"--answer",
+          &to->answers,
+          "An answer in place of the DNS's; as VALUE also NXDOMAIN, SERVFAIL, REFUSED, TIMEOUT, "
+          "NODATA",
+          {.value = "NAME TYPE VALUE", .values_at_once = 3}}},
+    };
 }
 
-static void add_answer_options(CLI::App *command, answer_options *to) {
-    static constexpr char group[] = "The DNS";
-    command->add_option("--dns", to->dns, "live asks the DNS, off asks nobody (live)")
-        ->type_name("live|off")
-        ->check(plain(CLI::IsMember({"live", "off"})))
-        ->group(group);
-    command
-        ->add_option("--server", to->server,
-                     "Another DNS server to ask, as address or address:port")
-        ->type_name("ADDRESS")
-        ->group(group);
-    command->add_option("--deadline", to->deadline, "Seconds for all DNS questions together (10)")
-        ->type_name("SECONDS")
-        ->check(plain(CLI::Range(0.001, 3600.0)))
-        ->group(group);
-    command
-        ->add_flag("--guards", to->guards,
-                   "Take answers of block lists that list nobody, and refused questions, for "
-                   "failures, as the live service does")
-        ->group(group);
-    command->add_option("--ptr", to->ptr, "A PTR name of the client, in place of the DNS's")
-        ->allow_extra_args(false)
-        ->type_name("NAME")
-        ->group(group);
-    command
-        ->add_option("--answer", to->answers,
-                     "An answer in place of the DNS's; as VALUE also NXDOMAIN, SERVFAIL, REFUSED, "
-                     "TIMEOUT, NODATA")
-        ->type_name("NAME TYPE VALUE")
-        ->type_size(3)
-        ->expected(1, -1)
-        ->group(group);
+static option_group output_options(explain_arguments *to) {
+    return {
+        "The answer",
+        {{"--all", &to->all,
+          "Also what the rules behind the decision, and those that are not enabled, would have "
+          "done"},
+         {"--rule", &to->rule, "Everything about one rule", {.value = "NAME"}},
+         {"--json", &to->json, "The decision record as JSON"},
+         {"--html",
+          &to->html,
+          "Also write the answer to this file, as a page to be mailed with a ticket",
+          {.value = "FILE"}},
+         {"--verdict-exit", &to->verdict_exit, "Exit with 1 for a reject"}},
+    };
 }
 
-static void add_output_options(CLI::App *command, explain_arguments *to) {
-    static constexpr char group[] = "The answer";
-    command
-        ->add_flag("--all", to->all,
-                   "Also what the rules behind the decision, and those that are "
-                   "not enabled, would have done")
-        ->group(group);
-    command->add_option("--rule", to->rule, "Everything about one rule")
-        ->type_name("NAME")
-        ->group(group);
-    command->add_flag("--json", to->json, "The decision record as JSON")->group(group);
-    command
-        ->add_option("--html", to->html,
-                     "Also write the answer to this file, as a page to be mailed with a ticket")
-        ->type_name("FILE")
-        ->group(group);
-    command->add_flag("--verdict-exit", to->verdict_exit, "Exit with 1 for a reject")->group(group);
-}
-
-void add_explain_command(CLI::App &program, chosen_action &chosen) {
-    CLI::App *command = program.add_subcommand(
-        "explain", "Explain one transaction: the decision, and why each rule did what it did");
-    auto arguments = std::make_shared<explain_arguments>();
-    add_fact_options(command, &arguments->facts);
-    add_input_options(command, arguments.get());
-    add_configuration_options(command, arguments.get());
-    add_answer_options(command, &arguments->answers);
-    add_output_options(command, arguments.get());
-    command->footer(
-        R"(A fact that is not given is unknown, but for those with a value in parentheses;
+command explain_command() {
+    auto to = std::make_shared<explain_arguments>();
+    return {
+        .name = "explain",
+        .description = "Explain one transaction: the decision, and why each rule did what it did",
+        .options = {{"VALUES",
+                     &to->values,
+                     "The replayer's nine values, taken as it takes them: R ip port tls authuser "
+                     "mua helo sender recipient",
+                     {.required = false}}},
+        .groups = {transaction_options(to.get()), configuration_options(to.get()),
+                   dns_options(&to->answers), output_options(to.get())},
+        .footer =
+            R"(A fact that is not given is unknown, but for those with a value in parentheses;
 a rule that needs an unknown fact is undecided.
 
 Exit status:
@@ -365,8 +337,9 @@ Exit status:
   1  with --verdict-exit: rejected
   2  could not be explained
   3  undecided: a fact or an answer is missing, or something could not be looked
-     at)");
-    on_choice(command, chosen, arguments, explain);
+     at)",
+        .run = [to] { return explain(*to); },
+    };
 }
 
 } // namespace quillfence::programs

@@ -6,7 +6,7 @@
 namespace quillfence::programs {
 
 // Each is defined in the file of its name, explain_command.cpp for one.
-void add_explain_command(CLI::App &program, chosen_action &chosen);
+command explain_command();
 
 // Runs the program; the result is its exit status.
 int run_quillfence(int argc, char **argv);

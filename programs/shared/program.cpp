@@ -5,12 +5,9 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
-#include <memory>
 #include <new>
-#include <sstream>
 
-#include <CLI/CLI.hpp>
-
+#include "command_line.h"
 #include "engine_messages.h"
 #include "line_input.h"
 #include "platform/error_numbers.h"
@@ -23,94 +20,6 @@ namespace quillfence::programs {
 using namespace data_files;
 
 static const char *program_name = "";
-
-namespace {
-
-// Help in two columns, none of its lines longer than 80 characters.
-class help_formatter : public CLI::Formatter {
-  public:
-    help_formatter() {
-        column_width(names_width);
-    }
-    std::string make_option_desc(const CLI::Option *option) const override {
-        return broken(option->get_description());
-    }
-    std::string make_subcommand(const CLI::App *subcommand) const override {
-        std::stringstream out;
-        CLI::detail::format_help(out, subcommand->get_name(), broken(subcommand->get_description()),
-                                 names_width);
-        return out.str();
-    }
-
-  private:
-    static constexpr size_t names_width = 30;
-
-    // CLI11 indents what follows a line feed.
-    static std::string broken(std::string text) {
-        constexpr size_t room = 80 - names_width;
-        for (size_t begin = 0; text.size() - begin > room; ++begin) {
-            const size_t blank = text.rfind(' ', begin + room);
-            if (blank == std::string::npos || blank <= begin) {
-                break;
-            }
-            text[blank] = '\n';
-            begin = blank;
-        }
-        return text;
-    }
-};
-
-} // namespace
-
-// "quillfence-data regex compile": the subcommand that the command line got to.
-static std::string name_reached(const CLI::App &program) {
-    std::string name = program.get_name();
-    const CLI::App *at = &program;
-    for (;;) {
-        const auto below = at->get_subcommands();
-        if (below.empty()) {
-            return name;
-        }
-        at = below.front();
-        name += " " + at->get_name();
-    }
-}
-
-// What is wrong with the command line, and where to read how it is written.
-static std::string usage_error(const CLI::App &program, const CLI::ParseError &error) {
-    const auto not_understood = program.remaining(true);
-    const bool no_such_subcommand =
-        error.get_exit_code() == static_cast<int>(CLI::ExitCodes::RequiredError) &&
-        !not_understood.empty() && std::string(error.what()) == "A subcommand is required";
-    return (no_such_subcommand ? "there is no subcommand \"" + not_understood.front() + "\""
-                               : std::string(error.what())) +
-           "; try \"" + name_reached(program) + " --help\"";
-}
-
-static exit_status parse_and_run(const program_frame &frame, int argc, char **argv) {
-    CLI::App program(frame.description, frame.name);
-    program.formatter(std::make_shared<help_formatter>());
-    program.allow_windows_style_options(false); // /pattern/ and /path are values
-    program.set_version_flag("--version", std::string(frame.name) + " " + QUILLFENCE_VERSION,
-                             "Print the version and exit");
-    program.set_help_flag("-h,--help", "Print this help and exit");
-    program.require_subcommand(1);
-    program.footer(frame.footer);
-    chosen_action chosen;
-    for (const add_commands add : frame.commands) {
-        add(program, chosen);
-    }
-    try {
-        program.parse(argc, argv);
-    } catch (const CLI::ParseError &error) {
-        if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
-            program.exit(error); // prints the help or the version
-            return exit_status::done;
-        }
-        throw failure(usage_error(program, error));
-    }
-    return chosen();
-}
 
 // What was printed must be true, and must have arrived.
 static exit_status finished(exit_status status) {
@@ -186,7 +95,7 @@ void require_directory(const std::string &path, const std::string &advice) {
 
 static exit_status run_or_complain(const program_frame &frame, int argc, char **argv) {
     try {
-        return finished(parse_and_run(frame, argc, argv));
+        return finished(run_command_line(frame, argc, argv));
     } catch (const std::bad_alloc &) {
         throw;
     } catch (const std::exception &what) {

@@ -2,9 +2,8 @@
 // line of subcommands.
 //
 // programs/ is compiled with exceptions and uses the standard library freely; nothing of it is
-// linked into the engine. A subcommand is declared by a function of its own file (an add_commands).
-// The declaration's callback does no work: it stores what shall be done in `chosen`, and that runs
-// when the whole command line has been understood.
+// linked into the engine. A subcommand is declared by a function of its own file that returns a
+// command (command_line.h); what it does runs when the whole command line has been understood.
 #pragma once
 
 #include <cstdint>
@@ -13,10 +12,6 @@
 #include <stdexcept>
 #include <string>
 #include <vector>
-
-namespace CLI {
-class App;
-}
 
 namespace quillfence::programs {
 
@@ -35,14 +30,14 @@ class failure : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-using chosen_action = std::function<exit_status()>;
-using add_commands = void (*)(CLI::App &program, chosen_action &chosen);
+struct command;
+using command_maker = command (*)();
 
 struct program_frame {
     const char *name;
     const char *description;
     const char *footer; // of the help: what the exit statuses mean
-    std::span<const add_commands> commands;
+    std::span<const command_maker> commands;
 };
 
 // Understands the command line, runs what it asks for and returns the exit status. Lines that the

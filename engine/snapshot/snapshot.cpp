@@ -1,0 +1,261 @@
+#include "snapshot.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+#include "configuration.h"
+#include "quillfence-file.h"
+#include "revision.h"
+#include "snapshot_file.h"
+#include "vc_list.h"
+#include "vc_log.h"
+#include "vc_stringutils.h"
+#include "vc_text.h"
+
+namespace quillfence {
+
+static constexpr char module_name[] = "snapshot";
+
+namespace {
+
+// A configuration while it is read.
+struct loading {
+    frozen_files *files;
+    size_t room; // in files->rows
+    snapshot_report *report;
+    bool failed; // no memory, or a change
+};
+
+} // namespace
+
+static void no_memory(loading *l) {
+    QF_ERRNO_AS("snapshot_load", ENOMEM);
+    l->failed = true;
+}
+
+// --- the report ---
+
+static bool keep_unread(snapshot_report *report, const char *path, uint32_t error) {
+    void *const larger =
+        realloc(report->unread, (report->unread_count + 1) * sizeof *report->unread);
+    if (!larger) {
+        return false;
+    }
+    report->unread = static_cast<unread_file *>(larger);
+    char *const copy = strdup(path);
+    if (copy) {
+        report->unread[report->unread_count++] = {copy, error};
+    }
+    return copy;
+}
+
+void snapshot_report_release(snapshot_report *report) {
+    for (size_t i = 0; i < report->unread_count; ++i) {
+        free(report->unread[i].path);
+    }
+    free(report->unread);
+    free(report->changed);
+    *report = {};
+}
+
+static void note_change(loading *l, const char *path) {
+    l->failed = true;
+    l->report->changed = strdup(path);
+    if (!l->report->changed) {
+        no_memory(l);
+    }
+}
+
+// --- rows ---
+
+static void release_row(frozen_file *row) {
+    free(row->path);
+    free(row->bytes);
+}
+
+// Room for one row more.
+static bool make_room(loading *l) {
+    if (l->files->row_count < l->room) {
+        return true;
+    }
+    const size_t room = l->room ? 2 * l->room : 32;
+    void *const larger = realloc(l->files->rows, room * sizeof(frozen_file));
+    if (larger) {
+        l->files->rows = static_cast<frozen_file *>(larger);
+        l->room = room;
+    }
+    return larger;
+}
+
+static frozen_file *find_row(const loading *l, const char *path) {
+    for (size_t i = 0; i < l->files->row_count; ++i) {
+        if (strcmp(l->files->rows[i].path, path) == 0) {
+            return &l->files->rows[i];
+        }
+    }
+    return nullptr;
+}
+
+// Reads a path that may be there already.
+static void read_path(loading *l, const char *path) {
+    if (l->failed || find_row(l, path)) {
+        return;
+    }
+    frozen_file row = {};
+    row.path = strdup(path);
+    if (!row.path || !make_room(l)) {
+        free(row.path);
+        no_memory(l);
+        return;
+    }
+    uint32_t error = 0;
+    const snapshot_reading done = __read_frozen_file(&row, &error);
+    if (done == snapshot_reading::kept) {
+        l->files->rows[l->files->row_count++] = row;
+        return;
+    }
+    if (done == snapshot_reading::changed) {
+        note_change(l, path);
+    } else if (done == snapshot_reading::no_memory ||
+               (error && !keep_unread(l->report, path, error))) {
+        no_memory(l);
+    }
+    release_row(&row);
+}
+
+static void read_in(loading *l, const char *directory, const char *name) {
+    const heap_string path(__build_path(directory, name));
+    if (path) {
+        read_path(l, path.get());
+    } else {
+        l->failed = true;
+    }
+}
+
+// --- what is read ---
+
+static bool decides_something(const configuration_file &file) {
+    switch (file.kind) {
+    case file_kind::other_list:
+    case file_kind::mail_log:
+    case file_kind::daily_counters:
+    case file_kind::hourly_counters:
+        return false;
+    default:
+        return true;
+    }
+}
+
+static bool is_of_users(const configuration_file &file) {
+    return file.kind == file_kind::addresses || file.kind == file_kind::ips ||
+           file.kind == file_kind::ranges;
+}
+
+static void read_catalogue(loading *l, const char *user_dir) {
+    for (const configuration_file &file : configuration_files) {
+        if (decides_something(file)) {
+            read_path(l, file.path);
+        }
+        if (!is_empty(user_dir) && is_of_users(file)) {
+            read_in(l, user_dir, path_in_base(file));
+        }
+    }
+}
+
+// The path at which the lookup finds a map, which joins with "/" whatever stands there; null
+// without memory.
+static char *path_of_map(const char *name) {
+    char *path = nullptr;
+    return vc_asprintf(&path, "%s/%s", quillfence_block_maps_dir, name) < 0 ? nullptr : path;
+}
+
+// Reads the maps that a control file names.
+static void read_named_maps(loading *l, const configuration_file &names, uint32_t *left) {
+    const frozen_file *const row = find_row(l, names.path);
+    if (!row || !row->size) {
+        return;
+    }
+    vc_list_entry *list = nullptr;
+    if (!vc_list_from_string_by_char(&list, row->bytes, row->size, '\n')) {
+        l->failed = true;
+    }
+    for (const vc_list_entry *entry = list; entry && *left && !l->failed; entry = entry->next) {
+        const heap_string path(path_of_map(static_cast<const char *>(entry->data)));
+        if (!path) {
+            no_memory(l);
+            break;
+        }
+        --*left;
+        read_path(l, path.get());
+    }
+    if (list) {
+        vc_destroy_list(&list, free);
+    }
+}
+
+static void read_maps(loading *l) {
+    uint32_t left = most_frozen_maps;
+    for (const configuration_file &file : configuration_files) {
+        if (file.kind == file_kind::map_names && !l->failed) {
+            read_named_maps(l, file, &left);
+        }
+    }
+}
+
+// --- the whole ---
+
+static void compare_again(loading *l) {
+    for (size_t i = 0; i < l->files->row_count && !l->failed; ++i) {
+        if (!__is_as_frozen(&l->files->rows[i])) {
+            note_change(l, l->files->rows[i].path);
+        }
+    }
+}
+
+static void index_rows(loading *l) {
+    frozen_files *const files = l->files;
+    std::sort(
+        files->rows, files->rows + files->row_count,
+        [](const frozen_file &a, const frozen_file &b) { return strcmp(a.path, b.path) < 0; });
+    if (!__set_revision(files) || !index_frozen_files(files)) {
+        no_memory(l);
+    }
+}
+
+frozen_files *snapshot_load(const char *user_dir, snapshot_report *report) {
+    *report = {};
+    auto *const files = static_cast<frozen_files *>(calloc(1, sizeof(frozen_files)));
+    if (!files) {
+        QF_ENOMEM();
+        return nullptr;
+    }
+    loading l = {.files = files, .room = 0, .report = report, .failed = false};
+    read_catalogue(&l, user_dir);
+    read_maps(&l);
+    if (!l.failed) {
+        compare_again(&l);
+    }
+    if (!l.failed) {
+        index_rows(&l);
+    }
+    if (l.failed) {
+        snapshot_free(files);
+        return nullptr;
+    }
+    return files;
+}
+
+void snapshot_free(frozen_files *files) {
+    if (!files) {
+        return;
+    }
+    for (size_t i = 0; i < files->row_count; ++i) {
+        release_row(&files->rows[i]);
+    }
+    free(files->rows);
+    free(files->slots);
+    free(files);
+}
+
+} // namespace quillfence

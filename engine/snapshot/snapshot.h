@@ -1,0 +1,47 @@
+// The configuration read once, for programs that ask it about many transactions: set in a call
+// context (call_context.h), it answers in the files' place, with the same results, evidence and
+// ERROR lines. Nothing in it changes, so that any number of threads may use it at once.
+//
+//     snapshot_report report;
+//     frozen_files *const frozen = snapshot_load(nullptr, &report);
+//     call_context context = {.configuration = frozen};
+//
+// Frozen are the files of the catalogue (configuration.h) that decide something, a user's own
+// lists, and the block maps that the control files name. All else is left to the files: what can't
+// be read, a file above largest_frozen_file, map names behind the first most_frozen_maps; and what
+// the engine asks of others, which are the registry, the mail server's files and the country
+// database.
+#pragma once
+
+#include "frozen_files.h"
+
+namespace quillfence {
+
+inline constexpr uint64_t largest_frozen_file = 64u << 20;
+inline constexpr uint32_t most_frozen_maps = 1000;
+
+struct unread_file {
+    char *path;
+    uint32_t error; // Win32's number
+};
+
+// What there is to say of a loading. Release it also when nothing was loaded.
+struct snapshot_report {
+    unread_file *unread; // what is there and can't be read
+    size_t unread_count;
+    char *changed; // a path that was another one at the end than when it was read; null for none
+};
+
+// Reads the configuration.
+//   user_dir  the recipient's own lists; null for none
+//   report    is filled, whatever it held before
+// Returns what snapshot_free releases. Null when something changed meanwhile, which report->changed
+// names: all files are read a second time and compared. Null, too, without memory (ERROR: ENOMEM).
+// Files that can't be read do not make it null: a program that wants all of them looks at the
+// report.
+frozen_files *snapshot_load(const char *user_dir, snapshot_report *report);
+
+void snapshot_free(frozen_files *files);               // null is accepted
+void snapshot_report_release(snapshot_report *report); // and clears it
+
+} // namespace quillfence

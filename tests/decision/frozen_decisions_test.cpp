@@ -1,0 +1,113 @@
+// With a configuration that was read beforehand, decisions are those of the files: the same record
+// for every configuration and transaction, but for times. Many at random, always the same ones;
+// with QUILLFENCE_PAIRS=1000000 in the environment as many as that.
+#include <cstdlib>
+
+#include "call_watch.h"
+#include "explaining.h"
+#include "odd_world.h"
+#include "owned_snapshot.h"
+#include "record_writer.h"
+
+namespace quillfence::testing {
+namespace {
+
+constexpr unsigned pairs_a_world = 40;
+
+unsigned wanted_pairs() {
+    const char *const said = std::getenv("QUILLFENCE_PAIRS");
+    return said ? static_cast<unsigned>(std::atol(said)) : QF_PAIRS;
+}
+
+// The configuration as it is. Odd names of block maps can't be looked up, and are left to the
+// files.
+owned_snapshot snapshot_now() {
+    snapshot_report report;
+    owned_snapshot loaded(snapshot_load(nullptr, &report));
+    EXPECT_NE(loaded, nullptr);
+    EXPECT_EQ(report.changed, nullptr);
+    snapshot_report_release(&report);
+    return loaded;
+}
+
+class frozen_decisions : public logged_test {
+  protected:
+    frozen_decisions() {
+        quillfence_init();
+    }
+    ~frozen_decisions() override {
+        quillfence_teardown();
+        log.take();
+    }
+    void next_world() {
+        drive_now = random_world(random);
+        dns.emplace();
+        script_world(drive_now, &*dns);
+        write_world(drive_now, drive, registry);
+        if (random() % 4) {
+            make_odd(random, drive, drive_now);
+        }
+    }
+    void choose_options() {
+        options.times = false;
+        options.report = random() % 4 != 0;
+        options.all = random() % 2;
+        options.near_misses = random() % 8 == 0;
+        options.files = random() % 8 == 0;
+    }
+    decision_record explained(const transaction &what, const frozen_files *configuration) {
+        options.configuration = configuration;
+        explain_result result = explain(what, options);
+        EXPECT_EQ(result.failed, nullptr);
+        for (dns_record &answer : result.record.dns) {
+            answer.ms.reset();
+        }
+        return std::move(result.record);
+    }
+    // Both records of a transaction; fails the test where they differ.
+    void compare(const transaction &what, const frozen_files *frozen) {
+        const decision_record by_files = explained(what, nullptr);
+        decision_record by_snapshot = explained(what, frozen);
+        EXPECT_EQ(by_snapshot.config.revision, frozen->revision);
+        by_snapshot.config.revision.clear();
+        if (by_files != by_snapshot) {
+            ADD_FAILURE() << "files:    " << written(by_files)
+                          << "\nsnapshot: " << written(by_snapshot);
+        }
+        log.take();
+        ++kinds[static_cast<size_t>(by_files.decision.by)];
+    }
+    static std::string written(const decision_record &record) {
+        std::string text;
+        write_record(text, record, record_form::whole);
+        return text;
+    }
+
+    drive_c drive;
+    test_registry registry;
+    std::optional<dns_script> dns;
+    random_numbers random{20261122};
+    world drive_now;
+    explain_options options;
+    std::map<size_t, unsigned> kinds; // pairs by what decided
+};
+
+TEST_F(frozen_decisions, are_those_of_the_files) {
+    const unsigned wanted = wanted_pairs();
+    for (unsigned pairs = 0; pairs < wanted && !HasFailure();) {
+        next_world();
+        const owned_snapshot frozen = snapshot_now();
+        ASSERT_NE(frozen, nullptr);
+        for (unsigned i = 0; i < pairs_a_world && !HasFailure(); ++i, ++pairs) {
+            choose_options();
+            compare(random_transaction(random), frozen.get());
+        }
+    }
+    for (const decided_by by : {decided_by::exempt, decided_by::rule, decided_by::block_map,
+                                decided_by::rbl, decided_by::nothing, decided_by::engine_off}) {
+        EXPECT_GE(kinds[static_cast<size_t>(by)], wanted / 2000) << static_cast<int>(by);
+    }
+}
+
+} // namespace
+} // namespace quillfence::testing

@@ -1,0 +1,233 @@
+#include "snapshot.h"
+
+#include "../reliability/engine_drive.h"
+#include "call_context.h"
+#include "call_watch.h"
+#include "configuration.h"
+#include "failing_memory.h"
+#include "file_digest.h"
+#include "owned_snapshot.h"
+#include "platform/error_numbers.h"
+#include "quillfence-file.h"
+#include "quillfence.h"
+#include "vc_file.h"
+#include "vc_text.h"
+
+namespace quillfence::testing {
+namespace {
+
+using platform::error_access_denied;
+
+class snapshot : public drive_test {
+  protected:
+    snapshot() {
+        write_configuration(drive);
+    }
+    ~snapshot() override {
+        snapshot_report_release(&report);
+    }
+    owned_snapshot load(const char *user_dir = nullptr) {
+        snapshot_report_release(&report);
+        return owned_snapshot(snapshot_load(user_dir, &report));
+    }
+    const frozen_file *row(const owned_snapshot &of, const char *path) {
+        return find_frozen_file(of.get(), path);
+    }
+    // What a control file is found to hold by the engine, with nothing read but what is frozen.
+    std::string contents(const char *path) {
+        char *const text = vc_existing_contents(path, nullptr);
+        const std::string copy = text ? text : "<none>";
+        free(text);
+        return copy;
+    }
+    snapshot_report report = {};
+};
+
+TEST_F(snapshot, holds_every_file_that_decides_and_the_named_maps) {
+    const owned_snapshot frozen = load();
+    ASSERT_NE(frozen, nullptr);
+    EXPECT_EQ(report.unread_count, 0u);
+    EXPECT_EQ(report.changed, nullptr);
+    for (const char *path :
+         {"c:/quillfence/from_whitelist", "c:/quillfence/blocked_ips.range",
+          "c:/quillfence/dynaregex/spam.cregexes", "c:/quillfence/control/enabled",
+          "c:/quillfence/control/valid_domain_ips", "c:/quillfence/rbl.enabled",
+          "c:/quillfence/bms//one", "c:/quillfence/bms//two"}) {
+        const frozen_file *const file = row(frozen, path);
+        ASSERT_NE(file, nullptr) << path;
+        EXPECT_EQ(std::string(file->bytes, file->size), drive.read(path)) << path;
+        EXPECT_EQ(file->bytes[file->size], '\0');
+        EXPECT_EQ(file->sha256, data_files::digest_of(drive.read(path))) << path;
+        EXPECT_EQ(file->error, 0u);
+    }
+    EXPECT_EQ(row(frozen, "c:/quillfence/log/qflog"), nullptr);
+    EXPECT_EQ(row(frozen, "c:/quillfence/rl_whitelist.lst"), nullptr);
+    EXPECT_EQ(row(frozen, "c:/quillfence/other"), nullptr);
+}
+
+TEST_F(snapshot, knows_what_is_missing_and_what_is_a_folder) {
+    drive.remove("c:/quillfence/from_whitelist");
+    drive.remove("c:/quillfence/exempt_users");
+    drive.make_folder("c:/quillfence/exempt_users");
+    drive.remove("c:/quillfence/dynaregex");
+    const owned_snapshot frozen = load();
+    ASSERT_NE(frozen, nullptr);
+    EXPECT_EQ(row(frozen, "c:/quillfence/from_whitelist")->error, platform::error_file_not_found);
+    EXPECT_EQ(row(frozen, "c:/quillfence/dynaregex/dyna.cregexes")->error,
+              platform::error_path_not_found);
+    EXPECT_EQ(row(frozen, "c:/quillfence/exempt_users")->bytes, nullptr);
+    drive.write("c:/quillfence/from_whitelist", "late"); // and was not there when it was loaded
+    call_context context = {.configuration = frozen.get()};
+    const call_scope scope(&context);
+    EXPECT_FALSE(vc_file_exists_ex("c:/quillfence/from_whitelist", vc_type_file));
+    EXPECT_FALSE(vc_file_exists_ex("c:/quillfence/exempt_users", vc_type_file));
+    EXPECT_TRUE(vc_file_exists_ex("c:/quillfence/exempt_users", vc_type_directory));
+}
+
+TEST_F(snapshot, answers_without_asking_the_system) {
+    const owned_snapshot frozen = load();
+    drive.write("c:/quillfence/control/enabled", "0"); // counts when it is loaded again
+    call_context context = {.configuration = frozen.get()};
+    const call_scope scope(&context);
+    call_watch watch;
+    EXPECT_TRUE(vc_file_exists_ex("c:/quillfence/control/enabled", vc_type_file));
+    EXPECT_FALSE(vc_file_exists_ex("c:/quillfence/control/enabled", vc_type_directory));
+    EXPECT_EQ(contents("c:/quillfence/control/enabled"), "1\n");
+    EXPECT_TRUE(quillfence_enabled());
+    EXPECT_EQ(vc_file_to_int("c:/quillfence/control", "enabled"), 1);
+    vc_list_entry *names = vc_file_to_list("c:/quillfence/", "bms/lists_to_update");
+    ASSERT_NE(names, nullptr);
+    EXPECT_STREQ(static_cast<const char *>(names->data), "one");
+    vc_destroy_list(&names, free);
+    EXPECT_EQ(watch.take(), lines{});
+}
+
+TEST_F(snapshot, leaves_other_paths_to_the_system) {
+    const owned_snapshot frozen = load();
+    drive.write("c:/quillfence/other", "found");
+    const file_substitute rows[] = {{"C:/Quillfence/control/ENABLED", "c:/quillfence/other"}, {}};
+    call_context context = {.configuration = frozen.get(), .substitutes = rows};
+    const call_scope scope(&context);
+    EXPECT_EQ(contents("c:/quillfence/other"), "found");
+    EXPECT_EQ(contents("c:/quillfence/control/enabled"), "found"); // its substitute
+}
+
+TEST_F(snapshot, takes_a_users_own_lists) {
+    drive.write("c:/users/x/from_whitelist", "*@mine.example\n");
+    const owned_snapshot frozen = load("c:/users/x");
+    ASSERT_NE(row(frozen, "c:/users/x/from_whitelist"), nullptr);
+    EXPECT_EQ(row(frozen, "c:/users/x/exempt_users")->error, platform::error_file_not_found);
+    EXPECT_EQ(row(frozen, "c:/users/x/control/enabled"), nullptr);
+}
+
+TEST_F(snapshot, reads_map_names_as_the_checks_do) {
+    drive.write("c:/quillfence/control/bms.enabled", "one\r\n\nthree");
+    drive.write("c:/quillfence/bms/three", "x");
+    drive.remove("c:/quillfence/bms/lists_to_update");
+    drive.write("c:/quillfence/bms/control/lists_to_update", "four\n");
+    const owned_snapshot frozen = load();
+    ASSERT_NE(frozen, nullptr);
+    EXPECT_EQ(row(frozen, "c:/quillfence/bms//one"), nullptr);
+    EXPECT_NE(row(frozen, "c:/quillfence/bms//one\r"), nullptr);   // a CR is part of a name
+    EXPECT_EQ(row(frozen, "c:/quillfence/bms//")->bytes, nullptr); // a folder
+    EXPECT_NE(row(frozen, "c:/quillfence/bms//three")->bytes, nullptr);
+    EXPECT_EQ(row(frozen, "c:/quillfence/bms//four")->error, platform::error_file_not_found);
+}
+
+TEST_F(snapshot, revision_is_the_digest_of_the_sorted_list_of_files) {
+    drive.remove("c:/quillfence");
+    drive.write("c:/quillfence/rbl.enabled", "b");
+    drive.write("c:/quillfence/control/enabled", "1\n");
+    drive.write("c:/quillfence/not_ours", "1\n");
+    const owned_snapshot frozen = load();
+    ASSERT_NE(frozen, nullptr);
+    const std::string listed = // as sha256sum prints it
+        "4355a46b19d348dc2f57c046f8ef63d4538ebb936000f3c9ee954a27460dd865  "
+        "c:/quillfence/control/enabled\n"
+        "3e23e8160039594a33894f6564e1b1348bbd7a0088d42c4acb73eeaed59c009d  "
+        "c:/quillfence/rbl.enabled\n";
+    EXPECT_EQ(frozen->revision, "sha256:" + data_files::digest_of(listed));
+    drive.write("c:/quillfence/rbl.enabled", "c");
+    EXPECT_STRNE(load()->revision, frozen->revision);
+}
+
+// --- what goes wrong ---
+
+TEST_F(snapshot, what_can_not_be_read_is_told_and_left_to_the_files) {
+    for (const char *call :
+         {"path_attributes", "file_open", "file_size", "file_changed", "file_read"}) {
+        call_watch watch;
+        watch.fail(call, 1, error_access_denied);
+        const owned_snapshot frozen = load();
+        EXPECT_NE(frozen, nullptr) << call;
+        ASSERT_EQ(report.unread_count, 1u) << call;
+        EXPECT_STREQ(report.unread[0].path, "c:/quillfence/control/enabled");
+        EXPECT_EQ(report.unread[0].error, error_access_denied);
+        EXPECT_EQ(row(frozen, "c:/quillfence/control/enabled"), nullptr);
+    }
+    const owned_snapshot frozen = load();
+    EXPECT_EQ(report.unread_count, 0u);
+}
+
+const drive_c *changing_drive;
+std::string changing_path;
+int calls_before_change;
+
+// Writes a file when so many files have been opened.
+uint32_t change_at_opening(const char *call, const char *) {
+    if (std::string(call) == "file_open" && calls_before_change-- == 0) {
+        changing_drive->write(changing_path, "0\n");
+    }
+    return 0;
+}
+
+TEST_F(snapshot, a_change_meanwhile_does_not_load) {
+    changing_drive = &drive;
+    changing_path = "c:/quillfence/control/enabled"; // the first that is read; its size stays
+    unsigned refused = 0;
+    unsigned opened = 0;
+    for (;; ++opened) {
+        drive.write(changing_path, "1\n");
+        calls_before_change = static_cast<int>(opened);
+        platform::set_call_observer(change_at_opening);
+        const owned_snapshot frozen = load();
+        platform::set_call_observer(nullptr);
+        if (calls_before_change >= 0) {
+            break;
+        }
+        if (frozen) { // it was changed before it was first opened, or after it was compared
+            EXPECT_EQ(report.changed, nullptr);
+            EXPECT_STREQ(row(frozen, changing_path.c_str())->bytes, refused ? "1\n" : "0\n");
+        } else {
+            EXPECT_EQ(report.changed, changing_path);
+            ++refused;
+        }
+    }
+    EXPECT_GT(refused, opened / 2 - 2); // the whole first reading, but for its first file
+    EXPECT_GT(refused, 10u);
+}
+
+TEST_F(snapshot, without_memory_nothing_is_loaded_and_nothing_lost) {
+    owned_snapshot loaded;
+    const long before = live_allocations();
+    const unsigned failed = sweep_allocations([&] { loaded = load(); },
+                                              [&](unsigned n) {
+                                                  EXPECT_EQ(loaded, nullptr) << n;
+                                                  snapshot_report_release(&report);
+                                                  EXPECT_EQ(live_allocations(), before) << n;
+                                                  EXPECT_FALSE(log.errors().empty()) << n;
+                                              });
+    EXPECT_NE(loaded, nullptr);
+    EXPECT_GT(failed, 50u);
+}
+
+TEST_F(snapshot, nothing_at_all_is_a_configuration_too) {
+    drive.remove("c:/quillfence");
+    const owned_snapshot frozen = load();
+    ASSERT_NE(frozen, nullptr);
+    EXPECT_EQ(frozen->revision, "sha256:" + data_files::digest_of(""));
+    snapshot_free(nullptr);
+}
+
+} // namespace
+} // namespace quillfence::testing
