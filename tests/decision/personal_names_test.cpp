@@ -1,31 +1,19 @@
-// Expected texts are written with <word> for the pseudonym of a word and {domain} for a domain's.
+// Expected texts are written with <word> for the pseudonym of a word and {domain} for a domain's
+// (expanded.h).
 #include "personal_names.h"
 
-#include <functional>
 #include <vector>
 
 #include <gtest/gtest.h>
+
+#include "expanded.h"
 
 namespace quillfence::testing {
 namespace {
 
 using namespace decision;
 
-const std::string key = "0123456789abcdef";
-
-std::string expanded(std::string_view text) {
-    static pseudonyms names(key);
-    std::string made;
-    while (!text.empty()) {
-        const bool word = text[0] == '<' && text.find('>') != std::string_view::npos;
-        const bool domain = text[0] == '{';
-        const size_t end = word ? text.find('>') : domain ? text.find('}') : 0;
-        const std::string_view inner = text.substr(1, end ? end - 1 : 0);
-        made += word ? names.of(inner) : domain ? names.of_domain(inner) : std::string(1, text[0]);
-        text.remove_prefix(end + 1);
-    }
-    return made;
-}
+const std::string &key = test_key;
 
 personal_names names_of(const std::vector<std::string> &facts, bool domains = false) {
     personal_names names(key, domains);
