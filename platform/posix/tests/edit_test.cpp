@@ -76,6 +76,25 @@ TEST_F(edit_rights, the_temporary_file_has_them_from_the_beginning) {
     replacement_end(&fresh);
 }
 
+// What is for its owner alone is so from the beginning, whatever it replaces.
+TEST_F(edit_rights, of_the_owner) {
+    const mode_t before = umask(0);
+    for (const bool over : {false, true}) {
+        drive.remove(list);
+        if (over) {
+            drive.write(list, "old");
+            ASSERT_EQ(chmod(native(list).c_str(), 0666), 0);
+        }
+        replacement fresh;
+        ASSERT_EQ(replacement_begin(list, ".new", &fresh, file_rights::of_owner), error_none);
+        EXPECT_EQ(mode_of("c:/quillfence/list.new"), 0600u);
+        EXPECT_EQ(replacement_commit(&fresh, nullptr), error_none);
+        replacement_end(&fresh);
+        EXPECT_EQ(mode_of(list), 0600u);
+    }
+    umask(before);
+}
+
 TEST_F(edit_rights, the_owner_is_kept) {
     drive.write(list, "old");
     ASSERT_EQ(chmod(native(list).c_str(), 04640), 0);
