@@ -339,6 +339,23 @@ frozen_files *snapshot_load(const char *user_dir, snapshot_report *report) {
     return files;
 }
 
+static uint64_t size_of_forms(const frozen_file &row) {
+    return (row.list ? frozen_list_size(row.list) : 0) +
+           (row.ranges ? frozen_ranges_size(row.ranges) : 0) +
+           (row.patterns ? frozen_patterns_size(row.patterns) : 0) +
+           (row.declarations ? ksf_index_size(row.declarations) : 0);
+}
+
+uint64_t snapshot_size(const frozen_files *files) {
+    uint64_t size = sizeof *files + files->slot_count * sizeof *files->slots;
+    for (size_t i = 0; i < files->row_count; ++i) {
+        const frozen_file &row = files->rows[i];
+        size += 2 * sizeof row + strlen(row.path) + 1; // there may be room for twice as many rows
+        size += (row.bytes ? row.size + 1 : 0) + size_of_forms(row);
+    }
+    return size;
+}
+
 void snapshot_free(frozen_files *files) {
     if (!files) {
         return;
