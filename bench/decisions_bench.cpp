@@ -14,6 +14,7 @@
 #include <benchmark/benchmark.h>
 
 #include "explain.h"
+#include "pattern_line_files.h"
 #include "platform/dns.h"
 #include "platform/file.h"
 #include "platform/surroundings.h"
@@ -221,13 +222,15 @@ void use_drive(bool big) {
 // --- the benchmarks ---
 
 // Decides all transactions; how many were rejected.
-unsigned decide_all(const std::vector<transaction> &all, const frozen_files *frozen, bool report) {
+unsigned decide_all(const std::vector<transaction> &all, const frozen_files *frozen, bool report,
+                    const decision::pattern_line_files *lines = nullptr) {
     dns_source dns = {.context = nullptr, .ask = answer};
     decision::explain_options options;
     options.report = report;
     options.near_misses = options.files = options.times = false;
     options.dns = &dns;
     options.configuration = frozen;
+    options.pattern_lines = lines;
     unsigned rejected = 0;
     for (const transaction &one : all) {
         const decision::explain_result result = decision::explain(one, options);
@@ -245,11 +248,17 @@ void decisions(benchmark::State &state, bool big, bool beforehand, bool report) 
     snapshot_report problems;
     frozen_files *const frozen = snapshot_load(nullptr, &problems);
     snapshot_report_release(&problems);
-    if (!frozen || decide_all(all, frozen, report) != decide_all(all, nullptr, report)) {
+    if (!frozen) {
+        fail("the configuration can't be loaded");
+    }
+    const decision::pattern_line_files lines(*frozen);
+    const std::vector<transaction> some(all.begin(), all.begin() + 100);
+    if (decide_all(some, frozen, report, &lines) != decide_all(some, nullptr, report)) {
         fail("the two ways decide differently");
     }
     for ([[maybe_unused]] const auto &_ : state) {
-        benchmark::DoNotOptimize(decide_all(all, beforehand ? frozen : nullptr, report));
+        benchmark::DoNotOptimize(beforehand ? decide_all(all, frozen, report, &lines)
+                                            : decide_all(all, nullptr, report));
     }
     state.SetItemsProcessed(state.iterations() * int64_t{transaction_count});
     snapshot_free(frozen);
