@@ -228,7 +228,8 @@ uint32_t path_target(const char *path, char *buffer, size_t size) {
     return error_none;
 }
 
-uint32_t temporary_create(const char *path, const char *like, edit_lock *created) {
+uint32_t temporary_create(const char *path, const char *like, edit_lock *created,
+                          file_rights rights) {
     *created = {};
     system_path resolved;
     system_path model_path;
@@ -243,14 +244,16 @@ uint32_t temporary_create(const char *path, const char *like, edit_lock *created
     if (replaces && !S_ISREG(model.st_mode)) {
         return error_access_denied;
     }
-    const mode_t mode = replaces ? private_file_mode : new_file_mode;
+    const bool takes_over = replaces && rights == file_rights::of_replaced;
+    const mode_t mode =
+        takes_over || rights == file_rights::of_owner ? private_file_mode : new_file_mode;
     int descriptor = -1;
     const int number = lock_in_time(
         [&](int *opened) { return create_and_lock(resolved.text, mode, opened); }, &descriptor);
     if (number != 0) {
         return error_of_errno_for(number, resolved.text);
     }
-    if (replaces && take_over_rights(descriptor, model) != 0) {
+    if (takes_over && take_over_rights(descriptor, model) != 0) {
         const uint32_t error = error_of_errno(errno);
         unlink(resolved.text);
         close(descriptor);

@@ -231,7 +231,8 @@ uint32_t path_target(const char *path, char *buffer, size_t size) {
     return error;
 }
 
-uint32_t temporary_create(const char *path, const char *like, edit_lock *created) {
+uint32_t temporary_create(const char *path, const char *like, edit_lock *created,
+                          file_rights rights) {
     *created = {};
     system_path resolved;
     system_path model;
@@ -248,7 +249,7 @@ uint32_t temporary_create(const char *path, const char *like, edit_lock *created
         return error;
     }
     uint32_t error = create_in_place(resolved.text, &created->file);
-    if (!error && replaces) {
+    if (!error && replaces && rights == file_rights::of_replaced) {
         error = take_over_rights(resolved.text, model.text);
     }
     if (error) {
