@@ -77,7 +77,7 @@ class random_case {
     decision::zone_entry zone_entry() {
         switch (below(6)) {
         case 0:
-            return {one_of({"A", "a"}), "192.0.2.1"};
+            return {"A", "192.0.2.1"};
         case 1:
             return {"MX", one_of({"10 mail.example", "mail.example.", "0 ."})};
         case 2:
@@ -100,7 +100,7 @@ class random_case {
             repeat(3, [&] { one.entries.push_back(zone_entry()); });
             if (one.entries.empty() || below(3) == 0) {
                 const bool alone = one.entries.empty() && random_.some();
-                one.entries.push_back({"", one_of({"TIMEOUT", "SERVFAIL", "refused", "NODATA"})});
+                one.entries.push_back({"", one_of({"TIMEOUT", "SERVFAIL", "REFUSED", "NODATA"})});
                 if (alone) {
                     one.entries[0].data = "NXDOMAIN";
                 }
