@@ -15,6 +15,8 @@ import subprocess
 import sys
 import unittest
 
+sys.dont_write_bytecode = True
+
 from schemas import closed, met, named, words
 
 try:
