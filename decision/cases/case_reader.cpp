@@ -135,7 +135,10 @@ static void read_zone(reading &in, uint32_t node, std::vector<zone_name> *zone) 
     if (!is_object(in, node)) {
         return;
     }
+    const uint32_t count = count_children(in, node);
+    zone->reserve(count);
     std::vector<keyed_name> names;
+    names.reserve(count);
     for_each_child(in, node, [&](uint32_t child) {
         zone_name_reader(in, &zone->emplace_back()).read(child);
         names.emplace_back(dns_sources::name_key(in.document[child].name), child);
