@@ -5,6 +5,7 @@
 
 #include "byte_cursor.h"
 #include "evidence.h"
+#include "frozen_files.h"
 #include "platform/net.h"
 #include "vc_log.h"
 #include "vc_stringutils.h"
@@ -35,18 +36,45 @@ int __bitIsSet(uint8_t byte, uint32_t n) {
     return n <= 7 && (byte & 0x80 >> n);
 }
 
+namespace {
+
+// A map that is asked: what was read beforehand, or an open file.
+struct open_map {
+    const frozen_file *frozen; // null: the file
+    vc_handle file;
+};
+
+} // namespace
+
+static int64_t size_of(const open_map *map) {
+    return static_cast<int64_t>(map->frozen ? map->frozen->size : vc_filesize(map->file));
+}
+
+// As __readBytes.
+static int read_bytes(const open_map *map, uint32_t offset, void *buffer, uint32_t length) {
+    if (!map->frozen) {
+        return __readBytes(map->file, offset, buffer, length);
+    }
+    const uint64_t size = map->frozen->size;
+    if (offset > size || size - offset < length) {
+        return 0;
+    }
+    memcpy(buffer, map->frozen->bytes + offset, length);
+    return 1;
+}
+
 // Reads from a map for a lookup; what is not there to be read is told.
-static int read_map(vc_handle file, uint32_t offset, void *buffer, uint32_t length) {
-    const int read = __readBytes(file, offset, buffer, length);
+static int read_map(const open_map *map, uint32_t offset, void *buffer, uint32_t length) {
+    const int read = read_bytes(map, offset, buffer, length);
     if (!read) {
         tell_failure(nullptr, 0, "the map is cut short or can't be read");
     }
     return read;
 }
 
-static int read_entry(vc_handle file, uint32_t table, uint8_t index, uint32_t *value) {
+static int read_entry(const open_map *map, uint32_t table, uint8_t index, uint32_t *value) {
     unsigned char bytes[entry_size];
-    if (!read_map(file, table + index * entry_size, bytes, sizeof bytes)) {
+    if (!read_map(map, table + index * entry_size, bytes, sizeof bytes)) {
         return 0;
     }
     *value = load_le32(bytes);
@@ -63,14 +91,14 @@ static void report_corrupt_map() {
 }
 
 // The work of lookupMap. *level receives the level that has decided, 0 when none could.
-static int look_up(vc_handle file, uint32_t address, uint32_t *level) {
+static int look_up(const open_map *map, uint32_t address, uint32_t *level) {
     *level = 0;
     uint8_t octet[4]; // a, b, c, d
     memcpy(octet, &address, sizeof octet);
-    const auto size = static_cast<int64_t>(vc_filesize(file));
+    const auto size = size_of(map);
 
     uint32_t level2 = 0;
-    if (!read_entry(file, 0, octet[0], &level2)) {
+    if (!read_entry(map, 0, octet[0], &level2)) {
         return 0;
     }
     if (decides(level2)) {
@@ -82,7 +110,7 @@ static int look_up(vc_handle file, uint32_t address, uint32_t *level) {
         return 0;
     }
     uint32_t bitmap = 0;
-    if (!read_entry(file, level2, octet[1], &bitmap)) {
+    if (!read_entry(map, level2, octet[1], &bitmap)) {
         return 0;
     }
     if (decides(bitmap)) {
@@ -95,7 +123,7 @@ static int look_up(vc_handle file, uint32_t address, uint32_t *level) {
     }
     const uint32_t bit = octet[2] * 256u + octet[3];
     uint8_t byte = 0;
-    if (!read_map(file, bitmap + (bit >> 3), &byte, 1)) {
+    if (!read_map(map, bitmap + (bit >> 3), &byte, 1)) {
         return 0;
     }
     *level = 3;
@@ -107,8 +135,9 @@ int lookupMap(vc_handle file, uint32_t address) {
         QF_ERROR("invalid file handle");
         return 0;
     }
+    const open_map map = {.frozen = nullptr, .file = file};
     uint32_t level = 0;
-    return look_up(file, address, &level);
+    return look_up(&map, address, &level);
 }
 
 // The work of lookupMapFile; the result and what led to it are kept in lookup.
@@ -117,12 +146,18 @@ static void look_up_file(map_lookup *lookup) {
         return;
     }
     lookup->existed = true;
-    const vc_handle file = vc_open_existing(lookup->path);
-    if (file == vc_invalid_handle) {
+    open_map map = {.frozen = frozen_file_of(path_to_read(lookup->path)),
+                    .file = vc_invalid_handle};
+    if (map.frozen && map.frozen->bytes) {
+        lookup->listed = look_up(&map, lookup->address, &lookup->level);
         return;
     }
-    lookup->listed = look_up(file, lookup->address, &lookup->level);
-    vc_close(file);
+    map = {.frozen = nullptr, .file = vc_open_existing(lookup->path)};
+    if (map.file == vc_invalid_handle) {
+        return;
+    }
+    lookup->listed = look_up(&map, lookup->address, &lookup->level);
+    vc_close(map.file);
 }
 
 int lookupMapFile(const char *path, uint32_t address) {

@@ -1,6 +1,5 @@
 #include "file_digest.h"
 
-#include <memory>
 #include <new>
 #include <vector>
 
@@ -9,44 +8,35 @@
 
 namespace quillfence::data_files {
 
-namespace {
+void running_digest::releaser::operator()(platform::sha256_digest *digest) const {
+    platform::sha256_release(digest);
+}
 
-struct releaser {
-    void operator()(platform::sha256_digest *digest) const {
-        platform::sha256_release(digest);
+// What the system refuses is a lack of memory here.
+static void require(bool done) {
+    if (!done) {
+        throw std::bad_alloc();
     }
-};
+}
 
-// A digest on its way; what the system refuses is a lack of memory here.
-class running_digest {
-  public:
-    running_digest() : digest_(platform::sha256_begin()) {
-        require(digest_ != nullptr);
-    }
-    void add(const void *bytes, size_t size) {
-        require(platform::sha256_add(digest_.get(), bytes, size));
-    }
-    std::string text() {
-        static constexpr char digits[] = "0123456789abcdef";
-        unsigned char result[platform::sha256_size];
-        require(platform::sha256_finish(digest_.get(), result));
-        std::string text;
-        for (const unsigned char byte : result) {
-            text += {digits[byte >> 4], digits[byte & 15]};
-        }
-        return text;
-    }
+running_digest::running_digest() : digest_(platform::sha256_begin()) {
+    require(digest_ != nullptr);
+}
 
-  private:
-    static void require(bool done) {
-        if (!done) {
-            throw std::bad_alloc();
-        }
-    }
-    std::unique_ptr<platform::sha256_digest, releaser> digest_;
-};
+void running_digest::add(const void *bytes, size_t size) {
+    require(platform::sha256_add(digest_.get(), bytes, size));
+}
 
-} // namespace
+std::string running_digest::text() {
+    static constexpr char digits[] = "0123456789abcdef";
+    unsigned char result[platform::sha256_size];
+    require(platform::sha256_finish(digest_.get(), result));
+    std::string text;
+    for (const unsigned char byte : result) {
+        text += {digits[byte >> 4], digits[byte & 15]};
+    }
+    return text;
+}
 
 std::string digest_of(std::string_view bytes) {
     running_digest digest;

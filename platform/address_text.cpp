@@ -6,26 +6,24 @@
 
 namespace quillfence::platform {
 
-namespace {
+static constexpr int group_count = 8;
+static constexpr size_t longest_ipv6_text = 45; // "ffff:...:ffff:255.255.255.255" of eight groups
 
-constexpr int group_count = 8;
-constexpr size_t longest_ipv6_text = 45; // "ffff:...:ffff:255.255.255.255" of eight groups
-
-bool is_digit(char c) {
+static bool is_digit(char c) {
     return c >= '0' && c <= '9';
 }
 
-bool is_hex_digit(char c) {
+static bool is_hex_digit(char c) {
     return is_digit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
 }
 
 // A group of an address: a 16-bit number in network order.
-unsigned group_of(const unsigned char *address, int index) {
+static unsigned group_of(const unsigned char *address, int index) {
     return static_cast<unsigned>(address[2 * index] << 8 | address[2 * index + 1]);
 }
 
 // How many of the leading groups are written in hexadecimal: 6 before a dotted quad, else all 8.
-int hexadecimal_groups(const unsigned char *address) {
+static int hexadecimal_groups(const unsigned char *address) {
     static constexpr unsigned char no_bytes[8] = {};
     const unsigned fifth = group_of(address, 4);
     const unsigned sixth = group_of(address, 5);
@@ -37,13 +35,17 @@ int hexadecimal_groups(const unsigned char *address) {
     return isatap || (in_zero_prefix && has_quad) ? 6 : group_count;
 }
 
+namespace {
+
 struct zero_run {
     int begin;
     int end;
 };
 
+} // namespace
+
 // The longest run of zero groups among the first `groups`, {-1, -1} when none is longer than one.
-zero_run longest_zero_run(const unsigned char *address, int groups) {
+static zero_run longest_zero_run(const unsigned char *address, int groups) {
     zero_run longest = {-1, -1};
     int begin = 0;
     for (int i = 0; i < groups; ++i) {
@@ -55,8 +57,6 @@ zero_run longest_zero_run(const unsigned char *address, int groups) {
     }
     return longest;
 }
-
-} // namespace
 
 bool ipv4_text_is_strict(const char *text) {
     for (int number = 0; number < 4; ++number) {

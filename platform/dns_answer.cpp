@@ -29,20 +29,22 @@ struct record_header {
     uint16_t length; // of the data that follows
 };
 
-constexpr uint16_t flag_response = 0x8000;
-constexpr uint16_t mask_response_code = 0x000F;
-constexpr uint16_t class_internet = 1;
+} // namespace
+
+static constexpr uint16_t flag_response = 0x8000;
+static constexpr uint16_t mask_response_code = 0x000F;
+static constexpr uint16_t class_internet = 1;
 
 // A label's first byte: its length, or the upper part of a pointer to an earlier name.
-constexpr unsigned char mask_pointer = 0xC0;
-constexpr size_t max_wire_name = 255;
+static constexpr unsigned char mask_pointer = 0xC0;
+static constexpr size_t max_wire_name = 255;
 // A name has no more labels than this. Servers write no pointer to a bare pointer, so that there is
 // no need for more jumps, either.
-constexpr unsigned max_jumps = max_wire_name / 2;
+static constexpr unsigned max_jumps = max_wire_name / 2;
 // Every byte of a name may become four characters, and every length byte a dot.
-constexpr size_t name_text_size = 4 * max_wire_name + 1;
+static constexpr size_t name_text_size = 4 * max_wire_name + 1;
 
-void skip(message_reader *in, size_t count) {
+static void skip(message_reader *in, size_t count) {
     if (in->failed || in->size - in->offset < count) {
         in->failed = true;
         return;
@@ -50,19 +52,19 @@ void skip(message_reader *in, size_t count) {
     in->offset += count;
 }
 
-unsigned char take_u8(message_reader *in) {
+static unsigned char take_u8(message_reader *in) {
     const size_t at = in->offset;
     skip(in, 1);
     return in->failed ? static_cast<unsigned char>(0) : in->bytes[at];
 }
 
-uint16_t take_u16(message_reader *in) {
+static uint16_t take_u16(message_reader *in) {
     const unsigned upper = take_u8(in);
     const unsigned lower = take_u8(in);
     return static_cast<uint16_t>(upper << 8 | lower);
 }
 
-message_header take_header(message_reader *in) {
+static message_header take_header(message_reader *in) {
     message_header header{};
     skip(in, 2); // the identifier has done its work
     header.flags = take_u16(in);
@@ -72,7 +74,7 @@ message_header take_header(message_reader *in) {
     return header;
 }
 
-record_header take_record_header(message_reader *in) {
+static record_header take_record_header(message_reader *in) {
     record_header header{};
     header.type = take_u16(in);
     header.record_class = take_u16(in);
@@ -82,7 +84,7 @@ record_header take_record_header(message_reader *in) {
 }
 
 // Moves behind a name without following its pointer.
-void skip_name(message_reader *in) {
+static void skip_name(message_reader *in) {
     while (!in->failed) {
         const unsigned char length = take_u8(in);
         if ((length & mask_pointer) == mask_pointer) {
@@ -100,7 +102,7 @@ void skip_name(message_reader *in) {
 }
 
 // A label's byte as text; returns the place behind it.
-char *write_label_byte(char *text, unsigned char byte) {
+static char *write_label_byte(char *text, unsigned char byte) {
     if (byte == '.' || byte == '\\') {
         *text++ = '\\';
         *text++ = static_cast<char>(byte);
@@ -111,7 +113,7 @@ char *write_label_byte(char *text, unsigned char byte) {
 
 // The name at the reader's place, pointers followed, as text of at most name_text_size bytes.
 // Each jump must lead in front of the part that it leaves, so that there is an end.
-void expand_name(message_reader in, bool *failed, char *text) {
+static void expand_name(message_reader in, bool *failed, char *text) {
     char *end = text;
     size_t part_start = in.offset;
     size_t wire_length = 1;
@@ -148,7 +150,7 @@ void expand_name(message_reader in, bool *failed, char *text) {
 }
 
 // The name that takes up the whole of a record's data, which ends at an offset; without final dot.
-bool read_name(const message_reader &data, size_t end, char *text) {
+static bool read_name(const message_reader &data, size_t end, char *text) {
     message_reader behind = data;
     skip_name(&behind);
     bool failed = false;
@@ -158,24 +160,25 @@ bool read_name(const message_reader &data, size_t end, char *text) {
 
 // --- records as text ---
 
-bool write_address(message_reader data, char *text, size_t size) {
+static bool write_address(message_reader data, char *text, size_t size) {
     const unsigned char *const bytes = data.bytes + data.offset;
     return format_text(text, size, "%d.%d.%d.%d", bytes[0], bytes[1], bytes[2], bytes[3]) > 0;
 }
 
-bool write_name_data(const message_reader &data, size_t end, char *text, size_t size) {
+static bool write_name_data(const message_reader &data, size_t end, char *text, size_t size) {
     char name[name_text_size];
     return read_name(data, end, name) && format_text(text, size, "%s.", name) > 0;
 }
 
-bool write_exchanger(message_reader data, size_t end, char *text, size_t size) {
+static bool write_exchanger(message_reader data, size_t end, char *text, size_t size) {
     const int preference = take_u16(&data);
     char name[name_text_size];
     return read_name(data, end, name) && format_text(text, size, "%d %s.", preference, name) > 0;
 }
 
 // The data in its type's own form; false when it has none or is not in it.
-bool write_data(uint16_t type, const message_reader &data, size_t end, char *text, size_t size) {
+static bool write_data(uint16_t type, const message_reader &data, size_t end, char *text,
+                       size_t size) {
     const size_t length = end - data.offset;
     switch (type) {
     case dns_type_a:
@@ -194,7 +197,7 @@ bool write_data(uint16_t type, const message_reader &data, size_t end, char *tex
 }
 
 // The form of RFC 3597 for any data.
-void write_unknown_data(const message_reader &data, size_t end, char *text, size_t size) {
+static void write_unknown_data(const message_reader &data, size_t end, char *text, size_t size) {
     const size_t length = end - data.offset;
     int used = format_text(text, size, "\\# %zu%s", length, length ? " " : "");
     for (size_t i = 0; i < length && i < dns_detail_data_max; ++i) {
@@ -206,8 +209,8 @@ void write_unknown_data(const message_reader &data, size_t end, char *text, size
     }
 }
 
-void detail_record(const record_header &header, const message_reader &data, size_t end,
-                   dns_details *details) {
+static void detail_record(const record_header &header, const message_reader &data, size_t end,
+                          dns_details *details) {
     char text[dns_record_text_size];
     char type[dns_type_name_size];
     const bool internet = header.record_class == class_internet;
@@ -226,7 +229,7 @@ void detail_record(const record_header &header, const message_reader &data, size
 }
 
 // Reads one record of the answer section. 0, 8 or 9502.
-uint32_t take_record(message_reader *in, dns_record **record, dns_details *details) {
+static uint32_t take_record(message_reader *in, dns_record **record, dns_details *details) {
     skip_name(in);
     const record_header header = take_record_header(in);
     const message_reader data = *in;
@@ -245,8 +248,6 @@ uint32_t take_record(message_reader *in, dns_record **record, dns_details *detai
     *record = dns_new_record(header.type, has_target ? text : nullptr);
     return *record ? error_none : error_not_enough_memory;
 }
-
-} // namespace
 
 uint32_t read_dns_answer(const void *message, size_t size, dns_record **records,
                          dns_details *details) {

@@ -15,10 +15,8 @@ struct exported_registry_key {
     exported_key content;
 };
 
-namespace {
-
 // Error 2 when no export is named, or it is missing.
-uint32_t open_export(bool to_change, export_file *opened) {
+static uint32_t open_export(bool to_change, export_file *opened) {
     *opened = {invalid_file, nullptr, 0};
     const char *what = nullptr;
     const char *const name = registry_export_name(&what);
@@ -27,7 +25,7 @@ uint32_t open_export(bool to_change, export_file *opened) {
 }
 
 // Tells the administrator what is wrong with the export that he named.
-void complain_of_export(uint32_t error) {
+static void complain_of_export(uint32_t error) {
     const char *what = nullptr;
     const char *const name = registry_export_name(&what);
     if (name) {
@@ -38,12 +36,12 @@ void complain_of_export(uint32_t error) {
     }
 }
 
-bool is_missing(uint32_t error) {
+static bool is_missing(uint32_t error) {
     return error == error_file_not_found || error == error_path_not_found;
 }
 
 // What the export says about the key now. A missing export is an empty registry.
-uint32_t read_key(const char *path, exported_key *content, bool may_be_missing) {
+static uint32_t read_key(const char *path, exported_key *content, bool may_be_missing) {
     *content = {};
     export_file file;
     uint32_t error = open_export(false, &file);
@@ -62,8 +60,8 @@ uint32_t read_key(const char *path, exported_key *content, bool may_be_missing) 
 }
 
 // Appends a change behind the bytes of the open export, while nobody else appends.
-uint32_t append_change(export_file *file, const char *path, export_change change,
-                       const exported_value *value) {
+static uint32_t append_change(export_file *file, const char *path, export_change change,
+                              const exported_value *value) {
     if (const uint32_t failure = export_file_lock(file)) {
         return failure;
     }
@@ -82,7 +80,7 @@ uint32_t append_change(export_file *file, const char *path, export_change change
 }
 
 // Appends a change to the export, which is made when missing.
-uint32_t change_export(const char *path, export_change change, const exported_value *value) {
+static uint32_t change_export(const char *path, export_change change, const exported_value *value) {
     const char *what = nullptr;
     if (!registry_export_name(&what)) {
         return error_access_denied;
@@ -97,7 +95,7 @@ uint32_t change_export(const char *path, export_change change, const exported_va
 }
 
 // A key record with its path; null without memory.
-exported_registry_key *new_key(registry_root root, const char *path, uint32_t access) {
+static exported_registry_key *new_key(registry_root root, const char *path, uint32_t access) {
     auto *const made =
         static_cast<exported_registry_key *>(calloc(1, sizeof(exported_registry_key)));
     if (!made) {
@@ -113,7 +111,7 @@ exported_registry_key *new_key(registry_root root, const char *path, uint32_t ac
 }
 
 // Opens the key; one that is missing is made where that is wanted.
-uint32_t open_or_create(exported_registry_key *key, bool create) {
+static uint32_t open_or_create(exported_registry_key *key, bool create) {
     if (const uint32_t failure = read_key(key->path, &key->content, create)) {
         return failure;
     }
@@ -129,14 +127,12 @@ uint32_t open_or_create(exported_registry_key *key, bool create) {
 }
 
 // Whether the key may be used so.
-uint32_t check_access(const exported_registry_key *key, uint32_t needed) {
+static uint32_t check_access(const exported_registry_key *key, uint32_t needed) {
     if (!key) {
         return error_invalid_handle;
     }
     return key->access & needed ? error_none : error_access_denied;
 }
-
-} // namespace
 
 uint32_t export_key_open(registry_root root, const char *path, uint32_t access, bool create,
                          exported_registry_key **opened) {

@@ -8,7 +8,8 @@
 
 namespace quillfence::platform {
 
-uint32_t replacement_begin(const char *path, const char *ending, replacement *begun) {
+uint32_t replacement_begin(const char *path, const char *ending, replacement *begun,
+                           file_rights rights) {
     begun->lock = {};
     if (const uint32_t error = path_target(path, begun->path, sizeof begun->path)) {
         return error;
@@ -16,7 +17,7 @@ uint32_t replacement_begin(const char *path, const char *ending, replacement *be
     if (format_text(begun->temporary, sizeof begun->temporary, "%s%s", begun->path, ending) < 0) {
         return error_filename_too_long;
     }
-    return temporary_create(begun->temporary, begun->path, &begun->lock);
+    return temporary_create(begun->temporary, begun->path, &begun->lock, rights);
 }
 
 uint32_t replacement_commit(replacement *whole, edit_lock *held) {

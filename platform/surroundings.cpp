@@ -12,10 +12,13 @@ struct chosen_path {
     bool is_chosen;
     char text[4096];
 };
-chosen_path root_of_drive;
-chosen_path export_of_registry;
 
-uint32_t choose(const char *path, chosen_path *chosen) {
+} // namespace
+
+static chosen_path root_of_drive;
+static chosen_path export_of_registry;
+
+static uint32_t choose(const char *path, chosen_path *chosen) {
     if (!path) {
         chosen->is_chosen = false;
         return error_none;
@@ -31,11 +34,9 @@ uint32_t choose(const char *path, chosen_path *chosen) {
     return error_none;
 }
 
-const char *text_of(const chosen_path &chosen) {
+static const char *text_of(const chosen_path &chosen) {
     return chosen.is_chosen ? chosen.text : nullptr;
 }
-
-} // namespace
 
 uint32_t set_drive_root(const char *directory) {
     return choose(directory, &root_of_drive);

@@ -20,10 +20,6 @@ static uint32_t line_at(std::string_view text, size_t offset) {
         1 + std::count(begin, begin + static_cast<std::ptrdiff_t>(offset), '\n'));
 }
 
-static bool is_container(const json_node &node) {
-    return node.is == json_kind::array || node.is == json_kind::object;
-}
-
 static bool by_length_first(std::string_view left, std::string_view right) {
     return left.size() != right.size() ? left.size() < right.size() : left < right;
 }
@@ -387,14 +383,25 @@ std::string json_document::path_of(uint32_t node) const {
     return path;
 }
 
-std::string json_document::compact(uint32_t node) const {
-    const std::string_view whole = text_.substr(offsets_[node]);
-    if (nodes_[node].is != json_kind::text && !is_container(nodes_[node])) {
-        return std::string(nodes_[node].text);
+// The size of the text that a document goes on with, quotes included.
+static size_t quoted_size(std::string_view rest) {
+    size_t at = 1;
+    while (rest[at] != '"') {
+        at += rest[at] == '\\' ? 2u : 1u;
     }
+    return at + 1;
+}
+
+std::string_view json_document::raw(uint32_t node) const {
+    const std::string_view rest = text_.substr(offsets_[node]);
+    return rest.substr(0, nodes_[node].is == json_kind::text ? quoted_size(rest)
+                                                             : nodes_[node].text.size());
+}
+
+std::string json_document::compact(uint32_t node) const {
+    const std::string_view whole = raw(node);
     std::string shown;
     bool quoted = false;
-    int depth = 0;
     for (size_t i = 0; i < whole.size(); ++i) {
         const char c = whole[i];
         if (quoted || !is_white(c)) {
@@ -405,10 +412,6 @@ std::string json_document::compact(uint32_t node) const {
             continue;
         }
         quoted = quoted != (c == '"');
-        depth += quoted ? 0 : (c == '{' || c == '[') - (c == '}' || c == ']');
-        if (!quoted && depth == 0) {
-            break;
-        }
     }
     return shown;
 }

@@ -67,6 +67,9 @@ class json_document {
     uint32_t line_of(uint32_t node) const;
     std::string path_of(uint32_t node) const;
 
+    // The value as it stands in the text, with its quotes or brackets.
+    std::string_view raw(uint32_t node) const;
+
     // The value as JSON on one line, without white space.
     std::string compact(uint32_t node) const;
 

@@ -9,6 +9,8 @@ namespace quillfence {
 
 void begin_lines(line_reader *in, vc_handle file, uint32_t limit, bool crlf_is_lf) {
     in->file = file;
+    in->rest = nullptr;
+    in->rest_size = 0;
     in->limit = limit;
     in->crlf_is_lf = crlf_is_lf;
     in->error = 0;
@@ -18,12 +20,32 @@ void begin_lines(line_reader *in, vc_handle file, uint32_t limit, bool crlf_is_l
     in->borrowed = false;
 }
 
+void begin_lines_of(line_reader *in, const char *bytes, uint64_t size, uint32_t limit,
+                    bool crlf_is_lf) {
+    begin_lines(in, vc_invalid_handle, limit, crlf_is_lf);
+    in->rest = bytes;
+    in->rest_size = size;
+}
+
+static uint32_t take_from_memory(line_reader *in, char *to, uint32_t room) {
+    const auto moved = static_cast<uint32_t>(std::min<uint64_t>(room, in->rest_size));
+    memcpy(to, in->rest, moved);
+    in->rest += moved;
+    in->rest_size -= moved;
+    return moved;
+}
+
 // Reads on behind what is left.
 static void fill(line_reader *in) {
     move_rest_to_front(in->piece, &in->begin, &in->end);
+    char *const to = in->piece + in->end;
+    const uint32_t room = line_piece_size - in->end;
     uint32_t moved = 0;
-    in->error =
-        platform::file_read(in->file, in->piece + in->end, line_piece_size - in->end, &moved);
+    if (in->rest) {
+        moved = take_from_memory(in, to, room);
+    } else {
+        in->error = platform::file_read(in->file, to, room, &moved);
+    }
     in->end += moved;
     in->at_end = in->error || !moved;
 }

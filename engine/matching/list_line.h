@@ -1,9 +1,13 @@
 // What the lines of a list file mean; for the lookup and the editor alike.
 #pragma once
 
+#include <cstdint>
+
 #include "vc_text.h"
 
 namespace quillfence {
+
+inline constexpr uint32_t longest_list_line = 1022; // its LF counted
 
 // The line without its leading white space.
 inline const char *pattern_of_line(const char *line) {

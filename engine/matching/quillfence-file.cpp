@@ -1,13 +1,15 @@
 #include "quillfence-file.h"
 
-#include <array>
 #include <cstdlib>
 #include <cstring>
 
 #include "evidence.h"
 #include "expression_text.h"
+#include "frozen_files.h"
+#include "frozen_list.h"
 #include "line_reader.h"
 #include "list_line.h"
+#include "plain_wildcards.h"
 #include "platform/error_numbers.h"
 #include "tiny_rex.h"
 #include "vc_file.h"
@@ -18,8 +20,6 @@
 namespace quillfence {
 
 static constexpr char module_name[] = "quillfence-file";
-
-static constexpr uint32_t longest_line = 1022; // its LF counted
 
 // --- paths ---
 
@@ -58,16 +58,33 @@ static uint32_t open_for_reading(const char *path, vc_handle *file) {
 
 // --- lookup ---
 
+// A list that is looked through: what was read beforehand, or an open file.
+struct open_list {
+    const frozen_file *frozen; // null: the file
+    vc_handle file;
+};
+
 // Whether the list is there and open now. What is there and does not open is told.
-static bool open_list(const char *path, vc_handle *file) {
+static bool open_for_lookup(const char *path, open_list *list) {
     if (!vc_file_exists_ex(path, vc_type_file)) {
         return false;
     }
-    const uint32_t error = open_for_reading(path, file);
+    list->frozen = frozen_file_of(path_to_read(path));
+    if (list->frozen && list->frozen->bytes) {
+        return true;
+    }
+    list->frozen = nullptr;
+    const uint32_t error = open_for_reading(path, &list->file);
     if (error && error != platform::error_file_not_found) {
         tell_failure(path, error);
     }
     return !error;
+}
+
+static void keep_entry(list_search *search, uint32_t line, const char *pattern) {
+    search->line = line;
+    search->entry = pattern;
+    search->by_wildcard = search->wildcards && strchr(pattern, '*');
 }
 
 // The line that matches, null when there is none. What was looked at is kept in search.
@@ -83,13 +100,57 @@ static const char *find_line(line_reader *in, const char *value, list_matcher ma
         }
         ++search->entries;
         if (matcher(pattern, value) == 0) {
-            search->line = number;
-            search->entry = pattern;
-            search->by_wildcard = search->wildcards && strchr(pattern, '*');
+            keep_entry(search, number, pattern);
             return line;
         }
     }
     return nullptr;
+}
+
+static constexpr char contains_operation[] = "__file_contains_line";
+
+// Tells what was found, and logs the line; null for none.
+static int end_search(const list_search &search, const char *line) {
+    tell(&evidence_sink::searched_list, search);
+    if (line) {
+        QF_DEBUG_AS(contains_operation, "%s(%s, line %d): hit [%s][%s]", contains_operation,
+                    search.path, static_cast<int>(search.line), search.value, line);
+    }
+    return line != nullptr;
+}
+
+// Walks over the lines.
+static int search_lines(line_reader *in, list_matcher matcher, list_search *search) {
+    const char *const line = find_line(in, search->value, matcher, search);
+    search->to_end = !in->error;
+    const int found = end_search(*search, line);
+    if (in->error) {
+        tell_failure(search->path, in->error);
+    }
+    return found;
+}
+
+static int search_file(vc_handle file, list_matcher matcher, list_search *search) {
+    line_reader in;
+    begin_lines(&in, file, longest_list_line, true);
+    const int found = search_lines(&in, matcher, search);
+    platform::file_close(file);
+    return found;
+}
+
+static int search_frozen(const frozen_file *file, list_matcher matcher, list_search *search) {
+    if (!file->list || frozen_list_matcher(file->list) != matcher) {
+        line_reader in;
+        begin_lines_of(&in, file->bytes, file->size, longest_list_line, true);
+        return search_lines(&in, matcher, search);
+    }
+    frozen_line found;
+    const bool is_found = frozen_list_find(file->list, search->value, &found);
+    search->entries = found.entries;
+    if (is_found) {
+        keep_entry(search, found.line, found.pattern);
+    }
+    return end_search(*search, is_found ? found.text : nullptr);
 }
 
 int __file_contains_line(const char *directory, const char *name, const char *value,
@@ -105,26 +166,13 @@ int __file_contains_line(const char *directory, const char *name, const char *va
     }
     list_search search = {
         .path = path.get(), .value = value, .wildcards = matcher == __wildcardmatch};
-    vc_handle file = vc_invalid_handle;
-    search.existed = open_list(path.get(), &file);
+    open_list list = {};
+    search.existed = open_for_lookup(path.get(), &list);
     if (!search.existed) {
-        tell(&evidence_sink::searched_list, search);
-        return 0;
+        return end_search(search, nullptr);
     }
-    line_reader in;
-    begin_lines(&in, file, longest_line, true);
-    const char *const line = find_line(&in, value, matcher, &search);
-    platform::file_close(file);
-    search.to_end = !in.error;
-    tell(&evidence_sink::searched_list, search);
-    if (in.error) {
-        tell_failure(path.get(), in.error);
-    }
-    if (line) {
-        QF_DEBUG("%s(%s, line %d): hit [%s][%s]", __func__, path.get(),
-                 static_cast<int>(search.line), value, line);
-    }
-    return line != nullptr;
+    return list.frozen ? search_frozen(list.frozen, matcher, &search)
+                       : search_file(list.file, matcher, &search);
 }
 
 // --- matchers ---
@@ -146,119 +194,6 @@ int __regexmatch(const char *expression, const char *subject) {
         QF_DEBUG(match_line, subject, expression);
     }
     return matches ? 0 : 1;
-}
-
-// is_plain_in_wildcards of every byte but the star.
-static constexpr auto plain_bytes = [] {
-    std::array<bool, 256> plain{};
-    for (size_t c = 0; c < plain.size(); ++c) {
-        plain[c] = c != '*' && is_plain_in_wildcards(static_cast<char>(c));
-    }
-    return plain;
-}();
-
-static bool is_plain(char c) {
-    return plain_bytes[static_cast<unsigned char>(c)];
-}
-
-static bool same_letter(char a, char b) {
-    return to_lower(a) == to_lower(b);
-}
-
-// For each beginning of the piece the length of its longest border: a shorter beginning that it
-// also ends in.
-static void find_borders(const char *piece, size_t length, uint16_t *borders) {
-    size_t border = 0;
-    borders[0] = 0;
-    for (size_t i = 1; i < length; ++i) {
-        while (border && !same_letter(piece[i], piece[border])) {
-            border = borders[border - 1];
-        }
-        border += same_letter(piece[i], piece[border]);
-        borders[i] = static_cast<uint16_t>(border);
-    }
-}
-
-// Where the first occurrence of a piece in the subject ends; null when there is none. Goes over
-// each once: where a beginning of the piece does not go on, its border may.
-static const char *end_of_piece(const char *piece, size_t length, const char *subject,
-                                const char *subject_end) {
-    uint16_t borders[longest_line];
-    find_borders(piece, length, borders);
-    size_t matched = 0;
-    while (subject != subject_end) {
-        while (matched && !same_letter(piece[matched], *subject)) {
-            matched = borders[matched - 1];
-        }
-        matched += same_letter(piece[matched], *subject);
-        ++subject;
-        if (matched == length) {
-            return subject;
-        }
-    }
-    return nullptr;
-}
-
-// Looks for the pieces between the stars one after another, each as far left as it goes.
-// pattern begins at a star and ends just behind one.
-static bool find_pieces(const char *pattern, const char *pattern_end, const char *subject,
-                        const char *subject_end) {
-    for (;;) {
-        while (pattern != pattern_end && *pattern == '*') {
-            ++pattern;
-        }
-        if (pattern == pattern_end) {
-            return true;
-        }
-        const char *piece_end = pattern;
-        while (*piece_end != '*') {
-            ++piece_end;
-        }
-        const auto length = static_cast<size_t>(piece_end - pattern);
-        subject = end_of_piece(pattern, length, subject, subject_end);
-        if (!subject) {
-            return false;
-        }
-        pattern = piece_end;
-    }
-}
-
-namespace {
-
-enum class plain_answer : uint8_t { fails, matches, not_plain };
-
-} // namespace
-
-// The answer for a pattern of plain bytes and stars, for which no expression need be compiled: a
-// list's wildcard lines nearly all are of this kind. It is exactly what the engine would answer
-// (tests: quillfence-file, shortcut_agrees_with_the_engine). A pattern with operators or bytes that
-// the engine does not compile is not plain, nor is one that no list line has room for.
-static plain_answer match_plain(const char *pattern, const char *subject) {
-    const char *first_star = nullptr;
-    const char *last_star = nullptr;
-    const char *end = pattern;
-    for (; *end; ++end) {
-        if (*end == '*') {
-            first_star = first_star ? first_star : end;
-            last_star = end;
-        } else if (!is_plain(*end)) {
-            return plain_answer::not_plain;
-        }
-    }
-    if (end - pattern > longest_line) {
-        return plain_answer::not_plain;
-    }
-    const auto head = static_cast<size_t>(first_star - pattern);
-    const auto tail = static_cast<size_t>(end - last_star - 1);
-    const size_t length = strlen(subject);
-    if (length < head + tail || !same_letters(pattern, subject, head)) {
-        return plain_answer::fails;
-    }
-    const char *const subject_tail = subject + length - tail;
-    return same_letters(last_star + 1, subject_tail, tail) &&
-                   find_pieces(first_star, last_star + 1, subject + head, subject_tail)
-               ? plain_answer::matches
-               : plain_answer::fails;
 }
 
 int __wildcardmatch(const char *pattern, const char *subject) {
@@ -342,7 +277,7 @@ vc_list_entry *vc_file_to_list(const char *directory, const char *name) {
 // Gives every line to the callback; 0 or the number of the read that failed.
 static uint32_t call_for_lines(vc_handle file, line_callback callback) {
     line_reader in;
-    begin_lines(&in, file, longest_line, true);
+    begin_lines(&in, file, longest_list_line, true);
     uint32_t length = 0;
     while (char *const line = next_line(&in, &length)) {
         size_t kept = strlen(line);

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "frozen_files.h"
 #include "quillfence-iprange.h"
 #include "vc_file.h"
 
@@ -22,6 +23,7 @@ struct range_file {
     vc_handle file;
     ipr_file_header header;
     char *path;
+    const frozen_file *frozen = nullptr; // in place of the file, for a lookup
 };
 
 inline bool is_legacy(const range_file *file) {
@@ -62,7 +64,9 @@ int __write_range_header(const range_file *file);
 
 // Records in order, read in large pieces.
 struct record_reader {
-    vc_handle file; // borrowed
+    vc_handle file;            // borrowed
+    const unsigned char *rest; // in place of the file: records in memory, borrowed
+    uint64_t rest_size;
     uint32_t record_size;
     uint64_t unread; // bytes of records that are still in the file
     uint32_t begin;  // what is read but not yet given out

@@ -3,9 +3,12 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "byte_cursor.h"
 #include "evidence.h"
+#include "frozen_files.h"
+#include "frozen_ranges.h"
 #include "quillfence-iprange-file.h"
 #include "read_ahead.h"
 #include "vc_dns.h"
@@ -170,12 +173,18 @@ int __reset_range_file(range_file *file) {
     return vc_seek(file->file, 0, 0) && vc_truncate(file->file) && __write_range_header(file);
 }
 
-// 1 when a whole header was read, valid or not.
+static uint32_t size_of(const range_file *file) {
+    return file->frozen ? static_cast<uint32_t>(file->frozen->size) : vc_filesize(file->file);
+}
+
+// 1 when a whole header was read, valid or not. Of a frozen file it is there.
 static int read_header(range_file *file) {
     unsigned char bytes[range_header_size] = {};
     uint32_t delivered = 0;
-    if (!vc_read_nonblock(file->file, bytes, sizeof bytes, 1, 0, &delivered) ||
-        delivered != sizeof bytes) {
+    if (file->frozen) {
+        memcpy(bytes, file->frozen->bytes, sizeof bytes);
+    } else if (!vc_read_nonblock(file->file, bytes, sizeof bytes, 1, 0, &delivered) ||
+               delivered != sizeof bytes) {
         return 0;
     }
     file->header = {load_le64(bytes), load_le32(bytes + 8), load_le32(bytes + 12)};
@@ -185,7 +194,7 @@ static int read_header(range_file *file) {
 static constexpr char open_operation[] = "__open_range_file";
 
 range_header __look_at_range_header(range_file *file) {
-    if (vc_filesize(file->file) < range_header_size) {
+    if (size_of(file) < range_header_size) {
         return range_header::invalid;
     }
     if (!read_header(file)) {
@@ -195,7 +204,7 @@ range_header __look_at_range_header(range_file *file) {
 }
 
 int __refuse_range_file(const range_file *file) {
-    const uint32_t size = vc_filesize(file->file);
+    const uint32_t size = size_of(file);
     if (!size) {
         QF_DEBUG_AS(open_operation, "zero byte file on non initializing operation");
         return 0;
@@ -222,27 +231,62 @@ static int take_header(range_file *file, bool initialise) {
     return initialise ? __reset_range_file(file) : __refuse_range_file(file);
 }
 
-range_file *__open_range_file(const char *directory, const char *name, int write, int initialise) {
-    const bool initialising = write && initialise;
-    heap_string path(__range_path(directory, name));
-    if (!path) {
-        return nullptr;
-    }
-    if (!initialising && !vc_file_exists_ex(path.get(), vc_type_file)) {
-        tell(&evidence_sink::searched_ranges, {.path = path.get()});
-        return nullptr;
-    }
-    range_file_ptr file(static_cast<range_file *>(calloc(1, sizeof(range_file))));
+// A record of the file at the path, which it takes over, not open yet; null without memory.
+static range_file *new_range_file(heap_string *path) {
+    auto *const file = static_cast<range_file *>(calloc(1, sizeof(range_file)));
     if (!file) {
-        QF_ENOMEM();
+        QF_ERRNO_AS(open_operation, ENOMEM);
         return nullptr;
     }
-    file->path = path.release();
+    file->path = path->release();
+    file->file = vc_invalid_handle;
+    return file;
+}
+
+static bool is_there(const char *path) {
+    if (vc_file_exists_ex(path, vc_type_file)) {
+        return true;
+    }
+    tell(&evidence_sink::searched_ranges, {.path = path});
+    return false;
+}
+
+// The work of __open_range_file; takes the path over, null for none.
+static range_file *open_at(heap_string path, int write, bool initialising) {
+    if (!path || (!initialising && !is_there(path.get()))) {
+        return nullptr;
+    }
+    range_file_ptr file(new_range_file(&path));
+    if (!file) {
+        return nullptr;
+    }
     file->file = write ? vc_open_ex(file->path, write, write, 0) : vc_open_existing(file->path);
     if (file->file == vc_invalid_handle || !take_header(file.get(), initialising)) {
         return nullptr;
     }
     return file.release();
+}
+
+range_file *__open_range_file(const char *directory, const char *name, int write, int initialise) {
+    return open_at(heap_string(__range_path(directory, name)), write, write && initialise);
+}
+
+// The same for a lookup: what was read beforehand, or the file.
+static range_file *open_for_lookup(const char *directory, const char *name) {
+    heap_string path(__range_path(directory, name));
+    const frozen_file *const frozen = path ? frozen_file_of(path_to_read(path.get())) : nullptr;
+    if (!frozen || !frozen->bytes) {
+        return open_at(std::move(path), 0, false);
+    }
+    if (!is_there(path.get())) {
+        return nullptr;
+    }
+    range_file_ptr file(new_range_file(&path));
+    if (!file) {
+        return nullptr;
+    }
+    file->frozen = frozen;
+    return take_header(file.get(), false) ? file.release() : nullptr;
 }
 
 void __close_range_file(range_file *file) {
@@ -260,10 +304,33 @@ void __close_range_file(range_file *file) {
 
 void __begin_records(record_reader *in, vc_handle file, uint32_t record_size, uint32_t count) {
     in->file = file;
+    in->rest = nullptr;
+    in->rest_size = 0;
     in->record_size = record_size;
     in->unread = uint64_t{count} * record_size;
     in->begin = 0;
     in->end = 0;
+}
+
+// The same over the records of a file, frozen or not.
+static void begin_records_of(record_reader *in, const range_file *file) {
+    __begin_records(in, file->file, range_record_size, file->header.count);
+    if (file->frozen) {
+        in->rest = reinterpret_cast<const unsigned char *>(file->frozen->bytes) + range_header_size;
+        in->rest_size = file->frozen->size - range_header_size;
+    }
+}
+
+// As platform::file_read.
+static uint32_t read_piece(record_reader *in, void *to, uint32_t room, uint32_t *moved) {
+    if (!in->rest) {
+        return platform::file_read(in->file, to, room, moved);
+    }
+    *moved = static_cast<uint32_t>(std::min<uint64_t>(room, in->rest_size));
+    memcpy(to, in->rest, *moved);
+    in->rest += *moved;
+    in->rest_size -= *moved;
+    return 0;
 }
 
 // Reads until the piece is full or nothing is left.
@@ -273,7 +340,7 @@ static void fill(record_reader *in) {
         const uint64_t room = std::min<uint64_t>(sizeof in->piece - in->end, in->unread);
         uint32_t moved = 0;
         const uint32_t error =
-            platform::file_read(in->file, in->piece + in->end, static_cast<uint32_t>(room), &moved);
+            read_piece(in, in->piece + in->end, static_cast<uint32_t>(room), &moved);
         if (error) {
             QF_ERROR_AS("__next_record", "Failed to read range records: error code %d",
                         static_cast<int>(error));
@@ -345,7 +412,7 @@ static void keep_record(range_lookup *lookup, const qf_ip_range &range, const un
 static int search_records(const char *operation, const range_file *file, uint32_t address,
                           range_lookup *lookup, char (&comment)[longest_range_comment + 1]) {
     record_reader in;
-    __begin_records(&in, file->file, range_record_size, file->header.count);
+    begin_records_of(&in, file);
     for (uint32_t i = 0; i < file->header.count; ++i) {
         uint32_t size = 0;
         const unsigned char *const record = __next_record(&in, &size);
@@ -370,18 +437,37 @@ static int search_records(const char *operation, const range_file *file, uint32_
     return 0;
 }
 
+// The same by the form of a frozen file.
+static int search_stretches(const range_file *file, uint32_t address, range_lookup *lookup,
+                            char (&comment)[longest_range_comment + 1]) {
+    uint32_t index = 0;
+    if (!frozen_ranges_find(file->frozen->ranges, address, &index)) {
+        lookup->records = file->header.count;
+        return 0;
+    }
+    const uint64_t offset = range_header_size + index * uint64_t{range_record_size};
+    const auto *const record =
+        reinterpret_cast<const unsigned char *>(file->frozen->bytes) + offset;
+    const uint64_t size = std::min<uint64_t>(file->frozen->size - offset, range_record_size);
+    lookup->records = index + 1;
+    keep_record(lookup, __range_of_record(record), record, static_cast<uint32_t>(size), comment);
+    return 1;
+}
+
 int file_contains_ip_range_match(const char *name, const char *address, const char *directory) {
     uint32_t binary = 0;
     if (!__sane_ip(address, &binary)) {
         return 0;
     }
-    const range_file_ptr file(__open_range_file(directory, name, 0, 0));
+    const range_file_ptr file(open_for_lookup(directory, name));
     if (!file) {
         return 0;
     }
     char comment[longest_range_comment + 1];
     range_lookup lookup = {.path = file->path, .value = address, .existed = true};
-    const int contained = search_records(__func__, file.get(), binary, &lookup, comment);
+    const bool indexed = file->frozen && file->frozen->ranges;
+    const int contained = indexed ? search_stretches(file.get(), binary, &lookup, comment)
+                                  : search_records(__func__, file.get(), binary, &lookup, comment);
     tell(&evidence_sink::searched_ranges, lookup);
     return contained;
 }

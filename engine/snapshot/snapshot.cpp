@@ -5,6 +5,8 @@
 #include <cstring>
 
 #include "configuration.h"
+#include "frozen_list.h"
+#include "frozen_ranges.h"
 #include "quillfence-file.h"
 #include "revision.h"
 #include "snapshot_file.h"
@@ -25,6 +27,7 @@ struct loading {
     size_t room; // in files->rows
     snapshot_report *report;
     bool failed; // no memory, or a change
+    uint64_t form_bytes_left;
 };
 
 } // namespace
@@ -70,6 +73,8 @@ static void note_change(loading *l, const char *path) {
 // --- rows ---
 
 static void release_row(frozen_file *row) {
+    frozen_list_free(row->list);
+    frozen_ranges_free(row->ranges);
     free(row->path);
     free(row->bytes);
 }
@@ -203,6 +208,64 @@ static void read_maps(loading *l) {
     }
 }
 
+// --- forms ---
+
+// What forms may take beside the bytes: with those, three times the files' size and 50 MiB, of
+// which two are for the rows.
+static constexpr uint64_t spare_form_bytes = 48u << 20;
+
+// Whether there is room for a form; counts it.
+static bool has_room(loading *l, uint64_t form_size) {
+    const bool fits = form_size <= l->form_bytes_left;
+    l->form_bytes_left -= fits ? form_size : 0;
+    return fits;
+}
+
+static void make_list(loading *l, frozen_file *row, list_matcher matcher) {
+    row->list = frozen_list_make(row->bytes, row->size, matcher);
+    if (!row->list) {
+        no_memory(l);
+    } else if (!has_room(l, frozen_list_size(row->list))) {
+        frozen_list_free(row->list);
+        row->list = nullptr;
+    }
+}
+
+static void make_ranges(loading *l, frozen_file *row) {
+    if (!frozen_ranges_make(row->bytes, row->size, &row->ranges)) {
+        no_memory(l);
+    } else if (row->ranges && !has_room(l, frozen_ranges_size(row->ranges))) {
+        frozen_ranges_free(row->ranges);
+        row->ranges = nullptr;
+    }
+}
+
+static void make_form(loading *l, const configuration_file &file, const char *path) {
+    frozen_file *const row = find_row(l, path);
+    if (!row || !row->bytes || l->failed) {
+        return;
+    }
+    if (is_list(file)) {
+        make_list(l, row, file.matcher);
+    } else if (file.kind == file_kind::ranges) {
+        make_ranges(l, row);
+    }
+}
+
+static void make_forms(loading *l, const char *user_dir) {
+    l->form_bytes_left = spare_form_bytes;
+    for (size_t i = 0; i < l->files->row_count; ++i) {
+        l->form_bytes_left += 2 * l->files->rows[i].size;
+    }
+    for (const configuration_file &file : configuration_files) {
+        make_form(l, file, file.path);
+        if (!is_empty(user_dir) && is_of_users(file) && !l->failed) {
+            const heap_string path(__build_path(user_dir, path_in_base(file)));
+            path ? make_form(l, file, path.get()) : no_memory(l);
+        }
+    }
+}
+
 // --- the whole ---
 
 static void compare_again(loading *l) {
@@ -230,11 +293,15 @@ frozen_files *snapshot_load(const char *user_dir, snapshot_report *report) {
         QF_ENOMEM();
         return nullptr;
     }
-    loading l = {.files = files, .room = 0, .report = report, .failed = false};
+    loading l = {
+        .files = files, .room = 0, .report = report, .failed = false, .form_bytes_left = 0};
     read_catalogue(&l, user_dir);
     read_maps(&l);
     if (!l.failed) {
         compare_again(&l);
+    }
+    if (!l.failed) {
+        make_forms(&l, user_dir);
     }
     if (!l.failed) {
         index_rows(&l);

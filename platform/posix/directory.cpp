@@ -33,21 +33,19 @@ struct directory_listing {
     size_t next;
 };
 
-namespace {
-
-unsigned upper_byte(char c) {
+static unsigned upper_byte(char c) {
     const auto byte = static_cast<unsigned char>(c);
     return byte >= 'a' && byte <= 'z' ? byte - 'a' + 'A' : byte;
 }
 
 // "." and ".." before all other names.
-int rank_of(const char *name) {
+static int rank_of(const char *name) {
     return strcmp(name, ".") == 0 ? 0 : strcmp(name, "..") == 0 ? 1 : 2;
 }
 
 // The order of NTFS: by the upper-cased names; names that differ in case alone, which only a
 // Linux folder can hold, by their bytes.
-int compare_names(const char *one, const char *other) {
+static int compare_names(const char *one, const char *other) {
     if (const int by_rank = rank_of(one) - rank_of(other)) {
         return by_rank;
     }
@@ -60,13 +58,13 @@ int compare_names(const char *one, const char *other) {
     return by_letter ? by_letter : strcmp(one, other);
 }
 
-int compare_listed(const void *one, const void *other) {
+static int compare_listed(const void *one, const void *other) {
     return compare_names((*static_cast<listed_name *const *>(one))->name,
                          (*static_cast<listed_name *const *>(other))->name);
 }
 
 // Some file systems do not say what an entry is, and a link is what it points to.
-uint32_t attributes_of(DIR *directory, const dirent *entry) {
+static uint32_t attributes_of(DIR *directory, const dirent *entry) {
     bool is_directory = entry->d_type == DT_DIR;
     if (entry->d_type == DT_UNKNOWN || entry->d_type == DT_LNK) {
         struct stat found;
@@ -76,7 +74,7 @@ uint32_t attributes_of(DIR *directory, const dirent *entry) {
     return is_directory ? attribute_directory : attribute_normal;
 }
 
-bool make_room(directory_listing *listing) {
+static bool make_room(directory_listing *listing) {
     if (listing->count < listing->capacity) {
         return true;
     }
@@ -90,7 +88,7 @@ bool make_room(directory_listing *listing) {
     return true;
 }
 
-bool add_entry(directory_listing *listing, DIR *directory, const dirent *entry) {
+static bool add_entry(directory_listing *listing, DIR *directory, const dirent *entry) {
     const size_t size = strlen(entry->d_name) + 1;
     if (!make_room(listing)) {
         return false;
@@ -105,7 +103,7 @@ bool add_entry(directory_listing *listing, DIR *directory, const dirent *entry) 
     return true;
 }
 
-uint32_t read_entries(DIR *directory, directory_listing *listing) {
+static uint32_t read_entries(DIR *directory, directory_listing *listing) {
     for (;;) {
         errno = 0;
         const dirent *const entry = readdir(directory);
@@ -118,7 +116,7 @@ uint32_t read_entries(DIR *directory, directory_listing *listing) {
     }
 }
 
-uint32_t error_of_open(int number) {
+static uint32_t error_of_open(int number) {
     switch (number) {
     case ENOENT:
         return error_path_not_found;
@@ -129,12 +127,10 @@ uint32_t error_of_open(int number) {
     }
 }
 
-uint32_t begin_call(const char *call, const char *path, system_path *resolved) {
+static uint32_t begin_call(const char *call, const char *path, system_path *resolved) {
     const uint32_t failure = observe_call(call, path);
     return failure ? failure : resolve_path(path, resolved);
 }
-
-} // namespace
 
 uint32_t directory_open(const char *path, directory_listing **listing) {
     *listing = nullptr;

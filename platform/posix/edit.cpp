@@ -19,18 +19,16 @@
 
 namespace quillfence::platform {
 
-namespace {
-
-constexpr mode_t new_file_mode = 0666;     // less the process's umask
-constexpr mode_t private_file_mode = 0600; // until it has the rights of another file
-constexpr mode_t all_rights = 07777;
-constexpr int most_links = 40; // one behind the other; as many as the system follows
-constexpr int64_t longest_wait = 1'000'000'000; // nanoseconds
-constexpr timespec pause_of_wait = {0, 2'000'000};
+static constexpr mode_t new_file_mode = 0666;     // less the process's umask
+static constexpr mode_t private_file_mode = 0600; // until it has the rights of another file
+static constexpr mode_t all_rights = 07777;
+static constexpr int most_links = 40; // one behind the other; as many as the system follows
+static constexpr int64_t longest_wait = 1'000'000'000; // nanoseconds
+static constexpr timespec pause_of_wait = {0, 2'000'000};
 
 // The path in the letter case that is there: no editor makes a file beside one whose name differs
 // in letter case alone, and all of them lock the same one.
-uint32_t resolve_settled(const char *path, system_path *resolved) {
+static uint32_t resolve_settled(const char *path, system_path *resolved) {
     const uint32_t failure = resolve_path(path, resolved);
     if (!failure) {
         settle_case(resolved);
@@ -38,24 +36,26 @@ uint32_t resolve_settled(const char *path, system_path *resolved) {
     return failure;
 }
 
-uint32_t begin_path_call(const char *call, const char *path, system_path *resolved) {
+static uint32_t begin_path_call(const char *call, const char *path, system_path *resolved) {
     const uint32_t failure = observe_call(call, path);
     return failure ? failure : resolve_settled(path, resolved);
 }
 
-int64_t now() {
+static int64_t now() {
     timespec time;
     clock_gettime(CLOCK_MONOTONIC, &time);
     return int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
 }
 
 // Whether the name leads to the file that is open here.
-bool has_name(int descriptor, const char *name) {
+static bool has_name(int descriptor, const char *name) {
     struct stat open_file;
     struct stat named;
     return fstat(descriptor, &open_file) == 0 && stat(name, &named) == 0 &&
            open_file.st_dev == named.st_dev && open_file.st_ino == named.st_ino;
 }
+
+namespace {
 
 // What an attempt at a lock comes to.
 enum class attempt : uint8_t {
@@ -65,7 +65,9 @@ enum class attempt : uint8_t {
     failed // errno tells
 };
 
-attempt try_lock(int descriptor, const char *name) {
+} // namespace
+
+static attempt try_lock(int descriptor, const char *name) {
     if (flock(descriptor, LOCK_EX | LOCK_NB) != 0) {
         return errno == EWOULDBLOCK || errno == EINTR ? attempt::busy : attempt::failed;
     }
@@ -75,7 +77,7 @@ attempt try_lock(int descriptor, const char *name) {
 // Makes attempts until one succeeds or fails, or somebody else has held the lock for too long: 0 or
 // an errno value. An attempt sets *descriptor, which stays open only when it is locked.
 template <class attempt_type>
-int lock_in_time(attempt_type attempt_once, int *descriptor) {
+static int lock_in_time(attempt_type attempt_once, int *descriptor) {
     const int64_t deadline = now() + longest_wait;
     for (;;) {
         *descriptor = -1;
@@ -96,12 +98,12 @@ int lock_in_time(attempt_type attempt_once, int *descriptor) {
     }
 }
 
-attempt refuse(int number) {
+static attempt refuse(int number) {
     errno = number;
     return attempt::failed;
 }
 
-attempt open_and_lock(const char *name, int creation, int *descriptor) {
+static attempt open_and_lock(const char *name, int creation, int *descriptor) {
     *descriptor = uninterrupted([&] {
         return open(name, O_RDWR | creation | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, new_file_mode);
     });
@@ -113,7 +115,7 @@ attempt open_and_lock(const char *name, int creation, int *descriptor) {
 }
 
 // Deletes a temporary file that nobody holds any more. Never `locked`.
-attempt delete_left_over(const char *name, int *descriptor) {
+static attempt delete_left_over(const char *name, int *descriptor) {
     *descriptor = uninterrupted(
         [&] { return open(name, O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY | O_NONBLOCK); });
     if (*descriptor < 0) {
@@ -128,7 +130,7 @@ attempt delete_left_over(const char *name, int *descriptor) {
     return unlink(name) == 0 ? attempt::again : attempt::failed;
 }
 
-attempt create_and_lock(const char *name, mode_t mode, int *descriptor) {
+static attempt create_and_lock(const char *name, mode_t mode, int *descriptor) {
     *descriptor = uninterrupted(
         [&] { return open(name, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOCTTY, mode); });
     if (*descriptor >= 0) {
@@ -138,7 +140,7 @@ attempt create_and_lock(const char *name, mode_t mode, int *descriptor) {
 }
 
 // Owner and rights; the owner first, as its change takes rights away.
-int take_over_rights(int descriptor, const struct stat &model) {
+static int take_over_rights(int descriptor, const struct stat &model) {
     struct stat own;
     if (fstat(descriptor, &own) != 0) {
         return -1;
@@ -151,7 +153,7 @@ int take_over_rights(int descriptor, const struct stat &model) {
 }
 
 // One link further; the text of a relative link counts from the link's folder. 0 or an errno value.
-int follow_link(char *path, size_t size) {
+static int follow_link(char *path, size_t size) {
     char text[PATH_MAX];
     const ssize_t length = readlink(path, text, sizeof text);
     if (length < 0 || length == ssize_t{sizeof text}) {
@@ -167,18 +169,16 @@ int follow_link(char *path, size_t size) {
     return 0;
 }
 
-bool is_link(const char *path) {
+static bool is_link(const char *path) {
     struct stat found;
     return lstat(path, &found) == 0 && S_ISLNK(found.st_mode);
 }
 
-uint32_t copy_path(const char *path, char *buffer, size_t size) {
+static uint32_t copy_path(const char *path, char *buffer, size_t size) {
     return format_text(buffer, size, "%s", path) < 0
                ? static_cast<uint32_t>(error_filename_too_long)
                : error_none;
 }
-
-} // namespace
 
 uint32_t edit_lock_take(const char *path, disposition when, edit_lock *taken) {
     *taken = {};
@@ -228,7 +228,8 @@ uint32_t path_target(const char *path, char *buffer, size_t size) {
     return error_none;
 }
 
-uint32_t temporary_create(const char *path, const char *like, edit_lock *created) {
+uint32_t temporary_create(const char *path, const char *like, edit_lock *created,
+                          file_rights rights) {
     *created = {};
     system_path resolved;
     system_path model_path;
@@ -243,14 +244,16 @@ uint32_t temporary_create(const char *path, const char *like, edit_lock *created
     if (replaces && !S_ISREG(model.st_mode)) {
         return error_access_denied;
     }
-    const mode_t mode = replaces ? private_file_mode : new_file_mode;
+    const bool takes_over = replaces && rights == file_rights::of_replaced;
+    const mode_t mode =
+        takes_over || rights == file_rights::of_owner ? private_file_mode : new_file_mode;
     int descriptor = -1;
     const int number = lock_in_time(
         [&](int *opened) { return create_and_lock(resolved.text, mode, opened); }, &descriptor);
     if (number != 0) {
         return error_of_errno_for(number, resolved.text);
     }
-    if (replaces && take_over_rights(descriptor, model) != 0) {
+    if (takes_over && take_over_rights(descriptor, model) != 0) {
         const uint32_t error = error_of_errno(errno);
         unlink(resolved.text);
         close(descriptor);

@@ -16,8 +16,10 @@ struct number_pair {
     uint32_t error;
 };
 
+} // namespace
+
 // The first pair of an error is the one that errno_of_error gives back.
-constexpr number_pair pairs[] = {
+static constexpr number_pair pairs[] = {
     {0, error_none},
     {ENOENT, error_file_not_found},
     {ENOTDIR, error_path_not_found},
@@ -51,7 +53,7 @@ constexpr number_pair pairs[] = {
     {ELOOP, error_cannot_resolve_filename},
 };
 
-bool parent_is_directory(const char *path) {
+static bool parent_is_directory(const char *path) {
     size_t length = strlen(path);
     while (length > 0 && path[length - 1] == '/') {
         --length;
@@ -71,8 +73,6 @@ bool parent_is_directory(const char *path) {
     struct stat found;
     return stat(parent, &found) == 0 && S_ISDIR(found.st_mode);
 }
-
-} // namespace
 
 uint32_t error_of_errno(int number) {
     for (const number_pair &pair : pairs) {

@@ -22,9 +22,9 @@ struct event_log {
     file_handle file; // invalid: events go to syslog
 };
 
-namespace {
+static constexpr size_t longest_line = 4096;
 
-constexpr size_t longest_line = 4096;
+namespace {
 
 struct type_row {
     event_type type;
@@ -32,13 +32,15 @@ struct type_row {
     const char *word;
 };
 
-constexpr type_row type_rows[] = {
+} // namespace
+
+static constexpr type_row type_rows[] = {
     {event_type::success, LOG_INFO, "success"},
     {event_type::error, LOG_ERR, "error"},
     {event_type::warning, LOG_WARNING, "warning"},
 };
 
-const type_row &row_of(event_type type) {
+static const type_row &row_of(event_type type) {
     for (const type_row &row : type_rows) {
         if (row.type == type) {
             return row;
@@ -47,7 +49,7 @@ const type_row &row_of(event_type type) {
     return type_rows[0];
 }
 
-uint32_t open_log_file(const char *path, file_handle *file) {
+static uint32_t open_log_file(const char *path, file_handle *file) {
     system_path resolved;
     if (const uint32_t failure = resolve_path(path, &resolved)) {
         return failure;
@@ -61,7 +63,7 @@ uint32_t open_log_file(const char *path, file_handle *file) {
 }
 
 // One write a line, so that the lines of several processes do not mix.
-bool write_line(file_handle file, const char *word, const char *ident, const char *message) {
+static bool write_line(file_handle file, const char *word, const char *ident, const char *message) {
     char line[longest_line];
     if (format_text(line, sizeof line - 1, "%s %s: %s", word, ident, message) < 0) {
         line[sizeof line - 2] = '\0'; // cut
@@ -80,7 +82,7 @@ bool write_line(file_handle file, const char *word, const char *ident, const cha
 
 // The log of the path that the environment names; standard error for "-", and for a file that can't
 // be opened, which is said there.
-file_handle log_of(const char *path, const char *source) {
+static file_handle log_of(const char *path, const char *source) {
     if (strcmp(path, "-") == 0) {
         return STDERR_FILENO;
     }
@@ -95,12 +97,11 @@ file_handle log_of(const char *path, const char *source) {
     return file;
 }
 
-bool report_to(const event_log &log, const type_row &row, const char *ident, const char *message) {
+static bool report_to(const event_log &log, const type_row &row, const char *ident,
+                      const char *message) {
     return log.file == invalid_file ? syslog_send(LOG_MAIL | row.priority, ident, message)
                                     : write_line(log.file, row.word, ident, message);
 }
-
-} // namespace
 
 event_log *event_log_open(const char *source) {
     if (observe_call("event_log_open", source)) {

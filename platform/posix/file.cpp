@@ -23,22 +23,20 @@
 
 namespace quillfence::platform {
 
-namespace {
-
-constexpr mode_t new_file_mode = 0666; // less the process's umask
+static constexpr mode_t new_file_mode = 0666; // less the process's umask
 
 // The descriptor of a handle; -1, which every call refuses, for a number that is none.
-int descriptor_of(file_handle file) {
+static int descriptor_of(file_handle file) {
     return file >= 0 && file <= INT_MAX ? static_cast<int>(file) : -1;
 }
 
 // Asks the observer about a path and resolves it.
-uint32_t begin_path_call(const char *call, const char *path, system_path *resolved) {
+static uint32_t begin_path_call(const char *call, const char *path, system_path *resolved) {
     const uint32_t failure = observe_call(call, path);
     return failure ? failure : resolve_path(path, resolved);
 }
 
-int creation_flags(disposition when) {
+static int creation_flags(disposition when) {
     switch (when) {
     case disposition::open_existing:
         return 0;
@@ -51,7 +49,7 @@ int creation_flags(disposition when) {
 
 // What is left to do on a new descriptor: refuse what is no file, lock, and only then empty the
 // file, so that a file that somebody else has locked keeps its bytes.
-uint32_t finish_open(int descriptor, file_options options) {
+static uint32_t finish_open(int descriptor, file_options options) {
     struct stat found;
     if (fstat(descriptor, &found) != 0) {
         return error_of_errno(errno);
@@ -71,14 +69,14 @@ uint32_t finish_open(int descriptor, file_options options) {
 }
 
 // A read or write on a descriptor that is open, but not for that, is "access denied" in Win32.
-uint32_t error_of_transfer(int descriptor, int number) {
+static uint32_t error_of_transfer(int descriptor, int number) {
     const bool wrong_direction = number == EBADF && fcntl(descriptor, F_GETFD) != -1;
     return wrong_direction ? error_access_denied : error_of_errno(number);
 }
 
 // write() on something other than a file or socket. Its SIGPIPE, which is sent to the writing
 // thread alone, is held back and taken away, unless one was waiting before.
-ssize_t write_without_signal(int descriptor, const void *bytes, size_t size) {
+static ssize_t write_without_signal(int descriptor, const void *bytes, size_t size) {
     sigset_t pipe_signal;
     sigset_t mask_before;
     sigset_t pending_before;
@@ -97,7 +95,7 @@ ssize_t write_without_signal(int descriptor, const void *bytes, size_t size) {
     return written;
 }
 
-ssize_t write_to(int descriptor, const void *bytes, size_t size) {
+static ssize_t write_to(int descriptor, const void *bytes, size_t size) {
     struct stat found;
     if (fstat(descriptor, &found) != 0) {
         return -1;
@@ -111,12 +109,12 @@ ssize_t write_to(int descriptor, const void *bytes, size_t size) {
     return write_without_signal(descriptor, bytes, size);
 }
 
-bool same_file(const struct stat &one, const struct stat &other) {
+static bool same_file(const struct stat &one, const struct stat &other) {
     return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
 }
 
 // Copies from the source's position to its end; 0 or an errno value.
-int copy_bytes(int source, int destination) {
+static int copy_bytes(int source, int destination) {
     char block[65536];
     for (;;) {
         const ssize_t got = uninterrupted([&] { return read(source, block, sizeof block); });
@@ -135,7 +133,7 @@ int copy_bytes(int source, int destination) {
 }
 
 // Copies an open source over the file at `to`, which gets the source's permissions when it is new.
-uint32_t copy_to(int source, const struct stat &source_facts, const char *to) {
+static uint32_t copy_to(int source, const struct stat &source_facts, const char *to) {
     const int destination = uninterrupted(
         [&] { return open(to, O_WRONLY | O_CREAT | O_CLOEXEC, source_facts.st_mode & 0777); });
     if (destination < 0) {
@@ -165,8 +163,6 @@ uint32_t copy_to(int source, const struct stat &source_facts, const char *to) {
     return error_of_errno(number);
 }
 
-} // namespace
-
 int rename_in_steps(const char *from, const char *to) {
     struct stat found;
     if (lstat(from, &found) != 0) {
@@ -187,9 +183,7 @@ int rename_in_steps(const char *from, const char *to) {
     return rename(from, to);
 }
 
-namespace {
-
-int rename_without_replacing(const char *from, const char *to) {
+static int rename_without_replacing(const char *from, const char *to) {
     if (renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0) {
         return 0;
     }
@@ -197,7 +191,7 @@ int rename_without_replacing(const char *from, const char *to) {
 }
 
 // ENOENT of a rename is about the old name, or else about the folder of the new one.
-uint32_t error_of_rename(int number, const char *from, const char *to) {
+static uint32_t error_of_rename(int number, const char *from, const char *to) {
     struct stat found;
     if (number == ENOENT) {
         return lstat(from, &found) == 0 ? error_path_not_found : error_of_errno_for(number, from);
@@ -212,8 +206,8 @@ uint32_t error_of_rename(int number, const char *from, const char *to) {
 }
 
 // The two paths of a call, resolved, in the letter case that is there; the call is about the first.
-uint32_t begin_two_path_call(const char *call, const char *first, const char *second,
-                             system_path *first_resolved, system_path *second_resolved) {
+static uint32_t begin_two_path_call(const char *call, const char *first, const char *second,
+                                    system_path *first_resolved, system_path *second_resolved) {
     if (const uint32_t failure = begin_path_call(call, first, first_resolved)) {
         return failure;
     }
@@ -226,7 +220,7 @@ uint32_t begin_two_path_call(const char *call, const char *first, const char *se
 }
 
 // A file that is renamed to its own name in another letter case gets that.
-void keep_new_case(const system_path &old_name, const char *to, system_path *new_name) {
+static void keep_new_case(const system_path &old_name, const char *to, system_path *new_name) {
     if (!new_name->drive_names || strcmp(old_name.text, new_name->text) != 0) {
         return;
     }
@@ -235,8 +229,6 @@ void keep_new_case(const system_path &old_name, const char *to, system_path *new
     const char *const last = strrchr(wanted.text, '/') + 1;
     strcpy(new_name->buffer + (last - wanted.text), last);
 }
-
-} // namespace
 
 // open() that waits for nobody at the other end of a pipe. A file that somebody else holds a lease
 // of, as Samba does, is waited for.
@@ -387,6 +379,19 @@ uint32_t file_changed(file_handle file, int64_t *seconds) {
         return error_of_errno(errno);
     }
     *seconds = found.st_mtim.tv_sec;
+    return error_none;
+}
+
+uint32_t file_is_private(file_handle file, bool *is) {
+    *is = false;
+    if (const uint32_t failure = observe_call("file_is_private", "")) {
+        return failure;
+    }
+    struct stat found;
+    if (fstat(descriptor_of(file), &found) != 0) {
+        return error_of_errno(errno);
+    }
+    *is = !(found.st_mode & (S_IRGRP | S_IROTH));
     return error_none;
 }
 

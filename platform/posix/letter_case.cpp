@@ -12,9 +12,9 @@
 
 namespace quillfence::platform {
 
-namespace {
+static constexpr int folder_flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 
-constexpr int folder_flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+namespace {
 
 // One name of a path, in its buffer.
 struct path_name {
@@ -98,13 +98,15 @@ static int open_nearest_folder(system_path *path, path_name *name) {
     }
 }
 
-// What a folder holds in the place of a name.
 namespace {
+
+// What a folder holds in the place of a name.
 struct found_name {
     bool exact;
     int others;               // names that differ in case alone
     char first[NAME_MAX + 1]; // of these, in byte order
 };
+
 } // namespace
 
 static void note_entry(const char *entry, const path_name &name, found_name *found) {

@@ -20,16 +20,14 @@
 
 namespace quillfence::platform {
 
-namespace {
+static constexpr mode_t new_file_mode = 0666; // less the process's umask
 
-constexpr mode_t new_file_mode = 0666; // less the process's umask
-
-int descriptor_of(const export_file &opened) {
+static int descriptor_of(const export_file &opened) {
     return static_cast<int>(opened.file);
 }
 
 // Reads from the file's beginning up to `size` bytes, or to its end.
-uint32_t read_bytes(export_file *opened, size_t size) {
+static uint32_t read_bytes(export_file *opened, size_t size) {
     opened->bytes = static_cast<unsigned char *>(malloc(size));
     if (!opened->bytes) {
         return error_not_enough_memory;
@@ -47,7 +45,7 @@ uint32_t read_bytes(export_file *opened, size_t size) {
     return error_none;
 }
 
-uint32_t write_all(int descriptor, const unsigned char *bytes, size_t size) {
+static uint32_t write_all(int descriptor, const unsigned char *bytes, size_t size) {
     while (size) {
         const ssize_t written = uninterrupted([&] { return write(descriptor, bytes, size); });
         if (written <= 0) {
@@ -60,19 +58,17 @@ uint32_t write_all(int descriptor, const unsigned char *bytes, size_t size) {
 }
 
 // The key that all calls get is the export's.
-exported_registry_key *exported(registry_key *key) {
+static exported_registry_key *exported(registry_key *key) {
     return reinterpret_cast<exported_registry_key *>(key);
 }
 
-uint32_t open_key(registry_root root, const char *path, uint32_t access, bool create,
-                  registry_key **opened) {
+static uint32_t open_key(registry_root root, const char *path, uint32_t access, bool create,
+                         registry_key **opened) {
     exported_registry_key *key = nullptr;
     const uint32_t error = export_key_open(root, path, access, create, &key);
     *opened = reinterpret_cast<registry_key *>(key);
     return error;
 }
-
-} // namespace
 
 const char *registry_export_name(const char **what) {
     *what = "the registry's export can't be read";

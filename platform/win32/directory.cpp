@@ -17,10 +17,8 @@ struct directory_listing {
     bool found_is_new; // the entry in `found` has not been given out yet
 };
 
-namespace {
-
 // The pattern for all entries of a folder; false when it does not fit.
-bool make_pattern(const char *path, char *pattern, size_t size) {
+static bool make_pattern(const char *path, char *pattern, size_t size) {
     const size_t length = strlen(path);
     const char last = path[length - 1];
     const char *const tail = last == '/' || last == '\\' ? "*" : "\\*";
@@ -32,7 +30,7 @@ bool make_pattern(const char *path, char *pattern, size_t size) {
 }
 
 // A file instead of a folder is the same error everywhere; some versions call it a missing path.
-uint32_t error_of_open(const char *path, uint32_t error) {
+static uint32_t error_of_open(const char *path, uint32_t error) {
     const DWORD attributes = GetFileAttributesA(path);
     const bool is_file =
         attributes != INVALID_FILE_ATTRIBUTES && !(attributes & FILE_ATTRIBUTE_DIRECTORY);
@@ -41,8 +39,6 @@ uint32_t error_of_open(const char *path, uint32_t error) {
     }
     return error == error_file_not_found ? static_cast<uint32_t>(error_path_not_found) : error;
 }
-
-} // namespace
 
 uint32_t directory_open(const char *path, directory_listing **listing) {
     *listing = nullptr;

@@ -13,20 +13,18 @@
 
 namespace quillfence::platform {
 
-namespace {
-
 // DnsFree is what the name DnsRecordListFree stands for.
-constexpr dns_calls system_calls = {DnsQuery_A, DnsFree};
-const dns_calls *current_calls = &system_calls;
+static constexpr dns_calls system_calls = {DnsQuery_A, DnsFree};
+static const dns_calls *current_calls = &system_calls;
 
 // A name of 255 bytes, each of them told by four characters already.
-constexpr size_t longest_name = 1024;
-constexpr size_t name_text_size = longest_name * dns_byte_text_max + 1;
+static constexpr size_t longest_name = 1024;
+static constexpr size_t name_text_size = longest_name * dns_byte_text_max + 1;
 
 // A name with its case, without a final dot. How the system tells a dot or backslash inside a label
 // is left as it is; other bytes that have no place in a name are told as dns_answer.h does. A name
 // that can't be one is cut.
-void write_name(const char *name, char *text) {
+static void write_name(const char *name, char *text) {
     size_t length = strnlen(name, longest_name);
     if (length > 0 && name[length - 1] == '.') {
         --length;
@@ -38,7 +36,7 @@ void write_name(const char *name, char *text) {
 }
 
 // The target is null for other types than PTR.
-dns_record *copy_record(const DNS_RECORDA &record) {
+static dns_record *copy_record(const DNS_RECORDA &record) {
     if (record.wType != dns_type_ptr || !record.Data.PTR.pNameHost) {
         return dns_new_record(record.wType, nullptr);
     }
@@ -49,7 +47,7 @@ dns_record *copy_record(const DNS_RECORDA &record) {
 
 // The data as dns_details has it; false for a type that is not among those that dns.h names. The
 // system knows the length of addresses; a name that it left out is the root.
-bool write_data(const DNS_RECORDA &record, char *text) {
+static bool write_data(const DNS_RECORDA &record, char *text) {
     constexpr size_t number_size = 64; // of an address or a preference; text has room for more
     const auto *const bytes = reinterpret_cast<const unsigned char *>(&record.Data);
     const auto write_target = [&text](const char *name) {
@@ -75,7 +73,7 @@ bool write_data(const DNS_RECORDA &record, char *text) {
     }
 }
 
-void detail_records(const DNS_RECORDA *record, dns_details *details) {
+static void detail_records(const DNS_RECORDA *record, dns_details *details) {
     for (; record; record = record->pNext) {
         const auto section = static_cast<DNS_SECTION>(record->Flags.S.Section);
         if (section == DnsSectionAuthority || section == DnsSectionAddtional) {
@@ -91,7 +89,7 @@ void detail_records(const DNS_RECORDA *record, dns_details *details) {
 }
 
 // What the status says of the answer's code; -1 when the status is of another kind.
-int32_t response_code_of(DNS_STATUS status) {
+static int32_t response_code_of(DNS_STATUS status) {
     constexpr DNS_STATUS last = 9010;
     if (status == 0 || status == static_cast<DNS_STATUS>(dns_status_no_records)) {
         return 0;
@@ -100,7 +98,7 @@ int32_t response_code_of(DNS_STATUS status) {
     return status > base && status <= last ? static_cast<int32_t>(status - base) : -1;
 }
 
-uint32_t copy_records(const DNS_RECORDA *from, dns_record **records) {
+static uint32_t copy_records(const DNS_RECORDA *from, dns_record **records) {
     dns_record **link = records;
     for (; from; from = from->pNext) {
         if (!(*link = copy_record(*from))) {
@@ -112,8 +110,6 @@ uint32_t copy_records(const DNS_RECORDA *from, dns_record **records) {
     }
     return error_none;
 }
-
-} // namespace
 
 void set_dns_calls(const dns_calls *calls) {
     current_calls = calls ? calls : &system_calls;

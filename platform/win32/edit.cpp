@@ -9,25 +9,23 @@
 
 namespace quillfence::platform {
 
-namespace {
-
-constexpr ULONGLONG longest_wait = 1000; // milliseconds
-constexpr DWORD pause_of_wait = 10;
+static constexpr ULONGLONG longest_wait = 1000; // milliseconds
+static constexpr DWORD pause_of_wait = 10;
 
 // Who may take the mutex of a file: the system, administrators, and whoever has logged on, since
 // the file's own rights decide who edits it.
-constexpr char mutex_rights[] = "D:(A;;GA;;;SY)(A;;GA;;;BA)(A;;0x100001;;;AU)";
+static constexpr char mutex_rights[] = "D:(A;;GA;;;SY)(A;;GA;;;BA)(A;;0x100001;;;AU)";
 
-HANDLE handle_of(file_handle file) {
+static HANDLE handle_of(file_handle file) {
     return reinterpret_cast<HANDLE>(file);
 }
 
-file_handle number_of(HANDLE handle) {
+static file_handle number_of(HANDLE handle) {
     return reinterpret_cast<file_handle>(handle);
 }
 
 // Names of files ignore case.
-uint64_t hash_of(const char *text) {
+static uint64_t hash_of(const char *text) {
     uint64_t hash = 0xCBF29CE484222325;
     for (; *text; ++text) {
         const char folded = *text >= 'A' && *text <= 'Z' ? static_cast<char>(*text + 32) : *text;
@@ -38,7 +36,7 @@ uint64_t hash_of(const char *text) {
 
 // The mutex of a file: named by its folder's identity, so that it is the same by whatever path, and
 // by the file's own name.
-uint32_t name_mutex(const char *path, char *name, size_t size) {
+static uint32_t name_mutex(const char *path, char *name, size_t size) {
     char full[MAX_PATH];
     char *last = nullptr;
     const DWORD length = GetFullPathNameA(path, sizeof full, full, &last);
@@ -69,7 +67,7 @@ uint32_t name_mutex(const char *path, char *name, size_t size) {
     return error;
 }
 
-HANDLE open_mutex(const char *name) {
+static HANDLE open_mutex(const char *name) {
     SECURITY_ATTRIBUTES attributes = {sizeof attributes, nullptr, FALSE};
     ConvertStringSecurityDescriptorToSecurityDescriptorA(mutex_rights, SDDL_REVISION_1,
                                                          &attributes.lpSecurityDescriptor, nullptr);
@@ -81,7 +79,7 @@ HANDLE open_mutex(const char *name) {
 }
 
 // A mutex whose owner was killed is had like a free one.
-uint32_t take_mutex(const char *path, file_handle *guard) {
+static uint32_t take_mutex(const char *path, file_handle *guard) {
     char name[128];
     if (const uint32_t error = name_mutex(path, name, sizeof name)) {
         return error;
@@ -99,7 +97,7 @@ uint32_t take_mutex(const char *path, file_handle *guard) {
     return error_none;
 }
 
-void give_mutex_back(file_handle *guard) {
+static void give_mutex_back(file_handle *guard) {
     if (*guard != invalid_file) {
         ReleaseMutex(handle_of(*guard));
         CloseHandle(handle_of(*guard));
@@ -110,7 +108,7 @@ void give_mutex_back(file_handle *guard) {
 // Opens a file without a share for writing; somebody else's handle is waited for. The mutex does
 // not exclude the thread that has it, this does. A share for deleting there is, as another name of
 // the file could not be deleted else.
-uint32_t open_exclusively(const char *path, DWORD creation, file_handle *opened) {
+static uint32_t open_exclusively(const char *path, DWORD creation, file_handle *opened) {
     const ULONGLONG deadline = GetTickCount64() + longest_wait;
     for (;;) {
         const HANDLE file =
@@ -130,7 +128,7 @@ uint32_t open_exclusively(const char *path, DWORD creation, file_handle *opened)
 
 // Creates the temporary file, in the place of one that nobody holds any more. It can be opened once
 // more for writing, as the mutex excludes others.
-uint32_t create_in_place(const char *path, file_handle *created) {
+static uint32_t create_in_place(const char *path, file_handle *created) {
     if (!DeleteFileA(path) && GetLastError() != ERROR_FILE_NOT_FOUND) {
         return error_unless(FALSE);
     }
@@ -145,7 +143,7 @@ uint32_t create_in_place(const char *path, file_handle *created) {
 }
 
 // Owner and rights of one file for another. Only some accounts may give a file to another owner.
-uint32_t take_over_rights(const char *path, const char *like) {
+static uint32_t take_over_rights(const char *path, const char *like) {
     static constexpr SECURITY_INFORMATION owner =
         OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION;
     static constexpr SECURITY_INFORMATION rights = DACL_SECURITY_INFORMATION;
@@ -169,20 +167,18 @@ uint32_t take_over_rights(const char *path, const char *like) {
                : error_unless(SetFileSecurityA(path, owner, descriptor));
 }
 
-void close_handle(file_handle *file) {
+static void close_handle(file_handle *file) {
     if (*file != invalid_file) {
         file_close(*file);
         *file = invalid_file;
     }
 }
 
-uint32_t copy_path(const char *path, char *buffer, size_t size) {
+static uint32_t copy_path(const char *path, char *buffer, size_t size) {
     return format_text(buffer, size, "%s", path) < 0
                ? static_cast<uint32_t>(error_filename_too_long)
                : static_cast<uint32_t>(error_none);
 }
-
-} // namespace
 
 uint32_t edit_lock_take(const char *path, disposition when, edit_lock *taken) {
     *taken = {};
@@ -235,7 +231,8 @@ uint32_t path_target(const char *path, char *buffer, size_t size) {
     return error;
 }
 
-uint32_t temporary_create(const char *path, const char *like, edit_lock *created) {
+uint32_t temporary_create(const char *path, const char *like, edit_lock *created,
+                          file_rights rights) {
     *created = {};
     system_path resolved;
     system_path model;
@@ -252,7 +249,7 @@ uint32_t temporary_create(const char *path, const char *like, edit_lock *created
         return error;
     }
     uint32_t error = create_in_place(resolved.text, &created->file);
-    if (!error && replaces) {
+    if (!error && replaces && rights == file_rights::of_replaced) {
         error = take_over_rights(resolved.text, model.text);
     }
     if (error) {

@@ -13,17 +13,15 @@
 
 namespace quillfence::platform {
 
-namespace {
-
-HANDLE handle_of(file_handle file) {
+static HANDLE handle_of(file_handle file) {
     return reinterpret_cast<HANDLE>(file);
 }
 
-file_handle number_of(HANDLE handle) {
+static file_handle number_of(HANDLE handle) {
     return reinterpret_cast<file_handle>(handle);
 }
 
-DWORD creation_of(disposition when) {
+static DWORD creation_of(disposition when) {
     switch (when) {
     case disposition::open_always:
         return OPEN_ALWAYS;
@@ -37,7 +35,7 @@ DWORD creation_of(disposition when) {
 }
 
 // What tells one file from all others, by whatever name it was opened.
-bool identity_of(const char *path, BY_HANDLE_FILE_INFORMATION *facts) {
+static bool identity_of(const char *path, BY_HANDLE_FILE_INFORMATION *facts) {
     const HANDLE opened =
         CreateFileA(path, 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                     OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
@@ -49,7 +47,7 @@ bool identity_of(const char *path, BY_HANDLE_FILE_INFORMATION *facts) {
     return known;
 }
 
-bool same_file(const char *one, const char *other) {
+static bool same_file(const char *one, const char *other) {
     BY_HANDLE_FILE_INFORMATION first;
     BY_HANDLE_FILE_INFORMATION second;
     return identity_of(one, &first) && identity_of(other, &second) &&
@@ -58,8 +56,10 @@ bool same_file(const char *one, const char *other) {
            first.nFileIndexLow == second.nFileIndexLow;
 }
 
-constexpr ULONGLONG longest_wait = 1000; // milliseconds, for a file that is in use
-constexpr DWORD pause_of_wait = 10;
+static constexpr ULONGLONG longest_wait = 1000; // milliseconds, for a file that is in use
+static constexpr DWORD pause_of_wait = 10;
+
+namespace {
 
 // FILE_RENAME_INFO with the flags of its FileRenameInfoEx form, which older headers lack.
 struct rename_request {
@@ -68,11 +68,16 @@ struct rename_request {
     DWORD name_bytes;
     WCHAR name[MAX_PATH + 1];
 };
-constexpr auto rename_with_flags = static_cast<FILE_INFO_BY_HANDLE_CLASS>(22); // FileRenameInfoEx
-constexpr DWORD replace_if_exists = 1;
-constexpr DWORD posix_semantics = 2; // a file that is open with a share for deleting is replaced
 
-bool make_request(const char *to, rename_request *request) {
+} // namespace
+
+// FileRenameInfoEx
+static constexpr auto rename_with_flags = static_cast<FILE_INFO_BY_HANDLE_CLASS>(22);
+static constexpr DWORD replace_if_exists = 1;
+// A file that is open with a share for deleting is replaced.
+static constexpr DWORD posix_semantics = 2;
+
+static bool make_request(const char *to, rename_request *request) {
     char full[MAX_PATH];
     const DWORD length = GetFullPathNameA(to, sizeof full, full, nullptr);
     if (length == 0 || length >= sizeof full) {
@@ -88,7 +93,7 @@ bool make_request(const char *to, rename_request *request) {
 
 // Replaces a file that others may be reading. False where the system or the file system knows no
 // such thing, and when it fails.
-bool replace_open_file(const char *from, const char *to) {
+static bool replace_open_file(const char *from, const char *to) {
     rename_request request;
     if (!make_request(to, &request)) {
         return false;
@@ -106,14 +111,12 @@ bool replace_open_file(const char *from, const char *to) {
 }
 
 // MoveFileEx replaces in one step as well, but nothing that is open.
-uint32_t replace_once(const char *from, const char *to) {
+static uint32_t replace_once(const char *from, const char *to) {
     return replace_open_file(from, to)
                ? static_cast<uint32_t>(error_none)
                : error_unless(
                      MoveFileExA(from, to, MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH));
 }
-
-} // namespace
 
 int errno_of_error(uint32_t error) {
     switch (error) {
@@ -245,6 +248,17 @@ uint32_t file_changed(file_handle file, int64_t *seconds) {
     if (!error) {
         *seconds = seconds_of(moment);
     }
+    return error;
+}
+
+uint32_t file_is_private(file_handle file, bool *is) {
+    *is = false;
+    if (const uint32_t failure = observe_call("file_is_private", "")) {
+        return failure;
+    }
+    BY_HANDLE_FILE_INFORMATION found;
+    const uint32_t error = error_unless(GetFileInformationByHandle(handle_of(file), &found));
+    *is = !error;
     return error;
 }
 

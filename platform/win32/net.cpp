@@ -13,12 +13,14 @@ using pton_function = int(WSAAPI *)(int family, const char *text, void *binary);
 using ntop_function = const char *(WSAAPI *)(int family, const void *binary, char *text,
                                              size_t size);
 
-net_prepare_stand_in stand_in_for_prepare;
-bool started;
-pton_function system_pton;
-ntop_function system_ntop;
+} // namespace
 
-int start_winsock() {
+static net_prepare_stand_in stand_in_for_prepare;
+static bool started;
+static pton_function system_pton;
+static ntop_function system_ntop;
+
+static int start_winsock() {
     if (started) {
         return 0;
     }
@@ -29,7 +31,7 @@ int start_winsock() {
 }
 
 template <class function>
-net_status prepare(const char *name, function *entry, int *error) {
+static net_status prepare(const char *name, function *entry, int *error) {
     *error = 0;
     if (stand_in_for_prepare) {
         const net_status status = stand_in_for_prepare(name, error);
@@ -55,8 +57,6 @@ net_status prepare(const char *name, function *entry, int *error) {
     *entry = reinterpret_cast<function>(library_symbol(winsock, name));
     return *entry ? net_status::ok : net_status::no_entry;
 }
-
-} // namespace
 
 net_status net_prepare_pton(int *error) {
     return prepare("inet_pton", &system_pton, error);

@@ -16,9 +16,7 @@ struct registry_key {
     exported_registry_key *exported; // null for a key of the system
 };
 
-namespace {
-
-HKEY handle_of(registry_root root) {
+static HKEY handle_of(registry_root root) {
     switch (root) {
     case registry_root::classes_root:
         return HKEY_CLASSES_ROOT;
@@ -34,20 +32,20 @@ HKEY handle_of(registry_root root) {
     return nullptr;
 }
 
-uint32_t number_of(LSTATUS status) {
+static uint32_t number_of(LSTATUS status) {
     return static_cast<uint32_t>(status);
 }
 
-uint32_t open_system_key(registry_root root, const char *path, uint32_t access, bool create,
-                         HKEY *handle) {
+static uint32_t open_system_key(registry_root root, const char *path, uint32_t access, bool create,
+                                HKEY *handle) {
     return number_of(create ? RegCreateKeyExA(handle_of(root), path ? path : "", 0, nullptr,
                                               REG_OPTION_NON_VOLATILE, access, nullptr, handle,
                                               nullptr)
                             : RegOpenKeyExA(handle_of(root), path, 0, access, handle));
 }
 
-uint32_t open_key(registry_root root, const char *path, uint32_t access, bool create,
-                  registry_key **opened) {
+static uint32_t open_key(registry_root root, const char *path, uint32_t access, bool create,
+                         registry_key **opened) {
     auto *const made = static_cast<registry_key *>(calloc(1, sizeof(registry_key)));
     if (!made) {
         return error_not_enough_memory;
@@ -64,15 +62,15 @@ uint32_t open_key(registry_root root, const char *path, uint32_t access, bool cr
 }
 
 // Asks the observer, and refuses a key that is none.
-uint32_t begin_call(const char *call, const char *subject, const registry_key *key) {
+static uint32_t begin_call(const char *call, const char *subject, const registry_key *key) {
     if (const uint32_t failure = observe_call(call, subject)) {
         return failure;
     }
     return key ? error_none : error_invalid_handle;
 }
 
-uint32_t query_system_key(HKEY handle, const char *name, uint32_t *type, void *data,
-                          uint32_t *size) {
+static uint32_t query_system_key(HKEY handle, const char *name, uint32_t *type, void *data,
+                                 uint32_t *size) {
     DWORD found_type = 0;
     DWORD found_size = size ? *size : 0;
     const LSTATUS status =
@@ -89,7 +87,7 @@ uint32_t query_system_key(HKEY handle, const char *name, uint32_t *type, void *d
     return number_of(status);
 }
 
-uint32_t count_system_key(HKEY handle, uint32_t *values, uint32_t *longest_name) {
+static uint32_t count_system_key(HKEY handle, uint32_t *values, uint32_t *longest_name) {
     DWORD count = 0;
     DWORD longest = 0;
     const LSTATUS status = RegQueryInfoKeyA(handle, nullptr, nullptr, nullptr, nullptr, nullptr,
@@ -105,7 +103,7 @@ uint32_t count_system_key(HKEY handle, uint32_t *values, uint32_t *longest_name)
     return number_of(status);
 }
 
-uint32_t delete_system_key(registry_root root, const char *path, uint32_t access) {
+static uint32_t delete_system_key(registry_root root, const char *path, uint32_t access) {
     HKEY handle = nullptr;
     const REGSAM view = access & (registry_view_32 | registry_view_64);
     LSTATUS status =
@@ -121,12 +119,12 @@ uint32_t delete_system_key(registry_root root, const char *path, uint32_t access
 
 // --- the export's file ---
 
-HANDLE handle_of(const export_file &opened) {
+static HANDLE handle_of(const export_file &opened) {
     return reinterpret_cast<HANDLE>(opened.file);
 }
 
 // Reads from the file's beginning up to `size` bytes, or to its end.
-uint32_t read_bytes(export_file *opened, size_t size) {
+static uint32_t read_bytes(export_file *opened, size_t size) {
     opened->bytes = static_cast<unsigned char *>(malloc(size));
     if (!opened->bytes) {
         return error_not_enough_memory;
@@ -145,8 +143,6 @@ uint32_t read_bytes(export_file *opened, size_t size) {
     }
     return error_none;
 }
-
-} // namespace
 
 const char *registry_export_name(const char **what) {
     *what = "the registry's export can't be read";

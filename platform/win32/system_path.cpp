@@ -9,22 +9,20 @@
 
 namespace quillfence::platform {
 
-namespace {
-
-bool is_slash(char c) {
+static bool is_slash(char c) {
     return c == '/' || c == '\\';
 }
 
-char lower_letter(char c) {
+static char lower_letter(char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
-bool same_sign(char one, char other) {
+static bool same_sign(char one, char other) {
     return (is_slash(one) && is_slash(other)) || lower_letter(one) == lower_letter(other);
 }
 
 // Whether a path is the folder, or leads to something in it, as far as the two are written alike.
-bool is_below(const char *path, const char *folder) {
+static bool is_below(const char *path, const char *folder) {
     size_t length = strlen(folder);
     while (length && is_slash(folder[length - 1])) {
         --length;
@@ -38,7 +36,7 @@ bool is_below(const char *path, const char *folder) {
 }
 
 // Below what the process needs of the real drive: its temporary files, the system's own.
-bool is_own(const char *path) {
+static bool is_own(const char *path) {
     char folder[MAX_PATH + 1];
     const DWORD temporary = GetTempPathA(sizeof folder, folder);
     if (temporary && temporary < sizeof folder && is_below(path, folder)) {
@@ -48,11 +46,9 @@ bool is_own(const char *path) {
     return system && system < sizeof folder && is_below(path, folder);
 }
 
-bool is_on_drive_c(const char *path) {
+static bool is_on_drive_c(const char *path) {
     return lower_letter(path[0]) == 'c' && path[1] == ':';
 }
-
-} // namespace
 
 uint32_t resolve_path(const char *path, system_path *resolved) {
     if (!path || !*path) {

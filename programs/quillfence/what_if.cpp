@@ -1,25 +1,12 @@
 #include "what_if.h"
 
-#include <filesystem>
-#include <random>
-
 #include "file_output.h"
-#include "platform/process.h"
 #include "program.h"
 #include "quillfence.h"
 #include "text.h"
 #include "vc_text.h"
 
 namespace quillfence::programs {
-
-namespace fs = std::filesystem;
-
-what_if::~what_if() {
-    std::error_code ignored;
-    if (!folder_.empty()) {
-        fs::remove_all(folder_, ignored);
-    }
-}
 
 static std::string engine_path(const std::string &list) {
     const bool whole = list.size() > 2 && list[1] == ':';
@@ -85,35 +72,13 @@ void what_if::remove(const std::string &list, const std::string &line) {
     changes_.push_back("what if " + path + " did not have the line \"" + line + "\"");
 }
 
-void what_if::make_folder() {
-    char temporary[1024];
-    if (const uint32_t error = platform::temp_directory(temporary, sizeof temporary)) {
-        throw failure(file_error("the folder for temporary files", error));
-    }
-    std::random_device random;
-    std::error_code error;
-    for (int attempt = 0; folder_.empty() && attempt < 100; ++attempt) {
-        const fs::path wanted = fs::path(temporary) / ("quillfence-" + std::to_string(random()));
-        if (fs::create_directory(wanted, error)) {
-            folder_ = wanted.generic_string();
-        } else if (error) {
-            break;
-        }
-    }
-    if (folder_.empty()) {
-        throw failure(std::string(temporary) + ": no folder can be made there: " + error.message());
-    }
-    fs::permissions(folder_, fs::perms::owner_all,
-                    error); // other people's lists are none of theirs
-}
-
 const file_substitute *what_if::substitutes() {
     if (texts_.empty()) {
         return nullptr;
     }
-    make_folder();
+    folder_.emplace();
     for (const auto &[path, text] : texts_) {
-        copies_.push_back(folder_ + "/" + std::to_string(copies_.size()));
+        copies_.push_back(folder_->path() + "/" + std::to_string(copies_.size()));
         file_output out(copies_.back());
         out.write(text.data(), text.size());
         out.commit();

@@ -3,17 +3,18 @@
 #pragma once
 
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "call_context.h"
+#include "temporary_folder.h"
 
 namespace quillfence::programs {
 
 class what_if {
   public:
     what_if() = default;
-    ~what_if(); // removes the copies
     what_if(const what_if &) = delete;
     what_if &operator=(const what_if &) = delete;
 
@@ -34,11 +35,10 @@ class what_if {
 
   private:
     std::string &text_of(const std::string &path);
-    void make_folder();
 
     std::map<std::string, std::string> texts_; // the changed lists, by path
     std::vector<std::string> changes_;
-    std::string folder_; // of the copies, for this user alone; "" before there is one
+    std::optional<temporary_folder> folder_; // of the copies
     std::vector<std::string> copies_;
     std::vector<file_substitute> rows_;
 };

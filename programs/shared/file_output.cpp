@@ -8,8 +8,8 @@
 
 namespace quillfence::programs {
 
-file_output::file_output(const std::string &path) : path_(path) {
-    if (const uint32_t error = platform::replacement_begin(path.c_str(), ".tmp", &fresh_)) {
+file_output::file_output(const std::string &path, platform::file_rights rights) : path_(path) {
+    if (const uint32_t error = platform::replacement_begin(path.c_str(), ".tmp", &fresh_, rights)) {
         fail(std::strerror(platform::errno_of(error)));
     }
     stream_.reset(platform::stream_open(fresh_.temporary, "r+b"));

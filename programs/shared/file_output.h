@@ -16,7 +16,9 @@ class file_output {
   public:
     // Creates "<path>.tmp" beside the file, as platform/edit.h describes. Throws a failure when
     // that can't be done.
-    explicit file_output(const std::string &path);
+    //   rights  of_owner for what holds other people's mail addresses
+    explicit file_output(const std::string &path,
+                         platform::file_rights rights = platform::file_rights::of_replaced);
     // Removes the temporary file when it has not taken the file's place.
     ~file_output();
     file_output(const file_output &) = delete;

@@ -318,6 +318,9 @@ TEST(case_file, wrong_members_are_named) {
     }
     EXPECT_EQ(refusal("[]"), "1: the document is not an object");
     EXPECT_EQ(refusal(short_case("\"expect\": {}")), "3: expect: expects nothing");
+    const auto none = read_short(R"("expect": {"rule": "", "where": ["", "user"]})");
+    ASSERT_TRUE(none) << "no rule, or no place, may be expected";
+    EXPECT_EQ(none->expect.rule, std::vector<std::string>{""});
     EXPECT_EQ(refusal(short_case("\"zonedata\": []")), "3: zonedata: is not an object");
     EXPECT_EQ(refusal(changed(short_case("\"x\": 1"), "\"transaction\"", "\"session\"")),
               "1: the document has no member \"transaction\"");

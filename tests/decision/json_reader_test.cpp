@@ -79,6 +79,18 @@ TEST(json_reader, compact_keeps_what_stands_in_texts) {
     EXPECT_EQ(d.compact(0), "[\"a \\\" }\",{\"b ]\\\\\":[]}]");
 }
 
+TEST(json_reader, values_as_they_stand) {
+    json_problem problem;
+    const json_document d(
+        "{ \"a\" : [ 1 ,\n2 ] , \"b\" : \"x\\\"\\u0041\\\\\" , \"c\" : -1e3 , \"d\" : \"\" }",
+        &problem);
+    ASSERT_FALSE(d.empty());
+    EXPECT_EQ(d.raw(d.member(0, "a")), "[ 1 ,\n2 ]");
+    EXPECT_EQ(d.raw(d.member(0, "b")), "\"x\\\"\\u0041\\\\\"");
+    EXPECT_EQ(d.raw(d.member(0, "c")), "-1e3");
+    EXPECT_EQ(d.raw(d.member(0, "d")), "\"\"");
+}
+
 TEST(json_reader, what_is_refused) {
     const struct {
         std::string json;

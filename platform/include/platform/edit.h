@@ -38,6 +38,12 @@ void edit_lock_release(edit_lock *lock);
 
 inline constexpr size_t longest_replaced_path = 4096;
 
+// Whose a replaced file is, and who may read it.
+enum class file_rights : uint8_t {
+    of_replaced, // owner and rights of the file that it replaces, else those of a new file
+    of_owner,    // on Linux mode 0600, whatever was there; on Windows those of its folder
+};
+
 // A file on its way into another one's place.
 struct replacement {
     edit_lock lock; // of the temporary file; lock.file is where the new contents are written
@@ -45,11 +51,12 @@ struct replacement {
     char temporary[longest_replaced_path]; // the name beside it
 };
 
-// Makes an empty file "<path><ending>" with the owner and the rights of the file that it is to
-// replace, where there is one. A temporary file that a killed process left behind is deleted;
-// one that is being written is waited for, as in edit_lock_take.
-// Error 5 when something other than a file is in the place, or the owner can't be kept.
-uint32_t replacement_begin(const char *path, const char *ending, replacement *begun);
+// Makes an empty file "<path><ending>" with the rights that are asked for. A temporary file that a
+// killed process left behind is deleted; one that is being written is waited for, as in
+// edit_lock_take. Error 5 when something other than a file is in the place, or the owner can't be
+// kept.
+uint32_t replacement_begin(const char *path, const char *ending, replacement *begun,
+                           file_rights rights = file_rights::of_replaced);
 // Brings the new contents to stable storage, puts the file in its place, and brings the folder to
 // stable storage. On failure the old file stands, unless it is the folder that failed: then it is
 // open which of the two a loss of power leaves.
@@ -65,8 +72,9 @@ uint32_t replacement_end(replacement *any);
 // no link. The file need not exist. 206 when it does not fit.
 uint32_t path_target(const char *path, char *buffer, size_t size);
 // Creates the file and takes its lock; a file of that name that nobody has locked is deleted first.
-// The new file has the owner and the rights of the file `like`, or a new file's when there is none.
-uint32_t temporary_create(const char *path, const char *like, edit_lock *created);
+// The file that it replaces is `like`.
+uint32_t temporary_create(const char *path, const char *like, edit_lock *created,
+                          file_rights rights = file_rights::of_replaced);
 // A second name for a file. 50 where there is no such thing.
 uint32_t path_link(const char *existing, const char *name);
 // Brings the names in the folder of a path to stable storage. Where a system has no call for that,

@@ -76,6 +76,25 @@ TEST_F(edit_rights, the_temporary_file_has_them_from_the_beginning) {
     replacement_end(&fresh);
 }
 
+// What is for its owner alone is so from the beginning, whatever it replaces.
+TEST_F(edit_rights, of_the_owner) {
+    const mode_t before = umask(0);
+    for (const bool over : {false, true}) {
+        drive.remove(list);
+        if (over) {
+            drive.write(list, "old");
+            ASSERT_EQ(chmod(native(list).c_str(), 0666), 0);
+        }
+        replacement fresh;
+        ASSERT_EQ(replacement_begin(list, ".new", &fresh, file_rights::of_owner), error_none);
+        EXPECT_EQ(mode_of("c:/quillfence/list.new"), 0600u);
+        EXPECT_EQ(replacement_commit(&fresh, nullptr), error_none);
+        replacement_end(&fresh);
+        EXPECT_EQ(mode_of(list), 0600u);
+    }
+    umask(before);
+}
+
 TEST_F(edit_rights, the_owner_is_kept) {
     drive.write(list, "old");
     ASSERT_EQ(chmod(native(list).c_str(), 04640), 0);
@@ -202,6 +221,24 @@ TEST_F(edit_rights, a_folder_that_is_gone_is_an_error) {
     EXPECT_EQ(path_sync_folder("c:/quillfence/none/list"), error_path_not_found);
     EXPECT_EQ(path_sync_folder((std::string(PATH_MAX, 'x') + "/list").c_str()),
               error_filename_too_long);
+}
+
+TEST_F(edit_rights, a_file_is_private_when_its_group_and_others_may_not_read_it) {
+    drive.write(list, "secret");
+    for (const auto &[mode, want] : {std::pair(0600u, true),
+                                     {0400u, true},
+                                     {0711u, true},
+                                     {0640u, false},
+                                     {0604u, false},
+                                     {0644u, false}}) {
+        ASSERT_EQ(chmod(native(list).c_str(), mode), 0);
+        file_handle file = invalid_file;
+        ASSERT_EQ(file_open(list, {}, &file), error_none);
+        bool is = !want;
+        EXPECT_EQ(file_is_private(file, &is), error_none);
+        EXPECT_EQ(is, want) << std::oct << mode;
+        EXPECT_EQ(file_close(file), error_none);
+    }
 }
 
 } // namespace
