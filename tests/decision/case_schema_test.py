@@ -3,8 +3,8 @@
 usage: case_schema_test.py PROGRAM SCHEMA COUNT
 
 PROGRAM prints COUNT random cases. The schema, which refers to that of the decision record beside it,
-has to accept them all, also when both are made to refuse members that they do not name; and it has
-to refuse what is wrong.
+has to accept them all and the examples, also when both are made to refuse members that they do not
+name; and it has to refuse what is wrong.
 """
 
 import copy
@@ -65,6 +65,12 @@ class Schema(unittest.TestCase):
         for judge, cases in ((self.open, self.cases), (self.closed, self.cases[::5])):
             for case in cases:
                 self.assertIsNone(first_error(judge, case), case)
+
+    def test_examples(self):
+        examples = sorted((SCHEMA.parent.parent / "examples/cases").glob("*.json"))
+        self.assertGreater(len(examples), 0)
+        for example in examples:
+            self.assertIsNone(first_error(self.closed, loaded(example)), example.name)
 
     def test_every_member_occurs(self):
         self.assertEqual(named(loaded(SCHEMA)) - met(self.cases), set())

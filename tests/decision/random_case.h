@@ -165,8 +165,8 @@ class random_case {
         const auto outcome = [&] { return one_of({"hit", "no_hit", "never", "hit_unreported"}); };
         some_texts(made.verdict, [&] { return one_of({"accept", "reject", "undecided"}); });
         some_texts(made.by, [&] { return one_of({"engine_off", "rbl", "nothing"}); });
-        some_texts(made.rule, [&] { return rule(); });
-        some_texts(made.where, [&] { return one_of({"base", "user"}); });
+        some_texts(made.rule, [&] { return random_.some() ? rule() : ""; });
+        some_texts(made.where, [&] { return one_of({"base", "user", ""}); });
         some_texts(made.zone, text);
         some_texts(made.notice, text);
         some_texts(made.file, text);
