@@ -11,13 +11,14 @@ import copy
 import json
 import os
 import pathlib
+import re
 import subprocess
 import sys
 import unittest
 
 sys.dont_write_bytecode = True
 
-from schemas import closed, met, named
+from schemas import closed, met, named, words
 
 try:
     from jsonschema import Draft202012Validator, RefResolver
@@ -74,6 +75,16 @@ class Schema(unittest.TestCase):
 
     def test_every_member_occurs(self):
         self.assertEqual(named(loaded(SCHEMA)) - met(self.cases), set())
+
+    def test_the_page_tells_of_every_member_and_word(self):
+        """Of those that a record does not have."""
+        schema, record = loaded(SCHEMA), loaded(RECORD)
+        del schema["$defs"]["rule_name"]  # docs/rules.md tells of them
+        own = (named(schema) | words(schema)) - named(record) - words(record) - {""}
+        page = SCHEMA.with_name("cases.md").read_text(encoding="utf-8")
+        code = re.findall(r"`[^`]*`|^    .*", page, re.MULTILINE)
+        told = set(re.findall(r"\w+", " ".join(code)))
+        self.assertEqual({word for word in own if not word.endswith("_bytes")} - told, set())
 
     def test_every_rule_occurs(self):
         told = set()
