@@ -132,7 +132,7 @@ class FactsTest(Case):
 
     def test_a_transaction_comes_in_one_way(self):
         said = ("give the transaction in one way: by name (--ip, --sender ...), as the replayer's "
-                "nine values, or by --input")
+                "nine values, by --input or by --case")
         values = ["R", "192.0.2.25", "25", "0", "u", "0", "h", "a@b.example", "c@d.example"]
         self.check_refused(["--ip", "192.0.2.9", "--input", "-"], said)
         self.check_refused(["--ip", "192.0.2.9", *values], said)
@@ -417,8 +417,9 @@ class WrittenTest(Case):
         self.file("afile", "")
         self.assertEqual(complete("quillfence", "ex"), ["explain"])
         self.assertEqual(complete("quillfence", "explain", "--with"),
-                         ["--with-list", "--without-list"])
-        self.assertEqual(complete("quillfence", "explain", "--dns", ""), ["live", "off"])
+                         ["--with-config", "--with-list", "--without-list"])
+        self.assertEqual(complete("quillfence", "explain", "--dns", ""),
+                         ["live", "off", "record-missing", "recorded"])
         self.assertEqual(complete("quillfence", "te"), ["test"])
         self.assertEqual(complete("quillfence", "test", "--dns", "rec"),
                          ["record-missing", "recorded"])
