@@ -42,11 +42,7 @@ decision_record plain(decision_record record) {
 
 class frozen_decisions : public logged_test {
   protected:
-    frozen_decisions() {
-        quillfence_init();
-    }
     ~frozen_decisions() override {
-        quillfence_teardown();
         log.take();
     }
     void next_world() {
@@ -90,6 +86,7 @@ class frozen_decisions : public logged_test {
         return text;
     }
 
+    started_engine engine;
     drive_c drive;
     test_registry registry;
     std::optional<dns_script> dns;

@@ -365,6 +365,8 @@ class UpdateTest(Case):
         status, out, _ = self.judge("--update", "a.json")
         self.assertEqual(status, NOT_AS_EXPECTED)
         self.assertIn("not ok 1", out)
+        self.assertIn("  notes=the case stays as it is: something went wrong on the way",
+                      self.read_tap(out))
         self.assertEqual(self.read("a.json"), before)
 
     def test_a_bundle_is_left_to_its_maker(self):
