@@ -18,7 +18,7 @@ import tempfile
 import unittest
 from pathlib import Path
 
-from replay_transcript import Case, NativeDrive, run_captured, write_files
+from replay_transcript import Case, NativeDrive, registry_bytes, run_captured, write_files
 
 RUNNER = []
 if sys.argv[1].startswith("--runner="):
@@ -37,10 +37,9 @@ class Desk:
     def __init__(self, transcript):
         self.drive = NativeDrive()
         write_files(self.drive, transcript.files)
-        self.registry = []
-        if transcript.registry:
-            self.drive.write_registry(transcript.registry)
-            self.registry = ["--registry", self.drive.environment["QUILLFENCE_REGISTRY"]]
+        # One without any key, else: a registry that others write to is none of this test's.
+        self.drive.write_registry(transcript.registry or registry_bytes(""))
+        self.registry = ["--registry", self.drive.environment["QUILLFENCE_REGISTRY"]]
         self.environment = {**self.drive.environment, "QUILLFENCE_EVENT_LOG": "",
                             "QUILLFENCE_REGISTRY": ""}
 
