@@ -12,8 +12,9 @@ An example is an indented block that begins with "$ " and a command:
     0
 
 A line "..." stands for any lines. "echo $?" shows the exit status of the command before it; where
-it is not asked for, it is 0. "| jq -c .MEMBER" shows one member of a JSON document. LAUNCHER runs
-the programs on a Windows build (a list as CMake has it).
+it is not asked for, it is 0. "| jq -c .MEMBER" shows one member of a JSON document. "cat FILE"
+shows a file that a command before it made; else what it shows is the file that is meant from there
+on. LAUNCHER runs the programs on a Windows build (a list as CMake has it).
 """
 
 import json
@@ -33,7 +34,7 @@ if sys.argv[1].startswith("--runner="):
 QUILLFENCE, REPLAYER = os.path.abspath(sys.argv[1]), os.path.abspath(sys.argv[2])
 SOURCE = Path(sys.argv[3]).resolve()
 
-PAGES = ["README.md", "docs/explain.md"]
+PAGES = ["README.md", "docs/cases.md", "docs/explain.md"]
 # What differs from run to run and between the systems.
 NORMALISED = [
     (r"\b\d+(\.\d+)? ms\b", "0 ms"),
@@ -107,8 +108,17 @@ class PagesTest(unittest.TestCase):
             return (run.returncode,
                     out.read().decode() + err.read().decode().replace("\r\n", "\n"))
 
-    def run_example(self, command):
+    def show_file(self, name, shown):
+        """The file's text, which is what the page shows where there is none yet."""
+        path = self.folder / name
+        if not path.exists():
+            path.write_bytes(shown.encode())
+        return 0, path.read_bytes().decode()
+
+    def run_example(self, command, shown):
         words = shlex.split(command, comments=True)
+        if words[0] == "cat":
+            return self.show_file(words[1], shown)
         member = None
         if "|" in words:
             words, (jq, option, member) = words[:words.index("|")], words[words.index("|") + 1:]
@@ -117,7 +127,10 @@ class PagesTest(unittest.TestCase):
         if name == "./explain":
             arguments = ["explain", "--drive-c", "examples/drive_c",
                          *(arguments or sample_of("explain"))]
-        status, got = self.run_program({"./explain": QUILLFENCE, "quillfence": QUILLFENCE,
+        elif name == "./cases":
+            arguments = ["test", "--drive-c", "examples/drive_c",
+                         *(arguments or ["examples/cases"])]
+        status, got = self.run_program({"./explain": QUILLFENCE, "./cases": QUILLFENCE, "quillfence": QUILLFENCE,
                                         "./replay": REPLAYER}[name],
                                        *(arguments or sample_of("replay")))
         if member:
@@ -131,7 +144,7 @@ class PagesTest(unittest.TestCase):
             if RUNNER and command.startswith("./replay"):
                 continue # it reads the server's own drive
             with self.subTest(page=page, command=command):
-                got_status, got = self.run_example(command)
+                got_status, got = self.run_example(command, shown)
                 if not shows(normalised(shown), normalised(got)):
                     self.assertEqual(got, shown)
                 self.assertEqual(got_status, status)

@@ -132,7 +132,7 @@ class FactsTest(Case):
 
     def test_a_transaction_comes_in_one_way(self):
         said = ("give the transaction in one way: by name (--ip, --sender ...), as the replayer's "
-                "nine values, or by --input")
+                "nine values, by --input or by --case")
         values = ["R", "192.0.2.25", "25", "0", "u", "0", "h", "a@b.example", "c@d.example"]
         self.check_refused(["--ip", "192.0.2.9", "--input", "-"], said)
         self.check_refused(["--ip", "192.0.2.9", *values], said)
@@ -353,6 +353,14 @@ class AnswerTest(Case):
         self.assertEqual(self.files(), before)
 
 
+# The page of a subcommand that is not called like it.
+PAGES = {"test": "cases"}
+
+
+def written_options(text):
+    return set(re.findall(r"(?<![\w-])--[a-z][a-z-]*", text))
+
+
 # What is written about the program: each subcommand with its options.
 class WrittenTest(Case):
     def help_of(self, *words):
@@ -366,7 +374,7 @@ class WrittenTest(Case):
         self.assertEqual(self.run_program("--version"), (EXPLAINED, f"quillfence {version}\n", ""))
 
     def test_help_fits_a_terminal(self):
-        for words in ([], ["explain"]):
+        for words in ([], ["explain"], ["test"]):
             for line in self.help_of(*words).split("\n"):
                 self.assertLessEqual(len(line), 80, line)
 
@@ -376,8 +384,9 @@ class WrittenTest(Case):
         self.assertIn("explain", subcommands)
         manual = (SOURCE / "docs/man/quillfence.1").read_text().replace("\\-", "-")
         completion = (SOURCE / "packaging/completion/quillfence").read_text()
+        every_option = {"--help", "--version"}
         for name in subcommands:
-            page = (SOURCE / f"docs/{name}.md").read_text()
+            page = (SOURCE / f"docs/{PAGES.get(name, name)}.md").read_text()
             options = set(re.findall(r"^  (?:-\w,)?(--[a-z][a-z-]*)", self.help_of(name),
                                      re.MULTILINE)) - {"--help"}
             self.assertGreater(len(options), 5)
@@ -389,10 +398,9 @@ class WrittenTest(Case):
                 for title, written in (("man", own), ("page", page), ("completion", completion)):
                     self.assertRegex(written, rf"(?<![\w-]){option}(?![\w-])", f"{title}: {name}")
             # Nor is anything written of that the program does not know.
-            known = options | {"--help", "--version"}
-            for title, written in (("man", own), ("completion", completion)):
-                self.assertEqual(set(re.findall(r"(?<![\w-])--[a-z][a-z-]*", written)) - known,
-                                 set(), title)
+            self.assertEqual(written_options(own) - options, set(), f"man: {name}")
+            every_option |= options
+        self.assertEqual(written_options(completion) - every_option, set(), "completion")
 
     @unittest.skipIf(RUNNER, "the shell is the build host's")
     def test_completion(self):
@@ -409,8 +417,13 @@ class WrittenTest(Case):
         self.file("afile", "")
         self.assertEqual(complete("quillfence", "ex"), ["explain"])
         self.assertEqual(complete("quillfence", "explain", "--with"),
-                         ["--with-list", "--without-list"])
-        self.assertEqual(complete("quillfence", "explain", "--dns", ""), ["live", "off"])
+                         ["--with-config", "--with-list", "--without-list"])
+        self.assertEqual(complete("quillfence", "explain", "--dns", ""),
+                         ["live", "off", "record-missing", "recorded"])
+        self.assertEqual(complete("quillfence", "te"), ["test"])
+        self.assertEqual(complete("quillfence", "test", "--dns", "rec"),
+                         ["record-missing", "recorded"])
+        self.assertEqual(complete("quillfence", "test", "--u"), ["--update", "--user-dir"])
         self.assertEqual(complete("quillfence", "explain", "--drive-c", ""), ["drive"])
         self.assertEqual(complete("quillfence", "explain", "--input", "af"), ["afile"])
 
