@@ -32,11 +32,7 @@ owned_snapshot snapshot_now() {
 
 class frozen_decisions : public logged_test {
   protected:
-    frozen_decisions() {
-        quillfence_init();
-    }
     ~frozen_decisions() override {
-        quillfence_teardown();
         log.take();
     }
     void next_world() {
@@ -83,6 +79,7 @@ class frozen_decisions : public logged_test {
         return text;
     }
 
+    started_engine engine;
     drive_c drive;
     test_registry registry;
     std::optional<dns_script> dns;
