@@ -119,7 +119,7 @@ class decision_properties : public logged_test {
         return std::move(result.record);
     }
 
-    started_engine engine;
+    running_engine engine;
     drive_c drive;
     test_registry registry;
     std::optional<dns_script> dns;

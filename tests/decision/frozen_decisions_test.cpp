@@ -86,7 +86,7 @@ class frozen_decisions : public logged_test {
         return text;
     }
 
-    started_engine engine;
+    running_engine engine;
     drive_c drive;
     test_registry registry;
     std::optional<dns_script> dns;
