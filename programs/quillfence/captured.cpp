@@ -64,7 +64,7 @@ static std::string contents_of(const decision::written_bundle &bundle) {
     }
     std::string text = counted(files, "file") + " of the configuration (" + size_text(bytes) + ")";
     for (const std::string &map : bundle.cut) {
-        text += ", of " + map + " only what it answered";
+        text += ", of " + map.substr(map.rfind('/') + 1) + " only what it answered";
     }
     return text;
 }
