@@ -12,15 +12,12 @@ import os
 import re
 import shutil
 import subprocess
-import sys
-import tempfile
 import unittest
 from pathlib import Path
 
-RUNNER = []
-if sys.argv[1].startswith("--runner="):
-    RUNNER = [word for word in sys.argv.pop(1).split("=", 1)[1].split(";") if word]
-PROGRAM, SOURCE = os.path.abspath(sys.argv[1]), Path(sys.argv[2]).resolve()
+from whole_program import ARGUMENTS, RUNNER, FolderTest, main, run
+
+PROGRAM, SOURCE = (Path(argument).resolve() for argument in ARGUMENTS)
 
 EXPLAINED, REJECTED, FAILED, UNDECIDED = 0, 1, 2, 3
 
@@ -35,31 +32,13 @@ LOG_LINE = ("2026-11-20 08:15:42 quillfence[1]: HAM: mua=[no:(null)],ip=[192.0.2
             "port=<1>,tls=<no>,helo=<a.example>,from=<a@a.example>,rcpt=<bob@example.net>\r\n")
 
 
-class Case(unittest.TestCase):
-    maxDiff = None
-
+class Case(FolderTest):
     def setUp(self):
-        folder = tempfile.TemporaryDirectory(prefix="quillfence-explain-")
-        self.addCleanup(folder.cleanup)
-        self.folder = Path(folder.name)
+        super().setUp()
         shutil.copytree(SOURCE / "examples/drive_c", self.folder / "drive")
 
-    def run_program(self, *arguments, text="", **environment):
-        """Exit status, standard output and standard error. They go to files: Wine's own processes
-        would hold pipes open. Lines on standard error end as the system likes them."""
-        quiet = {name: value for name, value in os.environ.items()
-                 if not name.startswith("QUILLFENCE_") and name != "VERBOSEDEBUG"}
-        with tempfile.TemporaryFile() as given, tempfile.TemporaryFile() as out, \
-                tempfile.TemporaryFile() as err:
-            given.write(text.encode())
-            given.seek(0)
-            run = subprocess.run([*RUNNER, PROGRAM, *arguments], cwd=self.folder, timeout=120,
-                                 env={**quiet, **environment},
-                                 stdin=given, stdout=out, stderr=err, check=False)
-            out.seek(0)
-            err.seek(0)
-            return (run.returncode, out.read().decode(),
-                    err.read().decode().replace("\r\n", "\n"))
+    def run_program(self, *arguments, text="", **settings):
+        return run([PROGRAM, *arguments], self.folder, text, **settings)
 
     def explain(self, *arguments, text="", **environment):
         return self.run_program("explain", "--drive-c", "drive", *arguments, text=text,
@@ -75,14 +54,6 @@ class Case(unittest.TestCase):
         with self.subTest(arguments=arguments):
             self.assertEqual(self.explain(*arguments, text=text),
                              (FAILED, "", f"quillfence: {said}\n"))
-
-    def file(self, name, content):
-        (self.folder / name).parent.mkdir(parents=True, exist_ok=True)
-        (self.folder / name).write_bytes(content.encode())
-
-    def files(self):
-        return {str(path.relative_to(self.folder)): path.read_bytes()
-                for path in self.folder.rglob("*") if path.is_file()}
 
 
 class FactsTest(Case):
@@ -529,6 +500,48 @@ class CaptureTest(Case):
                  "none/x.json: could not be written: No such file or directory")):
             self.check_not_captured(arguments, said)
 
+    def test_a_redacted_case(self):
+        self.file("case.key", "sixteen bytes are enough")
+        (self.folder / "case.key").chmod(0o600)
+        self.capture()
+        options = ["--case", "case.json", "--redact", "case.key", "--capture", "other.json"]
+        status, out, err = self.explain(*options)
+        self.assertEqual(status, EXPLAINED)
+        self.assertRegex(err, "^quillfence: other.json: a case with 2 DNS answers, .*, "
+                              "pseudonyms in place of [0-9]+ names?\n$")
+        text = (self.folder / "other.json").read_text()
+        self.assertNotIn("bob@", text)
+        self.assertIn("@example.net", text)
+        decided = json.loads(text)["decision"]
+        status, out, _ = self.explain("--case", "other.json", "--json")
+        self.assertEqual((status, json.loads(out)["decision"]), (EXPLAINED, decided))
+        self.assertEqual(decided["rule"], "from_blacklist")
+
+        # The list names the domain, which gets a pseudonym now.
+        before = self.files()
+        status, out, err = self.explain(*options, "--redact-domains")
+        self.assertEqual((status, out), (FAILED, ""))
+        self.assertRegex(err, "^quillfence: --redact: the (outcome of from_blacklist|verdict) "
+                              "changes: ")
+        self.assertEqual(self.files(), before)
+
+    def test_redacting_that_can_not_be(self):
+        self.capture()
+        self.file("short.key", "short")
+        for arguments, said in (
+                (["--redact", "none.key", "--capture", "x"], "none.key"),
+                (["--redact", "short.key", "--capture", "x"], "short.key"),
+                (["--redact", "short.key", "--capture", "x", "--with-config"],
+                 "--redact excludes --with-config"),
+                (["--redact", "short.key"], "--redact requires --capture"),
+                (["--redact-domains", "--capture", "x"], "--redact-domains requires --redact")):
+            with self.subTest(arguments=arguments):
+                before = self.files()
+                status, out, err = self.explain("--case", "case.json", *arguments)
+                self.assertEqual((status, out), (FAILED, ""))
+                self.assertIn(said, err)
+                self.assertEqual(self.files(), before)
+
     def test_a_case_that_is_none(self):
         self.file("wrong.json", '{"schema": "quillfence.case/1",\n "transaction": {"ip": 7}}')
         self.assertEqual(self.explain("--case", "wrong.json"),
@@ -603,4 +616,4 @@ class WrittenTest(Case):
 
 
 if __name__ == "__main__":
-    unittest.main(argv=sys.argv[:1], verbosity=2)
+    main()

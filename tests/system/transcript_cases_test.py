@@ -10,19 +10,13 @@ PROGRAM, which is quillfence, on a Windows build (a list as CMake has it).
 """
 
 import json
-import os
-import subprocess
-import sys
-import tempfile
 import unittest
 from pathlib import Path
 
 from replay_transcript import Case, NativeDrive, run_captured, write_files
+from whole_program import ARGUMENTS, RUNNER, main
 
-RUNNER = []
-if sys.argv[1].startswith("--runner="):
-    RUNNER = [word for word in sys.argv.pop(1).split("=", 1)[1].split(";") if word]
-PROGRAM, TRANSCRIPTS = os.path.abspath(sys.argv[1]), Path(sys.argv[2])
+PROGRAM, TRANSCRIPTS = (Path(argument).resolve() for argument in ARGUMENTS)
 
 # Those that end without a line: wrong arguments, and block maps of which there is no list.
 WITHOUT_LINE = ["block_maps_empty_lists", "block_maps_no_list", "empty_ip", "empty_mode",
@@ -97,4 +91,4 @@ class TranscriptCases(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    unittest.main(argv=sys.argv[:1], verbosity=2)
+    main()
