@@ -532,7 +532,7 @@ class CaptureTest(Case):
                 (["--redact", "none.key", "--capture", "x"], "none.key"),
                 (["--redact", "short.key", "--capture", "x"], "short.key"),
                 (["--redact", "short.key", "--capture", "x", "--with-config"],
-                 "--redact excludes --with-config"),
+                 "--with-config excludes --redact"),
                 (["--redact", "short.key"], "--redact requires --capture"),
                 (["--redact-domains", "--capture", "x"], "--redact-domains requires --redact")):
             with self.subTest(arguments=arguments):
