@@ -19,7 +19,7 @@
 #include "text.h"
 #include "tiny_rex_storage.h"
 
-namespace quillfence::data_tool {
+namespace quillfence::verification {
 
 namespace {
 
@@ -424,4 +424,4 @@ void verify_other_files(tree &in) {
     }
 }
 
-} // namespace quillfence::data_tool
+} // namespace quillfence::verification
