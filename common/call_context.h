@@ -9,6 +9,7 @@
 #include <cstdint>
 
 #include "platform/dns.h"
+#include "platform/registry.h"
 
 namespace quillfence {
 
@@ -32,6 +33,39 @@ struct file_substitute {
     const char *replacement; // read instead; it exists
 };
 
+// What another server's system answered, in place of this one. Names of keys, values and folders
+// are compared without regard to letter case, addresses as they are; of several rows for one thing
+// the first counts.
+
+// A value of the registry, below HKEY_LOCAL_MACHINE. A key is there when a row says so, a value
+// when it was found in the first such row of its name.
+struct registry_row {
+    const char *key;   // as the engine names it, in whichever view
+    const char *value; // "" for the key's default value; null: about the key alone
+    bool found;        // whether there is such a value; with null, such a key
+    uint32_t type;     // as platform::registry_query gives them
+    const void *data;
+    uint32_t size;
+};
+
+struct address_map_row {
+    const char *address;
+    const char *destination; // null: the map does not know it
+};
+
+struct folder_row {
+    const char *folder;       // as the engine names it
+    const char *const *names; // of its files, as listed, null behind the last; null: no such folder
+};
+
+// Each ends in a row that names nothing. What is not in them counts as missing, and nothing of this
+// system is asked.
+struct server_rows {
+    const registry_row *registry;
+    const address_map_row *address_map;
+    const folder_row *folders;
+};
+
 // All borrowed; each may be null.
 struct call_context {
     evidence_sink *evidence = nullptr; // who wants to know
@@ -41,6 +75,8 @@ struct call_context {
     // What if a file held something else: ends in a row without a path. Lists and other texts are
     // looked up there by path_to_read; block maps and pattern files are not.
     const file_substitute *substitutes = nullptr;
+    // The registry, the mail server's address map and its folders; null: this system's.
+    const server_rows *server = nullptr;
 };
 
 // The calling thread's; borrowed, null when it has none.
@@ -50,6 +86,12 @@ call_context *exchange_call_context(call_context *context);
 
 // The path to read a text file from: its substitute's, else its own. Borrowed.
 const char *path_to_read(const char *path);
+
+// The calling thread's rows; null when this system answers.
+inline const server_rows *given_server() {
+    const call_context *const context = current_call_context();
+    return context ? context->server : nullptr;
+}
 
 // Sets a context for its own lifetime and restores the one before; they nest.
 class call_scope {

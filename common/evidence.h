@@ -108,11 +108,19 @@ struct domain_table_search {
 // --- the mail server ---
 
 struct registry_look {
-    const char *key = nullptr; // below HKEY_LOCAL_MACHINE
-    const char *value = nullptr;
+    const char *key = nullptr;   // below HKEY_LOCAL_MACHINE
+    const char *value = nullptr; // null: the key itself was looked for
     bool found = false;
-    const char *data = nullptr; // as text; null when it was not read
-    bool decided = false;       // whether this value is why the rule applies
+    uint32_t type = 0; // of what was found, and its bytes as stored; 0 when only its name counts
+    const void *data = nullptr;
+    uint32_t size = 0;
+    bool decided = false; // whether this value is why the rule applies
+};
+
+// A file of a folder that is searched for an entry, in the system's order.
+struct folder_entry {
+    const char *folder = nullptr;
+    const char *name = nullptr;
 };
 
 struct folder_search {
@@ -126,7 +134,7 @@ struct folder_search {
 struct address_map_look {
     const char *library = nullptr;
     const char *address = nullptr;
-    const char *destination = nullptr; // null: there is none
+    const char *destination = nullptr; // null: there is none, or no such library
 };
 
 // --- the world outside ---
@@ -225,7 +233,8 @@ struct evidence_sink {
     slot<selection_load> loaded_selection;
     slot<domain_table_search> searched_domain_table;
     slot<registry_look> looked_at_registry;
-    slot<folder_search> searched_folder;
+    slot<folder_entry> saw_folder_entry;
+    slot<folder_search> searched_folder; // behind its entries
     slot<address_map_look> asked_address_map;
     slot<dns_question> dns_answered;
     slot<zone_look> asked_zone;

@@ -5,6 +5,7 @@
 
 #include "byte_cursor.h"
 #include "evidence.h"
+#include "given_registry.h"
 #include "platform/error_numbers.h"
 #include "vc_log.h"
 #include "vc_text.h"
@@ -17,11 +18,30 @@ static const char *shown(const char *value) {
     return value ? value : "";
 }
 
+// --- this system's registry, or the rows of the calling thread's context ---
+
+static uint32_t open_key(vc_regroot root, const char *key, uint32_t access, vc_regkey **opened) {
+    const server_rows *const given = given_server();
+    return given ? given_key_open(given->registry, root, key, opened)
+                 : platform::registry_open(root, key, access, opened);
+}
+
+static uint32_t query_key(vc_regkey *key, const char *value, uint32_t *type, void *data,
+                          uint32_t *size) {
+    return given_server() ? given_key_query(key, value, type, data, size)
+                          : platform::registry_query(key, value, type, data, size);
+}
+
+static uint32_t enumerate_key(vc_regkey *key, uint32_t index, char *name, uint32_t *size) {
+    return given_server() ? given_key_enumerate(key, index, name, size)
+                          : platform::registry_enumerate(key, index, name, size);
+}
+
 // Opens a key to read one of its values, for the operation of that name.
 static vc_regkey *open_for_read(const char *function, vc_regroot root, const char *key,
                                 const char *value) {
     vc_regkey *opened = nullptr;
-    if (platform::registry_open(root, key, platform::registry_read, &opened)) {
+    if (open_key(root, key, platform::registry_read, &opened)) {
         QF_ERROR_AS(function, "error opening registry key for read %s %s", key, shown(value));
     }
     return opened;
@@ -31,7 +51,7 @@ static vc_regkey *open_for_read(const char *function, vc_regroot root, const cha
 // read by its size.
 static uint32_t query(vc_regkey *key, const char *value, uint32_t *type, void *data,
                       uint32_t *size) {
-    const uint32_t error = platform::registry_query(key, value, type, data, size);
+    const uint32_t error = query_key(key, value, type, data, size);
     return error == platform::error_more_data ? static_cast<uint32_t>(platform::error_none) : error;
 }
 
@@ -157,7 +177,7 @@ vc_regkey *vc_regkey_open_ex(vc_regroot root, const char *key, uint32_t access) 
         return nullptr;
     }
     vc_regkey *opened = nullptr;
-    const uint32_t error = platform::registry_open(root, key, access, &opened);
+    const uint32_t error = open_key(root, key, access, &opened);
     if (error == platform::error_not_enough_memory) {
         QF_ENOMEM();
     }
@@ -165,7 +185,9 @@ vc_regkey *vc_regkey_open_ex(vc_regroot root, const char *key, uint32_t access) 
 }
 
 void vc_regkey_close(vc_regkey *key) {
-    platform::registry_close(key);
+    if (!given_server()) {
+        platform::registry_close(key);
+    }
 }
 
 int vc_regkey_has_value(vc_regkey *key, const char *value) {
@@ -198,7 +220,7 @@ int vc_regkey_value_name(vc_regkey *key, uint32_t index, char *name, size_t size
         return 0;
     }
     auto length = static_cast<uint32_t>(size < INT32_MAX ? size : INT32_MAX);
-    switch (platform::registry_enumerate(key, index, name, &length)) {
+    switch (enumerate_key(key, index, name, &length)) {
     case platform::error_none:
         return 1;
     case platform::error_more_data:
@@ -206,6 +228,32 @@ int vc_regkey_value_name(vc_regkey *key, uint32_t index, char *name, size_t size
     default:
         return 0;
     }
+}
+
+// --- for whoever asks ---
+
+// The bytes of a value of that size, null when they can't be had.
+static void *copy_of_value(vc_regkey *key, const char *value, uint32_t *size) {
+    void *const bytes = malloc(*size ? *size : 1);
+    if (!bytes) {
+        tell_no_memory("vc_regkey_tell");
+        return nullptr;
+    }
+    if (query_key(key, value, nullptr, bytes, size)) { // it has grown meanwhile
+        *size = 0;
+    }
+    return bytes;
+}
+
+void vc_regkey_tell(vc_regkey *key, const char *path, const char *value) {
+    if (!asked()) {
+        return;
+    }
+    registry_look look = {.key = path, .value = key ? value : nullptr};
+    look.found = key && query(key, value, &look.type, nullptr, &look.size) == 0;
+    const heap_ptr<void> bytes(look.found ? copy_of_value(key, value, &look.size) : nullptr);
+    look.data = bytes.get();
+    tell(&evidence_sink::looked_at_registry, look);
 }
 
 } // namespace quillfence

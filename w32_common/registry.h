@@ -4,7 +4,8 @@
 // path, or a null argument where one is needed, is an ERROR line with the EINVAL text; lines name
 // the operation and "w32_common/registry". Value names: null and "" are the key's default value,
 // which lines show as "". Key and value names ignore case. On Linux the registry is a registry
-// export (platform/registry.h).
+// export (platform/registry.h). While the calling thread's context has another server's rows
+// (call_context.h), they are what is read, and a key is opened and closed under the same ones.
 //
 // What is not there is an ERROR line for the operations that read ("%s %s" are the key path and the
 // value name). Who expects that a value may be missing asks vc_regkey_exists_ex first, which says
@@ -71,5 +72,10 @@ int vc_regkey_get_dword(vc_regkey *key, const char *value, uint32_t *number);
 //   name, size  the buffer; a name takes size - 1 characters at most
 // Returns 1; -1 for a longer name, which is left out; 0 behind the last value and on failure.
 int vc_regkey_value_name(vc_regkey *key, uint32_t index, char *name, size_t size);
+
+// Tells whoever asks (evidence.h) what an open key has under a value's name, of whatever type and
+// size, for a look that could not make use of it. The key may be null: it is missing. path names
+// it, below HKEY_LOCAL_MACHINE.
+void vc_regkey_tell(vc_regkey *key, const char *path, const char *value);
 
 } // namespace quillfence

@@ -76,9 +76,18 @@ static int code_of(answer_class is) {
                                          : vc_dns_failed;
 }
 
+// Whether the answer is missing because the time for all questions was used up.
+static bool is_cut_off(const dns_record &given) {
+    return given.is == answer_class::missing && (given.status == dns_sources::status_deadline ||
+                                                 given.status == platform::dns_status_timeout);
+}
+
 // The status for the engine. What the server said is another one where a guard read it as a
 // failure.
 static std::optional<uint32_t> engine_status(const dns_record &given) {
+    if (is_cut_off(given)) {
+        return dns_sources::status_deadline;
+    }
     if (vc_dns_code(given.status) == code_of(given.is)) {
         return given.status;
     }
@@ -132,7 +141,7 @@ std::optional<std::string> add_answer(dns_sources::recorded_source &recorded,
     if (!type) {
         return unknown("type", given.type);
     }
-    if (given.is == answer_class::missing) {
+    if (given.is == answer_class::missing && !is_cut_off(given)) {
         return std::nullopt;
     }
     answer made;

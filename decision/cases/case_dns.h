@@ -25,9 +25,9 @@ std::optional<std::string> add_zone_entry(dns_sources::zone_source &zone, std::s
 std::optional<std::string> add_zone_data(dns_sources::zone_source &zone,
                                          const std::vector<zone_name> &data);
 
-// Adds the next answer to a question. One that was missing then is not added, and so is missing
-// again; one that a guard had read as a failure stays a failure. Returns why not: "the type "XY" is
-// not known".
+// Adds the next answer to a question. One that was missing then is missing again, for the same
+// reason; one that a guard had read as a failure stays a failure. Returns why not: "the type "XY"
+// is not known".
 std::optional<std::string> add_answer(dns_sources::recorded_source &recorded,
                                       const dns_record &given);
 

@@ -53,29 +53,31 @@ void collector::slot(void *context, const Fact *fact) noexcept {
     }
 }
 
-collector::collector(decision_record &to, const explain_options &with)
-    : record(to), options(with), slots{.context = this,
-                                       .looked_at_path = slot,
-                                       .searched_list = slot,
-                                       .searched_ranges = slot,
-                                       .searched_patterns = slot,
-                                       .asked_map = slot,
-                                       .searched_sender_networks = slot,
-                                       .loaded_selection = slot,
-                                       .searched_domain_table = slot,
-                                       .looked_at_registry = slot,
-                                       .searched_folder = slot,
-                                       .asked_address_map = nullptr,
-                                       .dns_answered = slot,
-                                       .asked_zone = slot,
-                                       .looked_up_country = nullptr,
-                                       .cache_answered = slot,
-                                       .rule_went = slot,
-                                       .found_empty_hook = slot,
-                                       .gave_reason = slot,
-                                       .recorded_hit = nullptr,
-                                       .could_not_look = slot,
-                                       .wrote_error = slot} {
+collector::collector(decision_record &to, server_answers *asked, const explain_options &with)
+    : record(to), server(asked),
+      options(with), slots{.context = this,
+                           .looked_at_path = slot,
+                           .searched_list = slot,
+                           .searched_ranges = slot,
+                           .searched_patterns = slot,
+                           .asked_map = slot,
+                           .searched_sender_networks = slot,
+                           .loaded_selection = slot,
+                           .searched_domain_table = slot,
+                           .looked_at_registry = slot,
+                           .saw_folder_entry = with.capture ? slot<folder_entry> : nullptr,
+                           .searched_folder = slot,
+                           .asked_address_map = with.capture ? slot<address_map_look> : nullptr,
+                           .dns_answered = slot,
+                           .asked_zone = slot,
+                           .looked_up_country = nullptr,
+                           .cache_answered = slot,
+                           .rule_went = slot,
+                           .found_empty_hook = slot,
+                           .gave_reason = slot,
+                           .recorded_hit = nullptr,
+                           .could_not_look = slot,
+                           .wrote_error = slot} {
     uint32_t number = 0;
     for (const rule_row &row : rule_rows()) {
         rule_record rule;
@@ -627,12 +629,26 @@ void collector::on(const domain_table_search &fact) {
 }
 
 void collector::on(const registry_look &fact) {
+    if (options.capture) {
+        server.on(fact);
+    }
     if (fact.decided) {
         current.from = registry_source{text_of(fact.key), text_of(fact.value)};
     }
 }
 
+void collector::on(const folder_entry &fact) {
+    server.on(fact);
+}
+
+void collector::on(const address_map_look &fact) {
+    server.on(fact);
+}
+
 void collector::on(const folder_search &fact) {
+    if (options.capture) {
+        server.on(fact);
+    }
     current.looked_at += fact.entries;
     current.any_there |= fact.existed;
     if (fact.name) {
@@ -668,7 +684,7 @@ static bool never_hits(const std::string &rule, const rule_row &row) {
 void collector::finish(bool with_report) {
     const call_scope quiet(nullptr);
     if (options.files) {
-        weigh_files(&record.config.files);
+        weigh_files(&record.config.files, options.capture);
     }
     name_pattern_lists(&record);
     note_answers();

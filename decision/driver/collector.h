@@ -9,6 +9,7 @@
 #include "decision_record.h"
 #include "evidence.h"
 #include "explain.h"
+#include "kept_answers.h"
 #include "rule_facts.h"
 #include "smtp_state.h"
 
@@ -31,8 +32,8 @@ enum class phase : uint8_t {
 class collector {
   public:
     // Fills record's rules (all of the table), block_maps, dns_block_lists, dns, missing, errors
-    // and config.files. Both are borrowed.
-    collector(decision_record &record, const explain_options &options);
+    // and config.files; server with what options.capture asks for. All are borrowed.
+    collector(decision_record &record, server_answers *server, const explain_options &options);
     collector(const collector &) = delete;
     collector &operator=(const collector &) = delete;
 
@@ -119,6 +120,8 @@ class collector {
     void on(const domain_table_search &fact);
     void on(const registry_look &fact);
     void on(const folder_search &fact);
+    void on(const folder_entry &fact);
+    void on(const address_map_look &fact);
     void on(const dns_question &fact);
     void on(const zone_look &fact);
     void on(const cache_answer &fact);
@@ -145,6 +148,7 @@ class collector {
     void keep_doubt(const rule_record &rule, bool by_failure);
 
     decision_record &record;
+    answer_keeper server;
     const explain_options &options;
     evidence_sink slots{};
     phase at = phase::nothing;

@@ -11,13 +11,13 @@
 namespace quillfence::decision {
 
 // What was read beforehand; false when that is not known.
-static bool weigh_frozen(config_file *file) {
+static bool weigh_frozen(config_file *file, bool whole) {
     const frozen_file *const frozen = frozen_file_of(file->path.c_str());
     if (!frozen || !frozen->bytes) {
         return false;
     }
     file->bytes = frozen->size;
-    if (frozen->size > largest_digested_file) {
+    if (frozen->size > largest_digested_file && !whole) {
         file->time = utc_text(frozen->changed);
     } else {
         file->sha256 = frozen->sha256;
@@ -25,8 +25,8 @@ static bool weigh_frozen(config_file *file) {
     return true;
 }
 
-static void weigh(config_file *file) {
-    if (weigh_frozen(file)) {
+static void weigh(config_file *file, bool whole) {
+    if (weigh_frozen(file, whole)) {
         return;
     }
     data_files::open_file opened;
@@ -37,17 +37,17 @@ static void weigh(config_file *file) {
     file->bytes = bytes;
     std::string digest;
     int64_t changed = 0;
-    if (bytes > largest_digested_file) {
+    if (bytes > largest_digested_file && !whole) {
         file->time = opened.changed(&changed) ? "" : utc_text(changed);
     } else if (!data_files::digest_of_file(file->path, &digest)) {
         file->sha256 = digest;
     }
 }
 
-void weigh_files(std::vector<config_file> *files) {
+void weigh_files(std::vector<config_file> *files, bool whole) {
     for (config_file &file : *files) {
         if (!file.missing) {
-            weigh(&file);
+            weigh(&file, whole);
         }
     }
 }

@@ -6,11 +6,11 @@
 
 namespace quillfence::decision {
 
-// Of larger files no digest is made.
+// Of larger files no digest is made, unless the record is captured.
 inline constexpr uint64_t largest_digested_file = 8u << 20;
 
-// Adds size and digest to the files that are there.
-void weigh_files(std::vector<config_file> *files);
+// Adds size and digest to the files that are there; whole: whatever their size.
+void weigh_files(std::vector<config_file> *files, bool whole);
 
 // Adds list and line to every expression of the record's rules whose file has a current file of
 // lines beside it (pattern_lines.h), and a note about one that is stale or wrong.

@@ -7,6 +7,7 @@
 
 #include "collector.h"
 #include "frozen_files.h"
+#include "kept_answers.h"
 #include "quillfence-checks.h"
 #include "quillfence.h"
 #include "report.h"
@@ -54,12 +55,15 @@ engine_build this_build() {
 
 class driver {
   public:
-    driver(const transaction &what, const explain_options &with, decision_record &to)
-        : options(with), record(to), told(to, with),
+    driver(const transaction &what, const explain_options &with, explain_result &to)
+        : options(with), record(to.record), told(to.record, &to.server, with),
           missing(missing_facts(what)), context{.evidence = told.sink(),
                                                 .dns = with.dns,
                                                 .configuration = with.configuration,
                                                 .substitutes = with.substitutes} {
+        if (with.server) {
+            context.server = given.emplace(*with.server).rows();
+        }
         record.id = with.id;
         record.time = with.time;
         record.engine = this_build();
@@ -469,6 +473,7 @@ class driver {
     decision_record &record;
     collector told;
     fact_set missing;
+    std::optional<answer_rows> given;
     call_context context;
     rule_table own_rules{nullptr};
 };
@@ -478,7 +483,7 @@ class driver {
 explain_result explain(const transaction &what, const explain_options &options) noexcept {
     explain_result result;
     try {
-        result.failed = driver(what, options, result.record).run();
+        result.failed = driver(what, options, result).run();
     } catch (const std::bad_alloc &) {
         result.failed = no_memory;
     } catch (...) {

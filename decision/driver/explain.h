@@ -11,6 +11,7 @@
 
 #include "call_context.h"
 #include "decision_record.h"
+#include "server_answers.h"
 
 namespace quillfence::decision {
 
@@ -24,7 +25,9 @@ struct explain_options {
     dns_source *dns = nullptr;                    // null: the system's DNS
     const frozen_files *configuration = nullptr;  // null: the files, read for every question
     const file_substitute *substitutes = nullptr; // what if: see call_context.h
-    std::string id{};                             // handed through
+    const server_answers *server = nullptr;       // another mail server's; null: this system's
+    bool capture = false; // for a case: what the server answered, and the digests of large files
+    std::string id{};     // handed through
     std::string time{};
 };
 
@@ -32,6 +35,9 @@ struct explain_result {
     // Null when the record is whole; else why there is none, in words: "out of memory".
     const char *failed = nullptr;
     decision_record record;
+    // With capture: what was asked of the registry, the address map and the mailboxes' folders.
+    // What could not be looked at is not among it.
+    server_answers server{};
 };
 
 // Throws nothing. ERROR lines of the engine go into the record, and to the process's log function

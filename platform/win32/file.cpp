@@ -251,6 +251,17 @@ uint32_t file_changed(file_handle file, int64_t *seconds) {
     return error;
 }
 
+uint32_t file_is_private(file_handle file, bool *is) {
+    *is = false;
+    if (const uint32_t failure = observe_call("file_is_private", "")) {
+        return failure;
+    }
+    BY_HANDLE_FILE_INFORMATION found;
+    const uint32_t error = error_unless(GetFileInformationByHandle(handle_of(file), &found));
+    *is = !error;
+    return error;
+}
+
 uint32_t file_truncate(file_handle file) {
     const uint32_t failure = observe_call("file_truncate", "");
     return failure ? failure : error_unless(SetEndOfFile(handle_of(file)));

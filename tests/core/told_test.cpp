@@ -130,10 +130,31 @@ TEST_F(told, the_mail_servers_white_list) {
     registry.set_text(me_white_list_key, "192.0.2.*", "", registry_view_32);
     evidence_watch watch;
     EXPECT_EQ(is_mailenable_ip_whitelist("192.0.2.9"), 1);
-    EXPECT_EQ(watch.take("registry"), (lines{std::string("registry key=") + me_connector_key +
-                                                 " value=" + me_white_list_status + " data=on",
-                                             std::string("registry key=") + me_white_list_key +
-                                                 " value=192.0.2.* decided"}));
+    const std::string list = std::string("registry key=") + me_white_list_key + " value=";
+    EXPECT_EQ(watch.take("registry"),
+              (lines{std::string("registry key=") + me_connector_key +
+                         " value=" + me_white_list_status + " type=4 data=1",
+                     list + "192.0.2.9 missing", list + "192.0.2.* decided"}));
+    EXPECT_EQ(is_mailenable_ip_whitelist("192.0.3.9"), 0);
+    EXPECT_EQ(watch.take("registry").back(), list + "192.0.2.*") << "that it was looked at";
+}
+
+TEST_F(told, what_stands_in_the_registry_in_place_of_the_mail_server) {
+    const auto asked = [] {
+        evidence_watch watch;
+        free(me_configuration_directory(me_key));
+        return watch.take("registry");
+    };
+    const std::string front =
+        std::string("registry key=") + me_key + " value=" + me_configuration_value;
+    EXPECT_EQ(asked(), lines{front + " missing"});
+    registry.set_dword(me_key, me_configuration_value, 7);
+    EXPECT_EQ(asked(), lines{front + " type=4 data=7"}) << "no text, so it counts as not read";
+    registry.set_text(me_key, me_configuration_value, std::string(600, 'x'));
+    EXPECT_EQ(asked(), lines{front + " type=1 data=" + std::string(600, 'x')}) << "too long";
+    registry.set_text(me_key, me_configuration_value, "c:\\mail");
+    EXPECT_EQ(asked(), lines{front + " type=1 data=c:\\mail"});
+    EXPECT_EQ(log.errors().size(), 2U) << "of the two that can't be used";
 }
 
 TEST_F(told, the_mail_servers_domains) {

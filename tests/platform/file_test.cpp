@@ -229,6 +229,9 @@ TEST_F(file, a_closed_handle_is_invalid) {
     int64_t seconds = 12345;
     EXPECT_EQ(file_changed(closed, &seconds), error_invalid_handle);
     EXPECT_EQ(seconds, 0);
+    bool is_private = true;
+    EXPECT_EQ(file_is_private(closed, &is_private), error_invalid_handle);
+    EXPECT_FALSE(is_private);
     EXPECT_EQ(file_truncate(closed), error_invalid_handle);
     EXPECT_EQ(file_sync(closed), error_invalid_handle);
     EXPECT_EQ(file_map(closed, &mapping), error_invalid_handle);
@@ -592,6 +595,7 @@ TEST_F(file, every_function_can_be_made_to_fail) {
     uint32_t count = 1;
     uint64_t size = 1;
     int64_t position = 1;
+    bool is_private = false;
     file_mapping mapping = {};
     FILE *const file_stream = stream_open(file_a, "rb+");
     ASSERT_NE(file_stream, nullptr);
@@ -606,6 +610,7 @@ TEST_F(file, every_function_can_be_made_to_fail) {
         {"file_seek() ", [&] { return file_seek(a.handle, 0, seek_origin::end, &position); }},
         {"file_size() ", [&] { return file_size(a.handle, &size); }},
         {"file_changed() ", [&] { return file_changed(a.handle, &position); }},
+        {"file_is_private() ", [&] { return file_is_private(a.handle, &is_private); }},
         {"file_truncate() ", [&] { return file_truncate(a.handle); }},
         {"file_sync() ", [&] { return file_sync(a.handle); }},
         {"file_map() ", [&] { return file_map(a.handle, &mapping); }},

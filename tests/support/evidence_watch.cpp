@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "allocation_pause.h"
+#include "byte_cursor.h"
 #include "vc_list.h"
 
 namespace quillfence::testing {
@@ -108,12 +109,26 @@ line shown(const domain_table_search &fact) {
         .add("line", fact.line);
 }
 line shown(const registry_look &fact) {
-    return line("registry")
-        .add("key", fact.key)
-        .add("value", fact.value)
-        .flag("missing", !fact.found)
-        .add("data", fact.data)
-        .flag("decided", fact.decided);
+    line made("registry");
+    made.add("key", fact.key).add("value", fact.value);
+    made.flag("missing", !fact.found);
+    if (fact.found) {
+        made.add("type", fact.type);
+    }
+    if (!fact.data) {
+        return made.flag("decided", fact.decided);
+    }
+    if (fact.type == platform::registry_text) {
+        made.add("data", static_cast<const char *>(fact.data));
+    } else if (fact.type == platform::registry_dword) {
+        made.add("data", std::to_string(load_le32(fact.data)).c_str());
+    } else {
+        made.add("size", fact.size);
+    }
+    return made.flag("decided", fact.decided);
+}
+line shown(const folder_entry &fact) {
+    return line("folder_entry").add("folder", fact.folder).add("name", fact.name);
 }
 line shown(const folder_search &fact) {
     return line("folder")
@@ -204,6 +219,7 @@ evidence_watch::evidence_watch()
            .loaded_selection = keep,
            .searched_domain_table = keep,
            .looked_at_registry = keep,
+           .saw_folder_entry = keep,
            .searched_folder = keep,
            .asked_address_map = keep,
            .dns_answered = keep,

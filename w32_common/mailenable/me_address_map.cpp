@@ -53,6 +53,29 @@ static bool ask_map(address_map_function ask, const char *address, address_map_r
     return known;
 }
 
+// The same by another server's answers.
+static bool ask_rows(const address_map_row *row, const char *address,
+                     address_map_request *request) {
+    while (row->address && strcmp(row->address, address) != 0) {
+        ++row;
+    }
+    const bool known = row->address && row->destination;
+    if (known) {
+        platform::format_text(request->destination, sizeof request->destination, "%s",
+                              row->destination);
+    }
+    return known;
+}
+
+// Whether the address map knows the address, and has filled in its destination.
+static bool find_destination(const char *address, address_map_request *request) {
+    if (const server_rows *const given = given_server()) {
+        return ask_rows(given->address_map, address, request);
+    }
+    const address_map_function ask = find_map_function();
+    return ask && ask_map(ask, address, request);
+}
+
 static const char *part_of(char *destination, int mode) {
     switch (mode) {
     case me_postoffice:
@@ -69,13 +92,10 @@ char *load_me_destination_address_ex(const char *address, int mode) {
         QF_EINVAL();
         return nullptr;
     }
-    const address_map_function ask = find_map_function();
     address_map_request request;
-    const bool known = ask && ask_map(ask, address, &request);
-    if (ask) {
-        tell(&evidence_sink::asked_address_map,
-             {library_name, address, known ? request.destination : nullptr});
-    }
+    const bool known = find_destination(address, &request);
+    tell(&evidence_sink::asked_address_map,
+         {library_name, address, known ? request.destination : nullptr});
     if (!known) {
         return nullptr;
     }

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "byte_cursor.h"
 #include "evidence.h"
 #include "me_settings.h"
 #include "quillfence-iprange.h"
@@ -19,18 +20,28 @@ namespace quillfence {
 static constexpr char module_name[] = "w32_common/me_ip_whitelist";
 static constexpr size_t longest_name = 64;
 
+static void tell_status(uint32_t status) {
+    unsigned char stored[4];
+    store_le32(stored, status);
+    tell(&evidence_sink::looked_at_registry, {.key = me_connector_key,
+                                              .value = me_white_list_status,
+                                              .found = true,
+                                              .type = platform::registry_dword,
+                                              .data = stored,
+                                              .size = sizeof stored});
+}
+
 static bool whitelist_is_on() {
     vc_regkey *const connector =
         vc_regkey_open_ex(vc_regroot::local_machine, me_connector_key, vc_regkey_read_32);
     uint32_t status = 0;
-    const bool on =
-        connector && vc_regkey_get_dword(connector, me_white_list_status, &status) && status;
+    if (connector && vc_regkey_get_dword(connector, me_white_list_status, &status)) {
+        tell_status(status);
+    } else {
+        vc_regkey_tell(connector, me_connector_key, me_white_list_status);
+    }
     vc_regkey_close(connector);
-    tell(&evidence_sink::looked_at_registry, {.key = me_connector_key,
-                                              .value = me_white_list_status,
-                                              .found = connector != nullptr,
-                                              .data = on ? "on" : "off"});
-    return on;
+    return status != 0;
 }
 
 // The address that a pattern becomes with a number in place of every star.
@@ -58,18 +69,21 @@ static bool in_pattern(uint32_t address, const char *name) {
            qf_ip_in_range(address, &range);
 }
 
-// Tells the entry of the white list that holds the client.
-static void tell_entry(const char *name) {
-    tell(&evidence_sink::looked_at_registry,
-         {.key = me_white_list_key, .value = name, .found = true, .decided = true});
+static bool stands_there(vc_regkey *white_list, const char *ip) {
+    const bool stands = white_list && vc_regkey_has_value(white_list, ip);
+    tell(&evidence_sink::looked_at_registry, {.key = me_white_list_key,
+                                              .value = white_list ? ip : nullptr,
+                                              .found = stands,
+                                              .decided = stands});
+    return stands;
 }
 
-static bool stands_there(vc_regkey *white_list, const char *ip) {
-    const bool stands = vc_regkey_has_value(white_list, ip);
-    if (stands) {
-        tell_entry(ip);
-    }
-    return stands;
+// Whether the name is a pattern that holds the address. What stands under it is not looked at.
+static bool look_at_name(const char *name, uint32_t address) {
+    const bool holds = in_pattern(address, name);
+    tell(&evidence_sink::looked_at_registry,
+         {.key = me_white_list_key, .value = name, .found = true, .decided = holds});
+    return holds;
 }
 
 static bool in_some_pattern(vc_regkey *white_list, const char *ip) {
@@ -83,8 +97,7 @@ static bool in_some_pattern(vc_regkey *white_list, const char *ip) {
         if (!found) {
             return false;
         }
-        if (found > 0 && in_pattern(address, name)) {
-            tell_entry(name);
+        if (found > 0 && look_at_name(name, address)) {
             return true;
         }
     }
@@ -101,7 +114,7 @@ int is_mailenable_ip_whitelist(const char *ip) {
     vc_regkey *const white_list =
         vc_regkey_open_ex(vc_regroot::local_machine, me_white_list_key, vc_regkey_read_32);
     const bool listed =
-        white_list && (stands_there(white_list, ip) || in_some_pattern(white_list, ip));
+        stands_there(white_list, ip) || (white_list && in_some_pattern(white_list, ip));
     vc_regkey_close(white_list);
     return listed;
 }

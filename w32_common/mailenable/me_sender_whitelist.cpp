@@ -70,26 +70,62 @@ static bool entry_matches(const char *name, size_t length, const char *sender) {
     return !is_empty(pattern.get()) && __wildcardmatch(pattern.get(), sender) == 0;
 }
 
-static bool listing_holds(platform::directory_listing *listing, const char *sender,
-                          folder_search *search) {
+// Looks at the next file of the folder; false when the search ends with it.
+static bool look_at(const char *name, folder_search *search) {
+    tell(&evidence_sink::saw_folder_entry, {.folder = search->folder, .name = name});
+    size_t length;
+    if (!is_entry(name, &length)) {
+        return false; // kept on purpose: such a file hides the entries behind it
+    }
+    ++search->entries;
+    if (entry_matches(name, length, search->value)) {
+        search->name = name;
+    }
+    return !search->name;
+}
+
+static bool end_search(const folder_search &search) {
+    tell(&evidence_sink::searched_folder, search);
+    return search.name != nullptr;
+}
+
+static bool listing_holds(platform::directory_listing *listing, folder_search *search) {
     platform::directory_entry entry;
     while (platform::directory_next(listing, &entry) == 0) {
-        if (entry.attributes & platform::attribute_directory) {
-            continue;
-        }
-        size_t length;
-        if (!is_entry(entry.name, &length)) {
-            break; // kept on purpose: such a file hides the entries behind it
-        }
-        ++search->entries;
-        if (entry_matches(entry.name, length, sender)) {
-            search->name = entry.name;
-            tell(&evidence_sink::searched_folder, *search);
-            return true;
+        const bool is_folder = entry.attributes & platform::attribute_directory;
+        if (!is_folder && !look_at(entry.name, search)) {
+            break;
         }
     }
-    tell(&evidence_sink::searched_folder, *search);
-    return false;
+    return end_search(*search);
+}
+
+static bool folder_holds(const char *folder, folder_search *search) {
+    if (!vc_file_exists_ex(folder, vc_type_directory)) {
+        return end_search(*search);
+    }
+    platform::directory_listing *listing = nullptr;
+    if (const uint32_t error = platform::directory_open(folder, &listing)) {
+        tell_failure(folder, error);
+        return false;
+    }
+    search->existed = true;
+    const bool listed = listing_holds(listing, search);
+    platform::directory_close(listing);
+    return listed;
+}
+
+// The same by another server's listing.
+static bool row_holds(const folder_row *row, const char *folder, folder_search *search) {
+    while (row->folder && _stricmp(row->folder, folder) != 0) {
+        ++row;
+    }
+    search->existed = row->folder && row->names;
+    const char *const *name = search->existed ? row->names : nullptr;
+    while (name && *name && look_at(*name, search)) {
+        ++name;
+    }
+    return end_search(*search);
 }
 
 int is_mailenable_sender_whitelist(const char *sender, const char *recipient) {
@@ -102,19 +138,9 @@ int is_mailenable_sender_whitelist(const char *sender, const char *recipient) {
         return 0;
     }
     folder_search search = {.folder = directory.get(), .value = sender};
-    if (!vc_file_exists_ex(directory.get(), vc_type_directory)) {
-        tell(&evidence_sink::searched_folder, search);
-        return 0;
-    }
-    platform::directory_listing *listing = nullptr;
-    if (const uint32_t error = platform::directory_open(directory.get(), &listing)) {
-        tell_failure(directory.get(), error);
-        return 0;
-    }
-    search.existed = true;
-    const bool listed = listing_holds(listing, sender, &search);
-    platform::directory_close(listing);
-    return listed;
+    const server_rows *const given = given_server();
+    return given ? row_holds(given->folders, directory.get(), &search)
+                 : folder_holds(directory.get(), &search);
 }
 
 } // namespace quillfence

@@ -223,5 +223,23 @@ TEST_F(edit_rights, a_folder_that_is_gone_is_an_error) {
               error_filename_too_long);
 }
 
+TEST_F(edit_rights, a_file_is_private_when_its_group_and_others_may_not_read_it) {
+    drive.write(list, "secret");
+    for (const auto &[mode, want] : {std::pair(0600u, true),
+                                     {0400u, true},
+                                     {0711u, true},
+                                     {0640u, false},
+                                     {0604u, false},
+                                     {0644u, false}}) {
+        ASSERT_EQ(chmod(native(list).c_str(), mode), 0);
+        file_handle file = invalid_file;
+        ASSERT_EQ(file_open(list, {}, &file), error_none);
+        bool is = !want;
+        EXPECT_EQ(file_is_private(file, &is), error_none);
+        EXPECT_EQ(is, want) << std::oct << mode;
+        EXPECT_EQ(file_close(file), error_none);
+    }
+}
+
 } // namespace
 } // namespace quillfence::platform

@@ -1,0 +1,336 @@
+#include "personal_names.h"
+
+#include <algorithm>
+
+namespace quillfence::decision {
+
+static constexpr size_t shortest_bare_name = 3;
+static constexpr size_t longest_local_part = 320; // of those that are looked for in the end
+
+// Whether one of a text's words, in lower case, is such a word.
+template <class Function>
+static bool any_word(std::string_view text, const Function &is_such) {
+    size_t at = 0;
+    for (word_place word{}; next_word(text, at, &word); at = word.at + word.size) {
+        if (is_such(lower_case(text.substr(word.at, word.size)))) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// --- addresses in texts ---
+
+static bool is_local_byte(char c) {
+    return is_word_byte(c) ||
+           (c && std::string_view("!#$%&'*+=?^`{|}~").find(c) != std::string_view::npos);
+}
+
+// Where the quoted text begins whose closing quote stands at a place; that place for none.
+static size_t opening_quote(std::string_view text, size_t closing) {
+    for (size_t at = closing; at > 0; --at) {
+        const bool escaped = at > 1 && text[at - 2] == '\\';
+        if (text[at - 1] == '"' && !escaped) {
+            return at - 1;
+        }
+    }
+    return closing;
+}
+
+static size_t begin_of_local_part(std::string_view text, size_t from, size_t sign) {
+    if (sign && text[sign - 1] == '"') {
+        const size_t opening = opening_quote(text, sign - 1);
+        return opening < sign - 1 ? opening : sign;
+    }
+    size_t at = sign;
+    while (at > from && is_local_byte(text[at - 1])) {
+        --at;
+    }
+    return at;
+}
+
+static size_t end_of_domain(std::string_view text, size_t from) {
+    size_t end = from;
+    while (end < text.size() && is_word_byte(text[end])) {
+        ++end;
+    }
+    return end;
+}
+
+std::vector<address_place> addresses_in(std::string_view text) {
+    std::vector<address_place> found;
+    size_t from = 0;
+    for (size_t sign = text.find('@'); sign != std::string_view::npos;
+         sign = text.find('@', from)) {
+        const size_t at = begin_of_local_part(text, from, sign);
+        const size_t behind = end_of_domain(text, sign + 1);
+        while (at < sign && !found.empty() && found.back().at >= at) {
+            found.pop_back(); // it stood in quotes
+        }
+        if (at < sign) {
+            found.push_back({at, sign, behind});
+        }
+        // What stands between two signs belongs to both: a@b@c.
+        from = behind < text.size() && text[behind] == '@' ? sign + 1 : std::max(behind, sign + 1);
+    }
+    return found;
+}
+
+// --- learning ---
+
+// A listed mailbox whitelist has its entries in file names.
+static constexpr std::string_view entry_file_ending = ".LST";
+
+static std::string_view without_entry_ending(std::string_view text) {
+    return text.ends_with(entry_file_ending)
+               ? text.substr(0, text.size() - entry_file_ending.size())
+               : text;
+}
+
+static std::string first_domain(std::string_view text) {
+    word_place word{};
+    return next_word(text, 0, &word) ? lower_case(text.substr(word.at, word.size)) : "";
+}
+
+static bool has_word(std::string_view text) {
+    word_place word{};
+    return next_word(text, 0, &word);
+}
+
+static std::string without_final_dots(std::string domain) {
+    domain.erase(domain.find_last_not_of('.') + 1);
+    return domain;
+}
+
+void personal_names::learn_address(std::string_view local, std::string_view domain) {
+    if (!has_word(local)) {
+        learn_domain(domain);
+        return;
+    }
+    locals_.push_back(lower_case(local));
+    if (local.size() <= longest_local_part) {
+        addresses_[locals_.back()].insert(without_final_dots(lower_case(domain)));
+    }
+    learn_domain(domain);
+}
+
+void personal_names::learn_fact(std::string_view text) {
+    const size_t sign = text.rfind('@');
+    facts_.insert(lower_case(text));
+    if (sign == std::string_view::npos) {
+        locals_.push_back(lower_case(text));
+    } else {
+        learn_address(text.substr(0, sign), text.substr(sign + 1));
+    }
+}
+
+void personal_names::learn_text(std::string_view text) {
+    const std::string_view body = without_entry_ending(text);
+    for (const address_place &place : addresses_in(body)) {
+        learn_address(body.substr(place.at, place.sign - place.at),
+                      body.substr(place.sign + 1, place.behind - place.sign - 1));
+    }
+}
+
+static bool is_reverse_name(const std::string &name) {
+    return name.ends_with(".arpa");
+}
+
+void personal_names::learn_domain(std::string_view name) {
+    std::string rest = first_domain(without_entry_ending(name));
+    if (is_reverse_name(rest)) {
+        return;
+    }
+    while (rest.find('.') != std::string::npos && domains_.insert(rest).second) {
+        rest.erase(0, rest.find('.') + 1);
+    }
+}
+
+void personal_names::learn_name(std::string_view text) {
+    with_words(text, [this](std::string_view in, word_place word) {
+        names_.insert(lower_case(in.substr(word.at, word.size)));
+        return "";
+    });
+}
+
+void personal_names::keep_zone(std::string_view zone) {
+    zones_.insert(first_domain(zone));
+}
+
+// A domain inside of a local part: list+bob=x.example.
+bool personal_names::stands_for_domain(std::string_view local, word_place place) const {
+    const bool behind = place.at && local[place.at - 1] == '=';
+    const size_t end = place.at + place.size;
+    const bool before = end < local.size() && local[end] == '=';
+    return (behind || before) && is_domain(lower_case(local.substr(place.at, place.size)));
+}
+
+void personal_names::settle() {
+    for (const std::string &local : locals_) {
+        with_words(local, [this](std::string_view in, word_place word) {
+            if (!stands_for_domain(in, word)) {
+                names_.emplace(in.substr(word.at, word.size));
+            }
+            return "";
+        });
+    }
+    locals_.clear();
+}
+
+// --- domains ---
+
+bool personal_names::is_domain(const std::string &word) const {
+    return domains_.contains(word);
+}
+
+// Whether a name or one above it is in a set.
+static bool is_below(const std::unordered_set<std::string> &set, std::string_view name) {
+    while (!set.contains(std::string(name))) {
+        const size_t dot = name.find('.');
+        if (dot == std::string_view::npos) {
+            return false;
+        }
+        name.remove_prefix(dot + 1);
+    }
+    return true;
+}
+
+bool personal_names::is_kept(const std::string &word) const {
+    return is_reverse_name(word) || is_below(zones_, word);
+}
+
+bool personal_names::goes_as_domain(const std::string &word) const {
+    return with_domains_ && word.find('.') != std::string::npos && !is_kept(word) &&
+           is_below(domains_, word);
+}
+
+// --- replacing ---
+
+std::string personal_names::in_words(std::string_view text, scope which) {
+    return with_words(text, [this, which](std::string_view in, word_place place) {
+        const std::string_view word = in.substr(place.at, place.size);
+        const std::string plain = lower_case(word);
+        if (goes_as_domain(plain)) {
+            return pseudonyms_.of_domain(word);
+        }
+        const bool is_name =
+            which == scope::words && word.size() >= shortest_bare_name && names_.contains(plain);
+        return is_name ? pseudonyms_.of(word) : std::string(word);
+    });
+}
+
+std::string personal_names::in_name(std::string_view local) {
+    return with_words(local, [this](std::string_view in, word_place place) {
+        const std::string_view word = in.substr(place.at, place.size);
+        if (!stands_for_domain(in, place)) {
+            return pseudonyms_.of(word);
+        }
+        return goes_as_domain(lower_case(word)) ? pseudonyms_.of_domain(word) : std::string(word);
+    });
+}
+
+std::string personal_names::in_fact(std::string_view text) {
+    const size_t sign = text.rfind('@');
+    if (sign == std::string_view::npos) {
+        return in_name(text);
+    }
+    return in_name(text.substr(0, sign)) + '@' + in_words(text.substr(sign + 1), scope::words);
+}
+
+std::string personal_names::in_found_addresses(std::string_view text, scope which) {
+    std::string made;
+    size_t from = 0;
+    for (const address_place &place : addresses_in(text)) {
+        const size_t at = std::max(place.at, from);
+        made += in_words(text.substr(from, at - from), which);
+        made += in_name(text.substr(at, place.sign - at));
+        from = place.sign;
+    }
+    return made += in_words(text.substr(from), which);
+}
+
+std::string personal_names::in_text(std::string_view text) {
+    if (facts_.contains(lower_case(text))) {
+        return in_fact(text);
+    }
+    const std::string_view body = without_entry_ending(text);
+    return in_found_addresses(body, scope::words) += text.substr(body.size());
+}
+
+std::string personal_names::in_addresses(std::string_view text) {
+    if (facts_.contains(lower_case(text))) {
+        return in_fact(text);
+    }
+    const std::string_view body = without_entry_ending(text);
+    return in_found_addresses(body, scope::addresses) += text.substr(body.size());
+}
+
+// --- paths ---
+
+bool personal_names::has_only_names(std::string_view text) const {
+    return has_word(text) &&
+           !any_word(text, [this](const std::string &word) { return !names_.contains(word); });
+}
+
+static bool is_drive(std::string_view component) {
+    return component.size() == 2 && component[1] == ':';
+}
+
+std::string personal_names::in_component(std::string_view component) {
+    if (is_drive(component)) {
+        return std::string(component);
+    }
+    return has_only_names(component) ? in_name(component) : in_addresses(component);
+}
+
+std::string personal_names::in_path(std::string_view path) {
+    std::string made;
+    for (size_t at = 0; at <= path.size();) {
+        const size_t end = std::min(path.find_first_of("/\\", at), path.size());
+        made += in_component(path.substr(at, end - at));
+        made += path.substr(end, 1);
+        at = end + 1;
+    }
+    return made;
+}
+
+// --- checking ---
+
+// Whether an address that was learned stands around an "@": all before it, and how the rest begins.
+bool personal_names::is_learned(std::string_view local, std::string_view behind) const {
+    const auto known = addresses_.find(lower_case(local));
+    if (known == addresses_.end()) {
+        return false;
+    }
+    const std::string plain = lower_case(behind);
+    return std::any_of(known->second.begin(), known->second.end(),
+                       [&](const std::string &domain) { return plain.starts_with(domain); });
+}
+
+bool personal_names::holds_address(std::string_view text) const {
+    constexpr size_t longest_domain = 1024;
+    for (size_t sign = text.find('@'); sign != std::string_view::npos;
+         sign = text.find('@', sign + 1)) {
+        const std::string_view behind = text.substr(sign + 1, longest_domain);
+        for (size_t at = sign; at && sign - at < longest_local_part; --at) {
+            const bool begins = at == 1 || !is_word_byte(text[at - 2]);
+            if (begins && is_learned(text.substr(at - 1, sign - at + 1), behind)) {
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
+bool personal_names::holds_domain(std::string_view text) const {
+    return with_domains_ &&
+           any_word(text, [this](const std::string &word) { return goes_as_domain(word); });
+}
+
+bool personal_names::holds_name(std::string_view text) const {
+    return any_word(text, [this](const std::string &word) {
+        return word.size() >= shortest_bare_name && names_.contains(word);
+    });
+}
+
+} // namespace quillfence::decision
