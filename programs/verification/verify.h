@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <ostream>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -62,6 +63,9 @@ void verify_patterns(tree &in);     // dynaregex/*.cregexes
 void verify_block_maps(tree &in);   // the maps that the lists of maps name
 void verify_counters(tree &in);     // log/.counterv2.dat.*
 void verify_other_files(tree &in);  // names that the engine does not know
+
+// The block maps that the lists of maps name; a finding for a list that can't be read.
+std::set<std::string> named_maps(tree &in);
 
 // Everything; findings are sorted by file and line.
 //   base  the folder that stands for c:/quillfence

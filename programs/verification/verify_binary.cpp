@@ -308,6 +308,8 @@ class map_reader {
     unsigned found_ = 0;
 };
 
+} // namespace
+
 std::set<std::string> named_maps(tree &in) {
     std::set<std::string> names;
     for (const configuration_file &file : configuration_files) {
@@ -323,8 +325,6 @@ std::set<std::string> named_maps(tree &in) {
     names.erase("");
     return names;
 }
-
-} // namespace
 
 void verify_block_maps(tree &in) {
     const std::set<std::string> names = named_maps(in);
