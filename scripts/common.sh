@@ -1,4 +1,4 @@
-# Shared by ./explain, ./replay, ./check and the scripts: sourced, not run. Needs bash and $root.
+# Shared by ./cases, ./explain, ./replay, ./check and the scripts: sourced, not run. Needs bash and $root.
 
 say() { printf '== %s\n' "$*" >&2; }
 die() {

@@ -25,7 +25,7 @@ static bool begins_as_bundle(const std::string &path) {
     return decision::is_bundle({bytes, got});
 }
 
-// The document, if it is not larger than its reader would take.
+// The document, if it is not larger than its reader would take. Complaints have the name `shown`.
 static std::string document_of(const std::string &path, const std::string &shown) {
     static constexpr uint64_t largest = decision::json_limits().bytes;
     data_files::open_file file;
@@ -57,17 +57,19 @@ void case_input::unpack(const std::string &path) {
 
 case_input::case_input(const std::string &path) {
     std::string document = path;
-    std::string shown = path;
+    std::string in_bundle; // what a problem begins with
     if (begins_as_bundle(path)) {
         unpack(path);
         document = folder_->path() + "/bundle/" + decision::bundled_case;
-        shown += std::string(" (") + decision::bundled_case + ')';
+        in_bundle = std::string(decision::bundled_case) + ": ";
+    } else if (data_files::lower(path).ends_with(".tar")) {
+        throw wrong_case(path, 0, "is no bundle, which is a tar file that begins with case.json");
     }
-    text_ = document_of(document, shown);
+    text_ = document_of(document, path);
     decision::json_problem problem;
     auto read = decision::read_case(text_, &problem);
     if (!read) {
-        throw wrong_case(shown, problem.line, problem.text);
+        throw wrong_case(path, problem.line, in_bundle + problem.text);
     }
     case_ = *std::move(read);
 }

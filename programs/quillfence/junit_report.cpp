@@ -68,8 +68,8 @@ static std::vector<std::string> details_of(const case_result &result) {
     for (const std::string &question : result.missing) {
         add("missing", question);
     }
-    for (const std::string &file : result.changed) {
-        add("since the capture", file);
+    for (const std::string &note : result.notes) {
+        add("note", note);
     }
     for (const std::string &error : result.errors) {
         add("error", error);

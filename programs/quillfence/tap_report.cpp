@@ -55,7 +55,7 @@ static std::string diagnostics(const case_result &result) {
            (result.line ? "  line: " + std::to_string(result.line) + '\n' : "") +
            yaml_differences(result.wrong) + yaml_member("decided", result.decided) +
            yaml_member("entry", result.entry) + yaml_member("reason", result.reason) +
-           yaml_list("missing", result.missing) + yaml_list("changed", result.changed) +
+           yaml_list("missing", result.missing) + yaml_list("notes", result.notes) +
            yaml_list("errors", result.errors) + "  ...\n";
 }
 
@@ -71,11 +71,17 @@ std::string tap_case(size_t number, const case_result &result) {
     if (!good) {
         return text + diagnostics(result);
     }
-    for (const std::string &update : result.updates) {
-        text += comment(result.path + ": updated: " + update);
-    }
     for (const std::string &file : result.changed) {
-        text += comment(result.path + ": since the capture " + file);
+        text += comment(result.path + ": not as captured: " + file);
+    }
+    return text;
+}
+
+std::string tap_update(const case_result &result) {
+    std::string text;
+    for (const decision::mismatch &one : result.wrong) {
+        text +=
+            comment(result.path + ": " + one.what + ": " + one.expected + " becomes " + one.came);
     }
     return text;
 }

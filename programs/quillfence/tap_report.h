@@ -12,6 +12,8 @@ namespace quillfence::programs {
 // Each text ends in a line feed.
 std::string tap_plan(size_t cases);
 std::string tap_case(size_t number, const case_result &result); // number from 1
+// What is about to be written into the expectation of a case, as comments.
+std::string tap_update(const case_result &result);
 std::string tap_end(const case_counts &counts);
 
 } // namespace quillfence::programs

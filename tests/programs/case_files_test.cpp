@@ -39,15 +39,15 @@ TEST_F(case_files, a_file_is_a_case_whatever_its_name) {
 }
 
 TEST_F(case_files, a_folder_is_searched_in_the_order_of_paths) {
-    for (const char *name : {"b.json", "a.tar", "notes.txt", "json", "x/z.json",
-                             "x/y/deep.json", "x.json", "x/README.md", "b.json.bak"}) {
+    for (const char *name : {"b.json", "a.tar", "notes.txt", "json", "x/z.json", "x/y/deep.json",
+                             "x.json", "x/README.md", "b.json.bak"}) {
         file(name);
     }
     const found want = {{"c:/quillfence/cases/a.tar", ""},
-                  {"c:/quillfence/cases/b.json", ""},
-                  {"c:/quillfence/cases/x.json", ""},
-                  {"c:/quillfence/cases/x/y/deep.json", ""},
-                  {"c:/quillfence/cases/x/z.json", ""}};
+                        {"c:/quillfence/cases/b.json", ""},
+                        {"c:/quillfence/cases/x.json", ""},
+                        {"c:/quillfence/cases/x/y/deep.json", ""},
+                        {"c:/quillfence/cases/x/z.json", ""}};
     EXPECT_EQ(case_files_of({folder}), want);
     EXPECT_EQ(case_files_of({std::string(folder) + '/'})[0].path, "c:/quillfence/cases/a.tar");
 }

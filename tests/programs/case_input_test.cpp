@@ -74,8 +74,7 @@ TEST_F(case_input_test, what_is_refused_names_file_line_and_member) {
     drive.write(path, std::string((16u << 20) + 1, ' '));
     EXPECT_EQ(refusal(path), std::string(path) + ": is larger than a case may be (16 MiB)");
     write_tar(path, {{"case.json", "{}"}});
-    EXPECT_EQ(refusal(path).substr(0, std::string(path).size() + 16),
-              std::string(path) + " (case.json):1: ");
+    EXPECT_TRUE(refusal(path).starts_with(std::string(path) + ":1: case.json: ")) << refusal(path);
     write_tar(path, {{"other.json", "{}"}});
     EXPECT_NE(refusal(path), "") << "a tar file that is no bundle";
 }

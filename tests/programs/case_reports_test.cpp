@@ -27,6 +27,7 @@ case_result bad() {
     result.reason = "the sender matches an entry";
     result.missing = {"PTR 9.2.0.192.in-addr.arpa."};
     result.changed = {"c:/quillfence/from_blacklist differs"};
+    result.notes = {"not as captured: c:/quillfence/from_blacklist differs"};
     result.errors = {"vc_file vc_open_ex: c:/x: Permission denied"};
     return result;
 }
@@ -99,11 +100,9 @@ TEST(tap_report, as_expected) {
     case_result result = good();
     result.description = "a friend";
     result.changed = {"c:/quillfence/from_blacklist differs"};
-    result.updates = {"verdict: accept becomes reject"};
     EXPECT_EQ(tap_case(2, result),
               "ok 2 - cases/a.json: a friend\n"
-              "# cases/a.json: updated: verdict: accept becomes reject\n"
-              "# cases/a.json: since the capture c:/quillfence/from_blacklist differs\n");
+              "# cases/a.json: not as captured: c:/quillfence/from_blacklist differs\n");
 }
 
 TEST(tap_report, not_as_expected) {
@@ -124,11 +123,16 @@ TEST(tap_report, not_as_expected) {
               "  reason: \"the sender matches an entry\"\n"
               "  missing:\n"
               "    - \"PTR 9.2.0.192.in-addr.arpa.\"\n"
-              "  changed:\n"
-              "    - \"c:/quillfence/from_blacklist differs\"\n"
+              "  notes:\n"
+              "    - \"not as captured: c:/quillfence/from_blacklist differs\"\n"
               "  errors:\n"
               "    - \"vc_file vc_open_ex: c:/x: Permission denied\"\n"
               "  ...\n");
+}
+
+TEST(tap_report, what_is_about_to_be_written) {
+    EXPECT_EQ(tap_update(bad()), "# cases/b.json: verdict: accept becomes reject\n"
+                                 "# cases/b.json: rule: (none) becomes from_blacklist\n");
 }
 
 TEST(tap_report, not_run) {
@@ -171,7 +175,7 @@ TEST(junit_report, every_outcome) {
         "entry: c:/quillfence/from_blacklist:2: *@spammer.example (wildcard)\n"
         "reason: the sender matches an entry\n"
         "missing: PTR 9.2.0.192.in-addr.arpa.\n"
-        "since the capture: c:/quillfence/from_blacklist differs\n"
+        "note: not as captured: c:/quillfence/from_blacklist differs\n"
         "error: vc_file vc_open_ex: c:/x: Permission denied</failure>\n"
         "      <system-out>a friend</system-out>\n"
         "    </testcase>\n"

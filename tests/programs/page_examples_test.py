@@ -12,28 +12,22 @@ An example is an indented block that begins with "$ " and a command:
     0
 
 A line "..." stands for any lines. "echo $?" shows the exit status of the command before it; where
-it is not asked for, it is 0. "| jq -c .MEMBER" shows one member of a JSON document. LAUNCHER runs
-the programs on a Windows build (a list as CMake has it).
+it is not asked for, it is 0. "| jq -c .MEMBER" shows one member of a JSON document. "cat FILE"
+shows a file that a command before it made; else what it shows is the file that is meant from there
+on. LAUNCHER runs the programs on a Windows build (a list as CMake has it).
 """
 
 import json
-import os
 import re
 import shlex
 import shutil
-import subprocess
-import sys
-import tempfile
-import unittest
 from pathlib import Path
 
-RUNNER = []
-if sys.argv[1].startswith("--runner="):
-    RUNNER = [word for word in sys.argv.pop(1).split("=", 1)[1].split(";") if word]
-QUILLFENCE, REPLAYER = os.path.abspath(sys.argv[1]), os.path.abspath(sys.argv[2])
-SOURCE = Path(sys.argv[3]).resolve()
+from whole_program import ARGUMENTS, RUNNER, FolderTest, main, run
 
-PAGES = ["README.md", "docs/explain.md"]
+QUILLFENCE, REPLAYER, SOURCE = (Path(argument).resolve() for argument in ARGUMENTS)
+
+PAGES = ["README.md", "docs/cases.md", "docs/explain.md"]
 # What differs from run to run and between the systems.
 NORMALISED = [
     (r"\b\d+(\.\d+)? ms\b", "0 ms"),
@@ -77,38 +71,29 @@ def sample_of(script):
     return shlex.split(re.search(r"^ +set -- ((?:--|R ).*)$", text, re.MULTILINE).group(1))
 
 
-class PagesTest(unittest.TestCase):
-    maxDiff = None
-
-    @classmethod
-    def setUpClass(cls):
-        cls.temporary = tempfile.TemporaryDirectory(prefix="page-examples-")
-        cls.folder = Path(cls.temporary.name)
-        shutil.copytree(SOURCE / "examples", cls.folder / "examples")
-        shutil.copytree(SOURCE / "examples" / "drive_c", cls.folder / "drive_c")
-
-    @classmethod
-    def tearDownClass(cls):
-        cls.temporary.cleanup()
+class PagesTest(FolderTest):
+    def setUp(self):
+        super().setUp()
+        shutil.copytree(SOURCE / "examples", self.folder / "examples")
+        shutil.copytree(SOURCE / "examples" / "drive_c", self.folder / "drive_c")
 
     def run_program(self, *command):
-        """Exit status and everything that a terminal would show. It goes to files: Wine's own
-        processes would hold pipes open."""
-        environment = {name: value for name, value in os.environ.items()
-                       if not name.startswith("QUILLFENCE_") and name != "VERBOSEDEBUG"}
-        with tempfile.TemporaryFile() as out, tempfile.TemporaryFile() as err:
-            run = subprocess.run([*RUNNER, *command], cwd=self.folder, timeout=120,
-                                 env={**environment,
-                                      "QUILLFENCE_DRIVE_C": str(self.folder / "drive_c"),
-                                      "QUILLFENCE_EVENT_LOG": "-"},
-                                 stdin=subprocess.DEVNULL, stdout=out, stderr=err, check=False)
-            out.seek(0)
-            err.seek(0)
-            return (run.returncode,
-                    out.read().decode() + err.read().decode().replace("\r\n", "\n"))
+        """Exit status and everything that a terminal would show."""
+        status, out, err = run(command, self.folder, QUILLFENCE_EVENT_LOG="-",
+                               QUILLFENCE_DRIVE_C=str(self.folder / "drive_c"))
+        return status, out + err
 
-    def run_example(self, command):
+    def show_file(self, name, shown):
+        """The file's text, which is what the page shows where there is none yet."""
+        path = self.folder / name
+        if not path.exists():
+            path.write_bytes(shown.encode())
+        return 0, path.read_bytes().decode()
+
+    def run_example(self, command, shown):
         words = shlex.split(command, comments=True)
+        if words[0] == "cat":
+            return self.show_file(words[1], shown)
         member = None
         if "|" in words:
             words, (jq, option, member) = words[:words.index("|")], words[words.index("|") + 1:]
@@ -117,7 +102,10 @@ class PagesTest(unittest.TestCase):
         if name == "./explain":
             arguments = ["explain", "--drive-c", "examples/drive_c",
                          *(arguments or sample_of("explain"))]
-        status, got = self.run_program({"./explain": QUILLFENCE, "quillfence": QUILLFENCE,
+        elif name == "./cases":
+            arguments = ["test", "--drive-c", "examples/drive_c",
+                         *(arguments or ["examples/cases"])]
+        status, got = self.run_program({"./explain": QUILLFENCE, "./cases": QUILLFENCE, "quillfence": QUILLFENCE,
                                         "./replay": REPLAYER}[name],
                                        *(arguments or sample_of("replay")))
         if member:
@@ -131,7 +119,7 @@ class PagesTest(unittest.TestCase):
             if RUNNER and command.startswith("./replay"):
                 continue # it reads the server's own drive
             with self.subTest(page=page, command=command):
-                got_status, got = self.run_example(command)
+                got_status, got = self.run_example(command, shown)
                 if not shows(normalised(shown), normalised(got)):
                     self.assertEqual(got, shown)
                 self.assertEqual(got_status, status)
@@ -149,4 +137,4 @@ class PagesTest(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    unittest.main(argv=sys.argv[:1], verbosity=2)
+    main()

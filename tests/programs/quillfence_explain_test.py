@@ -12,15 +12,12 @@ import os
 import re
 import shutil
 import subprocess
-import sys
-import tempfile
 import unittest
 from pathlib import Path
 
-RUNNER = []
-if sys.argv[1].startswith("--runner="):
-    RUNNER = [word for word in sys.argv.pop(1).split("=", 1)[1].split(";") if word]
-PROGRAM, SOURCE = os.path.abspath(sys.argv[1]), Path(sys.argv[2]).resolve()
+from whole_program import ARGUMENTS, RUNNER, FolderTest, main, run
+
+PROGRAM, SOURCE = (Path(argument).resolve() for argument in ARGUMENTS)
 
 EXPLAINED, REJECTED, FAILED, UNDECIDED = 0, 1, 2, 3
 
@@ -35,31 +32,13 @@ LOG_LINE = ("2026-11-20 08:15:42 quillfence[1]: HAM: mua=[no:(null)],ip=[192.0.2
             "port=<1>,tls=<no>,helo=<a.example>,from=<a@a.example>,rcpt=<bob@example.net>\r\n")
 
 
-class Case(unittest.TestCase):
-    maxDiff = None
-
+class Case(FolderTest):
     def setUp(self):
-        folder = tempfile.TemporaryDirectory(prefix="quillfence-explain-")
-        self.addCleanup(folder.cleanup)
-        self.folder = Path(folder.name)
+        super().setUp()
         shutil.copytree(SOURCE / "examples/drive_c", self.folder / "drive")
 
-    def run_program(self, *arguments, text="", **environment):
-        """Exit status, standard output and standard error. They go to files: Wine's own processes
-        would hold pipes open. Lines on standard error end as the system likes them."""
-        quiet = {name: value for name, value in os.environ.items()
-                 if not name.startswith("QUILLFENCE_") and name != "VERBOSEDEBUG"}
-        with tempfile.TemporaryFile() as given, tempfile.TemporaryFile() as out, \
-                tempfile.TemporaryFile() as err:
-            given.write(text.encode())
-            given.seek(0)
-            run = subprocess.run([*RUNNER, PROGRAM, *arguments], cwd=self.folder, timeout=120,
-                                 env={**quiet, **environment},
-                                 stdin=given, stdout=out, stderr=err, check=False)
-            out.seek(0)
-            err.seek(0)
-            return (run.returncode, out.read().decode(),
-                    err.read().decode().replace("\r\n", "\n"))
+    def run_program(self, *arguments, text="", **settings):
+        return run([PROGRAM, *arguments], self.folder, text, **settings)
 
     def explain(self, *arguments, text="", **environment):
         return self.run_program("explain", "--drive-c", "drive", *arguments, text=text,
@@ -75,14 +54,6 @@ class Case(unittest.TestCase):
         with self.subTest(arguments=arguments):
             self.assertEqual(self.explain(*arguments, text=text),
                              (FAILED, "", f"quillfence: {said}\n"))
-
-    def file(self, name, content):
-        (self.folder / name).parent.mkdir(parents=True, exist_ok=True)
-        (self.folder / name).write_bytes(content.encode())
-
-    def files(self):
-        return {str(path.relative_to(self.folder)): path.read_bytes()
-                for path in self.folder.rglob("*") if path.is_file()}
 
 
 class FactsTest(Case):
@@ -132,7 +103,7 @@ class FactsTest(Case):
 
     def test_a_transaction_comes_in_one_way(self):
         said = ("give the transaction in one way: by name (--ip, --sender ...), as the replayer's "
-                "nine values, or by --input")
+                "nine values, by --input or by --case")
         values = ["R", "192.0.2.25", "25", "0", "u", "0", "h", "a@b.example", "c@d.example"]
         self.check_refused(["--ip", "192.0.2.9", "--input", "-"], said)
         self.check_refused(["--ip", "192.0.2.9", *values], said)
@@ -353,6 +324,14 @@ class AnswerTest(Case):
         self.assertEqual(self.files(), before)
 
 
+# The page of a subcommand that is not called like it.
+PAGES = {"test": "cases"}
+
+
+def written_options(text):
+    return set(re.findall(r"(?<![\w-])--[a-z][a-z-]*", text))
+
+
 # What is written about the program: each subcommand with its options.
 class WrittenTest(Case):
     def help_of(self, *words):
@@ -366,7 +345,7 @@ class WrittenTest(Case):
         self.assertEqual(self.run_program("--version"), (EXPLAINED, f"quillfence {version}\n", ""))
 
     def test_help_fits_a_terminal(self):
-        for words in ([], ["explain"]):
+        for words in ([], ["explain"], ["test"]):
             for line in self.help_of(*words).split("\n"):
                 self.assertLessEqual(len(line), 80, line)
 
@@ -376,8 +355,9 @@ class WrittenTest(Case):
         self.assertIn("explain", subcommands)
         manual = (SOURCE / "docs/man/quillfence.1").read_text().replace("\\-", "-")
         completion = (SOURCE / "packaging/completion/quillfence").read_text()
+        every_option = {"--help", "--version"}
         for name in subcommands:
-            page = (SOURCE / f"docs/{name}.md").read_text()
+            page = (SOURCE / f"docs/{PAGES.get(name, name)}.md").read_text()
             options = set(re.findall(r"^  (?:-\w,)?(--[a-z][a-z-]*)", self.help_of(name),
                                      re.MULTILINE)) - {"--help"}
             self.assertGreater(len(options), 5)
@@ -389,10 +369,9 @@ class WrittenTest(Case):
                 for title, written in (("man", own), ("page", page), ("completion", completion)):
                     self.assertRegex(written, rf"(?<![\w-]){option}(?![\w-])", f"{title}: {name}")
             # Nor is anything written of that the program does not know.
-            known = options | {"--help", "--version"}
-            for title, written in (("man", own), ("completion", completion)):
-                self.assertEqual(set(re.findall(r"(?<![\w-])--[a-z][a-z-]*", written)) - known,
-                                 set(), title)
+            self.assertEqual(written_options(own) - options, set(), f"man: {name}")
+            every_option |= options
+        self.assertEqual(written_options(completion) - every_option, set(), "completion")
 
     @unittest.skipIf(RUNNER, "the shell is the build host's")
     def test_completion(self):
@@ -409,11 +388,16 @@ class WrittenTest(Case):
         self.file("afile", "")
         self.assertEqual(complete("quillfence", "ex"), ["explain"])
         self.assertEqual(complete("quillfence", "explain", "--with"),
-                         ["--with-list", "--without-list"])
-        self.assertEqual(complete("quillfence", "explain", "--dns", ""), ["live", "off"])
+                         ["--with-config", "--with-list", "--without-list"])
+        self.assertEqual(complete("quillfence", "explain", "--dns", ""),
+                         ["live", "off", "record-missing", "recorded"])
+        self.assertEqual(complete("quillfence", "te"), ["test"])
+        self.assertEqual(complete("quillfence", "test", "--dns", "rec"),
+                         ["record-missing", "recorded"])
+        self.assertEqual(complete("quillfence", "test", "--u"), ["--update", "--user-dir"])
         self.assertEqual(complete("quillfence", "explain", "--drive-c", ""), ["drive"])
         self.assertEqual(complete("quillfence", "explain", "--input", "af"), ["afile"])
 
 
 if __name__ == "__main__":
-    unittest.main(argv=sys.argv[:1], verbosity=2)
+    main()
