@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """quillfence collect as its user meets it: the file, its rights, and what others read in it.
 
-    quillfence_collect_test.py [--runner=LAUNCHER] PROGRAM
+    quillfence_collect_test.py [--runner=LAUNCHER] PROGRAM SOURCE_FOLDER
 
 LAUNCHER runs the program on a Windows build (a list as CMake has it).
 """
@@ -9,6 +9,7 @@ LAUNCHER runs the program on a Windows build (a list as CMake has it).
 import hashlib
 import json
 import os
+import re
 import shutil
 import signal
 import subprocess
@@ -22,6 +23,7 @@ RUNNER = []
 if sys.argv[1].startswith("--runner="):
     RUNNER = [word for word in sys.argv.pop(1).split("=", 1)[1].split(";") if word]
 PROGRAM = os.path.abspath(sys.argv.pop(1))
+PAGE = Path(sys.argv.pop(1)) / "docs/formats/bundle.md"
 TAR = shutil.which("tar")
 DONE, NO, FAILED, PARTLY = 0, 1, 2, 3
 
@@ -71,6 +73,23 @@ class Collect(unittest.TestCase):
                              {member.name for member in archive if member.isreg()} -
                              {"manifest.json", "verify.json"})
             self.assertIsInstance(json.load(archive.extractfile("verify.json"))["findings"], list)
+
+    def test_the_manifest_of_the_format_page(self):
+        shutil.rmtree(self.folder / "server")
+        self.file("server/quillfence/Control/enabled", b"1\n")
+        self.file("server/quillfence/from_blacklist", b"*@foe.example\n")
+        self.file("server/quillfence/log/qflog", b"a line\n")
+        self.file("server/quillfence/notes.txt", b"")
+        for name in ("Control/enabled", "from_blacklist"):
+            os.utime(self.folder / "server/quillfence" / name, (1795168800, 1795168800))
+        self.assertEqual(self.collect()[0], DONE)
+        with tarfile.open(self.folder / "out.tar") as archive:
+            text = archive.extractfile("manifest.json").read().decode()
+        text = re.sub(r'"time": "[^"]*\.\d{3}Z"', '"time": "2026-11-22T12:00:00.000Z"', text)
+        text = re.sub(r'"version": "[^"]*"', '"version": "1.0.0"', text)
+        text = re.sub(r'"missing": \[.*?\n  \]', '"missing": [\n    ...\n  ]', text, flags=re.DOTALL)
+        shown = re.search(r"^    \{\n.*?^    \}\n", PAGE.read_text(), re.DOTALL | re.MULTILINE).group()
+        self.assertEqual(text, re.sub(r"^    ", "", shown, flags=re.MULTILINE))
 
     @unittest.skipUnless(TAR, "there is no tar")
     def test_gnu_tar_unpacks_it(self):
