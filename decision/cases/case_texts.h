@@ -29,7 +29,8 @@ struct text_place {
 text_kind kind_of_text(std::string_view top, std::string_view member);
 
 // Whether what stands in that member of the document was made from the rest: by a program, not by
-// the client, the DNS or the person who wrote the case.
+// the client, the DNS, the mail server or the person who wrote the case. Questions to the mail
+// server are, but its answers are not.
 bool is_derived(const text_place &place);
 
 // --- the walk ---
@@ -91,7 +92,7 @@ class text_walk {
         if constexpr (std::is_same_v<plain, std::string>) {
             visitor_.text(text_place{top_, name, kind_of_text(top_, name)}, value);
         } else if constexpr (std::is_same_v<plain, source>) {
-            std::visit([this](auto &kind) { walk_source(kind); }, value);
+            std::visit([this](auto &kind) { this->walk_source(kind); }, value);
         } else if constexpr (std::is_same_v<plain, extra_member>) {
             visitor_.extra(value);
         } else if constexpr (std::is_same_v<plain, registry_answer>) {
@@ -140,6 +141,11 @@ class text_walk {
 void visit_texts(auto &&visitor, auto &of) {
     text_walk walk(visitor);
     visit_members(walk, of);
+}
+
+void visit_server_texts(auto &&visitor, auto &of) {
+    text_walk walk(visitor);
+    members_of_the_server(walk, of);
 }
 
 } // namespace quillfence::decision
