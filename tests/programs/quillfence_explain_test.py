@@ -15,7 +15,7 @@ import subprocess
 import unittest
 from pathlib import Path
 
-from whole_program import ARGUMENTS, RUNNER, FolderTest, main, run
+from whole_program import ARGUMENTS, RUNNER, FolderTest, main, read_terminal, run
 
 PROGRAM, SOURCE = (Path(argument).resolve() for argument in ARGUMENTS)
 
@@ -293,15 +293,9 @@ class AnswerTest(Case):
                                   env={**{name: value for name, value in os.environ.items()
                                           if name != "NO_COLOR"}, **environment}) as run:
                 os.close(theirs)
-                text = b""
-                try:
-                    while piece := os.read(ours, 4096):
-                        text += piece
-                except OSError: # the other end is closed
-                    pass
-            os.close(ours)
+                text = read_terminal(ours)
             self.assertEqual(run.returncode, EXPLAINED)
-            return text.decode().replace("\r\n", "\n")
+            return text.replace("\r\n", "\n")
 
         coloured, plain = on_a_terminal(), on_a_terminal(NO_COLOR="1")
         self.assertTrue(coloured.startswith("\x1b[1;31mREJECT by from_blacklist\x1b[0m\n"))
