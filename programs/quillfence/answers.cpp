@@ -11,8 +11,7 @@ namespace quillfence::programs {
 
 using dns_sources::source;
 
-// The zones of the DNS block lists, one a line of the configuration's file; none without it.
-static std::vector<std::string> block_list_zones() {
+std::vector<std::string> block_list_zones() {
     std::string bytes;
     std::vector<std::string> zones;
     if (!data_files::read_file(std::string(quillfence_base_dir) + "rbl.enabled", &bytes)) {
@@ -23,21 +22,27 @@ static std::vector<std::string> block_list_zones() {
     return zones;
 }
 
+std::unique_ptr<dns_sources::live_source> live_dns(const std::string &server) {
+    if (server.empty()) {
+        return std::make_unique<dns_sources::live_source>();
+    }
+    auto live = std::make_unique<dns_sources::live_source>(server);
+    if (const uint32_t error = live->usable()) {
+        throw failure(error == platform::error_not_supported
+                          ? "--server: the system's own DNS client asks the system's servers only"
+                          : "--server: " + data_files::quoted(server) +
+                                " is no server; write an address, as in 192.0.2.53, "
+                                "192.0.2.53:5353 or [2001:db8::53]:5353");
+    }
+    return live;
+}
+
 source &answer_stack::system_of(const answer_options &options) {
     if (options.dns == "off") {
         system_ = std::make_unique<dns_sources::off_source>();
         return *system_;
     }
-    auto live = options.server.empty() ? std::make_unique<dns_sources::live_source>()
-                                       : std::make_unique<dns_sources::live_source>(options.server);
-    if (const uint32_t error = options.server.empty() ? 0 : live->usable()) {
-        throw failure(error == platform::error_not_supported
-                          ? "--server: the system's own DNS client asks the system's servers only"
-                          : "--server: " + data_files::quoted(options.server) +
-                                " is no server; write an address, as in 192.0.2.53, "
-                                "192.0.2.53:5353 or [2001:db8::53]:5353");
-    }
-    system_ = std::move(live);
+    system_ = live_dns(options.server);
     const auto total = std::chrono::milliseconds(std::llround(options.deadline * 1000));
     deadline_ = std::make_unique<dns_sources::deadline_source>(*system_, total);
     return *deadline_;

@@ -24,6 +24,12 @@ struct answer_options {
     std::vector<std::string> answers; // name, type, value; name, type, value ...
 };
 
+// The DNS of the system, or of another server ("" for none). Throws a failure for one that can't be
+// asked.
+std::unique_ptr<dns_sources::live_source> live_dns(const std::string &server);
+// The zones of the DNS block lists, one a line of the configuration's file; none without it.
+std::vector<std::string> block_list_zones();
+
 // A stack of sources: memo, then what was given by hand, the guards, the deadline, the DNS. It is
 // asked once for each name and type, but a failure again.
 class answer_stack {

@@ -4,6 +4,7 @@
 
 #include "answers.h"
 #include "command_line.h"
+#include "configured_engine.h"
 #include "engine_messages.h"
 #include "explain.h"
 #include "explain_facts.h"
@@ -14,14 +15,11 @@
 #include "platform/clock.h"
 #include "platform/file.h"
 #include "platform/process.h"
-#include "quillfence.h"
 #include "quillfence_program.h"
 #include "record_writer.h"
-#include "surroundings.h"
 #include "text.h"
 #include "utc_text.h"
 #include "vc_w32.h"
-#include "what_if.h"
 
 namespace quillfence::programs {
 
@@ -33,32 +31,13 @@ struct explain_arguments {
     std::string input;               // a file with transactions; "-" for standard input
     std::string from;                // its format; "" for what it looks like
     uint64_t number = 0;             // which of them
-    std::string drive_c;
-    std::string registry;
-    std::string user_dir;
+    configuration_arguments configuration;
     answer_options answers;
-    std::vector<std::string> with_list;    // list, line; list, line ...
-    std::vector<std::string> without_list; // likewise
     bool all = false;
     std::string rule;
     bool json = false;
     std::string html;
     bool verdict_exit = false;
-};
-
-// The engine's start and end.
-class engine {
-  public:
-    engine() {
-        if (!quillfence_init()) {
-            throw failure("the engine can't be started");
-        }
-    }
-    ~engine() {
-        quillfence_teardown();
-    }
-    engine(const engine &) = delete;
-    engine &operator=(const engine &) = delete;
 };
 
 } // namespace
@@ -105,39 +84,18 @@ static decision::input_transaction transaction_of(const explain_arguments &argum
     return read;
 }
 
-// --- the surroundings ---------------------------------------------------------------------------
-
-static void check_folders(const explain_arguments &arguments) {
-    require_directory(quillfence_base_dir,
-                      "name the folder that holds the server's quillfence/ with --drive-c");
-    if (!arguments.user_dir.empty()) {
-        require_directory(arguments.user_dir, "--user-dir is a user's own folder of lists");
-    }
-}
-
-static void change_lists(const explain_arguments &arguments, what_if *changed) {
-    for (size_t i = 0; i + 1 < arguments.with_list.size(); i += 2) {
-        changed->add(arguments.with_list[i], arguments.with_list[i + 1]);
-    }
-    for (size_t i = 0; i + 1 < arguments.without_list.size(); i += 2) {
-        changed->remove(arguments.without_list[i], arguments.without_list[i + 1]);
-    }
-}
+// --- the decision -------------------------------------------------------------------------------
 
 // The engine's lines go into the record; what it says at its start goes to standard error.
 static decision::decision_record explained(const explain_arguments &arguments) {
     decision::input_transaction input = transaction_of(arguments);
-    const surroundings chosen(arguments.drive_c, arguments.registry);
-    check_folders(arguments);
-    what_if changed;
-    change_lists(arguments, &changed);
-    const engine started;
+    configured_engine engine(arguments.configuration);
     answer_stack answers(arguments.answers, input.transaction.ip.value_or(""));
     decision::explain_options options;
-    options.user_dir = arguments.user_dir;
+    options.user_dir = arguments.configuration.user_dir;
     options.all = arguments.all;
     options.dns = answers.slots();
-    options.substitutes = changed.substitutes();
+    options.substitutes = engine.substitutes();
     options.id = input.id.empty() ? "1" : input.id;
     options.time = input.time.empty() ? time_now() : input.time;
     data_files::engine_messages::require_memory(); // else the engine's tables lack something
@@ -149,7 +107,7 @@ static decision::decision_record explained(const explain_arguments &arguments) {
                       (result.failed ? result.failed : "out of memory"));
     }
     result.record.extra = std::move(input.extra);
-    for (const std::string &change : changed.changes()) {
+    for (const std::string &change : engine.changes()) {
         result.record.notes.push_back({"info", change});
     }
     for (const std::string &remark : answers.remarks()) {
@@ -244,32 +202,6 @@ static option_group transaction_options(explain_arguments *to) {
     };
 }
 
-static option_group configuration_options(explain_arguments *to) {
-    return {
-        "The configuration",
-        {{"--drive-c",
-          &to->drive_c,
-          "The folder that holds the server's quillfence/, or a copy of it",
-          {.value = "DIR"}},
-         {"--registry",
-          &to->registry,
-          "An export of the server's registry (.reg)",
-          {.value = "FILE"}},
-         {"--user-dir",
-          &to->user_dir,
-          "The recipient's own folder of lists; below c: it is looked for in --drive-c",
-          {.value = "DIR"}},
-         {"--with-list",
-          &to->with_list,
-          "What if LIST had this LINE? As in --with-list from_blacklist '*@x.example'",
-          {.value = "LIST LINE", .values_at_once = 2}},
-         {"--without-list",
-          &to->without_list,
-          "What if LIST had no such LINE?",
-          {.value = "LIST LINE", .values_at_once = 2}}},
-    };
-}
-
 static option_group dns_options(answer_options *to) {
     return {
         "The DNS",
@@ -326,7 +258,7 @@ command explain_command() {
                      "The replayer's nine values, taken as it takes them: R ip port tls authuser "
                      "mua helo sender recipient",
                      {.required = false}}},
-        .groups = {transaction_options(to.get()), configuration_options(to.get()),
+        .groups = {transaction_options(to.get()), configuration_options(&to->configuration),
                    dns_options(&to->answers), output_options(to.get())},
         .footer =
             R"(A fact that is not given is unknown, but for those with a value in parentheses;
