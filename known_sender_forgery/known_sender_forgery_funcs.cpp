@@ -4,6 +4,7 @@
 
 #include "byte_cursor.h"
 #include "evidence.h"
+#include "frozen_files.h"
 #include "vc_dns.h"
 #include "vc_file.h"
 #include "vc_log.h"
@@ -245,6 +246,18 @@ static int ksf_add_lines(char *text, uint64_t size, ksf_domain_set *set) {
     return 1;
 }
 
+// The declarations of a text, which is cut to pieces; null without memory.
+static ksf_domain_set *ksf_parse_text(char *text, uint64_t size) {
+    auto *set = static_cast<ksf_domain_set *>(calloc(1, sizeof(ksf_domain_set)));
+    if (!set) {
+        QF_ERRNO_AS("ksf_load_list", ENOMEM);
+    } else if (!ksf_add_lines(text, size, set)) {
+        ksf_free_list(set);
+        set = nullptr;
+    }
+    return set;
+}
+
 ksf_domain_set *ksf_load_list(const char *path) {
     if (is_empty(path)) {
         QF_EINVAL();
@@ -263,13 +276,7 @@ ksf_domain_set *ksf_load_list(const char *path) {
         QF_DEBUG("empty file");
         return nullptr;
     }
-    auto *set = static_cast<ksf_domain_set *>(calloc(1, sizeof(ksf_domain_set)));
-    if (!set) {
-        QF_ENOMEM();
-    } else if (!ksf_add_lines(text.get(), size, set)) {
-        ksf_free_list(set);
-        set = nullptr;
-    }
+    ksf_domain_set *const set = ksf_parse_text(text.get(), size);
     if (!set) {
         QF_ERROR("Unable to load KSF list: %s", path);
     }
@@ -302,6 +309,128 @@ static const ksf_domain *ksf_find(const ksf_domain_set *set, const char *name) {
         }
     }
     return nullptr;
+}
+
+// --- read beforehand ---
+
+// The set, and the first record of each name.
+struct ksf_index {
+    ksf_domain_set *set;
+    size_t network_room; // in bytes, at most
+    size_t slot_mask;
+    uint32_t *slots; // record numbers from 1; 0 is an empty slot
+};
+
+static size_t hash_of(const char *name) {
+    uint64_t hash = 14695981039346656037u; // FNV-1a
+    for (; *name; ++name) {
+        hash = (hash ^ static_cast<unsigned char>(*name)) * 1099511628211u;
+    }
+    return static_cast<size_t>(hash ^ hash >> 32);
+}
+
+// The slot of a name, or the empty one in which it would stand.
+static uint32_t *slot_of(const ksf_index *index, const char *name) {
+    size_t slot = hash_of(name) & index->slot_mask;
+    while (index->slots[slot] &&
+           strcmp(index->set->domains[index->slots[slot] - 1].name, name) != 0) {
+        slot = (slot + 1) & index->slot_mask;
+    }
+    return &index->slots[slot];
+}
+
+static const ksf_domain *find_in_index(const ksf_index *index, const char *name) {
+    const uint32_t number = *slot_of(index, name);
+    return number ? &index->set->domains[number - 1] : nullptr;
+}
+
+// Gives each name a slot; 0 without memory.
+static int fill_slots(ksf_index *index) {
+    size_t count = 4;
+    while (count < 2 * index->set->domain_count) {
+        count *= 2;
+    }
+    index->slot_mask = count - 1;
+    index->slots = static_cast<uint32_t *>(calloc(count, sizeof(uint32_t)));
+    if (!index->slots) {
+        QF_ERRNO_AS("ksf_index_make", ENOMEM);
+        return 0;
+    }
+    for (size_t i = 0; i < index->set->domain_count; ++i) {
+        uint32_t *const slot = slot_of(index, index->set->domains[i].name);
+        *slot = *slot ? *slot : static_cast<uint32_t>(i + 1);
+    }
+    return 1;
+}
+
+int ksf_index_make(const char *bytes, uint64_t size, ksf_index **made) {
+    *made = nullptr;
+    if (!size) {
+        return 1;
+    }
+    const heap_string text(static_cast<char *>(malloc(size + 1)));
+    auto *const index = static_cast<ksf_index *>(calloc(1, sizeof(ksf_index)));
+    if (!text || !index) {
+        QF_ENOMEM();
+        free(index);
+        return 0;
+    }
+    memcpy(text.get(), bytes, size + 1);
+    index->network_room = size + size / 2;
+    index->set = ksf_parse_text(text.get(), size);
+    if (!index->set || !fill_slots(index)) {
+        ksf_index_free(index);
+        return 0;
+    }
+    *made = index;
+    return 1;
+}
+
+void ksf_index_free(ksf_index *index) {
+    if (index) {
+        ksf_free_list(index->set);
+        free(index->slots);
+        free(index);
+    }
+}
+
+size_t ksf_index_size(const ksf_index *index) {
+    size_t size = sizeof *index + sizeof *index->set + (index->slot_mask + 1) * sizeof(uint32_t);
+    for (size_t i = 0; i < index->set->domain_count; ++i) {
+        size += 2 * sizeof(ksf_domain); // there is room for twice as many
+        size += strlen(index->set->domains[i].name) + 1;
+    }
+    return size + index->network_room;
+}
+
+// --- the question ---
+
+namespace {
+
+// Where declarations are looked up: what was read beforehand, else a set of its own.
+struct declarations {
+    const ksf_index *index = nullptr;
+    ksf_domain_set *own = nullptr;
+
+    declarations() = default;
+    declarations(const declarations &) = delete;
+    declarations &operator=(const declarations &) = delete;
+    ~declarations() {
+        ksf_free_list(own);
+    }
+    const ksf_domain_set *set() const {
+        return index ? index->set : own;
+    }
+};
+
+} // namespace
+
+static void open_declarations(const char *path, declarations *opened) {
+    const frozen_file *const frozen = frozen_file_of(path_to_read(path));
+    opened->index = frozen ? frozen->declarations : nullptr;
+    if (!opened->index) {
+        opened->own = ksf_get_domain_ip_sets_from_file(path);
+    }
 }
 
 static int ksf_network_holds(const ksf_network *network, uint32_t client) {
@@ -345,13 +474,15 @@ int ksf_check_domain_to_ip_restriction(const char *ip, const char *domain, const
         QF_ERROR("Invalid domain - blank after trimming whitespace");
         return 1;
     }
-    ksf_domain_set *set = ksf_get_domain_ip_sets_from_file(path);
+    declarations opened;
+    open_declarations(path, &opened);
+    const ksf_domain_set *const set = opened.set();
     if (!set || !set->domain_count) {
         QF_REASON("could not get domains/ips, or none in file");
-        ksf_free_list(set);
         return 1;
     }
-    const ksf_domain *const declared = ksf_find(set, name);
+    const ksf_domain *const declared =
+        opened.index ? find_in_index(opened.index, name) : ksf_find(set, name);
     const int may_send = !declared || ksf_may_send(declared, ip);
     tell(&evidence_sink::searched_sender_networks,
          {.path = path,
@@ -359,7 +490,6 @@ int ksf_check_domain_to_ip_restriction(const char *ip, const char *domain, const
           .domains = static_cast<uint32_t>(set->domain_count),
           .line = declared ? declared->line : 0,
           .inside = declared && may_send});
-    ksf_free_list(set);
     return may_send;
 }
 

@@ -46,6 +46,16 @@ ksf_domain_set *ksf_get_domain_ip_sets_from_file(const char *path);
 
 void ksf_free_list(ksf_domain_set *set); // null is accepted
 
+// The declarations of a file that was read beforehand, by domain.
+struct ksf_index;
+
+// Parses a file's bytes, behind which a NUL stands.
+//   made  receives what ksf_index_free releases; null for an empty file
+// 0 without memory (ERROR: ENOMEM).
+int ksf_index_make(const char *bytes, uint64_t size, ksf_index **made);
+void ksf_index_free(ksf_index *index);         // null is accepted
+size_t ksf_index_size(const ksf_index *index); // in bytes of memory
+
 // May a client send for a domain? 1: it may, or nothing restricts it; 0: the first record of
 // exactly this domain (without regard to case and surrounding white space) has no network that
 // holds the client. The file is read afresh.

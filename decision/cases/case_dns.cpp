@@ -11,17 +11,17 @@ namespace quillfence::decision {
 
 // --- by hand ---
 
-static char upper(char c) {
-    return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
-}
-
-bool is_zone_type(std::string_view type, std::string_view wanted) {
-    return std::equal(type.begin(), type.end(), wanted.begin(), wanted.end(),
-                      [](char a, char b) { return upper(a) == upper(b); });
+std::string in_capitals(std::string_view word) {
+    std::string made(word);
+    for (char &c : made) {
+        c = c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+    }
+    return made;
 }
 
 bool is_never_asked(std::string_view type) {
-    return is_zone_type(type, "TXT") || is_zone_type(type, "SPF");
+    const std::string word = in_capitals(type);
+    return word == "TXT" || word == "SPF";
 }
 
 std::optional<std::string> add_zone_entry(dns_sources::zone_source &zone, std::string_view name,

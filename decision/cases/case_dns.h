@@ -11,9 +11,9 @@
 
 namespace quillfence::decision {
 
-// Whether a record's type is that one, in any letter case.
-bool is_zone_type(std::string_view type, std::string_view wanted);
-// Whether it is one that stands in the data of test suites for other programs only: TXT, SPF.
+// Words and types may be written in any letter case; a case that was read has them in capitals.
+std::string in_capitals(std::string_view word); // ASCII
+// Whether a type stands in the data of test suites for other programs only: TXT, SPF.
 bool is_never_asked(std::string_view type);
 
 // Adds one line of a name. Returns why not: "gone.example has records and is NXDOMAIN".

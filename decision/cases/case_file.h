@@ -55,6 +55,7 @@ struct expectation {
 
 // One line of a name: a record by its type and its data as people write it, "10 mail.example.org";
 // or, with type "", a word that stands for an answer: "NXDOMAIN", "TIMEOUT" (dns_sources/words.h).
+// Types and words are in capitals, however they were written.
 // The texts of types that the engine never asks for, TXT and SPF, are kept and answer nothing.
 struct zone_entry {
     std::string type;

@@ -30,6 +30,12 @@ void visit_members(auto &v, record_of<folder_answer> auto &of) {
     v.optional("missing", of.missing);
 }
 
+void members_of_the_server(auto &v, record_of<server_answers> auto &of) {
+    v.optional("registry", of.registry);
+    v.optional("address_map", of.address_map);
+    v.optional("folders", of.folders);
+}
+
 // All but "schema", which stands first.
 void visit_members(auto &v, record_of<test_case> auto &of) {
     v.optional("description", of.description);
@@ -40,9 +46,7 @@ void visit_members(auto &v, record_of<test_case> auto &of) {
     } else {
         v.optional("dns", of.record.dns);
     }
-    v.optional("registry", of.server.registry);
-    v.optional("address_map", of.server.address_map);
-    v.optional("folders", of.server.folders);
+    members_of_the_server(v, of.server);
     v.expected("expect", of.expect);
 }
 

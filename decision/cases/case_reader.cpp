@@ -50,7 +50,7 @@ static void read_pieces(reading &in, uint32_t node, std::string *data) {
 
 static void read_zone_data(reading &in, uint32_t node, zone_entry *entry) {
     const bool is_list = in.document[node].is == json_kind::array;
-    if (is_list && is_zone_type(entry->type, "MX")) {
+    if (is_list && in_capitals(entry->type) == "MX") {
         read_exchanger(in, node, &entry->data);
     } else if (is_list && is_never_asked(entry->type)) {
         read_pieces(in, node, &entry->data);
@@ -105,6 +105,8 @@ class zone_name_reader {
         read_zone_entry(in_, node, &entry);
         if (!in_.failed()) {
             refuse_for(node, add_zone_entry(checked_, one_.name, entry));
+            std::string &word = entry.type.empty() ? entry.data : entry.type;
+            word = in_capitals(word);
         }
     }
 
@@ -133,7 +135,10 @@ static void read_zone(reading &in, uint32_t node, std::vector<zone_name> *zone) 
     if (!is_object(in, node)) {
         return;
     }
+    const uint32_t count = count_children(in, node);
+    zone->reserve(count);
     std::vector<keyed_name> names;
+    names.reserve(count);
     for_each_child(in, node, [&](uint32_t child) {
         zone_name_reader(in, &zone->emplace_back()).read(child);
         names.emplace_back(dns_sources::name_key(in.document[child].name), child);

@@ -1,5 +1,6 @@
 #include "case_redactor.h"
 
+#include <algorithm>
 #include <optional>
 
 #include "case_texts.h"
@@ -102,6 +103,16 @@ case_redactor::case_redactor(const test_case &which, const decision_record &deci
     names_.settle();
 }
 
+// The parts of a path.
+template <class Function>
+static void for_each_part(std::string_view path, const Function &take) {
+    for (size_t at = 0; at <= path.size();) {
+        const size_t end = std::min(path.find_first_of("/\\", at), path.size());
+        take(path.substr(at, end - at));
+        at = end + 1;
+    }
+}
+
 namespace {
 
 class saying_visitor {
@@ -110,6 +121,9 @@ class saying_visitor {
     void text(const text_place &place, const std::string &text) {
         if (is_derived(place) && place.is != text_kind::fixed) {
             said_.insert(text);
+        }
+        if (place.top == "registry" && place.member == "key") {
+            for_each_part(text, [this](std::string_view part) { said_.emplace(part); });
         }
     }
     void extra(const extra_member &) {}
@@ -120,8 +134,9 @@ class saying_visitor {
 
 } // namespace
 
-void case_redactor::learn_said(const decision_record &by_itself) {
+void case_redactor::learn_said(const decision_record &by_itself, const server_answers &asked) {
     visit_texts(saying_visitor(said_), by_itself);
+    visit_server_texts(saying_visitor(said_), asked);
 }
 
 // --- replacing ---
@@ -307,12 +322,29 @@ class leak_search {
         return c <= '9' ? c - '0' : (c | 0x20) - 'a' + 10;
     }
 
+    bool is_said(std::string_view text) const {
+        return said_.contains(std::string(text));
+    }
+
+    bool holds_name(const text_place &place, std::string_view text) const {
+        if (is_derived(place) && is_said(text)) {
+            return false;
+        }
+        if (place.is != text_kind::path) {
+            return names_.holds_name(text);
+        }
+        bool found = false;
+        for_each_part(text, [&](std::string_view part) {
+            found |= names_.holds_name(part) && !is_said(part);
+        });
+        return found;
+    }
+
     void judge(uint32_t node, const text_place &place, std::string_view text) {
-        const bool said = is_derived(place) && said_.contains(std::string(text));
-        const char *const what = names_.holds_address(text)         ? "a mail address"
-                                 : names_.holds_domain(text)        ? "a domain"
-                                 : !said && names_.holds_name(text) ? "a name"
-                                                                    : nullptr;
+        const char *const what = names_.holds_address(text)  ? "a mail address"
+                                 : names_.holds_domain(text) ? "a domain"
+                                 : holds_name(place, text)   ? "a name"
+                                                             : nullptr;
         if (what) {
             found_ = document_.path_of(node) + " still holds " + what + " of the original case";
         }

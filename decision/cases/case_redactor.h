@@ -21,8 +21,10 @@ class case_redactor {
     // What the redacted case says by itself when it is decided again: its texts know pseudonyms
     // only, and so a word in them is no name but one of the program's or of the configuration's:
     // "mail is taken from whitelists only", although somebody is called mail@example.org. made()
-    // leaves such texts as they are, where they stand in members that a program makes.
-    void learn_said(const decision_record &by_itself);
+    // leaves such texts as they are, where they stand in members that a program makes. Likewise
+    // what it asks of the mail server: that somebody is called mail@example.org says nothing about
+    // the "Mail Server" in a registry key, nor in a folder that the registry names.
+    void learn_said(const decision_record &by_itself, const server_answers &asked);
 
     test_case made();
 
@@ -41,7 +43,7 @@ class case_redactor {
   private:
     const test_case &original_;
     personal_names names_;
-    std::unordered_set<std::string> said_;
+    std::unordered_set<std::string> said_; // texts, and the parts of registry keys
 };
 
 } // namespace quillfence::decision

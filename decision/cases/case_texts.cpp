@@ -59,7 +59,10 @@ text_kind kind_of_text(std::string_view top, std::string_view member) {
 bool is_derived(const text_place &place) {
     constexpr std::string_view derived[] = {"decision", "report", "rules",
                                             "notes",    "errors", "expect"};
-    return place.member == "path" ||
+    const bool is_question =
+        (place.top == "registry" && (place.member == "key" || place.member == "value")) ||
+        (place.top == "folders" && place.member == "folder");
+    return is_question || place.member == "path" ||
            std::find(std::begin(derived), std::end(derived), place.top) != std::end(derived);
 }
 

@@ -29,7 +29,8 @@ struct text_place {
 text_kind kind_of_text(std::string_view top, std::string_view member);
 
 // Whether what stands in that member of the document was made from the rest: by a program, not by
-// the client, the DNS or the person who wrote the case.
+// the client, the DNS, the mail server or the person who wrote the case. Questions to the mail
+// server are, but its answers are not.
 bool is_derived(const text_place &place);
 
 // --- the walk ---
@@ -140,6 +141,11 @@ class text_walk {
 void visit_texts(auto &&visitor, auto &of) {
     text_walk walk(visitor);
     visit_members(walk, of);
+}
+
+void visit_server_texts(auto &&visitor, auto &of) {
+    text_walk walk(visitor);
+    members_of_the_server(walk, of);
 }
 
 } // namespace quillfence::decision

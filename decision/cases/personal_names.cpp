@@ -5,7 +5,8 @@
 namespace quillfence::decision {
 
 static constexpr size_t shortest_bare_name = 3;
-static constexpr size_t longest_local_part = 320; // of those that are looked for in the end
+static constexpr size_t longest_domain = 255; // of the DNS
+static constexpr size_t longest_quoted_local_part = 320;
 
 // Whether one of a text's words, in lower case, is such a word.
 template <class Function>
@@ -28,7 +29,7 @@ static bool is_local_byte(char c) {
 
 // Where the quoted text begins whose closing quote stands at a place; that place for none.
 static size_t opening_quote(std::string_view text, size_t closing) {
-    for (size_t at = closing; at > 0; --at) {
+    for (size_t at = closing; at > 0 && closing - at < longest_quoted_local_part; --at) {
         const bool escaped = at > 1 && text[at - 2] == '\\';
         if (text[at - 1] == '"' && !escaped) {
             return at - 1;
@@ -107,18 +108,18 @@ void personal_names::learn_address(std::string_view local, std::string_view doma
         learn_domain(domain);
         return;
     }
-    locals_.push_back(lower_case(local));
-    if (local.size() <= longest_local_part) {
-        addresses_[locals_.back()].insert(without_final_dots(lower_case(domain)));
-    }
+    learn_name(local);
     learn_domain(domain);
+    std::string key = locals_.back();
+    std::reverse(key.begin(), key.end());
+    addresses_.push_back((key += '@') += without_final_dots(lower_case(domain)));
 }
 
 void personal_names::learn_fact(std::string_view text) {
     const size_t sign = text.rfind('@');
     facts_.insert(lower_case(text));
     if (sign == std::string_view::npos) {
-        locals_.push_back(lower_case(text));
+        learn_name(text);
     } else {
         learn_address(text.substr(0, sign), text.substr(sign + 1));
     }
@@ -138,7 +139,7 @@ static bool is_reverse_name(const std::string &name) {
 
 void personal_names::learn_domain(std::string_view name) {
     std::string rest = first_domain(without_entry_ending(name));
-    if (is_reverse_name(rest)) {
+    if (is_reverse_name(rest) || rest.size() > longest_domain) {
         return;
     }
     while (rest.find('.') != std::string::npos && domains_.insert(rest).second) {
@@ -147,10 +148,7 @@ void personal_names::learn_domain(std::string_view name) {
 }
 
 void personal_names::learn_name(std::string_view text) {
-    with_words(text, [this](std::string_view in, word_place word) {
-        names_.insert(lower_case(in.substr(word.at, word.size)));
-        return "";
-    });
+    locals_.push_back(lower_case(text));
 }
 
 void personal_names::keep_zone(std::string_view zone) {
@@ -175,6 +173,8 @@ void personal_names::settle() {
         });
     }
     locals_.clear();
+    std::sort(addresses_.begin(), addresses_.end());
+    addresses_.erase(std::unique(addresses_.begin(), addresses_.end()), addresses_.end());
 }
 
 // --- domains ---
@@ -196,12 +196,12 @@ static bool is_below(const std::unordered_set<std::string> &set, std::string_vie
 }
 
 bool personal_names::is_kept(const std::string &word) const {
-    return is_reverse_name(word) || is_below(zones_, word);
+    return is_reverse_name(word) || word == "localhost.localdomain" || is_below(zones_, word);
 }
 
 bool personal_names::goes_as_domain(const std::string &word) const {
-    return with_domains_ && word.find('.') != std::string::npos && !is_kept(word) &&
-           is_below(domains_, word);
+    return with_domains_ && word.size() <= longest_domain && word.find('.') != std::string::npos &&
+           !is_kept(word) && is_below(domains_, word);
 }
 
 // --- replacing ---
@@ -268,8 +268,13 @@ std::string personal_names::in_addresses(std::string_view text) {
 // --- paths ---
 
 bool personal_names::has_only_names(std::string_view text) const {
-    return has_word(text) &&
-           !any_word(text, [this](const std::string &word) { return !names_.contains(word); });
+    bool only = has_word(text);
+    with_words(text, [&](std::string_view in, word_place word) {
+        only = only && (names_.contains(lower_case(in.substr(word.at, word.size))) ||
+                        stands_for_domain(in, word));
+        return "";
+    });
+    return only;
 }
 
 static bool is_drive(std::string_view component) {
@@ -296,27 +301,63 @@ std::string personal_names::in_path(std::string_view path) {
 
 // --- checking ---
 
-// Whether an address that was learned stands around an "@": all before it, and how the rest begins.
-bool personal_names::is_learned(std::string_view local, std::string_view behind) const {
-    const auto known = addresses_.find(lower_case(local));
-    if (known == addresses_.end()) {
-        return false;
+namespace {
+
+// Those of the sorted keys that begin with what has been read.
+struct key_range {
+    const std::string *first;
+    const std::string *last;
+};
+
+} // namespace
+
+static key_range narrowed(key_range from, size_t depth, char next) {
+    const auto byte = static_cast<unsigned char>(next);
+    const auto key_byte = [depth](const std::string &key) {
+        return static_cast<unsigned char>(key[depth]);
+    };
+    const std::string *const first =
+        std::partition_point(from.first, from.last, [&](const std::string &key) {
+            return key.size() <= depth || key_byte(key) < byte;
+        });
+    return {first, std::partition_point(first, from.last, [&](const std::string &key) {
+                return key_byte(key) == byte;
+            })};
+}
+
+// Whether one of the keys goes on as the text does, to its own end.
+static bool goes_on(key_range keys, size_t depth, std::string_view text) {
+    for (size_t at = 0; keys.first != keys.last; ++at, ++depth) {
+        if (keys.first->size() == depth) {
+            return true;
+        }
+        if (at == text.size()) {
+            return false;
+        }
+        keys = narrowed(keys, depth, lower_case(text.substr(at, 1))[0]);
     }
-    const std::string plain = lower_case(behind);
-    return std::any_of(known->second.begin(), known->second.end(),
-                       [&](const std::string &domain) { return plain.starts_with(domain); });
+    return false;
+}
+
+// Reads away from the "@": first the local part from its end, then the domain.
+bool personal_names::is_learned_around(std::string_view text, size_t sign) const {
+    key_range keys{addresses_.data(), addresses_.data() + addresses_.size()};
+    for (size_t at = sign; at && keys.first != keys.last; --at) {
+        const size_t depth = sign - at;
+        keys = narrowed(keys, depth, lower_case(text.substr(at - 1, 1))[0]);
+        const bool begins = at == 1 || !is_word_byte(text[at - 2]);
+        if (begins && goes_on(narrowed(keys, depth + 1, '@'), depth + 2, text.substr(sign + 1))) {
+            return true;
+        }
+    }
+    return false;
 }
 
 bool personal_names::holds_address(std::string_view text) const {
-    constexpr size_t longest_domain = 1024;
     for (size_t sign = text.find('@'); sign != std::string_view::npos;
          sign = text.find('@', sign + 1)) {
-        const std::string_view behind = text.substr(sign + 1, longest_domain);
-        for (size_t at = sign; at && sign - at < longest_local_part; --at) {
-            const bool begins = at == 1 || !is_word_byte(text[at - 2]);
-            if (begins && is_learned(text.substr(at - 1, sign - at + 1), behind)) {
-                return true;
-            }
+        if (is_learned_around(text, sign)) {
+            return true;
         }
     }
     return false;

@@ -17,8 +17,8 @@
 // the domain that it is, when the case holds it elsewhere; else it is replaced like any other word.
 //
 // Domains are replaced label by label, with all that are above and below them but for the last
-// label. DNS block lists' zones stay, and the names that addresses have in the DNS. A name of one
-// label counts as a domain nowhere.
+// label. DNS block lists' zones stay, the names that addresses have in the DNS, and
+// "localhost.localdomain". A name of one label counts as a domain nowhere.
 //
 // IP addresses are never replaced, not even where one stands for a local part.
 #pragma once
@@ -26,7 +26,6 @@
 #include <cstddef>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <unordered_set>
 #include <utility>
 #include <vector>
@@ -43,7 +42,8 @@ struct address_place {
 };
 
 // The addresses in a text, in their order. A local part is what stands before an "@" without white
-// space, brackets, quotes, "/", "\", ",", ";" and ":"; or a text in double quotes. It is not empty.
+// space, brackets, quotes, "/", "\", ",", ";" and ":"; or a text of at most 320 bytes in double
+// quotes. It is not empty.
 std::vector<address_place> addresses_in(std::string_view text);
 
 class personal_names {
@@ -59,7 +59,7 @@ class personal_names {
     void learn_text(std::string_view text);
     // A name of the DNS.
     void learn_domain(std::string_view name);
-    // A text whose words are names as they stand there: a mailbox.
+    // A local part alone: a mailbox.
     void learn_name(std::string_view text);
     // A domain that stays, with all below it.
     void keep_zone(std::string_view zone);
@@ -107,7 +107,7 @@ class personal_names {
     std::string in_found_addresses(std::string_view text, scope which);
     std::string in_component(std::string_view component);
     bool has_only_names(std::string_view text) const;
-    bool is_learned(std::string_view local, std::string_view behind) const;
+    bool is_learned_around(std::string_view text, size_t sign) const;
 
     pseudonyms pseudonyms_;
     const bool with_domains_;
@@ -117,7 +117,7 @@ class personal_names {
     std::unordered_set<std::string> names_;   // words of local parts
     std::unordered_set<std::string> domains_; // with their parents of two labels or more
     std::unordered_set<std::string> zones_;   // that stay
-    std::unordered_map<std::string, std::unordered_set<std::string>> addresses_; // by local part
+    std::vector<std::string> addresses_; // sorted: the local part from its end on, "@", the domain
 };
 
 } // namespace quillfence::decision

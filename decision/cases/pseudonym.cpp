@@ -61,6 +61,7 @@ static bool is_address_byte(char c) {
 // The bytes of an IPv6 address that begins at a place, and ends where no word goes on; 0 for none.
 static size_t ipv6_address_size(std::string_view text, size_t at) {
     constexpr size_t longest = 45; // with an IPv4 address at its end
+    constexpr int most_behind = 2; // signs that end a sentence
     size_t size = 0;
     bool colon = false;
     for (; at + size < text.size() && size <= longest && is_address_byte(text[at + size]); ++size) {
@@ -69,7 +70,9 @@ static size_t ipv6_address_size(std::string_view text, size_t at) {
     if (!colon || (at + size < text.size() && is_word_byte(text[at + size]))) {
         return 0;
     }
-    while (size && !is_address(text.substr(at, size)) && !may_end_address(text[at + size - 1])) {
+    for (int i = 0; i < most_behind && size && !may_end_address(text[at + size - 1]) &&
+                    !is_address(text.substr(at, size));
+         ++i) {
         --size;
     }
     return is_address(text.substr(at, size)) ? size : 0;

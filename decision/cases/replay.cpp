@@ -7,6 +7,7 @@
 #include "case_dns.h"
 #include "consulted_files.h"
 #include "engine_door.h"
+#include "expectation.h"
 #include "explain.h"
 #include "file_digest.h"
 #include "off_source.h"
@@ -248,6 +249,7 @@ test_case captured_case(decision_record record, server_answers server) {
     made.record = std::move(record);
     made.captured = true;
     made.server = std::move(server);
+    made.expect = expectation_of(made.record);
     return made;
 }
 

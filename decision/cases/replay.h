@@ -60,7 +60,8 @@ struct replay_result {
 // recipient's folder, and of a folder that its registry names.
 replay_result replay(const test_case &which, const replay_options &options) noexcept;
 
-// The case of what explain() said with explain_options.capture: a whole one.
+// The case of what explain() said with explain_options.capture: a whole one, which expects what was
+// decided.
 test_case captured_case(decision_record record, server_answers server);
 
 } // namespace quillfence::decision

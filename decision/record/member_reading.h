@@ -121,13 +121,13 @@ inline void read_bytes(reading &in, uint32_t node, std::vector<std::string> *tex
 }
 
 template <class Value>
-constexpr bool has_bytes = false;
+inline constexpr bool has_bytes = false;
 template <>
-constexpr bool has_bytes<std::string> = true;
+inline constexpr bool has_bytes<std::string> = true;
 template <>
-constexpr bool has_bytes<std::optional<std::string>> = true;
+inline constexpr bool has_bytes<std::optional<std::string>> = true;
 template <>
-constexpr bool has_bytes<std::vector<std::string>> = true;
+inline constexpr bool has_bytes<std::vector<std::string>> = true;
 
 class reading_visitor {
   public:

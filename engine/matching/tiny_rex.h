@@ -118,6 +118,13 @@ int __trex_match_span(TRex *expression, const char *begin, const char *end);
 // a line, and the record's steps are as many as were given.
 int __trex_match_within(TRex *expression, const char *begin, const char *end, uint32_t most_steps);
 
+// The literals that a subject must end in, letters in either case, for an expression about which a
+// match has nothing to report before it finds that out: all nodes are good and form a tree. A
+// subject that ends differently is not matched, without a line.
+//   ending, room  receive the last ones of them, without a NUL
+// Returns how many; 0 where there are none.
+size_t required_ending(const TRex *expression, char *ending, size_t room);
+
 // Releases the node array, the match table, the pattern text and the record. Null is fine.
 void trex_free(TRex *expression);
 

@@ -1,4 +1,5 @@
 // What rules a match out before it is tried: the next character, and the subject's end.
+#include <algorithm>
 #include <cstring>
 
 #include "tiny_rex_matcher.h"
@@ -93,11 +94,27 @@ static int32_t used_nodes(const matcher *m) {
     return compiled > 0 && compiled < m->count ? compiled : m->count;
 }
 
+// Whether a sequence ends at the node, and the subject has to.
+static bool is_end_node(const TRexNode *node) {
+    return node->type == trex_op_eol && node->next < 0;
+}
+
+// How many literals stand in a row up to the last node.
+static size_t literals_before_the_last(const matcher *m, int32_t used) {
+    size_t count = 0;
+    for (int32_t index = used - 2; index > 0; --index) {
+        if (!is_literal(&m->nodes[index]) || m->nodes[index].next != index + 1) {
+            break;
+        }
+        ++count;
+    }
+    return count;
+}
+
 // Whether the last node is an end node with literals before it, and the subject ends in other
 // characters. The nodes have not been checked yet.
 static bool tail_differs(const matcher *m, int32_t used) {
-    const TRexNode *const last = &m->nodes[used - 1];
-    if (last->type != trex_op_eol || last->next >= 0) {
+    if (!is_end_node(&m->nodes[used - 1])) {
         return false;
     }
     const char *at = m->end;
@@ -172,3 +189,28 @@ bool ends_differently(const matcher *m, const TRexNode *root) {
 }
 
 } // namespace quillfence::trex
+
+namespace quillfence {
+
+size_t required_ending(const TRex *expression, char *ending, size_t room) {
+    using namespace trex;
+    matcher m; // what the checks use of it
+    m.expression = const_cast<TRex *>(expression);
+    m.nodes = expression->nodes;
+    m.count = expression->nallocated;
+    const TRexNode *const root = &m.nodes[0];
+    const int32_t used = used_nodes(&m);
+    if ((root->type != trex_op_expr && root->type != trex_op_nocapexpr) ||
+        used > max_stored_nodes || !is_end_node(&m.nodes[used - 1]) ||
+        !is_sound_tree_to_the_last(&m, root, used)) {
+        return 0;
+    }
+    const size_t length = std::min(literals_before_the_last(&m, used), room);
+    for (size_t i = 0; i < length; ++i) {
+        const size_t index = static_cast<size_t>(used) - 1 - length + i;
+        ending[i] = static_cast<char>(m.nodes[index].type);
+    }
+    return length;
+}
+
+} // namespace quillfence

@@ -1,9 +1,12 @@
 #include "tiny_rex_storage.h"
 
+#include <algorithm>
 #include <bit>
 
 #include "byte_cursor.h"
 #include "evidence.h"
+#include "frozen_files.h"
+#include "frozen_patterns.h"
 #include "platform/error_numbers.h"
 #include "platform/file.h"
 #include "read_ahead.h"
@@ -197,6 +200,8 @@ namespace {
 // integers away from the start of the file, so that the nodes in it are aligned.
 struct window {
     vc_handle file;
+    const char *rest; // in place of the file: bytes that are in memory, borrowed
+    uint64_t rest_size;
     uint32_t error; // of the read that failed
     bool at_end;    // nothing more to read
     size_t used;
@@ -221,12 +226,24 @@ enum class next_block : uint8_t {
 
 } // namespace
 
+static uint32_t take_from_memory(window *w, uint32_t room) {
+    const auto moved = static_cast<uint32_t>(std::min<uint64_t>(room, w->rest_size));
+    memcpy(w->bytes + w->filled, w->rest, moved);
+    w->rest += moved;
+    w->rest_size -= moved;
+    return moved;
+}
+
 // Moves what is left to the front and reads behind it.
 static void refill(window *w) {
     move_rest_to_front(w->bytes, &w->used, &w->filled);
     uint32_t moved = 0;
     const auto room = static_cast<uint32_t>(sizeof w->bytes - w->filled);
-    w->error = platform::file_read(w->file, w->bytes + w->filled, room, &moved);
+    if (w->rest) {
+        moved = take_from_memory(w, room);
+    } else {
+        w->error = platform::file_read(w->file, w->bytes + w->filled, room, &moved);
+    }
     w->filled += moved;
     w->at_end = w->error || !moved;
 }
@@ -305,6 +322,10 @@ static bool matches(lookup *l, TRex *expression) {
     return matched;
 }
 
+static void tell_steps_spent(const lookup *l) {
+    tell_failure(l->search->path, 0, "the steps of this run are spent");
+}
+
 static bool any_block_matches(window *w, lookup *l) {
     TRex expression = {};
     while (l->steps_left) {
@@ -320,7 +341,26 @@ static bool any_block_matches(window *w, lookup *l) {
             return true;
         }
     }
-    tell_failure(l->search->path, 0, "the steps of this run are spent");
+    tell_steps_spent(l);
+    return false;
+}
+
+// The same with what was decoded beforehand.
+static bool any_frozen_matches(const frozen_patterns *patterns, lookup *l) {
+    pattern_walk walk;
+    TRex expression = {};
+    frozen_patterns_begin(patterns, l->name, l->end, &walk);
+    while (l->steps_left && frozen_patterns_next(&walk, &expression)) {
+        l->search->expressions = walk.index + 1;
+        if (matches(l, &expression)) {
+            return true;
+        }
+    }
+    if (l->steps_left) {
+        l->search->expressions = frozen_patterns_count(patterns);
+    } else {
+        tell_steps_spent(l);
+    }
     return false;
 }
 
@@ -341,9 +381,24 @@ static void report_invalid_file(const char *path) {
     tell_failure(path, 0, "not a file of compiled patterns");
 }
 
-static bool file_matches(vc_handle file, pattern_search *search) {
+// Runs a lookup with what is left of the thread's steps, and tells of it.
+template <class Lookup>
+static bool within_steps(pattern_search *search, Lookup look_up) {
+    const char *const text = search->subject;
+    const uint64_t before = steps_left();
+    lookup l = {text, text + strlen(text), before, search};
+    const bool matched = look_up(&l);
+    take_steps(before - l.steps_left);
+    tell(&evidence_sink::searched_patterns, *search); // its nodes may lie in a window
+    return matched;
+}
+
+// Walks through a file, or through the bytes of a frozen one.
+static bool bytes_match(vc_handle file, const frozen_file *frozen, pattern_search *search) {
     window w; // its bytes are not touched before they are read
     w.file = file;
+    w.rest = frozen ? frozen->bytes : nullptr;
+    w.rest_size = frozen ? frozen->size : 0;
     w.error = 0;
     w.at_end = false;
     w.used = w.filled = 0;
@@ -351,13 +406,16 @@ static bool file_matches(vc_handle file, pattern_search *search) {
         report_invalid_file(search->path);
         return false;
     }
-    const char *const text = search->subject;
-    const uint64_t before = steps_left();
-    lookup l = {text, text + strlen(text), before, search};
-    const bool matched = any_block_matches(&w, &l);
-    take_steps(before - l.steps_left);
-    tell(&evidence_sink::searched_patterns, *search); // its nodes lie in the window
-    return matched;
+    return within_steps(search, [&w](lookup *l) { return any_block_matches(&w, l); });
+}
+
+static bool frozen_matches(const frozen_file *frozen, pattern_search *search) {
+    search->existed = true;
+    if (!frozen->patterns) {
+        return bytes_match(vc_invalid_handle, frozen, search);
+    }
+    return within_steps(search,
+                        [frozen](lookup *l) { return any_frozen_matches(frozen->patterns, l); });
 }
 
 int compiled_regex_match(const char *path, const char *text) {
@@ -366,6 +424,10 @@ int compiled_regex_match(const char *path, const char *text) {
         return 0;
     }
     pattern_search search = {.path = path, .subject = text};
+    const frozen_file *const frozen = frozen_file_of(path);
+    if (frozen && frozen->bytes) {
+        return frozen_matches(frozen, &search);
+    }
     vc_handle file = vc_invalid_handle;
     if (platform::file_open(path, {.when = platform::disposition::open_existing}, &file)) {
         if (vc_file_exists_ex(path, vc_type_file)) {
@@ -377,7 +439,7 @@ int compiled_regex_match(const char *path, const char *text) {
         return 0;
     }
     search.existed = true;
-    const bool matched = file_matches(file, &search);
+    const bool matched = bytes_match(file, nullptr, &search);
     platform::file_close(file);
     return matched;
 }

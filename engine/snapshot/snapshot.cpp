@@ -6,7 +6,9 @@
 
 #include "configuration.h"
 #include "frozen_list.h"
+#include "frozen_patterns.h"
 #include "frozen_ranges.h"
+#include "known_sender_forgery_funcs.h"
 #include "quillfence-file.h"
 #include "revision.h"
 #include "snapshot_file.h"
@@ -75,6 +77,8 @@ static void note_change(loading *l, const char *path) {
 static void release_row(frozen_file *row) {
     frozen_list_free(row->list);
     frozen_ranges_free(row->ranges);
+    frozen_patterns_free(row->patterns);
+    ksf_index_free(row->declarations);
     free(row->path);
     free(row->bytes);
 }
@@ -240,6 +244,24 @@ static void make_ranges(loading *l, frozen_file *row) {
     }
 }
 
+static void make_patterns(loading *l, frozen_file *row) {
+    if (!frozen_patterns_make(row->bytes, row->size, &row->patterns)) {
+        no_memory(l);
+    } else if (row->patterns && !has_room(l, frozen_patterns_size(row->patterns))) {
+        frozen_patterns_free(row->patterns);
+        row->patterns = nullptr;
+    }
+}
+
+static void make_declarations(loading *l, frozen_file *row) {
+    if (!ksf_index_make(row->bytes, row->size, &row->declarations)) {
+        l->failed = true;
+    } else if (row->declarations && !has_room(l, ksf_index_size(row->declarations))) {
+        ksf_index_free(row->declarations);
+        row->declarations = nullptr;
+    }
+}
+
 static void make_form(loading *l, const configuration_file &file, const char *path) {
     frozen_file *const row = find_row(l, path);
     if (!row || !row->bytes || l->failed) {
@@ -249,6 +271,10 @@ static void make_form(loading *l, const configuration_file &file, const char *pa
         make_list(l, row, file.matcher);
     } else if (file.kind == file_kind::ranges) {
         make_ranges(l, row);
+    } else if (file.kind == file_kind::patterns) {
+        make_patterns(l, row);
+    } else if (file.kind == file_kind::sender_networks) {
+        make_declarations(l, row);
     }
 }
 
@@ -311,6 +337,23 @@ frozen_files *snapshot_load(const char *user_dir, snapshot_report *report) {
         return nullptr;
     }
     return files;
+}
+
+static uint64_t size_of_forms(const frozen_file &row) {
+    return (row.list ? frozen_list_size(row.list) : 0) +
+           (row.ranges ? frozen_ranges_size(row.ranges) : 0) +
+           (row.patterns ? frozen_patterns_size(row.patterns) : 0) +
+           (row.declarations ? ksf_index_size(row.declarations) : 0);
+}
+
+uint64_t snapshot_size(const frozen_files *files) {
+    uint64_t size = sizeof *files + files->slot_count * sizeof *files->slots;
+    for (size_t i = 0; i < files->row_count; ++i) {
+        const frozen_file &row = files->rows[i];
+        size += 2 * sizeof row + strlen(row.path) + 1; // there may be room for twice as many rows
+        size += (row.bytes ? row.size + 1 : 0) + size_of_forms(row);
+    }
+    return size;
 }
 
 void snapshot_free(frozen_files *files) {

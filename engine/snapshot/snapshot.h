@@ -6,6 +6,10 @@
 //     frozen_files *const frozen = snapshot_load(nullptr, &report);
 //     call_context context = {.configuration = frozen};
 //
+// It takes at most three times the files' size and 50 MiB; a form for which there is no room is
+// left out, and a look then goes through the file's bytes. While it is loaded there is one form
+// more.
+//
 // Frozen are the files of the catalogue (configuration.h) that decide something, a user's own
 // lists, and the block maps that the control files name. All else is left to the files: what can't
 // be read, a file above largest_frozen_file, map names behind the first most_frozen_maps; and what
@@ -40,6 +44,9 @@ struct snapshot_report {
 // Files that can't be read do not make it null: a program that wants all of them looks at the
 // report.
 frozen_files *snapshot_load(const char *user_dir, snapshot_report *report);
+
+// How much memory it takes, in bytes.
+uint64_t snapshot_size(const frozen_files *files);
 
 void snapshot_free(frozen_files *files);               // null is accepted
 void snapshot_report_release(snapshot_report *report); // and clears it

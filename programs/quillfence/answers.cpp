@@ -22,6 +22,8 @@ std::vector<std::string> block_list_zones() {
     return zones;
 }
 
+// --- the parts ---
+
 std::unique_ptr<dns_sources::live_source> live_dns(const std::string &server) {
     if (server.empty()) {
         return std::make_unique<dns_sources::live_source>();
@@ -37,61 +39,114 @@ std::unique_ptr<dns_sources::live_source> live_dns(const std::string &server) {
     return live;
 }
 
-source &answer_stack::system_of(const answer_options &options) {
-    if (options.dns == "off") {
-        system_ = std::make_unique<dns_sources::off_source>();
-        return *system_;
-    }
-    system_ = live_dns(options.server);
+static std::unique_ptr<dns_sources::deadline_source> deadline_of(const answer_options &options,
+                                                                 source &next) {
     const auto total = std::chrono::milliseconds(std::llround(options.deadline * 1000));
-    deadline_ = std::make_unique<dns_sources::deadline_source>(*system_, total);
-    return *deadline_;
+    return std::make_unique<dns_sources::deadline_source>(next, total);
 }
 
-source &answer_stack::guarded(const answer_options &options, source &next) {
-    if (!options.guards) {
-        return next;
-    }
-    guard_ = std::make_unique<dns_sources::guard_source>(next, block_list_zones());
-    return *guard_;
+// None without --guards.
+static std::unique_ptr<dns_sources::guard_source> guard_of(const answer_options &options,
+                                                           source &next) {
+    return options.guards ? std::make_unique<dns_sources::guard_source>(next, block_list_zones())
+                          : nullptr;
 }
 
-void answer_stack::give(const answer_options &options, const std::string &client) {
+static void give(const answer_options &options, const std::string &client,
+                 dns_sources::given_source *given) {
     for (const std::string &name : options.ptr) {
         if (client.empty()) {
             throw failure("--ptr: names the client, and there is no --ip");
         }
-        if (const auto problem = given_->add_ptr(client, name)) {
+        if (const auto problem = given->add_ptr(client, name)) {
             throw failure("--ptr: " + *problem);
         }
     }
     for (size_t i = 0; i + 2 < options.answers.size(); i += 3) {
         if (const auto problem =
-                given_->add(options.answers[i], options.answers[i + 1], options.answers[i + 2])) {
+                given->add(options.answers[i], options.answers[i + 1], options.answers[i + 2])) {
             throw failure("--answer: " + *problem);
         }
     }
 }
 
+static std::unique_ptr<dns_sources::given_source>
+given_of(const answer_options &options, const std::string &client, source &next) {
+    auto given = std::make_unique<dns_sources::given_source>(next);
+    give(options, client, given.get());
+    return given;
+}
+
+static std::vector<std::string> remarks_of(const dns_sources::guard_source *guard) {
+    std::vector<std::string> remarks;
+    if (guard && guard->no_listings()) {
+        remarks.push_back("the guards took " + counted(guard->no_listings(), "answer") +
+                          " of DNS block lists, which list nobody, for failures");
+    }
+    if (guard && guard->refusals()) {
+        remarks.push_back("the guards took " + counted(guard->refusals(), "refused question") +
+                          " for failures");
+    }
+    return remarks;
+}
+
+// --- of a transaction ---
+
+source &answer_stack::system_of(const answer_options &options) {
+    if (options.dns == dns_is_off) {
+        system_ = std::make_unique<dns_sources::off_source>();
+        return *system_;
+    }
+    system_ = live_dns(options.server);
+    deadline_ = deadline_of(options, *system_);
+    return *deadline_;
+}
+
 answer_stack::answer_stack(const answer_options &options, const std::string &client) {
-    source &asked = guarded(options, system_of(options));
-    given_ = std::make_unique<dns_sources::given_source>(asked);
-    give(options, client);
+    source &system = system_of(options);
+    guard_ = guard_of(options, system);
+    given_ = given_of(options, client, guard_ ? *guard_ : system);
     memo_ = std::make_unique<dns_sources::memo_source>(*given_);
     door_ = std::make_unique<dns_sources::engine_door>(*memo_);
 }
 
 std::vector<std::string> answer_stack::remarks() const {
-    std::vector<std::string> remarks;
-    if (guard_ && guard_->no_listings()) {
-        remarks.push_back("the guards took " + counted(guard_->no_listings(), "answer") +
-                          " of DNS block lists, which list nobody, for failures");
+    return remarks_of(guard_.get());
+}
+
+// --- of a case ---
+
+case_answers::case_answers(const answer_options &options, const std::string &client)
+    : options_(options), client_(client) {
+    dns_sources::off_source nobody;
+    given_of(options, client, nobody); // what can't be understood is told now
+    if (dns() != decision::case_dns::recorded && options.dns != dns_is_off) {
+        system_ = live_dns(options.server);
+        deadline_ = deadline_of(options, *system_);
+        memo_ = std::make_unique<dns_sources::memo_source>(*deadline_);
     }
-    if (guard_ && guard_->refusals()) {
-        remarks.push_back("the guards took " + counted(guard_->refusals(), "refused question") +
-                          " for failures");
+}
+
+decision::case_dns case_answers::dns() const {
+    if (options_.dns == "record-missing") {
+        return decision::case_dns::record_missing;
     }
-    return remarks;
+    const bool anew = options_.dns == dns_is_live || options_.dns == dns_is_off;
+    return anew ? decision::case_dns::live : decision::case_dns::recorded;
+}
+
+source *case_answers::live() {
+    return memo_.get();
+}
+
+source &case_answers::in_front(source &next) {
+    guard_ = guard_of(options_, next);
+    given_ = given_of(options_, client_, guard_ ? *guard_ : next);
+    return *given_;
+}
+
+std::vector<std::string> case_answers::remarks() const {
+    return remarks_of(guard_.get());
 }
 
 } // namespace quillfence::programs

@@ -148,6 +148,13 @@ static void replace_text(const std::string &path, const std::string &before,
     out.commit();
 }
 
+// Whether what came is the configuration's doing, and not that of a disk or of a question without
+// an answer.
+static bool may_be_expected(const replay_result &came, bool answered) {
+    const decision_record &record = came.record;
+    return answered && record.errors.empty() && record.decision.by != decided_by::error;
+}
+
 static void correct(const case_input &input, const decision_record &record,
                     const check_options &options, case_result *result) {
     const expectation &stood = input.what().expect;
@@ -186,8 +193,13 @@ static void check(const check_options &options, case_result *result) {
     const bool answered = result->missing.empty() || expects_undecided(expected);
     result->is = result->wrong.empty() && answered ? case_outcome::as_expected
                                                    : case_outcome::not_as_expected;
-    if (options.update && answered && !result->wrong.empty()) {
+    if (!options.update || result->wrong.empty()) {
+        return;
+    }
+    if (may_be_expected(came, answered)) {
         correct(input, came.record, options, result);
+    } else {
+        result->notes.emplace_back("the case stays as it is: something went wrong on the way");
     }
 }
 

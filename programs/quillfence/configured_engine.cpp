@@ -30,19 +30,27 @@ option_group configuration_options(configuration_arguments *to) {
     };
 }
 
-configured_engine::configured_engine(const configuration_arguments &arguments)
-    : chosen_(arguments.drive_c, arguments.registry) {
+void check_folders(const std::string &user_dir) {
     require_directory(quillfence_base_dir,
                       "name the folder that holds the server's quillfence/ with --drive-c");
-    if (!arguments.user_dir.empty()) {
-        require_directory(arguments.user_dir, "--user-dir is a user's own folder of lists");
+    if (!user_dir.empty()) {
+        require_directory(user_dir, "--user-dir is a user's own folder of lists");
     }
+}
+
+void change_lists(const configuration_arguments &arguments, what_if *changed) {
     for (size_t i = 0; i + 1 < arguments.with_list.size(); i += 2) {
-        changed_.add(arguments.with_list[i], arguments.with_list[i + 1]);
+        changed->add(arguments.with_list[i], arguments.with_list[i + 1]);
     }
     for (size_t i = 0; i + 1 < arguments.without_list.size(); i += 2) {
-        changed_.remove(arguments.without_list[i], arguments.without_list[i + 1]);
+        changed->remove(arguments.without_list[i], arguments.without_list[i + 1]);
     }
+}
+
+configured_engine::configured_engine(const configuration_arguments &arguments)
+    : chosen_(arguments.drive_c, arguments.registry) {
+    check_folders(arguments.user_dir);
+    change_lists(arguments, &changed_);
     engine_.emplace();
 }
 

@@ -23,6 +23,11 @@ struct configuration_arguments {
 // The options that fill them; borrowed until the command line has been understood.
 option_group configuration_options(configuration_arguments *to);
 
+// Throws a failure when the engine's base folder is not there, or the user's ("" for none).
+void check_folders(const std::string &user_dir);
+// Makes the changes that are asked for; throws as what_if does.
+void change_lists(const configuration_arguments &arguments, what_if *changed);
+
 // While it lives, names below c: and the registry are those that were asked for, and the engine
 // runs. Only one at a time. Throws a failure when there is no such folder, file or line.
 class configured_engine {

@@ -2,119 +2,18 @@
 #include <cstdio>
 #include <memory>
 
-#include "answers.h"
 #include "command_line.h"
-#include "configured_engine.h"
-#include "engine_messages.h"
-#include "explain.h"
-#include "explain_facts.h"
 #include "explain_html.h"
 #include "explain_text.h"
+#include "explained.h"
 #include "file_output.h"
-#include "open_file.h"
-#include "platform/clock.h"
 #include "platform/file.h"
 #include "platform/process.h"
 #include "quillfence_program.h"
 #include "record_writer.h"
 #include "text.h"
-#include "utc_text.h"
-#include "vc_w32.h"
 
 namespace quillfence::programs {
-
-namespace {
-
-struct explain_arguments {
-    named_facts facts;
-    std::vector<std::string> values; // the replayer's
-    std::string input;               // a file with transactions; "-" for standard input
-    std::string from;                // its format; "" for what it looks like
-    uint64_t number = 0;             // which of them
-    configuration_arguments configuration;
-    answer_options answers;
-    bool all = false;
-    std::string rule;
-    bool json = false;
-    std::string html;
-    bool verdict_exit = false;
-};
-
-} // namespace
-
-// --- the transaction ----------------------------------------------------------------------------
-
-static std::string all_of(const std::string &path) {
-    std::string bytes;
-    if (path != "-") {
-        if (const uint32_t error = data_files::read_file(path, &bytes)) {
-            throw failure(file_error(path, error));
-        }
-        return bytes;
-    }
-    char piece[4096];
-    while (const size_t got = std::fread(piece, 1, sizeof piece, stdin)) {
-        bytes.append(piece, got);
-    }
-    return bytes;
-}
-
-static std::string time_now() {
-    platform::time_of_day now;
-    return platform::clock_now(&now) ? decision::utc_text(now.seconds, now.microseconds / 1000)
-                                     : "";
-}
-
-static decision::input_transaction transaction_of(const explain_arguments &arguments) {
-    const int ways = !arguments.values.empty() + !arguments.input.empty() + arguments.facts.any();
-    if (ways > 1) {
-        throw failure("give the transaction in one way: by name (--ip, --sender ...), as the "
-                      "replayer's nine values, or by --input");
-    }
-    if (ways == 0) {
-        throw failure("there is no transaction; try \"quillfence explain --help\"");
-    }
-    if (!arguments.input.empty()) {
-        const std::string name = arguments.input == "-" ? "standard input" : arguments.input;
-        return transaction_of_text(all_of(arguments.input), name, arguments.from, arguments.number);
-    }
-    decision::input_transaction read;
-    read.transaction = arguments.values.empty() ? transaction_of_facts(arguments.facts)
-                                                : transaction_of_values(arguments.values);
-    return read;
-}
-
-// --- the decision -------------------------------------------------------------------------------
-
-// The engine's lines go into the record; what it says at its start goes to standard error.
-static decision::decision_record explained(const explain_arguments &arguments) {
-    decision::input_transaction input = transaction_of(arguments);
-    configured_engine engine(arguments.configuration);
-    answer_stack answers(arguments.answers, input.transaction.ip.value_or(""));
-    decision::explain_options options;
-    options.user_dir = arguments.configuration.user_dir;
-    options.all = arguments.all;
-    options.dns = answers.slots();
-    options.substitutes = engine.substitutes();
-    options.id = input.id.empty() ? "1" : input.id;
-    options.time = input.time.empty() ? time_now() : input.time;
-    data_files::engine_messages::require_memory(); // else the engine's tables lack something
-    vc_set_log_function(nullptr);
-    decision::explain_result result = decision::explain(input.transaction, options);
-    vc_set_log_function(log_to_standard_error);
-    if (result.failed || answers.failed()) {
-        throw failure(std::string("the transaction could not be explained: ") +
-                      (result.failed ? result.failed : "out of memory"));
-    }
-    result.record.extra = std::move(input.extra);
-    for (const std::string &change : engine.changes()) {
-        result.record.notes.push_back({"info", change});
-    }
-    for (const std::string &remark : answers.remarks()) {
-        result.record.notes.push_back({"info", remark});
-    }
-    return std::move(result.record);
-}
 
 // --- the output ---------------------------------------------------------------------------------
 
@@ -133,7 +32,20 @@ static void write_page(const std::string &path, const decision::decision_record 
     out.commit();
 }
 
-static void show(const explain_arguments &arguments, const decision::decision_record &record) {
+// Nobody shall read a decision without knowing that it is made with other files.
+static void print_differences(const explained &answer) {
+    if (answer.differences.empty()) {
+        return;
+    }
+    std::string text = "Not as it was when the case was captured:\n";
+    for (const decision::file_difference &file : answer.differences) {
+        text += "  " + data_files::printable(file.path) + ' ' + file.what + '\n';
+    }
+    print(text + '\n');
+}
+
+static void show(const explain_arguments &arguments, const explained &answer) {
+    const decision::decision_record &record = answer.record;
     if (!arguments.html.empty()) {
         write_page(arguments.html, record);
     }
@@ -146,26 +58,38 @@ static void show(const explain_arguments &arguments, const decision::decision_re
                                                           : decision::json_layout::one_line);
         print(json + "\n");
     } else if (arguments.rule.empty()) {
-        print(explain_text(record, options));
+        print_differences(answer);
+        print(explain_text(record, options)); // its notes name them again
     } else if (const auto text = explain_rule_text(record, arguments.rule, options)) {
+        print_differences(answer);
         print(*text);
+        print_differences(answer);
     } else {
         throw failure("there is no rule " + data_files::quoted(arguments.rule));
     }
 }
 
-static exit_status status_of(const decision::decision_record &record, bool verdict_exit) {
-    if (record.decision.is == decision::verdict::undecided) {
+// Questions that the case has no answer to, of which the decision may know nothing otherwise.
+static void name_unanswered(const explained &answer) {
+    for (const decision::missing_item &item : answer.unanswered) {
+        complain("the case has no answer for " + item.name + ' ' + item.type +
+                 "; --dns record-missing asks for it");
+    }
+}
+
+static exit_status status_of(const explained &answer, bool verdict_exit) {
+    const decision::verdict is = answer.record.decision.is;
+    if (is == decision::verdict::undecided || !answer.unanswered.empty()) {
         return exit_status::partly;
     }
-    const bool rejected = record.decision.is == decision::verdict::reject;
-    return verdict_exit && rejected ? exit_status::no : exit_status::done;
+    return verdict_exit && is == decision::verdict::reject ? exit_status::no : exit_status::done;
 }
 
 static exit_status explain(const explain_arguments &arguments) {
-    const decision::decision_record record = explained(arguments);
-    show(arguments, record);
-    return status_of(record, arguments.verdict_exit);
+    const explained answer = explain_what_was_asked(arguments);
+    show(arguments, answer);
+    name_unanswered(answer);
+    return status_of(answer, arguments.verdict_exit);
 }
 
 // --- the command line ---------------------------------------------------------------------------
@@ -198,7 +122,11 @@ static option_group transaction_options(explain_arguments *to) {
          {"--number",
           &to->number,
           "Which of several transactions, from 1",
-          {.value = "N", .check = at_least(1)}}},
+          {.value = "N", .check = at_least(1)}},
+         {"--case",
+          &to->case_file,
+          "A captured case or bundle, to be judged again; nobody is asked",
+          {.value = "FILE"}}},
     };
 }
 
@@ -207,8 +135,9 @@ static option_group dns_options(answer_options *to) {
         "The DNS",
         {{"--dns",
           &to->dns,
-          "live asks the DNS, off asks nobody (live)",
-          {.value = "live|off", .check = one_of({"live", "off"})}},
+          "live asks the DNS, off asks nobody (live). Of a case (recorded): recorded takes its "
+          "answers, record-missing also asks for those that it has not, live asks for all",
+          {.value = "HOW", .check = one_of({"live", "off", "recorded", "record-missing"})}},
          {"--server",
           &to->server,
           "Another DNS server to ask, as address or address:port",
@@ -248,6 +177,24 @@ static option_group output_options(explain_arguments *to) {
     };
 }
 
+static option_group capture_options(explain_arguments *to) {
+    return {
+        "The case",
+        {{"--capture",
+          &to->capture,
+          "Also write the decision to this file with all that it rests on, for --case",
+          {.value = "FILE"}},
+         {"--with-config",
+          &to->with_config,
+          "Make that a bundle (.tar) with the consulted files in it",
+          {.needs = {"--capture"}}},
+         {"--cut-maps",
+          &to->cut_maps,
+          "Of block maps put in only what they answered",
+          {.needs = {"--with-config"}}}},
+    };
+}
+
 command explain_command() {
     auto to = std::make_shared<explain_arguments>();
     return {
@@ -258,8 +205,8 @@ command explain_command() {
                      "The replayer's nine values, taken as it takes them: R ip port tls authuser "
                      "mua helo sender recipient",
                      {.required = false}}},
-        .groups = {transaction_options(to.get()), configuration_options(&to->configuration),
-                   dns_options(&to->answers), output_options(to.get())},
+        .groups = {transaction_options(to.get()), configuration_options(to.get()),
+                   dns_options(&to->answers), output_options(to.get()), capture_options(to.get())},
         .footer =
             R"(A fact that is not given is unknown, but for those with a value in parentheses;
 a rule that needs an unknown fact is undecided.
@@ -269,7 +216,7 @@ Exit status:
   1  with --verdict-exit: rejected
   2  could not be explained
   3  undecided: a fact or an answer is missing, or something could not be looked
-     at)",
+     at; or a case has no answer to a question)",
         .run = [to] { return explain(*to); },
     };
 }

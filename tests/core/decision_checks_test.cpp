@@ -10,7 +10,7 @@
 #include "heap_text.h"
 #include "hook_table.h"
 #include "quillfence-checks.h"
-#include "quillfence.h"
+#include "running_engine.h"
 #include "step_budget.h"
 
 namespace quillfence::testing {
@@ -762,12 +762,11 @@ TEST_F(decision_test, is_exempt_asks_the_engines_own_table) {
               (lines{"D is_exempt: function is_exempt - passing on to is_exempt_r",
                      "D is_exempt_r: function is_exempt_r", "D is_exempt_r: Invalid argument"}));
 
-    ASSERT_EQ(quillfence_init(), 1);
+    const running_engine engine;
     drive.write("c:/users/a/from_whitelist", "*@example.org\n");
     EXPECT_EQ(is_exempt(state, nullptr), 0);
     EXPECT_EQ(is_exempt(state, "c:/users/a"), 1);
     EXPECT_EQ(hit(state), "from_whitelist / whitelisted");
-    quillfence_teardown();
 }
 
 } // namespace quillfence::testing

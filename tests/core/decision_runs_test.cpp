@@ -12,7 +12,7 @@
 #include "hook_table.h"
 #include "platform/file.h"
 #include "quillfence-checks.h"
-#include "quillfence.h"
+#include "running_engine.h"
 #include "test_registry.h"
 #include "tiny_rex_storage.h"
 #include "vc_nulltermlist.h"
@@ -41,14 +41,10 @@ uint8_t lists_everything(smtp_state *) {
 
 class decision_runs : public drive_test {
   protected:
-    void SetUp() override {
-        ASSERT_EQ(quillfence_init(), 1);
+    decision_runs() {
         for (const char *name : {"example.org.", "mx.example.org."}) {
             dns.answer(name, type_a, 0, {{type_a, ""}});
         }
-    }
-    void TearDown() override {
-        quillfence_teardown();
     }
     // The lists that an embedding server may install beside the engine's own.
     static void install_host_lists() {
@@ -83,6 +79,9 @@ class decision_runs : public drive_test {
         }
     }
     dns_script dns;
+
+  private:
+    running_engine engine_;
 };
 
 struct rule_case {

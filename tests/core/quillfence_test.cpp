@@ -4,6 +4,7 @@
 #include "drive_c.h"
 #include "failing_memory.h"
 #include "hook_table.h"
+#include "owned_session.h"
 #include "platform/error_numbers.h"
 #include "quillfence-log.h"
 #include "quillfence-spam-hooks.h"
@@ -82,10 +83,8 @@ TEST_F(quillfence_test, the_mail_log_carries_the_engines_name) {
     ql_set_program_name("another");
     ASSERT_EQ(quillfence_init(), 1);
     drive.make_folder("c:/quillfence/log");
-    smtp_state *state = new_smtp_state();
-    state->ip = strdup("192.0.2.1");
+    const session state("192.0.2.1");
     hooks().mail_log(state, "require_helo", 1);
-    free_smtp_state(state);
     quillfence_teardown();
     EXPECT_NE(drive.read("c:/quillfence/log/qflog").find(" quillfence["), std::string::npos)
         << drive.read("c:/quillfence/log/qflog");

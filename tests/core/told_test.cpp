@@ -1,7 +1,7 @@
 // What the engine's modules tell to whoever asks, and that asking changes nothing.
 #include <cstdlib>
 
-#include "../reliability/engine_drive.h"
+#include "../reliability/engine_test.h"
 #include "evidence_watch.h"
 #include "failing_memory.h"
 #include "is_local_domain.h"
@@ -21,22 +21,13 @@ namespace {
 
 constexpr char root[] = "c:/quillfence/";
 
-class told : public drive_test {
+class told : public engine_test {
   protected:
-    told() {
-        quillfence_init();
-        write_configuration(drive);
-        write_zones(&dns);
-    }
-    ~told() override {
-        quillfence_teardown();
-    }
     static owned_session completed(const client &who) {
-        owned_session state(session_of(who));
+        owned_session state = session_of(who);
         __process_state(state.get());
         return state;
     }
-    dns_script dns;
     test_registry registry;
 };
 
@@ -238,7 +229,7 @@ struct outcome_of_run {
 
 outcome_of_run run_everything(const client &who, log_capture *log) {
     outcome_of_run made{};
-    const owned_session state(session_of(who));
+    const owned_session state = session_of(who);
     vc_list_entry *hits = nullptr;
     made.results[0] = __process_state(state.get());
     made.results[1] = is_exempt(state.get(), nullptr);

@@ -389,7 +389,7 @@ TEST(case_file, words_and_shapes_of_the_public_suites) {
         "example.com": ["TIMEOUT"],
         "a.example.com.": [{"SPF": "v=spf1 -all"}, {"TXT": ["v=spf1 ", "ip4:192.0.2.1"]},
                            {"SPF": "NONE"}, {"AAAA": "CAFE:BABE::1"}],
-        "Null.example.com": [{"MX": [0, ""]}],
+        "Null.example.com": [{"mx": [0, ""]}], "slow.example.com": "timeout",
         "ns.example.com": [{"NS": "a.example.com"}, {"CNAME": "b.example.com"}]})");
     const std::vector<zone_name> want = {
         {"example.com", {{"", "TIMEOUT"}}},
@@ -399,6 +399,7 @@ TEST(case_file, words_and_shapes_of_the_public_suites) {
           {"SPF", "NONE"},
           {"AAAA", "CAFE:BABE::1"}}},
         {"Null.example.com", {{"MX", "0 ."}}},
+        {"slow.example.com", {{"", "TIMEOUT"}}},
         {"ns.example.com", {{"NS", "a.example.com"}, {"CNAME", "b.example.com"}}}};
     EXPECT_EQ(made->zonedata, want);
 }

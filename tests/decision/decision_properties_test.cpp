@@ -97,14 +97,12 @@ decision::decision served(const transaction &what) {
 class decision_properties : public logged_test {
   protected:
     decision_properties() {
-        quillfence_init();
         options.near_misses = false;
         options.files = false;
         options.times = false;
         options.all = true;
     }
     ~decision_properties() override {
-        quillfence_teardown();
         log.take();
     }
     // A world at random in place of the last one.
@@ -121,6 +119,7 @@ class decision_properties : public logged_test {
         return std::move(result.record);
     }
 
+    running_engine engine;
     drive_c drive;
     test_registry registry;
     std::optional<dns_script> dns;

@@ -9,10 +9,10 @@
 
 namespace quillfence::testing {
 
-inline const std::string test_key = "0123456789abcdef";
+inline const std::string pseudonym_key = "0123456789abcdef";
 
 inline std::string expanded(std::string_view text) {
-    static decision::pseudonyms names(test_key);
+    static decision::pseudonyms names(pseudonym_key);
     std::string made;
     for (size_t at = 0; at < text.size();) {
         const size_t end = text.find(text[at] == '<' ? '>' : '}', at);

@@ -2,9 +2,8 @@
 // kind.
 #pragma once
 
-#include "../reliability/engine_drive.h"
+#include "../reliability/engine_test.h"
 #include "explain.h"
-#include "quillfence.h"
 #include "test_registry.h"
 
 namespace quillfence::testing {
@@ -24,17 +23,8 @@ inline transaction transaction_of(const client &who) {
     return made;
 }
 
-class explain_test : public drive_test {
+class explain_test : public engine_test {
   protected:
-    explain_test() {
-        quillfence_init();
-        write_configuration(drive);
-        write_zones(&dns);
-    }
-    ~explain_test() override {
-        quillfence_teardown();
-    }
-
     decision_record explained(const transaction &what) {
         explain_result result = explain(what, options);
         EXPECT_EQ(result.failed, nullptr);
@@ -50,7 +40,6 @@ class explain_test : public drive_test {
         return {};
     }
 
-    dns_script dns;
     test_registry registry;
     explain_options options{.times = false};
 };

@@ -13,7 +13,7 @@ namespace {
 
 using namespace decision;
 
-const std::string &key = test_key;
+const std::string &key = pseudonym_key;
 
 personal_names names_of(const std::vector<std::string> &facts, bool domains = false) {
     personal_names names(key, domains);
@@ -109,8 +109,13 @@ TEST(personal_names, facts_are_taken_as_a_whole) {
 }
 
 TEST(personal_names, in_paths) {
-    personal_names names = names_of({"mail@x.example", "al@x.example", "c@x.example"});
+    personal_names names(key, false);
+    names.learn_fact("mail@x.example");
+    names.learn_fact("al@x.example");
+    names.learn_fact("c@x.example");
     names.learn_name("Bob Smith");
+    names.learn_name("list+eve=x.example");
+    names.settle();
     static constexpr struct {
         const char *path, *want;
     } cases[] = {
@@ -120,6 +125,7 @@ TEST(personal_names, in_paths) {
         {"C:\\Post\\Bob Smith\\x", "C:\\Post\\<Bob> <Smith>\\x"},
         {"c:/lists/eve@x.example/al.LST", "c:/lists/<eve>@x.example/al.LST"},
         {"al/", "<al>/"},
+        {"c:/post/x.example/list+eve=x.example", "c:/post/x.example/<list>+<eve>=x.example"},
     };
     for (const auto &c : cases) {
         EXPECT_EQ(names.in_path(c.path), expanded(c.want)) << c.path;
@@ -140,6 +146,7 @@ TEST(personal_names, domains) {
     names.learn_domain("7.100.51.198.zen.lists.example.");
     names.learn_domain("7.100.51.198.in-addr.arpa.");
     names.learn_domain("localhost");
+    names.learn_domain("localhost.localdomain");
     names.keep_zone("zen.lists.example");
     names.settle();
     static constexpr struct {
@@ -154,6 +161,7 @@ TEST(personal_names, domains) {
         {"7.100.51.198.zen.lists.example.", "7.100.51.198.zen.lists.example."},
         {"7.100.51.198.in-addr.arpa.", "7.100.51.198.in-addr.arpa."},
         {"zen.lists.example, lists.example", "zen.lists.example, {lists.example}"},
+        {"localhost.localdomain", "localhost.localdomain"},
         {"localhost [198.51.100.7] 198.51.100.7", "localhost [198.51.100.7] 198.51.100.7"},
         {"v+bob=sub.x.example@unknown.org", "<v>+<bob>={sub.x.example}@unknown.org"},
         {"al@x.example.LST", "<al>@{x.example}.LST"},
@@ -195,6 +203,32 @@ TEST(personal_names, what_is_left_is_found) {
     for (const auto &c : cases) {
         EXPECT_EQ(names.holds_address(c.text), c.address) << c.text;
         EXPECT_EQ(names.holds_name(c.text), c.name) << c.text;
+    }
+}
+
+// What took the square of a text's length would not come to an end here.
+TEST(personal_names, long_texts_of_all_that_is_looked_for) {
+    constexpr size_t size = 1 << 18;
+    std::vector<std::string> people;
+    for (size_t length = 1; length < 300; ++length) {
+        people.push_back(std::string(length, 'a') + "@x.example");
+    }
+    for (const char *part : {"@", "\"@", "\\\"@", "a@", "a", "\xff", ":", "1:", "::", ".", "=a",
+                             "/a", "a ", "a.", "x.example ", "aaaaaaaaaaaaaaaaaaaa@x.exampl "}) {
+        std::string text;
+        while (text.size() < size) {
+            text += part;
+        }
+        personal_names names(key, true);
+        for (const std::string &address : people) {
+            names.learn_fact(address);
+        }
+        names.learn_text(text);
+        names.settle();
+        EXPECT_EQ(names.in_text(text).size(), text.size());
+        EXPECT_EQ(names.in_path(text).size(), text.size());
+        EXPECT_FALSE(names.holds_address(names.in_text(text))) << part;
+        EXPECT_FALSE(names.holds_domain(names.in_text(text))) << part;
     }
 }
 

@@ -15,6 +15,10 @@ import subprocess
 import sys
 import unittest
 
+sys.dont_write_bytecode = True
+
+from schemas import closed, met, named, words
+
 try:
     from jsonschema import Draft202012Validator
 except ImportError:
@@ -22,28 +26,6 @@ except ImportError:
     sys.exit(1 if os.environ.get("CI") == "true" else 77)
 
 PROGRAM, SCHEMA, COUNT = sys.argv[1], sys.argv[2], int(sys.argv[3])
-
-
-def closed(schema):
-    """The schema, refusing members that it does not name."""
-    if isinstance(schema, list):
-        return [closed(one) for one in schema]
-    if not isinstance(schema, dict):
-        return schema
-    made = {name: closed(one) for name, one in schema.items()}
-    if made.get("type") == "object" and isinstance(made.get("properties"), dict):
-        made["additionalProperties"] = False
-    return made
-
-
-def named(schema):
-    """Every member that the schema names."""
-    if isinstance(schema, list):
-        return set().union(*map(named, schema))
-    if not isinstance(schema, dict):
-        return set()
-    names = set(schema["properties"]) if isinstance(schema.get("properties"), dict) else set()
-    return names.union(*map(named, schema.values()))
 
 
 class Schema(unittest.TestCase):
@@ -69,23 +51,9 @@ class Schema(unittest.TestCase):
 
     def test_every_member_occurs(self):
         """What the schema names is what is written."""
-        def met(value):
-            if isinstance(value, list):
-                return set().union(*map(met, value))
-            if not isinstance(value, dict):
-                return set()
-            return set(value).union(*map(met, value.values()))
-
         self.assertEqual(named(self.schema) - met(self.records), set())
 
     def test_the_page_tells_of_every_member_and_word(self):
-        def words(schema):
-            if isinstance(schema, list):
-                return set().union(*map(words, schema))
-            if not isinstance(schema, dict):
-                return set()
-            return set(schema.get("enum", [])).union(*map(words, schema.values()))
-
         page = pathlib.Path(SCHEMA).with_name("decision-record.md").read_text(encoding="utf-8")
         told = set(re.findall(r"\w+", " ".join(re.findall(r"`[^`]*`", page))))
         self.assertEqual((named(self.schema) | words(self.schema)) - told, set())

@@ -98,6 +98,15 @@ TEST_F(zone, endless_aliases) {
     EXPECT_EQ(names.ask(ask_for("first")).status, servfail) << "17 aliases";
 }
 
+TEST_F(zone, a_name_that_has_nothing_else) {
+    EXPECT_EQ(names.add_name("Here.example"), std::nullopt);
+    EXPECT_EQ(names.ask(ask_for("here.example.")), answer_of_server(0, {}));
+    add("here.example", "A", "192.0.2.1");
+    EXPECT_EQ(names.add_name("here.example."), std::nullopt);
+    EXPECT_EQ(names.ask(ask_for("here.example.")), found({"A 192.0.2.1"})) << "nothing is lost";
+    EXPECT_EQ(names.add_name("a..b"), "a..b is no domain name");
+}
+
 TEST_F(zone, complaints) {
     EXPECT_EQ(names.add_record("a..b", "A", "192.0.2.1"), "a..b is no domain name");
     EXPECT_EQ(names.add_record("a.example", "A", "nowhere"), "nowhere is no IPv4 address");

@@ -7,42 +7,31 @@
 #include <gtest/gtest.h>
 
 #include "drive_c.h"
+#include "owned_session.h"
 #include "range_bytes.h"
 #include "step_budget.h"
 #include "tiny_rex_storage.h"
-#include "vc_nulltermlist.h"
 #include "vc_w32.h"
 
 namespace quillfence::testing {
 namespace {
 
-char *copy_of(const std::string &text) {
-    return vc_strndup(text.c_str(), text.size());
-}
-
 template <class Base>
 class hooks_fixture : public Base {
   protected:
-    hooks_fixture() : state(new_smtp_state()) {
-        state->base_dir = copy_of("c:/quillfence/");
-    }
-    ~hooks_fixture() override {
-        free_smtp_state(state);
+    hooks_fixture() {
+        session::put(&state->base_dir, "c:/quillfence/");
     }
     void put(const std::string &name, const std::string &bytes) {
         this->drive.write("c:/quillfence/" + name, bytes);
     }
     void set_names(const lines &names) {
-        state->rdns = nullptr;
-        vc_lstfree(&state->ptr_results, std::free);
-        for (const std::string &name : names) {
-            vc_lstcat(&state->ptr_results, copy_of(name));
-        }
+        state.put_ptr_names(names);
         if (names.empty()) {
             state->ptr_results = static_cast<char **>(std::calloc(1, sizeof(char *)));
         }
     }
-    smtp_state *state;
+    session state;
 };
 using hooks_test = hooks_fixture<drive_test>;
 using traced_hooks_test = hooks_fixture<traced_drive_test>;
@@ -73,7 +62,7 @@ std::vector<address_hook> list_hooks() {
 
 TEST_F(hooks_test, address_hooks_look_their_value_up_in_their_list) {
     for (const auto &hook : address_hooks) {
-        state->*hook.value = copy_of("u@b.example");
+        session::put(&(state->*hook.value), "u@b.example");
         EXPECT_EQ(hook.hook(state), 0) << hook.name << ": no list";
         put(hook.list, "# c\nU@B.example\n");
         EXPECT_EQ(hook.hook(state), 1) << hook.name;
@@ -82,27 +71,25 @@ TEST_F(hooks_test, address_hooks_look_their_value_up_in_their_list) {
         put(hook.list, "*@example\n");
         EXPECT_EQ(hook.hook(state), 0) << hook.name;
         drive.remove(std::string("c:/quillfence/") + hook.list);
-        std::free(state->*hook.value);
-        state->*hook.value = nullptr;
+        session::put(&(state->*hook.value), nullptr);
     }
 }
 
 TEST_F(hooks_test, ip_hooks_compare_whole_addresses) {
     for (const auto &hook : ip_hooks) {
-        state->*hook.value = copy_of("10.0.0.10");
+        session::put(&(state->*hook.value), "10.0.0.10");
         EXPECT_EQ(hook.hook(state), 0) << hook.name << ": no list";
         put(hook.list, "10.0.0.1\n10.*\n");
         EXPECT_EQ(hook.hook(state), 0) << hook.name << ": neither parts nor wildcards";
         put(hook.list, "10.0.0.1\n10.0.0.10\n");
         EXPECT_EQ(hook.hook(state), 1) << hook.name;
-        std::free(state->*hook.value);
-        state->*hook.value = nullptr;
+        session::put(&(state->*hook.value), nullptr);
     }
 }
 
 TEST_F(hooks_test, ip_hooks_go_on_to_the_range_file) {
     for (const auto &hook : ip_hooks) {
-        state->*hook.value = copy_of("10.0.0.10");
+        session::put(&(state->*hook.value), "10.0.0.10");
         const std::string ranges = std::string(hook.list) + ".range";
         put(ranges, header(2, 1) + record({10, 0, 0, 0}, {10, 0, 0, 255}));
         EXPECT_EQ(hook.hook(state), 1) << hook.name << ": no plain list";
@@ -113,13 +100,12 @@ TEST_F(hooks_test, ip_hooks_go_on_to_the_range_file) {
         put(hook.list, "10.0.0.10\n");
         put(ranges, "no range file at all");
         EXPECT_EQ(hook.hook(state), 1) << hook.name << ": the plain list decides first";
-        std::free(state->*hook.value);
-        state->*hook.value = nullptr;
+        session::put(&(state->*hook.value), nullptr);
     }
 }
 
 TEST_F(hooks_test, an_ipv6_client_is_in_no_range) {
-    state->ip = copy_of("2001:db8::1");
+    session::put(&state->ip, "2001:db8::1");
     put("exempt_ips", "2001:DB8::1\n");
     EXPECT_EQ(ipwhitelist_hook(state), 1);
     EXPECT_EQ(ipblacklist_hook(state), 0);
@@ -135,35 +121,31 @@ TEST_F(hooks_test, list_hooks_refuse_a_missing_session_and_an_empty_value) {
         EXPECT_EQ(log.errors(), want);
         EXPECT_EQ(hook.hook(state), 0);
         EXPECT_EQ(log.errors(), want);
-        state->*hook.value = copy_of("");
+        session::put(&(state->*hook.value), "");
         EXPECT_EQ(hook.hook(state), 0);
         EXPECT_EQ(log.errors(), want);
-        std::free(state->*hook.value);
-        state->*hook.value = nullptr;
+        session::put(&(state->*hook.value), nullptr);
     }
 }
 
 TEST_F(hooks_test, lists_lie_in_the_session_s_base_directory) {
-    std::free(state->base_dir);
-    state->base_dir = copy_of("c:/quillfence/user");
+    session::put(&state->base_dir, "c:/quillfence/user");
     for (const auto &hook : list_hooks()) {
-        state->*hook.value = copy_of("10.0.0.1");
+        session::put(&(state->*hook.value), "10.0.0.1");
         put(hook.list, "10.0.0.1\n");
         EXPECT_EQ(hook.hook(state), 0) << hook.name;
         put(std::string("user/") + hook.list, "10.0.0.1\n");
         EXPECT_EQ(hook.hook(state), 1) << hook.name;
-        std::free(state->*hook.value);
-        state->*hook.value = nullptr;
+        session::put(&(state->*hook.value), nullptr);
     }
     const std::string ranges = header(2, 1) + record({10, 0, 0, 0}, {10, 0, 0, 255});
     for (const auto &hook : ip_hooks) {
-        state->*hook.value = copy_of("10.0.0.2");
+        session::put(&(state->*hook.value), "10.0.0.2");
         put(std::string(hook.list) + ".range", ranges);
         EXPECT_EQ(hook.hook(state), 0) << hook.name;
         put(std::string("user/") + hook.list + ".range", ranges);
         EXPECT_EQ(hook.hook(state), 1) << hook.name;
-        std::free(state->*hook.value);
-        state->*hook.value = nullptr;
+        session::put(&(state->*hook.value), nullptr);
     }
 }
 

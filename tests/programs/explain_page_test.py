@@ -8,13 +8,13 @@ is there, and that nothing reaches into the margins, however long the texts. The
 DIRECTORY. Without a browser the test is skipped (status 77), or fails where CI is true.
 """
 
-import os
 import pathlib
 import shutil
 import subprocess
 import sys
 
 from browser_page import find_browser, read_png, render
+from whole_program import ARGUMENTS, unable
 
 # The page's ground, and the colour of each verdict.
 SCHEMES = {
@@ -49,11 +49,10 @@ def problems_of(picture, scheme, verdict, width, margin):
 
 
 def main():
-    program, folder = pathlib.Path(sys.argv[1]), pathlib.Path(sys.argv[2]).resolve()
+    program, folder = (pathlib.Path(argument).resolve() for argument in ARGUMENTS)
     browser = find_browser()
     if not browser:
-        print("needs the package chromium")
-        return 1 if os.environ.get("CI") == "true" else 77
+        unable("the package chromium is not installed")
     shutil.rmtree(folder, ignore_errors=True)
     folder.mkdir(parents=True)
     problems = []

@@ -6,13 +6,14 @@ both programs, with a name server that nobody answers for.
 """
 
 import json
-import os
 import random
 import subprocess
-import sys
 import unittest
+from pathlib import Path
 
-QUILLFENCE, REPLAYER, SOURCE = (os.path.abspath(path) for path in sys.argv[1:4])
+from whole_program import ARGUMENTS, environment, main
+
+QUILLFENCE, REPLAYER, SOURCE = (Path(argument).resolve() for argument in ARGUMENTS)
 RUNS = 200
 
 # What each of the replayer's values is drawn from.
@@ -31,8 +32,10 @@ VALUES = [
 ]
 
 
-def run(command, environment):
-    return subprocess.run(command, env=environment, stdin=subprocess.DEVNULL, capture_output=True,
+def replayed_or_explained(command):
+    settings = environment(QUILLFENCE_DRIVE_C=str(SOURCE / "examples/drive_c"),
+                           QUILLFENCE_EVENT_LOG="/dev/null", QUILLFENCE_DNS_SERVER="127.0.0.1:9")
+    return subprocess.run(command, env=settings, stdin=subprocess.DEVNULL, capture_output=True,
                           timeout=60, check=False)
 
 
@@ -40,15 +43,14 @@ class ReportTest(unittest.TestCase):
     maxDiff = None
 
     def test_the_report_is_the_replayers_line(self):
-        environment = dict(os.environ, QUILLFENCE_DRIVE_C=os.path.join(SOURCE, "examples/drive_c"),
-                           QUILLFENCE_EVENT_LOG="/dev/null", QUILLFENCE_DNS_SERVER="127.0.0.1:9")
         draw = random.Random(20261122)
         lines = set()
         for _ in range(RUNS):
             values = ["R"] + [draw.choice(pool) for pool in VALUES]
-            replayed = run([REPLAYER, *values], environment)
+            replayed = replayed_or_explained([REPLAYER, *values])
             # Values may begin with a dash; what follows "--" is no option.
-            explained = run([QUILLFENCE, "explain", "--json", "--", *values], environment)
+            explained = replayed_or_explained(
+                [QUILLFENCE, "explain", "--json", "--", *values])
             record = json.loads(explained.stdout)
             if replayed.returncode == 0:
                 self.assertEqual(record["report"], json.loads(replayed.stdout), values)
@@ -59,4 +61,4 @@ class ReportTest(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    unittest.main(argv=sys.argv[:1], verbosity=2)
+    main()

@@ -19,21 +19,14 @@ build (a list as CMake has it).
 """
 
 import json
-import os
 import re
 import shlex
 import shutil
-import subprocess
-import sys
-import tempfile
-import unittest
 from pathlib import Path
 
-RUNNER = []
-if sys.argv[1].startswith("--runner="):
-    RUNNER = [word for word in sys.argv.pop(1).split("=", 1)[1].split(";") if word]
-QUILLFENCE, REPLAYER = os.path.abspath(sys.argv[1]), os.path.abspath(sys.argv[2])
-SOURCE = Path(sys.argv[3]).resolve()
+from whole_program import ARGUMENTS, RUNNER, FolderTest, main, run
+
+QUILLFENCE, REPLAYER, SOURCE = (Path(argument).resolve() for argument in ARGUMENTS)
 
 PAGES = ["README.md", "docs/batch.md", "docs/cases.md", "docs/explain.md"]
 # What differs from run to run and between the systems.
@@ -80,38 +73,17 @@ def sample_of(script):
     return shlex.split(re.search(r"^ +set -- ((?:--|R ).*)$", text, re.MULTILINE).group(1))
 
 
-class PagesTest(unittest.TestCase):
-    maxDiff = None
-
-    @classmethod
-    def setUpClass(cls):
-        cls.temporary = tempfile.TemporaryDirectory(prefix="page-examples-")
-        cls.folder = Path(cls.temporary.name)
-        shutil.copytree(SOURCE / "examples", cls.folder / "examples")
-        shutil.copytree(SOURCE / "examples" / "drive_c", cls.folder / "drive_c")
-
-    @classmethod
-    def tearDownClass(cls):
-        cls.temporary.cleanup()
+class PagesTest(FolderTest):
+    def setUp(self):
+        super().setUp()
+        shutil.copytree(SOURCE / "examples", self.folder / "examples")
+        shutil.copytree(SOURCE / "examples" / "drive_c", self.folder / "drive_c")
 
     def run_program(self, *command, text=""):
-        """Exit status and everything that a terminal would show. It goes to files: Wine's own
-        processes would hold pipes open."""
-        environment = {name: value for name, value in os.environ.items()
-                       if not name.startswith("QUILLFENCE_") and name != "VERBOSEDEBUG"}
-        with tempfile.TemporaryFile() as given, tempfile.TemporaryFile() as out, \
-                tempfile.TemporaryFile() as err:
-            given.write(text.encode())
-            given.seek(0)
-            run = subprocess.run([*RUNNER, *command], cwd=self.folder, timeout=120,
-                                 env={**environment,
-                                      "QUILLFENCE_DRIVE_C": str(self.folder / "drive_c"),
-                                      "QUILLFENCE_EVENT_LOG": "-"},
-                                 stdin=given, stdout=out, stderr=err, check=False)
-            out.seek(0)
-            err.seek(0)
-            return (run.returncode,
-                    out.read().decode() + err.read().decode().replace("\r\n", "\n"))
+        """Exit status and everything that a terminal would show."""
+        status, out, err = run(command, self.folder, text=text, QUILLFENCE_EVENT_LOG="-",
+                               QUILLFENCE_DRIVE_C=str(self.folder / "drive_c"))
+        return status, out + err
 
     def show_file(self, name, shown):
         """The file's text, which is what the page shows where there is none yet."""
@@ -174,4 +146,4 @@ class PagesTest(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    unittest.main(argv=sys.argv[:1], verbosity=2)
+    main()

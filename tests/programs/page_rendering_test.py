@@ -8,7 +8,6 @@ fair number of pixels; and that it has none of the other scheme's. The pictures 
 Without a browser the test is skipped (status 77), or fails where CI is true.
 """
 
-import os
 import pathlib
 import shutil
 import struct
@@ -16,6 +15,7 @@ import subprocess
 import sys
 
 from browser_page import find_browser, read_png, render
+from whole_program import ARGUMENTS, unable
 
 WIDTH, HEIGHT = 1080, 1300
 # The page's ground first, then ham, spam, exempt, rate limit.
@@ -53,11 +53,10 @@ def problems_of(picture, scheme):
 
 
 def main():
-    program, folder = pathlib.Path(sys.argv[1]), pathlib.Path(sys.argv[2]).resolve()
+    program, folder = (pathlib.Path(argument).resolve() for argument in ARGUMENTS)
     browser = find_browser()
     if not browser:
-        print("needs the package chromium")
-        return 1 if os.environ.get("CI") == "true" else 77
+        unable("the package chromium is not installed")
     shutil.rmtree(folder, ignore_errors=True)
     folder.mkdir(parents=True)
     write_counters(folder)

@@ -13,16 +13,13 @@ import re
 import shutil
 import signal
 import subprocess
-import sys
-import tempfile
 import time
 import unittest
 from pathlib import Path
 
-RUNNER = []
-if sys.argv[1].startswith("--runner="):
-    RUNNER = [word for word in sys.argv.pop(1).split("=", 1)[1].split(";") if word]
-PROGRAM, SOURCE = os.path.abspath(sys.argv[1]), Path(sys.argv[2]).resolve()
+from whole_program import ARGUMENTS, RUNNER, FolderTest, environment, main, run
+
+PROGRAM, SOURCE = (Path(argument).resolve() for argument in ARGUMENTS)
 
 DONE, FAILED, PARTLY = 0, 2, 3
 SAMPLES = 40 if RUNNER else 1000
@@ -41,33 +38,17 @@ def lines_of(transactions):
     return "".join(json.dumps(one) + "\n" for one in transactions)
 
 
-class Case(unittest.TestCase):
-    maxDiff = None
-
+class Case(FolderTest):
     def setUp(self):
-        folder = tempfile.TemporaryDirectory(prefix="quillfence-batch-")
-        self.addCleanup(folder.cleanup)
-        self.folder = Path(folder.name)
+        super().setUp()
         shutil.copytree(SOURCE / "examples/drive_c", self.folder / "drive")
 
     def start(self, *arguments, **streams):
-        quiet = {name: value for name, value in os.environ.items()
-                 if not name.startswith("QUILLFENCE_") and name != "VERBOSEDEBUG"}
-        return subprocess.Popen([*RUNNER, PROGRAM, *arguments], cwd=self.folder, env=quiet,
-                                **streams)
+        return subprocess.Popen([PROGRAM, "batch", "--drive-c", "drive", *arguments],
+                                cwd=self.folder, env=environment(), **streams)
 
     def run_program(self, *arguments, text=""):
-        """Exit status, standard output and standard error. They go to files: Wine's own processes
-        would hold pipes open."""
-        with tempfile.TemporaryFile() as given, tempfile.TemporaryFile() as out, \
-                tempfile.TemporaryFile() as err:
-            given.write(text.encode())
-            given.seek(0)
-            run = self.start(*arguments, stdin=given, stdout=out, stderr=err)
-            status = run.wait(timeout=300)
-            out.seek(0)
-            err.seek(0)
-            return status, out.read().decode(), err.read().decode().replace("\r\n", "\n")
+        return run([PROGRAM, *arguments], self.folder, text)
 
     def batch(self, *arguments, text=""):
         return self.run_program("batch", "--drive-c", "drive", *arguments, text=text)
@@ -76,10 +57,6 @@ class Case(unittest.TestCase):
         status, out, err = self.batch("--quiet", *arguments, text=text)
         self.assertEqual((status, err), (DONE, ""))
         return [json.loads(line) for line in out.splitlines()]
-
-    def file(self, name, content):
-        (self.folder / name).write_bytes(content.encode())
-        return name
 
 
 class LinesTest(Case):
@@ -153,7 +130,8 @@ class RefusalsTest(Case):
                            '--from: there is no format "csv"; they are json, policy, tsv, qflog, '
                            "postfix and exim")
         self.check_refused(["--dns", "none"], "--dns: none: No such file or directory")
-        self.check_refused([self.file("odd", "hello\n")],
+        self.file("odd", "hello\n")
+        self.check_refused(["odd"],
                            "odd: it looks like no format that is known; name one with --from")
         self.check_refused([], "standard input: it looks like no format that is known; name one "
                                "with --from", text="\x00\x01\x02\n")
@@ -188,7 +166,7 @@ class EndingsTest(Case):
         for sent in (signal.SIGINT, signal.SIGTERM):
             out = open(self.folder / "out", "w+b")
             self.addCleanup(out.close)
-            run = self.start("batch", "--drive-c", "drive", stdin=subprocess.PIPE, stdout=out,
+            run = self.start(stdin=subprocess.PIPE, stdout=out,
                              stderr=subprocess.PIPE)
             run.stdin.write(lines_of(transaction(n) for n in range(500)).encode())
             run.stdin.flush() # and the pipe stays open
@@ -209,7 +187,7 @@ class EndingsTest(Case):
             self.assertGreater(len(numbers), 0)
 
     def test_an_ignored_signal_stays_ignored(self):
-        run = self.start("batch", "--drive-c", "drive", "--quiet", stdin=subprocess.PIPE,
+        run = self.start("--quiet", stdin=subprocess.PIPE,
                          stdout=subprocess.PIPE, preexec_fn=lambda: signal.signal(
                              signal.SIGINT, signal.SIG_IGN))
         run.stdin.write(lines_of([transaction(0)]).encode())
@@ -221,7 +199,7 @@ class EndingsTest(Case):
         self.assertEqual((run.returncode, out.count(b"\n")), (DONE, 1))
 
     def test_lines_come_out_while_the_input_stays_open(self):
-        run = self.start("batch", "--drive-c", "drive", "--quiet", stdin=subprocess.PIPE,
+        run = self.start("--quiet", stdin=subprocess.PIPE,
                          stdout=subprocess.PIPE)
         for n in range(3):
             run.stdin.write(lines_of([transaction(n)]).encode())
@@ -231,7 +209,7 @@ class EndingsTest(Case):
         self.assertEqual(run.returncode, DONE)
 
     def test_a_reader_that_has_gone(self):
-        run = self.start("batch", "--drive-c", "drive", stdin=subprocess.PIPE,
+        run = self.start(stdin=subprocess.PIPE,
                          stdout=subprocess.PIPE, stderr=subprocess.PIPE)
         run.stdout.close()
         self.endless(run)
@@ -245,7 +223,7 @@ class EndingsTest(Case):
 
     def test_a_full_disk(self):
         with open("/dev/full", "wb") as full:
-            run = self.start("batch", "--drive-c", "drive", "--quiet", stdin=subprocess.PIPE,
+            run = self.start("--quiet", stdin=subprocess.PIPE,
                              stdout=full, stderr=subprocess.PIPE)
             _, err = run.communicate(lines_of([transaction(1)]).encode(), timeout=60)
         self.assertEqual((run.returncode, err.decode()),
@@ -256,7 +234,7 @@ class EndingsTest(Case):
         master, terminal = os.openpty()
         self.file("in", lines_of(transaction(n) for n in range(20_000)))
         with open(self.folder / "out", "wb") as out:
-            run = self.start("batch", "--drive-c", "drive", "--quiet", "--full", "in", stdout=out,
+            run = self.start("--quiet", "--full", "in", stdout=out,
                              stderr=terminal)
         os.close(terminal)
         shown = b""
@@ -273,10 +251,13 @@ class EndingsTest(Case):
 
     def test_memory_does_not_grow_with_the_input(self):
         """Under a limit that the input alone would break."""
-        run = self.start("batch", "--drive-c", "drive", "--quiet", "--dns", "off",
+        def limit_memory():
+            import resource # Linux has it alone
+            resource.setrlimit(resource.RLIMIT_DATA, (96 << 20, 96 << 20))
+
+        run = self.start("--quiet", "--dns", "off",
                          stdin=subprocess.PIPE, stdout=subprocess.DEVNULL,
-                         preexec_fn=lambda: __import__("resource").setrlimit(
-                             __import__("resource").RLIMIT_DATA, (96 << 20, 96 << 20)))
+                         preexec_fn=limit_memory)
         filler = "x" * 15_000
         for n in range(8_000): # 120 MB
             run.stdin.write(lines_of([{"ip": "127.0.0.1", "note": filler}]).encode())
@@ -285,4 +266,4 @@ class EndingsTest(Case):
 
 
 if __name__ == "__main__":
-    unittest.main(argv=sys.argv[:1], verbosity=2)
+    main()

@@ -10,15 +10,12 @@ import hashlib
 import os
 import re
 import subprocess
-import sys
-import tempfile
 import unittest
 from pathlib import Path
 
-RUNNER = []
-if sys.argv[1].startswith("--runner="):
-    RUNNER = [word for word in sys.argv.pop(1).split("=", 1)[1].split(";") if word]
-PROGRAM, SOURCE = os.path.abspath(sys.argv[1]), Path(sys.argv[2]).resolve()
+from whole_program import ARGUMENTS, RUNNER, FolderTest, main, run
+
+PROGRAM, SOURCE = (Path(argument).resolve() for argument in ARGUMENTS)
 
 DONE, NO, FAILED, PARTLY = 0, 1, 2, 3
 
@@ -43,34 +40,9 @@ list:9: error: failed to parse through sub expression
 SAMPLE_PATTERNS = "^a[0-9]+\\.b$\nfoo\n"
 
 
-class Case(unittest.TestCase):
-    maxDiff = None
-
-    def setUp(self):
-        folder = tempfile.TemporaryDirectory(prefix="quillfence-data-")
-        self.addCleanup(folder.cleanup)
-        self.folder = Path(folder.name)
-
+class Case(FolderTest):
     def run_program(self, *arguments, text=""):
-        """Exit status, standard output and standard error. They go to files: Wine's own processes
-        would hold pipes open. Lines on standard error end as the system likes them."""
-        with tempfile.TemporaryFile() as given, tempfile.TemporaryFile() as out, \
-                tempfile.TemporaryFile() as err:
-            given.write(text.encode())
-            given.seek(0)
-            run = subprocess.run([*RUNNER, PROGRAM, *arguments], cwd=self.folder, timeout=120,
-                                 stdin=given, stdout=out, stderr=err, check=False)
-            out.seek(0)
-            err.seek(0)
-            return (run.returncode, out.read().decode(),
-                    err.read().decode().replace("\r\n", "\n"))
-
-    def file(self, name, content):
-        data = content if isinstance(content, bytes) else content.encode()
-        (self.folder / name).write_bytes(data)
-
-    def bytes_of(self, name):
-        return (self.folder / name).read_bytes()
+        return run([PROGRAM, *arguments], self.folder, text)
 
     def names(self):
         return sorted(path.name for path in self.folder.iterdir())
@@ -460,4 +432,4 @@ class PagesTest(Case):
 
 
 if __name__ == "__main__":
-    unittest.main(argv=sys.argv[:1], verbosity=2)
+    main()

@@ -7,11 +7,9 @@
 import json
 import shutil
 import struct
-import sys
-import unittest
 
-sys.dont_write_bytecode = True
-from quillfence_data_test import DONE, FAILED, NO, SOURCE, Case  # noqa: E402
+from quillfence_data_test import DONE, FAILED, NO, SOURCE, Case
+from whole_program import main
 
 NOVEMBER_1 = 1698796800  # 2023-11-01 00:00 UTC
 
@@ -139,4 +137,4 @@ class VerifyTest(Case):
 
 
 if __name__ == "__main__":
-    unittest.main(argv=sys.argv[:1])
+    main()

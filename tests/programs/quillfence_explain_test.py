@@ -12,15 +12,12 @@ import os
 import re
 import shutil
 import subprocess
-import sys
-import tempfile
 import unittest
 from pathlib import Path
 
-RUNNER = []
-if sys.argv[1].startswith("--runner="):
-    RUNNER = [word for word in sys.argv.pop(1).split("=", 1)[1].split(";") if word]
-PROGRAM, SOURCE = os.path.abspath(sys.argv[1]), Path(sys.argv[2]).resolve()
+from whole_program import ARGUMENTS, RUNNER, FolderTest, main, run
+
+PROGRAM, SOURCE = (Path(argument).resolve() for argument in ARGUMENTS)
 
 EXPLAINED, REJECTED, FAILED, UNDECIDED = 0, 1, 2, 3
 
@@ -35,31 +32,13 @@ LOG_LINE = ("2026-11-20 08:15:42 quillfence[1]: HAM: mua=[no:(null)],ip=[192.0.2
             "port=<1>,tls=<no>,helo=<a.example>,from=<a@a.example>,rcpt=<bob@example.net>\r\n")
 
 
-class Case(unittest.TestCase):
-    maxDiff = None
-
+class Case(FolderTest):
     def setUp(self):
-        folder = tempfile.TemporaryDirectory(prefix="quillfence-explain-")
-        self.addCleanup(folder.cleanup)
-        self.folder = Path(folder.name)
+        super().setUp()
         shutil.copytree(SOURCE / "examples/drive_c", self.folder / "drive")
 
-    def run_program(self, *arguments, text="", **environment):
-        """Exit status, standard output and standard error. They go to files: Wine's own processes
-        would hold pipes open. Lines on standard error end as the system likes them."""
-        quiet = {name: value for name, value in os.environ.items()
-                 if not name.startswith("QUILLFENCE_") and name != "VERBOSEDEBUG"}
-        with tempfile.TemporaryFile() as given, tempfile.TemporaryFile() as out, \
-                tempfile.TemporaryFile() as err:
-            given.write(text.encode())
-            given.seek(0)
-            run = subprocess.run([*RUNNER, PROGRAM, *arguments], cwd=self.folder, timeout=120,
-                                 env={**quiet, **environment},
-                                 stdin=given, stdout=out, stderr=err, check=False)
-            out.seek(0)
-            err.seek(0)
-            return (run.returncode, out.read().decode(),
-                    err.read().decode().replace("\r\n", "\n"))
+    def run_program(self, *arguments, text="", **settings):
+        return run([PROGRAM, *arguments], self.folder, text, **settings)
 
     def explain(self, *arguments, text="", **environment):
         return self.run_program("explain", "--drive-c", "drive", *arguments, text=text,
@@ -75,14 +54,6 @@ class Case(unittest.TestCase):
         with self.subTest(arguments=arguments):
             self.assertEqual(self.explain(*arguments, text=text),
                              (FAILED, "", f"quillfence: {said}\n"))
-
-    def file(self, name, content):
-        (self.folder / name).parent.mkdir(parents=True, exist_ok=True)
-        (self.folder / name).write_bytes(content.encode())
-
-    def files(self):
-        return {str(path.relative_to(self.folder)): path.read_bytes()
-                for path in self.folder.rglob("*") if path.is_file()}
 
 
 class FactsTest(Case):
@@ -132,7 +103,7 @@ class FactsTest(Case):
 
     def test_a_transaction_comes_in_one_way(self):
         said = ("give the transaction in one way: by name (--ip, --sender ...), as the replayer's "
-                "nine values, or by --input")
+                "nine values, by --input or by --case")
         values = ["R", "192.0.2.25", "25", "0", "u", "0", "h", "a@b.example", "c@d.example"]
         self.check_refused(["--ip", "192.0.2.9", "--input", "-"], said)
         self.check_refused(["--ip", "192.0.2.9", *values], said)
@@ -420,8 +391,9 @@ class WrittenTest(Case):
         self.assertEqual(complete("quillfence", "batch", "--q"), ["--questions", "--quiet"])
         self.assertEqual(complete("quillfence", "batch", "af"), ["afile"])
         self.assertEqual(complete("quillfence", "explain", "--with"),
-                         ["--with-list", "--without-list"])
-        self.assertEqual(complete("quillfence", "explain", "--dns", ""), ["live", "off"])
+                         ["--with-config", "--with-list", "--without-list"])
+        self.assertEqual(complete("quillfence", "explain", "--dns", ""),
+                         ["live", "off", "record-missing", "recorded"])
         self.assertEqual(complete("quillfence", "te"), ["test"])
         self.assertEqual(complete("quillfence", "test", "--dns", "rec"),
                          ["record-missing", "recorded"])
@@ -431,4 +403,4 @@ class WrittenTest(Case):
 
 
 if __name__ == "__main__":
-    unittest.main(argv=sys.argv[:1], verbosity=2)
+    main()

@@ -1,32 +1,26 @@
 // Whole runs with the longest arguments, and with configurations and answers that have no end.
 #include "cost.h"
+#include "engine_test.h"
+#include "owned_rule.h"
 #include "run.h"
 #include "step_budget.h"
 #include "vc_file.h"
-#include "vcspamrule.h"
 
 namespace quillfence::testing {
 namespace {
 
-class bounds_replay : public drive_test {
+class bounds_replay : public engine_test {
   protected:
     bounds_replay() {
-        write_configuration(drive);
-        write_zones(&dns);
-        quillfence_init();
         for (const client &who : clients) { // what is looked for once in the life of the process
             vc_json_free(replay(who));
             decide(who);
         }
         dns_script::asked();
     }
-    ~bounds_replay() override {
-        quillfence_teardown();
-    }
     preparation written(const char *path) {
         return [this, path](const std::string &input) { drive.write(path, input); };
     }
-    dns_script dns;
 };
 
 // Both flavours of a run. Some refuse what they get.
@@ -91,22 +85,20 @@ TEST_F(bounds_replay, a_notice_is_small_work_whatever_a_client_sends) {
          many("%TO%", 100000)},
     };
     for (const auto &c : cases) {
-        smtp_state *const state = new_smtp_state();
-        state->ip = strdup("192.0.2.1");
-        state->helo = strdup(c.helo.c_str());
-        state->mail_from = strdup(c.from.c_str());
-        state->rcpt_to = strdup(c.rcpt.c_str());
-        spam_rule *const rule = new_rule("some_rule", nullptr, 1, 1, 1, 1, c.rejection.c_str());
+        const session state("192.0.2.1");
+        session::put(&state->helo, c.helo.c_str());
+        session::put(&state->mail_from, c.from.c_str());
+        session::put(&state->rcpt_to, c.rcpt.c_str());
+        const owned_rule rule = plain_rule("some_rule", c.rejection.c_str());
         char *notice = nullptr;
-        const cost spent = cost_of([&] { notice = build_rejection_notice(rule, state, nullptr); });
+        const cost spent =
+            cost_of([&] { notice = build_rejection_notice(rule.get(), state, nullptr); });
         EXPECT_NE(notice, nullptr) << c.name;
         EXPECT_LE(spent.bytes, 1U << 20) << c.name;
         EXPECT_LE(spent.allocations, 8U) << c.name;
         EXPECT_LE(spent.steps, 4000000U) << c.name;
         EXPECT_GT(spent.steps, 1000U) << c.name;
         free(notice);
-        free_rule(rule);
-        free_smtp_state(state);
     }
 }
 

@@ -7,13 +7,12 @@
 #include "dns_script.h"
 #include "drive_c.h"
 #include "heap_text.h"
+#include "owned_session.h"
 #include "platform/dns.h"
 #include "platform/file.h"
 #include "quillfence-iprange.h"
 #include "quillfence-spam-hooks.h"
-#include "smtp_state.h"
 #include "tiny_rex_storage.h"
-#include "vc_nulltermlist.h"
 
 namespace quillfence::testing {
 
@@ -86,8 +85,8 @@ inline constexpr client clients[] = {
 };
 
 // The session of a client as a packet brings it, before __process_state.
-inline smtp_state *session_of(const client &who) {
-    smtp_state *state = new_smtp_state();
+inline owned_session session_of(const client &who) {
+    owned_session state(new_smtp_state());
     state->ip = heap_text(who.ip);
     state->port = heap_text("25");
     state->helo = heap_text(who.helo);

@@ -1,5 +1,6 @@
 // Lookups and whole checks on a system that fails: no file changes, no handle stays open, and a
 // failure is not taken for an answer, but where a rule says so.
+#include "engine_test.h"
 #include "fault_sweep.h"
 #include "known_sender_forgery_funcs.h"
 #include "lookup.h"
@@ -12,21 +13,14 @@
 namespace quillfence::testing {
 namespace {
 
-class faults_checks : public drive_test {
+class faults_checks : public engine_test {
   protected:
     faults_checks() {
-        write_configuration(drive);
-        write_zones(&dns);
-        quillfence_init();
         before = contents_of(drive);
-    }
-    ~faults_checks() override {
-        quillfence_teardown();
     }
     void expect_nothing_changed() {
         EXPECT_EQ(changed_files(before, contents_of(drive)), "");
     }
-    dns_script dns;
     drive_contents before;
 };
 
@@ -136,11 +130,10 @@ std::set<std::string> everything_that_hits(const client &who) {
     }
     vc_json_free(report);
     for (const rule_row &rule : rule_rows()) {
-        smtp_state *state = session_of(who);
-        if (rule.check && __process_state(state) && rule.check(state)) {
+        const owned_session state = session_of(who);
+        if (rule.check && __process_state(state.get()) && rule.check(state.get())) {
             names.insert(rule.name);
         }
-        free_smtp_state(state);
     }
     return names;
 }

@@ -1,6 +1,7 @@
 // Counters, mail log, saved maps and packets on a system that fails.
 #include "fault_sweep.h"
 #include "heap_text.h"
+#include "owned_session.h"
 #include "platform/file.h"
 #include "qfd-packet.h"
 #include "quillfence-log.h"
@@ -67,8 +68,7 @@ TEST_F(faults_records, counters) {
 // Of a mail log only its end can suffer: the earlier lines stay.
 TEST_F(faults_records, mail_log) {
     const std::string earlier = "an earlier line\r\n";
-    smtp_state *state = new_smtp_state();
-    state->ip = heap_text("192.0.2.1");
+    const session state("192.0.2.1");
     vc_append_list_entry(&state->user_dirs, user_dir, sizeof user_dir, 1);
     const unsigned runs = sweep_faults(
         [&] {
@@ -86,7 +86,6 @@ TEST_F(faults_records, mail_log) {
             }
         });
     EXPECT_GT(runs, 200u);
-    free_smtp_state(state);
 }
 
 // There is the old map or the new one, and a save that was reported is the new one.

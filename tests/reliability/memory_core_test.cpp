@@ -1,7 +1,8 @@
 // The check runner and the whole run of the replayer when memory runs out.
+#include "engine_test.h"
 #include "memory_sweep.h"
+#include "owned_rule.h"
 #include "run.h"
-#include "vcspamrule.h"
 
 namespace quillfence::testing {
 namespace {
@@ -11,23 +12,21 @@ using enum without_memory;
 const int rule_count = static_cast<int>(rule_rows().size());
 
 struct {
-    smtp_state *state;
+    owned_session state;
     vc_list_entry *rules;
     vc_list_entry *hits;
-    spam_rule *rule;
+    owned_rule rule;
     char *text;
 } it;
 
 void release() {
     dns_script::asked(); // what the script has noted
-    free_smtp_state(it.state);
     if (it.rules) {
         vc_destroy_list(&it.rules, free_rule_data);
     }
     if (it.hits) {
         vc_destroy_list(&it.hits, free);
     }
-    free_rule(it.rule);
     free(it.text);
     it = {};
 }
@@ -45,30 +44,22 @@ void session_is_usable() {
     it.text = heap_text(shown(it.state->hit_name) + shown(it.state->rejection_notice));
 }
 
-class memory_core : public drive_test {
+class memory_core : public engine_test {
   protected:
     memory_core() {
-        write_configuration(drive);
-        write_zones(&dns);
         dns.answer("1.2.0.192.rbl.example.", platform::dns_type_a, 0, {{platform::dns_type_a, ""}});
-        quillfence_init();
     }
-    ~memory_core() override {
-        quillfence_teardown();
-    }
-    dns_script dns;
 };
 
 TEST_F(memory_core, rules_and_notices) {
     static const memory_case cases[] = {
-        {"new_rule", nullptr,
-         [] { return (it.rule = new_rule("n", nullptr, 1, 1, 1, 1, "r")) != nullptr; },
+        {"new_rule", nullptr, [] { return (it.rule = plain_rule("n", "r")) != nullptr; },
          [] { EXPECT_EQ(it.rule, nullptr); }, fails, "", 3, // the record and two texts
          [](unsigned) { return lines{no_memory("new_rule")}; }},
         {"build_rejection_notice", have_session<0>,
          [] {
              const spam_rule *rule = find_rule(quillfence_rules(), "valid_helo_domain");
-             return (it.text = build_rejection_notice(rule, it.state, nullptr)) != nullptr;
+             return (it.text = build_rejection_notice(rule, it.state.get(), nullptr)) != nullptr;
          },
          [] { EXPECT_EQ(it.text, nullptr); }},
     };
@@ -116,22 +107,23 @@ TEST_F(memory_core, start_up) {
 TEST_F(memory_core, checks) {
     static const memory_case cases[] = {
         {"run_all_spam_checks", have_session<2>,
-         [] { return run_all_spam_checks(it.state, quillfence_rules(), &it.hits) == 1; },
+         [] { return run_all_spam_checks(it.state.get(), quillfence_rules(), &it.hits) == 1; },
          session_is_usable, goes_on, "Fail"},
         {"run_all_bms_checks", have_session<0>,
-         [] { return run_all_bms_checks(it.state, quillfence_rules(), &it.hits) == 1; },
+         [] { return run_all_bms_checks(it.state.get(), quillfence_rules(), &it.hits) == 1; },
          session_is_usable, goes_on, "Fail"},
         {"global_spam_hit_r", have_session<2>,
-         [] { return global_spam_hit_r(it.state, quillfence_rules()) == 1; }, session_is_usable,
-         goes_on},
+         [] { return global_spam_hit_r(it.state.get(), quillfence_rules()) == 1; },
+         session_is_usable, goes_on},
         {"global_bms_r", have_session<0>,
-         [] { return global_bms_r(it.state, quillfence_rules()) == 1; }, session_is_usable,
+         [] { return global_bms_r(it.state.get(), quillfence_rules()) == 1; }, session_is_usable,
          goes_on},
         {"global_rbl_r", have_session<0>,
-         [] { return global_rbl_r(it.state, quillfence_rules()) == 1; }, session_is_usable, goes_on,
-         "Fail"},
-        {"is_exempt", have_session<5>, [] { return is_exempt(it.state, "c:/quillfence") == 1; },
-         session_is_usable, goes_on},
+         [] { return global_rbl_r(it.state.get(), quillfence_rules()) == 1; }, session_is_usable,
+         goes_on, "Fail"},
+        {"is_exempt", have_session<5>,
+         [] { return is_exempt(it.state.get(), "c:/quillfence") == 1; }, session_is_usable,
+         goes_on},
     };
     sweep(log, cases, release);
 }

@@ -4,6 +4,7 @@
 #include "drive_c.h"
 #include "heap_text.h"
 #include "memory_sweep.h"
+#include "owned_session.h"
 #include "quillfence-log.h"
 
 namespace quillfence::testing {
@@ -13,12 +14,11 @@ using enum without_memory;
 
 struct {
     char *text;
-    smtp_state *state;
+    owned_session state;
 } it;
 
 void release() {
     free(it.text);
-    free_smtp_state(it.state);
     it = {};
 }
 
@@ -30,7 +30,7 @@ void have_session() {
         disk->remove(folder);
         disk->make_folder(folder);
     }
-    it.state = new_smtp_state();
+    it.state.reset(new_smtp_state());
     it.state->ip = heap_text("192.0.2.1");
     vc_append_list_entry(&it.state->user_dirs, user_dir, sizeof user_dir, 1);
 }
@@ -72,7 +72,7 @@ TEST_F(memory_journal, all_operations) {
          nullptr, goes_on},
         {"log_message", have_session,
          [] {
-             log_message(it.state, "rule", log_type_spam);
+             log_message(it.state.get(), "rule", log_type_spam);
              return true;
          },
          [] {
@@ -83,7 +83,7 @@ TEST_F(memory_journal, all_operations) {
     };
     sweep(log, cases, release);
     have_session();
-    log_message(it.state, "rule", log_type_spam);
+    log_message(it.state.get(), "rule", log_type_spam);
     EXPECT_EQ(lines_in("c:/quillfence/log"), 1);
     EXPECT_EQ(lines_in(user_dir), 1);
     release();

@@ -2,6 +2,7 @@
 #include "drive_c.h"
 #include "heap_text.h"
 #include "memory_sweep.h"
+#include "owned_session.h"
 #include "platform/file.h"
 #include "quillfence-file.h"
 #include "quillfence-iprange.h"
@@ -20,7 +21,7 @@ struct {
     char *text;
     vc_list_entry *list;
     TRex *expression;
-    smtp_state *state;
+    owned_session state;
     FILE *stream;
     const char *error;
 } it;
@@ -31,7 +32,6 @@ void release() {
         vc_destroy_list(&it.list, free);
     }
     trex_free(it.expression);
-    free_smtp_state(it.state);
     if (it.stream) {
         fclose(it.stream);
     }
@@ -65,7 +65,7 @@ void files_as_before() {
 }
 
 void have_session() {
-    it.state = new_smtp_state();
+    it.state.reset(new_smtp_state());
     it.state->ip = heap_text("10.1.2.3");
     it.state->base_dir = heap_text("c:/quillfence/");
     it.state->mail_from = heap_text("u@a.example");
@@ -206,19 +206,20 @@ TEST_F(memory_matching, patterns) {
 
 TEST_F(memory_matching, hooks) {
     static const memory_case cases[] = {
-        {"fromwhitelist_hook", have_session, [] { return fromwhitelist_hook(it.state) == 1; },
+        {"fromwhitelist_hook", have_session, [] { return fromwhitelist_hook(it.state.get()) == 1; },
          nullptr},
-        {"towhitelist_hook", have_session, [] { return towhitelist_hook(it.state) == 1; }, nullptr},
-        {"fromblacklist_hook", have_session, [] { return fromblacklist_hook(it.state) == 1; },
+        {"towhitelist_hook", have_session, [] { return towhitelist_hook(it.state.get()) == 1; },
          nullptr},
-        {"ipwhitelist_hook", have_session, [] { return ipwhitelist_hook(it.state) == 1; }, nullptr,
-         goes_on}, // a list that can't be read does not hide the range file
+        {"fromblacklist_hook", have_session, [] { return fromblacklist_hook(it.state.get()) == 1; },
+         nullptr},
+        {"ipwhitelist_hook", have_session, [] { return ipwhitelist_hook(it.state.get()) == 1; },
+         nullptr, goes_on}, // a list that can't be read does not hide the range file
         {"ipblacklist_hook",
          [] {
              have_session();
              disk->write("c:/quillfence/blocked_ips", "10.1.2.3\n");
          },
-         [] { return ipblacklist_hook(it.state) == 1; }, nullptr},
+         [] { return ipblacklist_hook(it.state.get()) == 1; }, nullptr},
     };
     sweep(log, cases, release);
 }
@@ -226,9 +227,9 @@ TEST_F(memory_matching, hooks) {
 TEST_F(memory_matching, pattern_files_are_looked_up_without_memory) {
     have_session();
     const unsigned long before = allocations_made();
-    EXPECT_EQ(dyna_regex_hook(it.state), 1);
-    EXPECT_EQ(spam_regex_hook(it.state), 1);
-    EXPECT_EQ(confirmed_regex_hook(it.state), 1);
+    EXPECT_EQ(dyna_regex_hook(it.state.get()), 1);
+    EXPECT_EQ(spam_regex_hook(it.state.get()), 1);
+    EXPECT_EQ(confirmed_regex_hook(it.state.get()), 1);
     EXPECT_EQ(allocations_made() - before, 0u);
     release();
 }

@@ -2,9 +2,9 @@
 #include "drive_c.h"
 #include "heap_text.h"
 #include "memory_sweep.h"
+#include "owned_packets.h"
+#include "owned_session.h"
 #include "platform/file.h"
-#include "qfd-packet.h"
-#include "smtp_state.h"
 
 namespace quillfence::testing {
 namespace {
@@ -12,17 +12,14 @@ namespace {
 using enum without_memory;
 
 struct {
-    smtp_state *state;
-    qfd_request_packet *request;
-    qfd_response_packet *response;
+    owned_session state;
+    testing::request request;
+    testing::response response;
     char *text;
     vc_handle stream = vc_invalid_handle;
 } it;
 
 void release() {
-    free_smtp_state(it.state);
-    qfd_request_packet_free(it.request);
-    qfd_response_packet_free(it.response);
     free(it.text);
     if (it.stream != vc_invalid_handle) {
         vc_close(it.stream);
@@ -39,17 +36,16 @@ void nothing_made() {
 void have_request_of(const char *ip) {
     const char *arguments[] = {"replayer", "R", ip,          "25",          "1",
                                "user",     "1", "a.example", "a@b.example", "c@d.example"};
-    it.request = qfd_request_packet_from_args(10, const_cast<char **>(arguments));
+    it.request.reset(qfd_request_packet_from_args(10, const_cast<char **>(arguments)));
 }
 void have_request() {
     have_request_of("2001:db8::1");
 }
 void have_state() {
     have_request();
-    it.state = qfd_request_packet_to_smtp_state(it.request);
+    it.state.reset(qfd_request_packet_to_smtp_state(it.request.get()));
     it.state->state = stage_rcpt;
-    qfd_request_packet_free(it.request);
-    it.request = nullptr;
+    it.request.reset();
 }
 
 constexpr char request_file[] = "c:/quillfence/request";
@@ -82,7 +78,7 @@ class memory_session : public drive_test {
     void SetUp() override {
         have_request();
         it.stream = vc_open_ex(request_file, 0, 1, 0);
-        ASSERT_EQ(qfd_request_packet_send(it.stream, it.request), 1);
+        ASSERT_EQ(qfd_request_packet_send(it.stream, it.request.get()), 1);
         vc_close(it.stream);
         it.stream = vc_open_ex(response_file, 0, 1, 0);
         ASSERT_EQ(qfd_response_packet_send(it.stream, 1, "message", "hit"), 1);
@@ -92,7 +88,11 @@ class memory_session : public drive_test {
 
 TEST_F(memory_session, records_and_packets) {
     static const memory_case cases[] = {
-        {"new_smtp_state", nullptr, [] { return (it.state = new_smtp_state()) != nullptr; },
+        {"new_smtp_state", nullptr,
+         [] {
+             it.state.reset(new_smtp_state());
+             return it.state != nullptr;
+         },
          nothing_made, fails, "", 1, own_line<new_state>},
         // The record and six texts.
         {"qfd_request_packet_from_args", nullptr,
@@ -108,7 +108,10 @@ TEST_F(memory_session, records_and_packets) {
          },
          nothing_made, fails, "", 7, own_line<from_args>},
         {"qfd_request_packet_to_smtp_state", have_request,
-         [] { return (it.state = qfd_request_packet_to_smtp_state(it.request)) != nullptr; },
+         [] {
+             it.state.reset(qfd_request_packet_to_smtp_state(it.request.get()));
+             return it.state != nullptr;
+         },
          [] {
              EXPECT_EQ(it.state, nullptr);
              EXPECT_EQ(shown(it.request->to), "c@d.example") << "the packet stays whole";
@@ -119,7 +122,10 @@ TEST_F(memory_session, records_and_packets) {
              return n == 1 ? lines{no_memory("new_smtp_state"), own} : lines{own};
          }},
         {"qfd_request_packet_from_smtp_state", have_state,
-         [] { return (it.request = qfd_request_packet_from_smtp_state(it.state)) != nullptr; },
+         [] {
+             it.request.reset(qfd_request_packet_from_smtp_state(it.state.get()));
+             return it.request != nullptr;
+         },
          [] {
              EXPECT_EQ(it.request, nullptr);
              EXPECT_EQ(shown(it.state->rcpt_to), "c@d.example") << "the session stays whole";
@@ -133,14 +139,20 @@ TEST_F(memory_session, records_and_packets) {
              have_stream<request_file>();
              qfd_request_packet_receive_state(it.stream);
          },
-         [] { return (it.request = qfd_request_packet_receive(it.stream)) != nullptr; },
+         [] {
+             it.request.reset(qfd_request_packet_receive(it.stream));
+             return it.request != nullptr;
+         },
          nothing_made, fails, "", 7,
          [](unsigned n) {
              return receipt_lines(n, "qfd_request_packet_receive",
                                   ": Failed to read daemon request packet: ");
          }},
         {"qfd_response_packet_receive", have_stream<response_file>,
-         [] { return (it.response = qfd_response_packet_receive(it.stream)) != nullptr; },
+         [] {
+             it.response.reset(qfd_response_packet_receive(it.stream));
+             return it.response != nullptr;
+         },
          nothing_made, fails, "", 3,
          [](unsigned n) {
              return receipt_lines(n, "qfd_response_packet_receive",
@@ -156,7 +168,7 @@ TEST_F(memory_session, sending_needs_none) {
     bool fired;
     {
         const failing_allocation failing(1);
-        EXPECT_EQ(qfd_request_packet_send(it.stream, it.request), 1);
+        EXPECT_EQ(qfd_request_packet_send(it.stream, it.request.get()), 1);
         EXPECT_EQ(qfd_response_packet_send(it.stream, 1, "m", "h"), 1);
         fired = failing.fired();
     }

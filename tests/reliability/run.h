@@ -5,8 +5,8 @@
 #include <string>
 
 #include "engine_drive.h"
+#include "owned_packets.h"
 #include "process_state.h"
-#include "qfd-packet.h"
 #include "quillfence-checks.h"
 #include "quillfence-log.h"
 #include "quillfence.h"
@@ -18,13 +18,10 @@ namespace quillfence::testing {
 inline vc_json *replay(const client &who) {
     const char *arguments[] = {"r", "R", who.ip,   "25",       "0",
                                "",  "0", who.helo, who.sender, who.recipient};
-    qfd_request_packet *packet = qfd_request_packet_from_args(10, const_cast<char **>(arguments));
-    smtp_state *state = packet ? qfd_request_packet_to_smtp_state(packet) : nullptr;
-    qfd_request_packet_free(packet);
-    vc_json *report =
-        state && __process_state(state) ? build_report(state, quillfence_rules()) : nullptr;
-    free_smtp_state(state);
-    return report;
+    const request packet(qfd_request_packet_from_args(10, const_cast<char **>(arguments)));
+    const owned_session state(packet ? qfd_request_packet_to_smtp_state(packet.get()) : nullptr);
+    return state && __process_state(state.get()) ? build_report(state.get(), quillfence_rules())
+                                                 : nullptr;
 }
 
 // The names in a report's two members.
@@ -41,21 +38,20 @@ inline std::set<std::string> hits_of(vc_json *report) {
 
 // What a mail server decides: "exempt", the name of the hit, or "pass".
 inline std::string decide(const client &who) {
-    smtp_state *state = session_of(who);
+    const owned_session state = session_of(who);
     std::string verdict = "pass";
-    if (quillfence_enabled() && __process_state(state)) {
-        if (is_exempt(state, nullptr)) {
+    if (quillfence_enabled() && __process_state(state.get())) {
+        if (is_exempt(state.get(), nullptr)) {
             verdict = "exempt";
         } else {
             for (const auto check : {global_spam_hit_r, global_bms_r, global_rbl_r}) {
-                if (check(state, quillfence_rules()) && state->hit_name) {
+                if (check(state.get(), quillfence_rules()) && state->hit_name) {
                     verdict = state->hit_name;
                     break;
                 }
             }
         }
     }
-    free_smtp_state(state);
     return verdict;
 }
 

@@ -2,6 +2,7 @@
 // does to the logs.
 #include <cstdio>
 
+#include "engine_test.h"
 #include "fault_sweep.h"
 #include "quillfence-log.h"
 #include "run.h"
@@ -11,17 +12,8 @@
 namespace quillfence::testing {
 namespace {
 
-class security : public drive_test {
+class security : public engine_test {
   protected:
-    security() {
-        write_configuration(drive);
-        write_zones(&dns);
-        quillfence_init();
-    }
-    ~security() override {
-        quillfence_teardown();
-    }
-    dns_script dns;
 };
 
 // Files, registry and libraries refuse, and the DNS is silent.
@@ -39,18 +31,17 @@ uint32_t nothing_answers(const char *call, const char *) {
 }
 
 std::string rules_that_hit(const client &who) {
-    smtp_state *state = session_of(who);
+    const owned_session state = session_of(who);
     std::string names;
     platform::set_call_observer(nothing_answers);
-    __process_state(state);
+    __process_state(state.get());
     for (const vc_list_entry *entry = quillfence_rules(); entry; entry = entry->next) {
         const auto *rule = static_cast<const spam_rule *>(entry->data);
-        if (rule->check && rule->check(state)) {
+        if (rule->check && rule->check(state.get())) {
             names += std::string(rule->name) + " ";
         }
     }
     platform::set_call_observer(nullptr);
-    free_smtp_state(state);
     return names;
 }
 
@@ -77,11 +68,9 @@ TEST_F(security, only_rules_over_the_session_hit_when_nothing_answers) {
 constexpr char hostile[] = "a\r\nforged line <x>\x1b[2J\x80";
 
 TEST_F(security, the_mail_log_shows_texts_as_they_came) {
-    smtp_state *state = session_of(clients[0]);
-    free(state->helo);
-    state->helo = heap_text(hostile);
-    log_message(state, "rule", log_type_spam);
-    free_smtp_state(state);
+    const owned_session state = session_of(clients[0]);
+    session::put(&state->helo, hostile);
+    log_message(state.get(), "rule", log_type_spam);
     EXPECT_NE(drive.read("c:/quillfence/log/qflog").find("helo=<" + std::string(hostile) + ">"),
               std::string::npos);
 }

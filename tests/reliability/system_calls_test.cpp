@@ -3,6 +3,7 @@
 #include <map>
 
 #include "call_watch.h"
+#include "engine_test.h"
 #include "failing_memory.h"
 #include "known_sender_forgery_funcs.h"
 #include "lookup.h"
@@ -16,18 +17,12 @@ namespace {
 
 constexpr char root[] = "c:/quillfence/";
 
-class system_calls : public drive_test {
+class system_calls : public engine_test {
   protected:
     system_calls() {
-        write_configuration(drive);
-        write_zones(&dns);
-        quillfence_init();
         // What is looked for once in the life of the process: VERBOSEDEBUG, the mail server's
         // address map, the socket library.
         warm_up();
-    }
-    ~system_calls() override {
-        quillfence_teardown();
     }
     static void warm_up() {
         for (const client &who : clients) {
@@ -35,7 +30,6 @@ class system_calls : public drive_test {
             decide(who);
         }
     }
-    dns_script dns;
 };
 
 // The calls by name, as "file_open 1, file_read 2".

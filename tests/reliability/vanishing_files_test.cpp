@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <set>
 
+#include "engine_test.h"
 #include "known_sender_forgery_funcs.h"
 #include "lookup.h"
 #include "platform/observer.h"
@@ -28,17 +29,11 @@ uint32_t delete_at_opening(const char *call, const char *subject) {
     return 0;
 }
 
-class vanishing_files : public drive_test {
+class vanishing_files : public engine_test {
   protected:
     vanishing_files() {
-        write_configuration(drive);
-        write_zones(&dns);
-        quillfence_init();
         drive_of_test = &drive;
         deleted.clear();
-    }
-    ~vanishing_files() override {
-        quillfence_teardown();
     }
     // Runs it while files vanish, and expects that none of them comes back.
     template <class operation_type>
@@ -52,7 +47,6 @@ class vanishing_files : public drive_test {
             EXPECT_FALSE(drive.exists(path)) << path;
         }
     }
-    dns_script dns;
 };
 
 TEST_F(vanishing_files, whole_checks_make_none) {

@@ -9,6 +9,7 @@
 #include "failing_memory.h"
 #include "hook_table.h"
 #include "log_capture.h"
+#include "owned_session.h"
 #include "vc_nulltermlist.h"
 
 namespace quillfence::testing {
@@ -26,18 +27,12 @@ class process_state_test : public logged_test {
     void SetUp() override {
         set_dns_option(1);
     }
-    void TearDown() override {
-        free_smtp_state(state);
-    }
     void fill(const char *ip, const char *sender = "a@example.org") {
-        free_smtp_state(state);
-        state = new_smtp_state();
-        ASSERT_NE(state, nullptr);
-        state->ip = strdup(ip);
-        state->mail_from = sender ? strdup(sender) : nullptr;
+        state = session(ip);
+        session::put(&state->mail_from, sender);
     }
     dns_script dns;
-    smtp_state *state = nullptr;
+    session state;
 };
 
 TEST_F(process_state_test, bounces) {
@@ -154,8 +149,7 @@ TEST_F(process_state_test, no_address) {
     for (const char *ip : {"", static_cast<const char *>(nullptr)}) {
         fill("");
         if (!ip) {
-            free(state->ip);
-            state->ip = nullptr;
+            session::put(&state->ip, nullptr);
         }
         EXPECT_EQ(__process_state(state), 1);
         EXPECT_EQ(state->localhost, 0);
@@ -201,7 +195,7 @@ TEST_F(process_state_test, names_are_looked_up_once) {
 
 TEST_F(process_state_test, an_earlier_base_directory_is_replaced) {
     fill("127.0.0.1");
-    state->base_dir = strdup("c:/elsewhere/");
+    session::put(&state->base_dir, "c:/elsewhere/");
     EXPECT_EQ(__process_state(state), 1);
     EXPECT_STREQ(state->base_dir, "c:/quillfence/");
 }

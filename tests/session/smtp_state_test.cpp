@@ -8,6 +8,7 @@
 
 #include "failing_memory.h"
 #include "log_capture.h"
+#include "owned_session.h"
 #include "vc_nulltermlist.h"
 
 namespace quillfence::testing {
@@ -43,18 +44,13 @@ class smtp_state_test : public logged_test {
   protected:
     void SetUp() override {
         printed.clear();
-        state = new_smtp_state();
-        ASSERT_NE(state, nullptr);
-    }
-    void TearDown() override {
-        free_smtp_state(state);
     }
     lines dump(int newline = 0) {
         printed.clear();
         print_state(collect, 6, state, newline);
         return texts();
     }
-    smtp_state *state = nullptr;
+    session state;
 };
 
 using smtp_state_trace_test = traced_test;

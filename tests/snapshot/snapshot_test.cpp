@@ -221,6 +221,60 @@ TEST_F(snapshot, without_memory_nothing_is_loaded_and_nothing_lost) {
     EXPECT_GT(failed, 50u);
 }
 
+// --- memory ---
+
+std::string repeated(const std::string &text, size_t times) {
+    std::string made;
+    for (size_t i = 0; i < times; ++i) {
+        made += text;
+    }
+    return made;
+}
+
+TEST_F(snapshot, has_a_form_of_every_kind_of_file) {
+    std::string list;
+    std::string declared;
+    for (int i = 0; i < 20000; ++i) {
+        list += (i % 10 ? "user" : "*@") + std::to_string(i) + "@mail.example.org\n";
+        declared += "d" + std::to_string(i) + ".example : 192.0.2.1, 198.51.100.0/24\n";
+    }
+    drive.write("c:/quillfence/from_blacklist", list);
+    drive.write("c:/quillfence/control/valid_domain_ips", declared);
+    const unsigned long long before = bytes_asked_for();
+    const owned_snapshot frozen = load();
+    EXPECT_LT(snapshot_size(frozen.get()), bytes_asked_for() - before); // it counts what there is
+    EXPECT_NE(row(frozen, "c:/quillfence/from_blacklist")->list, nullptr);
+    EXPECT_NE(row(frozen, "c:/quillfence/from_whitelist")->list, nullptr);
+    EXPECT_NE(row(frozen, "c:/quillfence/blocked_ips.range")->ranges, nullptr);
+    EXPECT_NE(row(frozen, "c:/quillfence/dynaregex/spam.cregexes")->patterns, nullptr);
+    EXPECT_NE(row(frozen, "c:/quillfence/control/valid_domain_ips")->declarations, nullptr);
+}
+
+TEST_F(snapshot, has_no_form_that_would_take_too_much) {
+    const std::string file = repeated("a\n", 4 << 20); // the index is twelve times as large
+    drive.write("c:/quillfence/from_blacklist", file);
+    drive.write("c:/quillfence/exempt_users", "a@b.example\n");
+    const owned_snapshot frozen = load();
+    ASSERT_NE(frozen, nullptr);
+    EXPECT_EQ(row(frozen, "c:/quillfence/from_blacklist")->list, nullptr);
+    EXPECT_NE(row(frozen, "c:/quillfence/exempt_users")->list, nullptr);
+    EXPECT_LE(snapshot_size(frozen.get()), 3 * file.size() + (50u << 20));
+    call_context context = {.configuration = frozen.get()};
+    const call_scope scope(&context);
+    call_watch watch;
+    EXPECT_TRUE(__file_contains_line("c:/quillfence", "from_blacklist", "A", __wildcardmatch));
+    EXPECT_FALSE(__file_contains_line("c:/quillfence", "from_blacklist", "b", __wildcardmatch));
+    EXPECT_EQ(watch.take(), lines{});
+}
+
+TEST_F(snapshot, leaves_a_file_above_its_limit_to_the_files) {
+    drive.write("c:/quillfence/bms/one", std::string(largest_frozen_file + 1, '\xFF'));
+    const owned_snapshot frozen = load();
+    ASSERT_NE(frozen, nullptr);
+    EXPECT_EQ(row(frozen, "c:/quillfence/bms//one"), nullptr);
+    EXPECT_EQ(report.unread_count, 0u);
+}
+
 TEST_F(snapshot, nothing_at_all_is_a_configuration_too) {
     drive.remove("c:/quillfence");
     const owned_snapshot frozen = load();

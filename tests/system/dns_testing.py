@@ -7,8 +7,7 @@ import sys
 import tempfile
 import unittest
 
-
-SKIPPED = 77  # exit status of a script that could test nothing; ctest knows it
+from whole_program import SKIPPED, environment
 
 
 class Programs:
@@ -29,15 +28,6 @@ def lacking(reason):
     if os.environ.get("CI") == "true":
         raise AssertionError("CI=true, but " + reason)
     raise unittest.SkipTest(reason)
-
-
-def environment(**settings):
-    """This process's environment without anything that would steer the programs, and with these
-    settings."""
-    kept = {name: value for name, value in os.environ.items()
-            if not name.startswith("QUILLFENCE_") and name != "VERBOSEDEBUG"}
-    kept.update(settings)
-    return kept
 
 
 class Drive:

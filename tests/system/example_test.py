@@ -5,17 +5,17 @@ and ./explain hand over.
     example_test.py PROGRAM SOURCE_FOLDER
 """
 
-import os
 import re
 import shlex
 import shutil
 import subprocess
-import sys
 import tempfile
 import unittest
 from pathlib import Path
 
-PROGRAM, SOURCE = sys.argv[1], Path(sys.argv[2])
+from whole_program import ARGUMENTS, environment, environment_on, main
+
+PROGRAM, SOURCE = (Path(argument) for argument in ARGUMENTS)
 
 
 def files_below(folder):
@@ -34,20 +34,17 @@ class ExampleTest(unittest.TestCase):
             shutil.copytree(SOURCE / "examples" / "drive_c", drive)
             before = files_below(drive)
             run = subprocess.run([PROGRAM, *arguments], capture_output=True, text=True, timeout=60,
-                                 env={**os.environ, "QUILLFENCE_DRIVE_C": str(drive),
-                                      "QUILLFENCE_EVENT_LOG": "-"})
+                                 env=environment_on(drive))
             self.assertEqual((run.stdout, run.stderr, run.returncode), (shown, "", 0))
             self.assertEqual(files_below(drive), before)
 
-    def run_without_an_event_log(self, **environment):
+    def run_without_an_event_log(self, **settings):
         """Exit status and standard error of a run whose events nobody takes."""
         with tempfile.TemporaryDirectory() as folder:
-            quiet = {name: value for name, value in os.environ.items()
-                     if not name.startswith("QUILLFENCE_")}
-            named = {name: value.replace("{folder}", folder) for name, value in environment.items()}
+            named = {name: value.replace("{folder}", folder) for name, value in settings.items()}
             run = subprocess.run([PROGRAM, "R", "10.0.0.1", "25", "0", "", "0", "", "a@example.org",
                                   "b@example.net"], capture_output=True, text=True, timeout=60,
-                                 env={**quiet, **named})
+                                 env=environment(**named))
             return run.returncode, run.stderr.replace(folder, "{folder}").splitlines()
 
     def test_a_wrong_drive_is_named(self):
@@ -81,7 +78,7 @@ class ScriptTest(unittest.TestCase):
 
     PROGRAMS = {"replay": "replayer/quillfence-replayer", "explain": "programs/quillfence/quillfence"}
 
-    def handed_over(self, script, *arguments, **environment):
+    def handed_over(self, script, *arguments, **settings):
         """The environment's values and the arguments."""
         with tempfile.TemporaryDirectory() as folder:
             root = Path(folder)
@@ -95,10 +92,8 @@ class ScriptTest(unittest.TestCase):
                                'echo "drive=$QUILLFENCE_DRIVE_C"\n'
                                'for each; do echo "[$each]"; done\nexit 3\n')
             program.chmod(0o755)
-            quiet = {name: value for name, value in os.environ.items()
-                     if not name.startswith("QUILLFENCE_")}
             run = subprocess.run([root / script, *arguments], capture_output=True, text=True,
-                                 timeout=60, env={**quiet, **environment})
+                                 timeout=60, env=environment(**settings))
             self.assertEqual(run.returncode, 3, run.stderr)
             log, drive, *given = run.stdout.replace(folder, "{folder}").splitlines()
             return log, drive, "".join(given)
@@ -126,4 +121,4 @@ class ScriptTest(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    unittest.main(argv=sys.argv[:1], verbosity=2)
+    main()

@@ -7,22 +7,22 @@ needed, and nothing is created. A local client asks nothing of the network.
 Skipped (77) where strace is missing or may not trace; that is a failure where CI=true.
 """
 
-import os
 import re
 import shutil
 import subprocess
-import sys
 import tempfile
 import unittest
 from pathlib import Path
 
-PROGRAM = sys.argv[1]
+from whole_program import ARGUMENTS, environment, environment_on, main, unable
+
+PROGRAM = ARGUMENTS[0]
 FILE_CALLS = "open,openat,creat,stat,lstat,newfstatat,statx,access,faccessat,faccessat2,unlink," \
              "rename,mkdir"
 NETWORK_CALLS = "socket,connect,bind,sendto,sendmsg"
 
 
-def strace(arguments, environment=None):
+def strace(arguments, settings=None):
     """The trace of a run as a list of lines, and the run itself."""
     with tempfile.NamedTemporaryFile(mode="r", prefix="trace-") as trace:
         run = subprocess.run(
@@ -30,7 +30,7 @@ def strace(arguments, environment=None):
              trace.name, *arguments],
             capture_output=True, text=True, timeout=60,
             # A sanitized build can't look for leaks while it is traced.
-            env={**os.environ, "ASAN_OPTIONS": "detect_leaks=0", **(environment or {})})
+            env={**(settings or environment()), "ASAN_OPTIONS": "detect_leaks=0"})
         return trace.read().splitlines(), run
 
 
@@ -53,7 +53,7 @@ class OpenedFiles(unittest.TestCase):
                 (base / name).write_text(text)
             before = sorted(base.rglob("*"))
             lines, run = strace([PROGRAM, "R", *values],
-                                {"QUILLFENCE_DRIVE_C": drive, "QUILLFENCE_EVENT_LOG": "-"})
+                                environment_on(drive))
             self.assertEqual((run.returncode, run.stderr), (0, ""))
             self.assertEqual(sorted(base.rglob("*")), before, "nothing is created or removed")
             asked, opened, listed = [], [], []
@@ -125,10 +125,6 @@ class OpenedFiles(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    reason = why_not()
-    if reason and os.environ.get("CI") == "true":
-        sys.exit(reason)
-    if reason:
-        print("skipped:", reason)
-        sys.exit(77)
-    unittest.main(argv=sys.argv[:1], verbosity=2)
+    if why_not():
+        unable(why_not())
+    main()

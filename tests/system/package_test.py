@@ -20,10 +20,11 @@ import unittest
 import zipfile
 from pathlib import Path
 
+from whole_program import unable
+
 KIND = sys.argv[1]
 BUILD, SOURCE = Path(sys.argv[2]), Path(sys.argv[3])
 CPACK, *LAUNCHER = sys.argv[4:]
-SKIPPED = 77
 
 SOURCE_KEY = r"HKLM\SYSTEM\CurrentControlSet\Services\EventLog\Application\Quillfence"
 EVENT = 0x40020100
@@ -301,8 +302,7 @@ def missing_tools():
 
 def main():
     if missing_tools():
-        print("skipped: there is no " + ", ".join(missing_tools()))
-        return 1 if os.environ.get("CI") == "true" else SKIPPED
+        unable("there is no " + ", ".join(missing_tools()))
     wanted = {"linux": Deb, "windows": Zip}[KIND]
     suite = unittest.defaultTestLoader.loadTestsFromTestCase(wanted)
     result = unittest.TextTestRunner(verbosity=2).run(suite)

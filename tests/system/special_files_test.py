@@ -7,12 +7,13 @@ nothing from it, and ends.
 
 import os
 import subprocess
-import sys
 import tempfile
 import unittest
 from pathlib import Path
 
-PROGRAM = sys.argv[1]
+from whole_program import ARGUMENTS, environment_on, main
+
+PROGRAM = ARGUMENTS[0]
 FILES = ["exempt_users", "from_whitelist", "exempt_ips", "exempt_ips.range", "blocked_ips",
          "blocked_ips.range", "from_blacklist", "control/valid_domain_ips", "bms/lists_to_update",
          "bms/map", "dynaregex/dyna.cregexes", "dynaregex/exempt.cregexes"]
@@ -32,8 +33,7 @@ class SpecialFiles(unittest.TestCase):
             run = subprocess.run(
                 [PROGRAM, "R", address, "25", "0", "", "0", "mx.example.org", "a@example.org",
                  "b@example.net"], capture_output=True, text=True, timeout=20,
-                env={**os.environ, "QUILLFENCE_DRIVE_C": drive, "QUILLFENCE_EVENT_LOG": "-",
-                     "QUILLFENCE_DNS_SERVER": "127.0.0.1:1"})
+                env=environment_on(drive, QUILLFENCE_DNS_SERVER="127.0.0.1:1"))
             return run.returncode, run.stderr
 
     def test_nobody_waits(self):
@@ -53,4 +53,4 @@ class SpecialFiles(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    unittest.main(argv=sys.argv[:1], verbosity=2)
+    main()

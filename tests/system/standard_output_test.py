@@ -6,21 +6,18 @@
 
 import os
 import subprocess
-import sys
-import tempfile
-import unittest
 
-PROGRAM = sys.argv[1]
+from whole_program import ARGUMENTS, FolderTest, environment_on, main
+
+PROGRAM = ARGUMENTS[0]
 VALUES = ["127.0.0.1", "25", "0", "", "0", "mx.example.org", "alice@example.org", "bob@example.net"]
 
 
-class StandardOutput(unittest.TestCase):
+class StandardOutput(FolderTest):
     def replay(self, stdout, close=False):
-        with tempfile.TemporaryDirectory() as drive:
-            return subprocess.run(
-                [PROGRAM, "R", *VALUES], stdout=stdout, stderr=subprocess.PIPE, timeout=60,
-                preexec_fn=(lambda: os.close(1)) if close else None,
-                env={**os.environ, "QUILLFENCE_DRIVE_C": drive, "QUILLFENCE_EVENT_LOG": "-"})
+        return subprocess.run(
+            [PROGRAM, "R", *VALUES], stdout=stdout, stderr=subprocess.PIPE, timeout=60,
+            preexec_fn=(lambda: os.close(1)) if close else None, env=environment_on(self.folder))
 
     def test_a_full_device(self):
         with open("/dev/full", "wb") as full:
@@ -40,4 +37,4 @@ class StandardOutput(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    unittest.main(argv=sys.argv[:1], verbosity=2)
+    main()

@@ -6,14 +6,11 @@ is whole and true; else the exit status says that there is none, and standard er
 """
 
 import json
-import os
 import subprocess
-import sys
-import tempfile
-import unittest
-from pathlib import Path
 
-PROGRAM = sys.argv[1]
+from whole_program import ARGUMENTS, FolderTest, environment_on, main
+
+PROGRAM = ARGUMENTS[0]
 # A bounce from a private client: nothing is asked of the DNS.
 VALUES = ["R", "10.1.2.3", "25", "0", "", "0", "", "", "bob@example.net"]
 LIMIT = 10000  # allocations of a run
@@ -22,24 +19,22 @@ COULD_NOT = (b"quillfence: there is not enough memory\n",
              b"quillfence: the transaction could not be explained: out of memory\n")
 
 
-class StarvedExplain(unittest.TestCase):
+class StarvedExplain(FolderTest):
     def setUp(self):
-        self.drive = tempfile.TemporaryDirectory(prefix="drive-")
-        self.addCleanup(self.drive.cleanup)
-        base = Path(self.drive.name) / "quillfence"
-        (base / "bms").mkdir(parents=True)
-        (base / "control").mkdir()
-        (base / "bms" / "lists_to_update").write_text("first")
-        (base / "bms" / "first").write_bytes(bytes(40) + b"\xFF\xFF\xFF\xFF" + bytes(980))
-        (base / "control" / "enabled").write_text("1\n")
-        (base / "control" / "bms.enabled").write_text("first")
-        (base / "control" / "rules.enabled").write_text("from_blacklist\nip_blacklist\n")
-        (base / "blocked_ips").write_text("192.0.2.1\n10.1.2.3\n")
+        super().setUp()
+        for name, content in {
+                "bms/lists_to_update": "first",
+                "bms/first": bytes(40) + b"\xFF\xFF\xFF\xFF" + bytes(980),
+                "control/enabled": "1\n",
+                "control/bms.enabled": "first",
+                "control/rules.enabled": "from_blacklist\nip_blacklist\n",
+                "blocked_ips": "192.0.2.1\n10.1.2.3\n"}.items():
+            self.file("quillfence/" + name, content)
 
     def explain(self, starve, *form):
-        environment = {**os.environ, "QUILLFENCE_DRIVE_C": self.drive.name, "STARVE": starve}
         return subprocess.run([PROGRAM, "explain", "--dns", "off", *form, *VALUES],
-                              capture_output=True, timeout=60, env=environment)
+                              capture_output=True, timeout=60,
+                              env=environment_on(self.folder, STARVE=starve))
 
     def test_enough_memory(self):
         run = self.explain("0", "--json")
@@ -96,7 +91,7 @@ class StarvedExplain(unittest.TestCase):
 
     def test_text_and_page(self):
         """The other forms of the answer, at every tenth allocation."""
-        page = Path(self.drive.name) / "page.html"
+        page = self.folder / "page.html"
         whole = self.explain("0", "--html", str(page))
         self.assertEqual(whole.returncode, 0)
         page.unlink()
@@ -115,4 +110,4 @@ class StarvedExplain(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    unittest.main(argv=sys.argv[:1], verbosity=2)
+    main()

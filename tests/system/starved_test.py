@@ -6,15 +6,12 @@ names no hit that is not so, and the log says what went wrong.
 """
 
 import json
-import os
 import re
 import subprocess
-import sys
-import tempfile
-import unittest
-from pathlib import Path
 
-PROGRAM = sys.argv[1]
+from whole_program import ARGUMENTS, FolderTest, environment_on, main
+
+PROGRAM = ARGUMENTS[0]
 # A bounce from a private client: nothing is asked of the DNS.
 VALUES = ["10.1.2.3", "25", "0", "", "0", "", "", "bob@example.net"]
 REPORT = b'{"spam_hits":["require_helo"],"bms_hits":["first"]}'
@@ -25,22 +22,15 @@ LIMIT = 2000  # allocations of a run
 CLEAN_RUNS = 5  # in a row: the shortage comes after the run's last allocation
 
 
-class Starved(unittest.TestCase):
+class Starved(FolderTest):
     def setUp(self):
-        self.drive = tempfile.TemporaryDirectory(prefix="drive-")
-        maps = Path(self.drive.name) / "quillfence" / "bms"
-        maps.mkdir(parents=True)
-        (maps / "lists_to_update").write_text("first")
-        (maps / "first").write_bytes(bytes(40) + b"\xFF\xFF\xFF\xFF" + bytes(980))
-
-    def tearDown(self):
-        self.drive.cleanup()
+        super().setUp()
+        self.file("quillfence/bms/lists_to_update", "first")
+        self.file("quillfence/bms/first", bytes(40) + b"\xFF\xFF\xFF\xFF" + bytes(980))
 
     def replay(self, starve):
-        environment = {**os.environ, "QUILLFENCE_DRIVE_C": self.drive.name,
-                       "QUILLFENCE_EVENT_LOG": "-", "STARVE": starve}
         return subprocess.run([PROGRAM, "R", *VALUES], capture_output=True, timeout=60,
-                              env=environment)
+                              env=environment_on(self.folder, STARVE=starve))
 
     def judge(self, run):
         """A run that had too little memory. Returns what main said, or "" when it said nothing."""
@@ -94,4 +84,4 @@ class Starved(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    unittest.main(argv=sys.argv[:1], verbosity=2)
+    main()

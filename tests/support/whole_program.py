@@ -1,0 +1,87 @@
+"""What the tests of whole programs share: what stands on their command line, an environment for a
+run, the run, a folder for it, and the end.
+
+    some_test.py [--runner=LAUNCHER] ARGUMENT...
+
+LAUNCHER runs the programs of a Windows build (a list as CMake has it). ctest names this folder to
+Python; by hand it is PYTHONPATH=tests/support.
+"""
+
+import os
+import subprocess
+import sys
+import tempfile
+import unittest
+from pathlib import Path
+
+SKIPPED = 77  # exit status of a script that could test nothing; ctest knows it
+
+RUNNER = []
+ARGUMENTS = sys.argv[1:]
+if ARGUMENTS and ARGUMENTS[0].startswith("--runner="):
+    RUNNER = [word for word in ARGUMENTS.pop(0).split("=", 1)[1].split(";") if word]
+
+
+def environment(**settings):
+    """This process's environment without anything that would steer the programs, and with these
+    settings."""
+    kept = {name: value for name, value in os.environ.items()
+            if not name.startswith("QUILLFENCE_") and name != "VERBOSEDEBUG"}
+    return {**kept, **settings}
+
+
+def environment_on(drive, **settings):
+    """The environment of a run on a folder for the drive c:, whose events go to standard error."""
+    return environment(QUILLFENCE_DRIVE_C=str(drive), QUILLFENCE_EVENT_LOG="-", **settings)
+
+
+def run(command, folder, text="", **settings):
+    """Exit status, standard output and standard error of a run in a folder. They go to files:
+    Wine's own processes would hold pipes open. Lines on standard error end as the system likes
+    them."""
+    with tempfile.TemporaryFile() as given, tempfile.TemporaryFile() as out, \
+            tempfile.TemporaryFile() as err:
+        given.write(text.encode())
+        given.seek(0)
+        done = subprocess.run([*RUNNER, *command], cwd=folder, timeout=120,
+                              env=environment(**settings), stdin=given, stdout=out, stderr=err,
+                              check=False)
+        out.seek(0)
+        err.seek(0)
+        return (done.returncode, out.read().decode(), err.read().decode().replace("\r\n", "\n"))
+
+
+class FolderTest(unittest.TestCase):
+    """Tests with a folder of their own."""
+
+    maxDiff = None
+
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory(prefix="quillfence-test-")
+        self.addCleanup(folder.cleanup)
+        self.folder = Path(folder.name)
+
+    def file(self, name, content):
+        """Writes a file, text or bytes, and the folders on the way to it."""
+        path = self.folder / name
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_bytes(content if isinstance(content, bytes) else content.encode())
+
+    def bytes_of(self, name):
+        return (self.folder / name).read_bytes()
+
+    def files(self):
+        """All files, by name."""
+        return {path.relative_to(self.folder).as_posix(): path.read_bytes()
+                for path in self.folder.rglob("*") if path.is_file()}
+
+
+def unable(reason):
+    """Ends a script on a machine that lacks something: a user's run skips it, an automatic one
+    fails."""
+    print("skipped:", reason)
+    sys.exit(1 if os.environ.get("CI") == "true" else SKIPPED)
+
+
+def main():
+    unittest.main(argv=sys.argv[:1], verbosity=2)
