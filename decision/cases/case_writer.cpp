@@ -1,6 +1,5 @@
 #include <algorithm>
 
-#include "case_dns.h"
 #include "case_file.h"
 #include "case_members.h"
 #include "expectation_members.h"

@@ -684,9 +684,9 @@ static bool never_hits(const std::string &rule, const rule_row &row) {
 void collector::finish(bool with_report) {
     const call_scope quiet(nullptr);
     if (options.files) {
-        weigh_files(&record.config.files, options.capture);
+        weigh_files(&record.config.files, options);
     }
-    name_pattern_lists(&record);
+    name_pattern_lists(&record, options);
     note_answers();
     for (rule_record &rule : record.rules) {
         if (rule.decision == outcome::not_enabled) {

@@ -1,34 +1,33 @@
 #include "consulted_files.h"
 
-#include <map>
+#include <string_view>
 
 #include "file_digest.h"
 #include "frozen_files.h"
 #include "open_file.h"
-#include "pattern_lines.h"
 #include "utc_text.h"
 
 namespace quillfence::decision {
 
-// What was read beforehand; false when that is not known.
-static bool weigh_frozen(config_file *file, bool whole) {
-    const frozen_file *const frozen = frozen_file_of(file->path.c_str());
-    if (!frozen || !frozen->bytes) {
-        return false;
-    }
+static constexpr std::string_view compiled_suffix = ".cregexes";
+
+// The file as it was read beforehand; null when it was not.
+static const frozen_file *frozen_of(const std::string &path, const explain_options &options) {
+    const frozen_file *const frozen =
+        options.configuration ? find_frozen_file(options.configuration, path.c_str()) : nullptr;
+    return frozen && frozen->bytes ? frozen : nullptr;
+}
+
+static void weigh_frozen(config_file *file, const frozen_file *frozen, bool whole) {
     file->bytes = frozen->size;
     if (frozen->size > largest_digested_file && !whole) {
         file->time = utc_text(frozen->changed);
     } else {
         file->sha256 = frozen->sha256;
     }
-    return true;
 }
 
 static void weigh(config_file *file, bool whole) {
-    if (weigh_frozen(file, whole)) {
-        return;
-    }
     data_files::open_file opened;
     uint64_t bytes = 0;
     if (opened.open(file->path) || opened.size(&bytes)) {
@@ -44,20 +43,42 @@ static void weigh(config_file *file, bool whole) {
     }
 }
 
-void weigh_files(std::vector<config_file> *files, bool whole) {
+void weigh_files(std::vector<config_file> *files, const explain_options &options) {
     for (config_file &file : *files) {
-        if (!file.missing) {
-            weigh(&file, whole);
+        if (file.missing) {
+            continue;
+        }
+        if (const frozen_file *const frozen = frozen_of(file.path, options)) {
+            weigh_frozen(&file, frozen, options.capture);
+        } else {
+            weigh(&file, options.capture);
         }
     }
 }
 
+// --- the lists behind patterns ---
+
+pattern_line_files::pattern_line_files(const frozen_files &of) {
+    for (size_t i = 0; i < of.row_count; ++i) {
+        const frozen_file &row = of.rows[i];
+        if (row.bytes && std::string_view(row.path).ends_with(compiled_suffix)) {
+            files_.emplace(row.path, data_files::read_pattern_lines(row.path, row.sha256));
+        }
+    }
+}
+
+const data_files::pattern_lines *pattern_line_files::find(const std::string &path) const {
+    const auto known = files_.find(path);
+    return known == files_.end() ? nullptr : &known->second;
+}
+
 namespace {
 
-// The files of lines that a record's expressions lead to, each read once.
+// The files of lines that a record's expressions lead to, each read once, if it was not before.
 class line_files {
   public:
-    explicit line_files(std::vector<note> *notes) : notes_(notes) {}
+    line_files(std::vector<note> *notes, const explain_options &options)
+        : notes_(notes), options_(options) {}
 
     void name(source *from) {
         auto *const expression = std::get_if<expression_source>(from);
@@ -74,33 +95,49 @@ class line_files {
 
   private:
     const data_files::pattern_lines &of(const std::string &path) {
-        const auto known = read_.find(path);
-        if (known != read_.end()) {
-            return known->second;
+        const auto known = used_.find(path);
+        if (known != used_.end()) {
+            return *known->second;
         }
-        using state = data_files::pattern_lines::state;
-        data_files::pattern_lines lines;
+        const data_files::pattern_lines *lines =
+            options_.pattern_lines ? options_.pattern_lines->find(path) : nullptr;
+        if (!lines) {
+            lines = &(read_[path] = read(path));
+        }
+        note_state(path, *lines);
+        return *used_.emplace(path, lines).first->second;
+    }
+
+    data_files::pattern_lines read(const std::string &path) const {
         std::string digest;
-        if (!data_files::digest_of_file(path, &digest)) {
-            lines = data_files::read_pattern_lines(path, digest);
+        if (const frozen_file *const frozen = frozen_of(path, options_)) {
+            digest = frozen->sha256;
+        } else if (data_files::digest_of_file(path, &digest)) {
+            return {};
         }
+        return data_files::read_pattern_lines(path, digest);
+    }
+
+    void note_state(const std::string &path, const data_files::pattern_lines &lines) {
+        using state = data_files::pattern_lines::state;
         const std::string file = path + data_files::pattern_lines_suffix;
         if (lines.is == state::stale) {
             notes_->push_back({"info", file + " is of another version of " + path});
         } else if (lines.is == state::wrong) {
             notes_->push_back({"info", file + " is not used: " + lines.problem});
         }
-        return read_.emplace(path, std::move(lines)).first->second;
     }
 
+    std::map<std::string, const data_files::pattern_lines *> used_;
     std::map<std::string, data_files::pattern_lines> read_;
     std::vector<note> *notes_;
+    const explain_options &options_;
 };
 
 } // namespace
 
-void name_pattern_lists(decision_record *record) {
-    line_files files(&record->notes);
+void name_pattern_lists(decision_record *record, const explain_options &options) {
+    line_files files(&record->notes, options);
     for (rule_record &rule : record->rules) {
         files.name(&rule.from);
         files.name(&rule.exempted_by);

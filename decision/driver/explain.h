@@ -15,15 +15,19 @@
 
 namespace quillfence::decision {
 
+class pattern_line_files; // pattern_line_files.h
+
 struct explain_options {
-    std::string user_dir{};                       // the recipient's own lists; "" for none
-    bool report = true;                           // the replayer's two lists as well
-    bool all = false;                             // what rules behind the decision would have done
-    bool near_misses = true;                      // entries that might have been meant
-    bool files = true;                            // config.files
-    bool times = true;                            // microseconds of each rule
-    dns_source *dns = nullptr;                    // null: the system's DNS
-    const frozen_files *configuration = nullptr;  // null: the files, read for every question
+    std::string user_dir{};                      // the recipient's own lists; "" for none
+    bool report = true;                          // the replayer's two lists as well
+    bool all = false;                            // what rules behind the decision would have done
+    bool near_misses = true;                     // entries that might have been meant
+    bool files = true;                           // config.files
+    bool times = true;                           // microseconds of each rule
+    dns_source *dns = nullptr;                   // null: the system's DNS
+    const frozen_files *configuration = nullptr; // null: the files, read for every question
+    // Which lists its patterns were made from, read with the configuration; null: read when needed.
+    const pattern_line_files *pattern_lines = nullptr;
     const file_substitute *substitutes = nullptr; // what if: see call_context.h
     const server_answers *server = nullptr;       // another mail server's; null: this system's
     bool capture = false; // for a case: what the server answered, and the digests of large files

@@ -10,7 +10,7 @@
 #include "heap_text.h"
 #include "hook_table.h"
 #include "quillfence-checks.h"
-#include "started_engine.h"
+#include "running_engine.h"
 #include "step_budget.h"
 
 namespace quillfence::testing {
@@ -762,7 +762,7 @@ TEST_F(decision_test, is_exempt_asks_the_engines_own_table) {
               (lines{"D is_exempt: function is_exempt - passing on to is_exempt_r",
                      "D is_exempt_r: function is_exempt_r", "D is_exempt_r: Invalid argument"}));
 
-    const started_engine engine;
+    const running_engine engine;
     drive.write("c:/users/a/from_whitelist", "*@example.org\n");
     EXPECT_EQ(is_exempt(state, nullptr), 0);
     EXPECT_EQ(is_exempt(state, "c:/users/a"), 1);

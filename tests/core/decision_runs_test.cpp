@@ -12,7 +12,7 @@
 #include "hook_table.h"
 #include "platform/file.h"
 #include "quillfence-checks.h"
-#include "started_engine.h"
+#include "running_engine.h"
 #include "test_registry.h"
 #include "tiny_rex_storage.h"
 #include "vc_nulltermlist.h"
@@ -81,7 +81,7 @@ class decision_runs : public drive_test {
     dns_script dns;
 
   private:
-    started_engine engine_;
+    running_engine engine_;
 };
 
 struct rule_case {

@@ -2,9 +2,9 @@
 
 usage: case_schema_test.py PROGRAM SCHEMA COUNT
 
-PROGRAM prints COUNT random cases. The schema, which refers to that of the decision record beside it,
-has to accept them all and the examples, also when both are made to refuse members that they do not
-name; and it has to refuse what is wrong.
+PROGRAM prints COUNT random cases. The schema, which refers to that of the decision record beside
+it, has to accept them all and the examples, also when both are made to refuse members that they do
+not name; and it has to refuse what is wrong.
 """
 
 import copy

@@ -4,10 +4,11 @@
 #include <cstdlib>
 
 #include "call_watch.h"
-#include "explaining.h"
 #include "odd_world.h"
 #include "owned_snapshot.h"
+#include "pattern_line_files.h"
 #include "record_writer.h"
+#include "world_test.h"
 
 namespace quillfence::testing {
 namespace {
@@ -30,16 +31,22 @@ owned_snapshot snapshot_now() {
     return loaded;
 }
 
-class frozen_decisions : public logged_test {
-  protected:
-    ~frozen_decisions() override {
-        log.take();
+// Without what a moment brings along, and what only a snapshot has.
+decision_record plain(decision_record record) {
+    for (dns_record &answer : record.dns) {
+        answer.ms.reset();
     }
-    void next_world() {
-        drive_now = random_world(random);
-        dns.emplace();
-        script_world(drive_now, &*dns);
-        write_world(drive_now, drive, registry);
+    record.config.revision.clear();
+    return record;
+}
+
+class frozen_decisions : public world_test {
+  protected:
+    frozen_decisions() : world_test(20261122) {}
+
+    // One that is odd, mostly.
+    void next_odd_world() {
+        next_world();
         if (random() % 4) {
             make_odd(random, drive, drive_now);
         }
@@ -55,17 +62,14 @@ class frozen_decisions : public logged_test {
         options.configuration = configuration;
         explain_result result = explain(what, options);
         EXPECT_EQ(result.failed, nullptr);
-        for (dns_record &answer : result.record.dns) {
-            answer.ms.reset();
-        }
         return std::move(result.record);
     }
     // Both records of a transaction; fails the test where they differ.
     void compare(const transaction &what, const frozen_files *frozen) {
-        const decision_record by_files = explained(what, nullptr);
-        decision_record by_snapshot = explained(what, frozen);
-        EXPECT_EQ(by_snapshot.config.revision, frozen->revision);
-        by_snapshot.config.revision.clear();
+        const decision_record by_files = plain(explained(what, nullptr));
+        const decision_record told = explained(what, frozen);
+        EXPECT_EQ(told.config.revision, frozen->revision);
+        const decision_record by_snapshot = plain(told);
         if (by_files != by_snapshot) {
             ADD_FAILURE() << "files:    " << written(by_files)
                           << "\nsnapshot: " << written(by_snapshot);
@@ -79,20 +83,13 @@ class frozen_decisions : public logged_test {
         return text;
     }
 
-    started_engine engine;
-    drive_c drive;
-    test_registry registry;
-    std::optional<dns_script> dns;
-    random_numbers random{20261122};
-    world drive_now;
-    explain_options options;
     std::map<size_t, unsigned> kinds; // pairs by what decided
 };
 
 TEST_F(frozen_decisions, are_those_of_the_files) {
     const unsigned wanted = wanted_pairs();
     for (unsigned pairs = 0; pairs < wanted && !HasFailure();) {
-        next_world();
+        next_odd_world();
         const owned_snapshot frozen = snapshot_now();
         ASSERT_NE(frozen, nullptr);
         for (unsigned i = 0; i < pairs_a_world && !HasFailure(); ++i, ++pairs) {
@@ -103,6 +100,33 @@ TEST_F(frozen_decisions, are_those_of_the_files) {
     for (const decided_by by : {decided_by::exempt, decided_by::rule, decided_by::block_map,
                                 decided_by::rbl, decided_by::nothing, decided_by::engine_off}) {
         EXPECT_GE(kinds[static_cast<size_t>(by)], wanted / 2000) << static_cast<int>(by);
+    }
+}
+
+// --- what is looked at ---
+
+class frozen_explain : public explain_test {};
+
+TEST_F(frozen_explain, looks_at_no_file) {
+    drive.write("c:/quillfence/dynaregex/dyna.cregexes.lines", "x");
+    const owned_snapshot frozen = snapshot_now();
+    ASSERT_NE(frozen, nullptr);
+    const pattern_line_files lines(*frozen);
+    options.near_misses = false;
+    for (const client &who : clients) {
+        options.configuration = nullptr;
+        options.pattern_lines = nullptr;
+        const decision_record by_files = plain(explained(who.name));
+        options.configuration = frozen.get();
+        options.pattern_lines = &lines;
+        call_watch watch;
+        const decision_record by_snapshot = plain(explained(who.name));
+        for (const std::string &call : watch.take()) {
+            EXPECT_FALSE(call.starts_with("file_") || call.starts_with("path_") ||
+                         call.starts_with("stream_") || call.starts_with("directory_"))
+                << who.name << ": " << call;
+        }
+        EXPECT_EQ(by_snapshot, by_files) << who.name;
     }
 }
 

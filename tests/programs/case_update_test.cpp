@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "../decision/random_case.h"
 #include "program.h"
 
 namespace quillfence::programs {
@@ -104,6 +105,33 @@ TEST(case_update, what_can_t_be_corrected_in_place_is_left_to_people) {
             EXPECT_TRUE(std::string(why.what()).ends_with("correct it by hand")) << why.what();
         }
     }
+}
+
+// Random cases and decisions: what is written expects what came, and says nothing else.
+TEST(case_update, random_cases) {
+    int written = 0;
+    for (uint32_t seed = 0; seed < 2000; ++seed) {
+        const decision::test_case before = testing::random_case(seed, seed % 4 == 0).make();
+        decision::decision_record came = testing::random_record(seed + 1, false).make();
+        came.decision.rule = seed % 3 ? "valid_ptr" : "";
+        came.decision.where = seed % 5 ? "" : "user";
+        const expectation now = before.expect.empty() ? decision::expectation_of(came)
+                                                      : decision::corrected(before.expect, came);
+        std::string text;
+        write_case(text, before,
+                   seed % 2 ? decision::json_layout::one_line : decision::json_layout::indented);
+        decision::test_case want = before;
+        want.expect = now;
+        try {
+            decision::json_problem problem;
+            const std::string made = with_expectation(text, before.expect, now);
+            ASSERT_TRUE(decision::read_case(made, &problem) == want) << text << '\n' << made;
+            written += made != text;
+        } catch (const failure &why) {
+            ASSERT_NE(text.find("_bytes"), std::string::npos) << why.what() << '\n' << text;
+        }
+    }
+    EXPECT_GT(written, 1000);
 }
 
 } // namespace

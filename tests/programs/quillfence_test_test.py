@@ -10,21 +10,17 @@ TAP::Parser, the XML by Python's parser.
 
 import io
 import json
-import os
 import shutil
 import socket
 import subprocess
-import sys
 import tarfile
-import tempfile
 import unittest
 import xml.etree.ElementTree
 from pathlib import Path
 
-RUNNER = []
-if sys.argv[1].startswith("--runner="):
-    RUNNER = [word for word in sys.argv.pop(1).split("=", 1)[1].split(";") if word]
-PROGRAM, SOURCE = os.path.abspath(sys.argv[1]), Path(sys.argv[2]).resolve()
+from whole_program import ARGUMENTS, RUNNER, FolderTest, main, run
+
+PROGRAM, SOURCE = (Path(argument).resolve() for argument in ARGUMENTS)
 
 GOOD, NOT_AS_EXPECTED, NOT_RUN = 0, 1, 2
 
@@ -65,39 +61,22 @@ def with_(case, **members):
     return {**case, **members}
 
 
-class Case(unittest.TestCase):
-    maxDiff = None
-
+class Case(FolderTest):
     def setUp(self):
-        folder = tempfile.TemporaryDirectory(prefix="quillfence-test-")
-        self.addCleanup(folder.cleanup)
-        self.folder = Path(folder.name)
+        super().setUp()
         shutil.copytree(SOURCE / "examples/drive_c", self.folder / "drive")
 
-    def run_program(self, *arguments, **environment):
-        """Exit status, standard output and standard error. They go to files: Wine's own processes
-        would hold pipes open. Lines on standard error end as the system likes them."""
-        quiet = {name: value for name, value in os.environ.items()
-                 if not name.startswith("QUILLFENCE_") and name != "VERBOSEDEBUG"}
-        with tempfile.TemporaryFile() as out, tempfile.TemporaryFile() as err:
-            run = subprocess.run([*RUNNER, PROGRAM, *arguments], cwd=self.folder, timeout=120,
-                                 env={**quiet, **environment}, stdin=subprocess.DEVNULL,
-                                 stdout=out, stderr=err, check=False)
-            out.seek(0)
-            err.seek(0)
-            return (run.returncode, out.read().decode(),
-                    err.read().decode().replace("\r\n", "\n"))
+    def run_program(self, *arguments, **settings):
+        return run([PROGRAM, *arguments], self.folder, **settings)
 
     def judge(self, *arguments, **environment):
         return self.run_program("test", "--drive-c", "drive", *arguments, **environment)
 
     def write(self, name, content):
-        (self.folder / name).parent.mkdir(parents=True, exist_ok=True)
-        text = content if isinstance(content, str) else json.dumps(content, indent=2)
-        (self.folder / name).write_bytes(text.encode())
+        self.file(name, content if isinstance(content, str) else json.dumps(content, indent=2))
 
     def read(self, name):
-        return (self.folder / name).read_bytes().decode()
+        return self.bytes_of(name).decode()
 
     def bundle(self, name, case, files):
         with tarfile.open(self.folder / name, "w", format=tarfile.USTAR_FORMAT) as tar:
@@ -468,4 +447,4 @@ class SurroundingsTest(Case):
 
 
 if __name__ == "__main__":
-    unittest.main(argv=sys.argv[:1], verbosity=2)
+    main()

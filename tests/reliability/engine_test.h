@@ -3,7 +3,7 @@
 #pragma once
 
 #include "engine_drive.h"
-#include "started_engine.h"
+#include "running_engine.h"
 
 namespace quillfence::testing {
 
@@ -16,7 +16,7 @@ class engine_test : public drive_test {
     dns_script dns;
 
   private:
-    started_engine engine_;
+    running_engine engine_;
 };
 
 } // namespace quillfence::testing

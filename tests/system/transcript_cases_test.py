@@ -3,26 +3,21 @@
 
     transcript_cases_test.py [--runner=LAUNCHER] PROGRAM TRANSCRIPTS
 
-A transcript's files become a drive, its registry an export. The transaction and the DNS answers of
-its run go into a short case, which expects the line's two lists; it is judged without any network.
-The DNS is a port where nobody answers, as it is for the transcripts themselves. LAUNCHER runs
-PROGRAM, which is quillfence, on a Windows build (a list as CMake has it).
+A transcript's files become a drive, its registry an export. Its run is captured: the case has the
+DNS answers and those of the registry, the address map and the folders, and is judged without any of
+them. So is a short case of the same answers, which expects the line's two lists. The DNS is a port
+where nobody answers, as it is for the transcripts themselves. LAUNCHER runs PROGRAM, which is
+quillfence, on a Windows build (a list as CMake has it).
 """
 
 import json
-import os
-import subprocess
-import sys
-import tempfile
 import unittest
 from pathlib import Path
 
-from replay_transcript import Case, NativeDrive, run_captured, write_files
+from replay_transcript import Case, NativeDrive, registry_bytes, run_captured, write_files
+from whole_program import ARGUMENTS, RUNNER, main
 
-RUNNER = []
-if sys.argv[1].startswith("--runner="):
-    RUNNER = [word for word in sys.argv.pop(1).split("=", 1)[1].split(";") if word]
-PROGRAM, TRANSCRIPTS = os.path.abspath(sys.argv[1]), Path(sys.argv[2])
+PROGRAM, TRANSCRIPTS = (Path(argument).resolve() for argument in ARGUMENTS)
 
 # Those that end without a line: wrong arguments, and block maps of which there is no list.
 WITHOUT_LINE = ["block_maps_empty_lists", "block_maps_no_list", "empty_ip", "empty_mode",
@@ -36,14 +31,18 @@ class Desk:
     def __init__(self, transcript):
         self.drive = NativeDrive()
         write_files(self.drive, transcript.files)
-        self.surroundings = ["--drive-c", str(self.drive.root)]
-        if transcript.registry:
-            self.drive.write_registry(transcript.registry)
-            self.surroundings += ["--registry", self.drive.environment["QUILLFENCE_REGISTRY"]]
+        # One without any key, else: a registry that others write to is none of this test's.
+        self.drive.write_registry(transcript.registry or registry_bytes(""))
+        self.registry = ["--registry", self.drive.environment["QUILLFENCE_REGISTRY"]]
+        self.environment = {**self.drive.environment, "QUILLFENCE_EVENT_LOG": "",
+                            "QUILLFENCE_REGISTRY": ""}
+
+    def path(self, name):
+        return self.drive.root / name
 
     def run(self, subcommand, *arguments):
-        return run_captured([*RUNNER, PROGRAM, subcommand, *self.surroundings, *arguments],
-                            {**self.drive.environment, "QUILLFENCE_EVENT_LOG": ""})
+        return run_captured([*RUNNER, PROGRAM, subcommand, "--drive-c", str(self.drive.root),
+                             *arguments], self.environment)
 
     def remove(self):
         self.drive.remove()
@@ -57,31 +56,48 @@ class TranscriptCases(unittest.TestCase):
             if path.stem != "CMakeLists":
                 yield path, Case(path)
 
-    def short_case(self, desk, path, transcript):
+    def capture(self, desk, transcript):
         # The stage may be any word that begins with its letter; here it is the letter.
-        status, out, err = desk.run("explain", "--json", "R", *transcript.arguments[1:])
-        self.assertEqual(err, b"")
+        file = desk.path("captured.json")
+        status, _, err = desk.run("explain", *desk.registry, "--capture", str(file), "R",
+                                  *transcript.arguments[1:])
+        self.assertIn(status, (0, 3), err)
+        return json.loads(file.read_bytes())
+
+    def check_captured(self, desk, transcript):
+        """The captured case, judged with nothing but itself and the drive."""
+        status, out, err = desk.run("explain", "--json", "--case", str(desk.path("captured.json")))
         self.assertIn(status, (0, 3))
-        record = json.loads(out)
+        self.assertEqual(err, b"")
+        self.assertEqual(json.dumps(json.loads(out)["report"], separators=(",", ":")),
+                         transcript.stdout.decode())
+
+    def short_case(self, captured, path, transcript):
+        answers = ("dns", "registry", "address_map", "folders")
         return {"schema": "quillfence.case/1",
                 "description": path.read_text(encoding="latin-1").split("\n== ")[0].strip(),
-                "transaction": record["transaction"], "dns": record["dns"],
+                "transaction": captured["transaction"],
+                **{name: captured[name] for name in answers if name in captured},
                 "expect": json.loads(transcript.stdout)}
+
+    def check_short(self, desk, case):
+        desk.path("case.json").write_text(json.dumps(case))
+        # It is the line that decides: with one name more, the case fails.
+        case["expect"]["spam_hits"].append("one more")
+        desk.path("other.json").write_text(json.dumps(case))
+        files = [str(desk.path(name)) for name in ("captured.json", "case.json", "other.json")]
+        status, out, err = desk.run("test", *files)
+        self.assertEqual((status, err), (1, b""), out.decode())
+        for line in (b"ok 1 - ", b"ok 2 - ", b"not ok 3 - ",
+                     b'  message: "not as expected: spam_hits"\n'):
+            self.assertIn(b"\n" + line, out)
 
     def check(self, path, transcript):
         desk = Desk(transcript)
         try:
-            case = self.short_case(desk, path, transcript)
-            files = [desk.drive.root / name for name in ("case.json", "other.json")]
-            files[0].write_text(json.dumps(case))
-            # It is the line that decides: with one name more, the case fails.
-            case["expect"]["spam_hits"].append("one more")
-            files[1].write_text(json.dumps(case))
-            status, out, err = desk.run("test", *map(str, files))
-            self.assertEqual((status, err), (1, b""), out.decode())
-            self.assertIn(b"\nok 1 - ", out)
-            self.assertIn(b"\nnot ok 2 - ", out)
-            self.assertIn(b'\n  message: "not as expected: spam_hits"\n', out)
+            captured = self.capture(desk, transcript)
+            self.check_captured(desk, transcript)
+            self.check_short(desk, self.short_case(captured, path, transcript))
         finally:
             desk.remove()
 
@@ -97,4 +113,4 @@ class TranscriptCases(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    unittest.main(argv=sys.argv[:1], verbosity=2)
+    main()
