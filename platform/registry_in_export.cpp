@@ -31,7 +31,7 @@ static void complain_of_export(uint32_t error) {
     if (name) {
         complain(event_type::error, "read_registry", "%s (%s): %s", what,
                  error == error_not_registry_file ? "not a registry export"
-                                                  : export_error_text(error),
+                                                  : strerror(errno_of_error(error)),
                  name);
     }
 }

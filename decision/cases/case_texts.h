@@ -92,7 +92,7 @@ class text_walk {
         if constexpr (std::is_same_v<plain, std::string>) {
             visitor_.text(text_place{top_, name, kind_of_text(top_, name)}, value);
         } else if constexpr (std::is_same_v<plain, source>) {
-            std::visit([this](auto &kind) { walk_source(kind); }, value);
+            std::visit([this](auto &kind) { this->walk_source(kind); }, value);
         } else if constexpr (std::is_same_v<plain, extra_member>) {
             visitor_.extra(value);
         } else if constexpr (std::is_same_v<plain, registry_answer>) {

@@ -62,8 +62,8 @@ static exported_registry_key *exported(registry_key *key) {
     return reinterpret_cast<exported_registry_key *>(key);
 }
 
-static uint32_t open_key(registry_root root, const char *path, uint32_t access, bool create,
-                         registry_key **opened) {
+uint32_t open_registry_key(registry_root root, const char *path, uint32_t access, bool create,
+                           registry_key **opened) {
     exported_registry_key *key = nullptr;
     const uint32_t error = export_key_open(root, path, access, create, &key);
     *opened = reinterpret_cast<registry_key *>(key);
@@ -125,24 +125,6 @@ void export_file_close(export_file *opened) {
         close(descriptor_of(*opened));
     }
     *opened = {invalid_file, nullptr, 0};
-}
-
-const char *export_error_text(uint32_t error) {
-    return strerror(errno_of_error(error));
-}
-
-uint32_t registry_open(registry_root root, const char *path, uint32_t access,
-                       registry_key **opened) {
-    *opened = nullptr;
-    const uint32_t failure = observe_call("registry_open", path);
-    return failure ? failure : open_key(root, path, access, false, opened);
-}
-
-uint32_t registry_create(registry_root root, const char *path, uint32_t access,
-                         registry_key **opened) {
-    *opened = nullptr;
-    const uint32_t failure = observe_call("registry_create", path);
-    return failure ? failure : open_key(root, path, access, true, opened);
 }
 
 void registry_close(registry_key *key) {

@@ -44,8 +44,8 @@ static uint32_t open_system_key(registry_root root, const char *path, uint32_t a
                             : RegOpenKeyExA(handle_of(root), path, 0, access, handle));
 }
 
-static uint32_t open_key(registry_root root, const char *path, uint32_t access, bool create,
-                         registry_key **opened) {
+uint32_t open_registry_key(registry_root root, const char *path, uint32_t access, bool create,
+                           registry_key **opened) {
     auto *const made = static_cast<registry_key *>(calloc(1, sizeof(registry_key)));
     if (!made) {
         return error_not_enough_memory;
@@ -201,24 +201,6 @@ void export_file_close(export_file *opened) {
         CloseHandle(handle_of(*opened));
     }
     *opened = {invalid_file, nullptr, 0};
-}
-
-const char *export_error_text(uint32_t error) {
-    return strerror(errno_of_error(error));
-}
-
-uint32_t registry_open(registry_root root, const char *path, uint32_t access,
-                       registry_key **opened) {
-    *opened = nullptr;
-    const uint32_t failure = observe_call("registry_open", path);
-    return failure ? failure : open_key(root, path, access, false, opened);
-}
-
-uint32_t registry_create(registry_root root, const char *path, uint32_t access,
-                         registry_key **opened) {
-    *opened = nullptr;
-    const uint32_t failure = observe_call("registry_create", path);
-    return failure ? failure : open_key(root, path, access, true, opened);
 }
 
 void registry_close(registry_key *key) {

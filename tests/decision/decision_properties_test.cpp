@@ -3,17 +3,16 @@
 #include <set>
 
 #include "engine_door.h"
-#include "explaining.h"
 #include "off_source.h"
 #include "owned_session.h"
 #include "process_state.h"
 #include "qfd-packet.h"
 #include "quillfence-checks.h"
-#include "random_world.h"
 #include "recorded_source.h"
 #include "report.h"
 #include "vc_json.h"
 #include "words.h"
+#include "world_test.h"
 
 namespace quillfence::testing {
 namespace {
@@ -94,23 +93,13 @@ decision::decision served(const transaction &what) {
     return made;
 }
 
-class decision_properties : public logged_test {
+class decision_properties : public world_test {
   protected:
-    decision_properties() {
+    decision_properties() : world_test(20240229) {
         options.near_misses = false;
         options.files = false;
         options.times = false;
         options.all = true;
-    }
-    ~decision_properties() override {
-        log.take();
-    }
-    // A world at random in place of the last one.
-    void next_world() {
-        drive_now = random_world(random);
-        dns.emplace();
-        script_world(drive_now, &*dns);
-        write_world(drive_now, drive, registry);
     }
     decision_record explained(const transaction &what) {
         explain_result result = explain(what, options);
@@ -118,14 +107,6 @@ class decision_properties : public logged_test {
         log.take();
         return std::move(result.record);
     }
-
-    running_engine engine;
-    drive_c drive;
-    test_registry registry;
-    std::optional<dns_script> dns;
-    random_numbers random{20240229};
-    world drive_now;
-    explain_options options;
 };
 
 bool hits(outcome is) {

@@ -4,11 +4,11 @@
 #include <cstdlib>
 
 #include "call_watch.h"
-#include "explaining.h"
 #include "odd_world.h"
 #include "owned_snapshot.h"
 #include "pattern_line_files.h"
 #include "record_writer.h"
+#include "world_test.h"
 
 namespace quillfence::testing {
 namespace {
@@ -40,16 +40,13 @@ decision_record plain(decision_record record) {
     return record;
 }
 
-class frozen_decisions : public logged_test {
+class frozen_decisions : public world_test {
   protected:
-    ~frozen_decisions() override {
-        log.take();
-    }
-    void next_world() {
-        drive_now = random_world(random);
-        dns.emplace();
-        script_world(drive_now, &*dns);
-        write_world(drive_now, drive, registry);
+    frozen_decisions() : world_test(20261122) {}
+
+    // One that is odd, mostly.
+    void next_odd_world() {
+        next_world();
         if (random() % 4) {
             make_odd(random, drive, drive_now);
         }
@@ -86,20 +83,13 @@ class frozen_decisions : public logged_test {
         return text;
     }
 
-    running_engine engine;
-    drive_c drive;
-    test_registry registry;
-    std::optional<dns_script> dns;
-    random_numbers random{20261122};
-    world drive_now;
-    explain_options options;
     std::map<size_t, unsigned> kinds; // pairs by what decided
 };
 
 TEST_F(frozen_decisions, are_those_of_the_files) {
     const unsigned wanted = wanted_pairs();
     for (unsigned pairs = 0; pairs < wanted && !HasFailure();) {
-        next_world();
+        next_odd_world();
         const owned_snapshot frozen = snapshot_now();
         ASSERT_NE(frozen, nullptr);
         for (unsigned i = 0; i < pairs_a_world && !HasFailure(); ++i, ++pairs) {

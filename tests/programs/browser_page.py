@@ -6,13 +6,30 @@ import struct
 import subprocess
 import tempfile
 import zlib
+from pathlib import Path
+
+from whole_program import ARGUMENTS, unable
 
 # The browser's names of the schemes.
 PREFERRED = {"dark": 0, "light": 1}
 
 
-def find_browser():
-    return shutil.which("chromium") or shutil.which("chromium-browser")
+def opening():
+    """The browser, the program of the command line, and its folder, which is empty now."""
+    browser = shutil.which("chromium") or shutil.which("chromium-browser")
+    if not browser:
+        unable("the package chromium is not installed")
+    program, folder = (Path(argument).resolve() for argument in ARGUMENTS)
+    shutil.rmtree(folder, ignore_errors=True)
+    folder.mkdir(parents=True)
+    return browser, program, folder
+
+
+def ending(problems):
+    """The exit status, after the problems have been told."""
+    for problem in problems:
+        print(problem)
+    return 1 if problems else 0
 
 
 def unfilter(kind, line, above, step):

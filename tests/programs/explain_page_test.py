@@ -8,13 +8,10 @@ is there, and that nothing reaches into the margins, however long the texts. The
 DIRECTORY. Without a browser the test is skipped (status 77), or fails where CI is true.
 """
 
-import pathlib
-import shutil
 import subprocess
 import sys
 
-from browser_page import find_browser, read_png, render
-from whole_program import ARGUMENTS, unable
+from browser_page import ending, opening, read_png, render
 
 # The page's ground, and the colour of each verdict.
 SCHEMES = {
@@ -49,12 +46,7 @@ def problems_of(picture, scheme, verdict, width, margin):
 
 
 def main():
-    program, folder = (pathlib.Path(argument).resolve() for argument in ARGUMENTS)
-    browser = find_browser()
-    if not browser:
-        unable("the package chromium is not installed")
-    shutil.rmtree(folder, ignore_errors=True)
-    folder.mkdir(parents=True)
+    browser, program, folder = opening()
     problems = []
     for verdict, width, margin in PAGES:
         page = folder / f"{verdict}.html"
@@ -68,9 +60,7 @@ def main():
             render(browser, frame.as_uri(), picture, scheme, max(width, 600), HEIGHT)
             problems += [f"{verdict}, {width} wide, {scheme}: {problem}" for problem in
                          problems_of(picture, scheme, verdict, width, margin)]
-    for problem in problems:
-        print(problem)
-    return 1 if problems else 0
+    return ending(problems)
 
 
 if __name__ == "__main__":

@@ -8,14 +8,11 @@ fair number of pixels; and that it has none of the other scheme's. The pictures 
 Without a browser the test is skipped (status 77), or fails where CI is true.
 """
 
-import pathlib
-import shutil
 import struct
 import subprocess
 import sys
 
-from browser_page import find_browser, read_png, render
-from whole_program import ARGUMENTS, unable
+from browser_page import ending, opening, read_png, render
 
 WIDTH, HEIGHT = 1080, 1300
 # The page's ground first, then ham, spam, exempt, rate limit.
@@ -53,12 +50,7 @@ def problems_of(picture, scheme):
 
 
 def main():
-    program, folder = (pathlib.Path(argument).resolve() for argument in ARGUMENTS)
-    browser = find_browser()
-    if not browser:
-        unable("the package chromium is not installed")
-    shutil.rmtree(folder, ignore_errors=True)
-    folder.mkdir(parents=True)
+    browser, program, folder = opening()
     write_counters(folder)
     page = folder / "counters.html"
     subprocess.run([program, "counter", "show", folder, "--html", page], check=True,
@@ -68,9 +60,7 @@ def main():
         picture = folder / f"{scheme}.png"
         render(browser, page.as_uri(), picture, scheme, WIDTH, HEIGHT)
         problems += problems_of(picture, scheme)
-    for problem in problems:
-        print(problem)
-    return 1 if problems else 0
+    return ending(problems)
 
 
 if __name__ == "__main__":

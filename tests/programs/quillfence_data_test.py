@@ -13,7 +13,7 @@ import subprocess
 import unittest
 from pathlib import Path
 
-from whole_program import ARGUMENTS, RUNNER, FolderTest, main, run
+from whole_program import ARGUMENTS, RUNNER, FolderTest, main, read_terminal, run
 
 PROGRAM, SOURCE = (Path(argument).resolve() for argument in ARGUMENTS)
 
@@ -327,15 +327,9 @@ class BlockMapTest(Case):
                               stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
                               stderr=ours) as run:
             os.close(ours)
-            shown = b""
-            try:
-                while piece := os.read(terminal, 65536):
-                    shown += piece
-            except OSError:  # the other end is closed
-                pass
-        os.close(terminal)
+            shown = read_terminal(terminal)
         self.assertEqual(run.returncode, FAILED)
-        drawn, said = shown.decode().split("list:100001: error:")
+        drawn, said = shown.split("list:100001: error:")
         self.assertRegex(drawn, r"\rreading list \[#*\.+\] +\d+%")
         self.assertRegex(drawn, r"\rreading list \[#+\] 100%\r +\r$")
         self.assertNotIn("reading", said)

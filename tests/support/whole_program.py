@@ -51,6 +51,18 @@ def run(command, folder, text="", **settings):
         return (done.returncode, out.read().decode(), err.read().decode().replace("\r\n", "\n"))
 
 
+def read_terminal(ours):
+    """What has been shown on a terminal that the programs have closed; it is closed as well."""
+    shown = b""
+    try:
+        while piece := os.read(ours, 65536):
+            shown += piece
+    except OSError:  # the other end is closed
+        pass
+    os.close(ours)
+    return shown.decode()
+
+
 class FolderTest(unittest.TestCase):
     """Tests with a folder of their own."""
 

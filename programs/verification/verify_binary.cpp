@@ -19,7 +19,7 @@
 #include "text.h"
 #include "tiny_rex_storage.h"
 
-namespace quillfence::data_tool {
+namespace quillfence::verification {
 
 namespace {
 
@@ -308,6 +308,8 @@ class map_reader {
     unsigned found_ = 0;
 };
 
+} // namespace
+
 std::set<std::string> named_maps(tree &in) {
     std::set<std::string> names;
     for (const configuration_file &file : configuration_files) {
@@ -323,8 +325,6 @@ std::set<std::string> named_maps(tree &in) {
     names.erase("");
     return names;
 }
-
-} // namespace
 
 void verify_block_maps(tree &in) {
     const std::set<std::string> names = named_maps(in);
@@ -424,4 +424,4 @@ void verify_other_files(tree &in) {
     }
 }
 
-} // namespace quillfence::data_tool
+} // namespace quillfence::verification

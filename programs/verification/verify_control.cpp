@@ -11,7 +11,7 @@
 #include "vc_text.h"
 #include "vcspamrule.h"
 
-namespace quillfence::data_tool {
+namespace quillfence::verification {
 
 namespace {
 
@@ -289,4 +289,4 @@ void verify_forgery_list(tree &in) {
     }
 }
 
-} // namespace quillfence::data_tool
+} // namespace quillfence::verification

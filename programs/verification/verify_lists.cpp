@@ -15,7 +15,7 @@
 #include "vc_rfc.h"
 #include "vc_text.h"
 
-namespace quillfence::data_tool {
+namespace quillfence::verification {
 
 namespace {
 
@@ -311,4 +311,4 @@ void verify_lists(tree &in) {
     }
 }
 
-} // namespace quillfence::data_tool
+} // namespace quillfence::verification
