@@ -295,7 +295,7 @@ inline std::vector<crash_writer> crash_writers() {
          },
          build_map, map_file_seen},
         {"case update", "c:/quillfence/case.json", have_case, correct_case, case_seen, true, true,
-         false},
+         false, 3},
         {"collect", out,
          [](const drive_c &drive) {
              drive.write("c:/quillfence/from_blacklist", "*@old.example\n");
