@@ -12,21 +12,19 @@
 
 namespace quillfence::data_tool {
 
-namespace {
+static constexpr std::array<const char *, 3> severity_names = {"error", "warning", "info"};
 
-constexpr std::array<const char *, 3> severity_names = {"error", "warning", "info"};
-
-const char *name_of(severity level) {
+static const char *name_of(severity level) {
     return severity_names[static_cast<size_t>(level)];
 }
 
-uint32_t count_of(const tree &in, severity level) {
+static uint32_t count_of(const tree &in, severity level) {
     return static_cast<uint32_t>(
         std::count_if(in.findings.begin(), in.findings.end(),
                       [level](const finding &found) { return found.level == level; }));
 }
 
-void write_lines(const tree &in, std::ostream &out) {
+static void write_lines(const tree &in, std::ostream &out) {
     for (const finding &found : in.findings) {
         out << printable(in.path(found.file)) << ':';
         if (found.line) {
@@ -36,7 +34,7 @@ void write_lines(const tree &in, std::ostream &out) {
     }
 }
 
-void write_json(const tree &in, std::ostream &out) {
+static void write_json(const tree &in, std::ostream &out) {
     out << "{\"base\":" << json_text(in.base) << ",\"files\":" << in.files
         << ",\"errors\":" << count_of(in, severity::error)
         << ",\"warnings\":" << count_of(in, severity::warning)
@@ -50,8 +48,6 @@ void write_json(const tree &in, std::ostream &out) {
     }
     out << "]}\n";
 }
-
-} // namespace
 
 std::string tree::path(std::string_view file) const {
     return joined(base, file);

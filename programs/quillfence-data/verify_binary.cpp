@@ -21,23 +21,17 @@
 
 namespace quillfence::data_tool {
 
-namespace {
-
 // At most so many findings of one kind in one file.
-constexpr unsigned most_findings = 10;
+static constexpr unsigned most_findings = 10;
 
-std::string record_name(uint32_t number) {
+static std::string record_name(uint32_t number) {
     return "record " + std::to_string(number);
 }
 
-} // namespace
-
 // --- ranges ---
 
-namespace {
-
 // What is wrong with the file as a whole.
-void verify_range_size(tree &in, const std::string &file, const range_records &ranges) {
+static void verify_range_size(tree &in, const std::string &file, const range_records &ranges) {
     switch (ranges.state) {
     case range_state::missing:
         in.add_failure(file, "can't be read", ranges.error);
@@ -72,7 +66,7 @@ void verify_range_size(tree &in, const std::string &file, const range_records &r
     }
 }
 
-void verify_records(tree &in, const std::string &file, const range_records &ranges) {
+static void verify_records(tree &in, const std::string &file, const range_records &ranges) {
     const range_cover cover(ranges.records);
     for (const range_record &record : ranges.records) {
         const std::string name = record_name(record.number) + ", " + range_text(record) + ", ";
@@ -95,7 +89,7 @@ void verify_records(tree &in, const std::string &file, const range_records &rang
 }
 
 // The ranges that are blocked, against those that are exempt and asked first.
-void verify_opposite_ranges(tree &in) {
+static void verify_opposite_ranges(tree &in) {
     for (const configuration_file &list : list_files()) {
         if (!list.range_file || list.decides) {
             continue;
@@ -119,11 +113,9 @@ void verify_opposite_ranges(tree &in) {
     }
 }
 
-bool ends_in(std::string_view text, std::string_view end) {
+static bool ends_in(std::string_view text, std::string_view end) {
     return text.size() > end.size() && text.substr(text.size() - end.size()) == end;
 }
-
-} // namespace
 
 void verify_ranges(tree &in) {
     for (const std::string &file : in.list("")) {
@@ -139,9 +131,9 @@ void verify_ranges(tree &in) {
 
 // --- compiled patterns ---
 
-namespace {
+static constexpr std::string_view pattern_suffix = ".cregexes";
 
-constexpr std::string_view pattern_suffix = ".cregexes";
+namespace {
 
 struct stored_expression {
     TRex record = {};
@@ -150,8 +142,10 @@ struct stored_expression {
     }
 };
 
+} // namespace
+
 // What the engine says to the first node of a block that it refuses; "" when it takes all.
-std::string why_refused(const TRex &expression) {
+static std::string why_refused(const TRex &expression) {
     engine_messages messages;
     for (int32_t i = 0; i < expression.nallocated; ++i) {
         if (!__trex_node_is_valid(&expression, &expression.nodes[i])) {
@@ -161,7 +155,7 @@ std::string why_refused(const TRex &expression) {
     return messages.take();
 }
 
-void verify_blocks(tree &in, const std::string &file, FILE *stream) {
+static void verify_blocks(tree &in, const std::string &file, FILE *stream) {
     engine_messages messages;
     stored_expression expression;
     for (unsigned block = 1;; ++block) {
@@ -189,7 +183,7 @@ void verify_blocks(tree &in, const std::string &file, FILE *stream) {
     }
 }
 
-void verify_pattern_file(tree &in, const std::string &file) {
+static void verify_pattern_file(tree &in, const std::string &file) {
     ++in.files;
     const engine_messages silent;
     const platform::stream_ptr stream(platform::stream_open(in.path(file).c_str(), "rb"));
@@ -204,8 +198,6 @@ void verify_pattern_file(tree &in, const std::string &file) {
     }
     verify_blocks(in, file, stream.get());
 }
-
-} // namespace
 
 void verify_patterns(tree &in) {
     for (const std::string &name : in.list("dynaregex")) {
@@ -222,12 +214,12 @@ void verify_patterns(tree &in) {
 
 // --- block maps ---
 
-namespace {
+static constexpr uint32_t table_size = 1024;
+static constexpr uint32_t bitmap_size = 8192;
+static constexpr uint32_t lists_nothing = 0;
+static constexpr uint32_t lists_all = 0xFFFFFFFF;
 
-constexpr uint32_t table_size = 1024;
-constexpr uint32_t bitmap_size = 8192;
-constexpr uint32_t lists_nothing = 0;
-constexpr uint32_t lists_all = 0xFFFFFFFF;
+namespace {
 
 class map_reader {
   public:
@@ -308,7 +300,9 @@ class map_reader {
     unsigned found_ = 0;
 };
 
-std::set<std::string> named_maps(tree &in) {
+} // namespace
+
+static std::set<std::string> named_maps(tree &in) {
     std::set<std::string> names;
     for (const configuration_file &file : configuration_files) {
         std::string bytes;
@@ -323,8 +317,6 @@ std::set<std::string> named_maps(tree &in) {
     names.erase("");
     return names;
 }
-
-} // namespace
 
 void verify_block_maps(tree &in) {
     const std::set<std::string> names = named_maps(in);
@@ -343,13 +335,11 @@ void verify_block_maps(tree &in) {
 
 // --- counters ---
 
-namespace {
+static constexpr const char *daily_files = path_in_base(configured("log/.counterv2.dat"));
+static constexpr const char *hourly_file = path_in_base(configured("log/.counterv2.dat.hourly"));
 
-constexpr const char *daily_files = path_in_base(configured("log/.counterv2.dat"));
-constexpr const char *hourly_file = path_in_base(configured("log/.counterv2.dat.hourly"));
-
-void verify_counter_file(tree &in, const std::string &file, uint64_t wanted,
-                         int (*is_valid)(vc_handle)) {
+static void verify_counter_file(tree &in, const std::string &file, uint64_t wanted,
+                                int (*is_valid)(vc_handle)) {
     if (!in.has(file)) {
         return;
     }
@@ -373,8 +363,6 @@ void verify_counter_file(tree &in, const std::string &file, uint64_t wanted,
     }
 }
 
-} // namespace
-
 void verify_counters(tree &in) {
     for (int month = 1; month <= 12; ++month) {
         const std::string digits = std::to_string(month);
@@ -386,14 +374,12 @@ void verify_counters(tree &in) {
 
 // --- the rest ---
 
-namespace {
-
 // The folders of texts that are written by hand, and so may end up in the other one. "" is the base
 // folder.
-constexpr std::array<std::string_view, 2> text_folders = {"", "control"};
+static constexpr std::array<std::string_view, 2> text_folders = {"", "control"};
 
 // Where a text of this name belongs; "" when nowhere in particular.
-std::string right_place(std::string_view name) {
+static std::string right_place(std::string_view name) {
     for (const configuration_file &file : configuration_files) {
         for (const std::string_view folder : text_folders) {
             if (file.kind != file_kind::ranges && joined(folder, name) == path_in_base(file)) {
@@ -403,8 +389,6 @@ std::string right_place(std::string_view name) {
     }
     return {};
 }
-
-} // namespace
 
 void verify_other_files(tree &in) {
     for (const std::string_view folder : text_folders) {

@@ -30,9 +30,13 @@ struct list {
     std::vector<entry> entries;
 };
 
-bool has_star(const std::string &text) {
+} // namespace
+
+static bool has_star(const std::string &text) {
     return text.find('*') != std::string::npos;
 }
+
+namespace {
 
 // Finds the first of a list's wildcard entries that matches a text. Those of the form "*end"
 // without operators, nearly all, are looked up by their end.
@@ -74,10 +78,12 @@ class wildcards {
     std::vector<const entry *> others_;
 };
 
+} // namespace
+
 // --- lines by themselves ---
 
 // What is odd about an entry that works; "" for nothing.
-std::string why_odd(file_kind kind, const std::string &text) {
+static std::string why_odd(file_kind kind, const std::string &text) {
     if (kind != file_kind::addresses || text == "bounce message") {
         return {};
     }
@@ -100,13 +106,15 @@ std::string why_odd(file_kind kind, const std::string &text) {
 
 // The line below an entry that begins with a TAB is its comment for the editor, but an entry for
 // lookups.
-bool is_comment_that_matches(file_kind kind, const std::string &text) {
+static bool is_comment_that_matches(file_kind kind, const std::string &text) {
     if (std::any_of(text.begin(), text.end(), is_space)) {
         return false;
     }
     return kind == file_kind::addresses ? text.find_first_of("@*") != std::string::npos
                                         : kind == file_kind::ips && vc_is_ip(text.c_str()) != 0;
 }
+
+namespace {
 
 class list_reader {
   public:
@@ -184,11 +192,17 @@ class list_reader {
     bool below_entry_ = false;
 };
 
+} // namespace
+
 // --- lines together ---
+
+namespace {
 
 using first_lines = std::map<std::string, const entry *>;
 
-first_lines first_lines_of(const list &in) {
+} // namespace
+
+static first_lines first_lines_of(const list &in) {
     first_lines firsts;
     for (const entry &read : in.entries) {
         firsts.emplace(lower(read.text), &read);
@@ -196,11 +210,11 @@ first_lines first_lines_of(const list &in) {
     return firsts;
 }
 
-std::string line_text(const entry &read) {
+static std::string line_text(const entry &read) {
     return "line " + std::to_string(read.line);
 }
 
-void find_duplicates(tree &in, const list &of) {
+static void find_duplicates(tree &in, const list &of) {
     const first_lines firsts = first_lines_of(of);
     wildcards earlier;
     progress bar(path_in_base(*of.file), of.entries.size());
@@ -230,7 +244,7 @@ void find_duplicates(tree &in, const list &of) {
 }
 
 // A list whose entries are asked only after those of its opposite.
-void compare_with_opposite(tree &in, const list &of, const list &opposite) {
+static void compare_with_opposite(tree &in, const list &of, const list &opposite) {
     const first_lines firsts = first_lines_of(opposite);
     wildcards patterns;
     for (const entry &read : opposite.entries) {
@@ -258,7 +272,8 @@ void compare_with_opposite(tree &in, const list &of, const list &opposite) {
 }
 
 // Addresses that a range file holds already.
-void compare_with_ranges(tree &in, const list &of, const std::string &file, const char *relation) {
+static void compare_with_ranges(tree &in, const list &of, const std::string &file,
+                                const char *relation) {
     const range_records ranges = in.ranges(file);
     const range_cover cover(ranges.records);
     for (const entry &read : of.entries) {
@@ -272,14 +287,14 @@ void compare_with_ranges(tree &in, const list &of, const std::string &file, cons
     }
 }
 
-const list *find_list(const std::vector<list> &lists, std::string_view name) {
+static const list *find_list(const std::vector<list> &lists, std::string_view name) {
     const auto at = std::find_if(lists.begin(), lists.end(), [name](const list &one) {
         return name == path_in_base(*one.file);
     });
     return at == lists.end() ? nullptr : &*at;
 }
 
-void compare_lists(tree &in, const list &of, const std::vector<list> &lists) {
+static void compare_lists(tree &in, const list &of, const std::vector<list> &lists) {
     find_duplicates(in, of);
     const char *const opposite_name = of.file->opposite;
     const list *const opposite =
@@ -295,8 +310,6 @@ void compare_lists(tree &in, const list &of, const std::vector<list> &lists) {
         }
     }
 }
-
-} // namespace
 
 void verify_lists(tree &in) {
     std::vector<list> lists;
