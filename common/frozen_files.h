@@ -15,6 +15,7 @@ struct frozen_list;     // engine/matching: the index of a list file
 struct frozen_ranges;   // engine/matching: the records of a range file, sorted
 struct frozen_patterns; // engine/matching: a file of compiled patterns, decoded
 struct ksf_index;       // known_sender_forgery: the declarations by domain
+struct frozen_domains;  // common/site: the mail server's domains
 
 // What a path is, and what it holds. A file has its bytes; its form is what the format's own module
 // made of them, null where a look goes through the bytes as it goes through a file.
@@ -30,6 +31,7 @@ struct frozen_file {
     frozen_ranges *ranges; //
     frozen_patterns *patterns;
     ksf_index *declarations;
+    frozen_domains *domains;
 };
 
 // The rows are sorted by path, so that each is there once.

@@ -15,4 +15,8 @@ namespace quillfence {
 // reading the registry and the file.
 int is_local_domain(const char *address);
 
+// The path of Mail Enable's table as a new string; null without Mail Enable, and without memory
+// (ERROR: ENOMEM).
+char *__domain_table_path();
+
 } // namespace quillfence

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "platform/directory.h"
+#include "platform/error_numbers.h"
 #include "platform/file.h"
 #include "text.h"
 
@@ -58,26 +59,27 @@ std::string archive_name(std::string_view path) {
 
 // --- what is on the disk ------------------------------------------------------------------------
 
-static std::vector<disk_names::listed> listing_of(const std::string &folder) {
-    std::vector<disk_names::listed> found;
-    platform::directory_listing *listing = nullptr;
-    if (platform::directory_open(folder.c_str(), &listing)) {
+static disk_names::listing listing_of(const std::string &folder) {
+    disk_names::listing found;
+    platform::directory_listing *opened = nullptr;
+    if ((found.error = platform::directory_open(folder.c_str(), &opened))) {
         return found;
     }
     platform::directory_entry entry = {};
-    while (!platform::directory_next(listing, &entry)) {
+    while (!(found.error = platform::directory_next(opened, &entry))) {
         const std::string name = entry.name;
         if (name != "." && name != "..") {
-            found.push_back({name, (entry.attributes & platform::attribute_directory) != 0});
+            found.names.push_back({name, (entry.attributes & platform::attribute_directory) != 0});
         }
     }
-    platform::directory_close(listing);
-    std::sort(found.begin(), found.end(),
+    platform::directory_close(opened);
+    found.error = found.error == platform::error_no_more_files ? 0 : found.error;
+    std::sort(found.names.begin(), found.names.end(),
               [](const auto &a, const auto &b) { return a.name < b.name; });
     return found;
 }
 
-const std::vector<disk_names::listed> &disk_names::in_folder(const std::string &folder) {
+const disk_names::listing &disk_names::in_folder(const std::string &folder) {
     const auto known = folders_.find(folder);
     return known != folders_.end() ? known->second
                                    : folders_.emplace(folder, listing_of(folder)).first->second;
@@ -98,21 +100,24 @@ static std::string spelled_in(const std::vector<disk_names::listed> &folder,
     return found.empty() ? name : found;
 }
 
+std::string disk_names::spelled_below(const std::string &folder, const std::string &name) {
+    std::string spelled;
+    for (size_t begin = 0; begin < name.size();) {
+        const size_t end = std::min(name.find('/', begin), name.size());
+        const std::string above = spelled.empty() ? folder : data_files::joined(folder, spelled);
+        spelled = data_files::joined(
+            spelled, spelled_in(in_folder(above + '/').names, name.substr(begin, end - begin)));
+        begin = end + 1;
+    }
+    return spelled;
+}
+
 std::string disk_names::spelled(const std::string &name) {
     if (name.size() < 2 || name[1] != '/') {
         return name;
     }
-    std::string folder = name.substr(0, 1) + ":";
-    std::string spelled = name.substr(0, 1);
-    for (size_t begin = 2; begin <= name.size();) {
-        const size_t end = std::min(name.find('/', begin), name.size());
-        const std::string part =
-            spelled_in(in_folder(folder + '/'), name.substr(begin, end - begin));
-        folder += '/' + part;
-        spelled += '/' + part;
-        begin = end + 1;
-    }
-    return spelled;
+    return data_files::joined(name.substr(0, 1),
+                              spelled_below(name.substr(0, 1) + ":", name.substr(2)));
 }
 
 } // namespace quillfence::decision

@@ -24,16 +24,22 @@ class disk_names {
     // case of ASCII letters. Parts that are not there, and names that begin with "root", stay as
     // they are.
     std::string spelled(const std::string &name);
-    // Everything in a folder but "." and "..", sorted; nothing when it can't be listed. Borrowed
-    // until the next call.
+    // The same of a relative name, "control/enabled", below a folder.
+    std::string spelled_below(const std::string &folder, const std::string &name);
+
     struct listed {
         std::string name;
         bool folder;
     };
-    const std::vector<listed> &in_folder(const std::string &folder);
+    // Everything in a folder but "." and "..", sorted.
+    struct listing {
+        uint32_t error = 0; // a Win32 number; names has what was listed up to it
+        std::vector<listed> names;
+    };
+    const listing &in_folder(const std::string &folder); // borrowed
 
   private:
-    std::map<std::string, std::vector<listed>> folders_;
+    std::map<std::string, listing> folders_;
 };
 
 } // namespace quillfence::decision

@@ -5,9 +5,11 @@
 #include <cstring>
 
 #include "configuration.h"
+#include "frozen_domains.h"
 #include "frozen_list.h"
 #include "frozen_patterns.h"
 #include "frozen_ranges.h"
+#include "is_local_domain.h"
 #include "known_sender_forgery_funcs.h"
 #include "quillfence-file.h"
 #include "revision.h"
@@ -79,6 +81,7 @@ static void release_row(frozen_file *row) {
     frozen_ranges_free(row->ranges);
     frozen_patterns_free(row->patterns);
     ksf_index_free(row->declarations);
+    frozen_domains_free(row->domains);
     free(row->path);
     free(row->bytes);
 }
@@ -262,6 +265,20 @@ static void make_declarations(loading *l, frozen_file *row) {
     }
 }
 
+static void make_domains(loading *l, const char *path) {
+    frozen_file *const row = find_row(l, path);
+    if (!row || !row->bytes || l->failed) {
+        return;
+    }
+    row->domains = frozen_domains_make(row->bytes, row->size);
+    if (!row->domains) {
+        no_memory(l);
+    } else if (!has_room(l, frozen_domains_size(row->domains))) {
+        frozen_domains_free(row->domains);
+        row->domains = nullptr;
+    }
+}
+
 static void make_form(loading *l, const configuration_file &file, const char *path) {
     frozen_file *const row = find_row(l, path);
     if (!row || !row->bytes || l->failed) {
@@ -278,7 +295,7 @@ static void make_form(loading *l, const configuration_file &file, const char *pa
     }
 }
 
-static void make_forms(loading *l, const char *user_dir) {
+static void make_forms(loading *l, const char *user_dir, const char *domain_table) {
     l->form_bytes_left = spare_form_bytes;
     for (size_t i = 0; i < l->files->row_count; ++i) {
         l->form_bytes_left += 2 * l->files->rows[i].size;
@@ -289,6 +306,9 @@ static void make_forms(loading *l, const char *user_dir) {
             const heap_string path(__build_path(user_dir, path_in_base(file)));
             path ? make_form(l, file, path.get()) : no_memory(l);
         }
+    }
+    if (domain_table) {
+        make_domains(l, domain_table);
     }
 }
 
@@ -323,11 +343,15 @@ frozen_files *snapshot_load(const char *user_dir, snapshot_report *report) {
         .files = files, .room = 0, .report = report, .failed = false, .form_bytes_left = 0};
     read_catalogue(&l, user_dir);
     read_maps(&l);
+    const heap_string domain_table(__domain_table_path());
+    if (domain_table) {
+        read_path(&l, domain_table.get());
+    }
     if (!l.failed) {
         compare_again(&l);
     }
     if (!l.failed) {
-        make_forms(&l, user_dir);
+        make_forms(&l, user_dir, domain_table.get());
     }
     if (!l.failed) {
         index_rows(&l);
@@ -343,7 +367,8 @@ static uint64_t size_of_forms(const frozen_file &row) {
     return (row.list ? frozen_list_size(row.list) : 0) +
            (row.ranges ? frozen_ranges_size(row.ranges) : 0) +
            (row.patterns ? frozen_patterns_size(row.patterns) : 0) +
-           (row.declarations ? ksf_index_size(row.declarations) : 0);
+           (row.declarations ? ksf_index_size(row.declarations) : 0) +
+           (row.domains ? frozen_domains_size(row.domains) : 0);
 }
 
 uint64_t snapshot_size(const frozen_files *files) {

@@ -11,10 +11,10 @@
 // more.
 //
 // Frozen are the files of the catalogue (configuration.h) that decide something, a user's own
-// lists, and the block maps that the control files name. All else is left to the files: what can't
-// be read, a file above largest_frozen_file, map names behind the first most_frozen_maps; and what
-// the engine asks of others, which are the registry, the mail server's files and the country
-// database.
+// lists, the block maps that the control files name, and the mail server's table of its domains.
+// All else is left to the files: what can't be read, a file above largest_frozen_file, map names
+// behind the first most_frozen_maps; and what the engine asks of others, which are the registry,
+// the mail server's other files and the country database.
 #pragma once
 
 #include "frozen_files.h"

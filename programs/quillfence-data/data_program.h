@@ -4,11 +4,13 @@
 #include "program.h"
 
 namespace quillfence::data_files {}
+namespace quillfence::verification {}
 
 namespace quillfence::data_tool {
 
 using namespace data_files;
 using namespace programs;
+using namespace verification;
 
 // Each is defined in the file of its name.
 command regex_command();

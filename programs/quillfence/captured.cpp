@@ -4,6 +4,8 @@
 
 #include "bundle.h"
 #include "explained.h"
+#include "keyed_digest.h"
+#include "redact.h"
 #include "text.h"
 
 namespace quillfence::programs {
@@ -64,15 +66,37 @@ static std::string contents_of(const decision::written_bundle &bundle) {
     }
     std::string text = counted(files, "file") + " of the configuration (" + size_text(bytes) + ")";
     for (const std::string &map : bundle.cut) {
-        text += ", of " + map + " only what it answered";
+        text += ", of " + map.substr(map.rfind('/') + 1) + " only what it answered";
     }
     return text;
 }
 
 // --- the file -----------------------------------------------------------------------------------
 
+static std::string key_of(const std::string &path) {
+    data_files::key_file read = data_files::read_key_file(path);
+    if (!read.failed.empty()) {
+        throw failure("--redact: " + read.failed);
+    }
+    if (!read.warning.empty()) {
+        complain("--redact: " + read.warning);
+    }
+    return std::move(read.key);
+}
+
 capture::capture(const explain_arguments &arguments)
-    : wanted_(arguments), out_(arguments.capture, platform::file_rights::of_owner) {}
+    : wanted_(arguments), out_(arguments.capture, platform::file_rights::of_owner),
+      key_(arguments.redact.empty() ? "" : key_of(arguments.redact)) {}
+
+test_case capture::redacted(const test_case &which) {
+    decision::redact_result result =
+        decision::redact(which, {.key = key_, .domains = wanted_.redact_domains}, {});
+    if (!result.refused.empty()) {
+        throw failure("--redact: " + result.refused);
+    }
+    add(&contents_, "pseudonyms in place of " + counted(result.pseudonyms, "name"));
+    return std::move(result.made);
+}
 
 void capture::write_document(const test_case &which) {
     std::string text;
@@ -95,14 +119,14 @@ void capture::take(const test_case &which) {
     if (wanted_.with_config) {
         write_with_files(which);
     } else {
-        write_document(which);
+        write_document(key_.empty() ? which : redacted(which));
     }
 }
 
 void capture::commit() {
     out_.commit();
     complain(wanted_.capture + ": a case with " + contents_ +
-             "; mail addresses of people are in it");
+             (key_.empty() ? "; mail addresses of people are in it" : ""));
 }
 
 } // namespace quillfence::programs

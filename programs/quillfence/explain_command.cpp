@@ -217,7 +217,15 @@ static option_group capture_options(explain_arguments *to) {
          {"--cut-maps",
           &to->cut_maps,
           "Of block maps put in only what they answered",
-          {.needs = {"--with-config"}}}},
+          {.needs = {"--with-config"}}},
+         {"--redact",
+          &to->redact,
+          "Put pseudonyms in place of people's names; the file holds a key for them",
+          {.value = "KEYFILE", .excludes = {"--with-config"}, .needs = {"--capture"}}},
+         {"--redact-domains",
+          &to->redact_domains,
+          "And in place of domains",
+          {.needs = {"--redact"}}}},
     };
 }
 

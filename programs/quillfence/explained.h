@@ -32,6 +32,8 @@ struct explain_arguments {
     std::string capture;      // a file to write the case to; "" for none
     bool with_config = false; // a bundle
     bool cut_maps = false;
+    std::string redact; // a file with a key; "" for none
+    bool redact_domains = false;
 };
 
 struct explained {

@@ -2,7 +2,7 @@
 """Archives, judged by others: what is written here is read by GNU tar and by Python's tarfile, and
 what they write is read here, or refused with a reason.
 
-    tar_judges_test.py [--runner=LAUNCHER] TAR_TOOL
+    tar_judges_test.py [--runner=LAUNCHER] TAR_TOOL SOURCE_FOLDER
 
 LAUNCHER runs the tool on a Windows build (a list as CMake has it).
 """
@@ -10,6 +10,7 @@ LAUNCHER runs the tool on a Windows build (a list as CMake has it).
 import hashlib
 import io
 import os
+import re
 import shutil
 import subprocess
 import sys
@@ -22,6 +23,7 @@ RUNNER = []
 if sys.argv[1].startswith("--runner="):
     RUNNER = [word for word in sys.argv.pop(1).split("=", 1)[1].split(";") if word]
 TOOL = os.path.abspath(sys.argv.pop(1))
+PAGE = Path(sys.argv.pop(1)) / "docs/formats/bundle.md"
 TAR = shutil.which("tar")
 
 ENTRIES = [
@@ -116,6 +118,16 @@ class WrittenHere(Case):
             if size is not None:
                 self.assertEqual(path.read_bytes(), contents(size)[:size], name)
                 self.assertEqual(int(path.stat().st_mtime), time)
+
+    def test_the_sample_of_the_format_page(self):
+        header = bytearray(512)
+        for offset, line in re.findall(r"^    ([0-9a-f]{3})  ((?:[0-9a-f]{2}[ \n]){16})", PAGE.read_text(),
+                                       re.MULTILINE):
+            header[int(offset, 16):int(offset, 16) + 16] = bytes.fromhex(line)
+        member = tarfile.TarInfo.frombuf(bytes(header), "utf-8", "strict")
+        self.assertEqual((member.name, member.size, member.mode), ("case.json", 3, 0o600))
+        self.pack([("case.json", 3, 0)])
+        self.assertEqual((self.folder / "x.tar").read_bytes()[:512], bytes(header))
 
     def test_the_same_entries_are_the_same_bytes(self):
         self.pack()

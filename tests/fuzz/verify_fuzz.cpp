@@ -55,9 +55,9 @@ void fuzz_one(fuzz_input &input) {
     without_debug_lines();
     fuzz_drive().make_folder(base);
     const std::map<std::string, std::string> files = write_files(input);
-    const std::vector<data_tool::finding> findings = data_tool::verify_tree(base).findings;
-    QF_PROMISE(data_tool::verify_tree(base).findings == findings);
-    for (const data_tool::finding &found : findings) {
+    const std::vector<verification::finding> findings = verification::verify_tree(base).findings;
+    QF_PROMISE(verification::verify_tree(base).findings == findings);
+    for (const verification::finding &found : findings) {
         QF_PROMISE(!found.file.empty() && !found.text.empty());
         for (const char c : found.text) {
             QF_PROMISE(c >= 0x20 && c < 0x7F);

@@ -88,7 +88,8 @@ class frozen_pattern_files : public drive_test {
                .list = nullptr,
                .ranges = nullptr,
                .patterns = made,
-               .declarations = nullptr};
+               .declarations = nullptr,
+               .domains = nullptr};
     }
     answer ask(const std::string &subject, const frozen_files *configuration) {
         evidence_watch watch;

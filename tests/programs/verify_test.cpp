@@ -1,4 +1,4 @@
-#include "verify.h"
+#include "verify_command.h"
 
 #include <filesystem>
 #include <fstream>

@@ -31,7 +31,7 @@ class crash_kill : public drive_test {
         EXPECT_NE(before, after);
         unsigned olds = 0;
         unsigned news = 0;
-        for (unsigned n = first; n < 2000; n += calls_between_kills) {
+        for (unsigned n = first; n < 2000; n += calls_between_kills * writer.calls_apart) {
             SCOPED_TRACE("killed at call " + std::to_string(n));
             prepare();
             const bool killed = killed_at(n, writer.name, [&] { writer.write(); });

@@ -13,10 +13,13 @@
 #include "drive_c.h"
 #include "heap_text.h"
 #include "lookup.h"
+#include "open_file.h"
 #include "quillfence-file.h"
 #include "quillfence-iprange.h"
 #include "quillfence-log.h"
 #include "quillfence-spam-hooks.h"
+#include "quillfence_program.h"
+#include "tar_reader.h"
 #include "tiny_rex_storage.h"
 #include "vc_hashmap.h"
 #include "vc_text.h"
@@ -34,6 +37,7 @@ struct crash_writer {
     bool lasts = true;                                // what was reported outlives a loss of power
     bool again_says = true;                           // writing once more is reported as success
     bool again_edits = true;                          // and is an edit like any other
+    unsigned calls_apart = 1;                         // not every call of a long run is a kill
 };
 
 // Runs something of the tool, whose report is not wanted here.
@@ -92,6 +96,24 @@ inline std::string patterns_seen(const drive_c &) {
     return seen;
 }
 
+// The names and bytes in an archive, but for the manifest, which has the time in it.
+inline std::string archive_seen(const drive_c &) {
+    data_files::open_file file;
+    decision::tar_reader reader([&file](void *bytes, size_t size, size_t *got) {
+        *got = 0;
+        return file.is_open() ? file.read(bytes, size, got) : 0;
+    });
+    file.open("c:/quillfence/out");
+    std::string seen;
+    for (decision::tar_entry entry; reader.next(&entry);) {
+        std::string bytes(static_cast<size_t>(entry.size), '\0');
+        size_t got = 0;
+        reader.read(bytes.data(), bytes.size(), &got);
+        seen += entry.name == "manifest.json" ? "" : entry.name + "=" + bytes.substr(0, got) + "\n";
+    }
+    return seen + reader.problem();
+}
+
 inline std::string map_file_seen(const drive_c &) {
     std::string seen;
     for (const ipv4 &one : {ipv4{10, 9, 9, 9}, ipv4{11, 1, 2, 3}, ipv4{12, 1, 2, 3}}) {
@@ -139,17 +161,21 @@ inline bool save_map(int from, int entries) {
     return saved;
 }
 
-inline bool run_tool(std::vector<std::string> words) {
+inline bool run_tool(std::vector<std::string> words,
+                     int (*program)(int, char **) = data_tool::run) {
     words.insert(words.begin(), "quillfence-data");
     std::vector<char *> argv;
     for (std::string &word : words) {
         argv.push_back(word.data());
     }
     argv.push_back(nullptr);
-    return data_tool::run(static_cast<int>(words.size()), argv.data()) == 0;
+    return program(static_cast<int>(words.size()), argv.data()) == 0;
 }
 inline bool compile_patterns() {
     return run_tool({"regex", "compile", "c:/quillfence/in", "c:/quillfence/out"});
+}
+inline bool collect_server() {
+    return run_tool({"collect", "c:/quillfence/out"}, programs::run_quillfence);
 }
 inline bool build_map() {
     return run_tool({"blockmap", "build", "c:/quillfence/in", "c:/quillfence/out"});
@@ -247,6 +273,13 @@ inline std::vector<crash_writer> crash_writers() {
              drive.write("c:/quillfence/in", "12.1.2.0/24\n");
          },
          build_map, map_file_seen},
+        {"collect", out,
+         [](const drive_c &drive) {
+             drive.write("c:/quillfence/from_blacklist", "*@old.example\n");
+             collect_server();
+             drive.write("c:/quillfence/from_blacklist", "*@new.example\n");
+         },
+         collect_server, archive_seen, true, true, true, 7},
         {"mail log", "c:/quillfence/log/qflog", have_log, log_a_line, log_seen, false},
     };
     for (const bool hourly : {false, true}) {

@@ -19,19 +19,25 @@
 #include "text.h"
 #include "tiny_rex_storage.h"
 
-namespace quillfence::data_tool {
+namespace quillfence::verification {
+
+namespace {
 
 // At most so many findings of one kind in one file.
-static constexpr unsigned most_findings = 10;
+constexpr unsigned most_findings = 10;
 
-static std::string record_name(uint32_t number) {
+std::string record_name(uint32_t number) {
     return "record " + std::to_string(number);
 }
 
+} // namespace
+
 // --- ranges ---
 
+namespace {
+
 // What is wrong with the file as a whole.
-static void verify_range_size(tree &in, const std::string &file, const range_records &ranges) {
+void verify_range_size(tree &in, const std::string &file, const range_records &ranges) {
     switch (ranges.state) {
     case range_state::missing:
         in.add_failure(file, "can't be read", ranges.error);
@@ -66,7 +72,7 @@ static void verify_range_size(tree &in, const std::string &file, const range_rec
     }
 }
 
-static void verify_records(tree &in, const std::string &file, const range_records &ranges) {
+void verify_records(tree &in, const std::string &file, const range_records &ranges) {
     const range_cover cover(ranges.records);
     for (const range_record &record : ranges.records) {
         const std::string name = record_name(record.number) + ", " + range_text(record) + ", ";
@@ -89,7 +95,7 @@ static void verify_records(tree &in, const std::string &file, const range_record
 }
 
 // The ranges that are blocked, against those that are exempt and asked first.
-static void verify_opposite_ranges(tree &in) {
+void verify_opposite_ranges(tree &in) {
     for (const configuration_file &list : list_files()) {
         if (!list.range_file || list.decides) {
             continue;
@@ -113,9 +119,11 @@ static void verify_opposite_ranges(tree &in) {
     }
 }
 
-static bool ends_in(std::string_view text, std::string_view end) {
+bool ends_in(std::string_view text, std::string_view end) {
     return text.size() > end.size() && text.substr(text.size() - end.size()) == end;
 }
+
+} // namespace
 
 void verify_ranges(tree &in) {
     for (const std::string &file : in.list("")) {
@@ -131,9 +139,9 @@ void verify_ranges(tree &in) {
 
 // --- compiled patterns ---
 
-static constexpr std::string_view pattern_suffix = ".cregexes";
-
 namespace {
+
+constexpr std::string_view pattern_suffix = ".cregexes";
 
 struct stored_expression {
     TRex record = {};
@@ -142,10 +150,8 @@ struct stored_expression {
     }
 };
 
-} // namespace
-
 // What the engine says to the first node of a block that it refuses; "" when it takes all.
-static std::string why_refused(const TRex &expression) {
+std::string why_refused(const TRex &expression) {
     engine_messages messages;
     for (int32_t i = 0; i < expression.nallocated; ++i) {
         if (!__trex_node_is_valid(&expression, &expression.nodes[i])) {
@@ -155,7 +161,7 @@ static std::string why_refused(const TRex &expression) {
     return messages.take();
 }
 
-static void verify_blocks(tree &in, const std::string &file, FILE *stream) {
+void verify_blocks(tree &in, const std::string &file, FILE *stream) {
     engine_messages messages;
     stored_expression expression;
     for (unsigned block = 1;; ++block) {
@@ -183,7 +189,7 @@ static void verify_blocks(tree &in, const std::string &file, FILE *stream) {
     }
 }
 
-static void verify_pattern_file(tree &in, const std::string &file) {
+void verify_pattern_file(tree &in, const std::string &file) {
     ++in.files;
     const engine_messages silent;
     const platform::stream_ptr stream(platform::stream_open(in.path(file).c_str(), "rb"));
@@ -198,6 +204,8 @@ static void verify_pattern_file(tree &in, const std::string &file) {
     }
     verify_blocks(in, file, stream.get());
 }
+
+} // namespace
 
 void verify_patterns(tree &in) {
     for (const std::string &name : in.list("dynaregex")) {
@@ -214,12 +222,12 @@ void verify_patterns(tree &in) {
 
 // --- block maps ---
 
-static constexpr uint32_t table_size = 1024;
-static constexpr uint32_t bitmap_size = 8192;
-static constexpr uint32_t lists_nothing = 0;
-static constexpr uint32_t lists_all = 0xFFFFFFFF;
-
 namespace {
+
+constexpr uint32_t table_size = 1024;
+constexpr uint32_t bitmap_size = 8192;
+constexpr uint32_t lists_nothing = 0;
+constexpr uint32_t lists_all = 0xFFFFFFFF;
 
 class map_reader {
   public:
@@ -302,7 +310,7 @@ class map_reader {
 
 } // namespace
 
-static std::set<std::string> named_maps(tree &in) {
+std::set<std::string> named_maps(tree &in) {
     std::set<std::string> names;
     for (const configuration_file &file : configuration_files) {
         std::string bytes;
@@ -335,11 +343,13 @@ void verify_block_maps(tree &in) {
 
 // --- counters ---
 
-static constexpr const char *daily_files = path_in_base(configured("log/.counterv2.dat"));
-static constexpr const char *hourly_file = path_in_base(configured("log/.counterv2.dat.hourly"));
+namespace {
 
-static void verify_counter_file(tree &in, const std::string &file, uint64_t wanted,
-                                int (*is_valid)(vc_handle)) {
+constexpr const char *daily_files = path_in_base(configured("log/.counterv2.dat"));
+constexpr const char *hourly_file = path_in_base(configured("log/.counterv2.dat.hourly"));
+
+void verify_counter_file(tree &in, const std::string &file, uint64_t wanted,
+                         int (*is_valid)(vc_handle)) {
     if (!in.has(file)) {
         return;
     }
@@ -363,6 +373,8 @@ static void verify_counter_file(tree &in, const std::string &file, uint64_t want
     }
 }
 
+} // namespace
+
 void verify_counters(tree &in) {
     for (int month = 1; month <= 12; ++month) {
         const std::string digits = std::to_string(month);
@@ -374,12 +386,14 @@ void verify_counters(tree &in) {
 
 // --- the rest ---
 
+namespace {
+
 // The folders of texts that are written by hand, and so may end up in the other one. "" is the base
 // folder.
-static constexpr std::array<std::string_view, 2> text_folders = {"", "control"};
+constexpr std::array<std::string_view, 2> text_folders = {"", "control"};
 
 // Where a text of this name belongs; "" when nowhere in particular.
-static std::string right_place(std::string_view name) {
+std::string right_place(std::string_view name) {
     for (const configuration_file &file : configuration_files) {
         for (const std::string_view folder : text_folders) {
             if (file.kind != file_kind::ranges && joined(folder, name) == path_in_base(file)) {
@@ -389,6 +403,8 @@ static std::string right_place(std::string_view name) {
     }
     return {};
 }
+
+} // namespace
 
 void verify_other_files(tree &in) {
     for (const std::string_view folder : text_folders) {
@@ -408,4 +424,4 @@ void verify_other_files(tree &in) {
     }
 }
 
-} // namespace quillfence::data_tool
+} // namespace quillfence::verification

@@ -11,19 +11,21 @@
 #include "vc_text.h"
 #include "vcspamrule.h"
 
-namespace quillfence::data_tool {
+namespace quillfence::verification {
 
-static constexpr std::string_view byte_order_mark = "\xEF\xBB\xBF";
+namespace {
 
-static bool starts_with_mark(std::string_view bytes) {
+constexpr std::string_view byte_order_mark = "\xEF\xBB\xBF";
+
+bool starts_with_mark(std::string_view bytes) {
     return bytes.substr(0, byte_order_mark.size()) == byte_order_mark;
 }
 
-static std::string_view without_cr(std::string_view text) {
+std::string_view without_cr(std::string_view text) {
     return !text.empty() && text.back() == '\r' ? text.substr(0, text.size() - 1) : text;
 }
 
-static std::string_view trimmed(std::string_view text) {
+std::string_view trimmed(std::string_view text) {
     while (!text.empty() && is_space(text.front())) {
         text.remove_prefix(1);
     }
@@ -32,6 +34,8 @@ static std::string_view trimmed(std::string_view text) {
     }
     return text;
 }
+
+} // namespace
 
 // --- control/enabled ---
 
@@ -61,9 +65,7 @@ namespace {
 // Why a name is of no use in its file; "" when nothing is wrong with it.
 using name_check = std::string (*)(const tree &in, const std::string &name);
 
-} // namespace
-
-static std::string check_rule(const tree &, const std::string &name) {
+std::string check_rule(const tree &, const std::string &name) {
     for (const rule_row &row : rule_rows()) {
         if (name == row.name) {
             return {};
@@ -79,16 +81,16 @@ static std::string check_rule(const tree &, const std::string &name) {
     return "there is no rule " + quoted(name);
 }
 
-static std::string check_map(const tree &in, const std::string &name) {
+std::string check_map(const tree &in, const std::string &name) {
     return in.has("bms/" + name) ? std::string() : "there is no block map bms/" + printable(name);
 }
 
-static std::string check_host(const tree &, const std::string &name) {
+std::string check_host(const tree &, const std::string &name) {
     return vc_valid_domain(name.c_str()) ? std::string() : quoted(name) + " is no domain name";
 }
 
 // Null for a file that does not hold names.
-static name_check check_of(file_kind kind) {
+name_check check_of(file_kind kind) {
     switch (kind) {
     case file_kind::rule_names:
         return check_rule;
@@ -101,21 +103,15 @@ static name_check check_of(file_kind kind) {
     }
 }
 
-namespace {
-
 struct name_file {
     const char *path;
     name_check check;
 };
-
-} // namespace
-
-static constexpr const char *list_of_maps = path_in_base(configured("bms/lists_to_update"));
-static constexpr const char *other_list_of_maps =
-    path_in_base(configured("bms/control/lists_to_update"));
+constexpr const char *list_of_maps = path_in_base(configured("bms/lists_to_update"));
+constexpr const char *other_list_of_maps = path_in_base(configured("bms/control/lists_to_update"));
 
 // The engine takes the whole line for the name, with whatever stands around it.
-static std::string why_no_name(std::string_view line) {
+std::string why_no_name(std::string_view line) {
     if (line.back() == '\r') {
         return "ends in CR, which the engine takes for a part of the name; end lines with LF alone";
     }
@@ -131,7 +127,7 @@ static std::string why_no_name(std::string_view line) {
     return {};
 }
 
-static void verify_name_lines(tree &in, const name_file &file, std::string_view bytes) {
+void verify_name_lines(tree &in, const name_file &file, std::string_view bytes) {
     std::map<std::string, uint32_t> seen;
     for (const text_line &line : lines_of(bytes)) {
         if (line.text.empty()) {
@@ -152,7 +148,7 @@ static void verify_name_lines(tree &in, const name_file &file, std::string_view 
     }
 }
 
-static void verify_name_file(tree &in, const name_file &file) {
+void verify_name_file(tree &in, const name_file &file) {
     std::string bytes;
     if (!in.has(file.path) || !in.read(file.path, &bytes)) {
         return;
@@ -168,12 +164,12 @@ static void verify_name_file(tree &in, const name_file &file) {
     verify_name_lines(in, file, bytes);
 }
 
-static bool is_empty_file(tree &in, const char *file) {
+bool is_empty_file(tree &in, const char *file) {
     std::string bytes;
     return in.read_again(file, &bytes) && bytes.empty();
 }
 
-static void verify_lists_of_maps(tree &in) {
+void verify_lists_of_maps(tree &in) {
     const bool first = in.has(list_of_maps) && !is_empty_file(in, list_of_maps);
     const bool second = in.has(other_list_of_maps) && !is_empty_file(in, other_list_of_maps);
     if (!first && !second) {
@@ -186,6 +182,8 @@ static void verify_lists_of_maps(tree &in) {
     }
 }
 
+} // namespace
+
 void verify_names(tree &in) {
     for (const configuration_file &file : configuration_files) {
         if (const name_check check = check_of(file.kind)) {
@@ -197,9 +195,11 @@ void verify_names(tree &in) {
 
 // --- control/valid_domain_ips ---
 
-static constexpr const char *forgery_list = path_in_base(configured("control/valid_domain_ips"));
+namespace {
 
-static std::vector<std::string> fields_of(std::string_view text, char separator) {
+constexpr const char *forgery_list = path_in_base(configured("control/valid_domain_ips"));
+
+std::vector<std::string> fields_of(std::string_view text, char separator) {
     std::vector<std::string> fields;
     for (size_t at = 0;;) {
         const size_t end = text.find(separator, at);
@@ -211,12 +211,12 @@ static std::vector<std::string> fields_of(std::string_view text, char separator)
     }
 }
 
-static bool is_prefix(const std::string &text) {
+bool is_prefix(const std::string &text) {
     return !text.empty() && text.size() <= 2 && std::all_of(text.begin(), text.end(), is_digit) &&
            text_to_int(text.c_str()) <= 32;
 }
 
-static std::string why_no_network(const std::string &item) {
+std::string why_no_network(const std::string &item) {
     const size_t slash = item.find('/');
     const std::optional<uint32_t> address = parse_address(item.substr(0, slash));
     if (!address) {
@@ -237,7 +237,7 @@ static std::string why_no_network(const std::string &item) {
     return prefix ? std::string() : "holds the address 0.0.0.0 alone, not every address";
 }
 
-static void verify_networks(tree &in, uint32_t line, const std::string &networks) {
+void verify_networks(tree &in, uint32_t line, const std::string &networks) {
     if (networks.empty()) {
         in.add(forgery_list, line, severity::error, "no networks: the line is ignored");
         return;
@@ -251,8 +251,7 @@ static void verify_networks(tree &in, uint32_t line, const std::string &networks
     }
 }
 
-static void verify_declaration(tree &in, const text_line &line,
-                               std::map<std::string, uint32_t> *seen) {
+void verify_declaration(tree &in, const text_line &line, std::map<std::string, uint32_t> *seen) {
     const std::vector<std::string> fields = fields_of(line.text, ':');
     if (fields.size() != 2) {
         in.add(forgery_list, line.number, severity::error,
@@ -274,6 +273,8 @@ static void verify_declaration(tree &in, const text_line &line,
     verify_networks(in, line.number, fields[1]);
 }
 
+} // namespace
+
 void verify_forgery_list(tree &in) {
     std::string bytes;
     if (!in.has(forgery_list) || !in.read(forgery_list, &bytes)) {
@@ -288,4 +289,4 @@ void verify_forgery_list(tree &in) {
     }
 }
 
-} // namespace quillfence::data_tool
+} // namespace quillfence::verification

@@ -15,7 +15,7 @@
 #include "vc_rfc.h"
 #include "vc_text.h"
 
-namespace quillfence::data_tool {
+namespace quillfence::verification {
 
 namespace {
 
@@ -30,13 +30,9 @@ struct list {
     std::vector<entry> entries;
 };
 
-} // namespace
-
-static bool has_star(const std::string &text) {
+bool has_star(const std::string &text) {
     return text.find('*') != std::string::npos;
 }
-
-namespace {
 
 // Finds the first of a list's wildcard entries that matches a text. Those of the form "*end"
 // without operators, nearly all, are looked up by their end.
@@ -78,12 +74,10 @@ class wildcards {
     std::vector<const entry *> others_;
 };
 
-} // namespace
-
 // --- lines by themselves ---
 
 // What is odd about an entry that works; "" for nothing.
-static std::string why_odd(file_kind kind, const std::string &text) {
+std::string why_odd(file_kind kind, const std::string &text) {
     if (kind != file_kind::addresses || text == "bounce message") {
         return {};
     }
@@ -106,15 +100,13 @@ static std::string why_odd(file_kind kind, const std::string &text) {
 
 // The line below an entry that begins with a TAB is its comment for the editor, but an entry for
 // lookups.
-static bool is_comment_that_matches(file_kind kind, const std::string &text) {
+bool is_comment_that_matches(file_kind kind, const std::string &text) {
     if (std::any_of(text.begin(), text.end(), is_space)) {
         return false;
     }
     return kind == file_kind::addresses ? text.find_first_of("@*") != std::string::npos
                                         : kind == file_kind::ips && vc_is_ip(text.c_str()) != 0;
 }
-
-namespace {
 
 class list_reader {
   public:
@@ -192,17 +184,11 @@ class list_reader {
     bool below_entry_ = false;
 };
 
-} // namespace
-
 // --- lines together ---
-
-namespace {
 
 using first_lines = std::map<std::string, const entry *>;
 
-} // namespace
-
-static first_lines first_lines_of(const list &in) {
+first_lines first_lines_of(const list &in) {
     first_lines firsts;
     for (const entry &read : in.entries) {
         firsts.emplace(lower(read.text), &read);
@@ -210,11 +196,11 @@ static first_lines first_lines_of(const list &in) {
     return firsts;
 }
 
-static std::string line_text(const entry &read) {
+std::string line_text(const entry &read) {
     return "line " + std::to_string(read.line);
 }
 
-static void find_duplicates(tree &in, const list &of) {
+void find_duplicates(tree &in, const list &of) {
     const first_lines firsts = first_lines_of(of);
     wildcards earlier;
     progress bar(path_in_base(*of.file), of.entries.size());
@@ -244,7 +230,7 @@ static void find_duplicates(tree &in, const list &of) {
 }
 
 // A list whose entries are asked only after those of its opposite.
-static void compare_with_opposite(tree &in, const list &of, const list &opposite) {
+void compare_with_opposite(tree &in, const list &of, const list &opposite) {
     const first_lines firsts = first_lines_of(opposite);
     wildcards patterns;
     for (const entry &read : opposite.entries) {
@@ -272,8 +258,7 @@ static void compare_with_opposite(tree &in, const list &of, const list &opposite
 }
 
 // Addresses that a range file holds already.
-static void compare_with_ranges(tree &in, const list &of, const std::string &file,
-                                const char *relation) {
+void compare_with_ranges(tree &in, const list &of, const std::string &file, const char *relation) {
     const range_records ranges = in.ranges(file);
     const range_cover cover(ranges.records);
     for (const entry &read : of.entries) {
@@ -287,14 +272,14 @@ static void compare_with_ranges(tree &in, const list &of, const std::string &fil
     }
 }
 
-static const list *find_list(const std::vector<list> &lists, std::string_view name) {
+const list *find_list(const std::vector<list> &lists, std::string_view name) {
     const auto at = std::find_if(lists.begin(), lists.end(), [name](const list &one) {
         return name == path_in_base(*one.file);
     });
     return at == lists.end() ? nullptr : &*at;
 }
 
-static void compare_lists(tree &in, const list &of, const std::vector<list> &lists) {
+void compare_lists(tree &in, const list &of, const std::vector<list> &lists) {
     find_duplicates(in, of);
     const char *const opposite_name = of.file->opposite;
     const list *const opposite =
@@ -311,6 +296,8 @@ static void compare_lists(tree &in, const list &of, const std::vector<list> &lis
     }
 }
 
+} // namespace
+
 void verify_lists(tree &in) {
     std::vector<list> lists;
     for (const configuration_file &file : list_files()) {
@@ -324,4 +311,4 @@ void verify_lists(tree &in) {
     }
 }
 
-} // namespace quillfence::data_tool
+} // namespace quillfence::verification

@@ -2,15 +2,12 @@
 
 #include <algorithm>
 #include <array>
-#include <iostream>
-#include <memory>
 #include <tuple>
 
-#include "command_line.h"
 #include "folder.h"
 #include "text.h"
 
-namespace quillfence::data_tool {
+namespace quillfence::verification {
 
 static constexpr std::array<const char *, 3> severity_names = {"error", "warning", "info"};
 
@@ -18,13 +15,13 @@ static const char *name_of(severity level) {
     return severity_names[static_cast<size_t>(level)];
 }
 
-static uint32_t count_of(const tree &in, severity level) {
+uint32_t count_of(const tree &in, severity level) {
     return static_cast<uint32_t>(
         std::count_if(in.findings.begin(), in.findings.end(),
                       [level](const finding &found) { return found.level == level; }));
 }
 
-static void write_lines(const tree &in, std::ostream &out) {
+void write_lines(const tree &in, std::ostream &out) {
     for (const finding &found : in.findings) {
         out << printable(in.path(found.file)) << ':';
         if (found.line) {
@@ -34,7 +31,7 @@ static void write_lines(const tree &in, std::ostream &out) {
     }
 }
 
-static void write_json(const tree &in, std::ostream &out) {
+void write_json(const tree &in, std::ostream &out) {
     out << "{\"base\":" << json_text(in.base) << ",\"files\":" << in.files
         << ",\"errors\":" << count_of(in, severity::error)
         << ",\"warnings\":" << count_of(in, severity::warning)
@@ -113,37 +110,4 @@ tree verify_tree(const std::string &base) {
     return in;
 }
 
-exit_status verify(const verify_arguments &arguments, std::ostream &out) {
-    const tree in = verify_tree(arguments.base);
-    if (arguments.json) {
-        write_json(in, out);
-    } else {
-        write_lines(in, out);
-    }
-    const uint32_t errors = count_of(in, severity::error);
-    const uint32_t warnings = count_of(in, severity::warning);
-    complain(counted(in.files, "file") + " checked: " + counted(errors, "error") + ", " +
-             counted(warnings, "warning"));
-    return errors || warnings ? exit_status::no : exit_status::done;
-}
-
-// --- the command line ---
-
-command verify_command() {
-    auto to = std::make_shared<verify_arguments>();
-    return {
-        .name = "verify",
-        .description = "Look all files of a configuration over",
-        .options = {{"BASEDIR", &to->base,
-                     "The server's c:/quillfence, or a copy of it; nothing in it is changed"},
-                    {"--json", &to->json, "Write a JSON object"}},
-        .footer = R"(One finding a line, as file:line: severity: text:
-  error    the file or line does not do what it is there for
-  warning  redundant, contradictory, or probably meant differently
-  info     worth knowing
-Exit status 1 when there is an error or a warning.)",
-        .run = [to] { return verify(*to, std::cout); },
-    };
-}
-
-} // namespace quillfence::data_tool
+} // namespace quillfence::verification

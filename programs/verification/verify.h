@@ -1,16 +1,21 @@
-// quillfence-data verify: looks every file of a configuration tree over. Nothing is changed.
+// Looks every file of a configuration tree over: what quillfence-data verify prints, and what goes
+// along with a collected server. Nothing is changed.
 #pragma once
 
 #include <cstdint>
 #include <ostream>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "data_program.h"
+#include "program.h"
 #include "range_records.h"
 
-namespace quillfence::data_tool {
+namespace quillfence::verification {
+
+using namespace data_files;
+using namespace programs;
 
 enum class severity {
     error,   // the file or line does not do what it is there for
@@ -59,17 +64,18 @@ void verify_block_maps(tree &in);   // the maps that the lists of maps name
 void verify_counters(tree &in);     // log/.counterv2.dat.*
 void verify_other_files(tree &in);  // names that the engine does not know
 
+// The block maps that the lists of maps name; a finding for a list that can't be read.
+std::set<std::string> named_maps(tree &in);
+
 // Everything; findings are sorted by file and line.
 //   base  the folder that stands for c:/quillfence
 // Throws a failure when base is no folder.
 tree verify_tree(const std::string &base);
 
-struct verify_arguments {
-    std::string base;
-    bool json = false;
-};
-// Writes "file:line: severity: text" for every finding, or one JSON object, and on standard error
-// what was looked at. exit_status::no when there are errors or warnings.
-exit_status verify(const verify_arguments &arguments, std::ostream &out);
+// "file:line: severity: text" for every finding.
+void write_lines(const tree &in, std::ostream &out);
+// One JSON object.
+void write_json(const tree &in, std::ostream &out);
+uint32_t count_of(const tree &in, severity level);
 
-} // namespace quillfence::data_tool
+} // namespace quillfence::verification
