@@ -50,6 +50,7 @@ explain_options explaining(const batch_options &options) {
     made.files = whole;
     made.times = whole;
     made.configuration = options.configuration;
+    made.pattern_lines = options.pattern_lines;
     made.substitutes = options.substitutes;
     return made;
 }

@@ -19,6 +19,8 @@
 
 namespace quillfence::decision {
 
+class pattern_line_files; // pattern_line_files.h
+
 struct batch_options {
     std::vector<std::string> inputs; // paths, "-" for standard input
     std::optional<input_format> format{};
@@ -27,8 +29,9 @@ struct batch_options {
     bool report = false; // the replayer's lists as well; `whole` and `line` have them anyway
 
     std::string user_dir{};
-    const frozen_files *configuration = nullptr;  // null: the files, read for every question
-    const file_substitute *substitutes = nullptr; // what if: see call_context.h
+    const frozen_files *configuration = nullptr;       // null: the files, read for every question
+    const pattern_line_files *pattern_lines = nullptr; // read with it; null: read when needed
+    const file_substitute *substitutes = nullptr;      // what if: see call_context.h
 
     // Where DNS answers come from, all borrowed. Without any, what a decision record brings with it
     // is used, and everything else is missing.

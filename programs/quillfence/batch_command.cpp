@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cmath>
 #include <memory>
+#include <optional>
 #include <thread>
 
 #include "answers.h"
@@ -13,6 +14,7 @@
 #include "engine_messages.h"
 #include "loaded_configuration.h"
 #include "open_file.h"
+#include "pattern_line_files.h"
 #include "platform/error_numbers.h"
 #include "platform/file.h"
 #include "platform/interruption.h"
@@ -339,9 +341,11 @@ static exit_status batch(const batch_arguments &arguments) {
     answers.put_into(arguments, &options);
     options.substitutes = engine.substitutes();
     loaded_configuration loaded;
+    std::optional<decision::pattern_line_files> pattern_lines;
     if (!options.substitutes) { // whose lists are not what was loaded
         loaded = load_configuration(options.user_dir);
         options.configuration = loaded.get();
+        options.pattern_lines = &pattern_lines.emplace(*loaded);
     }
     const interruptible until_wanted;
     const auto begin = std::chrono::steady_clock::now();
