@@ -69,21 +69,32 @@ std::string zone_of(std::string_view name) {
 
 memo_source::memo_source(source &next, memo_choice choice) : next_(next), choice_(choice) {}
 
+std::string memo_source::watched_zone(const question &asked) const {
+    return choice_.leaves_zones_alone ? zone_of(asked.name) : "";
+}
+
+std::optional<answer> memo_source::known(const std::string &key, const std::string &zone) {
+    const std::lock_guard guard(lock_);
+    if (auto answered = remembered(key)) {
+        return answered;
+    }
+    const auto status = reason_to_leave(zone);
+    return status ? std::optional(answer_of_status(*status)) : std::nullopt;
+}
+
+std::optional<answer> memo_source::known(const question &asked) {
+    return known(key_of(asked), watched_zone(asked));
+}
+
 answer memo_source::ask(const question &asked) {
     const std::string key = key_of(asked);
-    const std::string zone = choice_.leaves_zones_alone ? zone_of(asked.name) : "";
-    {
-        const std::lock_guard guard(lock_);
-        if (auto known = remembered(key)) {
-            return std::move(*known);
-        }
-        if (const auto status = reason_to_leave(zone)) {
-            return answer_of_status(*status);
-        }
+    const std::string zone = watched_zone(asked);
+    if (auto at_hand = known(key, zone)) {
+        return std::move(*at_hand);
     }
     answer got = next_.ask(asked);
     const std::lock_guard guard(lock_);
-    count(zone, got);
+    count(zone, asked, got);
     if (vc_dns_code(got.status) != vc_dns_failed) {
         keep(key, got);
     }
@@ -130,8 +141,14 @@ std::optional<uint32_t> memo_source::reason_to_leave(const std::string &zone) co
     return place->second.status;
 }
 
-void memo_source::count(const std::string &zone, const answer &got) {
-    if (zone.empty()) {
+// Whether the servers had too little time to be judged by their silence.
+static bool was_hurried(const question &asked, const answer &got) {
+    constexpr std::chrono::seconds fair{3};
+    return got.status == platform::dns_status_timeout && asked.limit && *asked.limit < fair;
+}
+
+void memo_source::count(const std::string &zone, const question &asked, const answer &got) {
+    if (zone.empty() || was_hurried(asked, got)) {
         return;
     }
     if (!is_servers_failure(got.status)) {

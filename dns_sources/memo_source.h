@@ -15,7 +15,8 @@ namespace quillfence::dns_sources {
 
 struct memo_choice {
     // A zone whose servers failed three times without an answer in between is left alone for the
-    // rest of the run: questions get the last failure's status. For runs of many transactions.
+    // rest of the run: questions get the last failure's status. For runs of many transactions. A
+    // silence within a limit of less than 3 seconds says nothing about the servers.
     bool leaves_zones_alone = false;
     // About the memory that the answers may take. When it is full, those that were not asked for
     // since it was half full are forgotten.
@@ -28,6 +29,8 @@ class memo_source : public source {
     explicit memo_source(source &next, memo_choice choice = {});
 
     answer ask(const question &asked) override;
+    // The answer that ask() would give without asking anybody; nothing when there is none.
+    std::optional<answer> known(const question &asked);
 
     // The zones that are left alone, sorted.
     std::vector<std::string> zones_left_alone() const;
@@ -39,10 +42,12 @@ class memo_source : public source {
     };
     using answers = std::unordered_map<std::string, answer>;
 
+    std::string watched_zone(const question &asked) const; // "" for none
+    std::optional<answer> known(const std::string &key, const std::string &zone);
     std::optional<answer> remembered(const std::string &key);
     std::optional<uint32_t> reason_to_leave(const std::string &zone) const;
     void keep(const std::string &key, const answer &got);
-    void count(const std::string &zone, const answer &got);
+    void count(const std::string &zone, const question &asked, const answer &got);
 
     source &next_;
     const memo_choice choice_;

@@ -29,4 +29,20 @@ void recorded_source::rewind() {
     }
 }
 
+const std::vector<answer> *recorded_source::answers_to(const question &asked) const {
+    const auto place = recorded_.find({name_key(asked.name), asked.type});
+    return place == recorded_.end() ? nullptr : &place->second.answers;
+}
+
+answer recorded_walk::ask(const question &asked) {
+    const std::vector<answer> *const answers = of_.answers_to(asked);
+    if (!answers) {
+        return otherwise_ ? otherwise_->ask(asked) : answer_of_status(status_missing);
+    }
+    size_t &next = places_[answers];
+    const answer &given = (*answers)[next];
+    next += next + 1 < answers->size();
+    return given;
+}
+
 } // namespace quillfence::dns_sources

@@ -21,6 +21,10 @@ class recorded_source : public source {
     // From here on every question gets its first answer again.
     void rewind();
 
+    // The answers to a question, in their order; null when there is none. Borrowed, until another
+    // is added.
+    const std::vector<answer> *answers_to(const question &asked) const;
+
   private:
     struct sequence {
         std::vector<answer> answers; // never empty
@@ -29,6 +33,26 @@ class recorded_source : public source {
 
     std::mutex lock_;
     std::map<std::pair<std::string, uint16_t>, sequence> recorded_;
+};
+
+// The same answers for many transactions, each of which begins with the first ones. One for each
+// thread; all borrow the one recorded_source, to which nothing is added any more.
+class recorded_walk : public source {
+  public:
+    // Others are asked of `otherwise`, borrowed; without it they are missing.
+    explicit recorded_walk(const recorded_source &of, source *otherwise = nullptr)
+        : of_(of), otherwise_(otherwise) {}
+
+    answer ask(const question &asked) override;
+    // The next transaction.
+    void rewind() {
+        places_.clear();
+    }
+
+  private:
+    const recorded_source &of_;
+    source *const otherwise_;
+    std::map<const std::vector<answer> *, size_t> places_;
 };
 
 } // namespace quillfence::dns_sources

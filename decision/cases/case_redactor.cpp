@@ -256,6 +256,7 @@ class leak_search {
     std::string run() {
         for (uint32_t i = 1; found_.empty() && i < document_[0].end; i = document_[i].end) {
             top_ = document_[i].name;
+            depth_ = 0;
             look_at(i, top_);
         }
         return found_;
@@ -264,20 +265,24 @@ class leak_search {
   private:
     void look_at(uint32_t node, std::string_view member) {
         const json_node &value = document_[node];
-        if (has_own_names(value)) {
+        if (is_named_by_the_case()) {
             judge(node, {top_, member, text_kind::text}, value.name);
         }
         if (value.is == json_kind::text || (value.is == json_kind::number && top_ == "extra")) {
             look_at_text(node, member);
         }
+        ++depth_;
         for (uint32_t i = node + 1; found_.empty() && i < value.end; i = document_[i].end) {
-            look_at(i, value.is == json_kind::object ? document_[i].name : member);
+            if (top_ != "expect" || document_[i].name != "rules") { // rules, and their outcomes
+                look_at(i, value.is == json_kind::object ? document_[i].name : member);
+            }
         }
+        --depth_;
     }
 
-    // Members that the case names.
-    bool has_own_names(const json_node &value) const {
-        return (top_ == "extra" || top_ == "zonedata") && !value.name.empty();
+    // Members whose names are no words of ours.
+    bool is_named_by_the_case() const {
+        return (top_ == "extra" && depth_ > 0) || (top_ == "zonedata" && depth_ == 1);
     }
 
     void look_at_text(uint32_t node, std::string_view member) {
@@ -353,7 +358,8 @@ class leak_search {
     const json_document &document_;
     const personal_names &names_;
     const std::unordered_set<std::string> &said_;
-    std::string_view top_;
+    std::string_view top_; // the document's member that is looked at
+    unsigned depth_ = 0;   // below it
     std::string found_;
 };
 

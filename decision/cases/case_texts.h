@@ -24,8 +24,8 @@ struct text_place {
     text_kind is;
 };
 
-// What a member's text is, by the names of the document's member and of its own. All that stands in
-// "extra" is text.
+// What a member's text is, by the names of the document's member and of its own. A member that
+// nothing is known of may hold anything, and so may all in "extra".
 text_kind kind_of_text(std::string_view top, std::string_view member);
 
 // Whether what stands in that member of the document was made from the rest: by a program, not by

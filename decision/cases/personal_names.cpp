@@ -6,14 +6,43 @@ namespace quillfence::decision {
 
 static constexpr size_t shortest_bare_name = 3;
 static constexpr size_t longest_domain = 255; // of the DNS
+static constexpr size_t longest_phrase = 320;
 static constexpr size_t longest_quoted_local_part = 320;
 
-// Whether one of a text's words, in lower case, is such a word.
+// --- sorted keys ---
+
+namespace {
+
+// Those of the sorted keys that begin with what has been read.
+struct key_range {
+    const std::string *first;
+    const std::string *last;
+};
+
+} // namespace
+
+static key_range narrowed(key_range from, size_t depth, char next) {
+    const auto byte = static_cast<unsigned char>(next);
+    const auto key_byte = [depth](const std::string &key) {
+        return static_cast<unsigned char>(key[depth]);
+    };
+    const std::string *const first =
+        std::partition_point(from.first, from.last, [&](const std::string &key) {
+            return key.size() <= depth || key_byte(key) < byte;
+        });
+    return {first, std::partition_point(first, from.last, [&](const std::string &key) {
+                return key_byte(key) == byte;
+            })};
+}
+
+// --- words ---
+
+// Whether one of a text's words is such a word, given as (where it stands, itself in lower case).
 template <class Function>
 static bool any_word(std::string_view text, const Function &is_such) {
     size_t at = 0;
     for (word_place word{}; next_word(text, at, &word); at = word.at + word.size) {
-        if (is_such(lower_case(text.substr(word.at, word.size)))) {
+        if (is_such(word.at, lower_case(text.substr(word.at, word.size)))) {
             return true;
         }
     }
@@ -163,6 +192,48 @@ bool personal_names::stands_for_domain(std::string_view local, word_place place)
     return (behind || before) && is_domain(lower_case(local.substr(place.at, place.size)));
 }
 
+// Several words with a short one among them, which is no name by itself: a+b.
+void personal_names::learn_phrase(std::string_view local) {
+    size_t words = 0;
+    bool has_short = false;
+    size_t begin = 0;
+    size_t end = 0;
+    for (word_place word{}; next_word(local, end, &word); end = word.at + word.size) {
+        begin = words++ ? begin : word.at;
+        has_short |= word.size < shortest_bare_name;
+    }
+    if (words > 1 && has_short && end - begin <= longest_phrase) {
+        phrases_.emplace_back(local.substr(begin, end - begin));
+    }
+}
+
+// Whether no word goes on in what follows one.
+static bool ends_word(std::string_view behind) {
+    const size_t next = behind.find_first_not_of(".-");
+    return next == std::string_view::npos || !is_word_byte(behind[next]);
+}
+
+// The bytes of the longest phrase that stands at a place in a text; 0 for none.
+size_t personal_names::phrase_at(std::string_view text, size_t at) const {
+    key_range keys{phrases_.data(), phrases_.data() + phrases_.size()};
+    size_t found = 0;
+    for (size_t size = 0; keys.first != keys.last; ++size) {
+        if (keys.first->size() == size && ends_word(text.substr(at + size))) {
+            found = size;
+        }
+        if (at + size == text.size()) {
+            break;
+        }
+        keys = narrowed(keys, size, lower_case(text.substr(at + size, 1))[0]);
+    }
+    return found;
+}
+
+static void make_sorted(std::vector<std::string> *keys) {
+    std::sort(keys->begin(), keys->end());
+    keys->erase(std::unique(keys->begin(), keys->end()), keys->end());
+}
+
 void personal_names::settle() {
     for (const std::string &local : locals_) {
         with_words(local, [this](std::string_view in, word_place word) {
@@ -172,9 +243,12 @@ void personal_names::settle() {
             return "";
         });
     }
+    for (const std::string &local : locals_) {
+        learn_phrase(local);
+    }
     locals_.clear();
-    std::sort(addresses_.begin(), addresses_.end());
-    addresses_.erase(std::unique(addresses_.begin(), addresses_.end()), addresses_.end());
+    make_sorted(&phrases_);
+    make_sorted(&addresses_);
 }
 
 // --- domains ---
@@ -206,17 +280,27 @@ bool personal_names::goes_as_domain(const std::string &word) const {
 
 // --- replacing ---
 
+std::string personal_names::in_word(std::string_view word, scope which) {
+    const std::string plain = lower_case(word);
+    if (goes_as_domain(plain)) {
+        return pseudonyms_.of_domain(word);
+    }
+    const bool is_name =
+        which == scope::words && word.size() >= shortest_bare_name && names_.contains(plain);
+    return is_name ? pseudonyms_.of(word) : std::string(word);
+}
+
 std::string personal_names::in_words(std::string_view text, scope which) {
-    return with_words(text, [this, which](std::string_view in, word_place place) {
-        const std::string_view word = in.substr(place.at, place.size);
-        const std::string plain = lower_case(word);
-        if (goes_as_domain(plain)) {
-            return pseudonyms_.of_domain(word);
-        }
-        const bool is_name =
-            which == scope::words && word.size() >= shortest_bare_name && names_.contains(plain);
-        return is_name ? pseudonyms_.of(word) : std::string(word);
-    });
+    std::string made;
+    size_t at = 0;
+    for (word_place word{}; next_word(text, at, &word);) {
+        const size_t phrase = which == scope::words ? phrase_at(text, word.at) : 0;
+        const std::string_view found = text.substr(word.at, phrase ? phrase : word.size);
+        made += text.substr(at, word.at - at);
+        made += phrase ? in_name(found) : in_word(found, which);
+        at = word.at + found.size();
+    }
+    return made += text.substr(at);
 }
 
 std::string personal_names::in_name(std::string_view local) {
@@ -301,30 +385,6 @@ std::string personal_names::in_path(std::string_view path) {
 
 // --- checking ---
 
-namespace {
-
-// Those of the sorted keys that begin with what has been read.
-struct key_range {
-    const std::string *first;
-    const std::string *last;
-};
-
-} // namespace
-
-static key_range narrowed(key_range from, size_t depth, char next) {
-    const auto byte = static_cast<unsigned char>(next);
-    const auto key_byte = [depth](const std::string &key) {
-        return static_cast<unsigned char>(key[depth]);
-    };
-    const std::string *const first =
-        std::partition_point(from.first, from.last, [&](const std::string &key) {
-            return key.size() <= depth || key_byte(key) < byte;
-        });
-    return {first, std::partition_point(first, from.last, [&](const std::string &key) {
-                return key_byte(key) == byte;
-            })};
-}
-
 // Whether one of the keys goes on as the text does, to its own end.
 static bool goes_on(key_range keys, size_t depth, std::string_view text) {
     for (size_t at = 0; keys.first != keys.last; ++at, ++depth) {
@@ -365,12 +425,12 @@ bool personal_names::holds_address(std::string_view text) const {
 
 bool personal_names::holds_domain(std::string_view text) const {
     return with_domains_ &&
-           any_word(text, [this](const std::string &word) { return goes_as_domain(word); });
+           any_word(text, [this](size_t, const std::string &word) { return goes_as_domain(word); });
 }
 
 bool personal_names::holds_name(std::string_view text) const {
-    return any_word(text, [this](const std::string &word) {
-        return word.size() >= shortest_bare_name && names_.contains(word);
+    return any_word(text, [&](size_t at, const std::string &word) {
+        return (word.size() >= shortest_bare_name && names_.contains(word)) || phrase_at(text, at);
     });
 }
 

@@ -83,7 +83,7 @@ class personal_names {
     bool holds_address(std::string_view text) const;
     // Whether it holds a domain that is to go.
     bool holds_domain(std::string_view text) const;
-    // Whether it holds one of the names, of at least three bytes, as a whole word.
+    // Whether it holds one of the names, of at least three bytes, as a whole word or several.
     bool holds_name(std::string_view text) const;
 
     // How many words and domains there are to replace, and how many pseudonyms were computed.
@@ -103,6 +103,9 @@ class personal_names {
     bool is_kept(const std::string &word) const;
     bool stands_for_domain(std::string_view local, word_place place) const;
     std::string in_fact(std::string_view text);
+    void learn_phrase(std::string_view local);
+    size_t phrase_at(std::string_view text, size_t at) const;
+    std::string in_word(std::string_view word, scope which);
     std::string in_words(std::string_view text, scope which);
     std::string in_found_addresses(std::string_view text, scope which);
     std::string in_component(std::string_view component);
@@ -117,6 +120,7 @@ class personal_names {
     std::unordered_set<std::string> names_;   // words of local parts
     std::unordered_set<std::string> domains_; // with their parents of two labels or more
     std::unordered_set<std::string> zones_;   // that stay
+    std::vector<std::string> phrases_;   // sorted: words of a local part and what is between them
     std::vector<std::string> addresses_; // sorted: the local part from its end on, "@", the domain
 };
 

@@ -169,33 +169,35 @@ static std::string what_is_left(const case_redactor &redactor, const test_case &
                         "pseudonym";
 }
 
+// Why a redacted case is not the original's equal; "" when it is. `after` receives its decision.
+static std::string other_decision(const replay_result &before, const test_case &made,
+                                  const replay_options &options, replay_result *after) {
+    *after = replay(made, options);
+    const std::string failed = refusal_of(*after);
+    const std::string change = failed.empty() ? first_change(before.record, after->record) : "";
+    return change.empty() ? failed : with_advice(change);
+}
+
 redact_result redact(const test_case &which, const redaction &how, const replay_options &options) {
-    redact_result result;
     const replay_result before = replay(which, options);
-    result.refused = refusal_of(before);
-    if (!result.refused.empty()) {
-        return result;
+    if (before.failed) {
+        return {.refused = refusal_of(before)};
     }
     case_redactor redactor(which, before.record, how.key, how.domains);
-    const replay_result after = replay(redactor.made(), options);
-    result.refused = refusal_of(after);
-    if (!result.refused.empty()) {
-        return result;
-    }
-    const std::string change = first_change(before.record, after.record);
-    if (!change.empty()) {
-        result.refused = with_advice(change);
-        return result;
+    const test_case without_exception = redactor.made();
+    replay_result after;
+    std::string why = other_decision(before, without_exception, options, &after);
+    if (!why.empty()) {
+        return {.refused = why};
     }
     redactor.learn_said(after.record, after.server);
-    result.made = redactor.made();
-    result.pseudonyms = redactor.names().computed();
-    result.refused = first_of({lost_expectation(which, before.record, result.made, after.record),
-                               what_is_left(redactor, result.made)});
-    if (!result.refused.empty()) {
-        result.made = {};
+    redact_result result{.made = redactor.made(), .pseudonyms = redactor.names().computed()};
+    if (result.made.server != without_exception.server) { // other answers than were tried
+        why = other_decision(before, result.made, options, &after);
     }
-    return result;
+    why = first_of({why, lost_expectation(which, before.record, result.made, after.record),
+                    what_is_left(redactor, result.made)});
+    return why.empty() ? result : redact_result{.refused = why};
 }
 
 } // namespace quillfence::decision

@@ -40,7 +40,7 @@ struct redact_result {
     //   "the case can't be decided: out of memory"
     std::string refused{};
     test_case made{};
-    size_t pseudonyms = 0; // how many words were replaced
+    size_t pseudonyms = 0; // how many different words were replaced
 };
 
 // The engine must have been started, and its files be those that the case is decided with.

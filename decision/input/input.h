@@ -48,6 +48,7 @@ struct input_transaction {
     std::string id;   // "" when the input has none
     std::string time; // RFC 3339 in UTC; likewise
     std::vector<extra_member> extra;
+    std::vector<dns_record> dns; // the answers that a decision record brings with it
     bool operator==(const input_transaction &) const = default;
 };
 

@@ -1,5 +1,5 @@
-// A decision record, of which the transaction is taken with its id, time and extra members; or a
-// transaction alone, whose other members are "id", "time" and extra ones.
+// A decision record, of which the transaction is taken with its id, time, extra members and DNS
+// answers; or a transaction alone, whose other members are "id", "time" and extra ones.
 #include "input_formats.h"
 #include "record_reader.h"
 
@@ -30,6 +30,19 @@ void take_extra(const json_document &document, std::vector<extra_member> *extra)
     for (uint32_t i = node + 1; i < document[node].end; i = document[i].end) {
         extra->emplace_back(document[i].name, document.compact(i));
     }
+}
+
+bool take_answers(const json_document &document, std::vector<dns_record> *answers,
+                  json_problem *problem) {
+    const uint32_t node = document.member(0, "dns");
+    if (!node) {
+        return true;
+    }
+    auto read = read_answers(document, node, problem);
+    if (read) {
+        *answers = std::move(*read);
+    }
+    return read.has_value();
 }
 
 bool has_facts(const transaction &of) {
@@ -69,6 +82,9 @@ input_result read_json_input(std::string_view unit) {
         return refused_at(document, node, "holds no fact of a transaction");
     }
     read.transaction = *transaction;
+    if (whole && !take_answers(document, &read.dns, &result.problem)) {
+        return result;
+    }
     if (whole) {
         take_extra(document, &read.extra);
     } else {

@@ -61,6 +61,19 @@ std::optional<transaction> read_transaction(const json_document &document, uint3
     return in.failed() ? std::nullopt : std::optional(std::move(of));
 }
 
+std::optional<std::vector<dns_record>> read_answers(const json_document &document, uint32_t node,
+                                                    json_problem *problem) {
+    *problem = {};
+    reading in{document, problem};
+    std::vector<dns_record> answers;
+    if (document[node].is == json_kind::object) {
+        read_value(in, node, &answers.emplace_back());
+    } else {
+        read_value(in, node, &answers);
+    }
+    return in.failed() ? std::nullopt : std::optional(std::move(answers));
+}
+
 bool check_record_schema(const json_document &document, json_problem *problem) {
     *problem = {};
     reading in{document, problem};

@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "decision_record.h"
 #include "json_reader.h"
@@ -25,6 +26,10 @@ std::optional<decision_record> read_record(const json_document &document, json_p
 std::optional<transaction> read_transaction(const json_document &document, uint32_t node,
                                             std::vector<extra_member> *extra,
                                             json_problem *problem);
+
+// The list of DNS questions with their answers, the array at a node; or a single one, an object.
+std::optional<std::vector<dns_record>> read_answers(const json_document &document, uint32_t node,
+                                                    json_problem *problem);
 
 // Whether the document says that it is a decision record of a version that is known.
 bool check_record_schema(const json_document &document, json_problem *problem);

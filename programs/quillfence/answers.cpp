@@ -11,8 +11,7 @@ namespace quillfence::programs {
 
 using dns_sources::source;
 
-// The zones of the DNS block lists, one a line of the configuration's file; none without it.
-static std::vector<std::string> block_list_zones() {
+std::vector<std::string> block_list_zones() {
     std::string bytes;
     std::vector<std::string> zones;
     if (!data_files::read_file(std::string(quillfence_base_dir) + "rbl.enabled", &bytes)) {
@@ -25,13 +24,15 @@ static std::vector<std::string> block_list_zones() {
 
 // --- the parts ---
 
-static std::unique_ptr<dns_sources::live_source> live_of(const answer_options &options) {
-    auto live = options.server.empty() ? std::make_unique<dns_sources::live_source>()
-                                       : std::make_unique<dns_sources::live_source>(options.server);
-    if (const uint32_t error = options.server.empty() ? 0 : live->usable()) {
+std::unique_ptr<dns_sources::live_source> live_dns(const std::string &server) {
+    if (server.empty()) {
+        return std::make_unique<dns_sources::live_source>();
+    }
+    auto live = std::make_unique<dns_sources::live_source>(server);
+    if (const uint32_t error = live->usable()) {
         throw failure(error == platform::error_not_supported
                           ? "--server: the system's own DNS client asks the system's servers only"
-                          : "--server: " + data_files::quoted(options.server) +
+                          : "--server: " + data_files::quoted(server) +
                                 " is no server; write an address, as in 192.0.2.53, "
                                 "192.0.2.53:5353 or [2001:db8::53]:5353");
     }
@@ -96,7 +97,7 @@ source &answer_stack::system_of(const answer_options &options) {
         system_ = std::make_unique<dns_sources::off_source>();
         return *system_;
     }
-    system_ = live_of(options);
+    system_ = live_dns(options.server);
     deadline_ = deadline_of(options, *system_);
     return *deadline_;
 }
@@ -120,7 +121,7 @@ case_answers::case_answers(const answer_options &options, const std::string &cli
     dns_sources::off_source nobody;
     given_of(options, client, nobody); // what can't be understood is told now
     if (dns() != decision::case_dns::recorded && options.dns != dns_is_off) {
-        system_ = live_of(options);
+        system_ = live_dns(options.server);
         deadline_ = deadline_of(options, *system_);
         memo_ = std::make_unique<dns_sources::memo_source>(*deadline_);
     }

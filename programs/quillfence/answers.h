@@ -25,6 +25,12 @@ struct answer_options {
     std::vector<std::string> answers; // name, type, value; name, type, value ...
 };
 
+// The DNS of the system, or of another server ("" for none). Throws a failure for one that can't be
+// asked.
+std::unique_ptr<dns_sources::live_source> live_dns(const std::string &server);
+// The zones of the DNS block lists, one a line of the configuration's file; none without it.
+std::vector<std::string> block_list_zones();
+
 // The DNS, and nobody else unless that is asked for.
 inline constexpr char dns_is_live[] = "live";
 inline constexpr char dns_is_off[] = "off";

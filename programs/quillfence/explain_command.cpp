@@ -130,32 +130,6 @@ static option_group transaction_options(explain_arguments *to) {
     };
 }
 
-static option_group configuration_options(explain_arguments *to) {
-    return {
-        "The configuration",
-        {{"--drive-c",
-          &to->drive_c,
-          "The folder that holds the server's quillfence/, or a copy of it",
-          {.value = "DIR"}},
-         {"--registry",
-          &to->registry,
-          "An export of the server's registry (.reg)",
-          {.value = "FILE"}},
-         {"--user-dir",
-          &to->user_dir,
-          "The recipient's own folder of lists; below c: it is looked for in --drive-c",
-          {.value = "DIR"}},
-         {"--with-list",
-          &to->with_list,
-          "What if LIST had this LINE? As in --with-list from_blacklist '*@x.example'",
-          {.value = "LIST LINE", .values_at_once = 2}},
-         {"--without-list",
-          &to->without_list,
-          "What if LIST had no such LINE?",
-          {.value = "LIST LINE", .values_at_once = 2}}},
-    };
-}
-
 static option_group dns_options(answer_options *to) {
     return {
         "The DNS",

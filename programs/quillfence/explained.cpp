@@ -59,23 +59,6 @@ static decision::input_transaction transaction_of(const explain_arguments &argum
 
 // --- the surroundings ---------------------------------------------------------------------------
 
-static void check_folders(const std::string &user_dir) {
-    require_directory(quillfence_base_dir,
-                      "name the folder that holds the server's quillfence/ with --drive-c");
-    if (!user_dir.empty()) {
-        require_directory(user_dir, "--user-dir is a user's own folder of lists");
-    }
-}
-
-static void change_lists(const explain_arguments &arguments, what_if *changed) {
-    for (size_t i = 0; i + 1 < arguments.with_list.size(); i += 2) {
-        changed->add(arguments.with_list[i], arguments.with_list[i + 1]);
-    }
-    for (size_t i = 0; i + 1 < arguments.without_list.size(); i += 2) {
-        changed->remove(arguments.without_list[i], arguments.without_list[i + 1]);
-    }
-}
-
 namespace {
 
 // The engine's lines go into the record; what it says at its start goes to standard error.

@@ -6,24 +6,20 @@
 #include <vector>
 
 #include "answers.h"
+#include "configured_engine.h"
 #include "explain_facts.h"
 #include "replay.h"
 
 namespace quillfence::programs {
 
-struct explain_arguments {
+struct explain_arguments : configuration_arguments {
     named_facts facts;
     std::vector<std::string> values; // the replayer's
     std::string input;               // a file with transactions; "-" for standard input
     std::string from;                // its format; "" for what it looks like
     uint64_t number = 0;             // which of them
     std::string case_file;           // a case or bundle in place of all of these
-    std::string drive_c;
-    std::string registry;
-    std::string user_dir;
     answer_options answers;
-    std::vector<std::string> with_list;    // list, line; list, line ...
-    std::vector<std::string> without_list; // likewise
     bool all = false;
     std::string rule;
     bool json = false;

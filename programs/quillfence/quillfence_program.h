@@ -7,6 +7,7 @@ namespace quillfence::programs {
 
 // Each is defined in the file of its name, explain_command.cpp for one.
 command explain_command();
+command batch_command();
 command collect_command();
 command test_command();
 

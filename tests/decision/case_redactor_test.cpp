@@ -336,7 +336,11 @@ TEST(case_redactor, words_of_ours_are_no_leak) {
     original.record.transaction.sender = "timeout@x.example";
     original.record.transaction.recipient = "ptr@x.example";
     original.record.transaction.authuser = "4096";
-    original.zonedata = std::vector<zone_name>{{"x.example", {{"", "TIMEOUT"}}}};
+    original.record.transaction.helo = "hit@x.example accept@x.example";
+    original.zonedata = std::vector<zone_name>{{"x.example", {{"", "TIMEOUT"}}},
+                                               {"y.example", {{"PTR", "x.example"}}}};
+    original.expect.rules = {{"hit", {"hit"}}};
+    original.expect.verdict = {"accept"};
     original.server.registry = {{"SOFTWARE\\X", "n", "REG_DWORD", "4096"}};
     original.record.extra = {{"size", "4096"}, {"ratio", "-4.5e3"}};
     case_redactor redactor(original, {}, pseudonym_key, false);

@@ -81,7 +81,10 @@ TEST(personal_names, in_texts) {
         // A short one only before "@", a long one as a word.
         {"this is is@example.org", "this is <is>@example.org"},
         {"the operator's news", "the <operator>'s <news>"},
-        {"\"a b\"@x.example and a b", "\"<a> <b>\"@x.example and a b"},
+        {"\"a b\"@x.example and b a", "\"<a> <b>\"@x.example and b a"},
+        // Short words as they stand together.
+        {"of A b: c:\\\"a b\"\\x, a b-c, a  b", "of <A> <b>: c:\\\"<a> <b>\"\\x, a b-c, a  b"},
+        {"a a b b", "a <a> <b> b"},
         // An address inside of an address, with a domain that is known.
         {"bounce+eve=x.example@list.example", "<bounce>+<eve>=x.example@list.example"},
         {"SRS0=Hx=7=x.example=eve@fwd.example", "<SRS0>=<Hx>=<7>=x.example=<eve>@fwd.example"},
@@ -194,8 +197,12 @@ TEST(personal_names, what_is_left_is_found) {
         {"al@x.example.LST", true, false},
         {"al@elsewhere.example", false, false},
         {"hal@x.example", false, false},
-        {"a b@x.example", true, false},
+        {"a b@x.example", true, true},
         {"b@x.example", false, false},
+        {"(A B)", false, true},
+        {"a b.", false, true},
+        {"a b.c", false, false},
+        {"aa b", false, false},
         {"bob.smith@mail.example.org", true, true},
         {"*@y.example", false, false},
         {"@@al@x.example", true, false},
@@ -208,13 +215,21 @@ TEST(personal_names, what_is_left_is_found) {
 
 // What took the square of a text's length would not come to an end here.
 TEST(personal_names, long_texts_of_all_that_is_looked_for) {
-    constexpr size_t size = 1 << 18;
+    constexpr size_t size = 1 << 17;
     std::vector<std::string> people;
     for (size_t length = 1; length < 300; ++length) {
         people.push_back(std::string(length, 'a') + "@x.example");
     }
-    for (const char *part : {"@", "\"@", "\\\"@", "a@", "a", "\xff", ":", "1:", "::", ".", "=a",
-                             "/a", "a ", "a.", "x.example ", "aaaaaaaaaaaaaaaaaaaa@x.exampl "}) {
+    for (size_t length = 1; length < 150; ++length) {
+        std::string words;
+        for (size_t n = 0; n < length; ++n) {
+            words += "b ";
+        }
+        people.push_back('"' + words + "c\"@x.example");
+    }
+    for (const char *part :
+         {"@", "\"@", "\\\"@", "a@", "a", "\xff", ":", "1:", "::", ".", "=a", "/a", "a ", "a.",
+          "b ", "x.example ", "aaaaaaaaaaaaaaaaaaaa@x.exampl "}) {
         std::string text;
         while (text.size() < size) {
             text += part;

@@ -162,5 +162,42 @@ TEST(memo, threads) {
     EXPECT_EQ(memo.zones_left_alone(), texts{"x.example"});
 }
 
+TEST(memo, what_is_known_is_told_without_asking) {
+    scripted_source behind([](const question &asked) {
+        return asked.name == "a.example." ? answer_of_server(3, {}) : answer_of_server(2, {});
+    });
+    memo_source memo(behind, {.leaves_zones_alone = true});
+    EXPECT_EQ(memo.known(ask_for("a.example.")), std::nullopt);
+    EXPECT_TRUE(behind.asked().empty());
+    memo.ask(ask_for("a.example."));
+    ASSERT_TRUE(memo.known(ask_for("A.EXAMPLE")));
+    EXPECT_EQ(memo.known(ask_for("A.EXAMPLE"))->status, nxdomain);
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(memo.known(ask_for("b.example.")), std::nullopt);
+        memo.ask(ask_for("b.example."));
+    }
+    ASSERT_TRUE(memo.known(ask_for("b.example."))) << "its zone is left alone";
+    EXPECT_EQ(memo.known(ask_for("b.example."))->status, servfail);
+    EXPECT_EQ(behind.asked().size(), 4u);
+}
+
+// A transaction that had no time left says nothing about the servers.
+TEST(memo, a_hurried_silence_does_not_count) {
+    scripted_source behind(answer_of_status(timed_out));
+    memo_source memo(behind, {.leaves_zones_alone = true});
+    question hurried = ask_for("a.example.");
+    hurried.limit = std::chrono::milliseconds(2999);
+    for (int i = 0; i < 5; ++i) {
+        memo.ask(hurried);
+    }
+    EXPECT_TRUE(memo.zones_left_alone().empty());
+    question patient = ask_for("a.example.");
+    patient.limit = std::chrono::milliseconds(3000);
+    for (int i = 0; i < 3; ++i) {
+        memo.ask(patient);
+    }
+    EXPECT_EQ(memo.zones_left_alone(), texts{"a.example"});
+}
+
 } // namespace
 } // namespace quillfence::testing

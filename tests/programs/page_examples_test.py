@@ -12,9 +12,10 @@ An example is an indented block that begins with "$ " and a command:
     0
 
 A line "..." stands for any lines. "echo $?" shows the exit status of the command before it; where
-it is not asked for, it is 0. "| jq -c .MEMBER" shows one member of a JSON document. "cat FILE"
-shows a file that a command before it made; else what it shows is the file that is meant from there
-on. LAUNCHER runs the programs on a Windows build (a list as CMake has it).
+it is not asked for, it is 0. "| jq -c .MEMBER" shows one member of each line's JSON document, and
+"printf TEXT |" gives a program its input. "cat FILE" shows a file that a command before it made;
+else what it shows is the file that is meant from there on. LAUNCHER runs the programs on a Windows
+build (a list as CMake has it).
 """
 
 import json
@@ -27,11 +28,12 @@ from whole_program import ARGUMENTS, RUNNER, FolderTest, main, run
 
 QUILLFENCE, REPLAYER, SOURCE = (Path(argument).resolve() for argument in ARGUMENTS)
 
-PAGES = ["README.md", "docs/cases.md", "docs/explain.md"]
+PAGES = ["README.md", "docs/batch.md", "docs/cases.md", "docs/explain.md"]
 # What differs from run to run and between the systems.
 NORMALISED = [
     (r"\b\d+(\.\d+)? ms\b", "0 ms"),
     (r"\b\d+ us\b", "0 us"),
+    (r"\(\d+\.\d s, \d+ a second\)", "(0.0 s, 812 a second)"),
     (r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z", "2026-11-22T00:00:00.000Z"),
     (r"\d+\.\d+\.\d+ \((linux|windows)-x86_64\)", "1.0.0 (linux-x86_64)"),
 ]
@@ -77,9 +79,9 @@ class PagesTest(FolderTest):
         shutil.copytree(SOURCE / "examples", self.folder / "examples")
         shutil.copytree(SOURCE / "examples" / "drive_c", self.folder / "drive_c")
 
-    def run_program(self, *command):
+    def run_program(self, *command, text=""):
         """Exit status and everything that a terminal would show."""
-        status, out, err = run(command, self.folder, QUILLFENCE_EVENT_LOG="-",
+        status, out, err = run(command, self.folder, text=text, QUILLFENCE_EVENT_LOG="-",
                                QUILLFENCE_DRIVE_C=str(self.folder / "drive_c"))
         return status, out + err
 
@@ -92,9 +94,12 @@ class PagesTest(FolderTest):
 
     def run_example(self, command, shown):
         words = shlex.split(command, comments=True)
+        member, text = None, ""
+        if words[0] == "printf":
+            (_, text), words = words[:words.index("|")], words[words.index("|") + 1:]
+            text = text.replace("\\n", "\n")
         if words[0] == "cat":
             return self.show_file(words[1], shown)
-        member = None
         if "|" in words:
             words, (jq, option, member) = words[:words.index("|")], words[words.index("|") + 1:]
             self.assertEqual((jq, option, member[0]), ("jq", "-c", "."), command)
@@ -102,14 +107,18 @@ class PagesTest(FolderTest):
         if name == "./explain":
             arguments = ["explain", "--drive-c", "examples/drive_c",
                          *(arguments or sample_of("explain"))]
+        elif arguments[:1] == ["batch"]:
+            arguments[1:1] = ["--drive-c", "examples/drive_c"]
         elif name == "./cases":
             arguments = ["test", "--drive-c", "examples/drive_c",
                          *(arguments or ["examples/cases"])]
-        status, got = self.run_program({"./explain": QUILLFENCE, "./cases": QUILLFENCE, "quillfence": QUILLFENCE,
+        status, got = self.run_program({"./explain": QUILLFENCE, "./cases": QUILLFENCE,
+                                        "quillfence": QUILLFENCE,
                                         "./replay": REPLAYER}[name],
-                                       *(arguments or sample_of("replay")))
+                                       *(arguments or sample_of("replay")), text=text)
         if member:
-            got = json.dumps(json.loads(got)[member[1:]], separators=(",", ":")) + "\n"
+            members = [json.loads(line).get(member[1:]) for line in got.splitlines()]
+            got = "".join(json.dumps(one, separators=(",", ":")) + "\n" for one in members)
         return status, got if got.endswith("\n") or not got else got + "\n"
 
     def check_page(self, page):

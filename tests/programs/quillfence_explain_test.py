@@ -555,7 +555,7 @@ class WrittenTest(Case):
         self.assertEqual(self.run_program("--version"), (EXPLAINED, f"quillfence {version}\n", ""))
 
     def test_help_fits_a_terminal(self):
-        for words in ([], ["collect"], ["explain"], ["test"]):
+        for words in ([], ["batch"], ["collect"], ["explain"], ["test"]):
             for line in self.help_of(*words).split("\n"):
                 self.assertLessEqual(len(line), 80, line)
 
@@ -574,9 +574,9 @@ class WrittenTest(Case):
             section = re.split(rf"^\.SS {name}\b", manual, flags=re.MULTILINE)
             self.assertEqual(len(section), 2, f".SS of {name}")
             own = re.split(r"^\.S[SH] ", section[1], flags=re.MULTILINE)[0]
-            self.assertIn(name, completion)
+            completed = re.search(rf'\[{name}\]="([^"]*)"', completion).group(1)
             for option in options:
-                for title, written in (("man", own), ("page", page), ("completion", completion)):
+                for title, written in (("man", own), ("page", page), ("completion", completed)):
                     self.assertRegex(written, rf"(?<![\w-]){option}(?![\w-])", f"{title}: {name}")
             # Nor is anything written of that the program does not know.
             self.assertEqual(written_options(own) - options, set(), f"man: {name}")
@@ -597,6 +597,9 @@ class WrittenTest(Case):
 
         self.file("afile", "")
         self.assertEqual(complete("quillfence", "ex"), ["explain"])
+        self.assertEqual(complete("quillfence", "ba"), ["batch"])
+        self.assertEqual(complete("quillfence", "batch", "--q"), ["--questions", "--quiet"])
+        self.assertEqual(complete("quillfence", "batch", "af"), ["afile"])
         self.assertEqual(complete("quillfence", "explain", "--with"),
                          ["--with-config", "--with-list", "--without-list"])
         self.assertEqual(complete("quillfence", "explain", "--dns", ""),

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "../matching/range_bytes.h"
+#include "case_check.h"
 #include "data_program.h"
 #include "drive_c.h"
 #include "heap_text.h"
@@ -19,6 +20,7 @@
 #include "quillfence-log.h"
 #include "quillfence-spam-hooks.h"
 #include "quillfence_program.h"
+#include "started_engine.h"
 #include "tar_reader.h"
 #include "tiny_rex_storage.h"
 #include "vc_hashmap.h"
@@ -209,6 +211,25 @@ inline std::string log_seen(const drive_c &drive) {
     return seen;
 }
 
+// A case that expects something else than an engine that is switched off decides.
+inline void have_case(const drive_c &drive) {
+    drive.write("c:/quillfence/control/enabled", "0\n");
+    drive.write("c:/quillfence/case.json",
+                R"({"schema": "quillfence.case/1", "transaction": {"ip": "10.1.2.3"},
+                    "expect": {"verdict": "reject", "by": "engine_off"}})");
+}
+inline bool correct_case() {
+    const programs::started_engine engine;
+    const programs::check_options options = {.update = [](const programs::case_result &) {}};
+    return programs::check_case("c:/quillfence/case.json", options).is ==
+           programs::case_outcome::as_expected;
+}
+inline std::string case_seen(const drive_c &drive) {
+    decision::json_problem problem;
+    const auto read = decision::read_case(drive.read("c:/quillfence/case.json"), &problem);
+    return read ? read->expect.verdict[0] + " by " + read->expect.by[0] : problem.text;
+}
+
 inline std::vector<crash_writer> crash_writers() {
     const std::string list = "c:/quillfence/list";
     const std::string ranges = "c:/quillfence/ranges";
@@ -273,6 +294,8 @@ inline std::vector<crash_writer> crash_writers() {
              drive.write("c:/quillfence/in", "12.1.2.0/24\n");
          },
          build_map, map_file_seen},
+        {"case update", "c:/quillfence/case.json", have_case, correct_case, case_seen, true, true,
+         false, 3},
         {"collect", out,
          [](const drive_c &drive) {
              drive.write("c:/quillfence/from_blacklist", "*@old.example\n");

@@ -1,5 +1,6 @@
 #include "me_address_map.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 
@@ -24,8 +25,9 @@ struct address_map_request {
 };
 using address_map_function = int (*)(address_map_request *);
 
-static bool map_looked_up;
-static address_map_function map_function; // null when there is none
+// The function is there before it counts as looked for. Threads that begin together may each look.
+static std::atomic<bool> map_looked_up;
+static std::atomic<address_map_function> map_function; // null when there is none
 
 void forget_address_map() {
     map_looked_up = false;
@@ -34,10 +36,10 @@ void forget_address_map() {
 
 static address_map_function find_map_function() {
     if (!map_looked_up) {
-        map_looked_up = true;
         platform::dynamic_library *const library = platform::library_open(library_name);
         map_function = reinterpret_cast<address_map_function>(
             platform::library_symbol(library, function_name));
+        map_looked_up = true;
     }
     return map_function;
 }

@@ -41,6 +41,7 @@ enum : uint32_t {
     error_no_more_items = 259,
     error_directory = 267,
     error_not_owner = 288,
+    error_operation_aborted = 995,
     error_not_registry_file = 1017,
     error_io_device = 1117,
     error_cannot_resolve_filename = 1921,
@@ -83,6 +84,8 @@ constexpr int errno_of(uint32_t error) {
     case error_gen_failure:
     case error_io_device:
         return EIO;
+    case error_operation_aborted:
+        return EINTR;
     default:
         return EINVAL;
     }

@@ -1,0 +1,69 @@
+// Judges a stream of transactions: one in, one line out, in their order, whatever the number of
+// threads and however large the stream. The lines' forms are batch_lines.h's.
+//
+// The engine must have been started. The run's log function has to be safe from several threads.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "batch_lines.h"
+#include "call_context.h"
+#include "input.h"
+#include "memo_source.h"
+#include "recorded_source.h"
+
+namespace quillfence::decision {
+
+struct batch_options {
+    std::vector<std::string> inputs; // paths, "-" for standard input
+    std::optional<input_format> format{};
+    unsigned jobs = 1; // threads that judge
+    batch_form form = batch_form::brief;
+    bool report = false; // the replayer's lists as well; `whole` and `line` have them anyway
+
+    std::string user_dir{};
+    const frozen_files *configuration = nullptr;  // null: the files, read for every question
+    const file_substitute *substitutes = nullptr; // what if: see call_context.h
+
+    // Where DNS answers come from, all borrowed. Without any, what a decision record brings with it
+    // is used, and everything else is missing.
+    bool no_answers = false;                                // not even those
+    const dns_sources::recorded_source *recorded = nullptr; // the same for all
+    dns_sources::source *otherwise = nullptr;   // for what `recorded` lacks; asks nobody
+    dns_sources::memo_source *live = nullptr;   // the DNS behind a memory, and alone
+    unsigned questions = 64;                    // to the DNS at once, each on a thread of its own
+    std::chrono::milliseconds deadline{10'000}; // for all questions of a transaction
+
+    // Each on the thread that calls run_batch(). write takes whole lines and returns 0 or a Win32
+    // error number, which ends the run.
+    std::function<uint32_t(std::string_view lines)> write;
+    std::function<void(uint64_t transactions, uint64_t bytes_read)> progress{}; // may be empty
+};
+
+// What was written.
+struct batch_sums {
+    uint64_t transactions = 0;
+    uint64_t verdicts[3] = {}; // by enum verdict
+    uint64_t refused = 0;      // lines "error"
+    // How many transactions lacked a fact or an answer: "helo", "PTR answers".
+    std::map<std::string, uint64_t> missing;
+    bool operator==(const batch_sums &) const = default;
+};
+
+struct batch_result {
+    batch_sums sums;
+    std::string failure;      // why not all was read, or judged; "" when nothing was wrong
+    uint32_t write_error = 0; // what write() returned
+    bool interrupted = false; // by the user: what was done by then has been written
+    size_t most_loads = 0;    // what was held at once; see conveyor.h
+    size_t most_bytes = 0;
+};
+
+batch_result run_batch(const batch_options &options);
+
+} // namespace quillfence::decision
