@@ -35,13 +35,17 @@ struct layout {
     uint64_t addresses = 0;
 };
 
-uint64_t count_bits(const bitmap &bits) {
+} // namespace
+
+static uint64_t count_bits(const bitmap &bits) {
     uint64_t count = 0;
     for (size_t at = 0; at < bits.size(); at += sizeof(uint64_t)) {
         count += static_cast<uint64_t>(std::popcount(load_le64(bits.data() + at)));
     }
     return count;
 }
+
+namespace {
 
 // Finds bitmaps that have been met before. Only their hashes and where they came from are kept.
 class bitmap_numbers {
@@ -72,8 +76,10 @@ class bitmap_numbers {
     std::unordered_multimap<size_t, uint32_t> numbers_;
 };
 
-numbered_table table_of(const address_set &addresses, uint32_t upper, bitmap_numbers *numbers,
-                        uint64_t *count) {
+} // namespace
+
+static numbered_table table_of(const address_set &addresses, uint32_t upper,
+                               bitmap_numbers *numbers, uint64_t *count) {
     numbered_table table;
     bitmap bits;
     for (uint32_t b = 0; b < 256; ++b) {
@@ -95,11 +101,11 @@ numbered_table table_of(const address_set &addresses, uint32_t upper, bitmap_num
     return table;
 }
 
-bool is_all(const numbered_table &table, uint32_t value) {
+static bool is_all(const numbered_table &table, uint32_t value) {
     return std::all_of(table.begin(), table.end(), [=](uint32_t entry) { return entry == value; });
 }
 
-layout lay_out(const address_set &addresses) {
+static layout lay_out(const address_set &addresses) {
     layout map;
     bitmap_numbers numbers(addresses, &map.bitmaps);
     std::map<numbered_table, uint32_t> known;
@@ -120,8 +126,8 @@ layout lay_out(const address_set &addresses) {
 }
 
 // A table with numbers turned into offsets: `size` bytes each, from `start` on.
-std::array<uint8_t, table_size> table_bytes(const numbered_table &table, size_t start,
-                                            size_t size) {
+static std::array<uint8_t, table_size> table_bytes(const numbered_table &table, size_t start,
+                                                   size_t size) {
     std::array<uint8_t, table_size> bytes;
     for (size_t i = 0; i < table.size(); ++i) {
         const bool decides = table[i] == nothing_listed || table[i] == everything_listed;
@@ -131,8 +137,6 @@ std::array<uint8_t, table_size> table_bytes(const numbered_table &table, size_t 
     }
     return bytes;
 }
-
-} // namespace
 
 map_size write_block_map(const address_set &addresses,
                          const std::function<void(const void *, size_t)> &write) {
@@ -249,7 +253,9 @@ class stretches {
     bool open_ = false;
 };
 
-void add_bitmap(stretches *out, uint32_t network, const bitmap &bits) {
+} // namespace
+
+static void add_bitmap(stretches *out, uint32_t network, const bitmap &bits) {
     for (uint32_t i = 0; i < bits.size(); ++i) {
         const uint32_t address = network | i * 8;
         if (bits[i] == 0xFF) {
@@ -263,8 +269,6 @@ void add_bitmap(stretches *out, uint32_t network, const bitmap &bits) {
         }
     }
 }
-
-} // namespace
 
 void block_map::walk(const std::function<void(address_range)> &found,
                      const std::function<void(const std::string &)> &damaged) const {

@@ -13,9 +13,9 @@
 
 namespace quillfence::data_tool {
 
-namespace {
-
 // --- build ---
+
+namespace {
 
 struct build_options {
     std::string addresses;
@@ -23,7 +23,9 @@ struct build_options {
     bool keep_going = false;
 };
 
-exit_status build(const build_options &options) {
+} // namespace
+
+static exit_status build(const build_options &options) {
     refuse_same_file(options.addresses, options.out);
     line_input in(options.addresses);
     file_output out(options.out);
@@ -45,7 +47,7 @@ exit_status build(const build_options &options) {
                               ", " + counted(size.bitmaps, "bitmap") + ")");
 }
 
-command build_command() {
+static command build_command() {
     auto options = std::make_shared<build_options>();
     return {
         .name = "build",
@@ -71,7 +73,7 @@ is one nothing is written, or with --keep-going everything else (exit status 3).
 
 // --- dump ---
 
-exit_status dump(const std::string &path) {
+static exit_status dump(const std::string &path) {
     block_map map(path);
     exit_status status = exit_status::done;
     map.walk(
@@ -88,7 +90,7 @@ exit_status dump(const std::string &path) {
     return status;
 }
 
-command dump_command() {
+static command dump_command() {
     auto path = std::make_shared<std::string>();
     return {
         .name = "dump",
@@ -104,6 +106,8 @@ become comments (exit status 3).)",
 
 // --- test ---
 
+namespace {
+
 struct test_options {
     std::string file;
     std::vector<std::string> addresses;
@@ -111,7 +115,9 @@ struct test_options {
 
 enum class verdict { listed, not_listed, damaged, wrong };
 
-std::string place_of(const map_answer &answer, uint32_t address) {
+} // namespace
+
+static std::string place_of(const map_answer &answer, uint32_t address) {
     const std::string upper = network_text(address & 0xFF000000, 8);
     const std::string lower = network_text(address & 0xFFFF0000, 16);
     const std::string how_much = answer.listed ? "all of " : "nothing in ";
@@ -126,7 +132,7 @@ std::string place_of(const map_answer &answer, uint32_t address) {
 }
 
 // The engine's own lookup is what counts; what the tool reads must say the same.
-void compare_with_engine(const std::string &path, uint32_t address, bool listed) {
+static void compare_with_engine(const std::string &path, uint32_t address, bool listed) {
     uint8_t bytes[4];
     for (int i = 0; i < 4; ++i) {
         bytes[i] = static_cast<uint8_t>(address >> (24 - 8 * i));
@@ -140,7 +146,7 @@ void compare_with_engine(const std::string &path, uint32_t address, bool listed)
     }
 }
 
-verdict test_address(block_map *map, const std::string &path, const std::string &text) {
+static verdict test_address(block_map *map, const std::string &path, const std::string &text) {
     const auto address = parse_address(text);
     if (!address) {
         complain("\"" + text + "\" is no IPv4 address");
@@ -158,7 +164,7 @@ verdict test_address(block_map *map, const std::string &path, const std::string 
     return answer.listed ? verdict::listed : verdict::not_listed;
 }
 
-exit_status test(const test_options &options) {
+static exit_status test(const test_options &options) {
     block_map map(options.file);
     bool all_answered = true;
     bool all_listed = true;
@@ -170,7 +176,7 @@ exit_status test(const test_options &options) {
     return !all_answered ? exit_status::partly : all_listed ? exit_status::done : exit_status::no;
 }
 
-command test_command() {
+static command test_command() {
     auto options = std::make_shared<test_options>();
     return {
         .name = "test",
@@ -187,8 +193,6 @@ damaged part of the map.)",
         .run = [options] { return test(*options); },
     };
 }
-
-} // namespace
 
 command blockmap_command() {
     return {

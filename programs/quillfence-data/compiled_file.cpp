@@ -12,9 +12,7 @@
 
 namespace quillfence::data_tool {
 
-namespace {
-
-trex_ptr empty_expression() {
+static trex_ptr empty_expression() {
     trex_ptr expression(static_cast<TRex *>(std::calloc(1, sizeof(TRex))));
     if (!expression) {
         throw std::bad_alloc();
@@ -22,17 +20,15 @@ trex_ptr empty_expression() {
     return expression;
 }
 
-uint64_t position_of(FILE *stream) {
+static uint64_t position_of(FILE *stream) {
     return static_cast<uint64_t>(std::ftell(stream));
 }
 
-void add_damage(std::vector<file_block> *blocks, uint64_t offset, std::string what) {
+static void add_damage(std::vector<file_block> *blocks, uint64_t offset, std::string what) {
     if (blocks->empty() || blocks->back().expression) {
         blocks->push_back({nullptr, offset, std::move(what)});
     }
 }
-
-} // namespace
 
 std::vector<file_block> read_compiled_file(const std::string &path) {
     engine_messages messages;

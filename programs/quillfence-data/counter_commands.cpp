@@ -12,13 +12,15 @@
 
 namespace quillfence::data_tool {
 
-namespace {
-
 // --- a table for people ---
+
+namespace {
 
 using cells = std::vector<std::string>;
 
-cells header_cells(const char *first) {
+} // namespace
+
+static cells header_cells(const char *first) {
     cells row = {first};
     for (const counter_field &field : counter_fields) {
         row.emplace_back(field.name);
@@ -26,7 +28,7 @@ cells header_cells(const char *first) {
     return row;
 }
 
-cells count_cells(const std::string &first, const counts &count) {
+static cells count_cells(const std::string &first, const counts &count) {
     cells row = {first};
     for (const uint64_t value : count) {
         row.push_back(std::to_string(value));
@@ -35,7 +37,7 @@ cells count_cells(const std::string &first, const counts &count) {
 }
 
 // The first column is text, the others are numbers.
-void write_rows(const std::vector<cells> &rows, std::ostream &out) {
+static void write_rows(const std::vector<cells> &rows, std::ostream &out) {
     std::vector<size_t> widths(rows.front().size());
     for (const cells &row : rows) {
         for (size_t i = 0; i < row.size(); ++i) {
@@ -51,7 +53,7 @@ void write_rows(const std::vector<cells> &rows, std::ostream &out) {
     }
 }
 
-counts total_of(const std::vector<counter_row> &rows) {
+static counts total_of(const std::vector<counter_row> &rows) {
     counts total = {};
     for (const counter_row &row : rows) {
         total = sum_of(total, row.count);
@@ -59,7 +61,8 @@ counts total_of(const std::vector<counter_row> &rows) {
     return total;
 }
 
-void write_table(const char *first, const std::vector<counter_row> &rows, std::ostream &out) {
+static void write_table(const char *first, const std::vector<counter_row> &rows,
+                        std::ostream &out) {
     std::vector<cells> table = {header_cells(first)};
     for (const counter_row &row : rows) {
         table.push_back(count_cells(row.when, row.count));
@@ -68,7 +71,7 @@ void write_table(const char *first, const std::vector<counter_row> &rows, std::o
     write_rows(table, out);
 }
 
-void write_tables(const counter_totals &totals, std::ostream &out) {
+static void write_tables(const counter_totals &totals, std::ostream &out) {
     write_table("day", totals.days, out);
     if (!totals.hours.empty()) {
         out << '\n';
@@ -78,7 +81,8 @@ void write_tables(const counter_totals &totals, std::ostream &out) {
 
 // --- for programs ---
 
-void write_csv_rows(const char *period, const std::vector<counter_row> &rows, std::ostream &out) {
+static void write_csv_rows(const char *period, const std::vector<counter_row> &rows,
+                           std::ostream &out) {
     for (const counter_row &row : rows) {
         out << period << ',' << row.when;
         for (const uint64_t value : row.count) {
@@ -88,7 +92,7 @@ void write_csv_rows(const char *period, const std::vector<counter_row> &rows, st
     }
 }
 
-void write_csv(const counter_totals &totals, std::ostream &out) {
+static void write_csv(const counter_totals &totals, std::ostream &out) {
     out << "period,start";
     for (const counter_field &field : counter_fields) {
         out << ',' << field.name;
@@ -98,7 +102,7 @@ void write_csv(const counter_totals &totals, std::ostream &out) {
     write_csv_rows("hour", totals.hours, out);
 }
 
-void write_json_counts(const counts &count, std::ostream &out) {
+static void write_json_counts(const counts &count, std::ostream &out) {
     const char *separator = "";
     for (size_t i = 0; i < count.size(); ++i) {
         out << separator << '"' << counter_fields[i].name << "\":" << count[i];
@@ -106,7 +110,7 @@ void write_json_counts(const counts &count, std::ostream &out) {
     }
 }
 
-void write_json_rows(const std::vector<counter_row> &rows, std::ostream &out) {
+static void write_json_rows(const std::vector<counter_row> &rows, std::ostream &out) {
     const char *separator = "";
     for (const counter_row &row : rows) {
         out << separator << "{\"start\":" << json_text(row.when) << ',';
@@ -116,7 +120,7 @@ void write_json_rows(const std::vector<counter_row> &rows, std::ostream &out) {
     }
 }
 
-void write_json(const counter_totals &totals, std::ostream &out) {
+static void write_json(const counter_totals &totals, std::ostream &out) {
     out << "{\"total\":{";
     write_json_counts(totals.total, out);
     out << "},\"days\":[";
@@ -126,7 +130,8 @@ void write_json(const counter_totals &totals, std::ostream &out) {
     out << "]}\n";
 }
 
-exit_status write_page(const std::string &path, const counter_totals &totals, std::ostream &out) {
+static exit_status write_page(const std::string &path, const counter_totals &totals,
+                              std::ostream &out) {
     const std::string page = counter_page(totals);
     file_output file(path);
     file.write(page.data(), page.size());
@@ -136,10 +141,13 @@ exit_status write_page(const std::string &path, const counter_totals &totals, st
     return exit_status::done;
 }
 
+namespace {
+
 using form_writer = void (*)(const counter_totals &totals, std::ostream &out);
-constexpr std::array<form_writer, 3> form_writers = {write_tables, write_csv, write_json};
 
 } // namespace
+
+static constexpr std::array<form_writer, 3> form_writers = {write_tables, write_csv, write_json};
 
 exit_status counter_show(const counter_arguments &arguments, std::ostream &out) {
     const counter_totals totals = read_counters(arguments.directory);

@@ -14,9 +14,9 @@
 
 namespace quillfence::data_tool {
 
-namespace {
+static constexpr int64_t seconds_of_hour = 3600;
 
-constexpr int64_t seconds_of_hour = 3600;
+namespace {
 
 class counter_file {
   public:
@@ -70,7 +70,9 @@ class counter_file {
     open_file file_;
 };
 
-counts counts_of(const ql_counter &record) {
+} // namespace
+
+static counts counts_of(const ql_counter &record) {
     counts count = {};
     for (size_t i = 0; i < count.size(); ++i) {
         count[i] = record.*counter_fields[i].value;
@@ -78,7 +80,7 @@ counts counts_of(const ql_counter &record) {
     return count;
 }
 
-std::string date_text(int year, int month, int day) {
+static std::string date_text(int year, int month, int day) {
     char text[40];
     std::snprintf(text, sizeof text, "%04d-%02d-%02d", year, month, day);
     return text;
@@ -86,14 +88,14 @@ std::string date_text(int year, int month, int day) {
 
 // The year of a day's midnight. Noon of that day has the same date in the time zone of this machine
 // as in the server's, unless they are half the world apart.
-int year_of(uint32_t midnight) {
+static int year_of(uint32_t midnight) {
     tm fields = {};
     return platform::local_time(int64_t{midnight} + 12 * seconds_of_hour, &fields)
                ? fields.tm_year + 1900
                : 1970;
 }
 
-bool read_month(const std::string &directory, int month, counter_totals *totals) {
+static bool read_month(const std::string &directory, int month, counter_totals *totals) {
     const counter_file file(heap_string(ql_get_counter_file(directory.c_str(), month)),
                             __valid_counter_file);
     for (int index = 0; file.is_open() && index < ql_days; ++index) {
@@ -108,7 +110,7 @@ bool read_month(const std::string &directory, int month, counter_totals *totals)
 
 // Which of the 24 records is that of the last update. Its stamp says so; in a file that lost it
 // the local hour of the update does.
-int last_hour(const std::array<ql_counter, ql_hours> &records, uint32_t last_update) {
+static int last_hour(const std::array<ql_counter, ql_hours> &records, uint32_t last_update) {
     for (int hour = 0; hour < ql_hours; ++hour) {
         if (records[static_cast<size_t>(hour)].stamp == last_update) {
             return hour;
@@ -120,7 +122,7 @@ int last_hour(const std::array<ql_counter, ql_hours> &records, uint32_t last_upd
 
 // The server's clock, whatever the time zone here: the hour is the record's own place, and the date
 // goes with the local time that shows this hour.
-std::string hour_text(int64_t stamp, int hour) {
+static std::string hour_text(int64_t stamp, int hour) {
     tm fields = {};
     if (!platform::local_time(stamp, &fields)) {
         return {};
@@ -136,7 +138,7 @@ std::string hour_text(int64_t stamp, int hour) {
     return text;
 }
 
-bool read_hours(const std::string &directory, counter_totals *totals) {
+static bool read_hours(const std::string &directory, counter_totals *totals) {
     const counter_file file(heap_string(ql_get_counter_file_hourly(directory.c_str())),
                             __valid_counter_file_hourly);
     const uint32_t last_update = file.is_open() ? file.last_update() : 0;
@@ -156,8 +158,6 @@ bool read_hours(const std::string &directory, counter_totals *totals) {
     }
     return true;
 }
-
-} // namespace
 
 uint64_t verdicts_of(const counts &of) {
     uint64_t sum = 0;

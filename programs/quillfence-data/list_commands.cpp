@@ -19,13 +19,11 @@
 
 namespace quillfence::data_tool {
 
-namespace {
-
 // --- finding ---
 
 // The lines of one list that match, as the engine reads and counts them.
-unsigned find_in_list(const std::string &path, const configuration_file &list,
-                      const std::string &value, std::ostream &out) {
+static unsigned find_in_list(const std::string &path, const configuration_file &list,
+                             const std::string &value, std::ostream &out) {
     open_file file;
     if (const uint32_t error = file.open(path)) {
         throw failure(file_error(path, error));
@@ -49,13 +47,13 @@ unsigned find_in_list(const std::string &path, const configuration_file &list,
 }
 
 // As the engine sees it, which finds these two addresses nowhere.
-bool holds(const range_record &record, uint32_t address) {
+static bool holds(const range_record &record, uint32_t address) {
     return record.valid && address != 0 && address != 0xFFFFFFFF && record.low <= address &&
            address <= record.high;
 }
 
 // Nothing in it stops the engine's search.
-bool is_sound(const range_records &ranges) {
+static bool is_sound(const range_records &ranges) {
     return ranges.state == range_state::current && ranges.records.size() == ranges.counted &&
            std::all_of(ranges.records.begin(), ranges.records.end(),
                        [](const range_record &record) { return record.valid; });
@@ -63,8 +61,8 @@ bool is_sound(const range_records &ranges) {
 
 // The engine's own answer; what it can't make of the file is complained about. Of a sound file it
 // must be the answer that the records give.
-bool engine_finds(const std::string &path, const range_records &ranges, const std::string &value,
-                  bool in_records) {
+static bool engine_finds(const std::string &path, const range_records &ranges,
+                         const std::string &value, bool in_records) {
     const path_parts parts = parts_of(path);
     engine_messages messages;
     const bool listed = file_contains_ip_range_match(parts.name.c_str(), value.c_str(),
@@ -80,7 +78,8 @@ bool engine_finds(const std::string &path, const range_records &ranges, const st
     return listed;
 }
 
-unsigned find_in_ranges(const std::string &path, const std::string &value, std::ostream &out) {
+static unsigned find_in_ranges(const std::string &path, const std::string &value,
+                               std::ostream &out) {
     const std::optional<uint32_t> address = parse_address(value);
     if (!address || !may_be_file(path)) {
         return 0;
@@ -105,8 +104,8 @@ unsigned find_in_ranges(const std::string &path, const std::string &value, std::
     return matches;
 }
 
-unsigned find_in(const std::string &directory, const configuration_file &list,
-                 const std::string &value, std::ostream &out) {
+static unsigned find_in(const std::string &directory, const configuration_file &list,
+                        const std::string &value, std::ostream &out) {
     const std::string path = joined(directory, path_in_base(list));
     unsigned matches = may_be_file(path) ? find_in_list(path, list, value, out) : 0;
     if (list.range_file) {
@@ -115,20 +114,20 @@ unsigned find_in(const std::string &directory, const configuration_file &list,
     return matches;
 }
 
-bool has_name(const std::vector<std::string> &names, const char *name) {
+static bool has_name(const std::vector<std::string> &names, const char *name) {
     return name && std::find(names.begin(), names.end(), name) != names.end();
 }
 
 // --- editing ---
 
-std::string list_path(const list_edit_arguments &arguments) {
+static std::string list_path(const list_edit_arguments &arguments) {
     return joined(arguments.directory, arguments.list);
 }
 
 // Throws what the engine's operation answers: null on success. A success that it complained about
 // may be none, such as when it could not see whether there is a list.
-void fail_with(const list_edit_arguments &arguments, const char *answer,
-               engine_messages *messages) {
+static void fail_with(const list_edit_arguments &arguments, const char *answer,
+                      engine_messages *messages) {
     const std::string reason = messages->take();
     if (answer || !reason.empty()) {
         throw failure(list_path(arguments) + ": " + printable(arguments.entry) + ": " +
@@ -138,7 +137,7 @@ void fail_with(const list_edit_arguments &arguments, const char *answer,
 }
 
 // Texts that would not come back from the file as the one line that they are.
-std::string why_no_line(const std::string &text) {
+static std::string why_no_line(const std::string &text) {
     if (std::any_of(text.begin(), text.end(),
                     [](char c) { return c == '\n' || c == '\r' || c == '\0'; })) {
         return "holds a line end";
@@ -146,7 +145,7 @@ std::string why_no_line(const std::string &text) {
     return {};
 }
 
-std::string why_no_entry(const list_edit_arguments &arguments) {
+static std::string why_no_entry(const list_edit_arguments &arguments) {
     const std::string &entry = arguments.entry;
     if (entry.size() > longest_entry) {
         return "has more than " + std::to_string(longest_entry) + " characters";
@@ -160,8 +159,6 @@ std::string why_no_entry(const list_edit_arguments &arguments) {
     const configuration_file *const list = find_list_file(arguments.list);
     return list ? why_useless(list->kind, entry) : std::string();
 }
-
-} // namespace
 
 exit_status list_find(const list_find_arguments &arguments, std::ostream &out) {
     require_directory(arguments.directory, "give the one that holds the lists");

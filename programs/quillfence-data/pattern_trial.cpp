@@ -2,12 +2,10 @@
 
 namespace quillfence::data_tool {
 
-namespace {
-
-constexpr size_t name_length = 255;
+static constexpr size_t name_length = 255;
 
 // The literals that stand in front of the pattern's end.
-std::string tail_of(const TRex &expression) {
+static std::string tail_of(const TRex &expression) {
     std::string tail;
     for (int32_t i = expression.nodes[0].left; i >= 0; i = expression.nodes[i].next) {
         const int32_t type = expression.nodes[i].type;
@@ -20,7 +18,7 @@ std::string tail_of(const TRex &expression) {
     return tail.substr(0, name_length / 2);
 }
 
-std::string name_of(const std::string &piece, const std::string &tail) {
+static std::string name_of(const std::string &piece, const std::string &tail) {
     std::string name;
     while (name.size() + tail.size() < name_length) {
         name += piece;
@@ -29,12 +27,10 @@ std::string name_of(const std::string &piece, const std::string &tail) {
     return name + tail;
 }
 
-bool takes_long(TRex *expression, const std::string &name) {
+static bool takes_long(TRex *expression, const std::string &name) {
     __trex_match_within(expression, name.data(), name.data() + name.size(), trial_steps);
     return expression->steps >= trial_steps;
 }
-
-} // namespace
 
 std::string name_that_takes_long(TRex *expression) {
     const std::string tail = tail_of(*expression);

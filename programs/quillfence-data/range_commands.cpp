@@ -14,16 +14,14 @@
 
 namespace quillfence::data_tool {
 
-namespace {
-
 // The engine's result text, and what it told the log about the reason.
-std::string with_reason(const std::string &text, engine_messages *messages) {
+static std::string with_reason(const std::string &text, engine_messages *messages) {
     const std::string reason = messages->take();
     return reason.empty() ? text : text.empty() ? reason : text + " (" + reason + ')';
 }
 
 // Throws for anything but a sound range file, of either version.
-range_records sound_ranges(const std::string &path) {
+static range_records sound_ranges(const std::string &path) {
     range_records read = read_ranges(path);
     switch (read.state) {
     case range_state::missing:
@@ -44,14 +42,14 @@ range_records sound_ranges(const std::string &path) {
 }
 
 // What the engine would begin anew must not be somebody else's file.
-void refuse_other_files(const std::string &path) {
+static void refuse_other_files(const std::string &path) {
     const range_records read = read_ranges(path);
     if (read.state == range_state::corrupt || (read.state == range_state::empty && read.size)) {
         throw failure(path + ": is no range file; it is left alone");
     }
 }
 
-void write_json(const std::vector<range_record> &records, std::ostream &out) {
+static void write_json(const std::vector<range_record> &records, std::ostream &out) {
     const char *separator = "[";
     for (const range_record &record : records) {
         out << separator << "{\"low\":\"" << address_text(record.low) << "\",\"high\":\""
@@ -61,7 +59,7 @@ void write_json(const std::vector<range_record> &records, std::ostream &out) {
     out << (records.empty() ? "[]\n" : "]\n");
 }
 
-void write_lines(const std::vector<range_record> &records, std::ostream &out) {
+static void write_lines(const std::vector<range_record> &records, std::ostream &out) {
     for (const range_record &record : records) {
         out << range_text(record);
         if (!record.comment.empty()) {
@@ -71,13 +69,17 @@ void write_lines(const std::vector<range_record> &records, std::ostream &out) {
     }
 }
 
+namespace {
+
 struct range_ends {
     std::string low;
     std::string high;
 };
 
+} // namespace
+
 // The ends of "a.b.c.d/bits".
-range_ends ends_of_network(const std::string &network) {
+static range_ends ends_of_network(const std::string &network) {
     const size_t slash = network.find('/');
     const std::string bits = network.substr(slash + 1);
     const std::optional<uint32_t> start = parse_address(network.substr(0, slash));
@@ -99,18 +101,16 @@ range_ends ends_of_network(const std::string &network) {
     return {address_text(address), address_text(address | host_bits)};
 }
 
-range_ends ends_of(const range_edit_arguments &arguments) {
+static range_ends ends_of(const range_edit_arguments &arguments) {
     if (arguments.low.find('/') != std::string::npos && arguments.high.empty()) {
         return ends_of_network(arguments.low);
     }
     return {arguments.low, arguments.high.empty() ? arguments.low : arguments.high};
 }
 
-std::string text_of(const range_ends &ends) {
+static std::string text_of(const range_ends &ends) {
     return ends.low + '-' + ends.high;
 }
-
-} // namespace
 
 exit_status range_list(const range_list_arguments &arguments, std::ostream &out) {
     const range_records read = sound_ranges(arguments.file);

@@ -17,9 +17,9 @@
 
 namespace quillfence::data_tool {
 
-namespace {
-
 // --- compile ---
+
+namespace {
 
 struct compile_options {
     std::string patterns;
@@ -28,8 +28,10 @@ struct compile_options {
     bool no_lines = false;
 };
 
+} // namespace
+
 // Warns of a part that the engine refuses when it comes to it: the match then ends as none.
-void warn_of_bad_nodes(const TRex &expression, engine_messages *messages, line_input *in) {
+static void warn_of_bad_nodes(const TRex &expression, engine_messages *messages, line_input *in) {
     for (int32_t i = 0; i < expression.nsize; ++i) {
         if (!__trex_node_is_valid(&expression, &expression.nodes[i])) {
             in->warn("a part of the pattern can't be matched: " + messages->take());
@@ -38,7 +40,7 @@ void warn_of_bad_nodes(const TRex &expression, engine_messages *messages, line_i
     }
 }
 
-void warn_of_long_matches(TRex *expression, engine_messages *messages, line_input *in) {
+static void warn_of_long_matches(TRex *expression, engine_messages *messages, line_input *in) {
     const std::string name = name_that_takes_long(expression);
     if (!name.empty()) {
         in->warn("the pattern takes more than a hundredth of the steps that a message has for all "
@@ -49,7 +51,7 @@ void warn_of_long_matches(TRex *expression, engine_messages *messages, line_inpu
 }
 
 // The pattern of one line to the file; false when the line has been complained about.
-bool compile_line(const pattern_line &line, line_input *in, file_output *out) {
+static bool compile_line(const pattern_line &line, line_input *in, file_output *out) {
     if (line.is == pattern_line::kind::wrong) {
         in->complain(line.text);
         return false;
@@ -75,7 +77,8 @@ bool compile_line(const pattern_line &line, line_input *in, file_output *out) {
 }
 
 // Writes which line each expression was made from, beside the compiled file that is in its place.
-void write_origins(const std::string &compiled_path, const std::vector<pattern_origin> &origins) {
+static void write_origins(const std::string &compiled_path,
+                          const std::vector<pattern_origin> &origins) {
     std::string digest;
     if (const uint32_t error = digest_of_file(compiled_path, &digest)) {
         throw failure(file_error(compiled_path, error));
@@ -86,7 +89,7 @@ void write_origins(const std::string &compiled_path, const std::vector<pattern_o
     out.commit();
 }
 
-exit_status compile(const compile_options &options) {
+static exit_status compile(const compile_options &options) {
     refuse_same_file(options.patterns, options.out);
     line_input in(options.patterns);
     file_output out(options.out);
@@ -111,7 +114,7 @@ exit_status compile(const compile_options &options) {
     return status;
 }
 
-command compile_command() {
+static command compile_command() {
     auto options = std::make_shared<compile_options>();
     return {
         .name = "compile",
@@ -140,13 +143,13 @@ is one nothing is written, or with --keep-going everything else (exit status 3).
 
 // --- dump ---
 
-void print_nodes(const TRex &expression) {
+static void print_nodes(const TRex &expression) {
     for (int32_t i = 0; i < expression.nallocated; ++i) {
         std::printf("#   %s\n", describe_node(expression, i).c_str());
     }
 }
 
-exit_status dump(const std::string &path) {
+static exit_status dump(const std::string &path) {
     exit_status status = exit_status::done;
     uint64_t number = 0;
     for (const file_block &block : read_compiled_file(path)) {
@@ -174,7 +177,7 @@ exit_status dump(const std::string &path) {
     return status;
 }
 
-command dump_command() {
+static command dump_command() {
     auto path = std::make_shared<std::string>();
     return {
         .name = "dump",
@@ -190,6 +193,8 @@ the nodes (exit status 3).)",
 
 // --- test ---
 
+namespace {
+
 struct test_options {
     std::string file;
     std::vector<std::string> names;
@@ -203,7 +208,9 @@ struct expression_list {
     bool damaged = false;
 };
 
-expression_list load_expressions(const std::string &path) {
+} // namespace
+
+static expression_list load_expressions(const std::string &path) {
     expression_list list;
     for (file_block &block : read_compiled_file(path)) {
         if (block.expression) {
@@ -218,8 +225,8 @@ expression_list load_expressions(const std::string &path) {
     return list;
 }
 
-bool matches(expression_list *list, size_t index, const std::string &name,
-             const std::string &path) {
+static bool matches(expression_list *list, size_t index, const std::string &name,
+                    const std::string &path) {
     engine_messages messages;
     const bool matched = trex_match(list->expressions[index].get(), name.c_str());
     const std::string problem = messages.take();
@@ -231,14 +238,14 @@ bool matches(expression_list *list, size_t index, const std::string &name,
     return matched;
 }
 
-std::string text_of(const TRex &expression) {
+static std::string text_of(const TRex &expression) {
     std::string reason;
     const std::string text = pattern_of_nodes(expression, &reason);
     return text.empty() ? "(no text: " + reason + ")" : text;
 }
 
 // Prints what matches a name; false when nothing does.
-bool test_name(expression_list *list, const std::string &name, const test_options &options) {
+static bool test_name(expression_list *list, const std::string &name, const test_options &options) {
     uint64_t all_steps = 0;
     bool matched = false;
     for (size_t i = 0; i < list->expressions.size() && (options.all || !matched); ++i) {
@@ -260,7 +267,7 @@ bool test_name(expression_list *list, const std::string &name, const test_option
     return matched;
 }
 
-exit_status test(const test_options &options) {
+static exit_status test(const test_options &options) {
     expression_list list = load_expressions(options.file);
     bool all_matched = true;
     for_each_argument(options.names, [&](const std::string &name) {
@@ -269,7 +276,7 @@ exit_status test(const test_options &options) {
     return list.damaged ? exit_status::partly : all_matched ? exit_status::done : exit_status::no;
 }
 
-command test_command() {
+static command test_command() {
     auto options = std::make_shared<test_options>();
     return {
         .name = "test",
@@ -287,8 +294,6 @@ out.)",
         .run = [options] { return test(*options); },
     };
 }
-
-} // namespace
 
 command regex_command() {
     return {

@@ -31,8 +31,8 @@ struct case_result {
     std::string reason{};               // of the rule that decided
     std::vector<std::string> missing{}; // what was asked and is not in the case
     std::vector<std::string> changed{}; // "c:/quillfence/from_blacklist differs"
-    std::vector<std::string> notes{};   // warnings of the record, those about changed files included
-    std::vector<std::string> errors{};  // lines of the engine
+    std::vector<std::string> notes{};  // warnings of the record, those about changed files included
+    std::vector<std::string> errors{}; // lines of the engine
 };
 
 // One line: "not as expected: verdict, rule", or why it was not run.

@@ -1,7 +1,5 @@
 #include "bundle.h"
 
-#include <filesystem>
-
 #include <gtest/gtest.h>
 
 #include "call_watch.h"
@@ -178,10 +176,8 @@ TEST_F(bundle_test, cut_maps) {
 }
 
 TEST_F(bundle_test, letter_case_is_kept) {
-    std::filesystem::rename(drive.native("c:/quillfence/from_blacklist"),
-                            drive.native("c:/quillfence/From_BLACKLIST"));
-    std::filesystem::rename(drive.native("c:/quillfence/control"),
-                            drive.native("c:/quillfence/Control"));
+    drive.rename("c:/quillfence/from_blacklist", "c:/quillfence/From_BLACKLIST");
+    drive.rename("c:/quillfence/control", "c:/quillfence/Control");
     const test_case before = captured("blacklisted");
     const written_bundle made = written(before);
     ASSERT_EQ(made.problem, "");

@@ -119,8 +119,9 @@ TEST_F(frozen_declarations, without_memory_there_are_none_and_nothing_is_lost) {
                           [&](unsigned n) {
                               EXPECT_FALSE(done) << n;
                               EXPECT_EQ(made, nullptr) << n;
-                              EXPECT_EQ(live_allocations(), before) << n;
+                              // Taken first: under Windows the lines are counted, too.
                               EXPECT_FALSE(log.errors().empty()) << n;
+                              EXPECT_EQ(live_allocations() - before, 0) << n;
                           });
     EXPECT_GT(failed, 6u);
     ksf_index_free(made);

@@ -13,47 +13,30 @@ import re
 import shutil
 import signal
 import subprocess
-import sys
 import tarfile
 import tempfile
 import unittest
 from pathlib import Path
 
-RUNNER = []
-if sys.argv[1].startswith("--runner="):
-    RUNNER = [word for word in sys.argv.pop(1).split("=", 1)[1].split(";") if word]
-PROGRAM = os.path.abspath(sys.argv.pop(1))
-PAGE = Path(sys.argv.pop(1)) / "docs/formats/bundle.md"
+from whole_program import ARGUMENTS, RUNNER, FolderTest, main, run
+
+PROGRAM, SOURCE = (Path(argument).resolve() for argument in ARGUMENTS)
+PAGE = SOURCE / "docs/formats/bundle.md"
 TAR = shutil.which("tar")
 DONE, NO, FAILED, PARTLY = 0, 1, 2, 3
 
 
-class Collect(unittest.TestCase):
-    maxDiff = None
-
+class Collect(FolderTest):
     def setUp(self):
-        folder = tempfile.TemporaryDirectory(prefix="quillfence-collect-")
-        self.addCleanup(folder.cleanup)
-        self.folder = Path(folder.name)
+        super().setUp()
         self.file("server/quillfence/control/enabled", b"1\n")
         self.file("server/quillfence/from_blacklist", b"*@foe.example\n")
         self.file("server/quillfence/bms/lists_to_update", b"bots.bms\n")
         self.file("server/quillfence/bms/bots.bms", bytes(100_000))
 
-    def file(self, name, content):
-        path = self.folder / name
-        path.parent.mkdir(parents=True, exist_ok=True)
-        path.write_bytes(content)
-
     def collect(self, *arguments, prepare=None):
-        with tempfile.TemporaryFile() as out, tempfile.TemporaryFile() as err:
-            status = subprocess.run(
-                [*RUNNER, PROGRAM, "collect", *(arguments or ("out.tar", "server/quillfence"))],
-                stdout=out, stderr=err, cwd=self.folder, timeout=120,
-                preexec_fn=prepare).returncode
-            out.seek(0)
-            err.seek(0)
-            return status, out.read().decode(), err.read().decode().replace("\r\n", "\n")
+        return run([PROGRAM, "collect", *(arguments or ("out.tar", "server/quillfence"))],
+                   self.folder, prepare=prepare)
 
     def test_the_manifest_tells_what_the_archive_holds(self):
         status, out, err = self.collect()
@@ -170,4 +153,4 @@ class Collect(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    unittest.main()
+    main()

@@ -74,6 +74,12 @@ void drive_c::make_folder(const std::string &path) const {
     fs::create_directories(native(path));
 }
 
+// In two steps: Windows takes the one from "a" to "A" for none.
+void drive_c::rename(const std::string &from, const std::string &to) const {
+    fs::rename(native(from), native(to + ".renamed"));
+    fs::rename(native(to + ".renamed"), native(to));
+}
+
 void drive_c::remove(const std::string &path) const {
     fs::remove_all(native(path));
 }

@@ -24,6 +24,8 @@ class drive_c {
     std::string read(const std::string &path) const; // fails the test when missing
     bool exists(const std::string &path) const;
     void make_folder(const std::string &path) const;
+    // Another name for a file or folder, also one that differs in letter case alone.
+    void rename(const std::string &from, const std::string &to) const;
     void remove(const std::string &path) const; // a file or a whole folder; missing is fine
 
     // Where a path of the program lies for the system itself.

@@ -35,17 +35,17 @@ def environment_on(drive, **settings):
     return environment(QUILLFENCE_DRIVE_C=str(drive), QUILLFENCE_EVENT_LOG="-", **settings)
 
 
-def run(command, folder, text="", **settings):
+def run(command, folder, text="", prepare=None, **settings):
     """Exit status, standard output and standard error of a run in a folder. They go to files:
     Wine's own processes would hold pipes open. Lines on standard error end as the system likes
-    them."""
+    them. `prepare` is called in the new process."""
     with tempfile.TemporaryFile() as given, tempfile.TemporaryFile() as out, \
             tempfile.TemporaryFile() as err:
         given.write(text.encode())
         given.seek(0)
         done = subprocess.run([*RUNNER, *command], cwd=folder, timeout=120,
                               env=environment(**settings), stdin=given, stdout=out, stderr=err,
-                              check=False)
+                              preexec_fn=prepare, check=False)
         out.seek(0)
         err.seek(0)
         return (done.returncode, out.read().decode(), err.read().decode().replace("\r\n", "\n"))
