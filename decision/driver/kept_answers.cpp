@@ -88,8 +88,12 @@ void answer_keeper::on(const registry_look &fact) {
     if (fact.found) {
         take_data(&answer, fact);
     }
-    if (values.insert({answer.key, answer.value.value_or("\\")}).second) {
+    const auto [place, fresh] =
+        values.insert({{answer.key, answer.value.value_or("\\")}, kept->registry.size()});
+    if (fresh) {
         kept->registry.push_back(std::move(answer));
+    } else if (kept->registry[place->second].type.empty() && !answer.type.empty()) {
+        kept->registry[place->second] = std::move(answer); // it was only looked whether it is there
     }
 }
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <deque>
+#include <map>
 #include <set>
 #include <string>
 #include <utility>
@@ -28,7 +29,8 @@ class answer_keeper {
 
   private:
     server_answers *kept;
-    std::set<std::pair<std::string, std::string>> values; // and keys, whose value is "\\"
+    // Where each value is kept; and each key, whose value is "\\".
+    std::map<std::pair<std::string, std::string>, size_t> values;
     std::set<std::string> addresses;
     std::vector<std::string> names; // of the folder that is being searched
 };

@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "evidence.h"
 #include "me_settings.h"
 #include "registry.h"
 
@@ -90,7 +91,10 @@ const rule_facts *find_rule_facts(const char *rule) {
 
 // Whether the mail server may have whitelists of its recipients, which from_whitelist asks as well.
 static bool has_mailboxes() {
-    return vc_regkey_exists_ex(vc_regroot::local_machine, me_key, me_configuration_value);
+    const bool has = vc_regkey_exists_ex(vc_regroot::local_machine, me_key, me_configuration_value);
+    tell(&evidence_sink::looked_at_registry,
+         {.key = me_key, .value = me_configuration_value, .found = has});
+    return has;
 }
 
 fact_set needed_facts(const rule_row &row) {

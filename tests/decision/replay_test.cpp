@@ -95,7 +95,7 @@ class random_replays : public logged_test {
     // The whitelist of the mailbox that the stand-in for the address map names, with a file at
     // times that hides those behind it.
     void write_whitelist(const transaction &what) {
-        const std::string &to = what.recipient.value_or("");
+        const std::string to = what.recipient.value_or("");
         const size_t at = to.find('@');
         const std::string from = what.sender.value_or("");
         if (at == std::string::npos || from.find('@') == std::string::npos || below(2)) {
@@ -107,6 +107,24 @@ class random_replays : public logged_test {
         drive.write(folder + (below(2) ? "zz@other.example.LST" : "b-note.txt"), "");
         if (below(2)) {
             drive.write(folder + (below(2) ? from : from.substr(from.find('@') + 1)) + ".LST", "");
+        }
+    }
+    void forget_a_fact(transaction *what) {
+        switch (below(12)) {
+        case 0:
+            what->helo.reset();
+            break;
+        case 1:
+            what->sender.reset();
+            break;
+        case 2:
+            what->recipient.reset();
+            break;
+        case 3:
+            what->ip.reset();
+            break;
+        default:
+            break;
         }
     }
     void fail_some(dns_script *dns, const transaction &what) {
@@ -140,7 +158,8 @@ TEST_F(random_replays, a_case_is_its_own_replay) {
         std::optional<dns_script> dns(std::in_place);
         script_world(now, &*dns);
         write_world(now, drive, registry);
-        const transaction what = random_transaction(random);
+        transaction what = random_transaction(random);
+        forget_a_fact(&what);
         write_whitelist(what);
         fail_some(&*dns, what);
         explain_options options;
@@ -377,6 +396,20 @@ TEST_F(replays, a_value_of_another_type_counts_as_not_read_again) {
     registry.remove("SOFTWARE\\Wow6432Node\\Mail Enable");
     EXPECT_EQ(timeless(replayed(which).record), timeless(which.record));
     log.take();
+}
+
+TEST_F(replays, a_recipient_that_is_not_known_is_missed_again) {
+    registry.set_text(me_key, me_configuration_value, "c:\\quillfence\\mail");
+    drive.write("c:/quillfence/mail/DOMAIN.TAB", "example.net\tx\n");
+    transaction what = transaction_of(clients[0]);
+    what.sender = "alice@example.net";
+    what.recipient.reset();
+    const test_case which = captured(what, options);
+    EXPECT_EQ(rule_of(which.record, "from_whitelist").decision, outcome::undecided)
+        << "a mailbox might have a whitelist";
+    registry.remove(mail_server);
+    EXPECT_EQ(timeless(replayed(which).record), timeless(which.record));
+    EXPECT_EQ(replayed(which).server, which.server);
 }
 
 TEST_F(replays, what_a_case_does_not_hold_of_the_server_counts_as_missing_and_is_said) {

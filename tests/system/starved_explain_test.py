@@ -16,7 +16,8 @@ VALUES = ["R", "10.1.2.3", "25", "0", "", "0", "", "", "bob@example.net"]
 LIMIT = 10000  # allocations of a run
 CLEAN_RUNS = 5  # in a row: the shortage comes after the run's last allocation
 COULD_NOT = (b"quillfence: there is not enough memory\n",
-             b"quillfence: the transaction could not be explained: out of memory\n")
+             b"quillfence: the transaction could not be explained: out of memory\n",
+             b"quillfence: the case could not be explained: out of memory\n")
 
 
 class StarvedExplain(FolderTest):
@@ -31,10 +32,12 @@ class StarvedExplain(FolderTest):
                 "blocked_ips": "192.0.2.1\n10.1.2.3\n"}.items():
             self.file("quillfence/" + name, content)
 
-    def explain(self, starve, *form):
-        return subprocess.run([PROGRAM, "explain", "--dns", "off", *form, *VALUES],
-                              capture_output=True, timeout=60,
+    def run_starved(self, starve, *arguments):
+        return subprocess.run([PROGRAM, "explain", *arguments], capture_output=True, timeout=60,
                               env=environment_on(self.folder, STARVE=starve))
+
+    def explain(self, starve, *form):
+        return self.run_starved(starve, "--dns", "off", *form, *VALUES)
 
     def test_enough_memory(self):
         run = self.explain("0", "--json")
@@ -107,6 +110,43 @@ class StarvedExplain(FolderTest):
                     self.assertTrue(page.read_bytes().endswith(b"</html>\n"))
                     return
         self.fail(f"more than {LIMIT} allocations")
+
+    def test_a_case_is_captured_whole_or_not_at_all(self):
+        """And judged again truly or not at all; at every tenth allocation."""
+        case = self.folder / "case.json"
+        whole = self.explain("0", "--json", "--capture", str(case))
+        self.assertEqual(whole.returncode, 0)
+        kept = case.read_bytes()
+        case.unlink()
+        captured = self.until_enough(lambda starve: self.explain(starve, "--capture", str(case)))
+        for run in captured:
+            if run.returncode == 2:
+                self.assertTrue(run.stderr.endswith(COULD_NOT) or b"case.json" in run.stderr,
+                                run.stderr)
+        self.assertEqual(len(case.read_bytes().splitlines()), len(kept.splitlines()))
+        self.assertEqual([path.name for path in self.folder.glob("case.json*")], ["case.json"])
+
+        case.write_bytes(kept)
+        judged = self.until_enough(
+            lambda starve: self.run_starved(starve, "--json", "--case", str(case)))
+        for run in judged:
+            if run.returncode == 0:
+                self.assertEqual(json.loads(run.stdout)["decision"],
+                                 json.loads(whole.stdout)["decision"])
+
+    def until_enough(self, run_with):
+        """The runs, up to the one that nothing is lacking in."""
+        runs = []
+        for n in range(1, LIMIT * 3, 10):
+            run = run_with(f"{n}+")
+            self.assertIn(run.returncode, (0, 2, 3), (n, run.stderr))
+            if run.returncode == 2:
+                self.assertEqual(run.stdout, b"")
+            runs.append(run)
+            if run.returncode == 0 and run.stderr == run_with("0").stderr:
+                self.assertGreater(len(runs), 50)
+                return runs
+        self.fail(f"more than {LIMIT * 3} allocations")
 
 
 if __name__ == "__main__":
