@@ -29,14 +29,6 @@ std::string address_text_of(uint32_t network_order) {
            std::to_string(octet[2]) + '.' + std::to_string(octet[3]);
 }
 
-static bool is_whitelist(const std::string &rule) {
-    return rule == "ip_whitelist" || rule == "from_whitelist" || rule == "to_whitelist";
-}
-
-static bool is_step(const std::string &rule) {
-    return rule == "block_lists" || rule == "block_rbl_lists";
-}
-
 // --- the slots ---
 
 template <class Fact>
@@ -78,13 +70,21 @@ collector::collector(decision_record &to, server_answers *asked, const explain_o
                            .recorded_hit = nullptr,
                            .could_not_look = slot,
                            .wrote_error = slot} {
-    uint32_t number = 0;
-    for (const rule_row &row : rule_rows()) {
-        rule_record rule;
-        rule.n = ++number;
-        rule.rule = row.name;
-        record.rules.push_back(std::move(rule));
+    const std::span<const known_rule> all = known_rules();
+    states.resize(all.size());
+    record.rules.resize(all.size());
+    for (size_t i = 0; i < all.size(); ++i) {
+        record.rules[i].n = static_cast<uint32_t>(i + 1);
+        record.rules[i].rule = all[i].row->name;
     }
+}
+
+const known_rule &collector::known(const rule_record &rule) {
+    return known_rules()[rule.n - 1];
+}
+
+collector::rule_state &collector::state_of(const rule_record &rule) {
+    return states[rule.n - 1];
 }
 
 // --- phases ---
@@ -92,7 +92,7 @@ collector::collector(decision_record &to, server_answers *asked, const explain_o
 void collector::enter(phase next, const smtp_state *of) {
     at = next;
     session = of;
-    current = {};
+    current.clear();
     phase_failure.clear();
     phase_missing = false;
     if (next == phase::report || next == phase::all || next == phase::completion) {
@@ -101,34 +101,52 @@ void collector::enter(phase next, const smtp_state *of) {
     }
 }
 
-rule_record *collector::find(const std::string &rule) {
-    for (rule_record &entry : record.rules) {
-        if (entry.rule == rule) {
-            return &entry;
-        }
+rule_record *collector::find(const char *rule) {
+    const size_t number = rule_number(rule, likely_rule);
+    if (number == record.rules.size()) {
+        return nullptr;
     }
-    return nullptr;
+    likely_rule = number;
+    return &record.rules[number];
 }
 
-void collector::withhold(const std::string &rule, fact_set missing) {
-    withheld.emplace_back(rule, missing);
-}
-
-bool collector::is_enabled(const std::string &rule) const {
-    return is_whitelist(rule) || is_step(rule) || !not_enabled.contains(rule);
+void collector::withhold(size_t rule, fact_set missing) {
+    states[rule].withheld = missing;
 }
 
 // --- a rule's run ---
 
-void collector::begin_run(const char *rule) {
-    current = {};
-    current.rule = find(rule);
-    current.facts = find_rule_facts(rule);
-    current.begin = std::chrono::steady_clock::now();
+void collector::run::clear() {
+    rule = nullptr;
+    facts = nullptr;
+    from = {};
+    exempted_by = {};
+    searched = counted = any_there = false;
+    looked_at = 0;
+    names.clear();
+    lists.clear();
+    reason.clear();
+    sender_networks.clear();
+    dns.clear();
+    zone_begin = 0;
+    failure.clear();
+    answer_missing = false;
+    ptr_cache = resolves_unknown;
+    empty_hook = false;
+    begin = {};
+}
+
+void collector::begin_run(rule_record *rule) {
+    current.clear();
+    current.rule = rule;
+    current.facts = rule ? known(*rule).facts : nullptr;
+    if (options.times) {
+        current.begin = std::chrono::steady_clock::now();
+    }
 }
 
 void collector::begin_step(const char *rule) {
-    begin_run(rule);
+    begin_run(find(rule));
 }
 
 void collector::end_step(bool hit) {
@@ -152,11 +170,11 @@ outcome collector::outcome_of_run(bool hit) const {
     if (!hit) {
         return outcome::no_hit;
     }
-    return is_whitelist(current.rule->rule) ? outcome::exempt : outcome::hit;
+    return known(*current.rule).whitelist ? outcome::exempt : outcome::hit;
 }
 
 void collector::keep_doubt(const rule_record &rule, bool by_failure) {
-    decision_doubts.push_back({rule.rule, is_whitelist(rule.rule), by_failure});
+    decision_doubts.push_back({rule.rule, known(rule).whitelist, by_failure});
 }
 
 // Where the outcome of a run belongs, by phase.
@@ -178,7 +196,7 @@ void collector::note_outcome(rule_record &rule, outcome is) {
         rule.would = is;
         return;
     case phase::report: {
-        const bool shown = is_reportable_rule(rule.rule.c_str());
+        const bool shown = known(rule).row->reported;
         const bool hits = is == outcome::hit || is == outcome::exempt;
         rule.report = !hits ? is : shown ? outcome::hit : outcome::hit_unreported;
         return;
@@ -195,14 +213,15 @@ void collector::end_run(bool hit) {
         rule.decision = outcome::not_reached;
     }
     note_outcome(rule, is);
-    const bool again = at == phase::exemption && described.contains(rule.rule);
+    bool &described = state_of(rule).described;
+    const bool again = at == phase::exemption && described;
     if (again && !hit) {
         rule.looked_at = rule.looked_at.value_or(0) + current.looked_at;
-    } else if (again || !described.contains(rule.rule)) {
+    } else if (again || !described) {
         describe(rule, is, hit);
-        described.insert(rule.rule);
+        described = true;
     }
-    current = {};
+    current.clear();
 }
 
 static std::optional<std::string> judged_text(const smtp_state *session, judged about) {
@@ -355,45 +374,52 @@ void collector::add_near_misses(rule_record &rule) {
 
 // --- how rules went ---
 
-void collector::note_skip(const rule_fact &fact) {
-    rule_record *const rule = find(fact.rule);
-    if (!rule) {
-        return;
-    }
+void collector::note_skip(const rule_fact &fact, rule_record &rule) {
     if (at == phase::report) {
-        rule->report = outcome::skipped;
+        rule.report = outcome::skipped;
     } else if (at == phase::all) {
-        rule->would = outcome::skipped;
-    } else if (at != phase::survey && (at == phase::exemption || !is_whitelist(rule->rule))) {
-        rule->decision = outcome::skipped;
+        rule.would = outcome::skipped;
+    } else if (at != phase::survey && (at == phase::exemption || !known(rule).whitelist)) {
+        rule.decision = outcome::skipped;
     }
-    if (rule->kind.empty() && at != phase::survey) {
-        rule->kind = text_of(fact.kind);
+    if (rule.kind.empty() && at != phase::survey) {
+        rule.kind = text_of(fact.kind);
     }
-    if (current.rule == rule) {
-        current = {};
+    if (current.rule == &rule) {
+        current.clear();
     }
 }
 
 void collector::note_not_enabled(rule_record &rule) {
-    if (is_whitelist(rule.rule) || is_step(rule.rule)) {
-        return;
+    if (!known(rule).whitelist && !known(rule).step) {
+        rule.decision = outcome::not_enabled;
     }
-    not_enabled.insert(rule.rule);
-    rule.decision = outcome::not_enabled;
+}
+
+// A rule without a check function, or one that the driver has taken it from.
+void collector::note_never(rule_record &rule) {
+    if (state_of(rule).withheld && at != phase::report) {
+        pass_over(rule);
+    } else {
+        note_outcome(rule, outcome::never);
+    }
 }
 
 void collector::on(const rule_fact &fact) {
+    const bool selecting = at == phase::rules || at == phase::survey;
+    if (fact.step == rule_step::not_enabled && !selecting) {
+        return;
+    }
     rule_record *const rule = find(fact.rule);
     if (!rule) {
         return;
     }
     // The walks for exemptions pass all other rules by.
-    const bool foreign = (at == phase::exemption) != is_whitelist(rule->rule) && at != phase::all &&
+    const bool foreign = (at == phase::exemption) != known(*rule).whitelist && at != phase::all &&
                          at != phase::report;
     switch (fact.step) {
     case rule_step::began:
-        begin_run(fact.rule);
+        begin_run(rule);
         if (foreign) {
             current.rule = nullptr;
         }
@@ -404,55 +430,44 @@ void collector::on(const rule_fact &fact) {
         }
         return;
     case rule_step::not_enabled:
-        if (at == phase::rules || at == phase::survey) {
-            note_not_enabled(*rule);
-        }
+        note_not_enabled(*rule);
         return;
     case rule_step::skipped:
-        note_skip(fact);
+        note_skip(fact, *rule);
         return;
     case rule_step::never:
-        if (foreign || is_step(rule->rule) || at == phase::survey) {
-            return;
+        if (!foreign && !known(*rule).step && at != phase::survey) {
+            note_never(*rule);
         }
-        for (const auto &[name, missing] : withheld) {
-            if (name == rule->rule && at != phase::report) {
-                pass_over(rule->rule.c_str());
-                return;
-            }
-        }
-        note_outcome(*rule, outcome::never);
         return;
     }
 }
 
 void collector::pass_over(const char *name) {
-    rule_record *const rule = find(name);
-    if (!rule) {
-        return;
+    if (rule_record *const rule = find(name)) {
+        pass_over(*rule);
     }
-    fact_set missing = 0;
-    for (const auto &[other, facts] : withheld) {
-        missing = other == name ? facts : missing;
-    }
-    std::string known;
-    for (const std::string &fact : fact_names(missing)) {
-        known += (known.empty() ? "" : ", ") + fact;
+}
+
+void collector::pass_over(rule_record &rule) {
+    std::string names;
+    for (const std::string &fact : fact_names(state_of(rule).withheld)) {
+        names += (names.empty() ? "" : ", ") + fact;
         const missing_item item{"fact", "", "", fact};
         if (std::find(record.missing.begin(), record.missing.end(), item) == record.missing.end()) {
             record.missing.push_back(item);
         }
     }
     if (at == phase::all) {
-        rule->would = outcome::undecided;
-    } else if (rule->decision != outcome::undecided) {
-        rule->decision = outcome::undecided;
-        keep_doubt(*rule, false);
+        rule.would = outcome::undecided;
+    } else if (rule.decision != outcome::undecided) {
+        rule.decision = outcome::undecided;
+        keep_doubt(rule, false);
     }
-    if (rule->reason.empty()) {
-        rule->reason = "not known: " + known;
+    if (rule.reason.empty()) {
+        rule.reason = "not known: " + names;
     }
-    described.insert(name);
+    state_of(rule).described = true;
 }
 
 void collector::on(const empty_hook &) {
@@ -676,9 +691,9 @@ void collector::on(const error_line_fact &fact) {
 // --- the end ---
 
 // Whatever the session: the rule has no check function, or its hook is empty.
-static bool never_hits(const std::string &rule, const rule_row &row) {
-    const rule_facts *const facts = find_rule_facts(row.name);
-    return (!row.check && !is_step(rule)) || (facts && facts->hook && !(hooks().*facts->hook));
+static bool never_hits(const known_rule &rule) {
+    return (!rule.row->check && !rule.step) ||
+           (rule.facts && rule.facts->hook && !(hooks().*rule.facts->hook));
 }
 
 void collector::finish(bool with_report) {
@@ -696,8 +711,7 @@ void collector::finish(bool with_report) {
                 rule.from = file_source{selection_path, 0};
             }
         }
-        const rule_row &row = rule_rows()[rule.n - 1]; // the record's rules are the table's
-        if (never_hits(rule.rule, row)) {
+        if (never_hits(known(rule))) {
             rule.from = source();
             rule.decision = outcome::never;
             rule.would.reset();
@@ -706,8 +720,8 @@ void collector::finish(bool with_report) {
             rule.report = outcome::never; // the report does not run it
         }
         if (rule.decision == outcome::never) {
-            rule.reason =
-                row.check ? "the engine has no such list" : "the engine has no check for it";
+            rule.reason = known(rule).row->check ? "the engine has no such list"
+                                                 : "the engine has no check for it";
         }
     }
 }

@@ -46,8 +46,8 @@ class collector {
     void judge(const smtp_state *of) { // the session that a phase has just made
         session = of;
     }
-    // Rules that the driver does not run because these facts are missing.
-    void withhold(const std::string &rule, fact_set missing);
+    // A rule, by its number, that the driver does not run because these facts are missing.
+    void withhold(size_t rule, fact_set missing);
     // Around the steps that are no check functions: the block maps and the DNS block lists.
     void begin_step(const char *rule);
     void end_step(bool hit);
@@ -59,7 +59,6 @@ class collector {
     out_of_memory() const { // the engine's, or our own: nothing that was told is to be believed
         return broken;
     }
-    bool is_enabled(const std::string &rule) const;
     bool knows_enabled_rules() const {
         return selection_known;
     }
@@ -79,7 +78,7 @@ class collector {
     bool answer_missing_in_phase() const {
         return phase_missing;
     }
-    rule_record *find(const std::string &rule);
+    rule_record *find(const char *rule);
     // The rules behind the decision, and what nobody has set.
     void finish(bool with_report);
 
@@ -105,6 +104,14 @@ class collector {
         uint32_t ptr_cache = resolves_unknown;
         bool empty_hook = false;
         std::chrono::steady_clock::time_point begin;
+
+        void clear(); // as if it were new
+    };
+
+    // What is known of a rule besides its record.
+    struct rule_state {
+        bool described = false; // its details are there
+        fact_set withheld = 0;  // what is missing for it to be run
     };
 
     template <class Fact>
@@ -131,7 +138,7 @@ class collector {
     void on(const look_failure &fact);
     void on(const error_line_fact &fact);
 
-    void begin_run(const char *rule);
+    void begin_run(rule_record *rule);
     void end_run(bool hit);
     outcome outcome_of_run(bool hit) const;
     void note_outcome(rule_record &rule, outcome is);
@@ -142,9 +149,12 @@ class collector {
     void use_answer(uint32_t number);
     uint32_t keep_answer(const dns_question &fact);
     void note_answers();
-    void note_skip(const rule_fact &fact);
+    void note_skip(const rule_fact &fact, rule_record &rule);
+    void note_never(rule_record &rule);
+    void pass_over(rule_record &rule);
+    static const known_rule &known(const rule_record &rule);
+    rule_state &state_of(const rule_record &rule);
     void note_not_enabled(rule_record &rule);
-    bool is_behind_exemption(const std::string &rule) const;
     void keep_doubt(const rule_record &rule, bool by_failure);
 
     decision_record &record;
@@ -156,14 +166,13 @@ class collector {
     run current;
     bool broken = false;
 
-    bool maps_known = false;         // by the decision
-    std::set<std::string> described; // rules whose details are there
-    std::set<std::string> not_enabled;
+    bool maps_known = false;        // by the decision
+    std::vector<rule_state> states; // of all rules, by their numbers
+    size_t likely_rule = 0;         // that the next fact is about
     bool selection_known = false;
     bool built_in_rules = false;
     std::string selection_path;
     std::string selection_names;
-    std::vector<std::pair<std::string, fact_set>> withheld;
     std::vector<doubt> decision_doubts;
     std::string phase_failure;
     bool phase_missing = false;

@@ -21,6 +21,14 @@ namespace {
 
 constexpr char no_memory[] = "out of memory";
 
+// The steps that the engine has behind its rules.
+constexpr char maps_rule[] = "block_lists";
+constexpr char zones_rule[] = "block_rbl_lists";
+
+const known_rule &rule_of(const char *step) {
+    return known_rules()[rule_number(step)];
+}
+
 // A list of the engine with what it owns.
 template <void (*release)(void *)>
 class owned_list {
@@ -124,13 +132,14 @@ class driver {
         }
         if (!own_rules.head) {
             own_rules.head = build_rule_table();
-            for (const rule_row &row : rule_rows()) {
-                const auto lacks = static_cast<fact_set>(needed_facts(row) & missing);
+            for (size_t i = 0; i < known_rules().size(); ++i) {
+                const known_rule &known = known_rules()[i];
+                const auto lacks = static_cast<fact_set>(needed_facts(known) & missing);
                 if (!lacks) {
                     continue;
                 }
-                told.withhold(row.name, lacks);
-                if (spam_rule *const rule = find_rule(own_rules.head, row.name)) {
+                told.withhold(i, lacks);
+                if (spam_rule *const rule = find_rule(own_rules.head, known.row->name)) {
                     rule->check = nullptr;
                 }
             }
@@ -138,13 +147,8 @@ class driver {
         return own_rules.head;
     }
 
-    bool lacks_facts(const char *step) const {
-        for (const rule_row &row : rule_rows()) {
-            if (std::strcmp(row.name, step) == 0) {
-                return needed_facts(row) & missing;
-            }
-        }
-        return false;
+    bool lacks_facts(const known_rule &rule) const {
+        return needed_facts(rule) & missing;
     }
 
     // Which rules are enabled, when the decision did not get so far: the engine walks a table
@@ -234,20 +238,20 @@ class driver {
     }
 
     bool hits_map(smtp_state *state) {
-        static constexpr char rule[] = "block_lists";
+        static const known_rule &known = rule_of(maps_rule);
         told.enter(phase::maps, state);
-        if (lacks_facts(rule)) {
-            told.pass_over(rule);
+        if (lacks_facts(known)) {
+            told.pass_over(maps_rule);
             return false;
         }
-        told.begin_step(rule);
+        told.begin_step(maps_rule);
         const int done = global_bms_r(state, quillfence_rules());
         if (!done) {
             undecided(decided_by::error, failure_or("the block maps could not be asked"));
             return true;
         }
         told.end_step(state->hit_name);
-        if (!takes_hit(state, decided_by::block_map, rule)) {
+        if (!takes_hit(state, decided_by::block_map, maps_rule)) {
             return phase_failed();
         }
         if (record.decision.is == verdict::undecided) {
@@ -262,20 +266,20 @@ class driver {
     }
 
     bool hits_zone(smtp_state *state) {
-        static constexpr char rule[] = "block_rbl_lists";
+        static const known_rule &known = rule_of(zones_rule);
         told.enter(phase::zones, state);
-        if (lacks_facts(rule)) {
-            told.pass_over(rule);
+        if (lacks_facts(known)) {
+            told.pass_over(zones_rule);
             return false;
         }
-        told.begin_step(rule);
+        told.begin_step(zones_rule);
         const int done = global_rbl_r(state, quillfence_rules());
         if (!done) {
             undecided(decided_by::error, failure_or("the DNS block lists could not be asked"));
             return true;
         }
         told.end_step(state->hit_name);
-        if (!takes_hit(state, decided_by::rbl, rule)) {
+        if (!takes_hit(state, decided_by::rbl, zones_rule)) {
             return phase_failed();
         }
         if (record.decision.is == verdict::undecided) {
@@ -371,29 +375,29 @@ class driver {
         if (!state) {
             return;
         }
-        for (const rule_row &row : rule_rows()) {
-            const rule_record *const rule = told.find(row.name);
+        for (const known_rule &known : known_rules()) {
+            const rule_record *const rule = told.find(known.row->name);
             if (rule->decision != outcome::not_reached && rule->decision != outcome::not_enabled) {
                 continue;
             }
-            run_alone(state.get(), row);
+            run_alone(state.get(), known);
         }
     }
 
-    void run_alone(smtp_state *state, const rule_row &row) {
-        const bool maps = std::strcmp(row.name, "block_lists") == 0;
-        const bool zones = std::strcmp(row.name, "block_rbl_lists") == 0;
-        if (lacks_facts(row.name)) {
+    void run_alone(smtp_state *state, const known_rule &rule) {
+        const char *const rule_name = rule.row->name;
+        if (lacks_facts(rule)) {
             usable_rules();
-            told.pass_over(row.name);
-        } else if (maps || zones) {
+            told.pass_over(rule_name);
+        } else if (rule.step) {
+            const bool maps = std::strcmp(rule_name, maps_rule) == 0;
             forget_hit(state);
-            told.begin_step(row.name);
+            told.begin_step(rule_name);
             (maps ? global_bms_r : global_rbl_r)(state, quillfence_rules());
             told.end_step(state->hit_name);
         } else {
             name_list name;
-            if (vc_append_list_entry(&name.head, row.name, std::strlen(row.name) + 1, 1) > 0) {
+            if (vc_append_list_entry(&name.head, rule_name, std::strlen(rule_name) + 1, 1) > 0) {
                 run_spam_checks_r(state, name.head, quillfence_rules());
             }
         }
@@ -443,7 +447,7 @@ class driver {
     void take_lists(vc_json *root, report *made) {
         take_texts(root, "spam_hits", &made->spam_hits);
         take_texts(root, "bms_hits", &made->bms_hits);
-        if (rule_record *const maps = told.find("block_lists")) {
+        if (rule_record *const maps = told.find(maps_rule)) {
             if (!maps->report) {
                 maps->report = made->bms_hits.empty() ? outcome::no_hit : outcome::hit;
             }
@@ -457,7 +461,7 @@ class driver {
         if (record.decision.by != decided_by::exempt) {
             return;
         }
-        const rule_record *const exemption = told.find(record.decision.rule);
+        const rule_record *const exemption = told.find(record.decision.rule.c_str());
         for (const char *name : {"ip_blacklist", "from_blacklist"}) {
             rule_record *const rule = told.find(name);
             if (rule->from.index() && options.near_misses &&

@@ -1,6 +1,8 @@
 #include "rule_facts.h"
 
+#include <algorithm>
 #include <cstring>
+#include <initializer_list>
 
 #include "evidence.h"
 #include "me_settings.h"
@@ -80,13 +82,44 @@ constexpr rule_facts table[] = {
 
 } // namespace
 
-const rule_facts *find_rule_facts(const char *rule) {
+static const rule_facts *find_facts(const char *rule) {
     for (const rule_facts &facts : table) {
         if (std::strcmp(facts.rule, rule) == 0) {
             return &facts;
         }
     }
     return nullptr;
+}
+
+static bool is_one_of(const char *rule, std::initializer_list<const char *> names) {
+    const auto same = [rule](const char *name) { return std::strcmp(rule, name) == 0; };
+    return std::any_of(names.begin(), names.end(), same);
+}
+
+static std::vector<known_rule> all_rules() {
+    std::vector<known_rule> all;
+    for (const rule_row &row : rule_rows()) {
+        all.push_back({&row, find_facts(row.name),
+                       is_one_of(row.name, {"ip_whitelist", "from_whitelist", "to_whitelist"}),
+                       is_one_of(row.name, {"block_lists", "block_rbl_lists"})});
+    }
+    return all;
+}
+
+std::span<const known_rule> known_rules() {
+    static const std::vector<known_rule> all = all_rules();
+    return all;
+}
+
+size_t rule_number(const char *name, size_t likely) {
+    const std::span<const rule_row> rows = rule_rows();
+    for (size_t tried = 0; tried < rows.size(); ++tried) {
+        const size_t number = (likely + tried) % rows.size();
+        if (std::strcmp(rows[number].name, name) == 0) {
+            return number;
+        }
+    }
+    return rows.size();
 }
 
 // Whether the mail server may have whitelists of its recipients, which from_whitelist asks as well.
@@ -97,14 +130,13 @@ static bool has_mailboxes() {
     return has;
 }
 
-fact_set needed_facts(const rule_row &row) {
-    const rule_facts *const facts = find_rule_facts(row.name);
+fact_set needed_facts(const known_rule &rule) {
+    const rule_row &row = *rule.row;
+    const rule_facts *const facts = rule.facts;
     if (facts && facts->hook && !(hooks().*facts->hook)) {
         return nothing;
     }
-    const bool is_step =
-        std::strcmp(row.name, "block_lists") == 0 || std::strcmp(row.name, "block_rbl_lists") == 0;
-    if (!row.check && !is_step) {
+    if (!row.check && !rule.step) {
         return nothing;
     }
     unsigned needs = facts ? facts->needs : 0u;

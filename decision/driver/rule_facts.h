@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -34,12 +35,25 @@ struct rule_facts {
     const char *no_hit;
 };
 
-// By the rule's name; null for a name that the table has not.
-const rule_facts *find_rule_facts(const char *rule);
+// A row of the engine's table, and what is known of it here. Rules are numbered as in that table,
+// from 0.
+struct known_rule {
+    const rule_row *row;
+    const rule_facts *facts; // null for a rule that nothing is known of
+    bool whitelist;          // it exempts
+    bool step;               // no check function, but a step of its own behind the rules
+};
+
+// All of the table's rules, in its order.
+std::span<const known_rule> known_rules();
+
+// The number of the rule of that name; how many rules there are for a name that the table has not.
+// The search begins at `likely`: most is asked in the table's order.
+size_t rule_number(const char *name, size_t likely = 0);
 
 // Everything that the rule's answer depends on: its own needs, and what decides whether it is
 // skipped for this kind of session.
-fact_set needed_facts(const rule_row &row);
+fact_set needed_facts(const known_rule &rule);
 
 // The facts that a transaction has not, and their names as the transaction has them.
 fact_set missing_facts(const transaction &of);
