@@ -146,14 +146,19 @@ int vc_list_contains(vc_list_entry *list, const void *key, size_t length,
     return vc_list_search(list, key, length, compare) != nullptr;
 }
 
+// Most texts differ in their first characters.
+static bool same_text(const char *a, const char *b) {
+    return *a == *b && strcmp(a, b) == 0;
+}
+
 vc_list_entry *vc_list_search_string(vc_list_entry *list, const char *text, int ignore_case) {
     if (!text) {
         QF_EINVAL();
         return nullptr;
     }
-    const auto compare = ignore_case ? _stricmp : strcmp;
     for (; list; list = list->next) {
-        if (list->data && compare(static_cast<const char *>(list->data), text) == 0) {
+        const auto *const entry = static_cast<const char *>(list->data);
+        if (entry && (ignore_case ? _stricmp(entry, text) == 0 : same_text(entry, text))) {
             return list;
         }
     }

@@ -381,10 +381,20 @@ static char *copy_replacing(const char *text, const replace_pair &pair, size_t s
 
 static constexpr char replace_operation[] = "vc_str_replace";
 
+static void cut(char *text, size_t limit) {
+    if (strnlen(text, limit) == limit) {
+        text[limit] = '\0';
+    }
+}
+
 // Replaces by something longer, in a copy that is cut at limit characters.
 static int replace_larger(char **slot, const replace_pair &pair, size_t limit) {
     const size_t count = count_occurrences(*slot, pair);
     QF_DEBUG_AS(replace_operation, "Detected %zu patterns to replace", count);
+    if (!count) {
+        cut(*slot, limit);
+        return 1;
+    }
     size_t size;
     if (!grown_size(strlen(*slot), pair, count, &size)) {
         size = SIZE_MAX; // more than there is
@@ -396,12 +406,6 @@ static int replace_larger(char **slot, const replace_pair &pair, size_t limit) {
     }
     put(slot, replaced);
     return 1;
-}
-
-static void cut(char *text, size_t limit) {
-    if (strnlen(text, limit) == limit) {
-        text[limit] = '\0';
-    }
 }
 
 int vc_str_replace_within(char **slot, const char *pattern, const char *replacement, size_t limit) {
@@ -523,6 +527,19 @@ int vc_asprintf(char **slot, const char *format, ...) {
 
 int vc_vasprintf(char **slot, const char *format, va_list arguments) {
     return format_into_slot(__func__, slot, format, arguments);
+}
+
+char *vc_concatenate(const char *first, const char *second, const char *third) {
+    const size_t lengths[] = {strlen(first), strlen(second), strlen(third)};
+    char *const text = new_text(lengths[0] + lengths[1] + lengths[2] + 1);
+    if (!text) {
+        QF_ENOMEM();
+        return nullptr;
+    }
+    memcpy(text, first, lengths[0]);
+    memcpy(text + lengths[0], second, lengths[1]);
+    memcpy(text + lengths[0] + lengths[1], third, lengths[2] + 1);
+    return text;
 }
 
 char *vc_strdup_till(const char *text, const char **end, char stop) {

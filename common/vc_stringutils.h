@@ -111,6 +111,11 @@ int vc_str_replace_smaller_ex(char *text, const char *pattern, const char *repla
 int vc_asprintf(char **slot, const char *format, ...) QF_PRINTF_LIKE(2, 3);
 int vc_vasprintf(char **slot, const char *format, va_list arguments) QF_PRINTF_LIKE(2, 0);
 
+// A new heap string, which the caller frees, of three texts one behind the other; null without
+// memory. For paths, which every look at a file makes: several times as fast as vc_asprintf.
+// ERROR line: ENOMEM.
+char *vc_concatenate(const char *first, const char *second, const char *third);
+
 // A new heap string, which the caller frees, of the text before the first stop character; of the
 // whole text when there is none.
 //   end   receives the place of that stop character, or of the final NUL; may be null

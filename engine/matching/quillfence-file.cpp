@@ -33,21 +33,17 @@ char *__build_path(const char *directory, const char *name) {
         QF_EINVAL();
         return nullptr;
     }
-    char *path = nullptr;
-    if (vc_asprintf(&path, "%s%s%s", directory, separator_after(directory), name) < 0) {
+    char *const path = vc_concatenate(directory, separator_after(directory), name);
+    if (!path) {
         QF_ENOMEM();
-        return nullptr;
     }
     return path;
 }
 
 // As __build_path, but a directory may be absent (the name is the path) or "".
 static char *lookup_path(const char *directory, const char *name) {
-    char *path = nullptr;
-    const int length =
-        directory ? vc_asprintf(&path, "%s%s%s", directory, separator_after(directory), name)
-                  : vc_asprintf(&path, "%s", name);
-    return length < 0 ? nullptr : path;
+    return directory ? vc_concatenate(directory, separator_after(directory), name)
+                     : vc_concatenate("", "", name);
 }
 
 // Opens an existing file for reading; a missing one is not created.

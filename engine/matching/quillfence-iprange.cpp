@@ -142,8 +142,8 @@ char *__range_path(const char *directory, const char *name) {
         return nullptr;
     }
     const bool closed = directory[strlen(directory) - 1] == '/';
-    char *path = nullptr;
-    if (vc_asprintf(&path, "%s%s%s", directory, closed ? "" : "/", name) < 0) {
+    char *const path = vc_concatenate(directory, closed ? "" : "/", name);
+    if (!path) {
         QF_ENOMEM();
         return nullptr;
     }

@@ -604,6 +604,28 @@ TEST_F(vc_strings, asprintf_of_a_text_that_grows_meanwhile) {
                      "E vc_vasprintf: Failed to completely write formatted string to buffer"}));
 }
 
+// vc_concatenate
+
+TEST_F(vc_strings, concatenate_puts_three_texts_behind_each_other) {
+    const struct {
+        const char *first;
+        const char *second;
+        const char *third;
+        const char *want;
+    } cases[] = {
+        {"c:/folder", "/", "file", "c:/folder/file"},
+        {"", "", "name", "name"},
+        {"a", "bc", "", "abc"},
+        {"", "", "", ""},
+    };
+    for (const auto &c : cases) {
+        text_slot made;
+        made.text = vc_concatenate(c.first, c.second, c.third);
+        EXPECT_EQ(made.str(), c.want);
+    }
+    EXPECT_EQ(log.transcript(), lines{});
+}
+
 // vc_strdup_till
 
 TEST_F(vc_strings, strdup_till) {

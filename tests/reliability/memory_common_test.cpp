@@ -98,6 +98,8 @@ TEST_F(memory_common, strings) {
         {"vc_str_replace", have_abc, [] { return vc_str_replace(&it.text, "b", "xyz") == 1; },
          still_abc},
         {"vc_asprintf", nullptr, [] { return vc_asprintf(&it.text, "%d", 5) == 1; }, nothing_made},
+        {"vc_concatenate", nullptr,
+         [] { return (it.text = vc_concatenate("a", "/", "b")) != nullptr; }, nothing_made},
         {"vc_strdup_till", nullptr,
          [] { return (it.text = vc_strdup_till("a,b", nullptr, ',')) != nullptr; }, nothing_made},
         {"asprintf", have_abc, [] { return asprintf(&it.text, "%d", 5) == 1; }, still_abc},
