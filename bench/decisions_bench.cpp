@@ -227,13 +227,14 @@ unsigned decide_all(const std::vector<transaction> &all, const frozen_files *fro
     dns_source dns = {.context = nullptr, .ask = answer};
     decision::explain_options options;
     options.report = report;
-    options.near_misses = options.files = options.times = false;
+    options.near_misses = options.files = options.times = options.quiet_rules = false;
     options.dns = &dns;
     options.configuration = frozen;
     options.pattern_lines = lines;
     unsigned rejected = 0;
+    decision::explain_result result;
     for (const transaction &one : all) {
-        const decision::explain_result result = decision::explain(one, options);
+        decision::explain(one, options, &result);
         if (result.failed) {
             fail(result.failed);
         }

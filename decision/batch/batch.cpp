@@ -49,6 +49,7 @@ explain_options explaining(const batch_options &options) {
     made.near_misses = whole;
     made.files = whole;
     made.times = whole;
+    made.quiet_rules = whole;
     made.configuration = options.configuration;
     made.pattern_lines = options.pattern_lines;
     made.substitutes = options.substitutes;
@@ -141,7 +142,8 @@ class worker {
     void judge(batch_load &load, batch_item &item, const input_transaction &input,
                dns_sources::source &answers) {
         dns_sources::engine_door door(answers);
-        settle(load, item, input, explained(item, input, door), door);
+        explain_now(item, input, door);
+        settle(load, item, input, door);
     }
 
     // --- with the DNS ---
@@ -155,9 +157,9 @@ class worker {
     // already.
     bool judge_or_wait(const std::shared_ptr<waiting_transaction> &one) {
         dns_sources::engine_door door(one->answers);
-        explain_result result = explained(one->item, one->input, door);
-        if (!one->answers.lacks_answers() || result.failed || door.failed()) {
-            settle(one->load, one->item, one->input, std::move(result), door);
+        explain_now(one->item, one->input, door);
+        if (!one->answers.lacks_answers() || result_.failed || door.failed()) {
+            settle(one->load, one->item, one->input, door);
             return true;
         }
         one->answers.fetch(all_.askers, [belt = &all_.belt, one] { belt->resume(one); });
@@ -178,12 +180,13 @@ class worker {
 
     // --- what comes of it ---
 
-    explain_result explained(const batch_item &item, const input_transaction &input,
-                             dns_sources::engine_door &door) {
+    // Into result_.
+    void explain_now(const batch_item &item, const input_transaction &input,
+                     dns_sources::engine_door &door) {
         explaining_.dns = door.slots();
         explaining_.id = input.id.empty() ? std::to_string(item.number) : input.id;
         explaining_.time = input.time;
-        return explain(input.transaction, explaining_);
+        explain(input.transaction, explaining_, &result_);
     }
 
     // The name of the input, where there are several.
@@ -192,12 +195,12 @@ class worker {
     }
 
     void settle(const batch_load &load, batch_item &item, const input_transaction &input,
-                explain_result result, const dns_sources::engine_door &door) {
-        if (result.failed || door.failed()) {
-            refuse(load, item, {1, result.failed ? result.failed : no_memory});
+                const dns_sources::engine_door &door) {
+        if (result_.failed || door.failed()) {
+            refuse(load, item, {1, result_.failed ? result_.failed : no_memory});
             return;
         }
-        decision_record &record = result.record;
+        decision_record &record = result_.record;
         record.extra = input.extra;
         batch_outcome &outcome = item.outcome;
         outcome.judged =
@@ -223,6 +226,7 @@ class worker {
 
     run &all_;
     explain_options explaining_;
+    explain_result result_; // of one transaction after the other
     std::optional<dns_sources::recorded_walk> walk_;
     dns_sources::off_source off_;
 };

@@ -6,11 +6,13 @@
 
 #include "consulted_files.h"
 #include "near_misses.h"
+#include "pattern_line_files.h"
 #include "pattern_text.h"
 #include "platform/dns.h"
 #include "platform/error_numbers.h"
 #include "quillfence-checks.h"
 #include "quillfence-spam-hooks.h"
+#include "record_writer.h"
 #include "text.h"
 #include "tiny_rex.h"
 #include "vc_dns.h"
@@ -37,7 +39,6 @@ void collector::slot(void *context, const Fact *fact) noexcept {
     if (self->broken) {
         return;
     }
-    const call_scope quiet(nullptr); // what the collector itself looks at is nobody's business
     try {
         self->on(*fact);
     } catch (...) {
@@ -342,17 +343,31 @@ std::string collector::reason_of_run(outcome is, bool hit) const {
     return !current.facts ? std::string() : hit ? current.facts->hit : current.facts->no_hit;
 }
 
+// Whether anybody will read what there is to say of the rule. Of a whitelist that is not known
+// before the recipient's own has been asked.
+bool collector::is_to_be_described(const rule_record &rule) const {
+    return options.quiet_rules || options.report || options.all || known(rule).whitelist ||
+           is_told_briefly(rule);
+}
+
 void collector::describe(rule_record &rule, outcome is, bool hit) {
+    if (is_to_be_described(rule)) {
+        describe_at_length(rule, is, hit);
+    }
+    // Notes and other rules go by these.
+    rule.exempted_by = std::move(current.exempted_by);
+    rule.names = std::move(current.names);
+    rule.dns = current.dns;
+}
+
+void collector::describe_at_length(rule_record &rule, outcome is, bool hit) {
     rule.reason = reason_of_run(is, hit);
     rule.fact = current.facts ? fact_name(current.facts->about) : "";
     rule.value = value_of_run();
     rule.from = hit ? current.from : source();
-    rule.exempted_by = current.exempted_by;
     if (current.counted) {
         rule.looked_at = current.looked_at;
     }
-    rule.names = std::move(current.names);
-    rule.dns = current.dns;
     if (options.times) {
         const auto passed = std::chrono::steady_clock::now() - current.begin;
         rule.us = static_cast<uint32_t>(
@@ -364,6 +379,7 @@ void collector::describe(rule_record &rule, outcome is, bool hit) {
 }
 
 void collector::add_near_misses(rule_record &rule) {
+    const call_scope quiet(nullptr);
     for (const std::string &path : current.lists) {
         for (const data_files::near_entry &near : data_files::near_entries(path, rule.value)) {
             rule.near_misses.push_back(
@@ -514,29 +530,35 @@ void collector::on(const range_lookup &fact) {
     }
 }
 
+static std::string text_of_nodes(const pattern_search &fact) {
+    if (!fact.nodes || fact.node_count <= 0) {
+        return "";
+    }
+    const call_scope quiet(nullptr); // what the collector itself looks at is nobody's business
+    TRex expression{};
+    expression.nodes = const_cast<TRexNode *>(fact.nodes); // only read
+    expression.nallocated = fact.node_count;
+    std::string why;
+    return data_files::pattern_of_nodes(expression, &why);
+}
+
 // The expression that matched, as a source; nothing when none did.
-static source source_of(const pattern_search &fact) {
+static source source_of(const pattern_search &fact, const pattern_line_files *known) {
     if (!fact.expression) {
         return {};
     }
     if (!fact.path) {
         return built_in_source{text_of(fact.pattern), ""};
     }
-    expression_source found{text_of(fact.path), fact.expression, "", "", 0};
-    if (fact.nodes && fact.node_count > 0) {
-        TRex expression{};
-        expression.nodes = const_cast<TRexNode *>(fact.nodes); // only read
-        expression.nallocated = fact.node_count;
-        std::string why;
-        found.pattern = data_files::pattern_of_nodes(expression, &why);
-    }
-    return found;
+    const std::string *const text = known ? known->text_of(fact.path, fact.expression) : nullptr;
+    return expression_source{text_of(fact.path), fact.expression,
+                             text ? *text : text_of_nodes(fact), "", 0};
 }
 
 void collector::on(const pattern_search &fact) {
     current.searched = current.counted = true;
     if (fact.path && std::strcmp(fact.path, exempt_regex_file) == 0) {
-        current.exempted_by = source_of(fact);
+        current.exempted_by = source_of(fact, options.pattern_lines);
         if (!current.names.empty()) {
             current.names.back().exempted_by = current.exempted_by;
         }
@@ -549,7 +571,7 @@ void collector::on(const pattern_search &fact) {
     }
     name_match match;
     match.name = fact.subject;
-    match.matched = source_of(fact);
+    match.matched = source_of(fact, options.pattern_lines);
     if (!current.from.index()) {
         current.from = match.matched;
     }
@@ -629,6 +651,9 @@ void collector::on(const selection_load &fact) {
     selection_known = true;
     built_in_rules = fact.built_in;
     selection_path = text_of(fact.path);
+    if (!built_in_rules) {
+        return;
+    }
     for (const vc_list_entry *entry = fact.names; entry; entry = entry->next) {
         selection_names +=
             (selection_names.empty() ? "" : ",") + text_of(static_cast<const char *>(entry->data));
@@ -704,13 +729,6 @@ void collector::finish(bool with_report) {
     name_pattern_lists(&record, options);
     note_answers();
     for (rule_record &rule : record.rules) {
-        if (rule.decision == outcome::not_enabled) {
-            if (built_in_rules) {
-                rule.from = built_in_source{"", selection_names};
-            } else {
-                rule.from = file_source{selection_path, 0};
-            }
-        }
         if (never_hits(known(rule))) {
             rule.from = source();
             rule.decision = outcome::never;
@@ -719,10 +737,23 @@ void collector::finish(bool with_report) {
         if (with_report && !rule.report) {
             rule.report = outcome::never; // the report does not run it
         }
-        if (rule.decision == outcome::never) {
-            rule.reason = known(rule).row->check ? "the engine has no such list"
-                                                 : "the engine has no check for it";
+        if (options.quiet_rules || is_told_briefly(rule)) {
+            describe_absence(rule);
         }
+    }
+}
+
+// Why a rule takes no part.
+void collector::describe_absence(rule_record &rule) const {
+    if (rule.decision == outcome::not_enabled) {
+        if (built_in_rules) {
+            rule.from = built_in_source{"", selection_names};
+        } else {
+            rule.from = file_source{selection_path, 0};
+        }
+    } else if (rule.decision == outcome::never) {
+        rule.reason = known(rule).row->check ? "the engine has no such list"
+                                             : "the engine has no check for it";
     }
 }
 

@@ -142,7 +142,10 @@ class collector {
     void end_run(bool hit);
     outcome outcome_of_run(bool hit) const;
     void note_outcome(rule_record &rule, outcome is);
+    bool is_to_be_described(const rule_record &rule) const;
     void describe(rule_record &rule, outcome is, bool hit);
+    void describe_at_length(rule_record &rule, outcome is, bool hit);
+    void describe_absence(rule_record &rule) const;
     std::string reason_of_run(outcome is, bool hit) const;
     std::string value_of_run() const;
     void add_near_misses(rule_record &rule);

@@ -4,7 +4,9 @@
 
 #include "file_digest.h"
 #include "frozen_files.h"
+#include "frozen_patterns.h"
 #include "open_file.h"
+#include "pattern_text.h"
 #include "utc_text.h"
 
 namespace quillfence::decision {
@@ -58,11 +60,27 @@ void weigh_files(std::vector<config_file> *files, const explain_options &options
 
 // --- the lists behind patterns ---
 
+static std::vector<std::string> texts_of(const frozen_patterns *patterns) {
+    std::vector<std::string> texts;
+    const uint32_t count = frozen_patterns_count(patterns);
+    for (uint32_t i = 0; i < count; ++i) {
+        TRex expression{};
+        frozen_patterns_lend(patterns, i, &expression);
+        std::string why;
+        texts.push_back(data_files::pattern_of_nodes(expression, &why));
+    }
+    return texts;
+}
+
 pattern_line_files::pattern_line_files(const frozen_files &of) {
+    const call_scope quiet(nullptr);
     for (size_t i = 0; i < of.row_count; ++i) {
         const frozen_file &row = of.rows[i];
         if (row.bytes && std::string_view(row.path).ends_with(compiled_suffix)) {
             files_.emplace(row.path, data_files::read_pattern_lines(row.path, row.sha256));
+        }
+        if (row.patterns) {
+            texts_.emplace(row.path, texts_of(row.patterns));
         }
     }
 }
@@ -70,6 +88,13 @@ pattern_line_files::pattern_line_files(const frozen_files &of) {
 const data_files::pattern_lines *pattern_line_files::find(const std::string &path) const {
     const auto known = files_.find(path);
     return known == files_.end() ? nullptr : &known->second;
+}
+
+const std::string *pattern_line_files::text_of(std::string_view path, uint32_t expression) const {
+    const auto known = texts_.find(path);
+    return known == texts_.end() || expression - 1 >= known->second.size()
+               ? nullptr
+               : &known->second[expression - 1];
 }
 
 namespace {

@@ -12,6 +12,7 @@
 #include "quillfence.h"
 #include "report.h"
 #include "session.h"
+#include "used_record.h"
 #include "vc_json.h"
 #include "vc_list.h"
 #include "vcspamrule.h"
@@ -43,8 +44,40 @@ class owned_list {
     owned_list &operator=(const owned_list &) = delete;
     vc_list_entry *head;
 };
-using rule_table = owned_list<free_rule_data>;
 using name_list = owned_list<std::free>;
+
+// The engine's table again, in which rules may lose their checks. Texts are the table's.
+class rule_copies {
+  public:
+    // Null before any was made.
+    vc_list_entry *head() {
+        return entries_.empty() ? nullptr : entries_.data();
+    }
+    void make() {
+        for (const vc_list_entry *entry = quillfence_rules(); entry; entry = entry->next) {
+            rules_.push_back(*static_cast<const spam_rule *>(entry->data));
+        }
+        entries_.resize(rules_.size());
+        for (size_t i = 0; i < rules_.size(); ++i) {
+            entries_[i] = {&rules_[i], sizeof rules_[i],
+                           i + 1 < rules_.size() ? &entries_[i + 1] : nullptr};
+        }
+    }
+    void take_check(const char *name) {
+        if (spam_rule *const rule = find_rule(head(), name)) {
+            rule->check = nullptr;
+        }
+    }
+    void take_all_checks() {
+        for (spam_rule &rule : rules_) {
+            rule.check = nullptr;
+        }
+    }
+
+  private:
+    std::vector<spam_rule> rules_;
+    std::vector<vc_list_entry> entries_;
+};
 
 struct json_deleter {
     void operator()(vc_json *node) const {
@@ -53,11 +86,10 @@ struct json_deleter {
 };
 using json = std::unique_ptr<vc_json, json_deleter>;
 
-engine_build this_build() {
+void name_this_build([[maybe_unused]] engine_build *build) {
 #ifdef QUILLFENCE_BUILD_NAME
-    return {QUILLFENCE_VERSION, QUILLFENCE_BUILD_NAME};
-#else
-    return {};
+    build->version = QUILLFENCE_VERSION;
+    build->build = QUILLFENCE_BUILD_NAME;
 #endif
 }
 
@@ -74,7 +106,7 @@ class driver {
         }
         record.id = with.id;
         record.time = with.time;
-        record.engine = this_build();
+        name_this_build(&record.engine);
         record.config.base = quillfence_base_dir;
         record.config.user_dir = with.user_dir;
         record.config.revision = with.configuration ? with.configuration->revision : "";
@@ -130,8 +162,8 @@ class driver {
         if (!missing) {
             return quillfence_rules();
         }
-        if (!own_rules.head) {
-            own_rules.head = build_rule_table();
+        if (!own_rules.head()) {
+            own_rules.make();
             for (size_t i = 0; i < known_rules().size(); ++i) {
                 const known_rule &known = known_rules()[i];
                 const auto lacks = static_cast<fact_set>(needed_facts(known) & missing);
@@ -139,12 +171,10 @@ class driver {
                     continue;
                 }
                 told.withhold(i, lacks);
-                if (spam_rule *const rule = find_rule(own_rules.head, known.row->name)) {
-                    rule->check = nullptr;
-                }
+                own_rules.take_check(known.row->name);
             }
         }
-        return own_rules.head;
+        return own_rules.head();
     }
 
     bool lacks_facts(const known_rule &rule) const {
@@ -154,12 +184,11 @@ class driver {
     // Which rules are enabled, when the decision did not get so far: the engine walks a table
     // without checks.
     void survey(smtp_state *state) {
-        rule_table empty(build_rule_table());
-        for (vc_list_entry *entry = empty.head; entry; entry = entry->next) {
-            static_cast<spam_rule *>(entry->data)->check = nullptr;
-        }
+        rule_copies empty;
+        empty.make();
+        empty.take_all_checks();
         told.enter(phase::survey, state);
-        global_spam_hit_r(state, empty.head);
+        global_spam_hit_r(state, empty.head());
     }
 
     // --- the decision ---
@@ -479,20 +508,27 @@ class driver {
     fact_set missing;
     std::optional<answer_rows> given;
     call_context context;
-    rule_table own_rules{nullptr};
+    rule_copies own_rules;
 };
 
 } // namespace
 
+void explain(const transaction &what, const explain_options &options,
+             explain_result *result) noexcept {
+    empty_record(&result->record);
+    result->server = {};
+    try {
+        result->failed = driver(what, options, *result).run();
+    } catch (const std::bad_alloc &) {
+        result->failed = no_memory;
+    } catch (...) {
+        result->failed = "the record could not be made";
+    }
+}
+
 explain_result explain(const transaction &what, const explain_options &options) noexcept {
     explain_result result;
-    try {
-        result.failed = driver(what, options, result).run();
-    } catch (const std::bad_alloc &) {
-        result.failed = no_memory;
-    } catch (...) {
-        result.failed = "the record could not be made";
-    }
+    explain(what, options, &result);
     return result;
 }
 

@@ -18,15 +18,18 @@ namespace quillfence::decision {
 class pattern_line_files; // pattern_line_files.h
 
 struct explain_options {
-    std::string user_dir{};                      // the recipient's own lists; "" for none
-    bool report = true;                          // the replayer's two lists as well
-    bool all = false;                            // what rules behind the decision would have done
-    bool near_misses = true;                     // entries that might have been meant
-    bool files = true;                           // config.files
-    bool times = true;                           // microseconds of each rule
+    std::string user_dir{};  // the recipient's own lists; "" for none
+    bool report = true;      // the replayer's two lists as well
+    bool all = false;        // what rules behind the decision would have done
+    bool near_misses = true; // entries that might have been meant
+    bool files = true;       // config.files
+    bool times = true;       // microseconds of each rule
+    // What there is to say of rules that the brief form leaves out (is_told_briefly); without it
+    // they have their names and outcomes, and what tells that costs is saved.
+    bool quiet_rules = true;
     dns_source *dns = nullptr;                   // null: the system's DNS
     const frozen_files *configuration = nullptr; // null: the files, read for every question
-    // Which lists its patterns were made from, read with the configuration; null: read when needed.
+    // What is known of the configuration's patterns, read with it; null: read when needed.
     const pattern_line_files *pattern_lines = nullptr;
     const file_substitute *substitutes = nullptr; // what if: see call_context.h
     const server_answers *server = nullptr;       // another mail server's; null: this system's
@@ -47,5 +50,10 @@ struct explain_result {
 // Throws nothing. ERROR lines of the engine go into the record, and to the process's log function
 // where one is set.
 explain_result explain(const transaction &what, const explain_options &options) noexcept;
+
+// The same for whoever judges many: what the result holds of an earlier transaction is dropped, and
+// its memory is used again.
+void explain(const transaction &what, const explain_options &options,
+             explain_result *result) noexcept;
 
 } // namespace quillfence::decision

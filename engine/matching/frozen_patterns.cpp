@@ -85,7 +85,7 @@ static frozen_patterns *new_patterns(uint32_t count) {
     return made;
 }
 
-static void lend_nodes(const frozen_patterns *patterns, uint32_t index, TRex *expression) {
+void frozen_patterns_lend(const frozen_patterns *patterns, uint32_t index, TRex *expression) {
     const block &of = patterns->blocks[index];
     // The matcher reads them only.
     expression->nodes =
@@ -96,7 +96,7 @@ static void lend_nodes(const frozen_patterns *patterns, uint32_t index, TRex *ex
 // Puts a block in front of those that are found with it.
 static void link_block(frozen_patterns *patterns, uint32_t index) {
     TRex expression = {};
-    lend_nodes(patterns, index, &expression);
+    frozen_patterns_lend(patterns, index, &expression);
     char ending[longest_ending];
     const size_t length = required_ending(&expression, ending, sizeof ending);
     uint32_t *first = &patterns->first_of_rest;
@@ -204,7 +204,7 @@ bool frozen_patterns_next(pattern_walk *walk, TRex *expression) {
     if (walk->index == none) {
         return false;
     }
-    lend_nodes(walk->patterns, walk->index, expression);
+    frozen_patterns_lend(walk->patterns, walk->index, expression);
     return true;
 }
 

@@ -30,6 +30,8 @@ void frozen_patterns_free(frozen_patterns *patterns); // null is accepted
 
 size_t frozen_patterns_size(const frozen_patterns *patterns); // in bytes of memory
 uint32_t frozen_patterns_count(const frozen_patterns *patterns);
+// Lends the nodes of one expression, by its place in the file from 0, to the record.
+void frozen_patterns_lend(const frozen_patterns *patterns, uint32_t index, TRex *expression);
 
 // A walk; only the functions below touch the fields but index.
 inline constexpr uint32_t most_candidates = 256;

@@ -2,6 +2,7 @@
 // for every configuration and transaction, but for times. Many at random, always the same ones;
 // with QUILLFENCE_PAIRS=1000000 in the environment as many as that.
 #include <cstdlib>
+#include <set>
 
 #include "call_watch.h"
 #include "odd_world.h"
@@ -77,10 +78,21 @@ class frozen_decisions : public world_test {
         log.take();
         ++kinds[static_cast<size_t>(by_files.decision.by)];
     }
-    static std::string written(const decision_record &record) {
+    static std::string written(const decision_record &record,
+                               record_form form = record_form::whole) {
         std::string text;
-        write_record(text, record, record_form::whole);
+        write_record(text, record, form);
         return text;
+    }
+    // A transaction of which something may not be known.
+    transaction known_in_part() {
+        transaction what = random_transaction(random);
+        std::optional<std::string> *const facts[] = {&what.ip, &what.helo, &what.sender,
+                                                     &what.recipient, &what.authuser};
+        if (random() % 3 == 0) {
+            facts[random() % std::size(facts)]->reset();
+        }
+        return what;
     }
 
     std::map<size_t, unsigned> kinds; // pairs by what decided
@@ -102,6 +114,42 @@ TEST_F(frozen_decisions, are_those_of_the_files) {
         EXPECT_GE(kinds[static_cast<size_t>(by)], wanted / 2000) << static_cast<int>(by);
     }
     EXPECT_GE(kinds[static_cast<size_t>(decided_by::rbl)], wanted / 20000); // comes last
+}
+
+// What a run over many transactions saves is nothing that anybody sees.
+TEST_F(frozen_decisions, are_the_same_in_a_used_result_and_without_quiet_rules) {
+    explain_result used;
+    std::set<outcome> quiet;
+    drive.write("c:/quillfence/users/b/ip_whitelist", "10.1.2.3\n");
+    for (unsigned pairs = 0; pairs < wanted_pairs() / 10 && !HasFailure();) {
+        next_odd_world();
+        const owned_snapshot frozen = snapshot_now();
+        ASSERT_NE(frozen, nullptr);
+        const pattern_line_files lines(*frozen);
+        for (unsigned i = 0; i < pairs_a_world && !HasFailure(); ++i, ++pairs) {
+            choose_options();
+            options.user_dir = random() % 4 ? "" : "c:/quillfence/users/b/";
+            const transaction what = known_in_part();
+            const decision_record expected = explained(what, frozen.get());
+            options.pattern_lines = &lines;
+            explain(what, options, &used);
+            EXPECT_EQ(written(plain(used.record)), written(plain(expected)));
+            options.quiet_rules = false;
+            explain(what, options, &used);
+            EXPECT_EQ(written(plain(used.record), record_form::brief),
+                      written(plain(expected), record_form::brief));
+            for (const rule_record &rule : used.record.rules) {
+                if (rule.reason.empty()) {
+                    quiet.insert(rule.decision);
+                }
+            }
+            options.quiet_rules = true;
+            options.pattern_lines = nullptr;
+            log.take();
+        }
+    }
+    EXPECT_TRUE(quiet.contains(outcome::no_hit));
+    EXPECT_TRUE(quiet.contains(outcome::never));
 }
 
 // --- what is looked at ---
