@@ -1,9 +1,8 @@
 // Bundles: a case with the files that its decision rests on, in one plain tar file.
 //
 //     case.json                        the case
-//     c/quillfence/                    folders that the engine looks into, although they may be
-//     empty c/quillfence/from_blacklist      the consulted files, as the case's config.files has
-//     them
+//     c/quillfence/                    folders that the engine looks into, empty or not
+//     c/quillfence/from_blacklist      the consulted files, as the case's config.files has them
 //
 // docs/formats/bundle.md describes it. Unpacked, its folder c is a drive c: (--drive-c).
 #pragma once

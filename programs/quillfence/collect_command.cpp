@@ -123,6 +123,14 @@ static collection write_all(const collect_arguments &arguments, file_output *out
                             "nobody edits it");
 }
 
+// An archive of nothing would look as if the server had no configuration.
+static void refuse_nothing(const collection &all) {
+    if (all.tree.files.empty() && all.tree.failures.empty() && !all.registry.values) {
+        throw failure(all.base + ": holds no file that the engine knows; BASEDIR is the folder "
+                                 "quillfence itself, --drive-c the folder that holds it");
+    }
+}
+
 // --- what is said about it ----------------------------------------------------------------------
 
 static void say(const std::string &text) {
@@ -181,6 +189,7 @@ static exit_status collect(collect_arguments arguments) {
     std::optional<surroundings> chosen(std::in_place, arguments.drive_c, arguments.registry);
     const collection all = write_all(arguments, &out);
     chosen.reset();
+    refuse_nothing(all);
     out.commit();
     say_contents(arguments.out, all);
     return complain_of_failures(all);

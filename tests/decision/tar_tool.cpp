@@ -79,12 +79,22 @@ static std::string list(const char *path) {
     return reader.problem();
 }
 
+static std::string result_of(const std::vector<std::string> &words) {
+    const std::string step = words.empty() ? "" : words[0];
+    if (step == "pack" && words.size() == 2) {
+        return pack(words[1].c_str());
+    }
+    if (step == "list" && words.size() == 2) {
+        return list(words[1].c_str());
+    }
+    if (step == "unpack" && words.size() == 3) {
+        return unpack_tar(words[1], words[2]).problem;
+    }
+    return "usage: tar_tool pack|list|unpack ...";
+}
+
 static int run(const std::vector<std::string> &words) {
-    const std::string problem =
-        words.size() == 2 && words[0] == "pack"     ? pack(words[1].c_str())
-        : words.size() == 2 && words[0] == "list"   ? list(words[1].c_str())
-        : words.size() == 3 && words[0] == "unpack" ? unpack_tar(words[1], words[2]).problem
-                                                    : "usage: tar_tool pack|list|unpack ...";
+    const std::string problem = result_of(words);
     std::fputs(problem.c_str(), stderr);
     return problem.empty() ? 0 : 1;
 }

@@ -89,8 +89,10 @@ class Collect(FolderTest):
 
     def test_a_base_that_is_none(self):
         status, out, err = self.collect("out.tar", "server")
-        self.assertEqual(status, DONE)  # a folder without anything that the engine knows
-        self.assertIn("left out: 4 files that the engine does not know: ", out)
+        self.assertEqual((status, out), (FAILED, ""))
+        self.assertIn("server: holds no file that the engine knows; BASEDIR is the folder "
+                      "quillfence itself", err)
+        self.assertFalse((self.folder / "out.tar").exists())
         status, out, err = self.collect("out.tar", "nowhere")
         self.assertEqual((status, out), (FAILED, ""))
         self.assertEqual(err, "quillfence: nowhere: is no folder; give the one that holds "

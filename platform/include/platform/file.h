@@ -72,8 +72,8 @@ uint32_t file_seek(file_handle file, int64_t offset, seek_origin origin, int64_t
 uint32_t file_size(file_handle file, uint64_t *size);
 // When the file's contents last changed, in seconds since 1970-01-01 00:00:00 UTC.
 uint32_t file_changed(file_handle file, int64_t *seconds);
-// Whether nobody but its owner may read it (and who may do anything). On Windows always so: there it
-// is the folder's rights that say who may, and they are not looked at.
+// Whether nobody but its owner may read it (and who may do anything). On Windows always so: there
+// it is the folder's rights that say who may, and they are not looked at.
 uint32_t file_is_private(file_handle file, bool *is);
 uint32_t file_truncate(file_handle file); // at the current position
 uint32_t file_sync(file_handle file);     // to stable storage; needs a file open for writing
