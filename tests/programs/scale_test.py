@@ -61,7 +61,8 @@ exec "$REAL" "$@"
 """
 # A file whose end does not come: the program has judged what there is, and waits.
 WAITING = """#!/bin/bash
-(cat "${@: -1}"; echo started >"$RUNS/started"; exec sleep 60) | exec "$REAL" "${@:1:$#-1}"
+echo $$ >"$RUNS/started"
+exec "$REAL" "${@:1:$#-1}" < <(cat "${@: -1}"; exec sleep 20)
 """
 
 
@@ -196,11 +197,14 @@ class ParallelTest(Case):
                                start_new_session=True)
         self.addCleanup(run.wait, timeout=PATIENCE)
         self.addCleanup(os.killpg, run.pid, signal.SIGKILL)
-        wait_for("the program", self.folder / "runs/started")
+        program = int(wait_for("the program", self.folder / "runs/started"))
         time.sleep(0.5)
-        os.killpg(run.pid, signal.SIGINT) # as a terminal does
-        time.sleep(1)
-        self.assertFalse((self.folder / "judged/00.jsonl.out").exists())
+        # As whoever shuts a machine down, and as a terminal.
+        for send, to, sent in ((os.kill, program, signal.SIGTERM),
+                               (os.killpg, run.pid, signal.SIGINT)):
+            send(to, sent)
+            time.sleep(1)
+            self.assertFalse((self.folder / "judged/00.jsonl.out").exists())
 
     def test_bad_lines(self):
         self.file("month/00.jsonl", b'{"ip": 7}\n')
