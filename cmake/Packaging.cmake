@@ -29,7 +29,10 @@ else()
             RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
     install(FILES README.md CHANGES.md DESTINATION share/doc/quillfence)
     install(DIRECTORY docs/ DESTINATION share/doc/quillfence/docs)
-    install(DIRECTORY examples DESTINATION share/doc/quillfence)
+    install(DIRECTORY examples DESTINATION share/doc/quillfence
+            REGEX "/scale/.*\\.(py|sh)$"
+            PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ
+                        WORLD_EXECUTE)
     install(FILES docs/man/quillfence.1 docs/man/quillfence-data.1
             DESTINATION share/man/man1)
     install(FILES packaging/completion/quillfence packaging/completion/quillfence-data

@@ -10,6 +10,7 @@
 #include "platform/complaint.h"
 #include "platform/error_numbers.h"
 #include "platform/process.h"
+#include "platform/thread_slot.h"
 #include "vc_dns.h"
 #include "vc_file.h"
 #include "vc_log.h"
@@ -48,14 +49,20 @@ static vc_log_function log_function;
 static vc_oom_function oom_function;
 static std::atomic<verbosity> verbose_debug = verbosity::unknown; // every thread finds out the same
 
-// Builds the message and hands the line to the log function, which must be installed.
+// Who hears this thread's lines; null for nobody.
+static vc_log_function listener() {
+    const vc_log_listener *const own = vc_thread_log_listener();
+    return own ? own->log : log_function;
+}
+
+// Builds the message and hands the line to the listener, of whom there must be one.
 static void emit_line(int priority, const char *line_format, const log_place &where,
                       const char *format, va_list arguments) {
     char message[message_size] = {};
     platform::vformat_text(message, sizeof message, format, arguments);
     vc_sanitize(message);
-    log_function(priority, line_format, text_or_null(where.file), static_cast<int>(where.line),
-                 where.function, message);
+    listener()(priority, line_format, text_or_null(where.file), static_cast<int>(where.line),
+               where.function, message);
 }
 
 static bool debug_lines_wanted() {
@@ -142,6 +149,15 @@ void vc_set_log_function(vc_log_function function) {
     platform::set_complaint_listener(function ? log_complaint : nullptr);
 }
 
+vc_log_listener *vc_thread_log_listener() {
+    return static_cast<vc_log_listener *>(
+        platform::thread_slot_get(platform::thread_slot::log_listener));
+}
+
+void vc_set_thread_log_listener(vc_log_listener *listener) {
+    platform::thread_slot_set(platform::thread_slot::log_listener, listener);
+}
+
 void vc_set_oom_function(vc_oom_function function) {
     oom_function = function;
 }
@@ -164,7 +180,7 @@ void vc_log_error(const char *function, const char *file, unsigned line, const c
         tell_error({function, file, line}, format, arguments);
         va_end(arguments);
     }
-    if (!log_function) {
+    if (!listener()) {
         return;
     }
     va_start(arguments, format);
@@ -173,7 +189,7 @@ void vc_log_error(const char *function, const char *file, unsigned line, const c
 }
 
 void vc_log_debug(const char *function, const char *file, unsigned line, const char *format, ...) {
-    if (!debug_lines_wanted() || !log_function || !function || !format) {
+    if (!debug_lines_wanted() || !listener() || !function || !format) {
         return;
     }
     va_list arguments;
@@ -183,7 +199,7 @@ void vc_log_debug(const char *function, const char *file, unsigned line, const c
 }
 
 void vc_log_info(const char *format, ...) {
-    if (!log_function || !format) {
+    if (!listener() || !format) {
         return;
     }
     char message[message_size] = {};
@@ -192,7 +208,7 @@ void vc_log_info(const char *format, ...) {
     platform::vformat_text(message, sizeof message, format, arguments);
     va_end(arguments);
     vc_sanitize(message);
-    log_function(priority_information, "%s", message);
+    listener()(priority_information, "%s", message);
 }
 
 int vc_log_oom(const char *function, const char *file, unsigned line) {

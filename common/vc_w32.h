@@ -57,6 +57,17 @@ platform::event_type vc_event_type(int priority);
 // priority 3 with the format of an ERROR line, a warning priority 4 with "%s:%d WARNING %s(): %s".
 void vc_set_log_function(vc_log_function function);
 
+// Who hears the lines of one thread in place of the process's log function.
+struct vc_log_listener {
+    vc_log_function log; // never null
+};
+
+// The calling thread's listener; null for none.
+vc_log_listener *vc_thread_log_listener();
+// Installs one for the calling thread; null for none. Borrowed: taken away before it goes. It does
+// not hear what the platform complains of.
+void vc_set_thread_log_listener(vc_log_listener *listener);
+
 // Installs the function that is called whenever memory has run out: after each ERROR line that is
 // the system's text for ENOMEM, also while no log function is installed. Null for none. Whoever
 // asks what a check looks at (evidence.h) is told of it, too, as of something that could not be

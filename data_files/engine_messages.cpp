@@ -7,18 +7,15 @@
 
 namespace quillfence::data_files {
 
-engine_messages *engine_messages::current = nullptr;
-bool engine_messages::memory_ran_out = false;
+std::atomic<bool> engine_messages::memory_ran_out = false;
 vc_log_function engine_messages::otherwise = nullptr;
 
-engine_messages::engine_messages() : outer_(current) {
-    current = this;
-    vc_set_log_function(log);
+engine_messages::engine_messages() : vc_log_listener{log}, outer_(vc_thread_log_listener()) {
+    vc_set_thread_log_listener(this);
 }
 
 engine_messages::~engine_messages() {
-    current = outer_;
-    vc_set_log_function(outer_ ? log : otherwise);
+    vc_set_thread_log_listener(outer_);
 }
 
 // A line is "module:line ERROR function(): text".
@@ -37,7 +34,8 @@ int engine_messages::log(int priority, const char *format, ...) {
         return otherwise ? otherwise(priority, "%s", line) : 0;
     }
     try {
-        current->texts_.emplace_back(text_of(line));
+        auto *const listening = static_cast<engine_messages *>(vc_thread_log_listener());
+        listening->texts_.emplace_back(text_of(line));
     } catch (const std::bad_alloc &) { // no exception passes through the engine
         memory_ran_out = true;
     }

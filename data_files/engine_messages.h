@@ -1,6 +1,7 @@
 // What the engine has to say about the data that it is given.
 #pragma once
 
+#include <atomic>
 #include <string>
 #include <vector>
 
@@ -8,9 +9,10 @@
 
 namespace quillfence::data_files {
 
-// While one lives it keeps the engine's ERROR lines, without the place in the source where they
-// come from; an outer one hears nothing meanwhile. Other lines go to the program's log function.
-class engine_messages {
+// While one lives it keeps the engine's ERROR lines of its thread, without the place in the source
+// where they come from; an outer one hears nothing meanwhile. Other lines go to the program's log
+// function. Other threads' lines are none of its business; it is made and ends on one thread.
+class engine_messages : private vc_log_listener {
   public:
     engine_messages();
     ~engine_messages();
@@ -31,10 +33,9 @@ class engine_messages {
   private:
     static int log(int priority, const char *format, ...);
     static int note_no_memory();
-    static engine_messages *current;
-    static bool memory_ran_out;
+    static std::atomic<bool> memory_ran_out;
     static vc_log_function otherwise;
-    engine_messages *outer_;
+    vc_log_listener *const outer_;
     std::vector<std::string> texts_;
 };
 

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <thread>
 
 #include "drive_c.h"
 #include "failing_memory.h"
@@ -144,6 +145,44 @@ TEST_F(vc_log, verbosedebug_decision_is_taken_without_log_function_too) {
     vc_set_log_function(count_debug_lines);
     vc_log_debug("f", "m", 1, "second");
     EXPECT_EQ(debug_lines, 1);
+}
+
+// --- a thread's own listener ---
+
+int own_lines;
+int count_own_lines(int, const char *, ...) {
+    ++own_lines;
+    return 0;
+}
+
+TEST_F(vc_log, a_threads_listener_hears_its_lines_alone) {
+    own_lines = 0;
+    vc_log_listener own{count_own_lines};
+    vc_set_thread_log_listener(&own);
+    EXPECT_EQ(vc_thread_log_listener(), &own);
+    vc_log_error("f", "m", 1, "mine");
+    vc_log_info("mine");
+    std::thread([] {
+        EXPECT_EQ(vc_thread_log_listener(), nullptr);
+        vc_log_error("f", "m", 1, "another's");
+    }).join();
+    platform::complain(platform::event_type::warning, "g", "the platform's");
+    vc_set_thread_log_listener(nullptr);
+    vc_log_error("f", "m", 1, "later");
+    EXPECT_EQ(own_lines, 2);
+    EXPECT_EQ(log.transcript(), (lines{"E f: another's", "W g: the platform's", "E f: later"}));
+}
+
+TEST_F(vc_log, a_threads_listener_hears_also_when_the_process_does_not) {
+    own_lines = 0;
+    vc_log_listener own{count_own_lines};
+    vc_set_log_function(nullptr);
+    vc_set_thread_log_listener(&own);
+    vc_log_error("f", "m", 1, "heard");
+    vc_set_thread_log_listener(nullptr);
+    vc_log_error("f", "m", 1, "not heard");
+    EXPECT_EQ(own_lines, 1);
+    EXPECT_EQ(log.transcript(), lines{});
 }
 
 // What the platform complains of goes the same way, its text in full.

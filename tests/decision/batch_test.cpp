@@ -176,6 +176,31 @@ TEST_F(batch_test, threads_change_nothing) {
     }
 }
 
+// The text of the expression that matched is worked out, which listens to the engine; meanwhile
+// other threads' lines about an address of IPv6 are nobody's but their records'.
+TEST_F(batch_test, patterns_that_match_on_several_threads) {
+    std::string input;
+    for (int i = 0; i < 200; ++i) {
+        input +=
+            R"({"schema":"quillfence.decision/1","transaction":{"stage":"RCPT","ip":"192.0.2.2",)"
+            R"("mua":false,"helo":"mail.good.example","sender":"a@good.example",)"
+            R"("recipient":"b@here.example"},"dns":[{"n":0,"name":"2.2.0.192.in-addr.arpa.",)"
+            R"("type":"PTR","status":0,"rcode":"NOERROR","class":"found","records":["PTR dyn1.pool.example."],)"
+            R"("attempt":1,"used_by":[]}]})"
+            "\n"
+            R"({"ip":"2001:db8::2","helo":"mail.good.example","sender":"a@good.example"})"
+            "\n";
+    }
+    options.jobs = 1;
+    run(input);
+    const std::string want = written;
+    EXPECT_EQ(want.find("can't be shown"), std::string::npos);
+    EXPECT_NE(want.find(R"("pattern":"dyn[0-9].*")"), std::string::npos) << want;
+    options.jobs = 4;
+    run(input);
+    EXPECT_TRUE(written == want);
+}
+
 TEST_F(batch_test, a_loaded_configuration_changes_nothing_but_its_name) {
     const std::string input = json_lines(many_transactions(600));
     const texts by_files = lines_of(input);

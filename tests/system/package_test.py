@@ -120,7 +120,8 @@ class Deb(PackageTest):
         self.assertTrue(listing)
         for line in listing:
             mode, owner, *_, name = line.split()
-            executable = "/usr/bin/" in name or name.endswith("/")
+            recipe = re.search(r"/examples/scale/.*\.(py|sh)$", name)
+            executable = "/usr/bin/" in name or name.endswith("/") or recipe
             self.assertEqual(owner, "root/root", line)
             self.assertEqual(mode[1:], "rwxr-xr-x" if executable else "rw-r--r--", line)
 
