@@ -2,7 +2,7 @@
 
 namespace quillfence::platform {
 
-static constexpr unsigned slot_count = 2;
+static constexpr unsigned slot_count = 3;
 static thread_local void *slots[slot_count];
 
 void *thread_slot_get(thread_slot slot) {

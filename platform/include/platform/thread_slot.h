@@ -9,6 +9,7 @@ namespace quillfence::platform {
 enum class thread_slot : uint8_t {
     call_context, // call_context.h
     step_budget,  // the matcher's
+    drive_root,   // surroundings.h
 };
 
 // What the calling thread has put there; null before it has put anything. The last error number
