@@ -9,12 +9,14 @@
 
 #include "answers_ahead.h"
 #include "case_dns.h"
+#include "change_line.h"
 #include "conveyor.h"
 #include "engine_door.h"
 #include "explain.h"
 #include "load_reader.h"
 #include "off_source.h"
 #include "platform/interruption.h"
+#include "platform/surroundings.h"
 
 namespace quillfence::decision {
 
@@ -55,6 +57,41 @@ explain_options explaining(const batch_options &options) {
     return made;
 }
 
+explain_options explaining_after(const batch_options &options) {
+    explain_options made = explaining(options);
+    if (options.compared) {
+        made.configuration = options.compared->configuration;
+        made.pattern_lines = options.compared->pattern_lines;
+        made.substitutes = options.compared->substitutes;
+    }
+    return made;
+}
+
+// While it lives the calling thread finds drive c: there; "" changes nothing.
+class drive_scope {
+  public:
+    explicit drive_scope(const std::string &folder)
+        : before_(platform::exchange_drive_root(folder.empty() ? nullptr : folder.c_str())) {}
+    ~drive_scope() {
+        platform::exchange_drive_root(before_);
+    }
+    drive_scope(const drive_scope &) = delete;
+    drive_scope &operator=(const drive_scope &) = delete;
+
+  private:
+    const char *const before_;
+};
+
+// A transaction judged with the configuration, and with the one to compare with.
+struct judgement {
+    explain_result first{};
+    std::optional<explain_result> second{};
+
+    const char *failed() const {
+        return first.failed ? first.failed : second ? second->failed : nullptr;
+    }
+};
+
 // What all threads of a run share.
 struct run {
     explicit run(const batch_options &with)
@@ -68,7 +105,9 @@ struct run {
 // Judges loads, on a thread of its own.
 class worker {
   public:
-    explicit worker(run &of) : all_(of), explaining_(explaining(of.options)) {
+    explicit worker(run &of)
+        : all_(of), explaining_(explaining(of.options)),
+          explaining_after_(explaining_after(of.options)) {
         if (all_.options.recorded) {
             walk_.emplace(*all_.options.recorded, all_.options.otherwise);
         }
@@ -124,24 +163,19 @@ class worker {
 
     void judge_at_once(batch_load &load, batch_item &item, const input_transaction &input) {
         if (walk_) {
-            walk_->rewind();
-            judge(load, item, input, *walk_);
+            const auto rewind = [this] { walk_->rewind(); };
+            rewind();
+            settle(load, item, input, judge(item, input, *walk_, rewind));
         } else if (input.dns.empty() || all_.options.no_answers) {
-            judge(load, item, input, off_);
+            settle(load, item, input, judge(item, input, off_, [] {}));
         } else {
             dns_sources::recorded_source own;
             if (const auto why = add_answers(own, input.dns)) {
                 refuse(load, item, {1, *why});
                 return;
             }
-            judge(load, item, input, own);
+            settle(load, item, input, judge(item, input, own, [&own] { own.rewind(); }));
         }
-    }
-
-    void judge(batch_load &load, batch_item &item, const input_transaction &input,
-               dns_sources::source &answers) {
-        dns_sources::engine_door door(answers);
-        settle(load, item, input, explained(item, input, door), door);
     }
 
     // --- with the DNS ---
@@ -154,10 +188,10 @@ class worker {
     // Whether the transaction is done; else it is put aside, and may be with another thread
     // already.
     bool judge_or_wait(const std::shared_ptr<waiting_transaction> &one) {
-        dns_sources::engine_door door(one->answers);
-        explain_result result = explained(one->item, one->input, door);
-        if (!one->answers.lacks_answers() || result.failed || door.failed()) {
-            settle(one->load, one->item, one->input, std::move(result), door);
+        judgement made = judge(one->item, one->input, one->answers,
+                               [&answers = one->answers] { answers.begin_again(); });
+        if (!one->answers.lacks_answers() || made.failed()) {
+            settle(one->load, one->item, one->input, std::move(made));
             return true;
         }
         one->answers.fetch(all_.askers, [belt = &all_.belt, one] { belt->resume(one); });
@@ -176,15 +210,38 @@ class worker {
         all_.belt.finish(&one->load, 1);
     }
 
-    // --- what comes of it ---
+    // --- with one configuration, or with both ---
 
-    explain_result explained(const batch_item &item, const input_transaction &input,
-                             dns_sources::engine_door &door) {
-        explaining_.dns = door.slots();
-        explaining_.id = input.id.empty() ? std::to_string(item.number) : input.id;
-        explaining_.time = input.time;
-        return explain(input.transaction, explaining_);
+    // rewind() makes the answers begin anew.
+    template <class Rewind>
+    judgement judge(const batch_item &item, const input_transaction &input,
+                    dns_sources::source &answers, const Rewind &rewind) {
+        const batch_comparison *const with = all_.options.compared;
+        judgement made;
+        made.first = explained(item, input, answers, explaining_, with ? with->drive_c_before : "");
+        if (with && !made.first.failed) {
+            rewind();
+            made.second = explained(item, input, answers, explaining_after_, with->drive_c_after);
+        }
+        return made;
     }
+
+    static explain_result explained(const batch_item &item, const input_transaction &input,
+                                    dns_sources::source &answers, explain_options &with,
+                                    const std::string &drive_c) {
+        const drive_scope scope(drive_c);
+        dns_sources::engine_door door(answers);
+        with.dns = door.slots();
+        with.id = input.id.empty() ? std::to_string(item.number) : input.id;
+        with.time = input.time;
+        explain_result result = explain(input.transaction, with);
+        if (door.failed() && !result.failed) {
+            result.failed = no_memory;
+        }
+        return result;
+    }
+
+    // --- what comes of it ---
 
     // The name of the input, where there are several.
     std::string_view name_of(const batch_load &load) const {
@@ -192,20 +249,35 @@ class worker {
     }
 
     void settle(const batch_load &load, batch_item &item, const input_transaction &input,
-                explain_result result, const dns_sources::engine_door &door) {
-        if (result.failed || door.failed()) {
-            refuse(load, item, {1, result.failed ? result.failed : no_memory});
+                judgement made) {
+        if (const char *const why = made.failed()) {
+            refuse(load, item, {1, why});
             return;
         }
-        decision_record &record = result.record;
+        decision_record &record = made.first.record;
         record.extra = input.extra;
         batch_outcome &outcome = item.outcome;
-        outcome.judged =
-            append_record(outcome.line, all_.options.form, record, item.line, name_of(load));
+        if (made.second) {
+            compare(outcome, record, made.second->record);
+        } else {
+            outcome.judged =
+                append_record(outcome.line, all_.options.form, record, item.line, name_of(load));
+        }
         outcome.is = record.decision.is;
         outcome.by = record.decision.by;
         outcome.missing = std::move(record.missing);
         item.done = true;
+    }
+
+    void compare(batch_outcome &outcome, const decision_record &before,
+                 const decision_record &after) {
+        const batch_comparison &with = *all_.options.compared;
+        outcome.compared = std::make_unique<decision_change>(compare_decisions(before, after));
+        outcome.judged = true;
+        const decision_change &made = *outcome.compared;
+        if (with.lines && (made.is_change || (with.other_entries && made.is_other_entry))) {
+            append_change(outcome.line, made);
+        }
     }
 
     void refuse(const batch_load &load, batch_item &item, const json_problem &why) {
@@ -223,6 +295,7 @@ class worker {
 
     run &all_;
     explain_options explaining_;
+    explain_options explaining_after_;
     std::optional<dns_sources::recorded_walk> walk_;
     dns_sources::off_source off_;
 };
@@ -234,7 +307,7 @@ class writer {
 
     // Until all is written, or the user wants no more.
     void write_all() {
-        put(batch_heading(all_.options.form));
+        put(all_.options.compared ? "" : batch_heading(all_.options.form));
         while (!result_.write_error && !all_.belt.is_over()) {
             if (const std::unique_ptr<batch_load> load = all_.belt.next()) {
                 write_load(*load);
@@ -275,12 +348,15 @@ class writer {
     }
 
     void add(std::string &lines, const batch_load &load, const batch_item &item) {
-        if (item.outcome.line.empty()) {
+        if (item.outcome.line.empty() && !item.outcome.judged) {
             append_problem(lines, all_.options.form, no_memory, item.line,
                            all_.options.inputs.size() > 1 ? std::string_view(load.input) : "");
         }
         lines += item.outcome.line;
         count(item.outcome);
+        if (item.outcome.compared && all_.options.compared->note) {
+            all_.options.compared->note(*item.outcome.compared);
+        }
     }
 
     void count(const batch_outcome &outcome) {
