@@ -11,6 +11,7 @@ import os
 import random
 import re
 import shutil
+import struct
 import subprocess
 import unittest
 from html.parser import HTMLParser
@@ -260,6 +261,33 @@ class SummaryTest(Case):
             self.assertIn(row, rows)
         self.assertNotIn("t3: 192.0.2.9 a@victim.example -> bob@example.net", rows)
         self.assertFalse([row for row in rows if row.startswith("new") and "victim" in row])
+
+    def test_entries_of_every_kind_count_as_matched(self):
+        """One transaction for each of them, and the table of those that nothing matched."""
+        ranges = struct.pack("<QII4B4B256s", 0x66D76C80A937D3EA, 2, 1, 198, 51, 100, 0,
+                             198, 51, 100, 255, b"")
+        (self.folder / "after/quillfence/blocked_ips.range").write_bytes(ranges)
+        self.file("answers", json.dumps(
+            {"schema": "quillfence.case/1", "transaction": {"ip": "192.0.2.7"},
+             "zonedata": {"7.2.0.192.in-addr.arpa": [{"PTR": "dsl-7.pool.example"}],
+                          "dsl-7.pool.example": [{"A": "192.0.2.7"}]}}))
+        matched = {"blocked_ips.range:1: 198.51.100.0 - 198.51.100.255": {"ip": "198.51.100.7"},
+                   "control/valid_domain_ips:3: bank.example": {"sender": "a@bank.example"},
+                   "blocked_ips:2: 192.0.2.66": {"ip": "192.0.2.66"},
+                   "from_blacklist:2: *@spammer.example": {"sender": "a@spammer.example"},
+                   "dynaregex/dyna.cregexes:1: (dsl|dial|": {"ip": "192.0.2.7"}}
+        none = self.matched_nothing("")
+        for entry, members in matched.items():
+            with self.subTest(entry=entry):
+                self.assertIn(f"c:/quillfence/{entry}", none)
+                one = transaction(1, **{"ip": "192.0.2.1", "sender": "a@good.example", **members})
+                self.assertNotIn(f"c:/quillfence/{entry}", self.matched_nothing(lines_of([one])))
+
+    def matched_nothing(self, text):
+        _, out, err = self.run_program("diff", "--before", "before", "--after", "after", "--summary",
+                                       "--dns", "answers", text=text)
+        self.assertEqual(err, "")
+        return out[out.index("Entries of the side after that nothing matched"):]
 
     def test_nothing_to_say(self):
         out = self.summary("", status=SAME)
