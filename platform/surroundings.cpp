@@ -2,6 +2,7 @@
 
 #include "platform/error_numbers.h"
 #include "platform/format.h"
+#include "platform/thread_slot.h"
 #include "surroundings.h"
 
 namespace quillfence::platform {
@@ -46,8 +47,15 @@ uint32_t set_registry_export(const char *path) {
     return choose(path, &export_of_registry);
 }
 
+const char *exchange_drive_root(const char *directory) {
+    void *const before = thread_slot_get(thread_slot::drive_root);
+    thread_slot_set(thread_slot::drive_root, const_cast<char *>(directory));
+    return static_cast<const char *>(before);
+}
+
 const char *drive_root() {
-    return text_of(root_of_drive);
+    const void *const own = thread_slot_get(thread_slot::drive_root);
+    return own ? static_cast<const char *>(own) : text_of(root_of_drive);
 }
 
 const char *registry_stand_in() {

@@ -135,12 +135,18 @@ void answers_so_far::fetch(asking_threads &threads, const std::function<void()> 
     }
 }
 
+void answers_so_far::begin_again() {
+    for (auto &[key, known] : asked_) {
+        known.next = 0;
+    }
+}
+
 void answers_so_far::rewind() {
     wanted_.clear();
     for (auto &[key, known] : asked_) {
-        known.next = 0;
         known.wanted = false;
     }
+    begin_again();
 }
 
 } // namespace quillfence::decision

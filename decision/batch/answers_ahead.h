@@ -75,6 +75,8 @@ class answers_so_far : public dns_sources::source {
     void fetch(asking_threads &threads, const std::function<void()> &then);
     // Before the transaction is judged anew.
     void rewind();
+    // Before it is judged once more with the answers that are at hand: what it lacks is kept.
+    void begin_again();
 
   private:
     struct asked_question {

@@ -9,12 +9,14 @@
 
 #include "answers_ahead.h"
 #include "case_dns.h"
+#include "change_line.h"
 #include "conveyor.h"
 #include "engine_door.h"
 #include "explain.h"
 #include "load_reader.h"
 #include "off_source.h"
 #include "platform/interruption.h"
+#include "platform/surroundings.h"
 
 namespace quillfence::decision {
 
@@ -49,12 +51,49 @@ explain_options explaining(const batch_options &options) {
     made.near_misses = whole;
     made.files = whole;
     made.times = whole;
-    made.quiet_rules = whole;
+    made.quiet_rules = whole || options.compared; // what they matched is compared and counted
     made.configuration = options.configuration;
     made.pattern_lines = options.pattern_lines;
     made.substitutes = options.substitutes;
     return made;
 }
+
+explain_options explaining_after(const batch_options &options) {
+    explain_options made = explaining(options);
+    if (options.compared) {
+        made.configuration = options.compared->configuration;
+        made.pattern_lines = options.compared->pattern_lines;
+        made.substitutes = options.compared->substitutes;
+    }
+    return made;
+}
+
+// While it lives the calling thread finds drive c: there; "" changes nothing.
+class drive_scope {
+  public:
+    explicit drive_scope(const std::string &folder)
+        : before_(platform::exchange_drive_root(folder.empty() ? nullptr : folder.c_str())) {}
+    ~drive_scope() {
+        platform::exchange_drive_root(before_);
+    }
+    drive_scope(const drive_scope &) = delete;
+    drive_scope &operator=(const drive_scope &) = delete;
+
+  private:
+    const char *const before_;
+};
+
+// A transaction judged with the configuration, and with the one to compare with. It is used for one
+// transaction after the other.
+struct judgement {
+    explain_result first{};
+    explain_result second{};
+    bool is_compared = false; // else second is of no transaction
+
+    const char *failed() const {
+        return first.failed ? first.failed : is_compared ? second.failed : nullptr;
+    }
+};
 
 // What all threads of a run share.
 struct run {
@@ -69,7 +108,9 @@ struct run {
 // Judges loads, on a thread of its own.
 class worker {
   public:
-    explicit worker(run &of) : all_(of), explaining_(explaining(of.options)) {
+    explicit worker(run &of)
+        : all_(of), explaining_(explaining(of.options)),
+          explaining_after_(explaining_after(of.options)) {
         if (all_.options.recorded) {
             walk_.emplace(*all_.options.recorded, all_.options.otherwise);
         }
@@ -125,25 +166,20 @@ class worker {
 
     void judge_at_once(batch_load &load, batch_item &item, const input_transaction &input) {
         if (walk_) {
-            walk_->rewind();
-            judge(load, item, input, *walk_);
+            const auto rewind = [this] { walk_->rewind(); };
+            rewind();
+            judge(item, input, *walk_, rewind);
         } else if (input.dns.empty() || all_.options.no_answers) {
-            judge(load, item, input, off_);
+            judge(item, input, off_, [] {});
         } else {
             dns_sources::recorded_source own;
             if (const auto why = add_answers(own, input.dns)) {
                 refuse(load, item, {1, *why});
                 return;
             }
-            judge(load, item, input, own);
+            judge(item, input, own, [&own] { own.rewind(); });
         }
-    }
-
-    void judge(batch_load &load, batch_item &item, const input_transaction &input,
-               dns_sources::source &answers) {
-        dns_sources::engine_door door(answers);
-        explain_now(item, input, door);
-        settle(load, item, input, door);
+        settle(load, item, input);
     }
 
     // --- with the DNS ---
@@ -156,10 +192,10 @@ class worker {
     // Whether the transaction is done; else it is put aside, and may be with another thread
     // already.
     bool judge_or_wait(const std::shared_ptr<waiting_transaction> &one) {
-        dns_sources::engine_door door(one->answers);
-        explain_now(one->item, one->input, door);
-        if (!one->answers.lacks_answers() || result_.failed || door.failed()) {
-            settle(one->load, one->item, one->input, door);
+        judge(one->item, one->input, one->answers,
+              [&answers = one->answers] { answers.begin_again(); });
+        if (!one->answers.lacks_answers() || made_.failed()) {
+            settle(one->load, one->item, one->input);
             return true;
         }
         one->answers.fetch(all_.askers, [belt = &all_.belt, one] { belt->resume(one); });
@@ -178,37 +214,74 @@ class worker {
         all_.belt.finish(&one->load, 1);
     }
 
-    // --- what comes of it ---
+    // --- with one configuration, or with both ---
 
-    // Into result_.
-    void explain_now(const batch_item &item, const input_transaction &input,
-                     dns_sources::engine_door &door) {
-        explaining_.dns = door.slots();
-        explaining_.id = input.id.empty() ? std::to_string(item.number) : input.id;
-        explaining_.time = input.time;
-        explain(input.transaction, explaining_, &result_);
+    // Into made_. rewind() makes the answers begin anew.
+    template <class Rewind>
+    void judge(const batch_item &item, const input_transaction &input, dns_sources::source &answers,
+               const Rewind &rewind) {
+        const batch_comparison *const with = all_.options.compared;
+        made_.is_compared = false;
+        explain_now(item, input, answers, explaining_, with ? with->drive_c_before : "",
+                    &made_.first);
+        if (with && !made_.first.failed) {
+            rewind();
+            made_.is_compared = true;
+            explain_now(item, input, answers, explaining_after_, with->drive_c_after,
+                        &made_.second);
+        }
     }
+
+    static void explain_now(const batch_item &item, const input_transaction &input,
+                            dns_sources::source &answers, explain_options &with,
+                            const std::string &drive_c, explain_result *result) {
+        const drive_scope scope(drive_c);
+        dns_sources::engine_door door(answers);
+        with.dns = door.slots();
+        with.id = input.id.empty() ? std::to_string(item.number) : input.id;
+        with.time = input.time;
+        explain(input.transaction, with, result);
+        if (door.failed() && !result->failed) {
+            result->failed = no_memory;
+        }
+    }
+
+    // --- what comes of it ---
 
     // The name of the input, where there are several.
     std::string_view name_of(const batch_load &load) const {
         return all_.options.inputs.size() > 1 ? std::string_view(load.input) : "";
     }
 
-    void settle(const batch_load &load, batch_item &item, const input_transaction &input,
-                const dns_sources::engine_door &door) {
-        if (result_.failed || door.failed()) {
-            refuse(load, item, {1, result_.failed ? result_.failed : no_memory});
+    void settle(const batch_load &load, batch_item &item, const input_transaction &input) {
+        if (const char *const why = made_.failed()) {
+            refuse(load, item, {1, why});
             return;
         }
-        decision_record &record = result_.record;
+        decision_record &record = made_.first.record;
         record.extra = input.extra;
         batch_outcome &outcome = item.outcome;
-        outcome.judged =
-            append_record(outcome.line, all_.options.form, record, item.line, name_of(load));
+        if (made_.is_compared) {
+            compare(outcome, record, made_.second.record);
+        } else {
+            outcome.judged =
+                append_record(outcome.line, all_.options.form, record, item.line, name_of(load));
+        }
         outcome.is = record.decision.is;
         outcome.by = record.decision.by;
         outcome.missing = std::move(record.missing);
         item.done = true;
+    }
+
+    void compare(batch_outcome &outcome, const decision_record &before,
+                 const decision_record &after) {
+        const batch_comparison &with = *all_.options.compared;
+        outcome.compared = std::make_unique<decision_change>(compare_decisions(before, after));
+        outcome.judged = true;
+        const decision_change &made = *outcome.compared;
+        if (with.lines && (made.is_change || (with.other_entries && made.is_other_entry))) {
+            append_change(outcome.line, made);
+        }
     }
 
     void refuse(const batch_load &load, batch_item &item, const json_problem &why) {
@@ -226,7 +299,8 @@ class worker {
 
     run &all_;
     explain_options explaining_;
-    explain_result result_; // of one transaction after the other
+    explain_options explaining_after_;
+    judgement made_; // of one transaction after the other
     std::optional<dns_sources::recorded_walk> walk_;
     dns_sources::off_source off_;
 };
@@ -238,7 +312,7 @@ class writer {
 
     // Until all is written, or the user wants no more.
     void write_all() {
-        put(batch_heading(all_.options.form));
+        put(all_.options.compared ? "" : batch_heading(all_.options.form));
         while (!result_.write_error && !all_.belt.is_over()) {
             if (const std::unique_ptr<batch_load> load = all_.belt.next()) {
                 write_load(*load);
@@ -279,12 +353,15 @@ class writer {
     }
 
     void add(std::string &lines, const batch_load &load, const batch_item &item) {
-        if (item.outcome.line.empty()) {
+        if (item.outcome.line.empty() && !item.outcome.judged) {
             append_problem(lines, all_.options.form, no_memory, item.line,
                            all_.options.inputs.size() > 1 ? std::string_view(load.input) : "");
         }
         lines += item.outcome.line;
         count(item.outcome);
+        if (item.outcome.compared && all_.options.compared->note) {
+            all_.options.compared->note(*item.outcome.compared);
+        }
     }
 
     void count(const batch_outcome &outcome) {

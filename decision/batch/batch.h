@@ -13,6 +13,7 @@
 
 #include "batch_lines.h"
 #include "call_context.h"
+#include "change.h"
 #include "input.h"
 #include "memo_source.h"
 #include "recorded_source.h"
@@ -20,6 +21,21 @@
 namespace quillfence::decision {
 
 class pattern_line_files; // pattern_line_files.h
+
+// A second configuration: each transaction is judged with both, one after the other, on the same
+// DNS answers. A line tells a change then (change_line.h), and there is none where there is none.
+struct batch_comparison {
+    std::string drive_c_before{};                // where each side finds the files that are not in
+    std::string drive_c_after{};                 // its configuration; "" where the process does
+    const frozen_files *configuration = nullptr; // of the side after, as below
+    const pattern_line_files *pattern_lines = nullptr;
+    const file_substitute *substitutes = nullptr;
+
+    bool lines = true;          // else only what is wrong with an input is written
+    bool other_entries = false; // also a line for the same decision by another entry
+    // Of each transaction in order, on the thread that calls run_batch().
+    std::function<void(const decision_change &)> note;
+};
 
 struct batch_options {
     std::vector<std::string> inputs; // paths, "-" for standard input
@@ -32,6 +48,7 @@ struct batch_options {
     const frozen_files *configuration = nullptr;       // null: the files, read for every question
     const pattern_line_files *pattern_lines = nullptr; // read with it; null: read when needed
     const file_substitute *substitutes = nullptr;      // what if: see call_context.h
+    const batch_comparison *compared = nullptr;        // null: nothing to compare with
 
     // Where DNS answers come from, all borrowed. Without any, what a decision record brings with it
     // is used, and everything else is missing.

@@ -4,10 +4,12 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "change.h"
 #include "decision_record.h"
 #include "input.h"
 
@@ -19,7 +21,8 @@ struct batch_outcome {
     verdict is = verdict::undecided;
     decided_by by = decided_by::error;
     std::vector<missing_item> missing;
-    std::string line; // with its end
+    std::unique_ptr<decision_change> compared{}; // where there is something to compare with
+    std::string line;                            // with its end
 };
 
 struct batch_item {

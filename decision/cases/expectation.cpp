@@ -60,9 +60,13 @@ const source *source_that_decided(const decision_record &record) {
     return decisive->from.index() ? &decisive->from : nullptr;
 }
 
+deciding_entry entry_in(const source &of) {
+    return std::visit(entry_of(), of);
+}
+
 deciding_entry entry_that_decided(const decision_record &record) {
     const source *const from = source_that_decided(record);
-    return from ? std::visit(entry_of(), *from) : deciding_entry();
+    return from ? entry_in(*from) : deciding_entry();
 }
 
 // Nothing when the record has no such rule.

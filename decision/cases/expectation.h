@@ -40,6 +40,8 @@ struct deciding_entry {
     bool operator==(const deciding_entry &) const = default;
 };
 deciding_entry entry_that_decided(const decision_record &record);
+// The same of any source.
+deciding_entry entry_in(const source &of);
 // Where that stands in the record; null when no entry decided.
 const source *source_that_decided(const decision_record &record);
 

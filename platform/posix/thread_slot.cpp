@@ -2,7 +2,7 @@
 
 namespace quillfence::platform {
 
-static constexpr unsigned slot_count = 3;
+static constexpr unsigned slot_count = static_cast<unsigned>(thread_slot::last) + 1;
 static thread_local void *slots[slot_count];
 
 void *thread_slot_get(thread_slot slot) {

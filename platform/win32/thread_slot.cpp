@@ -4,7 +4,7 @@
 
 namespace quillfence::platform {
 
-static constexpr unsigned slot_count = 3;
+static constexpr unsigned slot_count = static_cast<unsigned>(thread_slot::last) + 1;
 // The system's numbers for them, had once in the life of the process.
 static DWORD indices[slot_count];
 

@@ -9,6 +9,7 @@ namespace quillfence::programs {
 command explain_command();
 command batch_command();
 command collect_command();
+command diff_command();
 command test_command();
 
 // Runs the program; the result is its exit status.

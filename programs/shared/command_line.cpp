@@ -103,10 +103,11 @@ static CLI::Option *add_option(CLI::App *app, const option &from, const std::str
     if (with.check) {
         made->check(with.check);
     }
-    if (with.values_at_once == 1) {
-        made->allow_extra_args(false);
-    } else if (with.values_at_once > 1) {
+    if (with.values_at_once > 1) {
         made->type_size(with.values_at_once)->expected(1, -1);
+    }
+    if (with.values_at_once > 0) {
+        made->allow_extra_args(false); // what follows is something else
     }
     return made;
 }

@@ -42,8 +42,8 @@ struct option_details {
     std::string value = {};                 // how the help calls the value, as in FILE or yes|no
     std::optional<bool> required = {};      // else what has no dashes is, and nothing that has
     value_check check = {};                 // called for each value
-    int values_at_once = 0;                 // of a list: each time 1, or any multiple of 2, 3 ...;
-                                            // 0: as many as follow
+    int values_at_once = 0;                 // of a list: exactly so many each time; 0: as many as
+                                            // follow
     std::vector<std::string> excludes = {}; // options that can't be given as well
     std::vector<std::string> needs = {};    // options that must be given as well
 };

@@ -496,6 +496,80 @@ TEST_F(batch_test, answers_that_are_asked_ahead_change_nothing) {
     }
 }
 
+// --- two configurations ---
+
+// Judged with both, on the same answers: what batch says of each, and each question asked as often
+// as one run asks that needs them all.
+TEST_F(batch_test, two_configurations_share_their_answers) {
+    const std::string input = json_lines(many_transactions(300));
+    const std::string blacklist = "c:/quillfence/from_blacklist";
+    const texts before = lines_of(input);
+    drive.write("c:/other", "*@foe.example\n*@good.example\n");
+    const file_substitute changed[] = {{blacklist.c_str(), "c:/other"}, {nullptr, nullptr}};
+    for (const bool live : {false, true}) {
+        scripted_source source(answer_by_name);
+        dns_sources::memo_source memo(source);
+        options.live = live ? &memo : nullptr;
+        options.substitutes = nullptr;
+        const texts was = lines_of(input);
+        const size_t asked = source.asked().size();
+        options.substitutes = changed;
+        const texts is = lines_of(input);
+        options.substitutes = nullptr;
+
+        scripted_source both(answer_by_name);
+        dns_sources::memo_source memo_of_both(both);
+        options.live = live ? &memo_of_both : nullptr;
+        batch_comparison with;
+        with.substitutes = changed;
+        size_t at = 0;
+        size_t changes = 0;
+        with.note = [&](const decision_change &one) {
+            ASSERT_LT(at, was.size());
+            const decision_record first = record_of(was[at]);
+            const decision_record second = record_of(is[at]);
+            EXPECT_EQ(one.is_before, first.decision.is);
+            EXPECT_EQ(one.is_after, second.decision.is);
+            EXPECT_EQ(one.is_change, first.decision.is != second.decision.is ||
+                                         first.decision.by != second.decision.by ||
+                                         first.decision.rule != second.decision.rule);
+            changes += one.is_change;
+            ++at;
+        };
+        options.compared = &with;
+        const texts lines = lines_of(input);
+        options.compared = nullptr;
+        EXPECT_EQ(at, was.size());
+        EXPECT_EQ(lines.size(), changes);
+        EXPECT_GT(changes, 0u);
+        if (live) { // the second configuration rejects earlier, and needs nothing more
+            EXPECT_EQ(both.asked().size(), asked);
+        }
+    }
+    EXPECT_EQ(before.size(), 300u);
+}
+
+// What no configuration holds is read where each side has it.
+TEST_F(batch_test, each_side_has_its_own_drive) {
+    drive.write("c:/one/quillfence/control/enabled", "1\n");
+    drive.write("c:/one/quillfence/control/rules.enabled", "require_helo\n");
+    drive.write("c:/two/quillfence/control/enabled", "1\n");
+    drive.write("c:/two/quillfence/control/rules.enabled", "require_helo\n");
+    drive.write("c:/two/quillfence/from_whitelist", "a@foe.example\n");
+    batch_comparison with;
+    with.drive_c_before = drive.native("c:/one");
+    with.drive_c_after = drive.native("c:/two");
+    std::vector<bool> changed;
+    with.note = [&](const decision_change &one) { changed.push_back(one.is_change); };
+    options.compared = &with;
+    options.no_answers = true;
+    run(R"({"ip":"192.0.2.1","authuser":"","mua":false,"helo":"","sender":"a@foe.example","recipient":""})"
+        "\n"
+        R"({"ip":"192.0.2.1","authuser":"","mua":false,"helo":"","sender":"b@foe.example","recipient":""})"
+        "\n");
+    EXPECT_EQ(changed, (std::vector<bool>{true, false}));
+}
+
 TEST_F(batch_test, a_transaction_that_runs_out_of_time_is_undecided) {
     scripted_source slow([](const question &) {
         std::this_thread::sleep_for(std::chrono::milliseconds(30));

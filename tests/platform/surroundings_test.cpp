@@ -3,6 +3,7 @@
 #include "platform/surroundings.h"
 
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -72,6 +73,17 @@ TEST_F(drive_root, null_is_the_systems_own_drive) {
     EXPECT_EQ(contents("c:/quillfence/list"), "copied");
     ASSERT_EQ(set_drive_root(nullptr), error_none);
     EXPECT_EQ(contents("c:/quillfence/list"), "own");
+}
+
+TEST_F(drive_root, a_thread_may_have_its_own) {
+    drive.write("c:/quillfence/other/quillfence/list", "other");
+    const std::string other = drive.native("c:/quillfence/other");
+    ASSERT_EQ(set_drive_root(root.c_str()), error_none);
+    EXPECT_EQ(exchange_drive_root(other.c_str()), nullptr);
+    EXPECT_EQ(contents("c:/quillfence/list"), "other");
+    std::thread([] { EXPECT_EQ(contents("c:/quillfence/list"), "copied"); }).join();
+    EXPECT_EQ(exchange_drive_root(nullptr), other.c_str());
+    EXPECT_EQ(contents("c:/quillfence/list"), "copied");
 }
 
 TEST_F(drive_root, a_slash_at_its_end_changes_nothing) {

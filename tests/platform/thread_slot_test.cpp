@@ -21,6 +21,7 @@ TEST(thread_slot, each_keeps_its_own_pointer) {
     thread_slot_set(thread_slot::call_context, &first);
     EXPECT_EQ(thread_slot_get(thread_slot::step_budget), nullptr);
     thread_slot_set(thread_slot::step_budget, &second);
+    EXPECT_EQ(thread_slot_get(thread_slot::drive_root), nullptr);
     EXPECT_EQ(thread_slot_get(thread_slot::call_context), &first);
     EXPECT_EQ(thread_slot_get(thread_slot::step_budget), &second);
     EXPECT_EQ(thread_slot_get(thread_slot::log_listener), nullptr);

@@ -28,7 +28,8 @@ from whole_program import ARGUMENTS, RUNNER, FolderTest, main, run
 
 QUILLFENCE, REPLAYER, SOURCE = (Path(argument).resolve() for argument in ARGUMENTS)
 
-PAGES = ["README.md", "docs/batch.md", "docs/cases.md", "docs/explain.md"]
+PAGES = ["README.md", "docs/batch.md", "docs/cases.md", "docs/diff.md",
+         "docs/explain.md"]
 # What differs from run to run and between the systems.
 NORMALISED = [
     (r"\b\d+(\.\d+)? ms\b", "0 ms"),
@@ -107,7 +108,7 @@ class PagesTest(FolderTest):
         if name == "./explain":
             arguments = ["explain", "--drive-c", "examples/drive_c",
                          *(arguments or sample_of("explain"))]
-        elif arguments[:1] == ["batch"]:
+        elif arguments[:1] in (["batch"], ["diff"]):
             arguments[1:1] = ["--drive-c", "examples/drive_c"]
         elif name == "./cases":
             arguments = ["test", "--drive-c", "examples/drive_c",

@@ -2,7 +2,8 @@
 // drive c:, an export of its registry. They mean the same on both systems, and go before the
 // variables that name them on Linux; on Windows no variable counts.
 //
-// For one thread, while no other asks the seam and no registry key is open.
+// What is for the process is set by one thread, while no other asks the seam and no registry key is
+// open.
 #pragma once
 
 #include <cstdint>
@@ -16,6 +17,11 @@ namespace quillfence::platform {
 //   directory  copied, and taken as it is; null for the system's own drive
 // Returns 0, 3 for "", or 206 for one that is too long.
 uint32_t set_drive_root(const char *directory);
+
+// The same for the calling thread alone, whatever set_drive_root said; at any time.
+//   directory  borrowed until it is taken back; null for what set_drive_root said
+// Returns what was set before.
+const char *exchange_drive_root(const char *directory);
 
 // The registry is what this export says (docs/formats/registry-export.md), as
 // platform/registry.h tells it of Linux; its texts are in UTF-8.

@@ -10,6 +10,8 @@ enum class thread_slot : uint8_t {
     call_context, // call_context.h
     step_budget,  // the matcher's
     log_listener, // vc_w32.h
+    drive_root,   // surroundings.h
+    last = drive_root,
 };
 
 // What the calling thread has put there; null before it has put anything. The last error number
