@@ -268,8 +268,7 @@ command diff_command() {
     auto to = std::make_shared<diff_arguments>();
     return {
         .name = "diff",
-        .description = "Compare two configurations: which transactions they decide otherwise, and "
-                       "which entry does it",
+        .description = "Compare two configurations: which decisions change, and by which entry",
         .options = {input_files(&to->stream)},
         .groups = {side_options(to.get()), configuration_options(&to->configuration),
                    input_options(&to->stream), dns_options(&to->stream), output_options(to.get())},
