@@ -17,7 +17,8 @@ import unittest
 from html.parser import HTMLParser
 from pathlib import Path
 
-from whole_program import ARGUMENTS, RUNNER, FolderTest, environment, main, run
+from whole_program import (ARGUMENTS, RUNNER, FolderTest, environment, is_sanitized, main,
+                           run)
 
 PROGRAM, SOURCE = (Path(argument).resolve() for argument in ARGUMENTS)
 
@@ -311,6 +312,7 @@ class SummaryTest(Case):
         self.assertIn("default-src 'none'", page)
 
     @unittest.skipIf(RUNNER, "limits of Linux")
+    @unittest.skipIf(is_sanitized(PROGRAM), "the sanitizer needs more")
     def test_memory_does_not_grow_with_what_comes(self):
         """Every transaction has a client, a sender and a domain of its own, under a limit that
         these would break."""

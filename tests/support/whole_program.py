@@ -51,6 +51,11 @@ def run(command, folder, text="", prepare=None, **settings):
         return (done.returncode, out.read().decode(), err.read().decode().replace("\r\n", "\n"))
 
 
+def is_sanitized(program):
+    """Whether it has the address sanitizer in it, whose memory breaks any limit."""
+    return b"__asan_init" in Path(program).read_bytes()
+
+
 def read_terminal(ours):
     """What has been shown on a terminal that the programs have closed; it is closed as well."""
     shown = b""
