@@ -30,11 +30,14 @@ SENDERS = ["user@host-with-an-a.forward.test", "user@alias-of-nothing.forward.te
            f"user@{REFUSED_DOMAIN}"]
 
 
-def run(command, drive):
+def environment_of(command, drive):
     # A sanitized build can't look for leaks while it is traced.
-    settings = {"ASAN_OPTIONS": "detect_leaks=0"} if "strace" in command else {}
-    done = subprocess.run(command, env=environment(**drive.settings, **settings),
-                          stdin=subprocess.DEVNULL,
+    traced = {"ASAN_OPTIONS": "detect_leaks=0"} if "strace" in command else {}
+    return environment(**drive.settings, **traced)
+
+
+def run(command, drive):
+    done = subprocess.run(command, env=environment_of(command, drive), stdin=subprocess.DEVNULL,
                           capture_output=True, timeout=100, check=False)
     return done.returncode, done.stdout.decode(), done.stderr.decode()
 
@@ -179,8 +182,9 @@ class CaseTest(unittest.TestCase):
             if limit is not None:
                 signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
                 resource.setrlimit(resource.RLIMIT_FSIZE, (limit, limit))
-        return subprocess.run([*around, Programs.quillfence, "explain", "--case", self.cases[0][0],
-                               "--capture", path], env=environment(**self.drive.settings),
+        command = [*around, Programs.quillfence, "explain", "--case", self.cases[0][0],
+                   "--capture", path]
+        return subprocess.run(command, env=environment_of(command, self.drive),
                               stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
                               stderr=subprocess.PIPE, timeout=100, check=False, preexec_fn=limited)
 
