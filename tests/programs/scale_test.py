@@ -28,12 +28,13 @@ DONE, FAILED, PARTLY = 0, 2, 3
 LINES, FILES, BLOCK = 3000, 6, 400_000
 PATIENCE = 120
 
+# The far side sets SHELL as a login does.
 SSH = """#!/bin/sh
 # HOST [--] COMMAND
 shift
 [ "$1" != -- ] || shift
 echo host >>"$HOSTS_LOG"
-exec sh -c "$*"
+SHELL=/bin/bash exec sh -c "$*"
 """
 # Notes each run. When there are runs/3 and no runs/victim, the fourth run notes who started it and
 # never ends while that lives.
@@ -89,6 +90,7 @@ class Case(FolderTest):
             QUILLFENCE_DRIVE_C=str(self.folder / "drive"), QUILLFENCE_EVENT_LOG="-",
             QUILLFENCE="quillfence", REAL=str(PROGRAM), RUNS=str(self.folder / "runs"),
             HOSTS_LOG=str(self.folder / "hosts.log"), HOME=str(self.folder),
+            SHELL="/bin/sh", # as cron has it
             PARALLEL_SSH=str(self.folder / "bin/ssh"), PYTHONDONTWRITEBYTECODE="1",
             PATH=f"{self.folder}/bin:/usr/bin:/bin")
         made = self.run_here(f"examples/scale/transactions.py {LINES}")
