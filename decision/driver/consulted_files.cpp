@@ -145,11 +145,12 @@ class line_files {
 
     void note_state(const std::string &path, const data_files::pattern_lines &lines) {
         using state = data_files::pattern_lines::state;
-        const std::string file = path + data_files::pattern_lines_suffix;
         if (lines.is == state::stale) {
-            notes_->push_back({"info", file + " is of another version of " + path});
+            notes_->push_back({"info", path + data_files::pattern_lines_suffix +
+                                           " is of another version of " + path});
         } else if (lines.is == state::wrong) {
-            notes_->push_back({"info", file + " is not used: " + lines.problem});
+            notes_->push_back({"info", path + data_files::pattern_lines_suffix +
+                                           " is not used: " + lines.problem});
         }
     }
 

@@ -237,6 +237,14 @@ static ending ending_of_chain(matcher *m, int32_t index, char c, int32_t levels_
     return all;
 }
 
+// Whether it may be worth asking what a match can end in: not of a ".*", nor of a literal, which
+// has been compared.
+static bool last_character_tells(const matcher *m, int32_t used) {
+    const TRexNode *const before = used > 1 ? &m->nodes[used - 2] : nullptr;
+    return before && before->type != trex_op_any_sequence &&
+           !(is_literal(before) && before->next == used - 1);
+}
+
 // Whether the sequence of a sound root can match up to a character.
 static bool can_end_with(matcher *m, const TRexNode *root, char c) {
     const ending last = ending_of_chain(m, root->left, c, deepest_ending);
@@ -253,9 +261,8 @@ bool ends_differently(matcher *m, const TRexNode *root) {
     if (tail_differs(m, used)) {
         return is_sound_tree_to_the_last(m, root, used);
     }
-    const bool same_tail = used > 1 && is_literal(&m->nodes[used - 2]);
-    return !same_tail && m->begin < m->end && is_sound_tree_to_the_last(m, root, used) &&
-           !can_end_with(m, root, m->end[-1]);
+    return last_character_tells(m, used) && m->begin < m->end &&
+           is_sound_tree_to_the_last(m, root, used) && !can_end_with(m, root, m->end[-1]);
 }
 
 } // namespace quillfence::trex
@@ -302,7 +309,8 @@ void possible_last_characters(const TRex *expression, character_set *characters)
     using namespace trex;
     matcher m;
     judge_alone(&m, expression);
-    const bool sound = ends_soundly(&m, used_nodes(&m));
+    const int32_t used = used_nodes(&m);
+    const bool sound = ends_soundly(&m, used) && last_character_tells(&m, used);
     *characters = {};
     for (int c = 0; c <= UCHAR_MAX; ++c) {
         if (!sound || can_end_with(&m, &m.nodes[0], static_cast<char>(c))) {
