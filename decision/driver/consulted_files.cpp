@@ -17,7 +17,7 @@ static constexpr std::string_view compiled_suffix = ".cregexes";
 static const frozen_file *frozen_of(const std::string &path, const explain_options &options) {
     const frozen_file *const frozen =
         options.configuration ? find_frozen_file(options.configuration, path.c_str()) : nullptr;
-    return frozen && frozen->bytes ? frozen : nullptr;
+    return frozen && frozen->is_file() ? frozen : nullptr;
 }
 
 static void weigh_frozen(config_file *file, const frozen_file *frozen, bool whole) {
