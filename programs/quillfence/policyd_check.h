@@ -1,0 +1,46 @@
+// quillfence policyd --check: what would go wrong once mail servers ask, and what to do about it.
+#pragma once
+
+#include <cstdint>
+#include <ostream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "source.h"
+
+namespace quillfence::programs {
+
+enum class check_result : uint8_t { ok, warning, error };
+
+struct check_line {
+    check_result is;
+    std::string subject; // "unix:/run/quillfence/policy", "rbl.example"
+    std::string text;    // what was found, and behind a semicolon what to do about it
+    bool operator==(const check_line &) const = default;
+};
+using check_report = std::vector<check_line>;
+
+// Tries each place as the service would: it listens for a moment. Who may connect is looked at for
+// the users of Postfix and Exim, if there are any.
+void check_listening(const std::vector<std::string> &places, uint32_t mode, check_report *report);
+
+// The folder that stands for c:/quillfence, as `quillfence-data verify` looks it over.
+void check_configuration(const std::string &base, check_report *report);
+
+// The decision log ("" for none) and the metrics file ("" for none) can be written. A log that is
+// missing is not made.
+void check_log(const std::string &path, check_report *report);
+void check_metrics(const std::string &path, check_report *report);
+
+// The resolver answers, by UDP and by TCP, and does not refuse.
+void check_resolver(dns_sources::source &dns, check_report *report);
+// Each DNS block list lists 127.0.0.2 and does not list 127.0.0.1, as RFC 5782 has it.
+void check_block_lists(dns_sources::source &dns, const std::vector<std::string> &zones,
+                       check_report *report);
+
+// A line for each: "ok       subject: text".
+void write_report(const check_report &report, std::ostream &out);
+bool has_errors(const check_report &report);
+
+} // namespace quillfence::programs
