@@ -21,9 +21,15 @@ struct check_line {
 };
 using check_report = std::vector<check_line>;
 
-// Tries each place as the service would: it listens for a moment. Who may connect is looked at for
-// the users of Postfix and Exim, if there are any.
-void check_listening(const std::vector<std::string> &places, uint32_t mode, check_report *report);
+// Tries each place as the service would: it listens for a moment, and removes the socket. Whether
+// they get there is looked at for those of the users that this machine has.
+void check_listening(const std::vector<std::string> &places, uint32_t mode,
+                     const std::vector<const char *> &users, check_report *report);
+// Postfix's and Exim's, on Debian and elsewhere.
+const std::vector<const char *> &mail_server_users();
+// Of a place "unix:PATH": how main.cf names it, or why Postfix does not get there. (Whether its
+// services run in a chroot stands in master.cf, which may not be ours to read.)
+check_line postfix_line(const std::string &place);
 
 // The folder that stands for c:/quillfence, as `quillfence-data verify` looks it over.
 void check_configuration(const std::string &base, check_report *report);

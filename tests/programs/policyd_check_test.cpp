@@ -2,10 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <sstream>
 
 #include "../dns_sources/scripted_source.h"
 #include "drive_c.h"
+#include "listeners.h"
 
 namespace quillfence::programs {
 
@@ -235,6 +237,89 @@ TEST_F(check_files, findings_of_a_configuration) {
         named |= line.is != ok && line.subject == "control/rules.enabled:1";
     }
     EXPECT_TRUE(named) << ::testing::PrintToString(report);
+}
+
+// --- listening ---
+
+class check_listening_test : public check_files {
+  protected:
+    void SetUp() override {
+        drive.make_folder("c:/run");
+        path = drive.native("c:/run/policy");
+        place = "unix:" + path;
+        for (const char *const folder : {"c:/", "c:/run"}) {
+            std::filesystem::permissions(drive.native(folder), std::filesystem::perms(0755));
+        }
+    }
+    void check(uint32_t mode = 0666, const std::vector<const char *> &users = {}) {
+        check_listening({place}, mode, users, &report);
+    }
+
+    std::string path;
+    std::string place;
+};
+
+TEST_F(check_listening_test, nothing_stays) {
+    check();
+    EXPECT_EQ(report, (check_report{{ok, place, "can be listened to"}}));
+    EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+TEST_F(check_listening_test, no_folder) {
+    place = "unix:" + drive.native("c:/none") + "/policy";
+    check();
+    EXPECT_EQ(report,
+              (check_report{{error, place, "can't be listened to: No such file or directory"}}));
+}
+
+TEST_F(check_listening_test, a_file_in_the_way_stays) {
+    drive.write("c:/run/policy", "mine");
+    check();
+    EXPECT_EQ(report,
+              (check_report{{error, place, "can't be listened to: what is there is no socket"}}));
+    EXPECT_EQ(drive.read("c:/run/policy"), "mine");
+}
+
+TEST_F(check_listening_test, beside_the_running_service) {
+    service::listeners running;
+    ASSERT_EQ(running.open(place, 0666), std::nullopt);
+    check();
+    EXPECT_EQ(report, (check_report{{warning, place,
+                                     "another program listens there; if that is the service "
+                                     "itself, all is well"}}));
+    EXPECT_TRUE(std::filesystem::exists(path));
+}
+
+TEST_F(check_listening_test, whoever_is_let_in) {
+    check(0666, {"nobody", "quillfence-no-such-user"});
+    EXPECT_EQ(report, (check_report{{ok, place, "can be listened to"},
+                                    {ok, place, "the user nobody can connect"}}));
+}
+
+TEST_F(check_listening_test, whoever_is_kept_out) {
+    check(0600, {"nobody"});
+    ASSERT_EQ(report.size(), 2u);
+    EXPECT_EQ(report[1].is, error);
+    EXPECT_TRUE(report[1].text.starts_with("the user nobody can't connect, as " + path +
+                                           " does not let him in; "))
+        << report[1].text;
+}
+
+TEST_F(check_listening_test, other_addresses_are_refused) {
+    place = "inet:192.0.2.1:10040";
+    check();
+    ASSERT_EQ(report.size(), 1u);
+    EXPECT_EQ(report[0].is, error);
+    EXPECT_TRUE(report[0].text.starts_with("can't be listened to: is no loopback address"))
+        << report[0].text;
+}
+
+TEST(check_postfix, as_its_configuration_names_it) {
+    EXPECT_EQ(postfix_line("unix:/var/spool/postfix/private/quillfence").text,
+              "in Postfix's main.cf this is unix:private/quillfence");
+    const check_line outside = postfix_line("unix:/run/quillfence/policy");
+    EXPECT_EQ(outside.is, warning);
+    EXPECT_TRUE(outside.text.starts_with("Postfix's services can't see it from a chroot"));
 }
 
 // --- the report ---
