@@ -2,10 +2,12 @@
 
 #include <algorithm>
 
-#include "metrics_file.h"
+#include "answers.h"
 #include "platform/edit.h"
 #include "platform/error_numbers.h"
 #include "platform/file.h"
+#include "quillfence.h"
+#include "surroundings.h"
 #include "text.h"
 #include "verify.h"
 
@@ -91,6 +93,39 @@ void check_metrics(const std::string &path, check_report *report) {
             {check_result::warning, path,
              "does not end in .prom; node_exporter's textfile collector passes it over"});
     }
+}
+
+// --- all of it ----------------------------------------------------------------------------------
+
+static void check_dns(const policyd_arguments &arguments, check_report *report) {
+    if (arguments.dns == dns_is_off) {
+        report->push_back({check_result::warning, "DNS", "is not asked, as --dns off says"});
+        return;
+    }
+    const auto live = live_dns(arguments.server);
+    check_resolver(*live, report);
+    check_block_lists(*live, block_list_zones(), report);
+}
+
+exit_status check_policyd(const policyd_arguments &arguments, uint32_t socket_mode,
+                          std::ostream &out) {
+    const surroundings chosen(arguments.configuration.drive_c, arguments.configuration.registry);
+    check_report report;
+    check_listening(arguments.listen, socket_mode, mail_server_users(), &report);
+    if (arguments.listen.empty()) {
+        report.push_back({check_result::warning, "--listen",
+                          "no place is named, so that only sockets of systemd would do"});
+    }
+    check_configuration(quillfence_base_dir, &report);
+    if (!arguments.log.empty()) {
+        check_log(arguments.log, &report);
+    }
+    if (!arguments.metrics.empty()) {
+        check_metrics(arguments.metrics, &report);
+    }
+    check_dns(arguments, &report);
+    write_report(report, out);
+    return has_errors(report) ? exit_status::no : exit_status::done;
 }
 
 // --- the report ---------------------------------------------------------------------------------

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "policyd_command.h"
 #include "source.h"
 
 namespace quillfence::programs {
@@ -44,6 +45,11 @@ void check_resolver(dns_sources::source &dns, check_report *report);
 // Each DNS block list lists 127.0.0.2 and does not list 127.0.0.1, as RFC 5782 has it.
 void check_block_lists(dns_sources::source &dns, const std::vector<std::string> &zones,
                        check_report *report);
+
+// All of that for a run with these arguments: prints the report. exit_status::no when there is an
+// error in it. A server that can't be asked is a failure.
+exit_status check_policyd(const policyd_arguments &arguments, uint32_t socket_mode,
+                          std::ostream &out);
 
 // A line for each: "ok       subject: text".
 void write_report(const check_report &report, std::ostream &out);

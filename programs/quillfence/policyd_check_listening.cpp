@@ -59,6 +59,10 @@ static std::string try_to_listen(const std::string &place, uint32_t mode, servic
     return wrong ? wrong->substr(place.size() + 2) : "";
 }
 
+static const char *advice_about(std::string_view wrong) {
+    return wrong.ends_with("No such file or directory") ? "; make its folder" : "";
+}
+
 void check_listening(const std::vector<std::string> &places, uint32_t mode,
                      const std::vector<const char *> &users, check_report *report) {
     service::listeners all;
@@ -71,7 +75,7 @@ void check_listening(const std::vector<std::string> &places, uint32_t mode,
         report->push_back({is, place,
                            wrong.empty() ? "can be listened to"
                            : is_taken    ? wrong + "; if that is the service itself, all is well"
-                                         : "can't be listened to: " + wrong});
+                                         : "can't be listened to: " + wrong + advice_about(wrong)});
         if (is != check_result::error && place.starts_with(local_prefix)) {
             check_reach(place, users, report);
         }

@@ -268,8 +268,9 @@ TEST_F(check_listening_test, nothing_stays) {
 TEST_F(check_listening_test, no_folder) {
     place = "unix:" + drive.native("c:/none") + "/policy";
     check();
-    EXPECT_EQ(report,
-              (check_report{{error, place, "can't be listened to: No such file or directory"}}));
+    EXPECT_EQ(report, (check_report{{error, place,
+                                     "can't be listened to: No such file or directory; "
+                                     "make its folder"}}));
 }
 
 TEST_F(check_listening_test, a_file_in_the_way_stays) {
