@@ -33,9 +33,21 @@ else()
             REGEX "/scale/.*\\.(py|sh)$"
             PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ
                         WORLD_EXECUTE)
-    install(FILES docs/man/quillfence.1 docs/man/quillfence-data.1
+    install(FILES docs/man/quillfence.1 docs/man/quillfence-data.1 docs/man/quillfence-replayer.1
             DESTINATION share/man/man1)
     install(FILES packaging/completion/quillfence packaging/completion/quillfence-data
+                  packaging/completion/quillfence-replayer
             DESTINATION share/bash-completion/completions)
+    # The service: its units and its user, and what becomes of its log.
+    install(FILES packaging/systemd/quillfence-policyd.service
+                  packaging/systemd/quillfence-policyd.socket
+            DESTINATION lib/systemd/system)
+    install(FILES packaging/systemd/quillfence.sysusers DESTINATION lib/sysusers.d
+            RENAME quillfence.conf)
+    install(FILES packaging/logrotate/quillfence-policyd DESTINATION /etc/logrotate.d)
+    install(FILES packaging/prometheus/quillfence.rules.yml
+            DESTINATION share/doc/quillfence/packaging/prometheus)
+    set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA "${PROJECT_SOURCE_DIR}/packaging/debian/conffiles"
+                                           "${PROJECT_SOURCE_DIR}/packaging/debian/postinst")
 endif()
 include(CPack)
