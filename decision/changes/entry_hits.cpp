@@ -33,21 +33,13 @@ static bool hits_now_or_would(const rule_record &rule) {
     return hits(rule.decision) || (rule.would && hits(*rule.would));
 }
 
-// Whether a rule behind the decision would have stopped the transaction as well.
-static bool is_stopped_otherwise(const decision_record &record) {
-    return std::any_of(record.rules.begin(), record.rules.end(), [](const rule_record &rule) {
-        return rule.decision == outcome::not_reached && rule.would == outcome::hit;
-    });
-}
-
 namespace {
 
 // Goes over a record, and adds what matched.
 class hit_search {
   public:
     hit_search(const decision_record &record, const control_lines &control)
-        : record_(record), control_(control),
-          rejected_alone_(record.decision.is == verdict::reject && !is_stopped_otherwise(record)) {}
+        : record_(record), control_(control) {}
 
     std::vector<entry_hit> take() {
         for (const rule_record &rule : record_.rules) {
@@ -65,19 +57,14 @@ class hit_search {
         bool may_matter = false;
     };
 
-    part part_of(const rule_record &rule) const {
-        const bool decided = !record_.decision.rule.empty() && record_.decision.rule == rule.rule;
-        return {decided, decided && (rejected_alone_ || record_.decision.by == decided_by::exempt)};
-    }
-
     void add_rule(const rule_record &rule) {
-        const part is = part_of(rule);
+        const bool decides = !rule.rule.empty() && record_.decision.rule == rule.rule;
         if (hits_now_or_would(rule)) {
-            add_control(rules_file, rule.rule, is);
+            add_control(rules_file, rule.rule, decides);
         }
-        add_listed(rule.from, is);
+        add_listed(rule.from, {decides, decides});
         for (const name_match &name : rule.names) {
-            add_listed(name.matched, {false, is.may_matter}); // every name has to match
+            add_listed(name.matched, {false, decides}); // every name has to match
         }
         add_saving(rule.exempted_by);
         for (const name_match &name : rule.names) {
@@ -95,7 +82,7 @@ class hit_search {
         bool first = record_.decision.by == decided_by::block_map;
         for (const block_map_record &map : record_.block_maps) {
             if (map.is == outcome::hit) {
-                add_control(maps_file, map.map, {first, first && rejected_alone_});
+                add_control(maps_file, map.map, first);
                 first = false;
             }
         }
@@ -106,14 +93,14 @@ class hit_search {
             if (list.is == outcome::hit) {
                 const bool decided =
                     record_.decision.by == decided_by::rbl && record_.decision.zone == list.zone;
-                add_control(zones_file, list.zone, {decided, decided && rejected_alone_});
+                add_control(zones_file, list.zone, decided);
             }
         }
     }
 
-    void add_control(const char *file, const std::string &name, part is) {
+    void add_control(const char *file, const std::string &name, bool decides) {
         if (const uint32_t line = control_.line_of(file, name)) {
-            add({file, line, name}, is);
+            add({file, line, name}, {decides, decides});
         }
     }
 
@@ -136,7 +123,6 @@ class hit_search {
 
     const decision_record &record_;
     const control_lines &control_;
-    const bool rejected_alone_; // by one rule
     std::vector<entry_hit> found_;
 };
 

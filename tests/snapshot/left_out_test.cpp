@@ -27,8 +27,8 @@ constexpr asked_file files[] = {
     {"c:/quillfence/from_blacklist", " line=",
      [] { return __file_contains_line(base, "from_blacklist", "a@b.example", __wildcardmatch); },
      0},
-    {"c:/quillfence/blocked_ips", " line=",
-     [] { return __file_contains_line(base, "blocked_ips", "192.0.2.7", _stricmp); }, 0},
+    {"c:/quillfence/blocked_ips",
+     " line=", [] { return __file_contains_line(base, "blocked_ips", "192.0.2.7", _stricmp); }, 0},
     {"c:/quillfence/blocked_ips.range", " record=",
      [] { return file_contains_ip_range_match("blocked_ips.range", "192.0.2.7", base); }, 0},
     {patterns, " expression=", [] { return compiled_regex_match(patterns, "dyn7.example"); }, 0},
@@ -99,7 +99,8 @@ TEST_F(left_out, finds_what_stands_behind_it) {
     snapshot_report_release(&report);
     ASSERT_NE(frozen, nullptr);
     for (const asked_file &file : files) {
-        for (const frozen_files *const from : {no_files, static_cast<const frozen_files *>(frozen.get())}) {
+        for (const frozen_files *const from :
+             {no_files, static_cast<const frozen_files *>(frozen.get())}) {
             SCOPED_TRACE(std::string(file.path) + (from ? ", frozen" : ""));
             EXPECT_EQ(place_of(file, {file.path, 0}, from), 2);
             EXPECT_EQ(place_of(file, {file.path, 1}, from), 2);
@@ -120,7 +121,8 @@ TEST_F(left_out, nothing_matches_without_the_only_one) {
     const owned_snapshot frozen(snapshot_load(nullptr, &report));
     snapshot_report_release(&report);
     for (const asked_file &file : files) {
-        for (const frozen_files *const from : {no_files, static_cast<const frozen_files *>(frozen.get())}) {
+        for (const frozen_files *const from :
+             {no_files, static_cast<const frozen_files *>(frozen.get())}) {
             SCOPED_TRACE(std::string(file.path) + (from ? ", frozen" : ""));
             EXPECT_EQ(place_of(file, {file.path, 1}, from), 2);
             EXPECT_EQ(place_of(file, {file.path, 2}, from), 0);
