@@ -2,13 +2,11 @@
 
 #include <algorithm>
 
-#include "configuration.h"
-
 namespace quillfence::decision {
 
-static constexpr const char *rules_file = configured("control/rules.enabled").path;
-static constexpr const char *maps_file = configured("control/bms.enabled").path;
-static constexpr const char *zones_file = configured("rbl.enabled").path;
+static constexpr char rules_file[] = "c:/quillfence/control/rules.enabled";
+static constexpr char maps_file[] = "c:/quillfence/control/bms.enabled";
+static constexpr char zones_file[] = "c:/quillfence/rbl.enabled";
 
 // --- where names stand --------------------------------------------------------------------------
 
