@@ -418,14 +418,13 @@ TEST(live_asker, an_end_ends_what_is_on_its_way) {
         for (int i = 0; i < 5000; ++i) {
             live.ask(over_tcp(std::to_string(i) + ".example."), all.listener());
         }
-        live.ask(ask_for("datagram.example."), all.listener()); // on a thread of its own
         std::this_thread::sleep_for(100ms);
         EXPECT_EQ(all.count(), 0u);
     }
-    const std::vector<answer> answers = all.wait(5001);
-    EXPECT_EQ(answers.size(), 5001u) << "each is told once";
+    const std::vector<answer> answers = all.wait(5000);
+    EXPECT_EQ(answers.size(), 5000u) << "each is told once";
     EXPECT_EQ(answers.front(), answer_of_status(status_missing));
-    EXPECT_LT(std::chrono::steady_clock::now() - began, 6s) << "longer than any question may take";
+    EXPECT_LT(std::chrono::steady_clock::now() - began, 3s) << "as long as each would take";
 }
 
 TEST(live_asker, limits_count_for_those_that_wait_as_well) {
