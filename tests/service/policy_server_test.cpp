@@ -50,92 +50,6 @@ uint32_t on_call(const char *call, const char *) {
                : 0;
 }
 
-// A server in a thread of its own.
-class serving : public ::testing::Test {
-  protected:
-    serving() {
-        accepts_to_fail = accept_calls = calls_until_failure = 0;
-        options.count = [this](connection_event what) {
-            const std::lock_guard guard(lock);
-            ++counted[what];
-        };
-        options.ready = [this] { is_ready = true; };
-        set_event_stand_in([this](event_severity, std::string_view text) {
-            const std::lock_guard guard(lock);
-            told.emplace_back(text);
-        });
-        handles = open_handles();
-    }
-    ~serving() override {
-        end();
-        set_event_stand_in({});
-        platform::set_call_observer(nullptr);
-        EXPECT_EQ(open_handles(), handles);
-        EXPECT_FALSE(std::filesystem::exists(path));
-        std::filesystem::remove_all(folder);
-    }
-
-    void serve(request_handler handler) {
-        listeners_.emplace();
-        ASSERT_EQ(listeners_->open("unix:" + path, 0600), std::nullopt);
-        server.emplace(options, std::move(handler));
-        thread = std::thread([this] {
-            is_server = true;
-            EXPECT_EQ(server->run(*listeners_), 0u);
-        });
-        while (!is_ready) {
-            std::this_thread::yield();
-        }
-    }
-    void end() {
-        if (server) {
-            server->stop();
-            thread.join();
-        }
-        server.reset();
-        listeners_.reset();
-    }
-    int count(connection_event what) {
-        const std::lock_guard guard(lock);
-        return counted[what];
-    }
-    bool comes_to(connection_event what, int number) {
-        for (int i = 0; i < 500 && count(what) < number; ++i) {
-            std::this_thread::sleep_for(10ms);
-        }
-        return count(what) == number;
-    }
-    std::vector<std::string> events() {
-        const std::lock_guard guard(lock);
-        return told;
-    }
-
-    const std::filesystem::path folder = [] {
-        auto made = std::filesystem::temp_directory_path() /
-                    ("quillfence-test-" + std::to_string(std::random_device()()));
-        std::filesystem::create_directory(made);
-        return made;
-    }();
-    const std::string path = folder / "policy";
-    policy_server_options options;
-    std::optional<listeners> listeners_;
-    std::optional<policy_server> server;
-    std::thread thread;
-    std::atomic<bool> is_ready = false;
-    std::mutex lock; // of what follows
-    std::map<connection_event, int> counted;
-    std::vector<std::string> told;
-    int handles = 0;
-};
-
-void say_dunno(const std::string &, const reply_function &answer) {
-    answer(dunno);
-}
-
-void say_it_back(const std::string &request, const reply_function &answer) {
-    answer(request + "\n");
-}
-
 // Threads that answer with what they were asked.
 class workers {
   public:
@@ -206,6 +120,94 @@ class kept_requests {
     std::vector<std::pair<std::string, reply_function>> kept_;
 };
 
+// A server in a thread of its own.
+class serving : public ::testing::Test {
+  protected:
+    serving() {
+        accepts_to_fail = accept_calls = calls_until_failure = 0;
+        options.count = [this](connection_event what) {
+            const std::lock_guard guard(lock);
+            ++counted[what];
+        };
+        options.ready = [this] { is_ready = true; };
+        set_event_stand_in([this](event_severity, std::string_view text) {
+            const std::lock_guard guard(lock);
+            told.emplace_back(text);
+        });
+        handles = open_handles();
+    }
+    ~serving() override {
+        end();
+        set_event_stand_in({});
+        platform::set_call_observer(nullptr);
+        EXPECT_EQ(open_handles(), handles);
+        EXPECT_FALSE(std::filesystem::exists(path));
+        std::filesystem::remove_all(folder);
+    }
+
+    void serve(request_handler handler) {
+        listeners_.emplace();
+        ASSERT_EQ(listeners_->open("unix:" + path, 0600), std::nullopt);
+        server.emplace(options, std::move(handler));
+        thread = std::thread([this] {
+            is_server = true;
+            EXPECT_EQ(server->run(*listeners_), 0u);
+        });
+        while (!is_ready) {
+            std::this_thread::yield();
+        }
+    }
+    void end() {
+        if (server) {
+            server->stop();
+            thread.join();
+        }
+        server.reset();
+        listeners_.reset();
+    }
+    int count(connection_event what) {
+        const std::lock_guard guard(lock);
+        return counted[what];
+    }
+    bool comes_to(connection_event what, int number) {
+        for (int i = 0; i < 500 && count(what) < number; ++i) {
+            std::this_thread::sleep_for(10ms);
+        }
+        return count(what) == number;
+    }
+    std::vector<std::string> events() {
+        const std::lock_guard guard(lock);
+        return told;
+    }
+
+    const std::filesystem::path folder = [] {
+        auto made = std::filesystem::temp_directory_path() /
+                    ("quillfence-test-" + std::to_string(std::random_device()()));
+        std::filesystem::create_directory(made);
+        return made;
+    }();
+    const std::string path = folder / "policy";
+    kept_requests kept;
+    std::optional<workers> pool;
+    policy_server_options options;
+    std::optional<listeners> listeners_;
+    std::optional<policy_server> server;
+    std::thread thread;
+    std::atomic<bool> is_ready = false;
+    std::mutex lock; // of what follows
+    std::map<connection_event, int> counted;
+    std::vector<std::string> told;
+    int handles = 0;
+};
+
+void say_dunno(const std::string &, const reply_function &answer) {
+    answer(dunno);
+}
+
+void say_it_back(const std::string &request, const reply_function &answer) {
+    answer(request + "\n");
+}
+
 std::string request_of(int number) {
     return "instance=" + std::to_string(number) + "\n";
 }
@@ -223,9 +225,9 @@ TEST_F(serving, a_request_in_pieces) {
 }
 
 TEST_F(serving, requests_at_once_are_answered_in_order) {
-    workers pool(4);
+    pool.emplace(4);
     serve([&](std::string request, reply_function answer) {
-        pool.take(std::move(request), std::move(answer));
+        pool->take(std::move(request), std::move(answer));
     });
     side_by_side(4, [this](unsigned number) {
         policy_client client(path);
@@ -249,7 +251,6 @@ TEST_F(serving, requests_at_once_are_answered_in_order) {
 }
 
 TEST_F(serving, each_client_waits_for_himself_alone) {
-    kept_requests kept;
     serve([&](std::string request, reply_function answer) {
         if (request == "slow=1\n") {
             kept(std::move(request), std::move(answer));
@@ -342,7 +343,7 @@ TEST_F(serving, what_is_too_long_costs_the_connection) {
 }
 
 TEST_F(serving, a_client_that_says_many_things_at_once_is_not_read_further) {
-    kept_requests kept;
+    options.ending = 50ms;
     serve(std::ref(kept));
     policy_client client(path);
     std::string all; // a megabyte
@@ -381,6 +382,7 @@ TEST_F(serving, a_client_that_takes_no_replies_is_closed) {
     EXPECT_LT(judged * reply.size(), size_t{4} << 20); // what the system holds for it, and one
     EXPECT_EQ(events(), std::vector<std::string>{
                             "A connection was closed: its client does not take the replies"});
+    end();
 }
 
 TEST_F(serving, a_client_that_takes_his_time_gets_all_replies) {
@@ -400,6 +402,7 @@ TEST_F(serving, a_client_that_takes_his_time_gets_all_replies) {
         heard += more.size();
     }
     EXPECT_EQ(heard, 20 * reply.size());
+    end();
 }
 
 TEST_F(serving, a_client_that_asks_nothing_is_closed) {
@@ -435,7 +438,6 @@ TEST_F(serving, no_descriptors_for_a_while) {
 // --- endings ---
 
 TEST_F(serving, a_client_that_goes_away) {
-    kept_requests kept;
     serve(std::ref(kept));
     {
         policy_client client(path);
@@ -453,7 +455,6 @@ TEST_F(serving, a_client_that_goes_away) {
 }
 
 TEST_F(serving, what_is_judged_is_answered_at_the_end) {
-    kept_requests kept;
     serve(std::ref(kept));
     policy_client judged(path);
     policy_client idle(path);
@@ -470,7 +471,6 @@ TEST_F(serving, what_is_judged_is_answered_at_the_end) {
 }
 
 TEST_F(serving, what_has_arrived_is_judged_at_the_end) {
-    kept_requests kept;
     serve(std::ref(kept));
     policy_client judged(path);
     judged.say("a=1\n\na=2\n\n");
@@ -485,7 +485,6 @@ TEST_F(serving, what_has_arrived_is_judged_at_the_end) {
 
 TEST_F(serving, the_end_does_not_wait_for_ever) {
     options.ending = 50ms;
-    kept_requests kept;
     serve(std::ref(kept));
     policy_client client(path);
     client.say("a=b\n\n");
@@ -516,9 +515,9 @@ TEST_F(serving, any_call_may_fail_once) {
 // --- many at once ---
 
 TEST_F(serving, many_clients_and_threads) {
-    workers pool(3);
+    pool.emplace(3);
     serve([&](std::string request, reply_function answer) {
-        pool.take(std::move(request), std::move(answer));
+        pool->take(std::move(request), std::move(answer));
     });
     side_by_side(8, [this](unsigned number) {
         for (int round = 0; round < 10; ++round) {
