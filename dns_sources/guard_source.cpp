@@ -1,6 +1,6 @@
 #include "guard_source.h"
 
-#include <algorithm>
+#include <utility>
 
 namespace quillfence::dns_sources {
 
@@ -53,21 +53,19 @@ std::string block_list_zone(std::string_view name) {
     return name_key(name);
 }
 
-guard_source::guard_source(source &next, const std::vector<std::string> &block_lists,
-                           guard_choice choice)
-    : next_(next), choice_(choice) {
+answer_guard::answer_guard(const std::vector<std::string> &block_lists, guard_choice choice)
+    : choice_(choice) {
     for (const std::string &zone : block_lists) {
         zones_.insert(name_key(zone));
     }
 }
 
-bool guard_source::asks_block_list(const question &asked) const {
+bool answer_guard::asks_block_list(const question &asked) const {
     return (asked.type == platform::dns_type_a || asked.type == platform::dns_type_aaaa) &&
            zones_.contains(block_list_zone(asked.name));
 }
 
-answer guard_source::ask(const question &asked) {
-    answer got = next_.ask(asked);
+answer answer_guard::guarded(const question &asked, answer got) const {
     if (choice_.refusals && got.status == platform::dns_status_refused) {
         got.status = status_refusal;
         ++refusals_;
@@ -78,5 +76,9 @@ answer guard_source::ask(const question &asked) {
     }
     return got;
 }
+
+guard_source::guard_source(source &next, const std::vector<std::string> &block_lists,
+                           guard_choice choice)
+    : next_(next), own_(std::in_place, block_lists, choice), guard_(*own_) {}
 
 } // namespace quillfence::dns_sources
