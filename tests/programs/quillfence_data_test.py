@@ -294,11 +294,11 @@ class BlockMapTest(Case):
         self.check(["blockmap", "test", "map", "10.1.2.3", "11.0.0.1", "11.1.0.9"], DONE,
                    "10.1.2.3: listed (level 1: all of 10.0.0.0/8)\n"
                    "11.0.0.1: listed (level 2: all of 11.0.0.0/16)\n"
-                   "11.1.0.9: listed (level 3: the bitmap of 11.1.0.0/16)\n")
+                   "11.1.0.9: listed (level 3: 11.1.0.9)\n")
         self.check(["blockmap", "test", "map", "-"], NO, text="12.0.0.1\n11.2.0.0\n11.1.0.1\n",
                    out="12.0.0.1: not listed (level 1: nothing in 12.0.0.0/8)\n"
                        "11.2.0.0: not listed (level 2: nothing in 11.2.0.0/16)\n"
-                       "11.1.0.1: not listed (level 3: the bitmap of 11.1.0.0/16)\n")
+                       "11.1.0.1: not listed (level 3: 11.1.0.1)\n")
         self.check(["blockmap", "test", "map", "10.1.2.3", "::1"], PARTLY,
                    "10.1.2.3: listed (level 1: all of 10.0.0.0/8)\n",
                    'quillfence-data: "::1" is no IPv4 address\n')
