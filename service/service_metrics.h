@@ -18,6 +18,7 @@
 #include <string_view>
 #include <vector>
 
+#include "connection_event.h"
 #include "decision_record.h"
 
 namespace quillfence::service {
@@ -35,15 +36,6 @@ enum class doubt : uint8_t {
     overload, // too many at once
     failure,  // the engine failed, or a fact was missing
     stopping, // the service ends
-};
-
-enum class connection_event : uint8_t {
-    opened,
-    closed,   // once for each that was opened, whatever else is told about it
-    refused,  // there were too many; it was never opened
-    idle,     // said nothing for too long, and was closed
-    too_long, // a line or a request beyond the bounds, and it was closed
-    bad_end,  // ended within a request
 };
 
 class service_metrics {
