@@ -1,7 +1,5 @@
 #include "guard_source.h"
 
-#include <utility>
-
 namespace quillfence::dns_sources {
 
 namespace {
@@ -65,20 +63,21 @@ bool answer_guard::asks_block_list(const question &asked) const {
            zones_.contains(block_list_zone(asked.name));
 }
 
-answer answer_guard::guarded(const question &asked, answer got) const {
-    if (choice_.refusals && got.status == platform::dns_status_refused) {
-        got.status = status_refusal;
+void answer_guard::check(const question &asked, answer *got) const {
+    if (choice_.refusals && got->status == platform::dns_status_refused) {
+        got->status = status_refusal;
         ++refusals_;
-    } else if (choice_.block_lists && got.status == 0 && asks_block_list(asked) &&
-               !lists_somebody(got.records)) {
-        got.status = status_no_listing;
+    } else if (choice_.block_lists && got->status == 0 && asks_block_list(asked) &&
+               !lists_somebody(got->records)) {
+        got->status = status_no_listing;
         ++no_listings_;
     }
-    return got;
 }
 
-guard_source::guard_source(source &next, const std::vector<std::string> &block_lists,
-                           guard_choice choice)
-    : next_(next), own_(std::in_place, block_lists, choice), guard_(*own_) {}
+answer guard_source::ask(const question &asked) {
+    answer got = next_.ask(asked);
+    guard_.check(asked, &got);
+    return got;
+}
 
 } // namespace quillfence::dns_sources

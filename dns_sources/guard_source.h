@@ -3,7 +3,9 @@
 #pragma once
 
 #include <atomic>
+#include <optional>
 #include <set>
+#include <utility>
 
 #include "source.h"
 
@@ -17,14 +19,14 @@ struct guard_choice {
     bool refusals = true;
 };
 
-// What looks at the answers, for any number of sources and threads at once.
+// What looks at the answers, for any number of sources, askers and threads at once.
 class answer_guard {
   public:
     // block_lists are the zones of DNS block lists, with final dot or without.
     explicit answer_guard(const std::vector<std::string> &block_lists, guard_choice choice = {});
 
-    // The answer as the engine shall see it.
-    answer guarded(const question &asked, answer got) const;
+    // Makes the answer what the engine shall see.
+    void check(const question &asked, answer *got) const;
 
     // How often the guard stepped in.
     uint64_t no_listings() const {
@@ -49,11 +51,10 @@ class guard_source : public source {
     guard_source(source &next, const answer_guard &guard) : next_(next), guard_(guard) {}
     // Borrows the source; the guard is its own.
     guard_source(source &next, const std::vector<std::string> &block_lists,
-                 guard_choice choice = {});
+                 guard_choice choice = {})
+        : next_(next), own_(std::in_place, block_lists, choice), guard_(*own_) {}
 
-    answer ask(const question &asked) override {
-        return guard_.guarded(asked, next_.ask(asked));
-    }
+    answer ask(const question &asked) override;
 
     uint64_t no_listings() const {
         return guard_.no_listings();
