@@ -3,7 +3,9 @@
 #pragma once
 
 #include <atomic>
+#include <optional>
 #include <set>
+#include <utility>
 
 #include "source.h"
 
@@ -17,13 +19,14 @@ struct guard_choice {
     bool refusals = true;
 };
 
-class guard_source : public source {
+// What looks at the answers, for any number of sources, askers and threads at once.
+class answer_guard {
   public:
-    // Borrows the source; block_lists are the zones of DNS block lists, with final dot or without.
-    guard_source(source &next, const std::vector<std::string> &block_lists,
-                 guard_choice choice = {});
+    // block_lists are the zones of DNS block lists, with final dot or without.
+    explicit answer_guard(const std::vector<std::string> &block_lists, guard_choice choice = {});
 
-    answer ask(const question &asked) override;
+    // Makes the answer what the engine shall see.
+    void check(const question &asked, answer *got) const;
 
     // How often the guard stepped in.
     uint64_t no_listings() const {
@@ -36,11 +39,34 @@ class guard_source : public source {
   private:
     bool asks_block_list(const question &asked) const;
 
-    source &next_;
     guard_choice choice_;
     std::set<std::string> zones_;
-    std::atomic<uint64_t> no_listings_ = 0;
-    std::atomic<uint64_t> refusals_ = 0;
+    mutable std::atomic<uint64_t> no_listings_ = 0;
+    mutable std::atomic<uint64_t> refusals_ = 0;
+};
+
+class guard_source : public source {
+  public:
+    // Borrows the source and the guard.
+    guard_source(source &next, const answer_guard &guard) : next_(next), guard_(guard) {}
+    // Borrows the source; the guard is its own.
+    guard_source(source &next, const std::vector<std::string> &block_lists,
+                 guard_choice choice = {})
+        : next_(next), own_(std::in_place, block_lists, choice), guard_(*own_) {}
+
+    answer ask(const question &asked) override;
+
+    uint64_t no_listings() const {
+        return guard_.no_listings();
+    }
+    uint64_t refusals() const {
+        return guard_.refusals();
+    }
+
+  private:
+    source &next_;
+    const std::optional<answer_guard> own_;
+    const answer_guard &guard_;
 };
 
 // The zone of a name that begins with the four numbers of an address in reverse; "" for others. In
