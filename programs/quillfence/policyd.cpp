@@ -3,12 +3,9 @@
 #include <chrono>
 #include <cmath>
 #include <iostream>
-#include <optional>
 
 #include "event.h"
-#include "explain.h"
 #include "listeners.h"
-#include "metrics_file.h"
 #include "platform/error_numbers.h"
 #include "platform/file.h"
 #include "platform/interruption.h"
@@ -17,7 +14,7 @@
 #include "policy_stream.h"
 #include "policyd_check.h"
 #include "policyd_command.h"
-#include "service_metrics.h"
+#include "policyd_service.h"
 #include "stream_run.h"
 #include "text.h"
 #include "vc_w32.h"
@@ -62,33 +59,6 @@ class listening_to_signals {
 
 } // namespace
 
-// --- the service manager ------------------------------------------------------------------------
-
-static void tell_manager(const std::string &state) {
-    if (const uint32_t error = platform::tell_service_manager(state.c_str())) {
-        tell(event_severity::warning,
-             "NOTIFY_SOCKET can't be reached: " + data_files::system_text(error));
-    }
-}
-
-// The manager compares this time with its own, of the same clock.
-static std::string reloading() {
-    const auto now = std::chrono::steady_clock::now().time_since_epoch();
-    const auto count = std::chrono::duration_cast<std::chrono::microseconds>(now).count();
-    return "RELOADING=1\nMONOTONIC_USEC=" + std::to_string(count);
-}
-
-// --- requests -----------------------------------------------------------------------------------
-
-static void judge(const std::string &, const std::function<void(std::string_view)> &answer) {
-    answer("action=DUNNO\n\n");
-}
-
-static void reopen() {
-    tell_manager(reloading());
-    tell_manager("READY=1");
-}
-
 // --- the run ------------------------------------------------------------------------------------
 
 static uint32_t mode_of(const std::string &text) {
@@ -117,13 +87,18 @@ static void open_all(const policyd_arguments &arguments, service::listeners *all
     }
 }
 
-static service::policy_server_options options_of(const policyd_arguments &arguments) {
+static service::policy_server_options options_of(const policyd_arguments &arguments,
+                                                 policyd_service *with) {
     service::policy_server_options options;
     options.connections = arguments.connections;
     options.idle = std::chrono::milliseconds(std::llround(arguments.idle * 1000));
     options.ready = [] { tell_manager("READY=1"); };
     options.stopping = [] { tell_manager("STOPPING=1"); };
-    options.reopen = reopen;
+    // What is judged is answered by its deadline.
+    options.ending = std::chrono::milliseconds(std::llround(arguments.deadline * 1000)) +
+                     std::chrono::seconds(2);
+    options.reopen = [with] { with->reload(); };
+    options.count = [with](service::connection_event what) { with->metrics().connection(what); };
     return options;
 }
 
@@ -138,38 +113,34 @@ static void allow_descriptors(uint64_t connections) {
     }
 }
 
-// None when no file is asked for.
-static std::optional<service::metrics_file> kept_metrics(const policyd_arguments &arguments,
-                                                         const service::service_metrics &metrics) {
-    if (arguments.metrics.empty()) {
-        return std::nullopt;
-    }
-    return std::optional<service::metrics_file>(
-        std::in_place, arguments.metrics, metrics, [](bool is_trouble, std::string_view text) {
-            tell(is_trouble ? event_severity::error : event_severity::notice, text);
-        });
+static service::request_handler judging(policyd_service *with) {
+    return [with](std::string request, std::function<void(std::string_view)> answer) {
+        with->judge().judge(std::move(request), std::move(answer));
+    };
 }
 
+// The sockets are opened first: what is wrong with them is told at once. Whoever connects waits
+// until the configuration has been read.
 static exit_status serve_sockets(const policyd_arguments &arguments) {
     allow_descriptors(arguments.connections);
     service::listeners all;
     open_all(arguments, &all);
-    service::service_metrics metrics(decision::this_build());
-    const auto metrics_file = kept_metrics(arguments, metrics);
-    service::policy_server_options options = options_of(arguments);
-    options.count = [&metrics](service::connection_event what) { metrics.connection(what); };
-    service::policy_server server(options, judge);
+    policyd_service with(arguments);
+    service::policy_server server(options_of(arguments, &with), judging(&with));
     if (const uint32_t error = server.run(all)) {
         throw failure("connections can't be waited for: " + data_files::system_text(error));
     }
     return exit_status::done;
 }
 
-static exit_status serve_standard_streams() {
+static exit_status serve_standard_streams(const policyd_arguments &arguments) {
     using service::stream_end;
+    policyd_service with(arguments);
+    tell_manager("READY=1");
     uint32_t error = 0;
     const stream_end end = service::serve_stream(
-        platform::file_standard_input(), platform::file_standard_output(), judge, reopen, &error);
+        platform::file_standard_input(), platform::file_standard_output(), judging(&with),
+        [&with] { with.reload(); }, &error);
     switch (end) {
     case stream_end::done:
         return exit_status::done;
@@ -189,9 +160,13 @@ exit_status policyd(const policyd_arguments &arguments) {
     if (arguments.check) {
         return check_policyd(arguments, mode_of(arguments.socket_mode), std::cout);
     }
+    if (arguments.log.empty() && !arguments.no_log) {
+        throw failure("say where decisions are written: --log FILE, or --no-log");
+    }
     const opened_log log;
     const listening_to_signals signals;
-    return arguments.on_standard_streams ? serve_standard_streams() : serve_sockets(arguments);
+    return arguments.on_standard_streams ? serve_standard_streams(arguments)
+                                         : serve_sockets(arguments);
 }
 
 } // namespace quillfence::programs

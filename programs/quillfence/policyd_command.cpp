@@ -52,6 +52,34 @@ static option_group places_options(policyd_arguments *to) {
     };
 }
 
+static option_group answer_options_of(policyd_arguments *to) {
+    return {
+        "The answers",
+        {{"--enforce",
+          &to->enforce,
+          "Refuse what is decided so: by these rules, with commas between them, or by all when "
+          "none "
+          "is named. Without it every answer is DUNNO",
+          {.value = "RULE,...", .value_may_be_missing = true}},
+         {"--warn",
+          &to->warn,
+          "Answer WARN in the place of refusing",
+          {.value = "RULE,...", .values_at_once = 1}},
+         {"--exempt-action",
+          &to->exempt_action,
+          "The answer for what is exempt: DUNNO (the default) or OK",
+          {.value = "ACTION", .check = one_of({"DUNNO", "OK"})}},
+         {"--deadline",
+          &to->deadline,
+          "Answer DUNNO after so long, whatever is missing (8)",
+          {.value = "SECONDS", .check = between(0.1, 3600)}},
+         {"--jobs",
+          &to->jobs,
+          "How many to judge at once; otherwise as many as there are processors",
+          {.value = "N", .check = between(1, 1024)}}},
+    };
+}
+
 static option_group question_options(policyd_arguments *to) {
     return {
         "The DNS",
@@ -62,7 +90,11 @@ static option_group question_options(policyd_arguments *to) {
          {"--server",
           &to->server,
           "Another DNS server to ask, as in 192.0.2.53 or [2001:db8::53]:5353",
-          {.value = "ADDRESS"}}},
+          {.value = "ADDRESS"}},
+         {"--rbl-any-answer", &to->rbl_any_answer,
+          "Any answer of a DNS block list is a listing, 127.255.255.254 as well"},
+         {"--refused-is-missing", &to->refused_is_missing,
+          "A name that a DNS server refuses to look up does not exist"}},
     };
 }
 
@@ -74,6 +106,7 @@ static option_group watching_options(policyd_arguments *to) {
           "A decision record for each request, one a line; this or --no-log must be given",
           {.value = "FILE", .excludes = {"--no-log"}}},
          {"--no-log", &to->no_log, "No decision records"},
+         {"--counters", &to->counters, "The engine's own mail log and counters as well"},
          {"--metrics",
           &to->metrics,
           "Counters for Prometheus, every 15 seconds",
@@ -88,8 +121,9 @@ command policyd_command() {
     return {
         .name = "policyd",
         .description = "Answer mail servers by Postfix's policy delegation protocol",
-        .groups = {connection_options(to.get()), places_options(to.get()),
-                   question_options(to.get()), watching_options(to.get())},
+        .groups = {connection_options(to.get()), answer_options_of(to.get()),
+                   places_options(to.get()), question_options(to.get()),
+                   watching_options(to.get())},
         .footer =
             R"(Sockets that systemd has opened need no --listen. SIGHUP reopens the log and
 reads the configuration anew; SIGTERM and SIGINT end it when what is being

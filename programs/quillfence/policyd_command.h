@@ -10,6 +10,8 @@
 
 namespace quillfence::programs {
 
+inline constexpr char nothing_is_enforced[] = "-"; // no rule's name
+
 struct policyd_arguments {
     std::vector<std::string> listen; // unix:PATH, inet:ADDRESS:PORT
     std::string socket_mode = "0660";
@@ -21,6 +23,15 @@ struct policyd_arguments {
     std::string dns;                       // "" and "live", or "off"
     std::string server;                    // "" for the system's
 
+    std::string enforce = nothing_is_enforced; // rules with commas; "" for all
+    std::string warn;                          // likewise, "" for none
+    std::string exempt_action = "DUNNO";       // or "OK"
+    double deadline = 8;                       // seconds
+    uint64_t jobs = 0;                         // 0: the processors
+    bool rbl_any_answer = false;
+    bool refused_is_missing = false;
+
+    bool counters = false;
     std::string log; // the file; "" for none
     bool no_log = false;
     std::string metrics; // the file; "" for none

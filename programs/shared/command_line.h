@@ -49,6 +49,7 @@ struct option_details {
     value_check check = {};                 // called for each value
     int values_at_once = 0;                 // of a list: exactly so many each time; 0: as many as
                                             // follow
+    bool value_may_be_missing = false;      // of a text: "" then
     std::vector<std::string> excludes = {}; // options that can't be given as well
     std::vector<std::string> needs = {};    // options that must be given as well
 };
