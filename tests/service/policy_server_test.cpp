@@ -267,6 +267,22 @@ TEST_F(serving, each_client_waits_for_himself_alone) {
     EXPECT_EQ(slow.hear(2), std::string("action=OK\n\n") + dunno);
 }
 
+TEST_F(serving, what_is_said_while_another_is_judged_waits) {
+    serve(std::ref(kept));
+    policy_client client(path);
+    client.say("a=1\n\na=2\n\n");
+    kept.wait_for(0);
+    client.say("a=3\n\n");
+    std::this_thread::sleep_for(20ms); // it has been seen
+    for (size_t i = 0; i < 3; ++i) {
+        kept.wait_for(i)(dunno);
+        EXPECT_EQ(client.hear(1), dunno);
+    }
+    client.say("a=4\n\n");
+    kept.wait_for(3)(dunno);
+    EXPECT_EQ(client.hear(1), dunno);
+}
+
 TEST_F(serving, a_second_answer_is_none) {
     serve([](const std::string &request, const reply_function &answer) {
         answer(request + "\n");
