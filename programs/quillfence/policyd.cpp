@@ -2,16 +2,23 @@
 #include <charconv>
 #include <chrono>
 #include <cmath>
+#include <iostream>
+#include <optional>
 
 #include "event.h"
+#include "explain.h"
 #include "listeners.h"
+#include "metrics_file.h"
 #include "platform/error_numbers.h"
 #include "platform/file.h"
 #include "platform/interruption.h"
 #include "platform/service_signals.h"
 #include "policy_server.h"
 #include "policy_stream.h"
+#include "policyd_check.h"
 #include "policyd_command.h"
+#include "policyd_judgement.h"
+#include "service_metrics.h"
 #include "stream_run.h"
 #include "text.h"
 #include "vc_w32.h"
@@ -74,14 +81,30 @@ static std::string reloading() {
 
 // --- requests -----------------------------------------------------------------------------------
 
-static void judge(const std::string &, const std::function<void(std::string_view)> &answer) {
-    answer("action=DUNNO\n\n");
-}
+namespace {
 
-static void reopen() {
-    tell_manager(reloading());
-    tell_manager("READY=1");
-}
+// What the service judges with, and what it tells of that.
+struct judging {
+    service::service_metrics metrics{decision::this_build()};
+    policyd_judgement judgement;
+
+    explicit judging(const policyd_arguments &arguments) : judgement(arguments, &metrics) {}
+
+    service::policy_server::handler handler() {
+        return [this](std::string request, std::function<void(std::string_view)> answer) {
+            judgement.judge(std::move(request), std::move(answer));
+        };
+    }
+    std::function<void()> reopener() {
+        return [this] {
+            tell_manager(reloading());
+            judgement.begin_anew();
+            tell_manager("READY=1");
+        };
+    }
+};
+
+} // namespace
 
 // --- the run ------------------------------------------------------------------------------------
 
@@ -117,7 +140,6 @@ static service::policy_server_options options_of(const policyd_arguments &argume
     options.idle = std::chrono::milliseconds(std::llround(arguments.idle * 1000));
     options.ready = [] { tell_manager("READY=1"); };
     options.stopping = [] { tell_manager("STOPPING=1"); };
-    options.reopen = reopen;
     return options;
 }
 
@@ -132,22 +154,43 @@ static void allow_descriptors(uint64_t connections) {
     }
 }
 
+// None when no file is asked for.
+static std::optional<service::metrics_file> kept_metrics(const policyd_arguments &arguments,
+                                                         const service::service_metrics &metrics) {
+    if (arguments.metrics.empty()) {
+        return std::nullopt;
+    }
+    return std::optional<service::metrics_file>(
+        std::in_place, arguments.metrics, metrics, [](bool is_trouble, std::string_view text) {
+            tell(is_trouble ? event_severity::error : event_severity::notice, text);
+        });
+}
+
 static exit_status serve_sockets(const policyd_arguments &arguments) {
     allow_descriptors(arguments.connections);
     service::listeners all;
     open_all(arguments, &all);
-    service::policy_server server(options_of(arguments), judge);
+    judging all_judged(arguments);
+    service::service_metrics &metrics = all_judged.metrics;
+    const auto metrics_file = kept_metrics(arguments, metrics);
+    service::policy_server_options options = options_of(arguments);
+    options.reopen = all_judged.reopener();
+    options.count = [&metrics](service::connection_event what) { metrics.connection(what); };
+    service::policy_server server(options, all_judged.handler());
     if (const uint32_t error = server.run(all)) {
         throw failure("connections can't be waited for: " + data_files::system_text(error));
     }
     return exit_status::done;
 }
 
-static exit_status serve_standard_streams() {
+static exit_status serve_standard_streams(const policyd_arguments &arguments) {
     using service::stream_end;
+    judging all_judged(arguments);
+    const auto metrics_file = kept_metrics(arguments, all_judged.metrics);
     uint32_t error = 0;
     const stream_end end = service::serve_stream(
-        platform::file_standard_input(), platform::file_standard_output(), judge, reopen, &error);
+        platform::file_standard_input(), platform::file_standard_output(), all_judged.handler(),
+        all_judged.reopener(), &error);
     switch (end) {
     case stream_end::done:
         return exit_status::done;
@@ -164,9 +207,12 @@ static exit_status serve_standard_streams() {
 }
 
 exit_status policyd(const policyd_arguments &arguments) {
+    if (arguments.check) {
+        return check_policyd(arguments, mode_of(arguments.socket_mode), std::cout);
+    }
     const opened_log log;
     const listening_to_signals signals;
-    return arguments.on_standard_streams ? serve_standard_streams() : serve_sockets(arguments);
+    return arguments.on_standard_streams ? serve_standard_streams(arguments) : serve_sockets(arguments);
 }
 
 } // namespace quillfence::programs

@@ -77,8 +77,8 @@ static CLI::Option *add_target(CLI::App *app, const option &from) {
         using target = decltype(to);
         if constexpr (std::is_same_v<target, bool *>) {
             return app->add_flag(from.name, *to, from.description);
-        } else if constexpr (std::is_same_v<target, std::function<void()>>) {
-            return app->add_flag_callback(from.name, to, from.description);
+        } else if constexpr (std::is_same_v<target, flag_call>) {
+            return app->add_flag_callback(from.name, to.what, from.description);
         } else {
             return app->add_option(from.name, *to, from.description);
         }
@@ -102,6 +102,9 @@ static CLI::Option *add_option(CLI::App *app, const option &from, const std::str
     }
     if (with.check) {
         made->check(with.check);
+    }
+    if (with.alone) {
+        made->expected(0, 1)->default_str(*with.alone);
     }
     if (with.values_at_once > 1) {
         made->type_size(with.values_at_once)->expected(1, -1);
