@@ -501,8 +501,7 @@ bool judging_thread::read(request &one) {
     if (one.taken) {
         return false; // it has waited for too long
     }
-    decision::input_result input =
-        decision::read_input(decision::input_format::policy, one.text);
+    decision::input_result input = decision::read_input(decision::input_format::policy, one.text);
     if (!input.read) {
         const std::string why = input.problem.text.empty() ? "it is empty" : input.problem.text;
         all_->pass(one, doubt::bad_request,
@@ -527,8 +526,8 @@ bool judging_thread::prepare(request &one) {
         return false;
     }
     if (all_->options.dns) {
-        const auto waited = std::chrono::duration_cast<std::chrono::milliseconds>(
-            all_->options.now() - one.came);
+        const auto waited =
+            std::chrono::duration_cast<std::chrono::milliseconds>(all_->options.now() - one.came);
         const std::chrono::milliseconds for_questions = all_->options.deadline * 3 / 4 - waited;
         one.answers.emplace(nullptr, std::max(for_questions, std::chrono::milliseconds(0)));
     }
@@ -557,8 +556,9 @@ void judging_thread::judge(request &one) {
         explain(one, off_);
     }
     if (made_.failed) {
-        all_->pass(one, std::string_view(made_.failed) == "out of memory" ? doubt::no_memory
-                                                                            : doubt::failure,
+        all_->pass(one,
+                   std::string_view(made_.failed) == "out of memory" ? doubt::no_memory
+                                                                     : doubt::failure,
                    std::string("requests were passed: ") + made_.failed);
         all_->finish(one);
     } else if (!waits_for_answers(one)) {
@@ -567,14 +567,13 @@ void judging_thread::judge(request &one) {
     }
 }
 
-// Whether it lacks answers that may come; then it has been put aside, and may be with another thread
-// already.
+// Whether it lacks answers that may come; then it has been put aside, and may be with another
+// thread already.
 bool judging_thread::waits_for_answers(request &one) {
     if (!one.answers || !one.answers->lacks_answers() || one.taken) {
         return false;
     }
-    one.answers->fetch(*all_->options.dns,
-                       [all = all_, self = one.self] { all->resume(*self); });
+    one.answers->fetch(*all_->options.dns, [all = all_, self = one.self] { all->resume(*self); });
     return true;
 }
 
@@ -664,8 +663,7 @@ void policy_judge::core::stop() noexcept {
     }
 }
 
-policy_judge::policy_judge(const policy_judge_options &with)
-    : core_(std::make_shared<core>(with)) {
+policy_judge::policy_judge(const policy_judge_options &with) : core_(std::make_shared<core>(with)) {
     try {
         core_->start();
     } catch (...) {

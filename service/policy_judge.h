@@ -9,9 +9,9 @@
 // they have come. The configuration that it began with is the one that it ends with.
 //
 // In doubt mail passes, with "action=DUNNO": a request that can't be read, no configuration yet, no
-// memory, an engine that fails, more requests than can be outstanding, and a request that has waited
-// until its deadline. Each is counted, and told as an event, of one kind once a minute. What is not
-// of the stage RCPT is DUNNO as well, without a record.
+// memory, an engine that fails, more requests than can be outstanding, and a request that has
+// waited until its deadline. Each is counted, and told as an event, of one kind once a minute. What
+// is not of the stage RCPT is DUNNO as well, without a record.
 #pragma once
 
 #include <chrono>
@@ -31,8 +31,8 @@ namespace quillfence::service {
 struct policy_judge_options {
     const live_configuration *configuration = nullptr; // borrowed, as all that is pointed to
     enforcement how{};
-    std::string user_dir{};                // as live_configuration's
-    dns_sources::asker *dns = nullptr;     // null: nobody is asked, and what is missing is undecided
+    std::string user_dir{};            // as live_configuration's
+    dns_sources::asker *dns = nullptr; // null: nobody is asked, and what is missing is undecided
     decision::decision_log *log = nullptr; // null: none
     bool counters = false;                 // the engine's mail log and counters as well
     service_metrics *metrics = nullptr;    // may be null

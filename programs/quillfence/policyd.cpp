@@ -2,10 +2,17 @@
 #include <charconv>
 #include <chrono>
 #include <cmath>
+#include <condition_variable>
 #include <iostream>
+#include <mutex>
+#include <new>
+#include <optional>
+#include <thread>
 
 #include "event.h"
+#include "explain.h"
 #include "listeners.h"
+#include "metrics_file.h"
 #include "platform/error_numbers.h"
 #include "platform/file.h"
 #include "platform/interruption.h"
@@ -14,7 +21,8 @@
 #include "policy_stream.h"
 #include "policyd_check.h"
 #include "policyd_command.h"
-#include "policyd_service.h"
+#include "policyd_judgement.h"
+#include "service_metrics.h"
 #include "stream_run.h"
 #include "text.h"
 #include "vc_w32.h"
@@ -59,6 +67,107 @@ class listening_to_signals {
 
 } // namespace
 
+// --- the service manager ------------------------------------------------------------------------
+
+static void tell_manager(const std::string &state) {
+    if (const uint32_t error = platform::tell_service_manager(state.c_str())) {
+        tell(event_severity::warning,
+             "NOTIFY_SOCKET can't be reached: " + data_files::system_text(error));
+    }
+}
+
+// The manager compares this time with its own, of the same clock.
+static std::string reloading() {
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    const auto count = std::chrono::duration_cast<std::chrono::microseconds>(now).count();
+    return "RELOADING=1\nMONOTONIC_USEC=" + std::to_string(count);
+}
+
+// --- requests -----------------------------------------------------------------------------------
+
+namespace {
+
+// What the service judges with, and what it tells of that. It begins anew on a thread of its own,
+// since a large configuration takes a while to be read and nobody shall wait for it.
+class judging {
+  public:
+    explicit judging(const policyd_arguments &arguments);
+    ~judging();
+    judging(const judging &) = delete;
+    judging &operator=(const judging &) = delete;
+
+    service::request_handler handler() {
+        return [this](std::string request, std::function<void(std::string_view)> answer) {
+            judgement_.judge(std::move(request), std::move(answer));
+        };
+    }
+    std::function<void(service::connection_event)> counter() {
+        return [this](service::connection_event what) { metrics_.connection(what); };
+    }
+    void begin_anew() {
+        const std::lock_guard guard(lock_);
+        anew_ = true;
+        wanted_.notify_one();
+    }
+
+  private:
+    void keep_metrics(const std::string &path);
+    void begin_anew_when_asked();
+
+    service::service_metrics metrics_{decision::this_build()};
+    policyd_judgement judgement_;
+    std::optional<service::metrics_file> metrics_file_;
+
+    std::mutex lock_; // of what follows
+    std::condition_variable wanted_;
+    bool anew_ = false;
+    bool ends_ = false;
+    std::thread thread_; // behind all that it uses
+};
+
+} // namespace
+
+judging::judging(const policyd_arguments &arguments) : judgement_(arguments, &metrics_) {
+    if (!arguments.metrics.empty()) {
+        keep_metrics(arguments.metrics);
+    }
+    thread_ = std::thread([this] { begin_anew_when_asked(); });
+}
+
+judging::~judging() {
+    {
+        const std::lock_guard guard(lock_);
+        ends_ = true;
+        wanted_.notify_one();
+    }
+    thread_.join();
+}
+
+void judging::keep_metrics(const std::string &path) {
+    metrics_file_.emplace(path, metrics_, [](bool is_trouble, std::string_view text) {
+        tell(is_trouble ? event_severity::error : event_severity::notice, text);
+    });
+}
+
+void judging::begin_anew_when_asked() {
+    for (std::unique_lock guard(lock_);;) {
+        wanted_.wait(guard, [this] { return anew_ || ends_; });
+        if (ends_) {
+            return;
+        }
+        anew_ = false;
+        guard.unlock();
+        tell_manager(reloading());
+        try {
+            judgement_.begin_anew();
+        } catch (const std::bad_alloc &) {
+            tell(event_severity::error, "There is no memory to begin anew");
+        }
+        tell_manager("READY=1");
+        guard.lock();
+    }
+}
+
 // --- the run ------------------------------------------------------------------------------------
 
 static uint32_t mode_of(const std::string &text) {
@@ -87,18 +196,15 @@ static void open_all(const policyd_arguments &arguments, service::listeners *all
     }
 }
 
-static service::policy_server_options options_of(const policyd_arguments &arguments,
-                                                 policyd_service *with) {
+static service::policy_server_options options_of(const policyd_arguments &arguments) {
     service::policy_server_options options;
     options.connections = arguments.connections;
     options.idle = std::chrono::milliseconds(std::llround(arguments.idle * 1000));
-    options.ready = [] { tell_manager("READY=1"); };
-    options.stopping = [] { tell_manager("STOPPING=1"); };
-    // What is judged is answered by its deadline.
+    // What is being judged is answered by its deadline.
     options.ending = std::chrono::milliseconds(std::llround(arguments.deadline * 1000)) +
                      std::chrono::seconds(2);
-    options.reopen = [with] { with->reload(); };
-    options.count = [with](service::connection_event what) { with->metrics().connection(what); };
+    options.ready = [] { tell_manager("READY=1"); };
+    options.stopping = [] { tell_manager("STOPPING=1"); };
     return options;
 }
 
@@ -113,20 +219,17 @@ static void allow_descriptors(uint64_t connections) {
     }
 }
 
-static service::request_handler judging(policyd_service *with) {
-    return [with](std::string request, std::function<void(std::string_view)> answer) {
-        with->judge().judge(std::move(request), std::move(answer));
-    };
-}
-
-// The sockets are opened first: what is wrong with them is told at once. Whoever connects waits
+// The sockets are opened first: what is wrong with them is told at once, and whoever connects waits
 // until the configuration has been read.
 static exit_status serve_sockets(const policyd_arguments &arguments) {
     allow_descriptors(arguments.connections);
     service::listeners all;
     open_all(arguments, &all);
-    policyd_service with(arguments);
-    service::policy_server server(options_of(arguments, &with), judging(&with));
+    judging with(arguments);
+    service::policy_server_options options = options_of(arguments);
+    options.reopen = [&with] { with.begin_anew(); };
+    options.count = with.counter();
+    service::policy_server server(options, with.handler());
     if (const uint32_t error = server.run(all)) {
         throw failure("connections can't be waited for: " + data_files::system_text(error));
     }
@@ -135,12 +238,12 @@ static exit_status serve_sockets(const policyd_arguments &arguments) {
 
 static exit_status serve_standard_streams(const policyd_arguments &arguments) {
     using service::stream_end;
-    policyd_service with(arguments);
+    judging with(arguments);
     tell_manager("READY=1");
     uint32_t error = 0;
     const stream_end end = service::serve_stream(
-        platform::file_standard_input(), platform::file_standard_output(), judging(&with),
-        [&with] { with.reload(); }, &error);
+        platform::file_standard_input(), platform::file_standard_output(), with.handler(),
+        [&with] { with.begin_anew(); }, &error);
     switch (end) {
     case stream_end::done:
         return exit_status::done;
@@ -159,9 +262,6 @@ static exit_status serve_standard_streams(const policyd_arguments &arguments) {
 exit_status policyd(const policyd_arguments &arguments) {
     if (arguments.check) {
         return check_policyd(arguments, mode_of(arguments.socket_mode), std::cout);
-    }
-    if (arguments.log.empty() && !arguments.no_log) {
-        throw failure("say where decisions are written: --log FILE, or --no-log");
     }
     const opened_log log;
     const listening_to_signals signals;

@@ -52,34 +52,6 @@ static option_group places_options(policyd_arguments *to) {
     };
 }
 
-static option_group answer_options_of(policyd_arguments *to) {
-    return {
-        "The answers",
-        {{"--enforce",
-          &to->enforce,
-          "Refuse what is decided so: by these rules, with commas between them, or by all when "
-          "none "
-          "is named. Without it every answer is DUNNO",
-          {.value = "RULE,...", .value_may_be_missing = true}},
-         {"--warn",
-          &to->warn,
-          "Answer WARN in the place of refusing",
-          {.value = "RULE,...", .values_at_once = 1}},
-         {"--exempt-action",
-          &to->exempt_action,
-          "The answer for what is exempt: DUNNO (the default) or OK",
-          {.value = "ACTION", .check = one_of({"DUNNO", "OK"})}},
-         {"--deadline",
-          &to->deadline,
-          "Answer DUNNO after so long, whatever is missing (8)",
-          {.value = "SECONDS", .check = between(0.1, 3600)}},
-         {"--jobs",
-          &to->jobs,
-          "How many to judge at once; otherwise as many as there are processors",
-          {.value = "N", .check = between(1, 1024)}}},
-    };
-}
-
 static option_group question_options(policyd_arguments *to) {
     return {
         "The DNS",
@@ -91,10 +63,39 @@ static option_group question_options(policyd_arguments *to) {
           &to->server,
           "Another DNS server to ask, as in 192.0.2.53 or [2001:db8::53]:5353",
           {.value = "ADDRESS"}},
-         {"--rbl-any-answer", &to->rbl_any_answer,
-          "Any answer of a DNS block list is a listing, 127.255.255.254 as well"},
-         {"--refused-is-missing", &to->refused_is_missing,
-          "A name that a DNS server refuses to look up does not exist"}},
+         {"--rbl-any-answer",
+          &to->any_answer_lists,
+          "Any address from a DNS block list is a listing, also one that says it won't answer"},
+         {"--refused-is-missing",
+          &to->refused_is_missing,
+          "REFUSED says that there is no such name, as for the mail server"}},
+    };
+}
+
+static option_group judgement_options(policyd_arguments *to) {
+    return {
+        "The answers",
+        {{"--enforce",
+          &to->enforce,
+          "Refuse what all rules object to, or only what these do; else all mail passes. RULE is "
+          "a rule's name, block_lists or block_rbl_lists",
+          {.value = "RULE,...", .alone = "all"}},
+         {"--warn",
+          &to->warn,
+          "Pass what these rules object to with a warning in the mail server's log",
+          {.value = "RULE,..."}},
+         {"--exempt-action",
+          &to->exempt_action,
+          "DUNNO (the default), or OK: what a whitelist exempts passes all other restrictions",
+          {.value = "ACTION", .check = one_of({"DUNNO", "OK"})}},
+         {"--deadline",
+          &to->deadline,
+          "Answer each request within so long, decided or not (8)",
+          {.value = "SECONDS", .check = between(0.1, 600)}},
+         {"--jobs",
+          &to->jobs,
+          "Judge so many at once; as many as there are processors",
+          {.value = "N", .check = between(1, 256)}}},
     };
 }
 
@@ -121,8 +122,8 @@ command policyd_command() {
     return {
         .name = "policyd",
         .description = "Answer mail servers by Postfix's policy delegation protocol",
-        .groups = {connection_options(to.get()), answer_options_of(to.get()),
-                   places_options(to.get()), question_options(to.get()),
+        .groups = {connection_options(to.get()), places_options(to.get()),
+                   judgement_options(to.get()), question_options(to.get()),
                    watching_options(to.get())},
         .footer =
             R"(Sockets that systemd has opened need no --listen. SIGHUP reopens the log and

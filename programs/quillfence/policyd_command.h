@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -9,8 +10,6 @@
 #include "program.h"
 
 namespace quillfence::programs {
-
-inline constexpr char nothing_is_enforced[] = "-"; // no rule's name
 
 struct policyd_arguments {
     std::vector<std::string> listen; // unix:PATH, inet:ADDRESS:PORT
@@ -22,16 +21,16 @@ struct policyd_arguments {
     configuration_arguments configuration; // without what-if
     std::string dns;                       // "" and "live", or "off"
     std::string server;                    // "" for the system's
+    bool any_answer_lists = false;         // the guards are off: of block lists,
+    bool refused_is_missing = false;       // and of REFUSED
 
-    std::string enforce = nothing_is_enforced; // rules with commas; "" for all
-    std::string warn;                          // likewise, "" for none
-    std::string exempt_action = "DUNNO";       // or "OK"
-    double deadline = 8;                       // seconds
-    uint64_t jobs = 0;                         // 0: the processors
-    bool rbl_any_answer = false;
-    bool refused_is_missing = false;
-
+    std::optional<std::string> enforce; // names of rules, or "all"
+    std::string warn;                   // names of rules; "" for none
+    std::string exempt_action = "DUNNO";
+    double deadline = 8; // seconds
+    uint64_t jobs = 0;   // threads that judge; 0: the processors
     bool counters = false;
+
     std::string log; // the file; "" for none
     bool no_log = false;
     std::string metrics; // the file; "" for none

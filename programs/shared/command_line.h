@@ -47,9 +47,9 @@ struct option_details {
     std::string value = {};                 // how the help calls the value, as in FILE or yes|no
     std::optional<bool> required = {};      // else what has no dashes is, and nothing that has
     value_check check = {};                 // called for each value
+    std::optional<std::string> alone = {};  // stored when the option stands without a value
     int values_at_once = 0;                 // of a list: exactly so many each time; 0: as many as
                                             // follow
-    bool value_may_be_missing = false;      // of a text: "" then
     std::vector<std::string> excludes = {}; // options that can't be given as well
     std::vector<std::string> needs = {};    // options that must be given as well
 };
