@@ -49,7 +49,7 @@ void judge(const std::string &request) {
                request.size() <= longest_policy_request);
     QF_PROMISE(request.front() != '\n' && request.find("\n\n") == std::string::npos);
     const input_result result = read_input(input_format::policy, request);
-    QF_PROMISE(result.read.has_value() == result.problem.text.empty());
+    QF_PROMISE(!result.read || result.problem.text.empty());
     for (const char *bound :
          {"the line is too long", "the request is too long", "the request has too many lines"}) {
         QF_PROMISE(result.problem.text != bound);

@@ -211,9 +211,9 @@ class StartTest(Case):
         self.assertIn("--warn: ", self.refused(*listen, "--warn=no_such_rule"))
         self.assertIn("from_blacklist", self.refused(*listen, "--enforce=from_blacklst"))
         self.assertFalse(os.path.exists(self.place))
-        status, _, err = run([PROGRAM, "policyd", "--stdio"], self.folder)
-        self.assertEqual((status, err), (FAILED, "quillfence: say where decisions are written: "
-                                         "--log FILE, or --no-log\n"))
+        status, _, err = run([PROGRAM, "policyd", "--drive-c", "drive", "--stdio"], self.folder)
+        self.assertEqual((status, err), (FAILED, "quillfence: say where decisions are logged with "
+                                         "--log FILE, or that they are not with --no-log\n"))
 
     def test_more_connections_than_the_system_allows(self):
         def few():
