@@ -188,9 +188,9 @@ static exit_status serve_standard_streams(const policyd_arguments &arguments) {
     judging all_judged(arguments);
     const auto metrics_file = kept_metrics(arguments, all_judged.metrics);
     uint32_t error = 0;
-    const stream_end end = service::serve_stream(
-        platform::file_standard_input(), platform::file_standard_output(), all_judged.handler(),
-        all_judged.reopener(), &error);
+    const stream_end end =
+        service::serve_stream(platform::file_standard_input(), platform::file_standard_output(),
+                              all_judged.handler(), all_judged.reopener(), &error);
     switch (end) {
     case stream_end::done:
         return exit_status::done;
@@ -212,7 +212,8 @@ exit_status policyd(const policyd_arguments &arguments) {
     }
     const opened_log log;
     const listening_to_signals signals;
-    return arguments.on_standard_streams ? serve_standard_streams(arguments) : serve_sockets(arguments);
+    return arguments.on_standard_streams ? serve_standard_streams(arguments)
+                                         : serve_sockets(arguments);
 }
 
 } // namespace quillfence::programs
