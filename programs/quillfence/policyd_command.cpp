@@ -63,11 +63,9 @@ static option_group question_options(policyd_arguments *to) {
           &to->server,
           "Another DNS server to ask, as in 192.0.2.53 or [2001:db8::53]:5353",
           {.value = "ADDRESS"}},
-         {"--rbl-any-answer",
-          &to->any_answer_lists,
+         {"--rbl-any-answer", &to->any_answer_lists,
           "Any address from a DNS block list is a listing, also one that says it won't answer"},
-         {"--refused-is-missing",
-          &to->refused_is_missing,
+         {"--refused-is-missing", &to->refused_is_missing,
           "REFUSED says that there is no such name, as for the mail server"}},
     };
 }

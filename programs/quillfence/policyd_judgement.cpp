@@ -41,8 +41,8 @@ static service::enforcement enforcement_of(const policyd_arguments &arguments) {
 
 // --- the configuration --------------------------------------------------------------------------
 
-static service::live_configuration::options
-configuration_of(const policyd_arguments &arguments, service::service_metrics *metrics) {
+static service::live_configuration::options configuration_of(const policyd_arguments &arguments,
+                                                             service::service_metrics *metrics) {
     service::live_configuration::options options;
     options.user_dir = arguments.configuration.user_dir;
     options.guards = {.block_lists = !arguments.any_answer_lists,
@@ -121,7 +121,8 @@ policyd_judgement::policyd_judgement(const policyd_arguments &arguments,
 void policyd_judgement::begin_anew() {
     if (log_) {
         if (const uint32_t error = log_->reopen()) {
-            tell(event_severity::error, "the log stays as it was: " + file_error(log_->path(), error));
+            tell(event_severity::error,
+                 "the log stays as it was: " + file_error(log_->path(), error));
         }
     }
     configuration_.load();

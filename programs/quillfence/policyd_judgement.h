@@ -1,5 +1,5 @@
-// What policyd judges with: the engine on its configuration, the DNS, the log, and the judge in front
-// of them.
+// What policyd judges with: the engine on its configuration, the DNS, the log, and the judge in
+// front of them.
 #pragma once
 
 #include <functional>
