@@ -170,11 +170,13 @@ static bool holds_bytes(platform::file_handle file, const char *bytes, uint64_t 
     }
 }
 
-static bool is_unchanged(platform::file_handle file, const frozen_file *row) {
-    uint64_t size = 0;
-    int64_t changed = 0;
-    return !platform::file_size(file, &size) && !platform::file_changed(file, &changed) &&
-           size == row->size && changed == row->changed;
+// Whether an open file has the row's size and digest.
+static bool has_same_digest(platform::file_handle file, const frozen_file *row) {
+    frozen_file again = {};
+    again.size = row->size;
+    uint32_t error = 0;
+    return digest_bytes(file, &again, &error) == snapshot_reading::kept &&
+           strcmp(again.sha256, row->sha256) == 0;
 }
 
 bool __is_as_frozen(const frozen_file *row) {
@@ -188,7 +190,7 @@ bool __is_as_frozen(const frozen_file *row) {
     }
     reading_file file;
     return !file.open(row->path) && (row->bytes ? holds_bytes(file.handle, row->bytes, row->size)
-                                                : is_unchanged(file.handle, row));
+                                                : has_same_digest(file.handle, row));
 }
 
 } // namespace quillfence
