@@ -22,8 +22,8 @@ struct large_files {
 // it is too large.
 snapshot_reading __read_frozen_file(frozen_file *row, large_files large, uint32_t *error);
 
-// Whether the path is still what the row says; of a file that is kept open, by its size and the
-// time of its last change.
+// Whether the path is still what the row says, byte by byte or, of a file that is kept open, by its
+// digest.
 bool __is_as_frozen(const frozen_file *row);
 
 // The digest of some bytes, in 64 digits and a NUL. False without memory.
