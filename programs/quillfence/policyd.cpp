@@ -17,6 +17,7 @@
 #include "policy_stream.h"
 #include "policyd_check.h"
 #include "policyd_command.h"
+#include "policyd_judgement.h"
 #include "service_metrics.h"
 #include "stream_run.h"
 #include "text.h"
@@ -80,14 +81,30 @@ static std::string reloading() {
 
 // --- requests -----------------------------------------------------------------------------------
 
-static void judge(const std::string &, const std::function<void(std::string_view)> &answer) {
-    answer("action=DUNNO\n\n");
-}
+namespace {
 
-static void reopen() {
-    tell_manager(reloading());
-    tell_manager("READY=1");
-}
+// What the service judges with, and what it tells of that.
+struct judging {
+    service::service_metrics metrics{decision::this_build()};
+    policyd_judgement judgement;
+
+    explicit judging(const policyd_arguments &arguments) : judgement(arguments, &metrics) {}
+
+    service::policy_server::handler handler() {
+        return [this](std::string request, std::function<void(std::string_view)> answer) {
+            judgement.judge(std::move(request), std::move(answer));
+        };
+    }
+    std::function<void()> reopener() {
+        return [this] {
+            tell_manager(reloading());
+            judgement.begin_anew();
+            tell_manager("READY=1");
+        };
+    }
+};
+
+} // namespace
 
 // --- the run ------------------------------------------------------------------------------------
 
@@ -123,7 +140,6 @@ static service::policy_server_options options_of(const policyd_arguments &argume
     options.idle = std::chrono::milliseconds(std::llround(arguments.idle * 1000));
     options.ready = [] { tell_manager("READY=1"); };
     options.stopping = [] { tell_manager("STOPPING=1"); };
-    options.reopen = reopen;
     return options;
 }
 
@@ -154,22 +170,27 @@ static exit_status serve_sockets(const policyd_arguments &arguments) {
     allow_descriptors(arguments.connections);
     service::listeners all;
     open_all(arguments, &all);
-    service::service_metrics metrics(decision::this_build());
+    judging all_judged(arguments);
+    service::service_metrics &metrics = all_judged.metrics;
     const auto metrics_file = kept_metrics(arguments, metrics);
     service::policy_server_options options = options_of(arguments);
+    options.reopen = all_judged.reopener();
     options.count = [&metrics](service::connection_event what) { metrics.connection(what); };
-    service::policy_server server(options, judge);
+    service::policy_server server(options, all_judged.handler());
     if (const uint32_t error = server.run(all)) {
         throw failure("connections can't be waited for: " + data_files::system_text(error));
     }
     return exit_status::done;
 }
 
-static exit_status serve_standard_streams() {
+static exit_status serve_standard_streams(const policyd_arguments &arguments) {
     using service::stream_end;
+    judging all_judged(arguments);
+    const auto metrics_file = kept_metrics(arguments, all_judged.metrics);
     uint32_t error = 0;
-    const stream_end end = service::serve_stream(
-        platform::file_standard_input(), platform::file_standard_output(), judge, reopen, &error);
+    const stream_end end =
+        service::serve_stream(platform::file_standard_input(), platform::file_standard_output(),
+                              all_judged.handler(), all_judged.reopener(), &error);
     switch (end) {
     case stream_end::done:
         return exit_status::done;
@@ -191,7 +212,8 @@ exit_status policyd(const policyd_arguments &arguments) {
     }
     const opened_log log;
     const listening_to_signals signals;
-    return arguments.on_standard_streams ? serve_standard_streams() : serve_sockets(arguments);
+    return arguments.on_standard_streams ? serve_standard_streams(arguments)
+                                         : serve_sockets(arguments);
 }
 
 } // namespace quillfence::programs
