@@ -201,12 +201,12 @@ class Machine:
 
     def start(self, *command, **more):
         """A process below the root."""
-        return subprocess.Popen(["chroot", self.root, *command],
+        return subprocess.Popen(["/usr/sbin/chroot", self.root, *command],
                                 env=environment(PATH="/usr/sbin:/usr/bin:/sbin:/bin"), **more)
 
     def run(self, *command, text="", status=0):
         """Output, both kinds, of a command below the root."""
-        done = subprocess.run(["chroot", self.root, *command], input=text.encode(),
+        done = subprocess.run(["/usr/sbin/chroot", self.root, *command], input=text.encode(),
                               env=environment(PATH="/usr/sbin:/usr/bin:/sbin:/bin"),
                               stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=60,
                               check=False)
