@@ -233,7 +233,7 @@ void policy_server::wait_for(const shared &one, connection_state what) {
         return;
     case connection_state::answer:
     case connection_state::busy:
-        if (what == connection_state::busy || is_ending_) {
+        if (what == connection_state::busy || !one->is_watched || is_ending_) {
             wait_for_answer(one);
         }
         return;
