@@ -208,11 +208,12 @@ static service::policy_server_options options_of(const policyd_arguments &argume
     return options;
 }
 
-// Descriptors for the connections, and for everything else.
+// Descriptors for the connections, and for everything else: at least some, better many.
 static void allow_descriptors(uint64_t connections) {
-    constexpr size_t besides = 200;
-    const size_t allowed = platform::allow_descriptors(connections + besides);
-    if (allowed < connections + besides) {
+    constexpr size_t needed = 200;
+    constexpr size_t better = 1000;
+    const size_t allowed = platform::allow_descriptors(connections + better);
+    if (allowed < connections + needed) {
         throw failure("--connections " + std::to_string(connections) +
                       ": the system allows this process only " + std::to_string(allowed) +
                       " open files (ulimit -n, LimitNOFILE=)");
