@@ -2,8 +2,12 @@
 #include <charconv>
 #include <chrono>
 #include <cmath>
+#include <condition_variable>
 #include <iostream>
+#include <mutex>
+#include <new>
 #include <optional>
+#include <thread>
 
 #include "event.h"
 #include "explain.h"
@@ -83,28 +87,86 @@ static std::string reloading() {
 
 namespace {
 
-// What the service judges with, and what it tells of that.
-struct judging {
-    service::service_metrics metrics{decision::this_build()};
-    policyd_judgement judgement;
+// What the service judges with, and what it tells of that. It begins anew on a thread of its own,
+// since a large configuration takes a while to be read and nobody shall wait for it.
+class judging {
+  public:
+    explicit judging(const policyd_arguments &arguments);
+    ~judging();
+    judging(const judging &) = delete;
+    judging &operator=(const judging &) = delete;
 
-    explicit judging(const policyd_arguments &arguments) : judgement(arguments, &metrics) {}
-
-    service::policy_server::handler handler() {
+    service::request_handler handler() {
         return [this](std::string request, std::function<void(std::string_view)> answer) {
-            judgement.judge(std::move(request), std::move(answer));
+            judgement_.judge(std::move(request), std::move(answer));
         };
     }
-    std::function<void()> reopener() {
-        return [this] {
-            tell_manager(reloading());
-            judgement.begin_anew();
-            tell_manager("READY=1");
-        };
+    std::function<void(service::connection_event)> counter() {
+        return [this](service::connection_event what) { metrics_.connection(what); };
     }
+    void begin_anew() {
+        const std::lock_guard guard(lock_);
+        anew_ = true;
+        wanted_.notify_one();
+    }
+
+  private:
+    void keep_metrics(const std::string &path);
+    void begin_anew_when_asked();
+
+    service::service_metrics metrics_{decision::this_build()};
+    policyd_judgement judgement_;
+    std::optional<service::metrics_file> metrics_file_;
+
+    std::mutex lock_; // of what follows
+    std::condition_variable wanted_;
+    bool anew_ = false;
+    bool ends_ = false;
+    std::thread thread_; // behind all that it uses
 };
 
 } // namespace
+
+judging::judging(const policyd_arguments &arguments) : judgement_(arguments, &metrics_) {
+    if (!arguments.metrics.empty()) {
+        keep_metrics(arguments.metrics);
+    }
+    thread_ = std::thread([this] { begin_anew_when_asked(); });
+}
+
+judging::~judging() {
+    {
+        const std::lock_guard guard(lock_);
+        ends_ = true;
+        wanted_.notify_one();
+    }
+    thread_.join();
+}
+
+void judging::keep_metrics(const std::string &path) {
+    metrics_file_.emplace(path, metrics_, [](bool is_trouble, std::string_view text) {
+        tell(is_trouble ? event_severity::error : event_severity::notice, text);
+    });
+}
+
+void judging::begin_anew_when_asked() {
+    for (std::unique_lock guard(lock_);;) {
+        wanted_.wait(guard, [this] { return anew_ || ends_; });
+        if (ends_) {
+            return;
+        }
+        anew_ = false;
+        guard.unlock();
+        tell_manager(reloading());
+        try {
+            judgement_.begin_anew();
+        } catch (const std::bad_alloc &) {
+            tell(event_severity::error, "There is no memory to begin anew");
+        }
+        tell_manager("READY=1");
+        guard.lock();
+    }
+}
 
 // --- the run ------------------------------------------------------------------------------------
 
@@ -138,45 +200,37 @@ static service::policy_server_options options_of(const policyd_arguments &argume
     service::policy_server_options options;
     options.connections = arguments.connections;
     options.idle = std::chrono::milliseconds(std::llround(arguments.idle * 1000));
+    // What is being judged is answered by its deadline.
+    options.ending = std::chrono::milliseconds(std::llround(arguments.deadline * 1000)) +
+                     std::chrono::seconds(2);
     options.ready = [] { tell_manager("READY=1"); };
     options.stopping = [] { tell_manager("STOPPING=1"); };
     return options;
 }
 
-// Descriptors for the connections, and for everything else.
+// Descriptors for the connections, and for everything else: at least some, better many.
 static void allow_descriptors(uint64_t connections) {
-    constexpr size_t besides = 200;
-    const size_t allowed = platform::allow_descriptors(connections + besides);
-    if (allowed < connections + besides) {
+    constexpr size_t needed = 200;
+    constexpr size_t better = 1000;
+    const size_t allowed = platform::allow_descriptors(connections + better);
+    if (allowed < connections + needed) {
         throw failure("--connections " + std::to_string(connections) +
                       ": the system allows this process only " + std::to_string(allowed) +
                       " open files (ulimit -n, LimitNOFILE=)");
     }
 }
 
-// None when no file is asked for.
-static std::optional<service::metrics_file> kept_metrics(const policyd_arguments &arguments,
-                                                         const service::service_metrics &metrics) {
-    if (arguments.metrics.empty()) {
-        return std::nullopt;
-    }
-    return std::optional<service::metrics_file>(
-        std::in_place, arguments.metrics, metrics, [](bool is_trouble, std::string_view text) {
-            tell(is_trouble ? event_severity::error : event_severity::notice, text);
-        });
-}
-
+// The sockets are opened first: what is wrong with them is told at once, and whoever connects waits
+// until the configuration has been read.
 static exit_status serve_sockets(const policyd_arguments &arguments) {
     allow_descriptors(arguments.connections);
     service::listeners all;
     open_all(arguments, &all);
-    judging all_judged(arguments);
-    service::service_metrics &metrics = all_judged.metrics;
-    const auto metrics_file = kept_metrics(arguments, metrics);
+    judging with(arguments);
     service::policy_server_options options = options_of(arguments);
-    options.reopen = all_judged.reopener();
-    options.count = [&metrics](service::connection_event what) { metrics.connection(what); };
-    service::policy_server server(options, all_judged.handler());
+    options.reopen = [&with] { with.begin_anew(); };
+    options.count = with.counter();
+    service::policy_server server(options, with.handler());
     if (const uint32_t error = server.run(all)) {
         throw failure("connections can't be waited for: " + data_files::system_text(error));
     }
@@ -185,12 +239,12 @@ static exit_status serve_sockets(const policyd_arguments &arguments) {
 
 static exit_status serve_standard_streams(const policyd_arguments &arguments) {
     using service::stream_end;
-    judging all_judged(arguments);
-    const auto metrics_file = kept_metrics(arguments, all_judged.metrics);
+    judging with(arguments);
+    tell_manager("READY=1");
     uint32_t error = 0;
-    const stream_end end =
-        service::serve_stream(platform::file_standard_input(), platform::file_standard_output(),
-                              all_judged.handler(), all_judged.reopener(), &error);
+    const stream_end end = service::serve_stream(
+        platform::file_standard_input(), platform::file_standard_output(), with.handler(),
+        [&with] { with.begin_anew(); }, &error);
     switch (end) {
     case stream_end::done:
         return exit_status::done;
