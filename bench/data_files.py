@@ -94,7 +94,8 @@ def main():
         made = folder / "out.cregexes"
         print("1,528 patterns")
         row("quillfence-data regex compile",
-            [PROGRAM, "regex", "compile", "--keep-going", PATTERNS, made], made, PARTLY)
+            [PROGRAM, "regex", "compile", "--keep-going", "--only", "REJECT,DUNNO", PATTERNS, made],
+            made, PARTLY)
         compare(folder, "1,000,000 addresses in 500 networks", 500)
         compare(folder, "1,000,000 addresses anywhere", None)
 

@@ -33,9 +33,10 @@ else()
             REGEX "/scale/.*\\.(py|sh)$"
             PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ
                         WORLD_EXECUTE)
-    install(FILES docs/man/quillfence.1 docs/man/quillfence-data.1
+    install(FILES docs/man/quillfence.1 docs/man/quillfence-data.1 docs/man/quillfence-replayer.1
             DESTINATION share/man/man1)
     install(FILES packaging/completion/quillfence packaging/completion/quillfence-data
+                  packaging/completion/quillfence-replayer
             DESTINATION share/bash-completion/completions)
 endif()
 include(CPack)

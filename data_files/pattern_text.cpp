@@ -90,6 +90,16 @@ std::string flags_problem(std::string_view flags) {
     return "";
 }
 
+// In upper case.
+std::string first_word(std::string_view text) {
+    const std::string_view word = without_leading_space(text);
+    std::string upper(word.substr(0, std::min(word.find_first_of(white_space), word.size())));
+    for (char &character : upper) {
+        character = to_upper(character);
+    }
+    return upper;
+}
+
 pattern_line table_line(std::string_view text) {
     const size_t end = find_delimiter(text);
     if (end == std::string_view::npos) {
@@ -106,7 +116,7 @@ pattern_line table_line(std::string_view text) {
     if (pattern.empty()) {
         return wrong("the pattern is empty; write .* to match everything");
     }
-    return {kind::pattern, std::string(pattern)};
+    return {kind::pattern, std::string(pattern), first_word(behind.substr(flags.size()))};
 }
 
 } // namespace
@@ -114,8 +124,11 @@ pattern_line table_line(std::string_view text) {
 pattern_line pattern_reader::read(std::string_view line) {
     const bool continues = after_action_ && !line.empty() && holds(white_space, line.front());
     const std::string_view text = without_trailing_space(without_leading_space(line));
-    if (text.empty() || text.starts_with('#') || continues) {
+    if (text.empty() || text.starts_with('#') || (continues && has_action_)) {
         return {kind::nothing, ""};
+    }
+    if (continues) {
+        return wrong("the action of the pattern above stands here; write it behind the pattern");
     }
     after_action_ = text.starts_with('/');
     if (holds(text, '\0')) {
@@ -128,7 +141,19 @@ pattern_line pattern_reader::read(std::string_view line) {
     if (is_negation(text)) {
         return wrong("negated patterns are not supported");
     }
-    return after_action_ ? table_line(text) : pattern_line{kind::pattern, std::string(text)};
+    pattern_line read =
+        after_action_ ? table_line(text) : pattern_line{kind::pattern, std::string(text)};
+    has_action_ = read.is == kind::wrong || !read.action.empty();
+    return read;
+}
+
+bool is_refusal(std::string_view action) {
+    static constexpr std::string_view refusals[] = {
+        "", "REJECT", "DEFER", "DEFER_IF_PERMIT", "DEFER_IF_REJECT", "DISCARD"};
+    const bool is_code =
+        action.size() == 3 && holds("45", action[0]) && is_digit(action[1]) && is_digit(action[2]);
+    return is_code ||
+           std::find(std::begin(refusals), std::end(refusals), action) != std::end(refusals);
 }
 
 // --- From nodes to text ---

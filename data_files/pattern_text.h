@@ -12,15 +12,23 @@ struct pattern_line {
     enum class kind { nothing, pattern, wrong };
     kind is;
     std::string text; // the pattern, or what is wrong
+    // Of a mail server's line what it does with a name that matches, in upper case: "REJECT". ""
+    // when it does not say.
+    std::string action{};
 };
+
+// Whether a mail server refuses the client for an action, for now or for good: REJECT, DISCARD,
+// the DEFERs, and reply codes of 400 and more. A line without an action is there to refuse, too.
+bool is_refusal(std::string_view action);
 
 // Understands the lines of one list, in their order:
 //
 //     # ...                 a comment; so is a blank line
 //     /pattern/flags ACTION as mail servers keep them. The pattern ends at the first "/" without
-//                           a backslash; the action, and lines behind it that begin with white
-//                           space, are ignored. Flags i, m, s, E, U and X change nothing here; A
-//                           and x would change what the pattern means and are wrong.
+//                           a backslash. Lines behind it that begin with white space go on with
+//                           the action; one that would begin it there is wrong. Flags i, m, s, E, U
+//                           and X change nothing here; A and x would change what the pattern means
+//                           and are wrong.
 //     anything else         a pattern. White space around it is dropped, but for a blank behind a
 //                           backslash.
 //
@@ -32,6 +40,7 @@ class pattern_reader {
 
   private:
     bool after_action_ = false; // the next line may go on with a table line's action
+    bool has_action_ = false;   // which has begun
 };
 
 // The text of an expression as it would be written in a list: a pattern that read() takes and that

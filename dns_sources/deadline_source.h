@@ -4,23 +4,24 @@
 #pragma once
 
 #include "source.h"
+#include "time_left.h"
 
 namespace quillfence::dns_sources {
 
 class deadline_source : public source {
   public:
-    using clock = std::chrono::steady_clock;
+    using clock = time_left::clock;
 
     // Borrows the source that is asked until then. The time begins now; by_clock tells it.
     deadline_source(source &next, std::chrono::milliseconds total,
-                    clock::time_point (*by_clock)() = clock::now);
+                    clock::time_point (*by_clock)() = clock::now)
+        : next_(next), left_(total, by_clock) {}
 
     answer ask(const question &asked) override;
 
   private:
     source &next_;
-    clock::time_point (*now_)();
-    clock::time_point end_;
+    const time_left left_;
 };
 
 } // namespace quillfence::dns_sources

@@ -53,29 +53,32 @@ std::string block_list_zone(std::string_view name) {
     return name_key(name);
 }
 
-guard_source::guard_source(source &next, const std::vector<std::string> &block_lists,
-                           guard_choice choice)
-    : next_(next), choice_(choice) {
+answer_guard::answer_guard(const std::vector<std::string> &block_lists, guard_choice choice)
+    : choice_(choice) {
     for (const std::string &zone : block_lists) {
         zones_.insert(name_key(zone));
     }
 }
 
-bool guard_source::asks_block_list(const question &asked) const {
+bool answer_guard::asks_block_list(const question &asked) const {
     return (asked.type == platform::dns_type_a || asked.type == platform::dns_type_aaaa) &&
            zones_.contains(block_list_zone(asked.name));
 }
 
-answer guard_source::ask(const question &asked) {
-    answer got = next_.ask(asked);
-    if (choice_.refusals && got.status == platform::dns_status_refused) {
-        got.status = status_refusal;
+void answer_guard::check(const question &asked, answer *got) {
+    if (choice_.refusals && got->status == platform::dns_status_refused) {
+        got->status = status_refusal;
         ++refusals_;
-    } else if (choice_.block_lists && got.status == 0 && asks_block_list(asked) &&
-               !lists_somebody(got.records)) {
-        got.status = status_no_listing;
+    } else if (choice_.block_lists && got->status == 0 && asks_block_list(asked) &&
+               !lists_somebody(got->records)) {
+        got->status = status_no_listing;
         ++no_listings_;
     }
+}
+
+answer guard_source::ask(const question &asked) {
+    answer got = next_.ask(asked);
+    guard_.check(asked, &got);
     return got;
 }
 

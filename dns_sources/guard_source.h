@@ -17,13 +17,13 @@ struct guard_choice {
     bool refusals = true;
 };
 
-class guard_source : public source {
+class answer_guard {
   public:
-    // Borrows the source; block_lists are the zones of DNS block lists, with final dot or without.
-    guard_source(source &next, const std::vector<std::string> &block_lists,
-                 guard_choice choice = {});
+    // block_lists are the zones of DNS block lists, with final dot or without.
+    explicit answer_guard(const std::vector<std::string> &block_lists, guard_choice choice = {});
 
-    answer ask(const question &asked) override;
+    // Called by several threads at once.
+    void check(const question &asked, answer *got);
 
     // How often the guard stepped in.
     uint64_t no_listings() const {
@@ -36,11 +36,31 @@ class guard_source : public source {
   private:
     bool asks_block_list(const question &asked) const;
 
-    source &next_;
     guard_choice choice_;
     std::set<std::string> zones_;
     std::atomic<uint64_t> no_listings_ = 0;
     std::atomic<uint64_t> refusals_ = 0;
+};
+
+class guard_source : public source {
+  public:
+    // Borrows the source; the rest as above.
+    guard_source(source &next, const std::vector<std::string> &block_lists,
+                 guard_choice choice = {})
+        : next_(next), guard_(block_lists, choice) {}
+
+    answer ask(const question &asked) override;
+
+    uint64_t no_listings() const {
+        return guard_.no_listings();
+    }
+    uint64_t refusals() const {
+        return guard_.refusals();
+    }
+
+  private:
+    source &next_;
+    answer_guard guard_;
 };
 
 // The zone of a name that begins with the four numbers of an address in reverse; "" for others. In

@@ -94,7 +94,7 @@ answer ask_client(platform::dns_client *client, const question &asked) {
 
 } // namespace
 
-live_source::live_source(std::string server) : server_(std::move(server)) {}
+live_source::live_source(std::optional<std::string> server) : server_(std::move(server)) {}
 
 uint32_t live_source::take_client(client_ptr *taken) {
     {

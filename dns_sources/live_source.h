@@ -22,9 +22,9 @@ class live_source : public source {
   public:
     // The servers of the system's settings.
     live_source() = default;
-    // One other server, in the form of QUILLFENCE_DNS_SERVER; Linux only. Whether that can be done
-    // tells usable().
-    explicit live_source(std::string server);
+    // One other server, in the form of QUILLFENCE_DNS_SERVER; Linux only; nothing: the servers of
+    // the system's settings. Whether that can be done tells usable().
+    explicit live_source(std::optional<std::string> server);
 
     // 0, or why no question can be asked: 87 for a server's name that is none, 50 for one on
     // Windows. Every question then has this status.

@@ -93,12 +93,21 @@ answer memo_source::ask(const question &asked) {
         return std::move(*at_hand);
     }
     answer got = next_.ask(asked);
+    learn(key, zone, asked, got);
+    return got;
+}
+
+void memo_source::learn(const question &asked, const answer &got) {
+    learn(key_of(asked), watched_zone(asked), asked, got);
+}
+
+void memo_source::learn(const std::string &key, const std::string &zone, const question &asked,
+                        const answer &got) {
     const std::lock_guard guard(lock_);
     count(zone, asked, got);
     if (vc_dns_code(got.status) != vc_dns_failed) {
         keep(key, got);
     }
-    return got;
 }
 
 // What was asked for since the memory was half full is young.

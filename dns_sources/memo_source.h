@@ -31,6 +31,8 @@ class memo_source : public source {
     answer ask(const question &asked) override;
     // The answer that ask() would give without asking anybody; nothing when there is none.
     std::optional<answer> known(const question &asked);
+    // An answer that somebody else has fetched.
+    void learn(const question &asked, const answer &got);
 
     // The zones that are left alone, sorted.
     std::vector<std::string> zones_left_alone() const;
@@ -46,6 +48,8 @@ class memo_source : public source {
     std::optional<answer> known(const std::string &key, const std::string &zone);
     std::optional<answer> remembered(const std::string &key);
     std::optional<uint32_t> reason_to_leave(const std::string &zone) const;
+    void learn(const std::string &key, const std::string &zone, const question &asked,
+               const answer &got);
     void keep(const std::string &key, const answer &got);
     void count(const std::string &zone, const question &asked, const answer &got);
 

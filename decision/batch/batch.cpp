@@ -7,13 +7,14 @@
 #include <thread>
 #include <utility>
 
-#include "answers_ahead.h"
+#include "answers_so_far.h"
 #include "case_dns.h"
 #include "change_line.h"
 #include "conveyor.h"
 #include "engine_door.h"
 #include "explain.h"
 #include "load_reader.h"
+#include "memo_asker.h"
 #include "off_source.h"
 #include "platform/interruption.h"
 #include "platform/surroundings.h"
@@ -23,7 +24,7 @@ namespace quillfence::decision {
 // A transaction that is put aside until its DNS answers have come.
 struct waiting_transaction {
     waiting_transaction(batch_load &of, batch_item &at, input_transaction given,
-                        dns_sources::memo_source &memo, std::chrono::milliseconds deadline)
+                        dns_sources::memo_source *memo, std::chrono::milliseconds deadline)
         : load(of), item(at), input(std::move(given)), answers(memo, deadline) {}
 
     batch_load &load;
@@ -97,12 +98,15 @@ struct judgement {
 
 // What all threads of a run share.
 struct run {
-    explicit run(const batch_options &with)
-        : options(with), belt(bounds_of(with)), askers(with.questions) {}
+    explicit run(const batch_options &with) : options(with), belt(bounds_of(with)) {
+        if (with.live) {
+            live.emplace(*with.memo, *with.live, with.questions);
+        }
+    }
 
     const batch_options &options;
     conveyor belt;
-    asking_threads askers;
+    std::optional<dns_sources::memo_asker> live{}; // ends before the conveyor does
 };
 
 // Judges loads, on a thread of its own.
@@ -186,7 +190,7 @@ class worker {
 
     bool judge_live(batch_load &load, batch_item &item, input_transaction input) {
         return judge_or_wait(std::make_shared<waiting_transaction>(
-            load, item, std::move(input), *all_.options.live, all_.options.deadline));
+            load, item, std::move(input), all_.options.memo, all_.options.deadline));
     }
 
     // Whether the transaction is done; else it is put aside, and may be with another thread
@@ -198,7 +202,7 @@ class worker {
             settle(one->load, one->item, one->input);
             return true;
         }
-        one->answers.fetch(all_.askers, [belt = &all_.belt, one] { belt->resume(one); });
+        one->answers.fetch(*all_.live, [belt = &all_.belt, one] { belt->resume(one); });
         return false;
     }
 
@@ -408,9 +412,6 @@ class thread_group {
         threads_.emplace_back([&reader] { reader.run(); });
         for (unsigned i = 0; i < std::max(all_.options.jobs, 1u); ++i) {
             threads_.emplace_back([this] { worker(all_).work(); });
-        }
-        if (all_.options.live) {
-            all_.askers.start();
         }
     }
     void join() {

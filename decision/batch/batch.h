@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "asker.h"
 #include "batch_lines.h"
 #include "call_context.h"
 #include "change.h"
@@ -55,8 +56,9 @@ struct batch_options {
     bool no_answers = false;                                // not even those
     const dns_sources::recorded_source *recorded = nullptr; // the same for all
     dns_sources::source *otherwise = nullptr;   // for what `recorded` lacks; asks nobody
-    dns_sources::memo_source *live = nullptr;   // the DNS behind a memory, and alone
-    unsigned questions = 64;                    // to the DNS at once, each on a thread of its own
+    dns_sources::asker *live = nullptr;         // the DNS, and nobody else; with the next
+    dns_sources::memo_source *memo = nullptr;   // its answers of this run; itself asks nobody
+    unsigned questions = 64;                    // to the DNS at once
     std::chrono::milliseconds deadline{10'000}; // for all questions of a transaction
 
     // Each on the thread that calls run_batch(). write takes whole lines and returns 0 or a Win32

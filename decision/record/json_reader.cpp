@@ -249,7 +249,7 @@ static constexpr auto plain_characters = [] {
 bool json_parser::string(std::string_view *text) {
     const size_t begin = ++at_;
     const char *const end = text_.data() + text_.size();
-    const char *to = text_.data() + std::min(begin, text_.size());
+    const char *to = text_.data() + begin;
     while (to < end && plain_characters[static_cast<unsigned char>(*to)]) {
         ++to;
     }

@@ -21,6 +21,7 @@ namespace quillfence::platform {
 
 static constexpr mode_t new_file_mode = 0666;     // less the process's umask
 static constexpr mode_t private_file_mode = 0600; // until it has the rights of another file
+static constexpr mode_t readable_file_mode = 0644;
 static constexpr mode_t all_rights = 07777;
 static constexpr int most_links = 40; // one behind the other; as many as the system follows
 static constexpr int64_t longest_wait = 1'000'000'000; // nanoseconds
@@ -253,7 +254,10 @@ uint32_t temporary_create(const char *path, const char *like, edit_lock *created
     if (number != 0) {
         return error_of_errno_for(number, resolved.text);
     }
-    if (takes_over && take_over_rights(descriptor, model) != 0) {
+    const bool refused = takes_over ? take_over_rights(descriptor, model) != 0
+                                    : rights == file_rights::of_readers &&
+                                          fchmod(descriptor, readable_file_mode) != 0;
+    if (refused) {
         const uint32_t error = error_of_errno(errno);
         unlink(resolved.text);
         close(descriptor);

@@ -81,6 +81,10 @@ void interruption_note() {
     static_cast<void>(written); // a full pipe wakes as well
 }
 
+intptr_t interruption_descriptor() {
+    return wakening[0];
+}
+
 uint32_t file_read_unless_interrupted(file_handle file, void *buffer, uint32_t size,
                                       uint32_t *moved) {
     *moved = 0;

@@ -207,21 +207,42 @@ block_map::entry block_map::judge(uint32_t value, size_t below, const std::strin
     return {coverage::some, ""};
 }
 
+// Whether the bitmap of a /16 says the same, `listed`, of all addresses of a network in it.
+static bool says_of_all(const bitmap &bits, bool listed, uint32_t address, unsigned prefix) {
+    const uint32_t count = 1U << (32 - prefix);
+    const uint32_t first = address & 0xFFFF & ~(count - 1);
+    for (uint32_t at = first; at < first + count; ++at) {
+        if (((bits[at / 8] & 0x80 >> at % 8) != 0) != listed) {
+            return false;
+        }
+    }
+    return true;
+}
+
+static map_answer answer_of_bitmap(const bitmap &bits, uint32_t address) {
+    const bool listed = (bits[(address & 0xFFFF) / 8] & 0x80 >> address % 8) != 0;
+    unsigned prefix = 32;
+    while (prefix > 16 && says_of_all(bits, listed, address, prefix - 1)) {
+        --prefix;
+    }
+    return {listed, 3, prefix};
+}
+
 map_answer block_map::ask(uint32_t address) const {
     const entry upper =
         judge(level1_[address >> 24], table_size, network_text(address & 0xFF000000, 8));
     if (upper.covers != coverage::some) {
-        return {upper.covers == coverage::everything, 1, upper.damage};
+        return {upper.covers == coverage::everything, 1, 8, upper.damage};
     }
     const table level2 = read_table(level1_[address >> 24]);
     const uint32_t place = level2[address >> 16 & 255];
     const entry lower = judge(place, bitmap_size, network_text(address & 0xFFFF0000, 16));
     if (lower.covers != coverage::some) {
-        return {lower.covers == coverage::everything, 2, lower.damage};
+        return {lower.covers == coverage::everything, 2, 16, lower.damage};
     }
-    uint8_t byte;
-    read(place + (address & 0xFFFF) / 8, &byte, 1);
-    return {(byte & 0x80 >> address % 8) != 0, 3};
+    bitmap bits;
+    read(place, bits.data(), bits.size());
+    return answer_of_bitmap(bits, address);
 }
 
 namespace {

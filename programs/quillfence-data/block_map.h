@@ -36,6 +36,7 @@ map_size write_block_map(const address_set &addresses,
 struct map_answer {
     bool listed;
     int level;               // 1 and 2: an entry of that level; 3: a bitmap
+    unsigned prefix;         // of the widest network around the address that is answered alike
     std::string damage = {}; // why there was no better answer than "not listed"
 };
 

@@ -118,17 +118,12 @@ enum class verdict { listed, not_listed, damaged, wrong };
 } // namespace
 
 static std::string place_of(const map_answer &answer, uint32_t address) {
-    const std::string upper = network_text(address & 0xFF000000, 8);
-    const std::string lower = network_text(address & 0xFFFF0000, 16);
-    const std::string how_much = answer.listed ? "all of " : "nothing in ";
-    switch (answer.level) {
-    case 1:
-        return "level 1: " + how_much + upper;
-    case 2:
-        return "level 2: " + how_much + lower;
-    default:
-        return "level 3: the bitmap of " + lower;
-    }
+    const uint32_t network = address & 0xFFFFFFFF << (32 - answer.prefix);
+    const std::string how_much = answer.prefix == 32 ? ""
+                                 : answer.listed     ? "all of "
+                                                     : "nothing in ";
+    return "level " + std::to_string(answer.level) + ": " + how_much +
+           network_text(network, answer.prefix);
 }
 
 // The engine's own lookup is what counts; what the tool reads must say the same.
@@ -185,8 +180,9 @@ static command test_command() {
                     {"IP", &options->addresses,
                      "IPv4 addresses; - reads them from standard input, one a line"}},
         .footer =
-            R"(For each address whether it is listed, and the level of the map that decided: 1 its
-/8, 2 its /16, 3 the bitmap of its /16.
+            R"(For each address whether it is listed, the level of the map that decided (1 its /8, 2
+its /16, 3 the bitmap of its /16), and the widest network around it of which that level
+says the same.
 
 Exit status 1 when an address is not listed, 3 when one is no address or lies in a
 damaged part of the map.)",

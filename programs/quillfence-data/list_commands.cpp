@@ -1,8 +1,10 @@
 #include "list_commands.h"
 
 #include <algorithm>
+#include <cstring>
 #include <iostream>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "address_text.h"
@@ -21,29 +23,53 @@ namespace quillfence::data_tool {
 
 // --- finding ---
 
+namespace {
+
+// An entry that matches.
+struct list_match {
+    std::string file;
+    uint32_t line = 0;   // of a list
+    uint32_t record = 0; // of a range file
+    std::string entry;
+    std::string comment{};
+    const char *how;
+};
+
+struct found {
+    std::vector<list_match> matches;
+    // Opposite lists that both match, by name; the one that comes first in front.
+    std::vector<std::pair<const char *, const char *>> opposites{};
+};
+
+} // namespace
+
+// What a line of a list is compared as, for people.
+static const char *way_of(const configuration_file &list, const char *pattern) {
+    const bool is_plain =
+        list.matcher == __wildcardmatch && !std::strchr(pattern, '*') && is_plain_pattern(pattern);
+    return is_plain ? "plain" : matcher_name(list);
+}
+
 // The lines of one list that match, as the engine reads and counts them.
-static unsigned find_in_list(const std::string &path, const configuration_file &list,
-                             const std::string &value, std::ostream &out) {
+static void find_in_list(const std::string &path, const configuration_file &list,
+                         const std::string &value, std::vector<list_match> *matches) {
     open_file file;
     if (const uint32_t error = file.open(path)) {
         throw failure(file_error(path, error));
     }
     line_reader in;
     begin_lines(&in, file.handle(), longest_entry, true);
-    unsigned matches = 0;
     uint32_t length = 0;
-    for (unsigned number = 1; const char *const line = next_line(&in, &length); ++number) {
+    for (uint32_t number = 1; const char *const line = next_line(&in, &length); ++number) {
         const char *const pattern = pattern_of_line(line);
         if (!is_comment(pattern) && list.matcher(pattern, value.c_str()) == 0) {
-            out << path << ':' << number << ": " << printable(pattern) << " (" << matcher_name(list)
-                << ")\n";
-            ++matches;
+            matches->push_back(
+                {.file = path, .line = number, .entry = pattern, .how = way_of(list, pattern)});
         }
     }
     if (in.error) {
         throw failure(file_error(path, in.error));
     }
-    return matches;
 }
 
 // As the engine sees it, which finds these two addresses nowhere.
@@ -78,11 +104,11 @@ static bool engine_finds(const std::string &path, const range_records &ranges,
     return listed;
 }
 
-static unsigned find_in_ranges(const std::string &path, const std::string &value,
-                               std::ostream &out) {
+static void find_in_ranges(const std::string &path, const std::string &value,
+                           std::vector<list_match> *matches) {
     const std::optional<uint32_t> address = parse_address(value);
     if (!address || !may_be_file(path)) {
-        return 0;
+        return;
     }
     const range_records read = read_ranges(path);
     if (read.error) {
@@ -92,26 +118,29 @@ static unsigned find_in_ranges(const std::string &path, const std::string &value
         std::any_of(read.records.begin(), read.records.end(),
                     [&](const range_record &record) { return holds(record, *address); });
     const bool listed = engine_finds(path, read, value, in_records);
-    unsigned matches = 0;
     for (const range_record &record : read.records) {
         if (listed && holds(record, *address)) {
-            out << path << ": record " << record.number << ": " << range_text(record)
-                << (record.comment.empty() ? "" : "  ") << printable(record.comment)
-                << " (range)\n";
-            ++matches;
+            matches->push_back({.file = path,
+                                .record = record.number,
+                                .entry = range_text(record),
+                                .comment = record.comment,
+                                .how = "range"});
         }
     }
-    return matches;
 }
 
-static unsigned find_in(const std::string &directory, const configuration_file &list,
-                        const std::string &value, std::ostream &out) {
+// Whether anything matched.
+static bool find_in(const std::string &directory, const configuration_file &list,
+                    const std::string &value, std::vector<list_match> *matches) {
+    const size_t before = matches->size();
     const std::string path = joined(directory, path_in_base(list));
-    unsigned matches = may_be_file(path) ? find_in_list(path, list, value, out) : 0;
-    if (list.range_file) {
-        matches += find_in_ranges(joined(directory, list.range_file), value, out);
+    if (may_be_file(path)) {
+        find_in_list(path, list, value, matches);
     }
-    return matches;
+    if (list.range_file) {
+        find_in_ranges(joined(directory, list.range_file), value, matches);
+    }
+    return matches->size() != before;
 }
 
 static bool has_name(const std::vector<std::string> &names, const char *name) {
@@ -160,29 +189,119 @@ static std::string why_no_entry(const list_edit_arguments &arguments) {
     return list ? why_useless(list->kind, entry) : std::string();
 }
 
-exit_status list_find(const list_find_arguments &arguments, std::ostream &out) {
-    require_directory(arguments.directory, "give the one that holds the lists");
-    if (arguments.value.empty()) {
-        throw failure("nothing to look for; give a mail address or a client's address");
-    }
+static found find_everywhere(const list_find_arguments &arguments) {
     const engine_messages silent;
+    found all;
     std::vector<std::string> matching;
     for (const configuration_file &list : list_files()) {
-        const bool matches = find_in(arguments.directory, list, arguments.value, out) != 0;
+        const bool matches = find_in(arguments.directory, list, arguments.value, &all.matches);
         engine_messages::require_memory();
         if (!matches) {
             continue;
         }
         if (has_name(matching, list.opposite)) {
-            out << list.opposite << " and " << path_in_base(list)
-                << " exclude each other, and both match: " << list.opposite << " comes first\n";
+            all.opposites.emplace_back(list.opposite, path_in_base(list));
         }
         matching.push_back(path_in_base(list));
     }
-    return matching.empty() ? exit_status::no : exit_status::done;
+    return all;
+}
+
+static void write_matches(const found &all, const std::string &value, std::ostream &out) {
+    for (const list_match &one : all.matches) {
+        out << one.file << (one.record ? ": record " : ":") << (one.record ? one.record : one.line)
+            << ": " << printable(one.entry) << (one.comment.empty() ? "" : "  ")
+            << printable(one.comment) << " (" << one.how << ")\n";
+    }
+    for (const auto &[first, second] : all.opposites) {
+        out << first << " and " << second << " exclude each other, and both match: " << first
+            << " comes first\n";
+    }
+    if (all.matches.empty()) {
+        out << "nothing matches " << printable(value) << '\n';
+    }
+}
+
+static void write_matches_json(const found &all, std::ostream &out) {
+    const char *separator = "";
+    out << "{\"matches\":[";
+    for (const list_match &one : all.matches) {
+        out << separator << "{\"file\":" << json_text(one.file)
+            << (one.record ? ",\"record\":" : ",\"line\":") << (one.record ? one.record : one.line)
+            << ",\"entry\":" << json_text(one.entry);
+        if (!one.comment.empty()) {
+            out << ",\"comment\":" << json_text(one.comment);
+        }
+        out << ",\"how\":" << json_text(one.how) << '}';
+        separator = ",";
+    }
+    out << "],\"first\":[";
+    separator = "";
+    for (const auto &[first, second] : all.opposites) {
+        out << separator << "{\"list\":" << json_text(first) << ",\"before\":" << json_text(second)
+            << '}';
+        separator = ",";
+    }
+    out << "]}\n";
+}
+
+exit_status list_find(const list_find_arguments &arguments, std::ostream &out) {
+    require_directory(arguments.directory, "give the one that holds the lists");
+    if (arguments.value.empty()) {
+        throw failure("nothing to look for; give a mail address or a client's address");
+    }
+    const found all = find_everywhere(arguments);
+    if (arguments.json) {
+        write_matches_json(all, out);
+    } else {
+        write_matches(all, arguments.value, out);
+    }
+    return all.matches.empty() ? exit_status::no : exit_status::done;
+}
+
+// Names are compared without regard to case, as the file system of the server does.
+static const configuration_file *catalogued(const std::string &name) {
+    for (const configuration_file &file : configuration_files) {
+        if (_stricmp(path_in_base(file), name.c_str()) == 0) {
+            return &file;
+        }
+    }
+    return nullptr;
+}
+
+// Control files have lines, too, but the line editor must not touch a binary file.
+static bool has_lines(const configuration_file &file) {
+    switch (file.kind) {
+    case file_kind::rule_names:
+    case file_kind::map_names:
+    case file_kind::zone_names:
+    case file_kind::sender_networks:
+        return true;
+    default:
+        return is_list(file);
+    }
+}
+
+static std::string why_no_list(const list_edit_arguments &arguments) {
+    const configuration_file *const file = catalogued(arguments.list);
+    if (file ? has_lines(*file) : arguments.force) {
+        return {};
+    }
+    if (file) {
+        return "is no list of lines";
+    }
+    std::string names;
+    for (const configuration_file &list : list_files()) {
+        names += (names.empty() ? "" : ", ") + std::string(path_in_base(list));
+    }
+    return "nobody reads a list of this name; the engine's lists are " + names +
+           " (--force adds to it all the same)";
 }
 
 exit_status list_add(const list_edit_arguments &arguments, std::ostream &out) {
+    if (const std::string why = why_no_list(arguments); !why.empty()) {
+        throw failure(list_path(arguments) + ": " + why);
+    }
     std::string problem = why_no_entry(arguments);
     if (problem.empty() && !arguments.comment.empty()) {
         const std::string comment_problem = why_no_line(arguments.comment);
@@ -227,7 +346,8 @@ static command find_command() {
         .description = "Show every entry that matches a value",
         .options = {{"DIR", &to->directory, "The folder of the lists"},
                     {"VALUE", &to->value,
-                     "A mail address, or a client's address, as the engine gets it"}},
+                     "A mail address, or a client's address, as the engine gets it"},
+                    {"--json", &to->json, "Write a JSON object"}},
         .footer = "Exit status 1 when nothing matches.",
         .run = [to] { return list_find(*to, std::cout); },
     };
@@ -242,12 +362,14 @@ static std::vector<option> edit_options(list_edit_arguments *to, option own) {
 
 static command add_command() {
     auto to = std::make_shared<list_edit_arguments>();
+    std::vector<option> options =
+        edit_options(to.get(), {"--comment", &to->comment,
+                                "Set the comment of an entry that is there, instead of adding it"});
+    options.push_back({"--force", &to->force, "Also to a list that the engine does not read"});
     return {
         .name = "add",
         .description = "Add an entry to a list, which is made when missing",
-        .options = edit_options(
-            to.get(), {"--comment", &to->comment,
-                       "Set the comment of an entry that is there, instead of adding it"}),
+        .options = std::move(options),
         .run = [to] { return list_add(*to, std::cout); },
     };
 }

@@ -42,11 +42,12 @@ static range_records sound_ranges(const std::string &path) {
 }
 
 // What the engine would begin anew must not be somebody else's file.
-static void refuse_other_files(const std::string &path) {
-    const range_records read = read_ranges(path);
+static range_records ranges_to_edit(const std::string &path) {
+    range_records read = read_ranges(path);
     if (read.state == range_state::corrupt || (read.state == range_state::empty && read.size)) {
         throw failure(path + ": is no range file; it is left alone");
     }
+    return read;
 }
 
 static void write_json(const std::vector<range_record> &records, std::ostream &out) {
@@ -128,9 +129,15 @@ exit_status range_list(const range_list_arguments &arguments, std::ostream &out)
     return exit_status::done;
 }
 
+static bool has_range(const range_records &read, const range_ends &ends) {
+    return std::any_of(read.records.begin(), read.records.end(), [&](const range_record &record) {
+        return address_text(record.low) == ends.low && address_text(record.high) == ends.high;
+    });
+}
+
 exit_status range_add(const range_edit_arguments &arguments, std::ostream &out) {
     const range_ends ends = ends_of(arguments);
-    refuse_other_files(arguments.file);
+    const bool was_there = has_range(ranges_to_edit(arguments.file), ends);
     const path_parts path = parts_of(arguments.file);
     engine_messages messages;
     const char *error = nullptr;
@@ -139,7 +146,7 @@ exit_status range_add(const range_edit_arguments &arguments, std::ostream &out) 
         throw failure(arguments.file + ": " + text_of(ends) + ": " +
                       with_reason(error ? error : "", &messages));
     }
-    out << arguments.file << ": " << text_of(ends) << " added\n";
+    out << arguments.file << ": " << text_of(ends) << (was_there ? ": comment set\n" : " added\n");
     return exit_status::done;
 }
 
@@ -162,6 +169,10 @@ exit_status range_del(const range_edit_arguments &arguments, std::ostream &out) 
 
 exit_status range_convert(const std::string &file, std::ostream &out) {
     const range_records read = sound_ranges(file);
+    if (read.state == range_state::empty) {
+        out << file << ": is empty; there is nothing to convert\n";
+        return exit_status::done;
+    }
     if (read.state != range_state::legacy) {
         out << file << ": is of the current version already\n";
         return exit_status::done;

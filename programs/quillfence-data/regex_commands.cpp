@@ -1,6 +1,9 @@
 // The subcommands of compiled pattern files.
+#include <algorithm>
 #include <cstdio>
+#include <map>
 #include <memory>
+#include <set>
 
 #include "command_line.h"
 #include "compiled_file.h"
@@ -14,6 +17,7 @@
 #include "pattern_trial.h"
 #include "text.h"
 #include "tiny_rex_storage.h"
+#include "vc_text.h"
 
 namespace quillfence::data_tool {
 
@@ -26,6 +30,61 @@ struct compile_options {
     std::string out;
     bool keep_going = false;
     bool no_lines = false;
+    std::string only; // actions with commas between them; "" for those that refuse
+};
+
+// Which lines of a mail server's list are compiled, by their actions.
+class action_choice {
+  public:
+    explicit action_choice(const std::string &only) {
+        size_t begin = 0;
+        while (!only.empty() && begin <= only.size()) {
+            const size_t end = std::min(only.find(',', begin), only.size());
+            add(only.substr(begin, end - begin));
+            begin = end + 1;
+        }
+    }
+
+    // A line without an action is a pattern alone, and always taken.
+    bool takes(const std::string &action) {
+        const bool taken =
+            action.empty() || (only_.empty() ? is_refusal(action) : only_.count(action) != 0);
+        if (!taken) {
+            ++left_out_[action];
+        }
+        return taken;
+    }
+
+    // What was left out, with counts; "" for nothing.
+    std::string remark() const {
+        std::string actions;
+        uint64_t lines = 0;
+        for (const auto &[action, count] : left_out_) {
+            actions +=
+                (actions.empty() ? "" : ", ") + printable(action) + ' ' + std::to_string(count);
+            lines += count;
+        }
+        if (lines == 0) {
+            return {};
+        }
+        return counted(lines, "line") + " left out, whose actions " +
+               (only_.empty() ? "refuse nobody: " + actions + " (--only takes them in)"
+                              : "were not asked for: " + actions);
+    }
+
+  private:
+    void add(std::string action) {
+        if (action.empty()) {
+            throw failure("--only: an action is empty; write them as in REJECT,PREPEND");
+        }
+        for (char &character : action) {
+            character = to_upper(character);
+        }
+        only_.insert(std::move(action));
+    }
+
+    std::set<std::string> only_;
+    std::map<std::string, uint64_t> left_out_;
 };
 
 } // namespace
@@ -98,12 +157,17 @@ static exit_status compile(const compile_options &options) {
         out.fail(messages.take());
     }
     pattern_reader reader;
+    action_choice actions(options.only);
     std::vector<pattern_origin> origins;
     for (std::string_view text; in.next(&text);) {
         const pattern_line line = reader.read(text);
-        if (line.is != pattern_line::kind::nothing && compile_line(line, &in, &out)) {
+        if (line.is != pattern_line::kind::nothing && actions.takes(line.action) &&
+            compile_line(line, &in, &out)) {
             origins.push_back({static_cast<uint32_t>(in.number()), options.patterns});
         }
+    }
+    if (const std::string remark = actions.remark(); !remark.empty()) {
+        complain(options.patterns + ": " + remark);
     }
     refuse_wrong_lines(in, options.out, options.keep_going);
     const exit_status status =
@@ -123,14 +187,19 @@ static command compile_command() {
                     {"OUT", &options->out, "The compiled pattern file to write"},
                     {"--keep-going", &options->keep_going,
                      "Leave wrong lines out and write the others"},
+                    {"--only",
+                     &options->only,
+                     "Compile the lines with these actions, and those without one",
+                     {.value = "ACTION,..."}},
                     {"--no-lines", &options->no_lines,
                      "Do not write OUT.lines, which tells each expression's line of the list"}},
         .footer = R"(Lines of the list:
   # ...                   a comment; blank lines are skipped too
-  /pattern/flags ACTION   as mail servers keep them; / is the only delimiter, the
-                          action is ignored, and so are lines behind it that begin
-                          with white space; flags i m s E U X change nothing, since
-                          case never counts; A and x are errors
+  /pattern/flags ACTION   as mail servers keep them; / is the only delimiter. Lines
+                          whose action refuses nobody (PREPEND, DUNNO, OK, WARN ...)
+                          are left out, unless --only names it; REJECT, DISCARD, the
+                          DEFERs and codes from 400 refuse. Flags i m s E U X change
+                          nothing, since case never counts; A and x are errors
   pattern                 anything else
 Lines "if /.../", "endif" and "!/.../" are errors. A pattern that begins with a slash
 or a number sign is written with a backslash in front of it.

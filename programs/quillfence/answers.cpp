@@ -24,18 +24,27 @@ std::vector<std::string> block_list_zones() {
 
 // --- the parts ---
 
+void check_dns(uint32_t error, const std::string &server) {
+    if (!error) {
+        return;
+    }
+    if (error == platform::error_not_supported) {
+        throw failure("--server: the system's own DNS client asks the system's servers only");
+    }
+    if (error == platform::error_invalid_parameter && !server.empty()) {
+        throw failure("--server: " + data_files::quoted(server) +
+                      " is no server; write an address, as in 192.0.2.53, 192.0.2.53:5353 or "
+                      "[2001:db8::53]:5353");
+    }
+    throw failure("the DNS can't be asked: " + data_files::system_text(error));
+}
+
 std::unique_ptr<dns_sources::live_source> live_dns(const std::string &server) {
     if (server.empty()) {
         return std::make_unique<dns_sources::live_source>();
     }
     auto live = std::make_unique<dns_sources::live_source>(server);
-    if (const uint32_t error = live->usable()) {
-        throw failure(error == platform::error_not_supported
-                          ? "--server: the system's own DNS client asks the system's servers only"
-                          : "--server: " + data_files::quoted(server) +
-                                " is no server; write an address, as in 192.0.2.53, "
-                                "192.0.2.53:5353 or [2001:db8::53]:5353");
-    }
+    check_dns(live->usable(), server);
     return live;
 }
 

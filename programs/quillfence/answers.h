@@ -28,6 +28,8 @@ struct answer_options {
 // The DNS of the system, or of another server ("" for none). Throws a failure for one that can't be
 // asked.
 std::unique_ptr<dns_sources::live_source> live_dns(const std::string &server);
+// Throws a failure for the error of a server ("" for the system's) that can't be asked.
+void check_dns(uint32_t error, const std::string &server);
 // The zones of the DNS block lists, one a line of the configuration's file; none without it.
 std::vector<std::string> block_list_zones();
 

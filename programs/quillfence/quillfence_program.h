@@ -11,6 +11,7 @@ command batch_command();
 command collect_command();
 command diff_command();
 command log_command();
+command policyd_command();
 command test_command();
 
 // Runs the program; the result is its exit status.

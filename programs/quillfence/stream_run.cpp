@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <system_error>
 #include <thread>
 
 #include "engine_messages.h"
@@ -81,7 +82,8 @@ stream_answers::stream_answers(const stream_arguments &arguments) {
 }
 
 void stream_answers::put_into(const stream_arguments &arguments, decision::batch_options *options) {
-    options->live = memo_.get();
+    options->live = shared_.get();
+    options->memo = memo_.get();
     options->no_answers = arguments.dns == "off";
     if (!memo_ && arguments.dns != "recorded" && arguments.dns != "off") {
         options->recorded = &file_.recorded();
@@ -89,16 +91,31 @@ void stream_answers::put_into(const stream_arguments &arguments, decision::batch
     }
 }
 
-void stream_answers::open_live(const stream_arguments &arguments) {
-    live_ = live_dns(arguments.server);
-    troubles_ = std::make_unique<dns_sources::trouble_source>(*live_);
-    dns_sources::source *next = troubles_.get();
-    if (arguments.guards) {
-        guard_ = std::make_unique<dns_sources::guard_source>(*next, block_list_zones());
-        next = guard_.get();
+void stream_answers::check(const dns_sources::question &asked, dns_sources::answer *got) {
+    troubles_.note(asked, *got);
+    if (guard_) {
+        guard_->check(asked, got);
     }
+}
+
+void stream_answers::open_live(const stream_arguments &arguments) {
     memo_ = std::make_unique<dns_sources::memo_source>(
-        *next, dns_sources::memo_choice{.leaves_zones_alone = true});
+        nobody_, dns_sources::memo_choice{.leaves_zones_alone = true});
+    if (arguments.guards) {
+        guard_ = std::make_unique<dns_sources::answer_guard>(block_list_zones());
+    }
+    live_ = std::make_unique<dns_sources::live_asker>(arguments.server,
+                                                      static_cast<unsigned>(arguments.questions));
+    check_dns(live_->start(), arguments.server);
+    checked_ = std::make_unique<dns_sources::checked_asker>(
+        *live_, [this](const dns_sources::question &asked, dns_sources::answer *got) {
+            check(asked, got);
+        });
+    try {
+        shared_ = std::make_unique<dns_sources::shared_asker>(*checked_);
+    } catch (const std::system_error &error) {
+        throw failure(std::string("a thread can't be started: ") + error.what());
+    }
 }
 
 static std::string zone_remark(const std::string &zone, const dns_sources::zone_trouble &trouble,
@@ -127,7 +144,7 @@ std::vector<std::string> stream_answers::remarks() const {
     if (!memo_) {
         return all;
     }
-    const auto troubles = troubles_->troubles();
+    const auto troubles = troubles_.troubles();
     const std::vector<std::string> alone = memo_->zones_left_alone();
     std::vector<std::pair<std::string, dns_sources::zone_trouble>> worst(troubles.begin(),
                                                                          troubles.end());

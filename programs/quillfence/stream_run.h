@@ -12,8 +12,11 @@
 #include "answers.h"
 #include "answers_file.h"
 #include "batch.h"
+#include "checked_asker.h"
 #include "command_line.h"
-#include "trouble_source.h"
+#include "live_asker.h"
+#include "shared_asker.h"
+#include "trouble_count.h"
 
 namespace quillfence::programs {
 
@@ -56,12 +59,16 @@ class stream_answers {
 
   private:
     void open_live(const stream_arguments &arguments);
+    void check(const dns_sources::question &asked, dns_sources::answer *got);
 
     decision::answers_file file_;
-    std::unique_ptr<dns_sources::live_source> live_;
-    std::unique_ptr<dns_sources::trouble_source> troubles_;
-    std::unique_ptr<dns_sources::guard_source> guard_;
+    dns_sources::off_source nobody_; // behind the memo
     std::unique_ptr<dns_sources::memo_source> memo_;
+    std::unique_ptr<dns_sources::answer_guard> guard_;
+    dns_sources::trouble_count troubles_;
+    std::unique_ptr<dns_sources::live_asker> live_; // and in front of it:
+    std::unique_ptr<dns_sources::checked_asker> checked_;
+    std::unique_ptr<dns_sources::shared_asker> shared_;
 };
 
 // While it lives the engine's lines go into the records alone, and lack of memory ends one

@@ -77,8 +77,8 @@ static CLI::Option *add_target(CLI::App *app, const option &from) {
         using target = decltype(to);
         if constexpr (std::is_same_v<target, bool *>) {
             return app->add_flag(from.name, *to, from.description);
-        } else if constexpr (std::is_same_v<target, std::function<void()>>) {
-            return app->add_flag_callback(from.name, to, from.description);
+        } else if constexpr (std::is_same_v<target, flag_call>) {
+            return app->add_flag_callback(from.name, to.what, from.description);
         } else {
             return app->add_option(from.name, *to, from.description);
         }

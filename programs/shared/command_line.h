@@ -26,11 +26,16 @@
 
 namespace quillfence::programs {
 
+// What a flag calls. The record keeps std::variant from taking the function for something that is
+// copied without memory: libstdc++ 12 then ends in a crash when there is none.
+struct flag_call {
+    std::function<void()> what;
+};
+
 // Where a value is stored, which tells what is taken as well: a flag, a text, a text that may be
 // missing, a list of texts, a number. A flag may also call a function.
-using option_target =
-    std::variant<bool *, std::function<void()>, std::string *, std::optional<std::string> *,
-                 std::vector<std::string> *, uint64_t *, double *>;
+using option_target = std::variant<bool *, flag_call, std::string *, std::optional<std::string> *,
+                                   std::vector<std::string> *, uint64_t *, double *>;
 
 // What is wrong with a value, "" when nothing is. The complaint is "--option: what is wrong".
 using value_check = std::function<std::string(const std::string &value)>;

@@ -1,5 +1,6 @@
 #include "line_input.h"
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 
@@ -18,8 +19,8 @@ static uint64_t size_of(const open_file &file) {
 }
 
 line_input::line_input(const std::string &path)
-    : name_(path == "-" ? "standard input" : path), from_(begin(path)), buffer_(piece_size),
-      bar_("reading " + name_, size_of(file_)) {}
+    : name_(path == "-" ? "standard input" : path), from_(begin(path)), piece_(piece_size),
+      buffer_(piece_size), bar_("reading " + name_, size_of(file_)) {}
 
 platform::file_handle line_input::begin(const std::string &path) {
     if (path == "-") {
@@ -31,25 +32,41 @@ platform::file_handle line_input::begin(const std::string &path) {
     return file_.handle();
 }
 
-// Makes room and reads on; false at the end of the file.
-bool line_input::fill() {
+void line_input::append(std::string_view text) {
     move_rest_to_front(buffer_.data(), &used_, &filled_);
-    if (filled_ == buffer_.size()) {
-        buffer_.resize(buffer_.size() * 2);
+    if (buffer_.size() - filled_ < text.size()) {
+        buffer_.resize(std::max(buffer_.size() * 2, filled_ + text.size()));
+    }
+    std::memcpy(buffer_.data() + filled_, text.data(), text.size());
+    filled_ += text.size();
+}
+
+void line_input::say_encoding() {
+    if (!encoding_said_ && !decoder_.remark().empty()) {
+        programs::complain(name_ + ": " + std::string(decoder_.remark()));
+        encoding_said_ = true;
+    }
+}
+
+// Reads on; false at the end of the file.
+bool line_input::fill() {
+    if (at_end_) {
+        return false;
     }
     uint32_t got = 0;
     if (const uint32_t error =
-            platform::file_read(from_, buffer_.data() + filled_,
-                                static_cast<uint32_t>(buffer_.size() - filled_), &got)) {
+            platform::file_read(from_, piece_.data(), static_cast<uint32_t>(piece_.size()), &got)) {
         throw failure(file_error(name_, error));
     }
-    if (got == 0) {
-        bar_.wipe();
-        return false;
-    }
-    filled_ += got;
+    at_end_ = got == 0;
+    append(at_end_ ? decoder_.finish() : decoder_.decode({piece_.data(), got}));
+    say_encoding();
     done_ += got;
-    bar_.show(done_);
+    if (at_end_) {
+        bar_.wipe();
+    } else {
+        bar_.show(done_);
+    }
     return true;
 }
 

@@ -1,4 +1,5 @@
-// A text file, read line by line, with complaints about its lines and a progress bar.
+// A text file, read line by line, with complaints about its lines and a progress bar. One in UTF-16
+// is read as such, and a byte order mark is left out; either is said on standard error.
 #pragma once
 
 #include <cstdint>
@@ -8,6 +9,7 @@
 
 #include "open_file.h"
 #include "progress.h"
+#include "text_decoder.h"
 
 namespace quillfence::programs {
 
@@ -37,16 +39,22 @@ class line_input {
   private:
     platform::file_handle begin(const std::string &path);
     bool fill();
+    void append(std::string_view text);
+    void say_encoding();
 
     std::string name_;
     open_file file_;
     platform::file_handle from_; // the file, or standard input
+    text_decoder decoder_;
+    std::vector<char> piece_; // as it came from the file
     std::vector<char> buffer_;
     size_t used_ = 0;
     size_t filled_ = 0;
     uint64_t done_ = 0; // bytes read from the file
     uint64_t number_ = 0;
     uint64_t complaints_ = 0;
+    bool encoding_said_ = false;
+    bool at_end_ = false; // of the file
     progress bar_;
 };
 

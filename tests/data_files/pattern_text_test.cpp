@@ -110,6 +110,49 @@ TEST(pattern_reader, wrong_lines_say_why) {
     }
 }
 
+TEST(pattern_reader, actions) {
+    const struct {
+        const char *line;
+        const char *action;
+        bool refuses;
+    } cases[] = {
+        {"foo REJECT", "", true}, // a pattern with a blank
+        {"/foo/", "", true},
+        {"/foo/i  ", "", true},
+        {"/foo/ REJECT", "REJECT", true},
+        {"/foo/i\treject go away", "REJECT", true},
+        {"/foo/ 550 5.7.1 no", "550", true},
+        {"/foo/ 421", "421", true},
+        {"/foo/ defer_if_permit later", "DEFER_IF_PERMIT", true},
+        {"/foo/ DISCARD", "DISCARD", true},
+        {"/foo/ 250", "250", false},
+        {"/foo/ 5500", "5500", false},
+        {"/foo/ 4x1", "4X1", false},
+        {"/foo/ PREPEND X-Dynamic: yes", "PREPEND", false},
+        {"/foo/ DUNNO", "DUNNO", false},
+        {"/foo/ OK", "OK", false},
+        {"/foo/ permit", "PERMIT", false},
+        {"/foo/ WARN", "WARN", false},
+        {"/foo/ HOLD", "HOLD", false},
+        {"/foo/ a_class_of_their_own", "A_CLASS_OF_THEIR_OWN", false},
+    };
+    for (const auto &c : cases) {
+        const pattern_line got = pattern_reader().read(c.line);
+        EXPECT_TRUE(got.is == kind::pattern) << c.line;
+        EXPECT_EQ(got.action, c.action) << c.line;
+        EXPECT_EQ(is_refusal(got.action), c.refuses) << c.line;
+    }
+}
+
+TEST(pattern_reader, an_action_must_not_begin_in_the_next_line) {
+    pattern_reader reader;
+    EXPECT_TRUE(reader.read("/foo/").is == kind::pattern);
+    EXPECT_EQ(reader.read("  PREPEND this").text,
+              "the action of the pattern above stands here; write it behind the pattern");
+    EXPECT_TRUE(reader.read("bar").is == kind::pattern);
+    EXPECT_TRUE(reader.read("  baz").is == kind::pattern);
+}
+
 TEST(pattern_reader, an_action_may_go_on_in_the_next_lines) {
     pattern_reader reader;
     EXPECT_TRUE(reader.read("  foo").is == kind::pattern);

@@ -17,6 +17,7 @@
 #include "off_source.h"
 #include "platform/error_numbers.h"
 #include "platform/interruption.h"
+#include "pool_asker.h"
 #include "quillfence.h"
 #include "record_reader.h"
 #include "record_writer.h"
@@ -29,6 +30,23 @@ namespace {
 using namespace decision;
 
 constexpr char input_path[] = "c:/input";
+
+// A source in the place of the DNS, asked on threads.
+class asked_ahead {
+  public:
+    explicit asked_ahead(dns_sources::source &of, unsigned threads = 64) : pool_(of, threads) {
+        EXPECT_TRUE(pool_.start());
+    }
+    void put_into(batch_options *options) {
+        options->live = &pool_;
+        options->memo = &memo_;
+    }
+
+  private:
+    dns_sources::off_source nobody_;
+    dns_sources::memo_source memo_{nobody_};
+    dns_sources::pool_asker pool_;
+};
 
 class batch_test : public ::testing::Test {
   protected:
@@ -277,8 +295,8 @@ TEST_F(batch_test, the_whole_form) {
 TEST_F(batch_test, the_replayers_line) {
     options.form = batch_form::line;
     scripted_source none(answer_of_server(3, {}));
-    dns_sources::memo_source memo(none);
-    options.live = &memo;
+    asked_ahead memo(none);
+    memo.put_into(&options);
     const texts lines = lines_of(std::string(blocked) + "{\"ip\":\"192.0.2.66\"}\n");
     ASSERT_EQ(lines.size(), 2u);
     EXPECT_TRUE(lines[0].starts_with("{\"spam_hits\":[\"")) << lines[0];
@@ -484,8 +502,8 @@ TEST_F(batch_test, answers_that_are_asked_ahead_change_nothing) {
         std::this_thread::sleep_for(std::chrono::microseconds(200));
         return answer_by_name(asked);
     });
-    dns_sources::memo_source ahead(slow);
-    options.live = &ahead;
+    asked_ahead ahead(slow, 16);
+    ahead.put_into(&options);
     options.questions = 16;
     const texts lines = lines_of(json_lines(all));
     ASSERT_EQ(lines.size(), all.size());
@@ -507,8 +525,11 @@ TEST_F(batch_test, two_configurations_share_their_answers) {
     const file_substitute changed[] = {{blacklist.c_str(), "c:/other"}, {nullptr, nullptr}};
     for (const bool live : {false, true}) {
         scripted_source source(answer_by_name);
-        dns_sources::memo_source memo(source);
-        options.live = live ? &memo : nullptr;
+        asked_ahead ahead(source);
+        options.live = nullptr;
+        if (live) {
+            ahead.put_into(&options);
+        }
         options.substitutes = nullptr;
         const texts was = lines_of(input);
         options.substitutes = changed;
@@ -516,8 +537,11 @@ TEST_F(batch_test, two_configurations_share_their_answers) {
         options.substitutes = nullptr;
 
         scripted_source both(answer_by_name);
-        dns_sources::memo_source memo_of_both(both);
-        options.live = live ? &memo_of_both : nullptr;
+        asked_ahead ahead_of_both(both);
+        options.live = nullptr;
+        if (live) {
+            ahead_of_both.put_into(&options);
+        }
         batch_comparison with;
         with.substitutes = changed;
         size_t at = 0;
@@ -570,8 +594,8 @@ TEST_F(batch_test, a_transaction_that_runs_out_of_time_is_undecided) {
         std::this_thread::sleep_for(std::chrono::milliseconds(30));
         return answer_of_status(timed_out);
     });
-    dns_sources::memo_source memo(slow);
-    options.live = &memo;
+    asked_ahead ahead(slow);
+    ahead.put_into(&options);
     options.deadline = std::chrono::milliseconds(20);
     const batch_result result = run("{\"ip\":\"192.0.2.1\"}\n");
     EXPECT_EQ(record_of(split(written)[0]).decision.is, verdict::undecided);
@@ -587,8 +611,8 @@ TEST_F(batch_test, an_interruption_while_answers_are_awaited) {
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
         return answer_by_name(asked);
     });
-    dns_sources::memo_source memo(slow);
-    options.live = &memo;
+    asked_ahead ahead(slow);
+    ahead.put_into(&options);
     options.questions = 4;
     const batch_result result = run(json_lines(many_transactions(5000)));
     platform::interruption_ignore();

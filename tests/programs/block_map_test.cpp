@@ -281,20 +281,25 @@ TEST_F(map_test, stretches_are_joined_across_all_levels) {
 }
 
 TEST_F(map_test, the_level_that_decides) {
-    drive.write(path, map_of_lines({"10.0.0.0/8", "11.0.0.0/16", "11.1.0.1"}));
+    drive.write(path, map_of_lines({"10.0.0.0/8", "11.0.0.0/16", "11.1.0.1", "11.3.0.8-11.3.0.15",
+                                    "11.3.128.0/17"}));
     const struct {
         const char *ip;
         bool listed;
         int level;
+        unsigned prefix;
     } cases[] = {
-        {"10.1.2.3", true, 1},  {"12.0.0.0", false, 1}, {"11.0.255.255", true, 2},
-        {"11.2.0.0", false, 2}, {"11.1.0.1", true, 3},  {"11.1.0.2", false, 3},
+        {"10.1.2.3", true, 1, 8},   {"12.0.0.0", false, 1, 8},     {"11.0.255.255", true, 2, 16},
+        {"11.2.0.0", false, 2, 16}, {"11.1.0.1", true, 3, 32},     {"11.1.0.2", false, 3, 31},
+        {"11.1.0.0", false, 3, 32}, {"11.1.128.7", false, 3, 17},  {"11.1.64.20", false, 3, 18},
+        {"11.3.0.9", true, 3, 29},  {"11.3.255.255", true, 3, 17}, {"11.3.0.16", false, 3, 28},
     };
     block_map map(path);
     for (const auto &c : cases) {
         const map_answer got = map.ask(address(c.ip));
         EXPECT_EQ(got.listed, c.listed) << c.ip;
         EXPECT_EQ(got.level, c.level) << c.ip;
+        EXPECT_EQ(got.prefix, c.prefix) << c.ip;
         EXPECT_EQ(got.damage, "") << c.ip;
     }
 }

@@ -122,6 +122,36 @@ TEST_F(input_test, line_ends) {
     }
 }
 
+TEST_F(input_test, what_the_text_is_written_in_is_said) {
+    set_program_name("quillfence-data");
+    const struct {
+        std::string bytes;
+        testing::lines want;
+        std::string said;
+    } cases[] = {
+        {"a\xC3\xA4\n", {"a\xC3\xA4"}, ""},
+        {"\xEF\xBB\xBF"
+         "a\nb",
+         {"a", "b"},
+         ": begins with a byte order mark, which is left out\n"},
+        {std::string("\xFF\xFE"
+                     "a\0\r\0\n\0b\0",
+                     10),
+         {"a", "b"},
+         ": is a text in UTF-16, which is read as such\n"},
+        {std::string("\xFE\xFF\0a\0\n", 6),
+         {"a"},
+         ": is a text in UTF-16, which is read as such\n"},
+        {"\xFF\xFE", {}, ": is a text in UTF-16, which is read as such\n"},
+    };
+    for (const auto &c : cases) {
+        ::testing::internal::CaptureStderr();
+        EXPECT_EQ(lines_of(c.bytes), c.want);
+        const std::string said = ::testing::internal::GetCapturedStderr();
+        EXPECT_EQ(said, c.said.empty() ? "" : "quillfence-data: " + std::string(path) + c.said);
+    }
+}
+
 TEST_F(input_test, long_lines_across_pieces) {
     const std::string a(300'000, 'a');
     const std::string b(1024 * 1024, 'b');

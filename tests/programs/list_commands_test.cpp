@@ -23,8 +23,8 @@ class list_commands_test : public drive_test {
         return outcome_of(list_find, list_find_arguments{base, value});
     }
     static outcome add(const std::string &list, const std::string &entry,
-                       const std::string &comment = "") {
-        return outcome_of(list_add, list_edit_arguments{base, list, entry, comment, false});
+                       const std::string &comment = "", bool force = false) {
+        return outcome_of(list_add, list_edit_arguments{base, list, entry, comment, false, force});
     }
     static outcome del(const std::string &list, const std::string &entry,
                        bool comment_only = false) {
@@ -36,12 +36,12 @@ TEST_F(list_commands_test, find_an_address) {
     put("from_whitelist", "# friends\r\nbob@example.org\r\n\r\n  *@EXAMPLE.org\r\n");
     put("exempt_users", "*@example.com\n");
     EXPECT_EQ(find("Bob@example.org").out,
-              "c:/quillfence/from_whitelist:2: bob@example.org (wildcard)\n"
+              "c:/quillfence/from_whitelist:2: bob@example.org (plain)\n"
               "c:/quillfence/from_whitelist:4: *@EXAMPLE.org (wildcard)\n");
     EXPECT_EQ(find("a@example.com").out,
               "c:/quillfence/exempt_users:1: *@example.com (wildcard)\n");
     EXPECT_EQ(find("a@example.com").status, exit_status::done);
-    EXPECT_EQ(find("a@example.net").out, "");
+    EXPECT_EQ(find("a@example.net").out, "nothing matches a@example.net\n");
     EXPECT_EQ(find("a@example.net").status, exit_status::no);
 }
 
@@ -49,7 +49,7 @@ TEST_F(list_commands_test, find_in_opposite_lists) {
     put("from_whitelist", "bob@example.org\n");
     put("from_blacklist", "*@example.org\n");
     EXPECT_EQ(find("bob@example.org").out,
-              "c:/quillfence/from_whitelist:1: bob@example.org (wildcard)\n"
+              "c:/quillfence/from_whitelist:1: bob@example.org (plain)\n"
               "c:/quillfence/from_blacklist:1: *@example.org (wildcard)\n"
               "from_whitelist and from_blacklist exclude each other, and both match: "
               "from_whitelist comes first\n");
@@ -155,7 +155,7 @@ TEST_F(list_commands_test, entries_that_would_never_match_are_refused) {
          "entry"},
         {"exempt_users", "a\nb", "holds a line end"},
         {"exempt_users", std::string(1023, 'a'), "has more than 1022 characters"},
-        {"other.lst", "a\rb", "holds a line end"},
+        {"control/rbl.enabled", "a", " (--force adds to it all the same)"},
     };
     for (const auto &one : cases) {
         const std::string failure = add(one.list, one.entry).failure;
@@ -171,8 +171,46 @@ TEST_F(list_commands_test, entries_that_would_never_match_are_refused) {
 
 // What a list of another name is for nobody knows.
 TEST_F(list_commands_test, any_entry_goes_into_a_list_of_another_name) {
-    EXPECT_EQ(add("other.lst", "10.0.0.0/8 ").out, "c:/quillfence/other.lst: 10.0.0.0/8  added\n");
+    EXPECT_EQ(add("other.lst", "10.0.0.0/8 ", "", true).out,
+              "c:/quillfence/other.lst: 10.0.0.0/8  added\n");
     EXPECT_EQ(get("other.lst"), "10.0.0.0/8 \n");
+    EXPECT_TRUE(add("other.lst", "a\rb", "", true).failure.ends_with("holds a line end"));
+}
+
+TEST_F(list_commands_test, a_list_that_nobody_reads_is_refused) {
+    EXPECT_EQ(
+        add("from_blaklist", "a@example.org").failure,
+        "c:/quillfence/from_blaklist: nobody reads a list of this name; the engine's lists are "
+        "from_whitelist, from_blacklist, exempt_users, exempt_ips, blocked_ips, "
+        "rl_whitelist.lst, ra_whitelist.lst (--force adds to it all the same)");
+    EXPECT_FALSE(drive.exists("c:/quillfence/from_blaklist"));
+    drive.write("c:/quillfence/control/x", "");
+    EXPECT_EQ(add("FROM_BLACKLIST", "a@example.org").status, exit_status::done);
+    EXPECT_EQ(add("control/rules.enabled", "require_helo").status, exit_status::done);
+    EXPECT_EQ(add("blocked_ips.range", "192.0.2.1", "", true).failure,
+              "c:/quillfence/blocked_ips.range: is no list of lines");
+}
+
+TEST_F(list_commands_test, find_as_json) {
+    put("from_whitelist", "bob@example.org\n");
+    put("from_blacklist", "#\n*@example.org\n");
+    const outcome result =
+        outcome_of(list_find, list_find_arguments{base, "bob@example.org", true});
+    EXPECT_EQ(result.out,
+              R"({"matches":[{"file":"c:/quillfence/from_whitelist","line":1,)"
+              R"("entry":"bob@example.org","how":"plain"},)"
+              R"({"file":"c:/quillfence/from_blacklist","line":2,"entry":"*@example.org",)"
+              R"("how":"wildcard"}],"first":[{"list":"from_whitelist",)"
+              R"("before":"from_blacklist"}]})"
+              "\n");
+    put("exempt_ips.range", header(2, 1) + record({10, 1, 2, 0}, {10, 1, 2, 255}, "lab"));
+    EXPECT_EQ(outcome_of(list_find, list_find_arguments{base, "10.1.2.3", true}).out,
+              R"({"matches":[{"file":"c:/quillfence/exempt_ips.range","record":1,)"
+              R"("entry":"10.1.2.0-10.1.2.255","comment":"lab","how":"range"}],"first":[]})"
+              "\n");
+    const outcome nothing = outcome_of(list_find, list_find_arguments{base, "a@b.example", true});
+    EXPECT_EQ(nothing.out, "{\"matches\":[],\"first\":[]}\n");
+    EXPECT_EQ(nothing.status, exit_status::no);
 }
 
 TEST_F(list_commands_test, empty_arguments) {

@@ -45,7 +45,8 @@ class ListTest(Case):
         self.assertEqual(self.bytes_of("q/from_whitelist"), b"*@example.org\n\tfriends\n")
         self.check(["list", "find", "q", "bob@example.org"], DONE,
                    "q/from_whitelist:1: *@example.org (wildcard)\n")
-        self.check(["list", "find", "q", "bob@example.com"], NO)
+        self.check(["list", "find", "q", "bob@example.com"], NO,
+                   "nothing matches bob@example.com\n")
         self.check(["list", "add", "q", "from_blacklist", "*@Example.org"], FAILED,
                    err="quillfence-data: q/from_blacklist: *@Example.org: Entry is present in the "
                        "opposite table\n")

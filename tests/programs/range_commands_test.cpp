@@ -39,7 +39,7 @@ TEST_F(range_commands_test, add_writes_the_engines_file) {
 TEST_F(range_commands_test, a_comment_is_replaced) {
     add("10.1.2.0", "10.1.2.255", "lab");
     EXPECT_EQ(add("10.1.2.0/24").failure, prefix + "10.1.2.0-10.1.2.255: Entry already exists");
-    EXPECT_EQ(add("10.1.2.0/24", "", "office").status, exit_status::done);
+    EXPECT_EQ(add("10.1.2.0/24", "", "office").out, prefix + "10.1.2.0-10.1.2.255: comment set\n");
     EXPECT_EQ(list().out, "10.1.2.0-10.1.2.255  office\n");
 }
 
@@ -123,6 +123,13 @@ TEST_F(range_commands_test, the_legacy_version) {
                                     record({192, 0, 2, 1}, {192, 0, 2, 9}));
     EXPECT_EQ(outcome_of(range_convert, std::string(file)).out,
               prefix + "is of the current version already\n");
+}
+
+TEST_F(range_commands_test, nothing_to_convert) {
+    drive.write(file, "");
+    EXPECT_EQ(outcome_of(range_convert, std::string(file)).out,
+              prefix + "is empty; there is nothing to convert\n");
+    EXPECT_EQ(drive.read(file), "");
 }
 
 TEST_F(range_commands_test, json) {

@@ -92,7 +92,7 @@ TEST_F(memory_tools, verify) {
 TEST_F(memory_tools, nothing_left) {
     run_program({"verify"}); // what the first exception of a program allocates is there
     const words arguments = {"verify", root};
-    sweep(arguments, 1, 31, true, [](const ending &run, const std::string &changed) {
+    sweep(arguments, 1, 1, true, [](const ending &run, const std::string &changed) {
         EXPECT_EQ(changed, "");
         EXPECT_EQ(run.status, exit_status::failed);
         EXPECT_TRUE(run.err.starts_with("quillfence-data: there is not enough memory")) << run.err;

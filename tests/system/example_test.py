@@ -120,5 +120,44 @@ class ScriptTest(unittest.TestCase):
         self.assertTrue(self.handed_over("explain")[2].startswith("[explain][--dns][off]"))
 
 
+class ReplayersPageTest(unittest.TestCase):
+    """The man page and the completion of quillfence-replayer."""
+
+    MANUAL = (SOURCE / "docs/man/quillfence-replayer.1").read_text().replace("\\-", "-")
+
+    def test_the_values_are_those_of_the_usage(self):
+        run = subprocess.run([PROGRAM], capture_output=True, text=True, timeout=60,
+                             env=environment(), check=False)
+        values = re.findall(r"\[(\w+)\]", run.stderr)
+        self.assertEqual(len(values), 8)
+        self.assertIn(f".B quillfence-replayer R\n.I {' '.join(values)}\n", self.MANUAL)
+        described = re.search(r"^\.SH VALUES\n(.*?)^\.SH ", self.MANUAL, re.M | re.S).group(1)
+        tags = re.findall(r"^\.TP\n\.\w+ (.*)$", described, re.MULTILINE)
+        self.assertEqual(re.findall(r"\w+", " ".join(tags)), ["R", *values])
+
+    def test_the_environment_is_the_pages(self):
+        page = (SOURCE / "docs/operations.md").read_text()
+        names = lambda pattern, text: set(re.findall(pattern, text, re.MULTILINE))
+        self.assertEqual(names(r"^\.B (QUILLFENCE_\w+|VERBOSEDEBUG)$", self.MANUAL),
+                         names(r"^\| `(QUILLFENCE_\w+|VERBOSEDEBUG)` \|", page))
+
+    def complete(self, *words):
+        quoted = " ".join(shlex.quote(word) for word in words)
+        script = SOURCE / "packaging/completion/quillfence-replayer"
+        run = subprocess.run(["bash", "-c", f"source {shlex.quote(str(script))}; "
+                              f"COMP_WORDS=({quoted}); COMP_CWORD={len(words) - 1}; "
+                              "_quillfence_replayer; printf '%s ' \"${COMPREPLY[@]}\""],
+                             stdout=subprocess.PIPE, text=True, timeout=60, check=True)
+        return run.stdout.split()
+
+    def test_completion(self):
+        begun = ["quillfence-replayer", "R", "192.0.2.1"]
+        self.assertEqual(self.complete("quillfence-replayer", ""), ["R"])
+        self.assertEqual(self.complete(*begun, ""), [])
+        self.assertEqual(self.complete(*begun, "25", ""), ["0", "1"])
+        self.assertEqual(self.complete(*begun, "25", "0", "", ""), ["0", "1"])
+        self.assertEqual(self.complete(*begun, "25", "0", "", "0", ""), [])
+
+
 if __name__ == "__main__":
     main()

@@ -107,8 +107,8 @@ class Deb(PackageTest):
         found = {str(path.relative_to(self.tree)) for path in self.tree.rglob("*")
                  if path.is_file()}
         share = "usr/share/doc/quillfence/"
-        want = {"usr/bin/quillfence-replayer", share + "README.md", share + "CHANGES.md"}
-        for program in ("quillfence", "quillfence-data"):
+        want = {share + "README.md", share + "CHANGES.md"}
+        for program in ("quillfence", "quillfence-data", "quillfence-replayer"):
             want |= {f"usr/bin/{program}", f"usr/share/man/man1/{program}.1",
                      f"usr/share/bash-completion/completions/{program}"}
         want |= {share + name for name in files_of_tree("docs", "*") | files_of_tree("examples", "*")}

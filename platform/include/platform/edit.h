@@ -42,6 +42,8 @@ inline constexpr size_t longest_replaced_path = 4096;
 enum class file_rights : uint8_t {
     of_replaced, // owner and rights of the file that it replaces, else those of a new file
     of_owner,    // on Linux mode 0600, whatever was there; on Windows those of its folder
+    of_readers,  // on Linux mode 0644, whatever was there and whatever the process's mask is; on
+                 // Windows those of its folder
 };
 
 // A file on its way into another one's place.

@@ -20,6 +20,8 @@ void interruption_ignore();
 bool interruption_noted();
 // Notes one, as if it had come. Safe in a signal's handler.
 void interruption_note();
+// A descriptor that is readable once a wish has been noted; for a watcher. Linux only.
+intptr_t interruption_descriptor();
 
 // As file_read, but ends with 995 when a wish has been noted, before it or while it waits for bytes
 // from a pipe or a terminal. On Windows it looks at a pipe a hundred times a second.

@@ -95,6 +95,25 @@ TEST_F(edit_rights, of_the_owner) {
     umask(before);
 }
 
+// What others are to read they can, however private the process's new files and the replaced one
+// are.
+TEST_F(edit_rights, of_readers) {
+    const mode_t before = umask(0077);
+    for (const bool over : {false, true}) {
+        drive.remove(list);
+        if (over) {
+            drive.write(list, "old");
+            ASSERT_EQ(chmod(native(list).c_str(), 0600), 0);
+        }
+        replacement fresh;
+        ASSERT_EQ(replacement_begin(list, ".new", &fresh, file_rights::of_readers), error_none);
+        EXPECT_EQ(replacement_commit(&fresh, nullptr), error_none);
+        replacement_end(&fresh);
+        EXPECT_EQ(mode_of(list), 0644u);
+    }
+    umask(before);
+}
+
 TEST_F(edit_rights, the_owner_is_kept) {
     drive.write(list, "old");
     ASSERT_EQ(chmod(native(list).c_str(), 04640), 0);

@@ -1,4 +1,4 @@
-#include "trouble_source.h"
+#include "trouble_count.h"
 
 #include <gtest/gtest.h>
 
@@ -7,16 +7,13 @@
 namespace quillfence::testing {
 namespace {
 
-using dns_sources::trouble_source;
+using dns_sources::trouble_count;
 using dns_sources::zone_trouble;
 
 TEST(trouble, each_kind_by_zone) {
-    uint32_t status = 0;
-    scripted_source behind([&status](const question &) { return answer_of_status(status); });
-    trouble_source source(behind);
+    trouble_count source;
     for (const uint32_t one : {refused, servfail, 9502u, timed_out, timed_out}) {
-        status = one;
-        EXPECT_EQ(source.ask(ask_for("1.2.0.192.rbl.example.")).status, one);
+        source.note(ask_for("1.2.0.192.rbl.example."), answer_of_status(one));
     }
     const auto troubles = source.troubles();
     ASSERT_EQ(troubles.size(), 1u);
@@ -30,9 +27,8 @@ TEST(trouble, each_kind_by_zone) {
 // A name without such a record, or that can't be asked, is not the servers' trouble.
 TEST(trouble, an_answer_is_none) {
     for (const uint32_t status : {0u, nxdomain, no_records, 123u}) {
-        scripted_source behind(answer_of_status(status));
-        trouble_source source(behind);
-        source.ask(ask_for("a.example."));
+        trouble_count source;
+        source.note(ask_for("a.example."), answer_of_status(status));
         EXPECT_TRUE(source.troubles().empty()) << status;
     }
 }
@@ -41,21 +37,20 @@ TEST(trouble, an_answer_is_none) {
 TEST(trouble, what_the_server_said_counts) {
     answer guarded = answer_of_status(9002);
     guarded.said = 0;
-    scripted_source behind(guarded);
-    trouble_source source(behind);
-    source.ask(ask_for("a.example."));
+    trouble_count source;
+    source.note(ask_for("a.example."), guarded);
     EXPECT_TRUE(source.troubles().empty());
 }
 
 TEST(trouble, zones_beyond_the_bound_are_counted_together) {
-    scripted_source behind(answer_of_status(servfail));
-    trouble_source source(behind);
-    for (size_t i = 0; i < trouble_source::most_zones + 7; ++i) {
-        source.ask(ask_for("z" + std::to_string(i) + ".example."));
+    const answer failed = answer_of_status(servfail);
+    trouble_count source;
+    for (size_t i = 0; i < trouble_count::most_zones + 7; ++i) {
+        source.note(ask_for("z" + std::to_string(i) + ".example."), failed);
     }
-    source.ask(ask_for("z3.example."));
+    source.note(ask_for("z3.example."), failed);
     const auto troubles = source.troubles();
-    EXPECT_EQ(troubles.size(), trouble_source::most_zones + 1);
+    EXPECT_EQ(troubles.size(), trouble_count::most_zones + 1);
     EXPECT_EQ(troubles.at("").failed, 7u);
     EXPECT_EQ(troubles.at("z3.example").failed, 2u);
 }

@@ -1,4 +1,4 @@
-#include "trouble_source.h"
+#include "trouble_count.h"
 
 #include "memo_source.h"
 #include "platform/error_numbers.h"
@@ -21,18 +21,16 @@ static uint64_t zone_trouble::*count_of(const answer &got) {
     }
 }
 
-answer trouble_source::ask(const question &asked) {
-    answer got = next_.ask(asked);
+void trouble_count::note(const question &asked, const answer &got) {
     if (uint64_t zone_trouble::*const count = count_of(got)) {
         const std::string zone = zone_of(asked.name);
         const std::lock_guard guard(lock_);
         const bool known = troubles_.size() < most_zones || troubles_.contains(zone);
         ++(troubles_[known ? zone : ""].*count);
     }
-    return got;
 }
 
-std::map<std::string, zone_trouble> trouble_source::troubles() const {
+std::map<std::string, zone_trouble> trouble_count::troubles() const {
     const std::lock_guard guard(lock_);
     return troubles_;
 }

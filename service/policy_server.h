@@ -1,0 +1,112 @@
+// Serves mail servers by Postfix's policy delegation protocol: takes connections and requests, and
+// sends the replies. It knows nothing of what is in them. One thread waits for all of them.
+//
+// What a client can cost: of connections there are so many; each holds one request that is judged,
+// one that is not whole and what was read in one go behind them (80 KiB together) and one reply. A
+// client that ends costs its judgement, whose reply goes nowhere. What is told of clients, is told
+// once a minute for each kind.
+//
+// Kept on purpose: the time that a client has for his next request does not begin anew with each
+// byte, so that nobody keeps a connection by sending one every minute.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <unordered_map>
+#include <vector>
+
+#include "connection.h"
+#include "connection_event.h"
+#include "event.h"
+#include "listeners.h"
+
+namespace quillfence::service {
+
+struct policy_server_options {
+    size_t connections = 1000;                                   // one more is closed at once
+    std::chrono::milliseconds idle = std::chrono::seconds(600);  // without a request or its answer
+    std::chrono::milliseconds slow = std::chrono::seconds(30);   // without taking a reply
+    std::chrono::milliseconds ending = std::chrono::seconds(10); // at the end, for what is judged
+    std::function<void()> ready{};                 // connections are taken from now on
+    std::function<void()> reopen{};                // a hang-up came (platform/service_signals.h)
+    std::function<void()> stopping{};              // none is taken any more
+    std::function<void(connection_event)> count{}; // on the server's thread
+};
+
+class policy_server {
+  public:
+    using handler = request_handler;
+    // Both are called as long as run() does, `judge` never by two threads at once.
+    policy_server(policy_server_options options, handler judge);
+    ~policy_server();
+    policy_server(const policy_server &) = delete;
+    policy_server &operator=(const policy_server &) = delete;
+
+    // Serves until stop(), or an interruption is noted (platform/interruption.h). Then nothing is
+    // accepted any more and the listeners are closed; whoever is being judged gets his answer
+    // within options.ending; what had arrived by then counts. 0, or a Win32 error number when there
+    // is no way to wait.
+    uint32_t run(listeners &from);
+    // Safe from any thread and in a signal's handler, before run() as well.
+    void stop();
+
+    // For whoever runs it.
+    size_t connections() const {
+        return connections_.size();
+    }
+
+  private:
+    using clock = connection::clock;
+    using shared = std::shared_ptr<connection>;
+
+    void take_turn(listeners &from);
+    void forget_all();
+    bool watch_all(const listeners &from);
+    int patience() const;
+    void look(const platform::watched_event &event);
+    void look_at_signals();
+    void accept_from(const listener &from);
+    bool accept_one(const listener &from);
+    void add(platform::socket_handle socket);
+    void pause_listening(uint32_t error);
+    void resume_listening();
+    void serve(const shared &one, bool readable);
+    void wait_for(const shared &one, connection_state what);
+    void watch_or_end(const shared &one, bool for_room);
+    void wait_for_answer(const shared &one);
+    bool watch(connection &one, bool for_room);
+    void unwatch(connection &one);
+    void end(const shared &one, connection_state why);
+    void count(connection_event what) const;
+    void end_old_ones();
+    void end_old(const shared &one);
+    void begin_to_end(listeners &from);
+    void unwatch_signals();
+    bool is_over() const;
+
+    const policy_server_options options_;
+    const handler judge_;
+    platform::watcher *const watcher_;
+    const std::shared_ptr<attention_list> attention_;
+    std::atomic<bool> stop_ = false;
+
+    std::vector<listener> listening_;
+    std::unordered_map<const void *, shared> connections_; // by their tags
+    std::vector<shared> ended_; // still named by events that were taken and not looked at
+    clock::time_point now_{};
+    clock::time_point paused_until_{}; // listening
+    bool is_paused_ = false;
+    clock::time_point looked_{}; // for old ones
+    clock::time_point end_by_{};
+    bool is_ending_ = false;
+
+    event_limiter refused_;
+    event_limiter no_descriptors_;
+    event_limiter too_long_;
+    event_limiter slow_;
+    event_limiter failed_;
+};
+
+} // namespace quillfence::service
