@@ -180,6 +180,7 @@ static summary_table lists_table(const log_tally &tally) {
                        {"asked", "listed", "clear", "refused", "odd", "failed", "zone"},
                        {},
                        {}};
+    uint64_t refused = 0;
     for (const auto &[zone, row] : tally.lists()) {
         if (made.rows.size() == most_zones) {
             made.remarks.push_back("and " + number(tally.lists().size() - most_zones) + " more");
@@ -193,10 +194,10 @@ static summary_table lists_table(const log_tally &tally) {
                              {number(row.failed)},
                              {cut(zone, 34), "mean " + mean_text(row.times) + ", longest " +
                                                  longest_text(row.times)}});
-        if (row.refused > 0) {
-            made.remarks.push_back(cut(zone, 34) +
-                                   " refuses: ask it from a server of your own, with its leave");
-        }
+        refused += row.refused;
+    }
+    if (refused > 0) {
+        made.remarks.push_back("What refuses wants to be asked through a resolver of your own");
     }
     return made;
 }

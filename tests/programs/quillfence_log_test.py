@@ -225,7 +225,7 @@ DNS block lists
   asked  listed  clear  refused  odd  failed  zone
       2       1      0        1    0       0  rbl.example
                                                 mean 20.0 ms, longest 30.0 ms
-  rbl.example refuses: ask it from a server of your own, with its leave
+  What refuses wants to be asked through a resolver of your own
 
 DNS questions
   type  asked  found  no name  refused  failed  mean     longest
