@@ -38,5 +38,16 @@ else()
     install(FILES packaging/completion/quillfence packaging/completion/quillfence-data
                   packaging/completion/quillfence-replayer
             DESTINATION share/bash-completion/completions)
+    # The service: its units and its user, and what becomes of its log.
+    install(FILES packaging/systemd/quillfence-policyd.service
+                  packaging/systemd/quillfence-policyd.socket
+            DESTINATION lib/systemd/system)
+    install(FILES packaging/systemd/quillfence.sysusers DESTINATION lib/sysusers.d
+            RENAME quillfence.conf)
+    install(FILES packaging/logrotate/quillfence-policyd DESTINATION /etc/logrotate.d)
+    install(FILES packaging/prometheus/quillfence.rules.yml
+            DESTINATION share/doc/quillfence/packaging/prometheus)
+    set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA "${PROJECT_SOURCE_DIR}/packaging/debian/conffiles"
+                                           "${PROJECT_SOURCE_DIR}/packaging/debian/postinst")
 endif()
 include(CPack)

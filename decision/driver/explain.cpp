@@ -18,6 +18,15 @@
 #include "vcspamrule.h"
 
 namespace quillfence::decision {
+
+engine_build this_build() {
+#ifdef QUILLFENCE_BUILD_NAME
+    return {.version = QUILLFENCE_VERSION, .build = QUILLFENCE_BUILD_NAME};
+#else
+    return {};
+#endif
+}
+
 namespace {
 
 constexpr char no_memory[] = "out of memory";
@@ -86,13 +95,6 @@ struct json_deleter {
 };
 using json = std::unique_ptr<vc_json, json_deleter>;
 
-void name_this_build([[maybe_unused]] engine_build *build) {
-#ifdef QUILLFENCE_BUILD_NAME
-    build->version = QUILLFENCE_VERSION;
-    build->build = QUILLFENCE_BUILD_NAME;
-#endif
-}
-
 class driver {
   public:
     driver(const transaction &what, const explain_options &with, explain_result &to)
@@ -106,7 +108,7 @@ class driver {
         }
         record.id = with.id;
         record.time = with.time;
-        name_this_build(&record.engine);
+        record.engine = this_build();
         record.config.base = quillfence_base_dir;
         record.config.user_dir = with.user_dir;
         record.config.revision = with.configuration ? with.configuration->revision : "";

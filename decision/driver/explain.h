@@ -17,6 +17,9 @@ namespace quillfence::decision {
 
 class pattern_line_files; // pattern_line_files.h
 
+// Which engine this is: "1.0.0", "linux-x86_64".
+engine_build this_build();
+
 struct explain_options {
     std::string user_dir{};  // the recipient's own lists; "" for none
     bool report = true;      // the replayer's two lists as well

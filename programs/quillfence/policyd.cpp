@@ -2,16 +2,22 @@
 #include <charconv>
 #include <chrono>
 #include <cmath>
+#include <iostream>
+#include <optional>
 
 #include "event.h"
+#include "explain.h"
 #include "listeners.h"
+#include "metrics_file.h"
 #include "platform/error_numbers.h"
 #include "platform/file.h"
 #include "platform/interruption.h"
 #include "platform/service_signals.h"
 #include "policy_server.h"
 #include "policy_stream.h"
+#include "policyd_check.h"
 #include "policyd_command.h"
+#include "service_metrics.h"
 #include "stream_run.h"
 #include "text.h"
 #include "vc_w32.h"
@@ -132,11 +138,27 @@ static void allow_descriptors(uint64_t connections) {
     }
 }
 
+// None when no file is asked for.
+static std::optional<service::metrics_file> kept_metrics(const policyd_arguments &arguments,
+                                                         const service::service_metrics &metrics) {
+    if (arguments.metrics.empty()) {
+        return std::nullopt;
+    }
+    return std::optional<service::metrics_file>(
+        std::in_place, arguments.metrics, metrics, [](bool is_trouble, std::string_view text) {
+            tell(is_trouble ? event_severity::error : event_severity::notice, text);
+        });
+}
+
 static exit_status serve_sockets(const policyd_arguments &arguments) {
     allow_descriptors(arguments.connections);
     service::listeners all;
     open_all(arguments, &all);
-    service::policy_server server(options_of(arguments), judge);
+    service::service_metrics metrics(decision::this_build());
+    const auto metrics_file = kept_metrics(arguments, metrics);
+    service::policy_server_options options = options_of(arguments);
+    options.count = [&metrics](service::connection_event what) { metrics.connection(what); };
+    service::policy_server server(options, judge);
     if (const uint32_t error = server.run(all)) {
         throw failure("connections can't be waited for: " + data_files::system_text(error));
     }
@@ -164,6 +186,9 @@ static exit_status serve_standard_streams() {
 }
 
 exit_status policyd(const policyd_arguments &arguments) {
+    if (arguments.check) {
+        return check_policyd(arguments, mode_of(arguments.socket_mode), std::cout);
+    }
     const opened_log log;
     const listening_to_signals signals;
     return arguments.on_standard_streams ? serve_standard_streams() : serve_sockets(arguments);

@@ -34,19 +34,70 @@ static option_group connection_options(policyd_arguments *to) {
     };
 }
 
+static option_group places_options(policyd_arguments *to) {
+    return {
+        "The configuration",
+        {{"--drive-c",
+          &to->configuration.drive_c,
+          "The folder that holds the server's quillfence/",
+          {.value = "DIR"}},
+         {"--registry",
+          &to->configuration.registry,
+          "An export of the server's registry (.reg)",
+          {.value = "FILE"}},
+         {"--user-dir",
+          &to->configuration.user_dir,
+          "A folder of lists for all recipients; below c: it is looked for in --drive-c",
+          {.value = "DIR"}}},
+    };
+}
+
+static option_group question_options(policyd_arguments *to) {
+    return {
+        "The DNS",
+        {{"--dns",
+          &to->dns,
+          "live (the default), or off: every answer is missing then",
+          {.value = "HOW", .check = one_of({"live", "off"})}},
+         {"--server",
+          &to->server,
+          "Another DNS server to ask, as in 192.0.2.53 or [2001:db8::53]:5353",
+          {.value = "ADDRESS"}}},
+    };
+}
+
+static option_group watching_options(policyd_arguments *to) {
+    return {
+        "What it writes",
+        {{"--log",
+          &to->log,
+          "A decision record for each request, one a line; this or --no-log must be given",
+          {.value = "FILE", .excludes = {"--no-log"}}},
+         {"--no-log", &to->no_log, "No decision records"},
+         {"--metrics",
+          &to->metrics,
+          "Counters for Prometheus, every 15 seconds",
+          {.value = "FILE"}},
+         {"--check", &to->check,
+          "Look over what such a run depends on, and say what to do about it; serve nobody"}},
+    };
+}
+
 command policyd_command() {
     auto to = std::make_shared<policyd_arguments>();
     return {
         .name = "policyd",
         .description = "Answer mail servers by Postfix's policy delegation protocol",
-        .groups = {connection_options(to.get())},
+        .groups = {connection_options(to.get()), places_options(to.get()),
+                   question_options(to.get()), watching_options(to.get())},
         .footer =
             R"(Sockets that systemd has opened need no --listen. SIGHUP reopens the log and
 reads the configuration anew; SIGTERM and SIGINT end it when what is being
 judged has been answered.
 
 Exit status:
-  0  ended as asked
+  0  ended as asked; with --check, all is in order
+  1  with --check: something is not in order
   2  could not run: what is wrong is named)",
         .run = [to] { return policyd(*to); },
     };

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "configured_engine.h"
 #include "program.h"
 
 namespace quillfence::programs {
@@ -15,6 +16,15 @@ struct policyd_arguments {
     bool on_standard_streams = false;
     uint64_t connections = 1000;
     double idle = 600; // seconds
+
+    configuration_arguments configuration; // without what-if
+    std::string dns;                       // "" and "live", or "off"
+    std::string server;                    // "" for the system's
+
+    std::string log; // the file; "" for none
+    bool no_log = false;
+    std::string metrics; // the file; "" for none
+    bool check = false;
 };
 
 // Serves until it is told to end. Where it can't run it says so (policyd_elsewhere.cpp).

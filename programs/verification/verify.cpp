@@ -67,7 +67,16 @@ void tree::add_failure(std::string_view file, const std::string &text, uint32_t 
 
 bool tree::read(std::string_view file, std::string *bytes) {
     ++files;
-    return read_again(file, bytes);
+    if (!read_again(file, bytes)) {
+        return false;
+    }
+    if (bytes->starts_with("\xFF\xFE") || bytes->starts_with("\xFE\xFF")) {
+        add(file, 0, severity::error,
+            "is a text in UTF-16, of which the engine makes nothing; save it as UTF-8 without a "
+            "byte order mark");
+        return false;
+    }
+    return true;
 }
 
 bool tree::read_again(std::string_view file, std::string *bytes) {
@@ -92,6 +101,12 @@ std::vector<std::string> tree::list(std::string_view folder) {
     if (error && !is_missing(error)) {
         add_failure(folder, "can't be listed", error);
     }
+    return names;
+}
+
+std::vector<std::string> tree::list_folders(std::string_view folder) const {
+    std::vector<std::string> names;
+    data_files::list_folders(path(folder), &names);
     return names;
 }
 

@@ -44,13 +44,15 @@ struct tree {
     // "can't be ...", with what the system says: one finding, however often it is met.
     void add_failure(std::string_view file, const std::string &text, uint32_t error);
     // The bytes of a file that is there; a finding, and false, when it can't be read. The second
-    // one is for a file that has been counted before.
+    // one is for a file that has been counted before; the first is for texts, and refuses UTF-16.
     bool read(std::string_view file, std::string *bytes);
     bool read_again(std::string_view file, std::string *bytes);
     // The records of a range file, which may be missing; a finding when it can't be read.
     range_records ranges(std::string_view file);
     // The names of the files in a folder, which may be missing; a finding when it can't be listed.
     std::vector<std::string> list(std::string_view folder);
+    // Likewise of the folders in it; without a finding, as what it can't list list() tells.
+    std::vector<std::string> list_folders(std::string_view folder) const;
 };
 
 // One function a kind of file; each looks for its own files in the tree.
@@ -62,7 +64,7 @@ void verify_ranges(tree &in);       // *.range, with the lists that they go with
 void verify_patterns(tree &in);     // dynaregex/*.cregexes
 void verify_block_maps(tree &in);   // the maps that the lists of maps name
 void verify_counters(tree &in);     // log/.counterv2.dat.*
-void verify_other_files(tree &in);  // names that the engine does not know
+void verify_other_files(tree &in);  // names that the engine does not know, leftovers, folders
 
 // The block maps that the lists of maps name; a finding for a list that can't be read.
 std::set<std::string> named_maps(tree &in);

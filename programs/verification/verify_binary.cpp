@@ -10,8 +10,10 @@
 
 #include "byte_cursor.h"
 #include "engine_messages.h"
+#include "file_digest.h"
 #include "list_files.h"
 #include "open_file.h"
+#include "pattern_lines.h"
 #include "platform/error_numbers.h"
 #include "platform/file.h"
 #include "quillfence-log.h"
@@ -205,6 +207,28 @@ void verify_pattern_file(tree &in, const std::string &file) {
     verify_blocks(in, file, stream.get());
 }
 
+// What the compiler wrote of where the expressions come from, if it did.
+void verify_pattern_lines(tree &in, const std::string &file) {
+    const std::string lines = file + pattern_lines_suffix;
+    std::string digest;
+    if (!in.has(lines)) {
+        return;
+    }
+    ++in.files;
+    if (const uint32_t error = digest_of_file(in.path(file), &digest)) {
+        in.add_failure(file, "can't be read", error);
+        return;
+    }
+    const pattern_lines read = read_pattern_lines(in.path(file), digest);
+    if (read.is == pattern_lines::state::stale) {
+        in.add(lines, 0, severity::warning,
+               "speaks of another version of the pattern file, so that no line of the list can be "
+               "named; compile the list again");
+    } else if (read.is == pattern_lines::state::wrong) {
+        in.add(lines, 0, severity::warning, read.problem);
+    }
+}
+
 } // namespace
 
 void verify_patterns(tree &in) {
@@ -217,6 +241,7 @@ void verify_patterns(tree &in) {
             in.add(file, 0, severity::info, "the engine asks no file of this name");
         }
         verify_pattern_file(in, file);
+        verify_pattern_lines(in, file);
     }
 }
 
@@ -382,46 +407,6 @@ void verify_counters(tree &in) {
                             ql_daily_size, __valid_counter_file);
     }
     verify_counter_file(in, hourly_file, ql_hourly_size, __valid_counter_file_hourly);
-}
-
-// --- the rest ---
-
-namespace {
-
-// The folders of texts that are written by hand, and so may end up in the other one. "" is the base
-// folder.
-constexpr std::array<std::string_view, 2> text_folders = {"", "control"};
-
-// Where a text of this name belongs; "" when nowhere in particular.
-std::string right_place(std::string_view name) {
-    for (const configuration_file &file : configuration_files) {
-        for (const std::string_view folder : text_folders) {
-            if (file.kind != file_kind::ranges && joined(folder, name) == path_in_base(file)) {
-                return path_in_base(file);
-            }
-        }
-    }
-    return {};
-}
-
-} // namespace
-
-void verify_other_files(tree &in) {
-    for (const std::string_view folder : text_folders) {
-        for (const std::string &name : in.list(std::string(folder))) {
-            const std::string file = joined(folder, name);
-            const std::string right = right_place(name);
-            if (right == file || (folder.empty() && ends_in(name, range_suffix))) {
-                continue;
-            }
-            if (right.empty()) {
-                in.add(file, 0, severity::info, "the engine reads no file of this name");
-            } else {
-                in.add(file, 0, severity::warning,
-                       "lies in the wrong folder: the engine reads " + right);
-            }
-        }
-    }
 }
 
 } // namespace quillfence::verification

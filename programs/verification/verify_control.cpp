@@ -82,6 +82,12 @@ std::string check_rule(const tree &, const std::string &name) {
 }
 
 std::string check_map(const tree &in, const std::string &name) {
+    const bool is_plain = std::all_of(name.begin(), name.end(), [](char c) {
+        return c > ' ' && c <= '~' && std::string_view("/\\:*?\"<>|").find(c) == std::string::npos;
+    });
+    if (!is_plain) {
+        return quoted(name) + " is no name of a file in bms/: take letters, digits, - _ and .";
+    }
     return in.has("bms/" + name) ? std::string() : "there is no block map bms/" + printable(name);
 }
 

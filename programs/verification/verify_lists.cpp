@@ -76,10 +76,48 @@ class wildcards {
 
 // --- lines by themselves ---
 
-// What is odd about an entry that works; "" for nothing.
-std::string why_odd(file_kind kind, const std::string &text) {
-    if (kind != file_kind::addresses || text == "bounce message") {
+// The address in "<a@b>" or "Somebody <a@b>"; "" for other texts.
+std::string address_in_brackets(const std::string &text) {
+    const size_t begin = text.find('<');
+    const size_t end = text.find('>', begin == std::string::npos ? 0 : begin);
+    return begin == std::string::npos || end == std::string::npos
+               ? std::string()
+               : text.substr(begin + 1, end - begin - 1);
+}
+
+// Why an entry matches no address as mail servers pass them on; "" when it may.
+std::string why_no_address(const std::string &text) {
+    if (const std::string address = address_in_brackets(text); !address.empty()) {
+        return "matches no address, as they come without angle brackets; write " +
+               printable(address);
+    }
+    if (text.front() == '@') {
+        return "matches no address; for a whole domain write *" + printable(text);
+    }
+    const bool is_quoted = text.find('"') != std::string::npos; // a local part may hold anything
+    if (!is_quoted && text.find_first_of(",; \t") != std::string::npos) {
+        return "matches no address; write one entry a line";
+    }
+    return {};
+}
+
+// What an entry of wildcards alone does.
+std::string why_everybody(const configuration_file &list, const std::string &literal) {
+    if (!literal.empty() && literal != "@") {
         return {};
+    }
+    const std::string who = literal.empty() ? "everybody" : "every address but that of a bounce";
+    return "matches " + who + ": " +
+           (list.decides || !list.opposite ? "nothing is refused any more" : "all mail is refused");
+}
+
+// What is odd about an entry that works; "" for nothing.
+std::string why_odd(const configuration_file &list, const std::string &text) {
+    if (list.kind != file_kind::addresses || text == "bounce message") {
+        return {};
+    }
+    if (const std::string why = why_no_address(text); !why.empty()) {
+        return why;
     }
     if (!has_star(text)) {
         return text.find('@') == std::string::npos ? "holds neither @ nor *, so it matches no mail "
@@ -89,6 +127,9 @@ std::string why_odd(file_kind kind, const std::string &text) {
     }
     std::string literal = text;
     literal.erase(std::remove(literal.begin(), literal.end(), '*'), literal.end());
+    if (const std::string why = why_everybody(list, literal); !why.empty()) {
+        return why;
+    }
     const bool has_plus = literal.find('+') != std::string::npos;
     if (has_plus && literal.find('\\') == std::string::npos &&
         __wildcardmatch(text.c_str(), literal.c_str()) != 0) {
@@ -172,7 +213,7 @@ class list_reader {
         if (!useless.empty()) {
             add(line, severity::error, quoted(text) + ' ' + useless);
             read.usable = false;
-        } else if (const std::string odd = why_odd(list_.file->kind, text); !odd.empty()) {
+        } else if (const std::string odd = why_odd(*list_.file, text); !odd.empty()) {
             add(line, severity::warning, quoted(text) + ' ' + odd);
         }
         list_.entries.push_back(read);

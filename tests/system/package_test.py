@@ -111,6 +111,10 @@ class Deb(PackageTest):
         for program in ("quillfence", "quillfence-data", "quillfence-replayer"):
             want |= {f"usr/bin/{program}", f"usr/share/man/man1/{program}.1",
                      f"usr/share/bash-completion/completions/{program}"}
+        want |= {"usr/lib/systemd/system/quillfence-policyd.service",
+                 "usr/lib/systemd/system/quillfence-policyd.socket",
+                 "usr/lib/sysusers.d/quillfence.conf", "etc/logrotate.d/quillfence-policyd",
+                 share + "packaging/prometheus/quillfence.rules.yml"}
         want |= {share + name for name in files_of_tree("docs", "*") | files_of_tree("examples", "*")}
         self.assertEqual(found, want)
         self.assertIn(share + "examples/drive_c/quillfence/blocked_ips", found)
@@ -124,6 +128,28 @@ class Deb(PackageTest):
             executable = "/usr/bin/" in name or name.endswith("/") or recipe
             self.assertEqual(owner, "root/root", line)
             self.assertEqual(mode[1:], "rwxr-xr-x" if executable else "rw-r--r--", line)
+
+    def test_an_edited_log_rotation_is_kept(self):
+        """Whoever has chosen how long the log is kept has chosen it for later versions, too."""
+        self.assertEqual(run("dpkg-deb", "-I", str(self.package), "conffiles")[1],
+                         "/etc/logrotate.d/quillfence-policyd\n")
+
+    def test_the_user_of_the_service_is_made(self):
+        """With neither of the programs that make users the package is installed all the same."""
+        script = self.folder / "postinst"
+        script.write_text(run("dpkg-deb", "-I", str(self.package), "postinst")[1])
+        tools = self.folder / "tools"
+        tools.mkdir()
+        for maker in (None, "adduser", "systemd-sysusers"):
+            told = self.folder / "told"
+            told.write_text("")
+            if maker:
+                (tools / maker).write_text(f'#!/bin/sh\necho {maker} "$@" >>{told}\n')
+                (tools / maker).chmod(0o755)
+            status, _, stderr = run("/bin/sh", str(script), "configure",
+                                    env={"PATH": str(tools)})
+            self.assertEqual((status, stderr), (0, ""))
+            self.assertEqual(told.read_text().split()[:1], [maker] if maker else [])
 
     def test_says_what_it_is_and_needs(self):
         field = lambda name: run("dpkg-deb", "-f", str(self.package), name)[1].strip()

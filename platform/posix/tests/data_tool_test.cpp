@@ -188,5 +188,17 @@ TEST_F(data_tool, a_bar_is_drawn_anew_when_it_looks_otherwise) {
                          std::string(49, ' ') + "\r");
 }
 
+TEST_F(data_tool, verify_tells_names_that_differ_in_letter_case) {
+    drive.write("c:/quillfence/bms/lists_to_update", "");
+    drive.write("c:/quillfence/From_Whitelist", "a@example.org\n");
+    drive.write("c:/quillfence/from_whitelist", "a@example.org\n");
+    ::testing::internal::CaptureStdout();
+    run_program({"verify", "c:/quillfence"});
+    EXPECT_NE(::testing::internal::GetCapturedStdout().find(
+                  "c:/quillfence/From_Whitelist: warning: is not read: from_whitelist is there as "
+                  "well, and differs in letter case alone\n"),
+              std::string::npos);
+}
+
 } // namespace
 } // namespace quillfence::data_tool
