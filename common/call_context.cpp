@@ -1,5 +1,7 @@
 #include "call_context.h"
 
+#include <cstring>
+
 #include "platform/thread_slot.h"
 #include "vc_text.h"
 
@@ -26,6 +28,12 @@ const char *path_to_read(const char *path) {
         }
     }
     return path;
+}
+
+uint32_t place_left_out(const char *path) {
+    const call_context *const context = current_call_context();
+    const left_out_entry *const entry = context ? context->left_out : nullptr;
+    return entry && strcmp(entry->path, path) == 0 ? entry->place : 0;
 }
 
 } // namespace quillfence

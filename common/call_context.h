@@ -33,6 +33,13 @@ struct file_substitute {
     const char *replacement; // read instead; it exists
 };
 
+// An entry of a file that counts as if it were not there; all others keep their places.
+struct left_out_entry {
+    const char *path; // of the file, as the engine names it and tells it in its evidence
+    uint32_t place;   // from 1: of a list, of declarations and of a control file's names the line,
+                      // of a range file the record, of compiled patterns the expression
+};
+
 // What another server's system answered, in place of this one. Names of keys, values and folders
 // are compared without regard to letter case, addresses as they are; of several rows for one thing
 // the first counts.
@@ -75,6 +82,8 @@ struct call_context {
     // What if a file held something else: ends in a row without a path. Lists and other texts are
     // looked up there by path_to_read; block maps and pattern files are not.
     const file_substitute *substitutes = nullptr;
+    // What if this entry were not there: asked by place_left_out.
+    const left_out_entry *left_out = nullptr;
     // The registry, the mail server's address map and its folders; null: this system's.
     const server_rows *server = nullptr;
 };
@@ -86,6 +95,9 @@ call_context *exchange_call_context(call_context *context);
 
 // The path to read a text file from: its substitute's, else its own. Borrowed.
 const char *path_to_read(const char *path);
+
+// The entry of this file that counts as if it were not there; 0 for none.
+uint32_t place_left_out(const char *path);
 
 // The calling thread's rows; null when this system answers.
 inline const server_rows *given_server() {

@@ -442,6 +442,22 @@ static int ksf_network_holds(const ksf_network *network, uint32_t client) {
     return network->address == client >> shift << shift;
 }
 
+// The first record of the domain; null for none.
+static const ksf_domain *find_declared(const declarations &opened, const char *path,
+                                       const char *name) {
+    const uint32_t left_out = place_left_out(path);
+    if (!left_out) {
+        return opened.index ? find_in_index(opened.index, name) : ksf_find(opened.set(), name);
+    }
+    const ksf_domain_set *const set = opened.set();
+    for (size_t i = 0; i < set->domain_count; ++i) {
+        if (set->domains[i].line != left_out && strcmp(set->domains[i].name, name) == 0) {
+            return &set->domains[i];
+        }
+    }
+    return nullptr;
+}
+
 // May the client send for the declared domain?
 static int ksf_may_send(const ksf_domain *domain, const char *ip) {
     uint32_t client = 0;
@@ -481,8 +497,7 @@ int ksf_check_domain_to_ip_restriction(const char *ip, const char *domain, const
         QF_REASON("could not get domains/ips, or none in file");
         return 1;
     }
-    const ksf_domain *const declared =
-        opened.index ? find_in_index(opened.index, name) : ksf_find(set, name);
+    const ksf_domain *const declared = find_declared(opened, path, name);
     const int may_send = !declared || ksf_may_send(declared, ip);
     tell(&evidence_sink::searched_sender_networks,
          {.path = path,

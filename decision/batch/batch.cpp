@@ -53,6 +53,7 @@ explain_options explaining(const batch_options &options) {
     made.files = whole;
     made.times = whole;
     made.quiet_rules = whole || options.compared; // what they matched is compared and counted
+    made.all = options.hits;
     made.configuration = options.configuration;
     made.pattern_lines = options.pattern_lines;
     made.substitutes = options.substitutes;
@@ -66,6 +67,13 @@ explain_options explaining_after(const batch_options &options) {
         made.pattern_lines = options.compared->pattern_lines;
         made.substitutes = options.compared->substitutes;
     }
+    return made;
+}
+
+// Nothing but the verdict.
+explain_options explaining_verdict(const batch_options &options) {
+    explain_options made = explaining(options);
+    made.all = made.report = made.near_misses = made.files = made.times = made.quiet_rules = false;
     return made;
 }
 
@@ -89,10 +97,11 @@ class drive_scope {
 struct judgement {
     explain_result first{};
     explain_result second{};
-    bool is_compared = false; // else second is of no transaction
+    bool has_second = false; // else second is of no transaction
+    std::vector<entry_hit> hits{};
 
     const char *failed() const {
-        return first.failed ? first.failed : is_compared ? second.failed : nullptr;
+        return first.failed ? first.failed : has_second ? second.failed : nullptr;
     }
 };
 
@@ -114,7 +123,8 @@ class worker {
   public:
     explicit worker(run &of)
         : all_(of), explaining_(explaining(of.options)),
-          explaining_after_(explaining_after(of.options)) {
+          explaining_after_(explaining_after(of.options)),
+          explaining_verdict_(explaining_verdict(of.options)) {
         if (all_.options.recorded) {
             walk_.emplace(*all_.options.recorded, all_.options.otherwise);
         }
@@ -225,15 +235,39 @@ class worker {
     void judge(const batch_item &item, const input_transaction &input, dns_sources::source &answers,
                const Rewind &rewind) {
         const batch_comparison *const with = all_.options.compared;
-        made_.is_compared = false;
+        made_.has_second = false;
         explain_now(item, input, answers, explaining_, with ? with->drive_c_before : "",
                     &made_.first);
         if (with && !made_.first.failed) {
             rewind();
-            made_.is_compared = true;
+            made_.has_second = true;
             explain_now(item, input, answers, explaining_after_, with->drive_c_after,
                         &made_.second);
         }
+        if (all_.options.hits && !made_.first.failed) {
+            made_.hits = hits_of(made_.first.record, *all_.options.hits->control);
+            for (size_t i = 0; i < made_.hits.size() && !made_.failed(); ++i) {
+                judge_without(item, input, answers, rewind, &made_.hits[i]);
+            }
+        }
+    }
+
+    // What the verdict would be if the entry were not there.
+    template <class Rewind>
+    void judge_without(const batch_item &item, const input_transaction &input,
+                       dns_sources::source &answers, const Rewind &rewind, entry_hit *hit) {
+        if (!hit->may_matter) {
+            return;
+        }
+        const left_out_entry entry{hit->entry.file.c_str(), hit->entry.place};
+        rewind();
+        explaining_verdict_.left_out = &entry;
+        made_.has_second = true;
+        explain_now(item, input, answers, explaining_verdict_, "", &made_.second);
+        explaining_verdict_.left_out = nullptr;
+        const verdict without = made_.second.record.decision.is;
+        hit->is_open = without == verdict::undecided;
+        hit->is_only = !hit->is_open && without != made_.first.record.decision.is;
     }
 
     static void explain_now(const batch_item &item, const input_transaction &input,
@@ -265,8 +299,11 @@ class worker {
         decision_record &record = made_.first.record;
         record.extra = input.extra;
         batch_outcome &outcome = item.outcome;
-        if (made_.is_compared) {
+        if (all_.options.compared) {
             compare(outcome, record, made_.second.record);
+        } else if (all_.options.hits) {
+            outcome.hits = std::move(made_.hits);
+            outcome.judged = true;
         } else {
             outcome.judged =
                 append_record(outcome.line, all_.options.form, record, item.line, name_of(load));
@@ -304,6 +341,7 @@ class worker {
     run &all_;
     explain_options explaining_;
     explain_options explaining_after_;
+    explain_options explaining_verdict_;
     judgement made_; // of one transaction after the other
     std::optional<dns_sources::recorded_walk> walk_;
     dns_sources::off_source off_;
@@ -316,7 +354,7 @@ class writer {
 
     // Until all is written, or the user wants no more.
     void write_all() {
-        put(all_.options.compared ? "" : batch_heading(all_.options.form));
+        put(all_.options.compared || all_.options.hits ? "" : batch_heading(all_.options.form));
         while (!result_.write_error && !all_.belt.is_over()) {
             if (const std::unique_ptr<batch_load> load = all_.belt.next()) {
                 write_load(*load);
@@ -365,6 +403,9 @@ class writer {
         count(item.outcome);
         if (item.outcome.compared && all_.options.compared->note) {
             all_.options.compared->note(*item.outcome.compared);
+        }
+        if (all_.options.hits && item.outcome.judged) {
+            all_.options.hits->note(item.outcome.hits);
         }
     }
 

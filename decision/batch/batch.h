@@ -15,6 +15,7 @@
 #include "batch_lines.h"
 #include "call_context.h"
 #include "change.h"
+#include "entry_hits.h"
 #include "input.h"
 #include "memo_source.h"
 #include "recorded_source.h"
@@ -38,6 +39,15 @@ struct batch_comparison {
     std::function<void(const decision_change &)> note;
 };
 
+// What the entries of the configuration were worth, in place of lines: each transaction is judged
+// with all outcomes, and once more without each entry that its verdict may hang on. Only what is
+// wrong with an input is written.
+struct batch_hits {
+    const control_lines *control = nullptr; // of the configuration; borrowed
+    // Of each transaction in order, on the thread that calls run_batch().
+    std::function<void(const std::vector<entry_hit> &)> note;
+};
+
 struct batch_options {
     std::vector<std::string> inputs; // paths, "-" for standard input
     std::optional<input_format> format{};
@@ -50,6 +60,7 @@ struct batch_options {
     const pattern_line_files *pattern_lines = nullptr; // read with it; null: read when needed
     const file_substitute *substitutes = nullptr;      // what if: see call_context.h
     const batch_comparison *compared = nullptr;        // null: nothing to compare with
+    const batch_hits *hits = nullptr;                  // null: entries are not counted
 
     // Where DNS answers come from, all borrowed. Without any, what a decision record brings with it
     // is used, and everything else is missing.

@@ -36,32 +36,10 @@ constexpr std::string_view heading = "id\ttime\tverdict\tby\trule\tfile\tplace\t
 
 using columns = std::array<std::string, column_count>;
 
-// What stands between columns and rows must not stand in one.
-void append_escaped(std::string &out, std::string_view text) {
-    for (const char c : text) {
-        switch (c) {
-        case '\t':
-            out += "\\t";
-            break;
-        case '\n':
-            out += "\\n";
-            break;
-        case '\r':
-            out += "\\r";
-            break;
-        case '\\':
-            out += "\\\\";
-            break;
-        default:
-            out += c;
-        }
-    }
-}
-
 void append_row(std::string &out, const columns &row) {
     for (size_t i = 0; i < row.size(); ++i) {
         out += i == 0 ? "" : "\t";
-        append_escaped(out, row[i]);
+        append_column(out, row[i]);
     }
     out += '\n';
 }
@@ -185,6 +163,27 @@ void append_report(std::string &out, const report &made) {
 } // namespace
 
 // --- all forms ----------------------------------------------------------------------------------
+
+void append_column(std::string &out, std::string_view text) {
+    for (const char c : text) {
+        switch (c) {
+        case '\t':
+            out += "\\t";
+            break;
+        case '\n':
+            out += "\\n";
+            break;
+        case '\r':
+            out += "\\r";
+            break;
+        case '\\':
+            out += "\\\\";
+            break;
+        default:
+            out += c;
+        }
+    }
+}
 
 std::string_view batch_heading(batch_form form) {
     return form == batch_form::tsv ? heading : "";

@@ -24,6 +24,9 @@ std::string_view batch_heading(batch_form form);
 bool append_record(std::string &out, batch_form form, const decision_record &record, uint64_t line,
                    std::string_view input);
 
+// Appends a column of a table: what stands between columns and rows is escaped.
+void append_column(std::string &out, std::string_view text);
+
 // Appends a line that tells what is wrong with an input: {"error":"...","file":"...","line":7}, or
 // the columns of a table with the verdict "error". input is "" where there is only one.
 void append_problem(std::string &out, batch_form form, std::string_view text, uint64_t line,

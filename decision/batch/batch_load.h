@@ -11,6 +11,7 @@
 
 #include "change.h"
 #include "decision_record.h"
+#include "entry_hits.h"
 #include "input.h"
 
 namespace quillfence::decision {
@@ -22,6 +23,7 @@ struct batch_outcome {
     decided_by by = decided_by::error;
     std::vector<missing_item> missing;
     std::unique_ptr<decision_change> compared{}; // where there is something to compare with
+    std::vector<entry_hit> hits{};               // where they are counted
     std::string line;                            // with its end
 };
 

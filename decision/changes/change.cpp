@@ -161,8 +161,7 @@ static change_cause cause_of(const decision_record &before, const decision_recor
 
 // --- all of it ----------------------------------------------------------------------------------
 
-// A line of a list, a range, an expression, a declaration of networks.
-static bool is_listed(const source &of) {
+bool is_listed(const source &of) {
     return std::holds_alternative<list_source>(of) || std::holds_alternative<range_source>(of) ||
            std::holds_alternative<expression_source>(of) ||
            std::holds_alternative<sender_network_source>(of);

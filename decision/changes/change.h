@@ -64,4 +64,7 @@ decision_change compare_decisions(const decision_record &before, const decision_
 // The place and the text of a source.
 config_entry entry_of_source(const source &of);
 
+// A line of a list, a range, an expression, a declaration of networks.
+bool is_listed(const source &of);
+
 } // namespace quillfence::decision

@@ -102,7 +102,8 @@ class driver {
           missing(missing_facts(what)), context{.evidence = told.sink(),
                                                 .dns = with.dns,
                                                 .configuration = with.configuration,
-                                                .substitutes = with.substitutes} {
+                                                .substitutes = with.substitutes,
+                                                .left_out = with.left_out} {
         if (with.server) {
             context.server = given.emplace(*with.server).rows();
         }

@@ -35,6 +35,7 @@ struct explain_options {
     // What is known of the configuration's patterns, read with it; null: read when needed.
     const pattern_line_files *pattern_lines = nullptr;
     const file_substitute *substitutes = nullptr; // what if: see call_context.h
+    const left_out_entry *left_out = nullptr;     // likewise; borrowed
     const server_answers *server = nullptr;       // another mail server's; null: this system's
     bool capture = false; // for a case: what the server answered, and the digests of large files
     std::string id{};     // handed through

@@ -1,7 +1,9 @@
 #include "quillfence-file.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 #include "evidence.h"
 #include "expression_text.h"
@@ -86,12 +88,13 @@ static void keep_entry(list_search *search, uint32_t line, const char *pattern) 
 // The line that matches, null when there is none. What was looked at is kept in search.
 static const char *find_line(line_reader *in, const char *value, list_matcher matcher,
                              list_search *search) {
+    const uint32_t left_out = place_left_out(search->path);
     uint32_t length = 0;
     uint32_t number = 0;
     while (const char *const line = next_line(in, &length)) {
         ++number;
         const char *const pattern = pattern_of_line(line);
-        if (is_comment(pattern)) {
+        if (is_comment(pattern) || number == left_out) {
             continue;
         }
         ++search->entries;
@@ -134,8 +137,13 @@ static int search_file(vc_handle file, list_matcher matcher, list_search *search
     return found;
 }
 
+// The index knows the first entry that matches, and none behind it.
+static bool has_index_for(const frozen_file *file, list_matcher matcher, const char *path) {
+    return file->list && frozen_list_matcher(file->list) == matcher && !place_left_out(path);
+}
+
 static int search_frozen(const frozen_file *file, list_matcher matcher, list_search *search) {
-    if (!file->list || frozen_list_matcher(file->list) != matcher) {
+    if (!has_index_for(file, matcher, search->path)) {
         line_reader in;
         begin_lines_of(&in, file->bytes, file->size, longest_list_line, true);
         return search_lines(&in, matcher, search);
@@ -239,6 +247,20 @@ int vc_file_to_int(const char *directory, const char *name) {
     return text_to_int(contents.get());
 }
 
+// Takes a line out of a text, with its line end.
+static void cut_line(char *text, uint64_t *size, uint32_t line) {
+    const std::string_view all(text, *size);
+    size_t begin = 0;
+    for (uint32_t i = 1; i < line && begin < all.size(); ++i) {
+        begin = std::min(all.find('\n', begin), all.size() - 1) + 1;
+    }
+    if (begin < all.size()) {
+        const size_t rest = std::min(all.find('\n', begin), all.size() - 1) + 1;
+        memmove(text + begin, text + rest, all.size() - rest + 1); // with the NUL
+        *size -= rest - begin;
+    }
+}
+
 vc_list_entry *vc_file_to_list(const char *directory, const char *name) {
     const heap_string path(__build_path(directory, name));
     if (!path) {
@@ -256,6 +278,9 @@ vc_list_entry *vc_file_to_list(const char *directory, const char *name) {
     const heap_string contents(vc_existing_contents(path.get(), &size));
     if (!contents) {
         return nullptr;
+    }
+    if (const uint32_t left_out = place_left_out(path.get())) {
+        cut_line(contents.get(), &size, left_out);
     }
     QF_DEBUG("loaded [%s]", contents.get());
     if (!size) {

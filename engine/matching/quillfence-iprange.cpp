@@ -411,6 +411,7 @@ static void keep_record(range_lookup *lookup, const qf_ip_range &range, const un
 // Whether one of the file's records contains the address.
 static int search_records(const char *operation, const range_file *file, uint32_t address,
                           range_lookup *lookup, char (&comment)[longest_range_comment + 1]) {
+    const uint32_t left_out = place_left_out(file->path);
     record_reader in;
     begin_records_of(&in, file);
     for (uint32_t i = 0; i < file->header.count; ++i) {
@@ -429,7 +430,7 @@ static int search_records(const char *operation, const range_file *file, uint32_
             return 0;
         }
         ++lookup->records;
-        if (qf_ip_in_range(address, &range)) {
+        if (lookup->records != left_out && qf_ip_in_range(address, &range)) {
             keep_record(lookup, range, record, size, comment);
             return 1;
         }
@@ -465,7 +466,8 @@ int file_contains_ip_range_match(const char *name, const char *address, const ch
     }
     char comment[longest_range_comment + 1];
     range_lookup lookup = {.path = file->path, .value = address, .existed = true};
-    const bool indexed = file->frozen && file->frozen->ranges;
+    // The stretches know the first record that contains an address, and none behind it.
+    const bool indexed = file->frozen && file->frozen->ranges && !place_left_out(file->path);
     const int contained = indexed ? search_stretches(file.get(), binary, &lookup, comment)
                                   : search_records(__func__, file.get(), binary, &lookup, comment);
     tell(&evidence_sink::searched_ranges, lookup);

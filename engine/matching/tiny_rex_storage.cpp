@@ -215,6 +215,7 @@ struct lookup {
     const char *name;
     const char *end;
     uint64_t steps_left;
+    uint32_t left_out;      // an expression that counts as not there, from 1; 0 for none
     pattern_search *search; // what there is to tell of it
 };
 
@@ -310,6 +311,9 @@ static next_block lend_block(window *w, TRex *expression) {
 
 // Matches with what is left of the run's steps.
 static bool matches(lookup *l, TRex *expression) {
+    if (l->search->expressions == l->left_out) {
+        return false;
+    }
     const uint32_t most =
         l->steps_left < trex_most_steps ? static_cast<uint32_t>(l->steps_left) : trex_most_steps;
     const bool matched = __trex_match_within(expression, l->name, l->end, most);
@@ -386,7 +390,7 @@ template <class Lookup>
 static bool within_steps(pattern_search *search, Lookup look_up) {
     const char *const text = search->subject;
     const uint64_t before = steps_left();
-    lookup l = {text, text + strlen(text), before, search};
+    lookup l = {text, text + strlen(text), before, place_left_out(search->path), search};
     const bool matched = look_up(&l);
     take_steps(before - l.steps_left);
     tell(&evidence_sink::searched_patterns, *search); // its nodes may lie in a window

@@ -5,8 +5,11 @@
 #include <optional>
 
 #include "configured_engine.h"
+#include "diff_entries.h"
+#include "hits_output.h"
 #include "loaded_configuration.h"
 #include "pattern_line_files.h"
+#include "platform/file.h"
 #include "quillfence_program.h"
 #include "stream_run.h"
 
@@ -26,6 +29,8 @@ struct batch_arguments {
     bool line = false;
     bool tsv = false;
     bool report = false;
+    bool hits = false;
+    std::string hits_form;
     bool quiet = false;
 };
 
@@ -84,6 +89,50 @@ static void summarise(const batch_result &result, const stream_answers &answers,
     }
 }
 
+// --- the entries' hits --------------------------------------------------------------------------
+
+namespace {
+
+// What is counted in place of lines, and of what.
+class counted_entries {
+  public:
+    counted_entries(const batch_arguments &arguments, const file_substitute *substitutes)
+        : entries_(control_entries(substitutes)), control_(entries_) {
+        const std::vector<decision::config_entry> listed =
+            listed_entries(arguments.configuration.user_dir, substitutes);
+        entries_.insert(entries_.end(), listed.begin(), listed.end());
+        hits_.control = &control_;
+        hits_.note = [this](const std::vector<decision::entry_hit> &of) { tally_.add(of); };
+    }
+    counted_entries(const counted_entries &) = delete;
+    counted_entries &operator=(const counted_entries &) = delete;
+
+    void put_into(batch_options *options) const {
+        options->hits = &hits_;
+        options->write = write_aside;
+    }
+    std::string text(hits_form form) const {
+        return hits_text(tally_.rows(entries_), form);
+    }
+
+  private:
+    std::vector<decision::config_entry> entries_;
+    const decision::control_lines control_;
+    decision::hit_tally tally_;
+    decision::batch_hits hits_;
+};
+
+} // namespace
+
+static hits_form hits_form_of(const batch_arguments &arguments) {
+    if (arguments.hits_form.empty()) {
+        return platform::stream_is_terminal(stdout) ? hits_form::table : hits_form::json;
+    }
+    return arguments.hits_form == "table" ? hits_form::table
+           : arguments.hits_form == "tsv" ? hits_form::tsv
+                                          : hits_form::json;
+}
+
 // --- the run ------------------------------------------------------------------------------------
 
 static batch_options options_of(const batch_arguments &arguments) {
@@ -119,9 +168,16 @@ static exit_status batch(const batch_arguments &arguments) {
         options.configuration = loaded.get();
         options.pattern_lines = &pattern_lines.emplace(*loaded);
     }
+    std::optional<counted_entries> counted;
+    if (arguments.hits) {
+        counted.emplace(arguments, options.substitutes).put_into(&options);
+    }
     const interruptible until_wanted;
     const auto begin = std::chrono::steady_clock::now();
-    const batch_result result = run_with_bar(options, total);
+    batch_result result = run_with_bar(options, total);
+    if (counted && !result.write_error) {
+        result.write_error = write_out(counted->text(hits_form_of(arguments)));
+    }
     const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begin;
     if (!arguments.quiet && !is_gone(result.write_error)) {
         summarise(result, answers, took.count());
@@ -141,6 +197,15 @@ static option_group output_options(batch_arguments *to) {
           "Columns with tabs between them, their names in front",
           {.excludes = {"--full", "--line"}}},
          {"--report", &to->report, "The replayer's two lists as well"},
+         {"--hits",
+          &to->hits,
+          "In place of lines: how many transactions each entry of the configuration matched and "
+          "decided, and how many nothing else would have decided so",
+          {.excludes = {"--full", "--line", "--tsv", "--report"}}},
+         {"--hits-form",
+          &to->hits_form,
+          "How: a table (on a terminal), tsv, or json, an object a line",
+          {.value = "FORM", .check = one_of({"table", "tsv", "json"}), .needs = {"--hits"}}},
          {"--quiet", &to->quiet, "No summary on standard error"}},
     };
 }

@@ -156,10 +156,6 @@ struct diff_result {
 
 } // namespace
 
-static uint32_t write_aside(std::string_view lines) {
-    return std::fwrite(lines.data(), 1, lines.size(), stderr) == lines.size() ? 0 : 1;
-}
-
 static bool wants_summary(const diff_arguments &arguments) {
     return arguments.summary || (!arguments.json && platform::stream_is_terminal(stdout));
 }

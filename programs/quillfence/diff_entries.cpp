@@ -112,6 +112,27 @@ std::vector<config_entry> listed_entries(const std::string &user_dir,
     return all;
 }
 
+std::vector<config_entry> control_entries(const file_substitute *substitutes) {
+    const data_files::engine_messages unsaid;
+    call_context context{.substitutes = substitutes};
+    const call_scope scope(&context);
+    std::vector<config_entry> all;
+    for (const configuration_file *const file :
+         {&configured("control/rules.enabled"), &configured("control/bms.enabled"),
+          &configured("rbl.enabled")}) {
+        std::string bytes;
+        if (data_files::read_file(path_to_read(file->path), &bytes)) {
+            continue;
+        }
+        for (const data_files::text_line &line : data_files::lines_of(bytes)) {
+            if (!line.text.empty()) {
+                all.push_back({file->path, line.number, std::string(line.text)});
+            }
+        }
+    }
+    return all;
+}
+
 // --- those that nothing matched -----------------------------------------------------------------
 
 static std::string key_of(const config_entry &entry) {

@@ -16,6 +16,10 @@ namespace quillfence::programs {
 std::vector<decision::config_entry> listed_entries(const std::string &user_dir,
                                                    const file_substitute *substitutes);
 
+// The same of the control files that name what is used: the rules, the block maps, the DNS block
+// lists. Each line is a name as it stands there, a CR included; empty ones are left out.
+std::vector<decision::config_entry> control_entries(const file_substitute *substitutes);
+
 struct unhit_entries {
     struct file_row {
         std::string file;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <system_error>
 #include <thread>
 
@@ -199,6 +200,10 @@ uint32_t write_out(std::string_view lines) {
         lines.remove_prefix(put);
     }
     return 0;
+}
+
+uint32_t write_aside(std::string_view lines) {
+    return std::fwrite(lines.data(), 1, lines.size(), stderr) == lines.size() ? 0 : 1;
 }
 
 bool is_gone(uint32_t error) {

@@ -92,6 +92,8 @@ class interruptible {
 
 // Writes to standard output; returns 0 or a Win32 error number.
 uint32_t write_out(std::string_view lines);
+// The same to standard error, for what stands beside the output.
+uint32_t write_aside(std::string_view lines);
 // Whether such a number says that the reader has gone away: it wants no more, and needs no telling.
 bool is_gone(uint32_t error);
 

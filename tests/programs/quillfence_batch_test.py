@@ -60,6 +60,94 @@ class Case(FolderTest):
         return [json.loads(line) for line in out.splitlines()]
 
 
+class HitsTest(Case):
+    def hits(self, *arguments, text=""):
+        status, out, err = self.batch("--quiet", "--dns", "off", "--hits", *arguments, text=text)
+        self.assertEqual((status, err), (DONE, ""))
+        return out
+
+    def test_each_line_is_worth_what_diff_finds_without_it(self):
+        lists = self.folder / "drive/quillfence"
+        lines = {"from_blacklist": ["*@spammer.example", "x@*", "nobody@example.org"],
+                 "blocked_ips": [f"192.0.2.{n}" for n in range(0, 256, 16)],
+                 "from_whitelist": ["a@example.org"]}
+        for name, entries in lines.items():
+            (lists / name).write_text("".join(entry + "\n" for entry in entries), newline="\n")
+        self.file("in", lines_of(transaction(n) for n in range(SAMPLES)))
+        rows = [json.loads(line) for line in self.hits("--hits-form", "json", "in").splitlines()]
+        worth = {(row["file"], row["place"]): row for row in rows}
+        shutil.copytree(self.folder / "drive", self.folder / "other")
+        asked = 0
+        for name, entries in lines.items():
+            other = self.folder / "other/quillfence" / name
+            for place, entry in list(enumerate(entries, 1))[:3]:
+                row = worth[f"c:/quillfence/{name}", place]
+                self.assertEqual(row["entry"], entry)
+                other.write_text("".join(line + "\n" for line in entries if line != entry),
+                                 newline="\n")
+                _, out, _ = self.run_program("diff", "--before", "drive", "--after", "other",
+                                             "--dns", "off", "--json", "in")
+                changes = [json.loads(line) for line in out.splitlines()]
+                ways = [(one["before"]["verdict"], one["after"]["verdict"]) for one in changes]
+                ways = [way for way in ways if way[0] != way[1]]
+                self.assertEqual(row["only"] + row["open"], len(ways), row)
+                self.assertEqual(row["open"], sum(way[1] == "undecided" for way in ways), row)
+                asked += len(ways)
+            other.write_text("".join(line + "\n" for line in entries), newline="\n")
+        self.assertGreater(asked, SAMPLES // 20)
+
+    def test_forms(self):
+        self.file("in", lines_of([transaction(1, sender="x@spammer.example", ip="192.0.2.9")]))
+        table = self.hits("--hits-form", "tsv", "in").splitlines()
+        self.assertEqual(table[0], "file\tplace\tentry\tmatched\tdecided\tonly\topen")
+        self.assertIn("c:/quillfence/from_blacklist\t2\t*@spammer.example\t1\t1\t0\t1", table)
+        objects = [json.loads(line) for line in self.hits("in").splitlines()]
+        self.assertEqual(["\t".join(str(value) for value in one.values()) for one in objects],
+                         [row.replace("\\\\", "\\") for row in table[1:]])
+        shown = self.hits("--hits-form", "table", "in")
+        self.assertIn("c:/quillfence/from_blacklist: 1 entry, 0 unused\n", shown)
+        self.assertLessEqual(max(len(line) for line in shown.splitlines()), 80)
+
+    def test_bad_lines_stand_beside_the_table(self):
+        status, out, err = self.batch("--quiet", "--dns", "off", "--hits", "--hits-form", "tsv",
+                                      text='{"ip": 7}\n{"ip": "192.0.2.25"}\n')
+        self.assertEqual((status, err), (PARTLY, '{"error":"ip: is not a text","line":1}\n'))
+        self.assertIn("c:/quillfence/exempt_ips\t2\t192.0.2.25\t1\t1\t", out)
+
+    def test_what_does_not_go_together(self):
+        for other in ("--full", "--line", "--tsv", "--report"):
+            status, out, err = self.batch("--hits", other)
+            self.assertEqual((status, out), (FAILED, ""))
+            self.assertIn(other, err)
+        status, _, err = self.batch("--hits-form", "tsv")
+        self.assertEqual(status, FAILED)
+        self.assertIn("--hits", err)
+
+    def test_a_line_more(self):
+        """Of a what-if the lists are the changed ones."""
+        text = lines_of([transaction(1, sender="x@new.example", ip="192.0.2.9")])
+        out = self.hits("--hits-form", "tsv", "--with-list", "from_blacklist", "*@new.example",
+                        text=text)
+        self.assertRegex(out, r"c:/quillfence/from_blacklist\t\d\t\*@new.example\t1\t1\t")
+
+    @unittest.skipIf(RUNNER, "a terminal of Linux")
+    def test_on_a_terminal(self):
+        master, terminal = os.openpty()
+        self.file("in", lines_of([transaction(1)]))
+        run = self.start("--quiet", "--dns", "off", "--hits", "in", stdout=terminal)
+        os.close(terminal)
+        shown = b""
+        while True:
+            try:
+                piece = os.read(master, 4096)
+            except OSError: # the other end was closed
+                break
+            shown += piece
+        os.close(master)
+        self.assertEqual(run.wait(timeout=60), DONE)
+        self.assertIn(b"c:/quillfence/exempt_ips: 1 entry, ", shown)
+
+
 class LinesTest(Case):
     def test_sampled_lines_are_those_of_explain(self):
         """Explain tells more of the same: the whole form, with near misses and times."""
