@@ -49,6 +49,11 @@ bool pool_asker::take_on(const question &asked, listener &then) {
     if (idle_ < tasks_.size() && threads_.size() < most_) {
         grow();
     }
+    if (threads_.empty()) { // nobody would ask it
+        then = std::move(added.then);
+        tasks_.pop_back();
+        throw std::bad_alloc();
+    }
     wake_.notify_one();
     return true;
 }

@@ -101,6 +101,10 @@ void set_dns_stand_in(dns_stand_in stand_in) {
     current_stand_in = stand_in;
 }
 
+bool has_dns_stand_in() {
+    return current_stand_in != nullptr;
+}
+
 dns_record *dns_new_record(uint16_t type, const char *target) {
     auto *const record = static_cast<dns_record *>(calloc(1, sizeof(dns_record)));
     if (!record) {

@@ -12,4 +12,7 @@ namespace quillfence::platform {
 uint32_t system_dns_query(dns_client *client, const char *name, uint16_t type, uint32_t options,
                           dns_record **records, dns_details *details);
 
+// Whether a test has put something else in the place of the system.
+bool has_dns_stand_in();
+
 } // namespace quillfence::platform

@@ -2,11 +2,10 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <optional>
 
+#include "answer.h"
 #include "record_words.h"
 #include "vcspamrule.h"
-#include "words.h"
 
 namespace quillfence::service {
 
@@ -58,9 +57,8 @@ static constexpr char other[] = "other";
 static constexpr double bucket_ends[] = {0.0001, 0.00025, 0.0005, 0.001, 0.0025, 0.005, 0.01, 0.025,
                                          0.05,   0.1,     0.25,   0.5,   1,      2.5,   5,    10};
 
-static constexpr std::array<uint16_t, 5> question_types = {
-    platform::dns_type_a, platform::dns_type_aaaa, platform::dns_type_mx, platform::dns_type_ptr,
-    platform::dns_type_cname};
+static constexpr std::array<std::string_view, 5> question_types = {"A", "AAAA", "MX", "PTR",
+                                                                   "CNAME"};
 
 template <class Enumeration>
 static values words_of() {
@@ -79,10 +77,7 @@ static values rule_words(const char *rest) {
 }
 
 static values type_words() {
-    values words;
-    for (const uint16_t type : question_types) {
-        words.push_back(dns_sources::type_word(type));
-    }
+    values words(question_types.begin(), question_types.end());
     words.emplace_back(other);
     return words;
 }
@@ -194,9 +189,7 @@ static size_t place_of_rule(std::string_view name, size_t hint) {
 }
 
 static size_t place_of_type(std::string_view word) {
-    const std::optional<uint16_t> type = dns_sources::type_of_word(word);
-    return static_cast<size_t>(std::ranges::find(question_types, type.value_or(uint16_t{0})) -
-                               question_types.begin());
+    return static_cast<size_t>(std::ranges::find(question_types, word) - question_types.begin());
 }
 
 static size_t place_of_duration(std::chrono::microseconds took) {

@@ -11,6 +11,7 @@
 #include "dns_exchange.h"
 #include "dns_question.h"
 #include "dns_server.h"
+#include "dns_turns.h"
 #include "platform/error_numbers.h"
 #include "platform/format.h"
 #include "platform/observer.h"
@@ -19,13 +20,9 @@
 namespace quillfence::platform {
 
 // Milliseconds. dns.h tells what they mean.
-static constexpr int64_t connect_limit = 3000;
-static constexpr int64_t answer_limit = 3000;
 static constexpr int udp_repeat_after = 1000;
 static constexpr int tcp_repeat_after = 60000; // never within the limits: TCP repeats by itself
 static constexpr int udp_attempts = 2;
-static constexpr int tcp_attempts = 3; // connections, when the server cuts them
-static constexpr int max_servers = 3;
 
 namespace {
 
@@ -33,7 +30,7 @@ namespace {
 // is shared between them and connections to all of them can stay.
 struct lane {
     ares_addr_port_node *servers; // in order; null before the first question
-    ares_channel channels[max_servers];
+    ares_channel channels[dns_servers_max];
 };
 
 } // namespace
@@ -56,7 +53,7 @@ static uint32_t init_channel(const dns_client &client, bool tcp, ares_channel *c
                    (tcp ? ARES_FLAG_USEVC : 0) |
                    (tcp && client.keeps_connections ? ARES_FLAG_STAYOPEN : 0);
     wanted.timeout = tcp ? tcp_repeat_after : udp_repeat_after;
-    wanted.tries = tcp ? tcp_attempts : udp_attempts;
+    wanted.tries = tcp ? dns_tcp_attempts : udp_attempts;
     wanted.lookups = lookups;
     const int given = ARES_OPT_FLAGS | ARES_OPT_TIMEOUTMS | ARES_OPT_TRIES | ARES_OPT_LOOKUPS |
                       ARES_OPT_DOMAINS | ARES_OPT_NOROTATE;
@@ -150,7 +147,8 @@ struct inquiry {
 
 static int count_servers(const lane &of) {
     int count = 0;
-    for (const auto *server = of.servers; server && count < max_servers; server = server->next) {
+    for (const auto *server = of.servers; server && count < dns_servers_max;
+         server = server->next) {
         ++count;
     }
     return count;
@@ -159,7 +157,7 @@ static int count_servers(const lane &of) {
 // Asks one server within a part of the time that is left. The channel of one that did not answer is
 // closed: its connection may be dead.
 static dns_outcome ask_one(inquiry *all, const ares_addr_port_node &server, ares_channel *channel,
-                           int parts, dns_details *details) {
+                           bool is_last, dns_details *details) {
     if (!*channel) {
         if (const uint32_t error = open_channel(all->client, all->tcp, &server, channel)) {
             return {true, false, error, nullptr, details};
@@ -169,8 +167,7 @@ static dns_outcome ask_one(inquiry *all, const ares_addr_port_node &server, ares
     carried->tries += has_connection(*channel);
     carried->datagrams = -1;
     carried->stream = all->tcp;
-    const dns_time given = {all->left.connecting / parts, all->left.answering / parts,
-                            all->left.both / parts};
+    const dns_time given = dns_time_of_server(all->left, is_last);
     dns_time rest = given;
     const dns_outcome result = ask_dns_server(*channel, *all->asked, &rest, details);
     all->left.connecting -= given.connecting - rest.connecting;
@@ -185,29 +182,40 @@ static dns_outcome ask_one(inquiry *all, const ares_addr_port_node &server, ares
     return result;
 }
 
-// Another server may know better than one with this result.
-static bool passes_on(const dns_outcome &result) {
+bool dns_passes_on(const dns_outcome &result) {
     constexpr uint32_t not_implemented = dns_status_rcode_base + 4;
+    if (result.status == error_not_enough_memory) {
+        return false;
+    }
     return !result.answered || result.status == dns_status_servfail ||
            result.status == not_implemented || result.status == dns_status_refused ||
            result.status == dns_status_bad_packet;
 }
 
+bool dns_is_better(const dns_outcome &result, const dns_outcome &best) {
+    const bool reached = result.answered || result.status == dns_status_timeout;
+    const bool none_reached = !best.answered && best.status == dns_status_servfail;
+    return !dns_passes_on(result) || (!best.answered && reached) || none_reached;
+}
+
+dns_outcome dns_nobody() {
+    dns_outcome nobody{};
+    nobody.status = dns_status_servfail;
+    return nobody;
+}
+
 // The first result that no other server may know better, else the first answer, else silence.
 static uint32_t ask_servers(inquiry *all) {
-    dns_outcome best{};
-    best.status = dns_status_servfail;
+    dns_outcome best = dns_nobody();
     const int count = count_servers(*all->used);
     const ares_addr_port_node *server = all->used->servers;
     bool decided = false;
     for (int i = 0; i < count && !decided; ++i, server = server->next) {
         dns_details part = dns_no_details();
-        const dns_outcome result = ask_one(all, *server, &all->used->channels[i],
-                                           i + 1 < count ? 2 : 1, all->details ? &part : nullptr);
-        decided = !passes_on(result) || result.status == error_not_enough_memory;
-        const bool reached = result.answered || result.status == dns_status_timeout;
-        const bool none_reached = !best.answered && best.status == dns_status_servfail;
-        if (decided || (!best.answered && reached) || none_reached) {
+        const dns_outcome result = ask_one(all, *server, &all->used->channels[i], i + 1 == count,
+                                           all->details ? &part : nullptr);
+        decided = !dns_passes_on(result);
+        if (dns_is_better(result, best)) {
             best = result;
             keep_details(*server, all->tcp, &part, all->details);
         } else {
@@ -221,10 +229,6 @@ static uint32_t ask_servers(inquiry *all) {
     return best.status;
 }
 
-static int64_t within(int64_t most, int64_t limit) {
-    return limit < 0 ? most : std::min(most, limit);
-}
-
 static uint32_t ask_client(dns_client *client, const dns_question &asked, bool tcp,
                            dns_record **records, dns_details *details) {
     lane *const used = &client->lanes[tcp];
@@ -234,8 +238,7 @@ static uint32_t ask_client(dns_client *client, const dns_question &asked, bool t
         }
     }
     client->carried.tries = 0;
-    inquiry all = {client, used, tcp, &asked, {}, records, details};
-    all.left = {connect_limit, answer_limit, within(connect_limit + answer_limit, client->limit)};
+    inquiry all = {client, used, tcp, &asked, dns_time_within(client->limit), records, details};
     const uint32_t status = ask_servers(&all);
     if (details) {
         details->tries = client->carried.tries;
@@ -263,6 +266,22 @@ static uint32_t take_server(const char *server, dns_client *client) {
     client->names_server = true;
     const bool whole = format_text(text, sizeof text, "%s", server) > 0;
     return whole && parse_dns_server(text, &client->server) ? error_none : error_invalid_parameter;
+}
+
+uint32_t list_dns_servers(const char *server, ares_addr_port_node **list) {
+    *list = nullptr;
+    dns_client client{};
+    lane *const used = &client.lanes[1];
+    uint32_t error = take_server(server, &client);
+    if (!error) {
+        error = open_lane(&client, true, used);
+    }
+    if (!error) {
+        *list = used->servers;
+        used->servers = nullptr;
+        close_lane(used);
+    }
+    return error;
 }
 
 static void close_lanes(dns_client *client) {

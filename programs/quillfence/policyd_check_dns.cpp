@@ -7,7 +7,6 @@
 namespace quillfence::programs {
 
 using dns_sources::answer;
-using dns_sources::question;
 
 // --- the resolver -------------------------------------------------------------------------------
 

@@ -273,8 +273,8 @@ option_group dns_options(stream_arguments *to) {
           {.value = "SECONDS", .check = between(0.001, 3600)}},
          {"--questions",
           &to->questions,
-          "How many DNS questions are on their way at once (64)",
-          {.value = "N", .check = between(1, 1024)}},
+          "How many DNS questions are on their way at once (1024; on Windows never more than 64)",
+          {.value = "N", .check = between(1, dns_sources::live_asker::most_at_once)}},
          {"--guards", &to->guards,
           "Take answers of block lists that list nobody, and refused questions, for failures, as "
           "the live service does"}},

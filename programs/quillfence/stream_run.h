@@ -28,7 +28,7 @@ struct stream_arguments {
     std::string dns = "recorded"; // or "off", "live", a file
     std::string server;
     double deadline = 10;
-    uint64_t questions = 64;
+    uint64_t questions = 1024;
     bool guards = false;
 };
 

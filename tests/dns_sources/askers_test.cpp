@@ -10,6 +10,7 @@
 #include "live_asker.h"
 #include "memo_asker.h"
 #include "off_source.h"
+#include "platform/listening.h"
 #include "pool_asker.h"
 #include "scripted_source.h"
 #include "shared_asker.h"
@@ -87,6 +88,12 @@ question limited(const std::string &name, std::chrono::milliseconds limit) {
     return asked;
 }
 
+question over_tcp(const std::string &name) {
+    question asked = ask_for(name);
+    asked.options = platform::dns_query_tcp_only;
+    return asked;
+}
+
 // --- pool_asker ---
 
 TEST(pool_asker, asks_on_no_more_threads_than_it_may) {
@@ -131,7 +138,9 @@ TEST(pool_asker, waiting_is_taken_from_the_limit) {
 
 TEST(pool_asker, what_is_not_asked_by_the_end_is_missing) {
     std::atomic<bool> go = false;
+    std::atomic<int> asking = 0;
     scripted_source slow([&](const question &) {
+        ++asking;
         while (!go) {
             std::this_thread::sleep_for(1ms);
         }
@@ -143,10 +152,10 @@ TEST(pool_asker, what_is_not_asked_by_the_end_is_missing) {
     for (int i = 0; i < 10; ++i) {
         pool.ask(ask_for("a.example."), all.listener());
     }
-    while (slow.asked().size() < 2 && all.count() == 0) {
+    while (asking < 2) {
         std::this_thread::sleep_for(1ms);
-        go = true;
     }
+    go = true;
     pool.stop();
     pool.ask(ask_for("a.example."), all.listener());
     const std::vector<answer> answers = all.wait(11);
@@ -259,9 +268,9 @@ TEST_F(memo_asker, an_end_leaves_nobody_waiting) {
 
 TEST(shared_asker, identical_questions_are_asked_once) {
     scripted_asker behind;
-    dns_sources::shared_asker shared(behind);
     heard all;
     heard others;
+    dns_sources::shared_asker shared(behind);
     for (const char *const name : {"A.example.", "a.example", "a.EXAMPLE."}) {
         shared.ask(ask_for(name), all.listener());
     }
@@ -283,9 +292,9 @@ TEST(shared_asker, identical_questions_are_asked_once) {
 
 TEST(shared_asker, who_has_less_time_is_told_earlier) {
     scripted_asker behind;
-    dns_sources::shared_asker shared(behind);
     heard patient;
     heard hasty;
+    dns_sources::shared_asker shared(behind);
     shared.ask(ask_for("a.example."), patient.listener());
     shared.ask(limited("a.example.", 20ms), hasty.listener());
     EXPECT_EQ(hasty.wait(1)[0], answer_of_status(timed_out));
@@ -298,9 +307,9 @@ TEST(shared_asker, who_has_less_time_is_told_earlier) {
 
 TEST(shared_asker, who_has_more_time_is_asked_for_again) {
     scripted_asker behind;
-    dns_sources::shared_asker shared(behind);
     heard hasty;
     heard patient;
+    dns_sources::shared_asker shared(behind);
     shared.ask(limited("a.example.", 10ms), hasty.listener());
     shared.ask(limited("a.example.", 60'000ms), patient.listener());
     shared.ask(limited("a.example.", 30'000ms), patient.listener());
@@ -317,8 +326,8 @@ TEST(shared_asker, who_has_more_time_is_asked_for_again) {
 // The servers' own silence is everybody's.
 TEST(shared_asker, a_silence_within_the_limit_is_for_all) {
     scripted_asker behind;
-    dns_sources::shared_asker shared(behind);
     heard all;
+    dns_sources::shared_asker shared(behind);
     shared.ask(limited("a.example.", 30'000ms), all.listener());
     shared.ask(limited("a.example.", 60'000ms), all.listener());
     behind.tell(0, answer_of_status(timed_out));
@@ -339,6 +348,103 @@ TEST(shared_asker, an_end_leaves_nobody_waiting) {
     behind.tell(0, found({"A 192.0.2.1"}));
     EXPECT_EQ(all.wait(3)[2], answer_of_status(status_missing));
     EXPECT_EQ(all.count(), 3u);
+}
+
+// --- live_asker ---
+
+TEST(live_asker, before_it_begins_everything_is_missing) {
+    heard all;
+    dns_sources::live_asker live;
+    live.ask(ask_for("a.example."), all.listener());
+    EXPECT_EQ(all.wait(1)[0], answer_of_status(status_missing));
+}
+
+TEST(live_asker, a_name_that_is_no_server) {
+    dns_sources::live_asker live("nowhere");
+    const uint32_t why = live.start();
+    EXPECT_TRUE(why == 87 || why == 50) << why << " (50: Windows)";
+}
+
+// With a stand-in for the system each question has a thread, as on Windows.
+TEST(live_asker, asks_the_system) {
+    platform::set_dns_stand_in(
+        [](const char *, uint16_t, uint32_t, platform::dns_record **) { return nxdomain; });
+    heard all;
+    {
+        dns_sources::live_asker live;
+        ASSERT_EQ(live.start(), 0u);
+        for (int i = 0; i < 100; ++i) {
+            live.ask(over_tcp("a.example."), all.listener());
+        }
+        for (const answer &got : all.wait(100)) {
+            EXPECT_EQ(got.status, nxdomain);
+        }
+    }
+    platform::set_dns_stand_in(nullptr);
+}
+
+// A server that takes connections and never says anything.
+class silent_server {
+  public:
+    silent_server() {
+        skipped_ = platform::listen_loopback("127.0.0.1", 0, &listener_) != 0;
+    }
+    ~silent_server() {
+        platform::socket_close(listener_);
+    }
+    bool is_there() const {
+        return !skipped_;
+    }
+    std::string name() const {
+        return "127.0.0.1:" + std::to_string(platform::listening_port(listener_));
+    }
+
+  private:
+    platform::socket_handle listener_ = platform::invalid_socket;
+    bool skipped_ = false;
+};
+
+// Nobody waits for the questions' own time.
+TEST(live_asker, an_end_ends_what_is_on_its_way) {
+    const silent_server server;
+    if (!server.is_there()) {
+        GTEST_SKIP() << "Linux only";
+    }
+    heard all;
+    const auto began = std::chrono::steady_clock::now();
+    {
+        dns_sources::live_asker live(server.name(), 2000);
+        ASSERT_EQ(live.start(), 0u);
+        for (int i = 0; i < 5000; ++i) {
+            live.ask(over_tcp(std::to_string(i) + ".example."), all.listener());
+        }
+        std::this_thread::sleep_for(100ms);
+        EXPECT_EQ(all.count(), 0u);
+    }
+    const std::vector<answer> answers = all.wait(5000);
+    EXPECT_EQ(answers.size(), 5000u) << "each is told once";
+    EXPECT_EQ(answers.front(), answer_of_status(status_missing));
+    EXPECT_LT(std::chrono::steady_clock::now() - began, 3s) << "as long as each would take";
+}
+
+TEST(live_asker, limits_count_for_those_that_wait_as_well) {
+    const silent_server server;
+    if (!server.is_there()) {
+        GTEST_SKIP() << "Linux only";
+    }
+    heard all;
+    dns_sources::live_asker live(server.name(), 10);
+    ASSERT_EQ(live.start(), 0u);
+    const auto began = std::chrono::steady_clock::now();
+    for (int i = 0; i < 1000; ++i) {
+        question asked = over_tcp(std::to_string(i) + ".example.");
+        asked.limit = 200ms;
+        live.ask(asked, all.listener());
+    }
+    for (const answer &got : all.wait(1000)) {
+        EXPECT_EQ(got.status, timed_out);
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - began, 3s);
 }
 
 // --- all of them ---

@@ -75,6 +75,20 @@ TEST_F(frozen_table, answers_as_the_file) {
     EXPECT_EQ(all("", "a@one.example")[0], '0');
 }
 
+// A walk over the bytes takes them in pieces of 16 KiB.
+TEST_F(frozen_table, of_several_pieces_answers_as_the_file) {
+    std::string table;
+    for (int i = 1; i <= 3000; ++i) {
+        table += "host" + std::to_string(i) + ".example\tx\n";
+    }
+    ASSERT_GT(table.size(), 3u * 16384);
+    for (const int i : {1, 800, 1600, 2900, 3000}) {
+        const std::string address = "a@host" + std::to_string(i) + ".example";
+        EXPECT_NE(all(table, address).find("line=" + std::to_string(i)), std::string::npos);
+    }
+    EXPECT_EQ(all(table, "a@host3001.example")[0], '0');
+}
+
 TEST_F(frozen_table, of_random_lines_answers_as_the_file) {
     std::mt19937 random(20261122);
     const auto some = [&random](std::initializer_list<const char *> from) {

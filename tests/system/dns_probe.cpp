@@ -8,10 +8,15 @@
 //   client SERVER               dns_client_open, "-" for the system's: its status
 //   limit MILLISECONDS          dns_client_limit
 //   sleep MILLISECONDS
+//   ahead NAME TYPE             as `details` with option 2, asked on a channel that stays open
+//   burst COUNT NAME LIMIT      asks for the A records of "0.NAME" and so on all at once on a
+//                               channel of its own (LIMIT milliseconds each, -1 for none): "STATUS
+//                               tries TRIES: COUNT" for each outcome, and "longest MILLISECONDS"
 //   exists NAME OPTION          vc_resolv_A
 //   domain NAME OPTION          vc_has_a_or_mx
 //   ptr ADDRESS OPTION FIRST    vc_lookup_reverse_dns: the code and the names
 //   rbl ADDRESS ZONE OPTION     is_rbl_hit
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -21,6 +26,7 @@
 
 #include "hook_table.h"
 #include "platform/dns.h"
+#include "platform/dns_channel.h"
 #include "platform/file.h"
 #include "rbl_host_lookup.h"
 #include "smtp_state.h"
@@ -67,21 +73,86 @@ void sleep(arguments given) {
     std::printf("ok");
 }
 
-void details(arguments given) {
+void print_details(uint32_t status, const platform::dns_details &known) {
     static constexpr const char *transports[] = {"unknown", "udp", "tcp"};
-    platform::dns_record *records = nullptr;
-    platform::dns_details known;
-    const uint32_t status =
-        platform::dns_client_query(client, given[0], to_number<uint16_t>(given[1]),
-                                   to_number<uint32_t>(given[2]), &records, &known);
     std::printf("%u %d %s %s %u %s", status, known.response_code,
                 *known.server ? known.server : "-", transports[static_cast<int>(known.transport)],
                 known.tries, known.microseconds > 0 ? "timed" : "untimed");
     for (const platform::dns_detail_record *one = known.records; one; one = one->next) {
         std::printf(" [%s]", one->text);
     }
+}
+
+void details(arguments given) {
+    platform::dns_record *records = nullptr;
+    platform::dns_details known;
+    const uint32_t status =
+        platform::dns_client_query(client, given[0], to_number<uint16_t>(given[1]),
+                                   to_number<uint32_t>(given[2]), &records, &known);
+    print_details(status, known);
     platform::dns_release(records);
     platform::dns_details_clear(&known);
+}
+
+// --- many at once ---
+
+platform::dns_channel *channel;
+unsigned told;
+std::map<std::string, int> outcomes;
+int64_t longest;
+
+void print_outcome(void *, void *, uint32_t status, const platform::dns_record *,
+                   const platform::dns_details *known) {
+    print_details(status, *known);
+    ++told;
+}
+
+void ahead(arguments given) {
+    if (!channel) {
+        const uint32_t error =
+            platform::dns_channel_open(nullptr, print_outcome, nullptr, &channel);
+        if (error) {
+            std::printf("%u no channel", error);
+            return;
+        }
+    }
+    told = 0;
+    platform::dns_channel_ask(channel, given[0], to_number<uint16_t>(given[1]), -1, nullptr);
+    while (told == 0) {
+        platform::dns_channel_work(channel, 1000);
+    }
+}
+
+void count_outcome(void *, void *, uint32_t status, const platform::dns_record *,
+                   const platform::dns_details *known) {
+    ++outcomes[std::to_string(status) + " tries " + std::to_string(known->tries)];
+    longest = std::max(longest, known->microseconds / 1000);
+    ++told;
+}
+
+void burst(arguments given) {
+    const auto count = to_number<unsigned>(given[0]);
+    const auto limit = static_cast<int64_t>(std::strtol(given[2], nullptr, 10));
+    platform::dns_channel *own = nullptr;
+    if (const uint32_t error = platform::dns_channel_open(nullptr, count_outcome, nullptr, &own)) {
+        std::printf("%u no channel", error);
+        return;
+    }
+    told = 0;
+    longest = 0;
+    outcomes.clear();
+    for (unsigned i = 0; i < count; ++i) {
+        const std::string name = std::to_string(i) + "." + given[1];
+        platform::dns_channel_ask(own, name.c_str(), platform::dns_type_a, limit, nullptr);
+    }
+    while (told < count) {
+        platform::dns_channel_work(own, 1000);
+    }
+    for (const auto &[outcome, times] : outcomes) {
+        std::printf("%s: %d, ", outcome.c_str(), times);
+    }
+    std::printf("longest %d", static_cast<int>(longest));
+    platform::dns_channel_close(own);
 }
 
 void exists(arguments given) {
@@ -117,15 +188,10 @@ struct question {
 
 int run(int argc, char **argv) {
     const std::map<std::string, question> questions = {
-        {"query", {3, query}},
-        {"exists", {2, exists}},
-        {"domain", {2, domain}},
-        {"ptr", {3, ptr}},
-        {"rbl", {3, rbl}},
-        {"details", {3, details}},
-        {"client", {1, open_client}},
-        {"limit", {1, limit}},
-        {"sleep", {1, sleep}},
+        {"query", {3, query}}, {"exists", {2, exists}}, {"domain", {2, domain}},
+        {"ptr", {3, ptr}},     {"rbl", {3, rbl}},       {"details", {3, details}},
+        {"ahead", {2, ahead}}, {"burst", {3, burst}},   {"client", {1, open_client}},
+        {"limit", {1, limit}}, {"sleep", {1, sleep}},
     };
     platform::prepare_standard_streams();
     for (int i = 1; i < argc;) {
@@ -139,6 +205,7 @@ int run(int argc, char **argv) {
         i += 1 + found->second.argument_count;
     }
     platform::dns_client_close(client);
+    platform::dns_channel_close(channel);
     return 0;
 }
 
