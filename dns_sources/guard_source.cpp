@@ -1,7 +1,5 @@
 #include "guard_source.h"
 
-#include <algorithm>
-
 namespace quillfence::dns_sources {
 
 namespace {
@@ -65,7 +63,7 @@ bool answer_guard::asks_block_list(const question &asked) const {
            zones_.contains(block_list_zone(asked.name));
 }
 
-void answer_guard::check(const question &asked, answer *got) {
+void answer_guard::check(const question &asked, answer *got) const {
     if (choice_.refusals && got->status == platform::dns_status_refused) {
         got->status = status_refusal;
         ++refusals_;

@@ -3,7 +3,9 @@
 #pragma once
 
 #include <atomic>
+#include <optional>
 #include <set>
+#include <utility>
 
 #include "source.h"
 
@@ -17,13 +19,14 @@ struct guard_choice {
     bool refusals = true;
 };
 
+// What looks at the answers, for any number of sources, askers and threads at once.
 class answer_guard {
   public:
     // block_lists are the zones of DNS block lists, with final dot or without.
     explicit answer_guard(const std::vector<std::string> &block_lists, guard_choice choice = {});
 
-    // Called by several threads at once.
-    void check(const question &asked, answer *got);
+    // Makes the answer what the engine shall see.
+    void check(const question &asked, answer *got) const;
 
     // How often the guard stepped in.
     uint64_t no_listings() const {
@@ -38,16 +41,18 @@ class answer_guard {
 
     guard_choice choice_;
     std::set<std::string> zones_;
-    std::atomic<uint64_t> no_listings_ = 0;
-    std::atomic<uint64_t> refusals_ = 0;
+    mutable std::atomic<uint64_t> no_listings_ = 0;
+    mutable std::atomic<uint64_t> refusals_ = 0;
 };
 
 class guard_source : public source {
   public:
-    // Borrows the source; the rest as above.
+    // Borrows the source and the guard.
+    guard_source(source &next, const answer_guard &guard) : next_(next), guard_(guard) {}
+    // Borrows the source; the guard is its own.
     guard_source(source &next, const std::vector<std::string> &block_lists,
                  guard_choice choice = {})
-        : next_(next), guard_(block_lists, choice) {}
+        : next_(next), own_(std::in_place, block_lists, choice), guard_(*own_) {}
 
     answer ask(const question &asked) override;
 
@@ -60,7 +65,8 @@ class guard_source : public source {
 
   private:
     source &next_;
-    answer_guard guard_;
+    const std::optional<answer_guard> own_;
+    const answer_guard &guard_;
 };
 
 // The zone of a name that begins with the four numbers of an address in reverse; "" for others. In

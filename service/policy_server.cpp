@@ -77,11 +77,10 @@ void policy_server::take_turn(listeners &from) {
     }
     for (const shared &one : attention_->take()) {
         if (connections_.count(one.get())) {
-            serve(one, false);
+            serve(one, is_ending_); // what has come by then counts
         }
     }
     ended_.clear();
-    look_at_signals();
     if (stop_ && !is_ending_) {
         begin_to_end(from);
     }
@@ -120,6 +119,10 @@ int policy_server::patience() const {
 }
 
 void policy_server::look(const watched_event &event) {
+    if (event.tag == &signals_tag) {
+        look_at_signals();
+        return;
+    }
     const auto found = connections_.find(event.tag);
     if (found != connections_.end()) {
         const shared one = found->second;
@@ -233,7 +236,7 @@ void policy_server::wait_for(const shared &one, connection_state what) {
         return;
     case connection_state::answer:
     case connection_state::busy:
-        if (what == connection_state::busy || is_ending_) {
+        if (what == connection_state::busy || !one->is_watched || is_ending_) {
             wait_for_answer(one);
         }
         return;

@@ -92,6 +92,9 @@ struct test_case {
 //   expectation that checks nothing is worse than none.
 // Elsewhere unknown members are passed over, as a later program may add some; those of the
 // transaction that are not ours are no facts.
+//
+// A decision record, as a log or a batch run has it, is a short case as well: its transaction, its
+// DNS answers and its user_dir. What was decided is not expected.
 std::optional<test_case> read_case(std::string_view text, json_problem *problem,
                                    const json_limits &limits = {});
 

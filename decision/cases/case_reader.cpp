@@ -6,6 +6,7 @@
 #include "case_members.h"
 #include "expectation_members.h"
 #include "member_reading.h"
+#include "record_reader.h"
 
 namespace quillfence::decision {
 
@@ -385,11 +386,42 @@ static void check_texts(reading &in, const test_case &made) {
     check_answers(in, "folders", made.server.folders);
 }
 
+// --- a decision record ---
+
+static bool is_record(const json_document &document) {
+    const uint32_t schema = document.member(0, "schema");
+    return schema && document[schema].text.starts_with("quillfence.decision/");
+}
+
+// What a short case has; the rest is what came of it.
+static std::optional<test_case> case_of_record(const json_document &document,
+                                               json_problem *problem) {
+    std::optional<decision_record> record = read_record(document, problem);
+    if (!record) {
+        return std::nullopt;
+    }
+    test_case made;
+    made.record.id = std::move(record->id);
+    made.record.time = std::move(record->time);
+    made.record.config.user_dir = std::move(record->config.user_dir);
+    made.record.transaction = std::move(record->transaction);
+    made.record.extra = std::move(record->extra);
+    made.record.dns = std::move(record->dns);
+    reading in{document, problem};
+    check_texts(in, made);
+    return in.failed() ? std::nullopt : std::optional(std::move(made));
+}
+
+// --- either ---
+
 std::optional<test_case> read_case(std::string_view text, json_problem *problem,
                                    const json_limits &limits) {
     const json_document document(text, problem, limits);
     if (document.empty()) {
         return std::nullopt;
+    }
+    if (is_record(document)) {
+        return case_of_record(document, problem);
     }
     reading in{document, problem};
     test_case made;

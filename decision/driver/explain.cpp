@@ -98,7 +98,7 @@ using json = std::unique_ptr<vc_json, json_deleter>;
 class driver {
   public:
     driver(const transaction &what, const explain_options &with, explain_result &to)
-        : options(with), record(to.record), told(to.record, &to.server, with),
+        : options(with), record(to.record), judged(to.judged), told(to.record, &to.server, with),
           missing(missing_facts(what)), context{.evidence = told.sink(),
                                                 .dns = with.dns,
                                                 .configuration = with.configuration,
@@ -198,7 +198,7 @@ class driver {
 
     void decide() {
         const char *why = nullptr;
-        const session state = complete(phase::completion, &why);
+        session state = complete(phase::completion, &why);
         if (!state) {
             undecided(decided_by::error, why);
             return;
@@ -206,6 +206,9 @@ class driver {
         keep_facts(state.get());
         if (!phase_failed()) {
             take_steps(state.get());
+        }
+        if (options.keep_session) {
+            judged = std::move(state);
         }
         if (!told.knows_enabled_rules()) {
             const session other = complete_again();
@@ -507,6 +510,7 @@ class driver {
 
     const explain_options &options;
     decision_record &record;
+    session &judged;
     collector told;
     fact_set missing;
     std::optional<answer_rows> given;
@@ -520,6 +524,7 @@ void explain(const transaction &what, const explain_options &options,
              explain_result *result) noexcept {
     empty_record(&result->record);
     result->server = {};
+    result->judged.reset();
     try {
         result->failed = driver(what, options, *result).run();
     } catch (const std::bad_alloc &) {

@@ -7,11 +7,13 @@
 // The engine must have been started (quillfence_init). Several threads may explain at once.
 #pragma once
 
+#include <memory>
 #include <string>
 
 #include "call_context.h"
 #include "decision_record.h"
 #include "server_answers.h"
+#include "session_deleter.h"
 
 namespace quillfence::decision {
 
@@ -38,7 +40,8 @@ struct explain_options {
     const left_out_entry *left_out = nullptr;     // likewise; borrowed
     const server_answers *server = nullptr;       // another mail server's; null: this system's
     bool capture = false; // for a case: what the server answered, and the digests of large files
-    std::string id{};     // handed through
+    bool keep_session = false; // for the engine's journal
+    std::string id{};          // handed through
     std::string time{};
 };
 
@@ -49,6 +52,8 @@ struct explain_result {
     // With capture: what was asked of the registry, the address map and the mailboxes' folders.
     // What could not be looked at is not among it.
     server_answers server{};
+    // With keep_session: the session as the decision left it; null when there was none.
+    std::unique_ptr<smtp_state, session_deleter> judged{};
 };
 
 // Throws nothing. ERROR lines of the engine go into the record, and to the process's log function

@@ -5,15 +5,10 @@
 
 #include "decision_record.h"
 #include "rule_facts.h"
-#include "smtp_state.h"
+#include "session_deleter.h"
 
 namespace quillfence::decision {
 
-struct session_deleter {
-    void operator()(smtp_state *state) const {
-        free_smtp_state(state);
-    }
-};
 using session = std::unique_ptr<smtp_state, session_deleter>;
 
 // The session, not completed yet. A fact that is missing is absent in it, or "unknown". Null when

@@ -314,12 +314,24 @@ static void make_forms(loading *l, const char *user_dir, const char *domain_tabl
 
 // --- the whole ---
 
-static void compare_again(loading *l) {
-    for (size_t i = 0; i < l->files->row_count && !l->failed; ++i) {
-        if (!__is_as_frozen(&l->files->rows[i])) {
-            note_change(l, l->files->rows[i].path);
+// The first path that is not what was read any more; null for none.
+static const char *changed_path(const frozen_files *files) {
+    for (size_t i = 0; i < files->row_count; ++i) {
+        if (!__is_as_frozen(&files->rows[i])) {
+            return files->rows[i].path;
         }
     }
+    return nullptr;
+}
+
+static void compare_again(loading *l) {
+    if (const char *const path = changed_path(l->files)) {
+        note_change(l, path);
+    }
+}
+
+int snapshot_is_current(const frozen_files *files) {
+    return changed_path(files) == nullptr;
 }
 
 static void index_rows(loading *l) {

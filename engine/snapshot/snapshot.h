@@ -45,6 +45,9 @@ struct snapshot_report {
 // report.
 frozen_files *snapshot_load(const char *user_dir, snapshot_report *report);
 
+// Whether every file is still what was read: all of them are read once more. 1 or 0.
+int snapshot_is_current(const frozen_files *files);
+
 // How much memory it takes, in bytes.
 uint64_t snapshot_size(const frozen_files *files);
 

@@ -24,6 +24,7 @@
 namespace quillfence::platform {
 
 static constexpr mode_t new_file_mode = 0666; // less the process's umask
+static constexpr mode_t owners_file_mode = 0600;
 
 // The descriptor of a handle; -1, which every call refuses, for a number that is none.
 static int descriptor_of(file_handle file) {
@@ -232,23 +233,23 @@ static void keep_new_case(const system_path &old_name, const char *to, system_pa
 
 // open() that waits for nobody at the other end of a pipe. A file that somebody else holds a lease
 // of, as Samba does, is waited for.
-static int open_at_once(const char *path, int flags) {
-    const int descriptor = open(path, flags | O_NONBLOCK, new_file_mode);
+static int open_at_once(const char *path, int flags, mode_t mode) {
+    const int descriptor = open(path, flags | O_NONBLOCK, mode);
     struct stat found;
     if (descriptor < 0 && errno == EWOULDBLOCK && stat(path, &found) == 0 &&
         S_ISREG(found.st_mode)) {
-        return open(path, flags, new_file_mode);
+        return open(path, flags, mode);
     }
     return descriptor;
 }
 
 // Below a drive a file is never made beside one whose name differs in letter case alone: it is
 // looked for before it is made.
-static uint32_t open_path(system_path *path, int flags, int *descriptor) {
+static uint32_t open_path(system_path *path, int flags, mode_t mode, int *descriptor) {
     const auto open_with = [&](int chosen) {
         const bool reads = (chosen & O_ACCMODE) == O_RDONLY;
         *descriptor =
-            reads ? open_at_once(path->text, chosen) : open(path->text, chosen, new_file_mode);
+            reads ? open_at_once(path->text, chosen, mode) : open(path->text, chosen, mode);
         return *descriptor;
     };
     const bool creates = flags & O_CREAT;
@@ -275,8 +276,9 @@ uint32_t file_open(const char *path, file_options options, file_handle *opened) 
     const bool writes = options.write || options.when == disposition::create_always;
     const int access = options.append ? O_WRONLY | O_APPEND : writes ? O_RDWR : O_RDONLY;
     const int flags = access | creation_flags(options.when) | O_CLOEXEC | O_NOCTTY;
+    const mode_t mode = options.of_owner ? owners_file_mode : new_file_mode;
     int descriptor = -1;
-    if (const uint32_t failure = open_path(&resolved, flags, &descriptor)) {
+    if (const uint32_t failure = open_path(&resolved, flags, mode, &descriptor)) {
         return failure;
     }
     if (const uint32_t failure = finish_open(descriptor, options)) {
@@ -476,6 +478,29 @@ uint32_t path_attributes(const char *path, uint32_t *attributes) {
     return error_none;
 }
 
+static int64_t nanoseconds_of(const timespec &moment) {
+    return int64_t{moment.tv_sec} * 1'000'000'000 + moment.tv_nsec;
+}
+
+uint32_t path_stamp_of(const char *path, path_stamp *stamp) {
+    *stamp = {};
+    system_path resolved;
+    if (const uint32_t failure = begin_path_call("path_stamp_of", path, &resolved)) {
+        return failure;
+    }
+    struct stat found;
+    if (const uint32_t failure =
+            call_with_path(&resolved, [&] { return stat(resolved.text, &found); })) {
+        return failure;
+    }
+    *stamp = {.volume = found.st_dev,
+              .file = found.st_ino,
+              .size = static_cast<uint64_t>(found.st_size),
+              .written = nanoseconds_of(found.st_mtim),
+              .changed = nanoseconds_of(found.st_ctim)};
+    return error_none;
+}
+
 uint32_t path_copy(const char *source, const char *destination) {
     system_path from;
     system_path to;
@@ -561,7 +586,7 @@ static FILE *reading_stream(int descriptor) {
 
 static FILE *open_reading_stream(system_path *path) {
     int descriptor = -1;
-    return open_path(path, O_RDONLY | O_CLOEXEC | O_NOCTTY, &descriptor)
+    return open_path(path, O_RDONLY | O_CLOEXEC | O_NOCTTY, 0, &descriptor)
                ? nullptr
                : reading_stream(descriptor);
 }

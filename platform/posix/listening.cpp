@@ -52,6 +52,7 @@ void socket_close(socket_handle socket) {
 
 // --- a Unix socket ------------------------------------------------------------------------------
 
+// What bind() and connect() take.
 static const sockaddr *generic(const sockaddr_un &address) {
     return reinterpret_cast<const sockaddr *>(&address);
 }
@@ -237,6 +238,10 @@ static bool parse_address(const char *text, uint16_t port, any_address *address)
     return false;
 }
 
+static socklen_t size_of(const any_address &address) {
+    return address.generic.sa_family == AF_INET ? sizeof address.ipv4 : sizeof address.ipv6;
+}
+
 bool is_loopback(const char *address) {
     any_address parsed;
     return parse_address(address, 0, &parsed) && is_loopback_address(parsed);
@@ -245,9 +250,8 @@ bool is_loopback(const char *address) {
 static uint32_t bind_loopback(int descriptor, const any_address &address) {
     const int on = 1;
     setsockopt(descriptor, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    const bool is_ipv4 = address.generic.sa_family == AF_INET;
-    const socklen_t size = is_ipv4 ? sizeof address.ipv4 : sizeof address.ipv6;
-    if (bind(descriptor, &address.generic, size) != 0 || listen(descriptor, SOMAXCONN) != 0) {
+    if (bind(descriptor, &address.generic, size_of(address)) != 0 ||
+        listen(descriptor, SOMAXCONN) != 0) {
         return error_of_socket(errno);
     }
     return error_none;
@@ -288,6 +292,39 @@ uint16_t listening_port(socket_handle listener) {
     default:
         return 0;
     }
+}
+
+// The system's own part of the way is waited for.
+static uint32_t connect_to(const sockaddr *address, socklen_t size, socket_handle *connected) {
+    *connected = invalid_socket;
+    const int descriptor = socket(address->sa_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (descriptor < 0) {
+        return error_of_socket(errno);
+    }
+    if (uninterrupted([&] { return connect(descriptor, address, size); }) != 0 ||
+        fcntl(descriptor, F_SETFL, O_NONBLOCK) != 0) {
+        const int number = errno;
+        close(descriptor);
+        return error_of_socket(number);
+    }
+    *connected = descriptor;
+    return error_none;
+}
+
+uint32_t connect_local(const char *path, socket_handle *connected) {
+    sockaddr_un address;
+    *connected = invalid_socket;
+    return local_address(path, &address) ? connect_to(generic(address), sizeof address, connected)
+                                         : error_filename_too_long;
+}
+
+uint32_t connect_loopback(const char *address, uint16_t port, socket_handle *connected) {
+    any_address parsed;
+    *connected = invalid_socket;
+    if (!parse_address(address, port, &parsed) || !is_loopback_address(parsed)) {
+        return error_invalid_parameter;
+    }
+    return connect_to(&parsed.generic, size_of(parsed), connected);
 }
 
 // --- sockets of the service manager -------------------------------------------------------------

@@ -38,7 +38,7 @@ static DWORD creation_of(disposition when) {
 static bool identity_of(const char *path, BY_HANDLE_FILE_INFORMATION *facts) {
     const HANDLE opened =
         CreateFileA(path, 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                    OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+                    OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
     if (opened == INVALID_HANDLE_VALUE) {
         return false;
     }
@@ -331,6 +331,33 @@ uint32_t path_attributes(const char *path, uint32_t *attributes) {
         return error_unless(FALSE);
     }
     *attributes = found & FILE_ATTRIBUTE_DIRECTORY ? attribute_directory : attribute_normal;
+    return error_none;
+}
+
+static uint64_t joined_halves(DWORD high, DWORD low) {
+    return uint64_t{high} << 32 | low;
+}
+
+static int64_t ticks_of(const FILETIME &moment) {
+    return static_cast<int64_t>(joined_halves(moment.dwHighDateTime, moment.dwLowDateTime));
+}
+
+uint32_t path_stamp_of(const char *path, path_stamp *stamp) {
+    *stamp = {};
+    system_path resolved;
+    if (const uint32_t failure = begin_path_call("path_stamp_of", path, &resolved)) {
+        return failure;
+    }
+    BY_HANDLE_FILE_INFORMATION facts;
+    if (!identity_of(resolved.text, &facts)) {
+        return error_unless(FALSE);
+    }
+    // When rights change is not told here.
+    *stamp = {.volume = facts.dwVolumeSerialNumber,
+              .file = joined_halves(facts.nFileIndexHigh, facts.nFileIndexLow),
+              .size = joined_halves(facts.nFileSizeHigh, facts.nFileSizeLow),
+              .written = ticks_of(facts.ftLastWriteTime),
+              .changed = ticks_of(facts.ftCreationTime)};
     return error_none;
 }
 

@@ -2,8 +2,12 @@
 #include <charconv>
 #include <chrono>
 #include <cmath>
+#include <condition_variable>
 #include <iostream>
+#include <mutex>
+#include <new>
 #include <optional>
+#include <thread>
 
 #include "event.h"
 #include "explain.h"
@@ -17,6 +21,7 @@
 #include "policy_stream.h"
 #include "policyd_check.h"
 #include "policyd_command.h"
+#include "policyd_judgement.h"
 #include "service_metrics.h"
 #include "stream_run.h"
 #include "text.h"
@@ -80,13 +85,87 @@ static std::string reloading() {
 
 // --- requests -----------------------------------------------------------------------------------
 
-static void judge(const std::string &, const std::function<void(std::string_view)> &answer) {
-    answer("action=DUNNO\n\n");
+namespace {
+
+// What the service judges with, and what it tells of that. It begins anew on a thread of its own,
+// since a large configuration takes a while to be read and nobody shall wait for it.
+class judging {
+  public:
+    explicit judging(const policyd_arguments &arguments);
+    ~judging();
+    judging(const judging &) = delete;
+    judging &operator=(const judging &) = delete;
+
+    service::request_handler handler() {
+        return [this](std::string request, std::function<void(std::string_view)> answer) {
+            judgement_.judge(std::move(request), std::move(answer));
+        };
+    }
+    std::function<void(service::connection_event)> counter() {
+        return [this](service::connection_event what) { metrics_.connection(what); };
+    }
+    void begin_anew() {
+        const std::lock_guard guard(lock_);
+        anew_ = true;
+        wanted_.notify_one();
+    }
+
+  private:
+    void keep_metrics(const std::string &path);
+    void begin_anew_when_asked();
+
+    service::service_metrics metrics_{decision::this_build()};
+    policyd_judgement judgement_;
+    std::optional<service::metrics_file> metrics_file_;
+
+    std::mutex lock_; // of what follows
+    std::condition_variable wanted_;
+    bool anew_ = false;
+    bool ends_ = false;
+    std::thread thread_; // behind all that it uses
+};
+
+} // namespace
+
+judging::judging(const policyd_arguments &arguments) : judgement_(arguments, &metrics_) {
+    if (!arguments.metrics.empty()) {
+        keep_metrics(arguments.metrics);
+    }
+    thread_ = std::thread([this] { begin_anew_when_asked(); });
 }
 
-static void reopen() {
-    tell_manager(reloading());
-    tell_manager("READY=1");
+judging::~judging() {
+    {
+        const std::lock_guard guard(lock_);
+        ends_ = true;
+        wanted_.notify_one();
+    }
+    thread_.join();
+}
+
+void judging::keep_metrics(const std::string &path) {
+    metrics_file_.emplace(path, metrics_, [](bool is_trouble, std::string_view text) {
+        tell(is_trouble ? event_severity::error : event_severity::notice, text);
+    });
+}
+
+void judging::begin_anew_when_asked() {
+    for (std::unique_lock guard(lock_);;) {
+        wanted_.wait(guard, [this] { return anew_ || ends_; });
+        if (ends_) {
+            return;
+        }
+        anew_ = false;
+        guard.unlock();
+        tell_manager(reloading());
+        try {
+            judgement_.begin_anew();
+        } catch (const std::bad_alloc &) {
+            tell(event_severity::error, "There is no memory to begin anew");
+        }
+        tell_manager("READY=1");
+        guard.lock();
+    }
 }
 
 // --- the run ------------------------------------------------------------------------------------
@@ -121,55 +200,51 @@ static service::policy_server_options options_of(const policyd_arguments &argume
     service::policy_server_options options;
     options.connections = arguments.connections;
     options.idle = std::chrono::milliseconds(std::llround(arguments.idle * 1000));
+    // What is being judged is answered by its deadline.
+    options.ending = std::chrono::milliseconds(std::llround(arguments.deadline * 1000)) +
+                     std::chrono::seconds(2);
     options.ready = [] { tell_manager("READY=1"); };
     options.stopping = [] { tell_manager("STOPPING=1"); };
-    options.reopen = reopen;
     return options;
 }
 
-// Descriptors for the connections, and for everything else.
+// Descriptors for the connections, and for everything else: at least some, better many.
 static void allow_descriptors(uint64_t connections) {
-    constexpr size_t besides = 200;
-    const size_t allowed = platform::allow_descriptors(connections + besides);
-    if (allowed < connections + besides) {
+    constexpr size_t needed = 200;
+    constexpr size_t better = 1000;
+    const size_t allowed = platform::allow_descriptors(connections + better);
+    if (allowed < connections + needed) {
         throw failure("--connections " + std::to_string(connections) +
                       ": the system allows this process only " + std::to_string(allowed) +
                       " open files (ulimit -n, LimitNOFILE=)");
     }
 }
 
-// None when no file is asked for.
-static std::optional<service::metrics_file> kept_metrics(const policyd_arguments &arguments,
-                                                         const service::service_metrics &metrics) {
-    if (arguments.metrics.empty()) {
-        return std::nullopt;
-    }
-    return std::optional<service::metrics_file>(
-        std::in_place, arguments.metrics, metrics, [](bool is_trouble, std::string_view text) {
-            tell(is_trouble ? event_severity::error : event_severity::notice, text);
-        });
-}
-
+// The sockets are opened first: what is wrong with them is told at once, and whoever connects waits
+// until the configuration has been read.
 static exit_status serve_sockets(const policyd_arguments &arguments) {
     allow_descriptors(arguments.connections);
     service::listeners all;
     open_all(arguments, &all);
-    service::service_metrics metrics(decision::this_build());
-    const auto metrics_file = kept_metrics(arguments, metrics);
+    judging with(arguments);
     service::policy_server_options options = options_of(arguments);
-    options.count = [&metrics](service::connection_event what) { metrics.connection(what); };
-    service::policy_server server(options, judge);
+    options.reopen = [&with] { with.begin_anew(); };
+    options.count = with.counter();
+    service::policy_server server(options, with.handler());
     if (const uint32_t error = server.run(all)) {
         throw failure("connections can't be waited for: " + data_files::system_text(error));
     }
     return exit_status::done;
 }
 
-static exit_status serve_standard_streams() {
+static exit_status serve_standard_streams(const policyd_arguments &arguments) {
     using service::stream_end;
+    judging with(arguments);
+    tell_manager("READY=1");
     uint32_t error = 0;
     const stream_end end = service::serve_stream(
-        platform::file_standard_input(), platform::file_standard_output(), judge, reopen, &error);
+        platform::file_standard_input(), platform::file_standard_output(), with.handler(),
+        [&with] { with.begin_anew(); }, &error);
     switch (end) {
     case stream_end::done:
         return exit_status::done;
@@ -191,7 +266,8 @@ exit_status policyd(const policyd_arguments &arguments) {
     }
     const opened_log log;
     const listening_to_signals signals;
-    return arguments.on_standard_streams ? serve_standard_streams() : serve_sockets(arguments);
+    return arguments.on_standard_streams ? serve_standard_streams(arguments)
+                                         : serve_sockets(arguments);
 }
 
 } // namespace quillfence::programs

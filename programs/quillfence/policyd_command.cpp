@@ -62,7 +62,38 @@ static option_group question_options(policyd_arguments *to) {
          {"--server",
           &to->server,
           "Another DNS server to ask, as in 192.0.2.53 or [2001:db8::53]:5353",
-          {.value = "ADDRESS"}}},
+          {.value = "ADDRESS"}},
+         {"--rbl-any-answer", &to->any_answer_lists,
+          "Any address from a DNS block list is a listing, also one that says it won't answer"},
+         {"--refused-is-missing", &to->refused_is_missing,
+          "REFUSED says that there is no such name, as for the mail server"}},
+    };
+}
+
+static option_group judgement_options(policyd_arguments *to) {
+    return {
+        "The answers",
+        {{"--enforce",
+          &to->enforce,
+          "Refuse what all rules object to, or only what these do; else all mail passes. RULE is "
+          "a rule's name, block_lists or block_rbl_lists",
+          {.value = "RULE,...", .alone = "all"}},
+         {"--warn",
+          &to->warn,
+          "Pass what these rules object to with a warning in the mail server's log",
+          {.value = "RULE,..."}},
+         {"--exempt-action",
+          &to->exempt_action,
+          "DUNNO (the default), or OK: what a whitelist exempts passes all other restrictions",
+          {.value = "ACTION", .check = one_of({"DUNNO", "OK"})}},
+         {"--deadline",
+          &to->deadline,
+          "Answer each request within so long, decided or not (8)",
+          {.value = "SECONDS", .check = between(0.1, 600)}},
+         {"--jobs",
+          &to->jobs,
+          "Judge so many at once; as many as there are processors",
+          {.value = "N", .check = between(1, 256)}}},
     };
 }
 
@@ -74,6 +105,7 @@ static option_group watching_options(policyd_arguments *to) {
           "A decision record for each request, one a line; this or --no-log must be given",
           {.value = "FILE", .excludes = {"--no-log"}}},
          {"--no-log", &to->no_log, "No decision records"},
+         {"--counters", &to->counters, "The engine's own mail log and counters as well"},
          {"--metrics",
           &to->metrics,
           "Counters for Prometheus, every 15 seconds",
@@ -89,7 +121,8 @@ command policyd_command() {
         .name = "policyd",
         .description = "Answer mail servers by Postfix's policy delegation protocol",
         .groups = {connection_options(to.get()), places_options(to.get()),
-                   question_options(to.get()), watching_options(to.get())},
+                   judgement_options(to.get()), question_options(to.get()),
+                   watching_options(to.get())},
         .footer =
             R"(Sockets that systemd has opened need no --listen. SIGHUP reopens the log and
 reads the configuration anew; SIGTERM and SIGINT end it when what is being

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,6 +21,15 @@ struct policyd_arguments {
     configuration_arguments configuration; // without what-if
     std::string dns;                       // "" and "live", or "off"
     std::string server;                    // "" for the system's
+    bool any_answer_lists = false;         // the guards are off: of block lists,
+    bool refused_is_missing = false;       // and of REFUSED
+
+    std::optional<std::string> enforce; // names of rules, or "all"
+    std::string warn;                   // names of rules; "" for none
+    std::string exempt_action = "DUNNO";
+    double deadline = 8; // seconds
+    uint64_t jobs = 0;   // threads that judge; 0: the processors
+    bool counters = false;
 
     std::string log; // the file; "" for none
     bool no_log = false;

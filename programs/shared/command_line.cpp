@@ -103,6 +103,9 @@ static CLI::Option *add_option(CLI::App *app, const option &from, const std::str
     if (with.check) {
         made->check(with.check);
     }
+    if (with.alone) {
+        made->expected(0, 1)->default_str(*with.alone);
+    }
     if (with.values_at_once > 1) {
         made->type_size(with.values_at_once)->expected(1, -1);
     }

@@ -47,6 +47,7 @@ struct option_details {
     std::string value = {};                 // how the help calls the value, as in FILE or yes|no
     std::optional<bool> required = {};      // else what has no dashes is, and nothing that has
     value_check check = {};                 // called for each value
+    std::optional<std::string> alone = {};  // stored when the option stands without a value
     int values_at_once = 0;                 // of a list: exactly so many each time; 0: as many as
                                             // follow
     std::vector<std::string> excludes = {}; // options that can't be given as well

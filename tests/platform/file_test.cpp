@@ -393,6 +393,36 @@ TEST_F(path, attributes) {
     EXPECT_FALSE(drive.exists(missing)) << "asking creates nothing";
 }
 
+// --- path_stamp_of ---
+
+TEST_F(path, stamp_tells_another_file_and_other_bytes) {
+    const auto stamp_of = [](const char *of) {
+        path_stamp stamp{};
+        EXPECT_EQ(path_stamp_of(of, &stamp), error_none);
+        return stamp;
+    };
+    drive.write(file_a, "one");
+    const path_stamp first = stamp_of(file_a);
+    EXPECT_EQ(stamp_of(file_a), first) << "nothing changed";
+    EXPECT_EQ(first.size, 3u);
+    drive.write(file_a, "one, two");
+    const path_stamp longer = stamp_of(file_a);
+    EXPECT_NE(longer, first);
+    EXPECT_EQ(longer.file, first.file) << "written in place";
+    drive.write("c:/quillfence/other", "one, 2nd");
+    EXPECT_EQ(path_replace("c:/quillfence/other", file_a), error_none);
+    EXPECT_NE(stamp_of(file_a).file, longer.file);
+}
+
+TEST_F(path, stamp_of_what_is_no_file) {
+    path_stamp stamp{.volume = 1, .file = 2, .size = 3, .written = 4, .changed = 5};
+    EXPECT_EQ(path_stamp_of(missing, &stamp), error_file_not_found);
+    EXPECT_EQ(stamp, path_stamp{});
+    EXPECT_EQ(path_stamp_of(no_folder, &stamp), error_path_not_found);
+    EXPECT_EQ(path_stamp_of("c:/quillfence", &stamp), error_none) << "a folder has one, too";
+    EXPECT_FALSE(drive.exists(missing)) << "asking creates nothing";
+}
+
 TEST_F(path, copy_makes_or_overwrites) {
     const std::string large(200000, 'x');
     drive.write(file_a, large);

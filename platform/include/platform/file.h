@@ -42,6 +42,8 @@ struct file_options {
                          // so that those of several processes never mix
     bool lock = false;   // no other writing open while this one lives (error 32); on Linux an
                          // advisory lock, which excludes other locked opens alone
+    bool of_owner = false; // when it is made, nobody but its owner may read it; on Windows its
+                           // folder's rights hold
     disposition when = disposition::open_existing;
 };
 
@@ -98,6 +100,19 @@ void file_unmap(file_mapping *mapping);
 
 // One of the two attribute bits. A link is what it points to.
 uint32_t path_attributes(const char *path, uint32_t *attributes);
+
+// What tells that a path leads to another file than before, or that its file holds something else:
+// compared as a whole, and otherwise without a meaning. A link is what it points to.
+struct path_stamp {
+    uint64_t volume;
+    uint64_t file;
+    uint64_t size;
+    int64_t written; // when its bytes last changed
+    int64_t changed; // on Linux also when its name, owner or rights did; on Windows its making
+    bool operator==(const path_stamp &) const = default;
+};
+uint32_t path_stamp_of(const char *path, path_stamp *stamp);
+
 // A copy onto the same file, whatever its other name (a hard link, a link, another spelling), fails
 // with 32 and leaves it alone. On Linux a copy that fails halfway is removed.
 uint32_t path_copy(const char *source, const char *destination); // overwrites

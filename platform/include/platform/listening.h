@@ -56,6 +56,9 @@ uint32_t socket_receive(socket_handle socket, void *bytes, uint32_t size, uint32
 // As much as there is room for. Error 109 or 232 when the other side has gone.
 uint32_t socket_send(socket_handle socket, const void *bytes, uint32_t size, uint32_t *put);
 void socket_close(socket_handle socket); // the invalid one is accepted
+// The other side of a connection, for tests and measurements.
+uint32_t connect_local(const char *path, socket_handle *connected);
+uint32_t connect_loopback(const char *address, uint16_t port, socket_handle *connected);
 
 // --- what the process may have ---
 
