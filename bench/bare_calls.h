@@ -1,12 +1,20 @@
 // System calls with nothing around them, for a benchmark that wants to know what the calls alone
-// cost. The one file outside platform/ that may include an operating system's headers.
+// cost, or that is the other side of a socket. The one file outside platform/ that may include an
+// operating system's headers.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
+#include <arpa/inet.h>
 #include <fcntl.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/epoll.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 namespace quillfence::bare {
@@ -30,6 +38,62 @@ inline bool read_at(int file, void *buffer, size_t size, uint32_t place) {
 }
 inline void close_file(int file) {
     close(file);
+}
+
+// Connected sockets; -1 when nobody listens there.
+inline int connect_to_path(const char *path) {
+    sockaddr_un there{};
+    there.sun_family = AF_UNIX;
+    strncpy(there.sun_path, path, sizeof there.sun_path - 1);
+    const int made = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (connect(made, reinterpret_cast<const sockaddr *>(&there), sizeof there) == 0)
+        return made;
+    close(made);
+    return -1;
+}
+inline int connect_to_port(const char *ipv4, uint16_t port) {
+    sockaddr_in there{};
+    there.sin_family = AF_INET;
+    there.sin_port = htons(port);
+    inet_pton(AF_INET, ipv4, &there.sin_addr);
+    const int made = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const int now = 1; // a request is one piece: nothing to wait for
+    setsockopt(made, IPPROTO_TCP, TCP_NODELAY, &now, sizeof now);
+    if (connect(made, reinterpret_cast<const sockaddr *>(&there), sizeof there) == 0)
+        return made;
+    close(made);
+    return -1;
+}
+inline bool send_all(int socket, const void *bytes, size_t size) {
+    return send(socket, bytes, size, MSG_NOSIGNAL) == static_cast<ssize_t>(size);
+}
+// 0 at the end, below 0 for a failure.
+inline ptrdiff_t receive_some(int socket, void *buffer, size_t size) {
+    return recv(socket, buffer, size, 0);
+}
+
+// Which of many sockets have something to read.
+inline int new_watch() {
+    return epoll_create1(EPOLL_CLOEXEC);
+}
+inline bool watch_for_reading(int watch, int socket, uint32_t name) {
+    epoll_event event{};
+    event.events = EPOLLIN;
+    event.data.u32 = name;
+    return epoll_ctl(watch, EPOLL_CTL_ADD, socket, &event) == 0;
+}
+// The names of those that are readable, after at most this many nanoseconds (below 0: no limit);
+// how many they are, below 0 for a failure.
+template <size_t most>
+inline int wait_for_reading(int watch, uint32_t (&names)[most], int64_t nanoseconds) {
+    epoll_event events[most];
+    const timespec limit = {static_cast<time_t>(nanoseconds / 1'000'000'000),
+                            static_cast<long>(nanoseconds % 1'000'000'000)};
+    const int count =
+        epoll_pwait2(watch, events, most, nanoseconds < 0 ? nullptr : &limit, nullptr);
+    for (int i = 0; i < count; i++)
+        names[i] = events[i].data.u32;
+    return count;
 }
 
 } // namespace quillfence::bare

@@ -3,8 +3,8 @@
 // configuration's DNS block lists. Nothing that a client says becomes one. docs/policyd.md lists
 // the metrics.
 //
-// All functions may be called from any thread. To count a decision costs half a microsecond and takes no
-// lock, but for a zone that is met for the first time.
+// All functions may be called from any thread. To count a decision costs half a microsecond and
+// takes no lock, but for a zone that is met for the first time.
 #pragma once
 
 #include <array>

@@ -1,16 +1,15 @@
 // Questions whose answers come later: each asker by itself, and how they end. Runs under the thread
 // sanitizer, too.
 #include <atomic>
-#include <condition_variable>
 #include <thread>
 
 #include <gtest/gtest.h>
 
 #include "checked_asker.h"
+#include "heard.h"
 #include "live_asker.h"
 #include "memo_asker.h"
 #include "off_source.h"
-#include "platform/listening.h"
 #include "pool_asker.h"
 #include "scripted_source.h"
 #include "shared_asker.h"
@@ -54,43 +53,9 @@ class scripted_asker : public asker {
     std::atomic<size_t> count_ = 0;
 };
 
-// The answers to some questions, in the order in which they came.
-class heard {
-  public:
-    asker::listener listener() {
-        return [this](answer got) {
-            const std::lock_guard guard(lock_);
-            all_.push_back(std::move(got));
-            change_.notify_all();
-        };
-    }
-    size_t count() {
-        const std::lock_guard guard(lock_);
-        return all_.size();
-    }
-    // Waits for so many.
-    std::vector<answer> wait(size_t count) {
-        std::unique_lock guard(lock_);
-        EXPECT_TRUE(change_.wait_for(guard, 30s, [&] { return all_.size() >= count; }))
-            << all_.size();
-        return all_;
-    }
-
-  private:
-    std::mutex lock_;
-    std::condition_variable change_;
-    std::vector<answer> all_;
-};
-
 question limited(const std::string &name, std::chrono::milliseconds limit) {
     question asked = ask_for(name);
     asked.limit = limit;
-    return asked;
-}
-
-question over_tcp(const std::string &name) {
-    question asked = ask_for(name);
-    asked.options = platform::dns_query_tcp_only;
     return asked;
 }
 
@@ -381,70 +346,6 @@ TEST(live_asker, asks_the_system) {
         }
     }
     platform::set_dns_stand_in(nullptr);
-}
-
-// A server that takes connections and never says anything.
-class silent_server {
-  public:
-    silent_server() {
-        skipped_ = platform::listen_loopback("127.0.0.1", 0, &listener_) != 0;
-    }
-    ~silent_server() {
-        platform::socket_close(listener_);
-    }
-    bool is_there() const {
-        return !skipped_;
-    }
-    std::string name() const {
-        return "127.0.0.1:" + std::to_string(platform::listening_port(listener_));
-    }
-
-  private:
-    platform::socket_handle listener_ = platform::invalid_socket;
-    bool skipped_ = false;
-};
-
-// Nobody waits for the questions' own time.
-TEST(live_asker, an_end_ends_what_is_on_its_way) {
-    const silent_server server;
-    if (!server.is_there()) {
-        GTEST_SKIP() << "Linux only";
-    }
-    heard all;
-    const auto began = std::chrono::steady_clock::now();
-    {
-        dns_sources::live_asker live(server.name(), 2000);
-        ASSERT_EQ(live.start(), 0u);
-        for (int i = 0; i < 5000; ++i) {
-            live.ask(over_tcp(std::to_string(i) + ".example."), all.listener());
-        }
-        std::this_thread::sleep_for(100ms);
-        EXPECT_EQ(all.count(), 0u);
-    }
-    const std::vector<answer> answers = all.wait(5000);
-    EXPECT_EQ(answers.size(), 5000u) << "each is told once";
-    EXPECT_EQ(answers.front(), answer_of_status(status_missing));
-    EXPECT_LT(std::chrono::steady_clock::now() - began, 3s) << "as long as each would take";
-}
-
-TEST(live_asker, limits_count_for_those_that_wait_as_well) {
-    const silent_server server;
-    if (!server.is_there()) {
-        GTEST_SKIP() << "Linux only";
-    }
-    heard all;
-    dns_sources::live_asker live(server.name(), 10);
-    ASSERT_EQ(live.start(), 0u);
-    const auto began = std::chrono::steady_clock::now();
-    for (int i = 0; i < 1000; ++i) {
-        question asked = over_tcp(std::to_string(i) + ".example.");
-        asked.limit = 200ms;
-        live.ask(asked, all.listener());
-    }
-    for (const answer &got : all.wait(1000)) {
-        EXPECT_EQ(got.status, timed_out);
-    }
-    EXPECT_LT(std::chrono::steady_clock::now() - began, 3s);
 }
 
 // --- all of them ---

@@ -318,7 +318,7 @@ TEST_F(batch_hits, an_entry_taken_out_changes_what_was_counted_for_it) {
     std::mt19937 random(7);
     uint64_t only = 0;
     uint64_t open = 0;
-    for (int round = 0; round < 8; ++round) {
+    for (int round = 0; round < 5; ++round) {
         const world all = random_world(random);
         const std::vector<transaction> mails = random_mail(random, 24);
         write(all);
@@ -343,8 +343,8 @@ TEST_F(batch_hits, an_entry_taken_out_changes_what_was_counted_for_it) {
             write({{name, entries}});
         }
     }
-    EXPECT_GT(only, 50u) << "or nothing was tried";
-    EXPECT_GT(open, 3u);
+    EXPECT_GT(only, 30u) << "or nothing was tried";
+    EXPECT_GT(open, 0u);
 }
 
 // --- the output ---------------------------------------------------------------------------------

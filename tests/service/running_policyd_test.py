@@ -6,11 +6,12 @@ usage: running_policyd_test.py METRICS_TEXT QUILLFENCE SOURCE
 
 import os
 import re
+import shutil
 import subprocess
 import unittest
 from pathlib import Path
 
-from whole_program import ARGUMENTS, FolderTest, main, unable
+from whole_program import ARGUMENTS, FolderTest, environment, is_sanitized, main, unable
 
 METRICS_TEXT, QUILLFENCE, SOURCE = Path(ARGUMENTS[0]), Path(ARGUMENTS[1]), Path(ARGUMENTS[2])
 CHECKERS = SOURCE / "build/deps/checkers"
@@ -178,6 +179,67 @@ class Units(FolderTest):
         queue = "/var/spool/postfix/"
         self.assertTrue(place.startswith(queue), place)
         self.assertIn(f"unix:{place.removeprefix(queue)}, timeout=10s, default_action=DUNNO", PAGE)
+
+
+REQUEST = """request=smtpd_access_policy
+protocol_state=RCPT
+client_address=192.0.2.1
+helo_name=mail.example.org
+sender=x@spammer.example
+recipient=bob@example.net
+
+"""
+
+
+class SystemCalls(FolderTest):
+    """The unit lets the service make those of some groups; one that is missing would be noticed on
+    the day it is made."""
+
+    def setUp(self):
+        super().setUp()
+        if is_sanitized(QUILLFENCE):
+            self.skipTest("the sanitizer makes calls of its own")
+        if not shutil.which("strace"):
+            self.assertNotEqual(os.environ.get("CI"), "true", "CI=true, but there is no strace")
+            self.skipTest("there is no strace")
+
+    def groups(self):
+        status, said = checked("bin/systemd-analyze", "syscall-filter", "--no-pager")
+        self.assertEqual(status, 0, said)
+        found, group = {}, None
+        for line in said.splitlines():
+            if line.startswith("@"):
+                group = found.setdefault(line.strip(), [])
+            elif line.startswith("    ") and not line.strip().startswith("#"):
+                group.append(line.strip())
+        return found
+
+    def members(self, names, groups):
+        """The calls of groups, and of the groups in them."""
+        calls = set()
+        for name in names:
+            calls |= self.members(groups[name], groups) if name.startswith("@") else {name}
+        return calls
+
+    def allowed(self):
+        groups, calls = self.groups(), set()
+        service = (UNITS / "quillfence-policyd.service").read_text()
+        for sign, names in re.findall(r"^SystemCallFilter=(~?)(.*)$", service, re.MULTILINE):
+            named = self.members(names.split(), groups)
+            calls = calls - named if sign else calls | named
+        return calls
+
+    def test_all_are_let_through(self):
+        traced = subprocess.run(
+            ["strace", "-f", "-o", self.folder / "trace", QUILLFENCE, "policyd", "--stdio", "--log",
+             self.folder / "log", "--metrics", self.folder / "quillfence.prom", "--drive-c",
+             SOURCE / "examples/drive_c", "--server", "127.0.0.1:9", "--deadline", "2", "--enforce"],
+            input=REQUEST, env=environment(), capture_output=True, text=True, timeout=100,
+            check=False)
+        self.assertIn("action=550 5.7.1 ", traced.stdout, traced.stderr)
+        made = set(re.findall(r"^\d+ +(\w+)\(", (self.folder / "trace").read_text(), re.MULTILINE))
+        self.assertGreater(len(made), 20)
+        self.assertEqual(made - self.allowed() - {"execve"}, set())
 
 
 class LogRotation(FolderTest):

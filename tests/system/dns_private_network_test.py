@@ -178,6 +178,35 @@ class LinuxSettings(PrivateNetwork):
                                 "the servers share the limit")
                 self.assertEqual([len(one.asked) for one in running], asked)
 
+    def test_many_at_once_ask_as_one_does(self):
+        """The channel for many questions goes through the servers as the client for one does."""
+        found = lambda m, _: reply(m, 0, [HOST])
+        silent = lambda m, _: None
+
+        def code(number):
+            return lambda m, _: reply(m, number)
+
+        for answers in ([found, code(0)], [code(SERVFAIL), found], [code(REFUSED), code(SERVFAIL)],
+                        [code(NOTIMP), code(NXDOMAIN), found], [code(SERVFAIL)] * 4,
+                        [None, found], [None, None], [None, code(REFUSED)], [silent, found],
+                        [code(REFUSED), silent], [lambda m, _: servers.CLOSE, found]):
+            seen = []
+            for question in ("details host.test. 1 2", "ahead host.test. 1"):
+                running = [servers.ScriptedServer(answer, f"127.0.1.{i}", 53) if answer else None
+                           for i, answer in enumerate(answers, 1)]
+                self.configure("".join(f"nameserver 127.0.1.{i}\n"
+                                       for i, _ in enumerate(answers, 1)))
+                start = time.monotonic()
+                try:
+                    line = probe([question])
+                finally:
+                    for one in filter(None, running):
+                        one.stop()
+                self.assertLess(time.monotonic() - start, LIMIT + SLACK)
+                seen.append((line, [(len(one.asked), one.connections)
+                                    for one in filter(None, running)]))
+            self.assertEqual(seen[1], seen[0])
+
     def test_silent_servers_share_the_limit_in_halves(self):
         """A first server that takes its time is waited for longer than the last one of three."""
         slow = self.serve("127.0.1.1", lambda m, _: [1.0, reply(m, 0, [HOST])])

@@ -2,10 +2,12 @@
 #include "platform/dns.h"
 
 #include <string>
+#include <utility>
 
 #include <gtest/gtest.h>
 
 #include "failing_memory.h"
+#include "platform/dns_channel.h"
 #include "platform/process.h"
 
 namespace quillfence::testing {
@@ -127,6 +129,100 @@ TEST_F(dns_without_server, client_without_memory) {
         EXPECT_EQ(status, 9002u);
     }
     platform::dns_client_close(client);
+}
+
+// --- many at once ---
+
+// What was told of questions, and how often.
+struct outcome {
+    int count = 0;
+    uint32_t status = 0;
+};
+
+void note(void *context, void *, uint32_t status, const platform::dns_record *,
+          const platform::dns_details *) {
+    auto *const kept = static_cast<outcome *>(context);
+    ++kept->count;
+    kept->status = status;
+}
+
+// Each question fails at another allocation, and is told all the same; the channel stays of use.
+TEST_F(dns_without_server, channel_without_memory) {
+    outcome told;
+    platform::dns_channel *channel = nullptr;
+    uint32_t status = 0;
+    EXPECT_GT(sweep_allocations(
+                  [&] {
+                      platform::dns_channel_close(channel);
+                      status = platform::dns_channel_open("127.0.0.1:1", note, &told, &channel);
+                  },
+                  [&](unsigned n) { // c-ares can do without some
+                      EXPECT_TRUE(status == 0 || status == 8) << n;
+                      EXPECT_EQ(channel == nullptr, status != 0) << n;
+                  }),
+              5u);
+    ASSERT_EQ(status, 0u);
+    const unsigned failed = sweep_allocations(
+        [&] {
+            told = {};
+            platform::dns_channel_ask(channel, "host.example.", 1, -1, nullptr);
+            while (told.count == 0) {
+                platform::dns_channel_work(channel, 100);
+            }
+        },
+        [&](unsigned n) {
+            EXPECT_EQ(told.count, 1) << n;
+            EXPECT_TRUE(told.status == 8 || told.status == 9002) << told.status;
+        });
+    EXPECT_GE(failed, 3u);
+    EXPECT_EQ(told.status, 9002u);
+    platform::dns_channel_close(channel);
+}
+
+// What is on its way is dropped with the channel, and nobody is told.
+TEST_F(dns_without_server, channel_closed_with_questions) {
+    outcome told;
+    platform::dns_channel *channel = nullptr;
+    ASSERT_EQ(platform::dns_channel_open("192.0.2.1", note, &told, &channel), 0u);
+    for (int i = 0; i < 100; ++i) {
+        platform::dns_channel_ask(channel, "host.example.", 1, -1, nullptr);
+    }
+    const int before = told.count; // a machine without a network has told all of them
+    EXPECT_TRUE(before == 0 || before == 100) << before;
+    platform::dns_channel_close(channel);
+    EXPECT_EQ(told.count, before);
+}
+
+TEST_F(dns_without_server, channel_questions_that_are_none) {
+    outcome told;
+    platform::dns_channel *channel = nullptr;
+    ASSERT_EQ(platform::dns_channel_open("127.0.0.1:1", note, &told, &channel), 0u);
+    const struct {
+        const char *name;
+        int64_t limit;
+        uint32_t want;
+    } cases[] = {{"", -1, 123}, {"a..b", -1, 123}, {nullptr, -1, 87}, {"a.example.", 0, 1460}};
+    for (const auto &c : cases) {
+        told = {};
+        platform::dns_channel_ask(channel, c.name, 1, c.limit, nullptr);
+        EXPECT_EQ(told.count, 1);
+        EXPECT_EQ(told.status, c.want);
+    }
+    platform::dns_channel_close(channel);
+    platform::dns_channel_close(nullptr);
+}
+
+TEST(dns_channel, servers) {
+    for (const auto &[server, want] : {std::pair{"192.0.2.53", 0u},
+                                       {"[2001:db8::53]:5353", 0u},
+                                       {"localhost", 87u},
+                                       {"", 87u},
+                                       {"fe80::1", 50u}}) {
+        auto *channel = reinterpret_cast<platform::dns_channel *>(1);
+        EXPECT_EQ(platform::dns_channel_open(server, note, nullptr, &channel), want) << server;
+        EXPECT_EQ(channel == nullptr, want != 0);
+        platform::dns_channel_close(channel);
+    }
 }
 
 TEST(dns_client, servers) {
