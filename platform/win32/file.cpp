@@ -339,10 +339,6 @@ static uint64_t joined_halves(DWORD high, DWORD low) {
     return uint64_t{high} << 32 | low;
 }
 
-static int64_t ticks_of(const FILETIME &moment) {
-    return static_cast<int64_t>(joined_halves(moment.dwHighDateTime, moment.dwLowDateTime));
-}
-
 uint32_t path_stamp_of(const char *path, path_stamp *stamp) {
     *stamp = {};
     system_path resolved;
