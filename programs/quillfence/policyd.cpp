@@ -266,6 +266,7 @@ exit_status policyd(const policyd_arguments &arguments) {
     }
     const opened_log log;
     const listening_to_signals signals;
+    platform::outlive_file_limit();
     return arguments.on_standard_streams ? serve_standard_streams(arguments)
                                          : serve_sockets(arguments);
 }

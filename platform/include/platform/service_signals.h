@@ -9,6 +9,12 @@
 
 namespace quillfence::platform {
 
+// --- SIGXFSZ ---
+
+// From now on a write beyond the process's limit for a file's size fails (error 223) and does not
+// end the process.
+void outlive_file_limit();
+
 // --- SIGHUP ---
 
 // From now on SIGHUP is noted. 0 or a Win32 error number.
