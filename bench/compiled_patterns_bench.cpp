@@ -11,9 +11,14 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
+#include <map>
 #include <string>
 #include <vector>
 
+#include "call_context.h"
+#include "frozen_files.h"
+#include "frozen_patterns.h"
 #include "platform/file.h"
 #include "platform/process.h"
 #include "tiny_rex_storage.h"
@@ -160,6 +165,34 @@ bool with_compiled_file(size_t count, const char *name) {
     return compiled_regex_match(file_for("compiled", count).c_str(), name) == 1;
 }
 
+// The file as a program has it that has read its configuration beforehand.
+bool with_frozen_file(size_t count, const char *name) {
+    struct frozen {
+        std::string path, bytes;
+        frozen_file row = {};
+        frozen_files files = {};
+    };
+    static std::map<size_t, frozen> all;
+    frozen &one = all[count];
+    if (one.path.empty()) {
+        one.path = file_for("compiled", count);
+        std::ifstream in(one.path, std::ios::binary);
+        one.bytes.assign(std::istreambuf_iterator<char>(in), {});
+        one.row.path = one.path.data();
+        one.row.bytes = one.bytes.data();
+        one.row.size = one.bytes.size();
+        one.files.rows = &one.row;
+        one.files.row_count = 1;
+        if (!frozen_patterns_make(one.bytes.data(), one.bytes.size(), &one.row.patterns) ||
+            !one.row.patterns || !index_frozen_files(&one.files)) {
+            stop("the patterns can't be read beforehand");
+        }
+    }
+    call_context context = {.configuration = &one.files};
+    const call_scope scope(&context);
+    return compiled_regex_match(one.path.c_str(), name) == 1;
+}
+
 #ifdef QF_PEER_LIBPCRE2_8
 pcre2_code *pcre2_compiled(const std::string &pattern) {
     int number;
@@ -282,6 +315,30 @@ bool with_hyperscan(size_t count, const char *name) {
     hs_free_database(database);
     return hit;
 }
+
+// With the database and its scratch at hand, for as many names as there are.
+bool with_ready_hyperscan(size_t count, const char *name) {
+    struct ready {
+        hs_database_t *database = nullptr;
+        hs_scratch_t *scratch = nullptr;
+    };
+    static std::map<size_t, ready> all;
+    ready &one = all[count];
+    if (!one.database) {
+        const file_bytes file(file_for("hyperscan", count));
+        hs_deserialize_database(file.bytes, file.size, &one.database);
+        hs_alloc_scratch(one.database, &one.scratch);
+    }
+    const auto stop_at_hit = [](unsigned, unsigned long long, unsigned long long, unsigned,
+                                void *hit) {
+        *static_cast<bool *>(hit) = true;
+        return 1;
+    };
+    bool hit = false;
+    hs_scan(one.database, name, static_cast<unsigned>(std::strlen(name)), 0, one.scratch,
+            stop_at_hit, &hit);
+    return hit;
+}
 #endif
 
 using way = bool (*)(size_t count, const char *name);
@@ -302,6 +359,7 @@ constexpr struct {
     way answer;
 } ways[] = {
     {"compiled_pattern_file", with_compiled_file},
+    {"read_beforehand", with_frozen_file},
 #ifdef QF_PEER_LIBPCRE2_8
     {"pcre2_serialised", with_pcre2_serialised},
     {"pcre2_compiled", with_pcre2_compiled<false>},
@@ -312,6 +370,7 @@ constexpr struct {
 #endif
 #ifdef QF_PEER_LIBHS
     {"hyperscan_deserialised", with_hyperscan},
+    {"hyperscan_ready", with_ready_hyperscan},
 #endif
 };
 

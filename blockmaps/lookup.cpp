@@ -6,6 +6,7 @@
 #include "byte_cursor.h"
 #include "evidence.h"
 #include "frozen_files.h"
+#include "platform/file.h"
 #include "platform/net.h"
 #include "vc_log.h"
 #include "vc_stringutils.h"
@@ -50,6 +51,21 @@ static int64_t size_of(const open_map *map) {
     return static_cast<int64_t>(map->frozen ? map->frozen->size : vc_filesize(map->file));
 }
 
+// From a frozen map that is kept open; the line is that of a reading file.
+static int read_at(const frozen_file *map, uint32_t offset, void *buffer, uint32_t length) {
+    auto *next = static_cast<char *>(buffer);
+    for (uint32_t moved = 1; length && moved; length -= moved, next += moved, offset += moved) {
+        if (const uint32_t error =
+                platform::file_read_at(map->file, offset, next, length, &moved)) {
+            QF_ERROR_AS("__readBytes", "fatal error on read (w32) got error code %d",
+                        static_cast<int>(error));
+            tell_failure(map->path, error);
+            return 0;
+        }
+    }
+    return length == 0;
+}
+
 // As __readBytes.
 static int read_bytes(const open_map *map, uint32_t offset, void *buffer, uint32_t length) {
     if (!map->frozen) {
@@ -58,6 +74,9 @@ static int read_bytes(const open_map *map, uint32_t offset, void *buffer, uint32
     const uint64_t size = map->frozen->size;
     if (offset > size || size - offset < length) {
         return 0;
+    }
+    if (!map->frozen->bytes) {
+        return read_at(map->frozen, offset, buffer, length);
     }
     memcpy(buffer, map->frozen->bytes + offset, length);
     return 1;
@@ -148,7 +167,7 @@ static void look_up_file(map_lookup *lookup) {
     lookup->existed = true;
     open_map map = {.frozen = frozen_file_of(path_to_read(lookup->path)),
                     .file = vc_invalid_handle};
-    if (map.frozen && map.frozen->bytes) {
+    if (map.frozen && map.frozen->is_file()) {
         lookup->listed = look_up(&map, lookup->address, &lookup->level);
         return;
     }

@@ -3,11 +3,14 @@
 // one, asks here first, and asks the system when nothing is known of the path.
 //
 // The answer is the system's of the moment when the files were read: what was missing is missing.
-// Nothing here changes once it is made, so several threads may use the same one at once.
+// Nothing here changes once it is made, so several threads may use the same one at once. What a
+// file that is kept open holds is the file's own affair.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+
+#include "platform/file.h"
 
 namespace quillfence {
 
@@ -17,8 +20,9 @@ struct frozen_patterns; // engine/matching: a file of compiled patterns, decoded
 struct ksf_index;       // known_sender_forgery: the declarations by domain
 struct frozen_domains;  // common/site: the mail server's domains
 
-// What a path is, and what it holds. A file has its bytes; its form is what the format's own module
-// made of them, null where a look goes through the bytes as it goes through a file.
+// What a path is, and what it holds. A file has its bytes, or is kept open where those are too
+// many; its form is what the format's own module made of them, null where a look goes through the
+// bytes as it goes through a file.
 struct frozen_file {
     char *path;          // as the engine writes it
     uint32_t error;      // of a look at it: 0, or that it is missing
@@ -32,6 +36,12 @@ struct frozen_file {
     frozen_patterns *patterns;
     ksf_index *declarations;
     frozen_domains *domains;
+    // A large block map, open for file_read_at in place of having its bytes.
+    platform::file_handle file = platform::invalid_file;
+
+    bool is_file() const {
+        return bytes || file != platform::invalid_file;
+    }
 };
 
 // The rows are sorted by path, so that each is there once.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <charconv>
 #include <cstdio>
 #include <iterator>
 
@@ -169,8 +170,11 @@ static constexpr size_t arpa_size = 4 * ipv6_bytes + sizeof "ip6.arpa.";
 static_assert(arpa_size == 74);
 
 static void write_ipv4_arpa(const unsigned char *address, char *text) {
-    platform::format_text(text, arpa_size, "%d.%d.%d.%d.%s", address[3], address[2], address[1],
-                          address[0], "in-addr.arpa.");
+    for (int i = 3; i >= 0; --i) {
+        text = std::to_chars(text, text + 3, address[i]).ptr;
+        *text++ = '.';
+    }
+    memcpy(text, "in-addr.arpa.", sizeof "in-addr.arpa.");
 }
 
 static void write_ipv6_arpa(const unsigned char *address, char *text) {

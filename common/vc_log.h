@@ -4,7 +4,8 @@
 //
 // The function in the line is the one that the macro stands in; a helper or lambda that reports
 // for its caller uses the _AS forms with the operation's own name. A helper in another file takes
-// the caller's place (QF_HERE) and uses the _AT forms: the line's number is then the caller's.
+// the caller's place (QF_HERE) and uses the _AT forms: the line's number is then the caller's. The
+// arguments of a DEBUG line are worked out only where such lines are wanted.
 #pragma once
 
 #include <cerrno>
@@ -15,7 +16,9 @@
 #define QF_ERROR_AS(function, ...)                                                                 \
     ::quillfence::vc_log_error(function, module_name, __LINE__, __VA_ARGS__)
 #define QF_DEBUG_AS(function, ...)                                                                 \
-    ::quillfence::vc_log_debug(function, module_name, __LINE__, __VA_ARGS__)
+    (::quillfence::vc_debug_is_quiet()                                                             \
+         ? void()                                                                                  \
+         : ::quillfence::vc_log_debug(function, module_name, __LINE__, __VA_ARGS__))
 #define QF_ERRNO_AS(function, number)                                                              \
     ::quillfence::vc_log_errno(function, module_name, __LINE__, number)
 
@@ -24,7 +27,9 @@
         __func__, module_name, __LINE__                                                            \
     }
 #define QF_DEBUG_AT(place, ...)                                                                    \
-    ::quillfence::vc_log_debug((place).function, (place).file, (place).line, __VA_ARGS__)
+    (::quillfence::vc_debug_is_quiet()                                                             \
+         ? void()                                                                                  \
+         : ::quillfence::vc_log_debug((place).function, (place).file, (place).line, __VA_ARGS__))
 #define QF_ERRNO_AT(place, number)                                                                 \
     ::quillfence::vc_log_errno((place).function, (place).file, (place).line, number)
 

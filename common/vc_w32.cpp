@@ -40,14 +40,12 @@ struct event_source {
     bool deregistered; // given back after a failed allocation, yet still counted as open
 };
 
-enum class verbosity { unknown, quiet, verbose };
-
 } // namespace
 
 static event_source source;
 static vc_log_function log_function;
 static vc_oom_function oom_function;
-static std::atomic<verbosity> verbose_debug = verbosity::unknown; // every thread finds out the same
+std::atomic<vc_verbosity> __vc_verbosity = vc_verbosity::unknown;
 
 // Who hears this thread's lines; null for nobody.
 static vc_log_function listener() {
@@ -66,12 +64,13 @@ static void emit_line(int priority, const char *line_format, const log_place &wh
 }
 
 static bool debug_lines_wanted() {
-    verbosity wanted = verbose_debug.load(std::memory_order_relaxed);
-    if (wanted == verbosity::unknown) {
-        wanted = platform::environment_has("VERBOSEDEBUG") ? verbosity::verbose : verbosity::quiet;
-        verbose_debug.store(wanted, std::memory_order_relaxed);
+    vc_verbosity wanted = __vc_verbosity.load(std::memory_order_relaxed);
+    if (wanted == vc_verbosity::unknown) {
+        wanted =
+            platform::environment_has("VERBOSEDEBUG") ? vc_verbosity::verbose : vc_verbosity::quiet;
+        __vc_verbosity.store(wanted, std::memory_order_relaxed);
     }
-    return wanted == verbosity::verbose;
+    return wanted == vc_verbosity::verbose;
 }
 
 void openlog(const char *ident, int, int) {
@@ -227,7 +226,7 @@ void vc_log_errno(const char *function, const char *file, unsigned line, int num
 }
 
 void __vc_forget_verbosedebug() {
-    verbose_debug = verbosity::unknown;
+    __vc_verbosity = vc_verbosity::unknown;
 }
 
 void *vc_calloc(const char *function, const char *file, unsigned line, size_t count, size_t size) {

@@ -10,6 +10,7 @@
 // process and has no lock.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
@@ -86,6 +87,13 @@ void vc_log_error(const char *function, const char *file, unsigned line, const c
     QF_PRINTF_LIKE(4, 5);
 void vc_log_debug(const char *function, const char *file, unsigned line, const char *format, ...)
     QF_PRINTF_LIKE(4, 5);
+
+// Whether it is known that nobody wants DEBUG lines.
+enum class vc_verbosity : uint8_t { unknown, quiet, verbose };
+extern std::atomic<vc_verbosity> __vc_verbosity; // every thread finds out the same
+inline bool vc_debug_is_quiet() {
+    return __vc_verbosity.load(std::memory_order_relaxed) == vc_verbosity::quiet;
+}
 
 // Emits an ERROR line with the system's text for an error number; for ENOMEM, as vc_log_oom.
 void vc_log_errno(const char *function, const char *file, unsigned line, int number);

@@ -541,6 +541,10 @@ static bool make_wanted(const export_text &text, const char *path, wanted_key *w
     }
     const auto *const rest = reinterpret_cast<const unsigned char *>(path) + root_length;
     const size_t size = strlen(path) - root_length;
+    if (!text.count) { // nothing to compare with
+        wanted->count = size > 1 ? size - 1 : 0;
+        return true;
+    }
     for (size_t at = 1; at < size;) {
         if (text.wide) {
             append_utf16(&wanted->units, fold_unit(take_utf8(rest, size, &at)));

@@ -71,17 +71,19 @@ collector::collector(decision_record &to, server_answers *asked, const explain_o
                            .recorded_hit = nullptr,
                            .could_not_look = slot,
                            .wrote_error = slot} {
-    const std::span<const known_rule> all = known_rules();
-    states.resize(all.size());
-    record.rules.resize(all.size());
-    for (size_t i = 0; i < all.size(); ++i) {
-        record.rules[i].n = static_cast<uint32_t>(i + 1);
-        record.rules[i].rule = all[i].row->name;
+    states.resize(all_rules.size());
+    record.rules.resize(all_rules.size());
+    for (size_t i = 0; i < all_rules.size(); ++i) {
+        rule_record &rule = record.rules[i];
+        rule.n = static_cast<uint32_t>(i + 1);
+        if (rule.rule != all_rules[i].row->name) { // a record that is used again has it
+            rule.rule = all_rules[i].row->name;
+        }
     }
 }
 
-const known_rule &collector::known(const rule_record &rule) {
-    return known_rules()[rule.n - 1];
+const known_rule &collector::known(const rule_record &rule) const {
+    return all_rules[rule.n - 1];
 }
 
 collector::rule_state &collector::state_of(const rule_record &rule) {
@@ -117,11 +119,18 @@ void collector::withhold(size_t rule, fact_set missing) {
 
 // --- a rule's run ---
 
+// Most sources are none.
+static void forget(source *of) {
+    if (of->index()) {
+        *of = {};
+    }
+}
+
 void collector::run::clear() {
     rule = nullptr;
     facts = nullptr;
-    from = {};
-    exempted_by = {};
+    forget(&from);
+    forget(&exempted_by);
     searched = counted = any_there = false;
     looked_at = 0;
     names.clear();
@@ -343,11 +352,11 @@ std::string collector::reason_of_run(outcome is, bool hit) const {
     return !current.facts ? std::string() : hit ? current.facts->hit : current.facts->no_hit;
 }
 
-// Whether anybody will read what there is to say of the rule. Of a whitelist that is not known
-// before the recipient's own has been asked.
+// Whether anybody will read what there is to say of the rule. That is not known while something
+// may still run it: the recipient's own whitelist, what is behind the decision, the report.
 bool collector::is_to_be_described(const rule_record &rule) const {
-    return options.quiet_rules || options.report || options.all || known(rule).whitelist ||
-           is_told_briefly(rule);
+    const bool is_last = at == phase::report || !(options.report || options.all);
+    return options.quiet_rules || known(rule).whitelist || !is_last || is_told_briefly(rule);
 }
 
 void collector::describe(rule_record &rule, outcome is, bool hit) {
@@ -444,12 +453,15 @@ void collector::on(const rule_fact &fact) {
         if (current.rule) {
             end_run(fact.result);
         }
+        ++likely_rule;
         return;
     case rule_step::not_enabled:
         note_not_enabled(*rule);
+        ++likely_rule;
         return;
     case rule_step::skipped:
         note_skip(fact, *rule);
+        ++likely_rule;
         return;
     case rule_step::never:
         if (!foreign && !known(*rule).step && at != phase::survey) {
@@ -491,13 +503,13 @@ void collector::on(const empty_hook &) {
 }
 
 void collector::on(const reason_fact &fact) {
-    current.reason = text_of(fact.text);
+    current.reason.assign(fact.text ? fact.text : "");
 }
 
 // --- what was looked at ---
 
 void collector::on(const path_look &fact) {
-    last_path = text_of(fact.path);
+    last_path.assign(fact.path ? fact.path : "");
     const bool nameless = last_path.empty() || last_path.back() == '/'; // of an empty list line
     if (!options.files || fact.directory || nameless || !seen_files.insert(last_path).second) {
         return;
@@ -515,7 +527,7 @@ void collector::on(const list_search &fact) {
     if (fact.line) {
         current.from = list_source{text_of(fact.path), fact.line, text_of(fact.entry),
                                    fact.by_wildcard ? "wildcard" : "whole text"};
-    } else {
+    } else if (options.near_misses) {
         current.lists.push_back(text_of(fact.path));
     }
 }

@@ -155,7 +155,7 @@ class collector {
     void note_skip(const rule_fact &fact, rule_record &rule);
     void note_never(rule_record &rule);
     void pass_over(rule_record &rule);
-    static const known_rule &known(const rule_record &rule);
+    const known_rule &known(const rule_record &rule) const;
     rule_state &state_of(const rule_record &rule);
     void note_not_enabled(rule_record &rule);
     void keep_doubt(const rule_record &rule, bool by_failure);
@@ -170,6 +170,7 @@ class collector {
     bool broken = false;
 
     bool maps_known = false;        // by the decision
+    const std::span<const known_rule> all_rules = known_rules();
     std::vector<rule_state> states; // of all rules, by their numbers
     size_t likely_rule = 0;         // that the next fact is about
     bool selection_known = false;

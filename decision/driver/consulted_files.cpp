@@ -17,7 +17,7 @@ static constexpr std::string_view compiled_suffix = ".cregexes";
 static const frozen_file *frozen_of(const std::string &path, const explain_options &options) {
     const frozen_file *const frozen =
         options.configuration ? find_frozen_file(options.configuration, path.c_str()) : nullptr;
-    return frozen && frozen->bytes ? frozen : nullptr;
+    return frozen && frozen->is_file() ? frozen : nullptr;
 }
 
 static void weigh_frozen(config_file *file, const frozen_file *frozen, bool whole) {
@@ -145,11 +145,12 @@ class line_files {
 
     void note_state(const std::string &path, const data_files::pattern_lines &lines) {
         using state = data_files::pattern_lines::state;
-        const std::string file = path + data_files::pattern_lines_suffix;
         if (lines.is == state::stale) {
-            notes_->push_back({"info", file + " is of another version of " + path});
+            notes_->push_back({"info", path + data_files::pattern_lines_suffix +
+                                           " is of another version of " + path});
         } else if (lines.is == state::wrong) {
-            notes_->push_back({"info", file + " is not used: " + lines.problem});
+            notes_->push_back({"info", path + data_files::pattern_lines_suffix +
+                                           " is not used: " + lines.problem});
         }
     }
 

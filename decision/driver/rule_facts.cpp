@@ -113,8 +113,9 @@ std::span<const known_rule> known_rules() {
 
 size_t rule_number(const char *name, size_t likely) {
     const std::span<const rule_row> rows = rule_rows();
-    for (size_t tried = 0; tried < rows.size(); ++tried) {
-        const size_t number = (likely + tried) % rows.size();
+    size_t number = likely;
+    for (size_t tried = 0; tried < rows.size(); ++tried, ++number) {
+        number = number < rows.size() ? number : 0;
         if (std::strcmp(rows[number].name, name) == 0) {
             return number;
         }

@@ -2,9 +2,15 @@
 
 namespace quillfence::decision {
 
+// Most sources are none.
+static void forget(source *of) {
+    if (of->index()) {
+        *of = {};
+    }
+}
+
 static void empty_rule(rule_record *rule) {
-    rule->n = 0;
-    rule->rule.clear();
+    rule->n = 0; // it keeps its name, which the next record's is as a rule
     rule->decision = outcome::not_reached;
     rule->report.reset();
     rule->would.reset();
@@ -12,9 +18,9 @@ static void empty_rule(rule_record *rule) {
     rule->reason.clear();
     rule->fact.clear();
     rule->value.clear();
-    rule->from = {};
+    forget(&rule->from);
     rule->looked_at.reset();
-    rule->exempted_by = {};
+    forget(&rule->exempted_by);
     rule->names.clear();
     rule->near_misses.clear();
     rule->dns.clear();

@@ -276,6 +276,9 @@ char *build_rejection_notice(const spam_rule *rule, smtp_state *state, message_h
     char *notice = nullptr;
     bool replaced = true;
     for (const auto &replacement : replacements) {
+        if (replacement.value && !strstr(text, replacement.macro)) {
+            continue;
+        }
         replaced = replaced && vc_str_replace_within(&text, replacement.macro, replacement.value,
                                                      longest_working_text);
     }

@@ -19,7 +19,9 @@ namespace {
 struct block {
     uint32_t nodes; // where they begin
     int32_t count;
-    uint32_t next; // in the same slot, or of the rest; none at the end
+    uint32_t next;      // in the same slot, or of the rest; none at the end
+    uint64_t hash;      // of its ending
+    character_set last; // of the rest: the characters that a name can end in
 };
 
 } // namespace
@@ -100,15 +102,17 @@ static void link_block(frozen_patterns *patterns, uint32_t index) {
     char ending[longest_ending];
     const size_t length = required_ending(&expression, ending, sizeof ending);
     uint32_t *first = &patterns->first_of_rest;
+    block &added = patterns->blocks[index];
     if (length) {
-        uint64_t hash = 0;
         for (size_t i = length; i-- > 0;) {
-            hash = hash_more(hash, ending[i]);
+            added.hash = hash_more(added.hash, ending[i]);
         }
         patterns->endings[length / 64] |= uint64_t{1} << length % 64;
-        first = &patterns->slots[slot_of(patterns, hash)];
+        first = &patterns->slots[slot_of(patterns, added.hash)];
+    } else {
+        possible_last_characters(&expression, &added.last);
     }
-    patterns->blocks[index].next = *first;
+    added.next = *first;
     *first = index;
 }
 
@@ -125,7 +129,7 @@ bool frozen_patterns_make(const char *bytes, uint64_t size, frozen_patterns **ma
     }
     patterns->bytes = bytes;
     for_blocks(bytes, size, [patterns](uint32_t at, int32_t nodes) {
-        patterns->blocks[patterns->count++] = {at, nodes, none};
+        patterns->blocks[patterns->count++] = {at, nodes, none, 0, {}};
     });
     for (uint32_t index = count; index-- > 0;) {
         link_block(patterns, index);
@@ -148,11 +152,15 @@ uint32_t frozen_patterns_count(const frozen_patterns *patterns) {
 
 // --- walking ---
 
-// Adds the blocks of a slot. Some may have another ending; the matcher says no to those.
+// Adds the blocks with an ending. One with another of the same hash does no harm: the matcher says
+// no to it.
 static void add_slot(pattern_walk *walk, uint64_t hash) {
     const frozen_patterns *const patterns = walk->patterns;
     uint32_t index = patterns->slots[slot_of(patterns, hash)];
     for (; index != none && !walk->all; index = patterns->blocks[index].next) {
+        if (patterns->blocks[index].hash != hash) {
+            continue;
+        }
         if (walk->found_count == most_candidates) {
             walk->all = true;
         } else {
@@ -161,13 +169,23 @@ static void add_slot(pattern_walk *walk, uint64_t hash) {
     }
 }
 
+// The first block of the rest, from one on, that the name's last character does not rule out.
+static uint32_t next_of_rest(const pattern_walk *walk, uint32_t index) {
+    const block *const blocks = walk->patterns->blocks;
+    while (index != none && walk->last && !blocks[index].last.has(*walk->last)) {
+        index = blocks[index].next;
+    }
+    return index;
+}
+
 void frozen_patterns_begin(const frozen_patterns *patterns, const char *name, const char *end,
                            pattern_walk *walk) {
     walk->patterns = patterns;
     walk->index = none;
     walk->all = false;
     walk->next_of_all = 0;
-    walk->next_of_rest = patterns->first_of_rest;
+    walk->last = name < end ? end - 1 : nullptr;
+    walk->next_of_rest = next_of_rest(walk, patterns->first_of_rest);
     walk->at = walk->found_count = 0;
     const auto longest = std::min(static_cast<size_t>(end - name), longest_ending);
     uint64_t hash = 0;
@@ -178,7 +196,7 @@ void frozen_patterns_begin(const frozen_patterns *patterns, const char *name, co
         }
     }
     uint32_t *const found_end = walk->found + walk->found_count;
-    std::sort(walk->found, found_end); // two lengths may share a slot
+    std::sort(walk->found, found_end);
     walk->found_count = static_cast<uint32_t>(std::unique(walk->found, found_end) - walk->found);
 }
 
@@ -194,7 +212,7 @@ static uint32_t next_index(pattern_walk *walk) {
         return found;
     }
     if (rest != none) {
-        walk->next_of_rest = patterns->blocks[rest].next;
+        walk->next_of_rest = next_of_rest(walk, patterns->blocks[rest].next);
     }
     return rest;
 }
@@ -205,6 +223,7 @@ bool frozen_patterns_next(pattern_walk *walk, TRex *expression) {
         return false;
     }
     frozen_patterns_lend(walk->patterns, walk->index, expression);
+    expression->end_fits = !walk->all;
     return true;
 }
 

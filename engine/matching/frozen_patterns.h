@@ -8,8 +8,8 @@
 //     &expression);)
 //
 // gives the expressions that may match, in the file's order. Left out are those alone for which the
-// matcher would say no without a line (required_ending in tiny_rex.h). Only a file whose blocks are
-// all sound has this form; any other is walked through, as a file is.
+// matcher would say no without a line (required_ending and possible_last_characters in tiny_rex.h).
+// Only a file whose blocks are all sound has this form; any other is walked through, as a file is.
 #pragma once
 
 #include <cstddef>
@@ -41,6 +41,7 @@ struct pattern_walk {
     bool all;       // too many were found: each is tried
     uint32_t next_of_all;
     uint32_t next_of_rest; // of those without a required ending
+    const char *last;      // character of the name; null for an empty one
     uint32_t at;           // in found
     uint32_t found_count;
     uint32_t found[most_candidates]; // by the name's end, in order

@@ -86,6 +86,7 @@ struct TRex {
     TRexMatch *matches;
     uint32_t steps; // that the last match took: how often a node was looked at
     uint8_t case_flag;
+    bool end_fits; // whoever lent the nodes has compared the subject's end (required_ending)
 };
 
 // Compiles a pattern with case flag trex_fold_case or trex_exact_case. Returns a new expression
@@ -124,6 +125,23 @@ int __trex_match_within(TRex *expression, const char *begin, const char *end, ui
 //   ending, room  receive the last ones of them, without a NUL
 // Returns how many; 0 where there are none.
 size_t required_ending(const TRex *expression, char *ending, size_t room);
+
+struct character_set {
+    uint64_t words[4];
+
+    void add(char c) {
+        const auto code = static_cast<unsigned char>(c);
+        words[code / 64] |= uint64_t{1} << code % 64;
+    }
+    bool has(char c) const {
+        const auto code = static_cast<unsigned char>(c);
+        return words[code / 64] >> code % 64 & 1;
+    }
+};
+
+// Likewise the characters that a subject can end in; all of them where nothing is known. A subject
+// that ends in another one is not matched, without a line.
+void possible_last_characters(const TRex *expression, character_set *characters);
 
 // Releases the node array, the match table, the pattern text and the record. Null is fine.
 void trex_free(TRex *expression);

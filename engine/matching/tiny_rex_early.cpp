@@ -1,5 +1,6 @@
 // What rules a match out before it is tried: the next character, and the subject's end.
 #include <algorithm>
+#include <climits>
 #include <cstring>
 
 #include "tiny_rex_matcher.h"
@@ -182,27 +183,118 @@ static bool is_sound_tree_to_the_last(const matcher *m, const TRexNode *root, in
     return in_sequence == used - 1;
 }
 
-bool ends_differently(const matcher *m, const TRexNode *root) {
+// --- The last character ---
+
+namespace {
+
+// How a match of a node or a chain can end.
+struct ending {
+    bool possible; // with the character that is asked about
+    bool empty;    // without having consumed anything
+};
+
+} // namespace
+
+static constexpr ending any_ending = {true, true};
+static constexpr int32_t deepest_ending = 32; // nodes that hold further ones are not judged
+
+static ending ending_of_chain(matcher *m, int32_t index, char c, int32_t levels_left);
+
+static ending ending_of_node(matcher *m, const TRexNode *node, char c, int32_t levels_left) {
+    switch (node->type) {
+    case trex_op_bol:
+    case trex_op_eol:
+    case trex_op_wb:
+        return {false, true};
+    case trex_op_expr:
+    case trex_op_nocapexpr:
+        return ending_of_chain(m, node->left, c, levels_left - 1);
+    case trex_op_or: {
+        const ending one = ending_of_chain(m, node->left, c, levels_left - 1);
+        const ending other = ending_of_chain(m, node->right, c, levels_left - 1);
+        return {one.possible || other.possible, one.empty || other.empty};
+    }
+    case trex_op_greedy: {
+        const ending operand =
+            levels_left ? ending_of_node(m, &m->nodes[node->left], c, levels_left - 1) : any_ending;
+        return {operand.possible, operand.empty || minimum_of(node) == 0};
+    }
+    default:
+        return takes_one(node) ? ending{takes_character(m, node, c), false} : any_ending;
+    }
+}
+
+// Of nodes that are known to be good and to form a tree.
+static ending ending_of_chain(matcher *m, int32_t index, char c, int32_t levels_left) {
+    if (levels_left <= 0) {
+        return any_ending;
+    }
+    ending all = {false, true};
+    for (; index >= 0; index = m->nodes[index].next) {
+        const ending last = ending_of_node(m, &m->nodes[index], c, levels_left);
+        all = {last.possible || (last.empty && all.possible), last.empty && all.empty};
+    }
+    return all;
+}
+
+// Whether it may be worth asking what a match can end in: not of a ".*", nor of a literal, which
+// has been compared.
+static bool last_character_tells(const matcher *m, int32_t used) {
+    const TRexNode *const before = used > 1 ? &m->nodes[used - 2] : nullptr;
+    return before && before->type != trex_op_any_sequence &&
+           !(is_literal(before) && before->next == used - 1);
+}
+
+// Whether the sequence of a sound root can match up to a character.
+static bool can_end_with(matcher *m, const TRexNode *root, char c) {
+    const ending last = ending_of_chain(m, root->left, c, deepest_ending);
+    return last.possible || last.empty;
+}
+
+// --- Both ---
+
+bool ends_differently(matcher *m, const TRexNode *root) {
     const int32_t used = used_nodes(m);
-    return used <= max_stored_nodes && tail_differs(m, used) &&
-           is_sound_tree_to_the_last(m, root, used);
+    if (used > max_stored_nodes || !is_end_node(&m->nodes[used - 1])) {
+        return false;
+    }
+    if (tail_differs(m, used)) {
+        return is_sound_tree_to_the_last(m, root, used);
+    }
+    return last_character_tells(m, used) && m->begin < m->end &&
+           is_sound_tree_to_the_last(m, root, used) && !can_end_with(m, root, m->end[-1]);
 }
 
 } // namespace quillfence::trex
 
 namespace quillfence {
 
+// What the checks use of a matcher.
+static void judge_alone(trex::matcher *m, const TRex *expression) {
+    m->expression = const_cast<TRex *>(expression);
+    m->nodes = expression->nodes;
+    m->count = expression->nallocated;
+    m->fold = expression->case_flag == trex_fold_case;
+    m->broken = false;
+    m->silent = true;
+    m->most_steps = m->steps_left = trex_most_steps;
+}
+
+// Whether nothing but a subject's end can be wrong with a match.
+static bool ends_soundly(const trex::matcher *m, int32_t used) {
+    using namespace trex;
+    const TRexNode *const root = &m->nodes[0];
+    return (root->type == trex_op_expr || root->type == trex_op_nocapexpr) &&
+           used <= max_stored_nodes && is_end_node(&m->nodes[used - 1]) &&
+           is_sound_tree_to_the_last(m, root, used);
+}
+
 size_t required_ending(const TRex *expression, char *ending, size_t room) {
     using namespace trex;
-    matcher m; // what the checks use of it
-    m.expression = const_cast<TRex *>(expression);
-    m.nodes = expression->nodes;
-    m.count = expression->nallocated;
-    const TRexNode *const root = &m.nodes[0];
+    matcher m;
+    judge_alone(&m, expression);
     const int32_t used = used_nodes(&m);
-    if ((root->type != trex_op_expr && root->type != trex_op_nocapexpr) ||
-        used > max_stored_nodes || !is_end_node(&m.nodes[used - 1]) ||
-        !is_sound_tree_to_the_last(&m, root, used)) {
+    if (!ends_soundly(&m, used)) {
         return 0;
     }
     const size_t length = std::min(literals_before_the_last(&m, used), room);
@@ -211,6 +303,20 @@ size_t required_ending(const TRex *expression, char *ending, size_t room) {
         ending[i] = static_cast<char>(m.nodes[index].type);
     }
     return length;
+}
+
+void possible_last_characters(const TRex *expression, character_set *characters) {
+    using namespace trex;
+    matcher m;
+    judge_alone(&m, expression);
+    const int32_t used = used_nodes(&m);
+    const bool sound = ends_soundly(&m, used) && last_character_tells(&m, used);
+    *characters = {};
+    for (int c = 0; c <= UCHAR_MAX; ++c) {
+        if (!sound || can_end_with(&m, &m.nodes[0], static_cast<char>(c))) {
+            characters->add(static_cast<char>(c));
+        }
+    }
 }
 
 } // namespace quillfence

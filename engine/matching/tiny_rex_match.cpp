@@ -44,8 +44,9 @@
 //     for the whole expression, and for each position that a ".*" tries. This looks at the nodes
 //     that the match itself would use until it fails, and does not judge where one of them is bad.
 //   - An expression whose root's sequence ends in literals and an end node can't match a subject
-//     that ends differently. That is the answer where the match could have nothing to report: all
-//     nodes are good and their links form a tree (`ends_differently`).
+//     that ends differently; nor, whatever stands before the end node, one whose last character no
+//     match can end in. That is the answer where the match could have nothing to report: all nodes
+//     are good and their links form a tree (`ends_differently`).
 //
 // Node arrays may come from a damaged file. Every node is checked when it is used, and what links
 // can form beyond that is bounded: a walk along one chain by the node count, recursion by the node
@@ -297,14 +298,27 @@ static bool has_fixed_length(const matcher *m, int32_t first, const TRexNode *la
     return false;
 }
 
+// The first position from `at` on where the chain may begin.
+static const char *next_opening(matcher *m, int32_t first, const char *at) {
+    const TRexNode *const node = &m->nodes[first];
+    if (is_literal(node) && is_good_node(node, m->count)) {
+        while (at < m->end && !is_character(m, node, *at)) {
+            ++at;
+        }
+        return at;
+    }
+    while (at < m->end && cannot_open(m, first, at)) {
+        ++at;
+    }
+    return at;
+}
+
 // The first position from `at` where the chain matches through to an end node.
 static const char *match_somewhere(matcher *m, int32_t first, const char *at, const place *in,
                                    bool *ended) {
     const TRexNode *judged = nullptr; // a failed ".*" to which the way has no fixed length
     for (; at <= m->end && !m->broken; ++at) {
-        if (at < m->end && cannot_open(m, first, at)) {
-            continue;
-        }
+        at = next_opening(m, first, at);
         m->failed = nullptr;
         const char *to = match_chain(m, first, at, in, ended);
         if (to && *ended) {
@@ -619,7 +633,7 @@ static const char *match_root(matcher *m, const TRexNode *root) {
     if (m->begin < m->end && cannot_open(m, root->left, m->begin)) {
         return nullptr;
     }
-    if (ends_differently(m, root)) {
+    if (!m->expression->end_fits && ends_differently(m, root)) {
         return nullptr;
     }
     // Twice, as copying what has just been written piece by piece would stall.

@@ -177,7 +177,8 @@ inline bool takes_one(const TRexNode *node) {
 bool cannot_open(matcher *m, int32_t first, const char *at);
 
 // Whether the root, a group, certainly does not match as its sequence ends in other literals than
-// the subject, and the match has nothing to report on its way to that answer.
-bool ends_differently(const matcher *m, const TRexNode *root);
+// the subject, or can't end in the subject's last character, and the match has nothing to report on
+// its way to that answer.
+bool ends_differently(matcher *m, const TRexNode *root);
 
 } // namespace quillfence::trex

@@ -19,7 +19,7 @@ static char *text_of_files(const frozen_files *files) {
     char *end = text;
     for (size_t i = 0; text && i < files->row_count; ++i) {
         const frozen_file &row = files->rows[i];
-        if (!row.bytes) {
+        if (!row.is_file()) {
             continue;
         }
         const char *const parts[] = {row.sha256, "  ", row.path, "\n"};

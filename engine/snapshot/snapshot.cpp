@@ -32,6 +32,7 @@ struct loading {
     snapshot_report *report;
     bool failed; // no memory, or a change
     uint64_t form_bytes_left;
+    uint64_t largest; // file that is read
 };
 
 } // namespace
@@ -84,6 +85,9 @@ static void release_row(frozen_file *row) {
     frozen_domains_free(row->domains);
     free(row->path);
     free(row->bytes);
+    if (row->file != platform::invalid_file) {
+        platform::file_close(row->file);
+    }
 }
 
 // Room for one row more.
@@ -109,8 +113,8 @@ static frozen_file *find_row(const loading *l, const char *path) {
     return nullptr;
 }
 
-// Reads a path that may be there already.
-static void read_path(loading *l, const char *path) {
+// Reads a path that may be there already. A large file is kept open if the path is a map's.
+static void read_path(loading *l, const char *path, bool is_map = false) {
     if (l->failed || find_row(l, path)) {
         return;
     }
@@ -122,7 +126,7 @@ static void read_path(loading *l, const char *path) {
         return;
     }
     uint32_t error = 0;
-    const snapshot_reading done = __read_frozen_file(&row, &error);
+    const snapshot_reading done = __read_frozen_file(&row, {l->largest, is_map}, &error);
     if (done == snapshot_reading::kept) {
         l->files->rows[l->files->row_count++] = row;
         return;
@@ -185,7 +189,7 @@ static char *path_of_map(const char *name) {
 // Reads the maps that a control file names.
 static void read_named_maps(loading *l, const configuration_file &names, uint32_t *left) {
     const frozen_file *const row = find_row(l, names.path);
-    if (!row || !row->size) {
+    if (!row || !row->bytes || !row->size) {
         return;
     }
     vc_list_entry *list = nullptr;
@@ -199,7 +203,7 @@ static void read_named_maps(loading *l, const configuration_file &names, uint32_
             break;
         }
         --*left;
-        read_path(l, path.get());
+        read_path(l, path.get(), true);
     }
     if (list) {
         vc_destroy_list(&list, free);
@@ -298,7 +302,7 @@ static void make_form(loading *l, const configuration_file &file, const char *pa
 static void make_forms(loading *l, const char *user_dir, const char *domain_table) {
     l->form_bytes_left = spare_form_bytes;
     for (size_t i = 0; i < l->files->row_count; ++i) {
-        l->form_bytes_left += 2 * l->files->rows[i].size;
+        l->form_bytes_left += l->files->rows[i].bytes ? 2 * l->files->rows[i].size : 0;
     }
     for (const configuration_file &file : configuration_files) {
         make_form(l, file, file.path);
@@ -345,14 +349,22 @@ static void index_rows(loading *l) {
 }
 
 frozen_files *snapshot_load(const char *user_dir, snapshot_report *report) {
+    return __load_snapshot(user_dir, report, largest_frozen_file);
+}
+
+frozen_files *__load_snapshot(const char *user_dir, snapshot_report *report, uint64_t largest) {
     *report = {};
     auto *const files = static_cast<frozen_files *>(calloc(1, sizeof(frozen_files)));
     if (!files) {
         QF_ENOMEM();
         return nullptr;
     }
-    loading l = {
-        .files = files, .room = 0, .report = report, .failed = false, .form_bytes_left = 0};
+    loading l = {.files = files,
+                 .room = 0,
+                 .report = report,
+                 .failed = false,
+                 .form_bytes_left = 0,
+                 .largest = largest};
     read_catalogue(&l, user_dir);
     read_maps(&l);
     const heap_string domain_table(__domain_table_path());

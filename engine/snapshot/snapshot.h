@@ -12,9 +12,13 @@
 //
 // Frozen are the files of the catalogue (configuration.h) that decide something, a user's own
 // lists, the block maps that the control files name, and the mail server's table of its domains.
-// All else is left to the files: what can't be read, a file above largest_frozen_file, map names
-// behind the first most_frozen_maps; and what the engine asks of others, which are the registry,
-// the mail server's other files and the country database.
+// A block map above largest_frozen_file is kept open and read by offset; one that is replaced
+// meanwhile answers as it was, one that is written to in place as it is, and one that is cut
+// answers as one that is cut short.
+//
+// All else is left to the files: what can't be read, another file above largest_frozen_file, map
+// names behind the first most_frozen_maps; and what the engine asks of others, which are the
+// registry, the mail server's other files and the country database.
 #pragma once
 
 #include "frozen_files.h"
@@ -44,6 +48,9 @@ struct snapshot_report {
 // Files that can't be read do not make it null: a program that wants all of them looks at the
 // report.
 frozen_files *snapshot_load(const char *user_dir, snapshot_report *report);
+
+// The same with another limit than largest_frozen_file.
+frozen_files *__load_snapshot(const char *user_dir, snapshot_report *report, uint64_t largest);
 
 // Whether every file is still what was read: all of them are read once more. 1 or 0.
 int snapshot_is_current(const frozen_files *files);

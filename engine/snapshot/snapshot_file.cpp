@@ -8,6 +8,7 @@
 #include "platform/error_numbers.h"
 #include "platform/file.h"
 #include "snapshot.h"
+#include "vc_text.h"
 
 namespace quillfence {
 
@@ -50,19 +51,30 @@ static uint32_t read_some(platform::file_handle file, char *bytes, size_t size, 
     return 0;
 }
 
-bool __sha256_text(const void *bytes, size_t size, char *text) {
+static void write_digits(const unsigned char *digest, char *text) {
     static constexpr char digits[] = "0123456789abcdef";
-    unsigned char result[platform::sha256_size];
-    platform::sha256_digest *const digest = platform::sha256_begin();
-    const bool done = digest && platform::sha256_add(digest, bytes, size) &&
-                      platform::sha256_finish(digest, result);
-    platform::sha256_release(digest);
-    for (size_t i = 0; done && i < sizeof result; ++i) {
-        text[2 * i] = digits[result[i] >> 4];
-        text[2 * i + 1] = digits[result[i] & 15];
+    for (size_t i = 0; i < platform::sha256_size; ++i) {
+        text[2 * i] = digits[digest[i] >> 4];
+        text[2 * i + 1] = digits[digest[i] & 15];
     }
-    text[done ? 2 * sizeof result : 0] = '\0';
+    text[2 * platform::sha256_size] = '\0';
+}
+
+// Finishes and releases a digest, null included; false without memory.
+static bool end_digest(platform::sha256_digest *digest, bool added, char *text) {
+    unsigned char result[platform::sha256_size];
+    const bool done = digest && added && platform::sha256_finish(digest, result);
+    platform::sha256_release(digest);
+    *text = '\0';
+    if (done) {
+        write_digits(result, text);
+    }
     return done;
+}
+
+bool __sha256_text(const void *bytes, size_t size, char *text) {
+    platform::sha256_digest *const digest = platform::sha256_begin();
+    return end_digest(digest, digest && platform::sha256_add(digest, bytes, size), text);
 }
 
 // Reads an open file of the row's size, and one byte more, which must not be there.
@@ -83,7 +95,37 @@ static snapshot_reading take_bytes(platform::file_handle file, frozen_file *row,
                                                              : snapshot_reading::no_memory;
 }
 
-snapshot_reading __read_frozen_file(frozen_file *row, uint32_t *error) {
+// Reads an open file of the row's size for its digest, a piece at a time.
+static snapshot_reading digest_bytes(platform::file_handle file, frozen_file *row,
+                                     uint32_t *error) {
+    static constexpr size_t piece_size = 1 << 20;
+    const heap_string piece(static_cast<char *>(malloc(piece_size)));
+    platform::sha256_digest *const digest = piece ? platform::sha256_begin() : nullptr;
+    bool added = digest;
+    uint64_t size = 0;
+    for (size_t got = piece_size; added && got == piece_size && !*error; size += got) {
+        *error = read_some(file, piece.get(), piece_size, &got);
+        added = platform::sha256_add(digest, piece.get(), got);
+    }
+    if (!end_digest(digest, added, row->sha256)) {
+        return snapshot_reading::no_memory;
+    }
+    return *error              ? snapshot_reading::left
+           : size != row->size ? snapshot_reading::changed
+                               : snapshot_reading::kept;
+}
+
+// Keeps a file open in the row.
+static snapshot_reading keep_open(reading_file *file, frozen_file *row, uint32_t *error) {
+    const snapshot_reading done = digest_bytes(file->handle, row, error);
+    if (done == snapshot_reading::kept) {
+        row->file = file->handle;
+        file->handle = platform::invalid_file;
+    }
+    return done;
+}
+
+snapshot_reading __read_frozen_file(frozen_file *row, large_files large, uint32_t *error) {
     *error = 0;
     row->error = platform::path_attributes(row->path, &row->attributes);
     if (row->error && !is_missing(row->error)) {
@@ -104,10 +146,11 @@ snapshot_reading __read_frozen_file(frozen_file *row, uint32_t *error) {
     if (!*error) {
         *error = platform::file_changed(file.handle, &row->changed);
     }
-    if (*error || row->size > largest_frozen_file) {
+    if (*error || (row->size > large.above && !large.keep_open)) {
         return snapshot_reading::left;
     }
-    return take_bytes(file.handle, row, error);
+    return row->size > large.above ? keep_open(&file, row, error)
+                                   : take_bytes(file.handle, row, error);
 }
 
 // Whether an open file holds these bytes and no more.
@@ -127,17 +170,27 @@ static bool holds_bytes(platform::file_handle file, const char *bytes, uint64_t 
     }
 }
 
+// Whether an open file has the row's size and digest.
+static bool has_same_digest(platform::file_handle file, const frozen_file *row) {
+    frozen_file again = {};
+    again.size = row->size;
+    uint32_t error = 0;
+    return digest_bytes(file, &again, &error) == snapshot_reading::kept &&
+           strcmp(again.sha256, row->sha256) == 0;
+}
+
 bool __is_as_frozen(const frozen_file *row) {
     uint32_t attributes = 0;
     const uint32_t error = platform::path_attributes(row->path, &attributes);
     if (error != row->error || attributes != row->attributes) {
         return false;
     }
-    if (!row->bytes) {
+    if (!row->is_file()) {
         return true;
     }
     reading_file file;
-    return !file.open(row->path) && holds_bytes(file.handle, row->bytes, row->size);
+    return !file.open(row->path) && (row->bytes ? holds_bytes(file.handle, row->bytes, row->size)
+                                                : has_same_digest(file.handle, row));
 }
 
 } // namespace quillfence

@@ -311,6 +311,22 @@ uint32_t file_read(file_handle file, void *buffer, uint32_t size, uint32_t *move
     return error_none;
 }
 
+uint32_t file_read_at(file_handle file, int64_t offset, void *buffer, uint32_t size,
+                      uint32_t *moved) {
+    *moved = 0;
+    if (const uint32_t failure = observe_transfer("file_read_at", &size)) {
+        return failure;
+    }
+    const int descriptor = descriptor_of(file);
+    const ssize_t got =
+        uninterrupted([&] { return pread(descriptor, buffer, size, static_cast<off_t>(offset)); });
+    if (got < 0) {
+        return error_of_transfer(descriptor, errno);
+    }
+    *moved = static_cast<uint32_t>(got);
+    return error_none;
+}
+
 uint32_t file_write(file_handle file, const void *bytes, uint32_t size, uint32_t *moved) {
     *moved = 0;
     if (const uint32_t failure = observe_transfer("file_write", &size)) {

@@ -179,6 +179,21 @@ uint32_t file_read(file_handle file, void *buffer, uint32_t size, uint32_t *move
     return error == error_broken_pipe ? static_cast<uint32_t>(error_none) : error;
 }
 
+uint32_t file_read_at(file_handle file, int64_t offset, void *buffer, uint32_t size,
+                      uint32_t *moved) {
+    *moved = 0;
+    if (const uint32_t failure = observe_transfer("file_read_at", &size)) {
+        return failure;
+    }
+    OVERLAPPED place = {};
+    place.Offset = static_cast<DWORD>(offset);
+    place.OffsetHigh = static_cast<DWORD>(offset >> 32);
+    DWORD got = 0;
+    const uint32_t error = error_unless(ReadFile(handle_of(file), buffer, size, &got, &place));
+    *moved = got;
+    return error == ERROR_HANDLE_EOF ? static_cast<uint32_t>(error_none) : error;
+}
+
 uint32_t file_write(file_handle file, const void *bytes, uint32_t size, uint32_t *moved) {
     *moved = 0;
     if (const uint32_t failure = observe_transfer("file_write", &size)) {
@@ -336,10 +351,6 @@ uint32_t path_attributes(const char *path, uint32_t *attributes) {
 
 static uint64_t joined_halves(DWORD high, DWORD low) {
     return uint64_t{high} << 32 | low;
-}
-
-static int64_t ticks_of(const FILETIME &moment) {
-    return static_cast<int64_t>(joined_halves(moment.dwHighDateTime, moment.dwLowDateTime));
 }
 
 uint32_t path_stamp_of(const char *path, path_stamp *stamp) {

@@ -23,9 +23,10 @@ unsigned wanted_pairs() {
 
 // The configuration as it is. Odd names of block maps can't be looked up, and are left to the
 // files.
-owned_snapshot snapshot_now() {
+// Files above a size are left to the system, and maps kept open.
+owned_snapshot snapshot_now(uint64_t largest) {
     snapshot_report report;
-    owned_snapshot loaded(snapshot_load(nullptr, &report));
+    owned_snapshot loaded(__load_snapshot(nullptr, &report, largest));
     EXPECT_NE(loaded, nullptr);
     EXPECT_EQ(report.changed, nullptr);
     snapshot_report_release(&report);
@@ -65,6 +66,10 @@ class frozen_decisions : public world_test {
         EXPECT_EQ(result.failed, nullptr);
         return std::move(result.record);
     }
+    // Above which files are left and maps kept open: a real one, or one that some are above.
+    uint64_t limit() {
+        return random() % 4 ? largest_frozen_file : random() % 3000;
+    }
     // Both records of a transaction; fails the test where they differ.
     void compare(const transaction &what, const frozen_files *frozen) {
         const decision_record by_files = plain(explained(what, nullptr));
@@ -102,7 +107,7 @@ TEST_F(frozen_decisions, are_those_of_the_files) {
     const unsigned wanted = wanted_pairs();
     for (unsigned pairs = 0; pairs < wanted && !HasFailure();) {
         next_odd_world();
-        const owned_snapshot frozen = snapshot_now();
+        const owned_snapshot frozen = snapshot_now(limit());
         ASSERT_NE(frozen, nullptr);
         for (unsigned i = 0; i < pairs_a_world && !HasFailure(); ++i, ++pairs) {
             choose_options();
@@ -123,7 +128,7 @@ TEST_F(frozen_decisions, are_the_same_in_a_used_result_and_without_quiet_rules) 
     drive.write("c:/quillfence/users/b/ip_whitelist", "10.1.2.3\n");
     for (unsigned pairs = 0; pairs < wanted_pairs() / 10 && !HasFailure();) {
         next_odd_world();
-        const owned_snapshot frozen = snapshot_now();
+        const owned_snapshot frozen = snapshot_now(limit());
         ASSERT_NE(frozen, nullptr);
         const pattern_line_files lines(*frozen);
         for (unsigned i = 0; i < pairs_a_world && !HasFailure(); ++i, ++pairs) {
@@ -158,7 +163,7 @@ class frozen_explain : public explain_test {};
 
 TEST_F(frozen_explain, looks_at_no_file) {
     drive.write("c:/quillfence/dynaregex/dyna.cregexes.lines", "x");
-    const owned_snapshot frozen = snapshot_now();
+    const owned_snapshot frozen = snapshot_now(largest_frozen_file);
     ASSERT_NE(frozen, nullptr);
     const pattern_line_files lines(*frozen);
     options.near_misses = false;

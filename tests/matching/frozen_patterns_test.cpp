@@ -151,6 +151,20 @@ TEST_F(frozen_pattern_files, try_what_ends_as_the_name_does_and_what_has_no_endi
     EXPECT_FALSE(both(""));
 }
 
+TEST_F(frozen_pattern_files,
+       without_an_ending_are_tried_on_names_that_end_in_what_they_can_end_in) {
+    use(file_of({"[0-9]+$", "\\.(net|[a-c]om)$", "^x(y|[^z])?$", "a[0-9]*$", "(.*)$", "^ab*\\b$",
+                 "[a-z]{2}$", "(a|b+|(c?d)?)$"}));
+    EXPECT_EQ(tried("1"), 5u); // [0-9]+, ^x(y|[^z])?, a[0-9]*, (.*), (a|b+|(c?d)?), which may be ""
+    EXPECT_EQ(tried("T"), 5u); // \.(net|[a-c]om), ^x(y|[^z])?, (.*), [a-z]{2}, (a|b+|(c?d)?)
+    EXPECT_EQ(tried("-"), 3u);
+    for (const char *subject :
+         {"1", "T",   "-",  ".neT", ".bom", ".Com", ".dom", "x",  "xy",  "xz", "xq",
+          "a", "A12", "ab", "abb",  "ab-",  "mn",   "d",    "cd", "ccd", "b1", ""}) {
+        both(subject);
+    }
+}
+
 TEST_F(frozen_pattern_files, keep_the_order_of_the_file) {
     use(file_of({"b$", "[ab]b$", "^a", "ab$", ".*"}));
     for (const char *subject : {"ab", "bb", "ac", "b", "c"}) {

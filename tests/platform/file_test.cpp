@@ -170,6 +170,23 @@ TEST_F(file, read_delivers_what_is_there) {
     EXPECT_EQ(read_once(a.handle, 100), "") << "the end of the file";
 }
 
+TEST_F(file, read_at_goes_by_the_offset_alone) {
+    drive.write(file_a, "0123456789");
+    const opened a(file_a, reading);
+    EXPECT_EQ(read_once(a.handle, 2), "01");
+    const auto read_at = [&](int64_t offset) {
+        std::string bytes(4, '#');
+        uint32_t moved = 12345;
+        EXPECT_EQ(file_read_at(a.handle, offset, bytes.data(), 4, &moved), error_none) << offset;
+        return bytes.substr(0, moved);
+    };
+    EXPECT_EQ(read_at(3), "3456");
+    EXPECT_EQ(read_at(0), "0123");
+    EXPECT_EQ(read_at(8), "89");
+    EXPECT_EQ(read_at(10), "");
+    EXPECT_EQ(read_at(int64_t{1} << 33), "");
+}
+
 TEST_F(file, write_at_the_position) {
     drive.write(file_a, "abcdef");
     opened a(file_a);
@@ -222,6 +239,7 @@ TEST_F(file, a_closed_handle_is_invalid) {
     file_mapping mapping = {};
     EXPECT_EQ(file_read(closed, &byte, 1, &moved), error_invalid_handle);
     EXPECT_EQ(moved, 0u);
+    EXPECT_EQ(file_read_at(closed, 0, &byte, 1, &moved), error_invalid_handle);
     EXPECT_EQ(file_write(closed, &byte, 1, &moved), error_invalid_handle);
     EXPECT_EQ(file_seek(closed, 0, seek_origin::begin, nullptr), error_invalid_handle);
     EXPECT_EQ(file_size(closed, &size), error_invalid_handle);
@@ -639,6 +657,7 @@ TEST_F(file, every_function_can_be_made_to_fail) {
     } cases[] = {
         {"file_open(c:/quillfence/b) ", [&] { return file_open(file_b, writing, &other); }},
         {"file_read() ", [&] { return file_read(a.handle, &byte, 1, &count); }},
+        {"file_read_at() ", [&] { return file_read_at(a.handle, 0, &byte, 1, &count); }},
         {"file_write() ", [&] { return file_write(a.handle, &byte, 1, &count); }},
         {"file_pipe() ", [&] { return file_pipe(&other, &another); }},
         {"file_seek() ", [&] { return file_seek(a.handle, 0, seek_origin::end, &position); }},

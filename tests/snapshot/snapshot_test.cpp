@@ -4,8 +4,11 @@
 #include "call_context.h"
 #include "call_watch.h"
 #include "configuration.h"
+#include "evidence_watch.h"
 #include "failing_memory.h"
 #include "file_digest.h"
+#include "lookup.h"
+#include "open_handles.h"
 #include "owned_snapshot.h"
 #include "platform/error_numbers.h"
 #include "quillfence-file.h"
@@ -271,12 +274,132 @@ TEST_F(snapshot, has_no_form_that_would_take_too_much) {
     EXPECT_EQ(watch.take(), lines{});
 }
 
+// --- large files ---
+
 TEST_F(snapshot, leaves_a_file_above_its_limit_to_the_files) {
-    drive.write("c:/quillfence/bms/one", std::string(largest_frozen_file + 1, '\xFF'));
+    drive.write("c:/quillfence/from_blacklist", std::string(largest_frozen_file + 1, '\n'));
     const owned_snapshot frozen = load();
     ASSERT_NE(frozen, nullptr);
-    EXPECT_EQ(row(frozen, "c:/quillfence/bms//one"), nullptr);
+    EXPECT_EQ(row(frozen, "c:/quillfence/from_blacklist"), nullptr);
     EXPECT_EQ(report.unread_count, 0u);
+}
+
+class large_map : public snapshot {
+  protected:
+    static constexpr char path[] = "c:/quillfence/bms//one";
+    static constexpr uint64_t limit = 4096;
+
+    owned_snapshot load_with(uint64_t largest) {
+        snapshot_report_release(&report);
+        return owned_snapshot(__load_snapshot(nullptr, &report, largest));
+    }
+    // A map of 10.1.0.0 alone, and of all of 11.0.0.0/8.
+    static std::string map() {
+        std::string bytes(1024 + 1024 + 8192, '\0');
+        bytes[10 * 4 + 1] = 4; // 1024
+        bytes.replace(11 * 4, 4, "\xFF\xFF\xFF\xFF");
+        bytes[1024 + 1 * 4 + 1] = 8; // 2048
+        bytes[2048] = '\x80';
+        return bytes;
+    }
+    void SetUp() override {
+        drive.write("c:/quillfence/bms/one", map());
+    }
+    // What is answered of 10.1.0.0, and told of it.
+    std::pair<int, lines> ask(const owned_snapshot &frozen) {
+        evidence_watch watch;
+        current_call_context()->configuration = frozen.get();
+        const int listed = lookupMapFile(path, 0x0000010A);
+        return {listed, watch.take()};
+    }
+};
+
+TEST_F(large_map, is_kept_open_and_read_by_offset) {
+    const owned_snapshot frozen = load_with(limit);
+    ASSERT_NE(frozen, nullptr);
+    const frozen_file *const kept = row(frozen, path);
+    ASSERT_NE(kept, nullptr);
+    EXPECT_EQ(kept->bytes, nullptr);
+    EXPECT_TRUE(kept->is_file());
+    EXPECT_EQ(kept->sha256, data_files::digest_of(map()));
+    EXPECT_STREQ(frozen->revision, load()->revision); // however it is held
+    EXPECT_LT(snapshot_size(frozen.get()), snapshot_size(load().get()) - map().size() + 1);
+    EXPECT_EQ(ask(frozen), ask(load()));
+    call_watch watch;
+    EXPECT_EQ(ask(frozen).first, 1);
+    EXPECT_EQ(watch.take(), (lines{"file_read_at", "file_read_at", "file_read_at"}));
+}
+
+TEST_F(large_map, that_is_replaced_answers_as_it_was) {
+    const owned_snapshot frozen = load_with(limit);
+    drive.rename("c:/quillfence/bms/one", "c:/quillfence/bms/old");
+    drive.write("c:/quillfence/bms/one", std::string(limit + 1, '\0'));
+    EXPECT_EQ(ask(frozen).first, 1);
+    EXPECT_EQ(ask(load_with(limit)).first, 0);
+}
+
+TEST_F(large_map, that_shrinks_answers_as_one_that_is_cut_short) {
+    const owned_snapshot frozen = load_with(limit);
+    for (const size_t size : {size_t{2048}, size_t{1027}, size_t{1024}, size_t{3}, size_t{0}}) {
+        drive.write("c:/quillfence/bms/one", map().substr(0, size));
+        const auto [listed, told] = ask(frozen);
+        EXPECT_EQ(listed, 0) << size;
+        EXPECT_EQ(log.errors(), lines{}) << size;
+        EXPECT_NE(::testing::PrintToString(told).find("the map is cut short or can't be read"),
+                  std::string::npos)
+            << size;
+    }
+    drive.write("c:/quillfence/bms/one", map() + map()); // behind the end nobody looks
+    EXPECT_EQ(ask(frozen).first, 1);
+}
+
+TEST_F(large_map, that_can_not_be_read_lists_nobody_and_says_so) {
+    const owned_snapshot frozen = load_with(limit);
+    for (int n = 1; n <= 3; ++n) {
+        call_watch watch;
+        watch.fail("file_read_at", n, error_access_denied);
+        EXPECT_EQ(ask(frozen).first, 0) << n;
+        EXPECT_EQ(log.errors(), lines{"__readBytes: fatal error on read (w32) got error code 5"});
+    }
+    call_watch watch;
+    watch.fail("file_read_at", 1, platform::observed_half); // fewer bytes than were asked for
+    EXPECT_EQ(ask(frozen).first, 1);
+}
+
+TEST_F(large_map, that_changes_while_it_is_loaded_does_not_load) {
+    changing_drive = &drive;
+    changing_path = "c:/quillfence/bms/one";
+    unsigned refused = 0;
+    for (int opened = 0;; ++opened) {
+        drive.write(changing_path, map());
+        calls_before_change = opened;
+        platform::set_call_observer(change_at_opening);
+        const owned_snapshot frozen = load_with(limit);
+        platform::set_call_observer(nullptr);
+        if (calls_before_change >= 0) {
+            break;
+        }
+        refused += !frozen;
+        if (!frozen) {
+            EXPECT_EQ(std::string(report.changed), path);
+        }
+    }
+    EXPECT_GT(refused, 3u);
+}
+
+TEST_F(large_map, is_closed_in_the_end) {
+    const int before = open_handles();
+    load_with(limit).reset();
+    EXPECT_EQ(open_handles(), before);
+    bool failed = true;
+    for (int n = 1; failed; ++n) {
+        call_watch watch;
+        watch.fail_any(n, error_access_denied);
+        load_with(limit).reset();
+        failed = watch.failed();
+        EXPECT_EQ(open_handles(), before) << n;
+        log.take();
+    }
 }
 
 TEST_F(snapshot, nothing_at_all_is_a_configuration_too) {

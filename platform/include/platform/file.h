@@ -65,6 +65,11 @@ uint32_t file_close(file_handle file);
 uint32_t file_read(file_handle file, void *buffer, uint32_t size, uint32_t *moved);
 uint32_t file_write(file_handle file, const void *bytes, uint32_t size, uint32_t *moved);
 
+// Reads up to size bytes from an offset, with one system call and without regard to where the file
+// stands, so that several threads may read from one handle. 0 bytes and success at the end.
+uint32_t file_read_at(file_handle file, int64_t offset, void *buffer, uint32_t size,
+                      uint32_t *moved);
+
 // A pipe: what is written to one end is read from the other. For tests.
 uint32_t file_pipe(file_handle *reader, file_handle *writer);
 
