@@ -1,6 +1,7 @@
 #include "json_reader.h"
 
 #include <algorithm>
+#include <array>
 
 #include "utf8.h"
 
@@ -173,14 +174,30 @@ bool json_parser::container(uint32_t node, char closing, unsigned depth) {
     return closing == ']' || names_differ(node);
 }
 
+// Sorting pays for many names alone.
+static bool any_twice(std::vector<std::string_view> &names) {
+    constexpr size_t few = 16;
+    if (names.size() > few) {
+        std::sort(names.begin(), names.end(), by_length_first);
+        return std::adjacent_find(names.begin(), names.end()) != names.end();
+    }
+    for (size_t i = 1; i < names.size(); ++i) {
+        for (size_t j = 0; j < i; ++j) {
+            if (names[i] == names[j]) {
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
 bool json_parser::names_differ(uint32_t object) {
     const std::vector<json_node> &nodes = document_.nodes_;
     names_.clear();
     for (uint32_t i = object + 1; i < nodes[object].end; i = nodes[i].end) {
         names_.push_back(nodes[i].name);
     }
-    std::sort(names_.begin(), names_.end(), by_length_first);
-    return std::adjacent_find(names_.begin(), names_.end()) == names_.end() ||
+    return !any_twice(names_) ||
            refuse("a member's name stands twice in the object that ends here");
 }
 
@@ -220,12 +237,23 @@ bool json_parser::number() {
 
 // --- texts ---
 
+// Of a text's characters those that stand for themselves and are ASCII.
+static constexpr auto plain_characters = [] {
+    std::array<bool, 256> plain{};
+    for (unsigned c = 0x20; c < 0x80; ++c) {
+        plain[c] = c != '"' && c != '\\';
+    }
+    return plain;
+}();
+
 bool json_parser::string(std::string_view *text) {
     const size_t begin = ++at_;
-    while (at_ < text_.size() && static_cast<unsigned char>(text_[at_]) - 0x20u < 0x60u &&
-           text_[at_] != '"' && text_[at_] != '\\') {
-        ++at_;
+    const char *const end = text_.data() + text_.size();
+    const char *to = text_.data() + begin;
+    while (to < end && plain_characters[static_cast<unsigned char>(*to)]) {
+        ++to;
     }
+    at_ = static_cast<size_t>(to - text_.data());
     if (next() != '"') {
         return decoded_string(begin, text);
     }

@@ -400,6 +400,19 @@ uint32_t file_changed(file_handle file, int64_t *seconds) {
     return error_none;
 }
 
+uint32_t file_identify(file_handle file, file_identity *identity) {
+    *identity = {};
+    if (const uint32_t failure = observe_call("file_identify", "")) {
+        return failure;
+    }
+    struct stat found;
+    if (fstat(descriptor_of(file), &found) != 0) {
+        return error_of_errno(errno);
+    }
+    *identity = {found.st_dev, found.st_ino};
+    return error_none;
+}
+
 uint32_t file_is_private(file_handle file, bool *is) {
     *is = false;
     if (const uint32_t failure = observe_call("file_is_private", "")) {

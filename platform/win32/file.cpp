@@ -266,6 +266,20 @@ uint32_t file_changed(file_handle file, int64_t *seconds) {
     return error;
 }
 
+uint32_t file_identify(file_handle file, file_identity *identity) {
+    *identity = {};
+    if (const uint32_t failure = observe_call("file_identify", "")) {
+        return failure;
+    }
+    BY_HANDLE_FILE_INFORMATION facts;
+    const uint32_t error = error_unless(GetFileInformationByHandle(handle_of(file), &facts));
+    if (!error) {
+        *identity = {facts.dwVolumeSerialNumber,
+                     uint64_t{facts.nFileIndexHigh} << 32 | facts.nFileIndexLow};
+    }
+    return error;
+}
+
 uint32_t file_is_private(file_handle file, bool *is) {
     *is = false;
     if (const uint32_t failure = observe_call("file_is_private", "")) {
@@ -337,10 +351,6 @@ uint32_t path_attributes(const char *path, uint32_t *attributes) {
 
 static uint64_t joined_halves(DWORD high, DWORD low) {
     return uint64_t{high} << 32 | low;
-}
-
-static int64_t ticks_of(const FILETIME &moment) {
-    return static_cast<int64_t>(joined_halves(moment.dwHighDateTime, moment.dwLowDateTime));
 }
 
 uint32_t path_stamp_of(const char *path, path_stamp *stamp) {

@@ -151,7 +151,7 @@ namespace {
 struct diff_result {
     batch_result run;
     uint64_t changes = 0;
-    diff_summary summary;
+    run_summary summary;
 };
 
 } // namespace
@@ -195,7 +195,8 @@ static diff_result run_diff(const diff_arguments &arguments) {
 static void write_summary(const diff_arguments &arguments, const diff_result &result,
                           file_output *page) {
     if (wants_summary(arguments)) {
-        if (const uint32_t error = write_out(diff_text(result.summary)); error && !is_gone(error)) {
+        if (const uint32_t error = write_out(summary_text(result.summary));
+            error && !is_gone(error)) {
             throw failure(file_error("standard output", error));
         }
     }

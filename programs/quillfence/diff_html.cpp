@@ -28,7 +28,7 @@ static void write_table(html_page &page, const summary_table &table) {
     }
 }
 
-std::string diff_html(const diff_summary &summary) {
+std::string diff_html(const run_summary &summary) {
     html_page page;
     page.begin(summary.headline);
     page.raw("<header>\n");

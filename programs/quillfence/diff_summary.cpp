@@ -214,15 +214,9 @@ static std::vector<summary_table> unhit_tables(const unhit_entries &unhit) {
 
 // --- the whole ----------------------------------------------------------------------------------
 
-static void add_table(diff_summary &to, summary_table table) {
-    if (!table.rows.empty() || !table.remarks.empty()) {
-        to.tables.push_back(std::move(table));
-    }
-}
-
-diff_summary summarise_diff(const compared_names &names, const change_tally &tally,
-                            const batch_result &result, const unhit_entries &unhit) {
-    diff_summary made{headline_of(tally), sentences_of(names, tally, result), {}};
+run_summary summarise_diff(const compared_names &names, const change_tally &tally,
+                           const batch_result &result, const unhit_entries &unhit) {
+    run_summary made{headline_of(tally), sentences_of(names, tally, result), {}};
     add_table(made, verdict_table(tally));
     add_table(made, rule_table(tally));
     add_table(made, cause_table(tally));

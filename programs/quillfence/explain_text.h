@@ -8,13 +8,9 @@
 #include <string_view>
 
 #include "decision_record.h"
+#include "text_page.h"
 
 namespace quillfence::programs {
-
-struct text_options {
-    size_t width = 80;
-    bool colour = false;
-};
 
 // The text ends in a line feed.
 std::string explain_text(const decision::decision_record &record, const text_options &options);

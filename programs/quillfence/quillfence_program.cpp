@@ -3,7 +3,8 @@
 namespace quillfence::programs {
 
 static constexpr command_maker commands[] = {explain_command, test_command, collect_command,
-                                             batch_command,   diff_command, policyd_command};
+                                             batch_command,   diff_command, log_command,
+                                             policyd_command};
 
 static constexpr char exit_status_help[] = R"(Exit status:
   0  done

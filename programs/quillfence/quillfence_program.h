@@ -10,6 +10,7 @@ command explain_command();
 command batch_command();
 command collect_command();
 command diff_command();
+command log_command();
 command policyd_command();
 command test_command();
 

@@ -247,6 +247,9 @@ TEST_F(file, a_closed_handle_is_invalid) {
     int64_t seconds = 12345;
     EXPECT_EQ(file_changed(closed, &seconds), error_invalid_handle);
     EXPECT_EQ(seconds, 0);
+    file_identity identity = {1, 2};
+    EXPECT_EQ(file_identify(closed, &identity), error_invalid_handle);
+    EXPECT_EQ(identity, file_identity{});
     bool is_private = true;
     EXPECT_EQ(file_is_private(closed, &is_private), error_invalid_handle);
     EXPECT_FALSE(is_private);
@@ -644,6 +647,7 @@ TEST_F(file, every_function_can_be_made_to_fail) {
     uint64_t size = 1;
     int64_t position = 1;
     bool is_private = false;
+    file_identity identity = {};
     file_mapping mapping = {};
     FILE *const file_stream = stream_open(file_a, "rb+");
     ASSERT_NE(file_stream, nullptr);
@@ -659,6 +663,7 @@ TEST_F(file, every_function_can_be_made_to_fail) {
         {"file_seek() ", [&] { return file_seek(a.handle, 0, seek_origin::end, &position); }},
         {"file_size() ", [&] { return file_size(a.handle, &size); }},
         {"file_changed() ", [&] { return file_changed(a.handle, &position); }},
+        {"file_identify() ", [&] { return file_identify(a.handle, &identity); }},
         {"file_is_private() ", [&] { return file_is_private(a.handle, &is_private); }},
         {"file_truncate() ", [&] { return file_truncate(a.handle); }},
         {"file_sync() ", [&] { return file_sync(a.handle); }},
@@ -697,6 +702,23 @@ TEST_F(file, the_time_of_the_last_change) {
     int64_t seconds = 0;
     EXPECT_EQ(file_changed(a.handle, &seconds), error_none);
     EXPECT_LE(std::abs(seconds - now.seconds), 60);
+}
+
+TEST_F(file, an_identity_stays_with_the_file_and_not_with_the_name) {
+    const auto identity_of = [](const char *name) {
+        const opened one(name, reading);
+        file_identity identity = {};
+        EXPECT_EQ(file_identify(one.handle, &identity), error_none);
+        return identity;
+    };
+    drive.write(file_a, "x");
+    const opened kept(file_a, reading); // so that nobody gets its identity
+    const file_identity before = identity_of(file_a);
+    EXPECT_EQ(identity_of(file_a), before);
+    ASSERT_EQ(path_rename(file_a, file_b), error_none);
+    EXPECT_EQ(identity_of(file_b), before);
+    drive.write(file_a, "x");
+    EXPECT_NE(identity_of(file_a), before);
 }
 
 } // namespace

@@ -29,7 +29,7 @@ from whole_program import ARGUMENTS, RUNNER, FolderTest, main, run
 QUILLFENCE, REPLAYER, SOURCE = (Path(argument).resolve() for argument in ARGUMENTS)
 
 PAGES = ["README.md", "docs/batch.md", "docs/cases.md", "docs/diff.md",
-         "docs/explain.md"]
+         "docs/explain.md", "docs/log.md"]
 # What differs from run to run and between the systems.
 NORMALISED = [
     (r"\b\d+(\.\d+)? ms\b", "0 ms"),

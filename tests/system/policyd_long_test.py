@@ -7,6 +7,7 @@ usage: policyd_long_test.py --quillfence=QUILLFENCE [unittest options]
 import os
 import statistics
 import subprocess
+import time
 import unittest
 from pathlib import Path
 
@@ -35,6 +36,14 @@ def held_by(pid):
 
 
 class Soak(LoadTest):
+    def settled(self, service):
+        """What it holds between two looks at its files, when its clients have gone."""
+        def look():
+            time.sleep(0.1)
+            return held_by(service.process.pid)
+
+        return min((look() for _ in range(10)), key=lambda held: held[1])
+
     def test_a_million_requests(self):
         """Memory, descriptors and threads are what they were after the first tenth."""
         service = self.serve("--dns", "off", "--counters")
@@ -43,7 +52,7 @@ class Soak(LoadTest):
             load = Load(service.path, f"soak{part}", each=REQUESTS // 80, **LOCAL)
             load.join()
             self.assertEqual((len(load.answers), load.unanswered), (REQUESTS // 10, set()))
-            seen.append(held_by(service.process.pid))
+            seen.append(self.settled(service))
             os.rename(service.log, self.folder / "old")
             service.reload()
         print(seen)

@@ -79,6 +79,14 @@ uint32_t file_seek(file_handle file, int64_t offset, seek_origin origin, int64_t
 uint32_t file_size(file_handle file, uint64_t *size);
 // When the file's contents last changed, in seconds since 1970-01-01 00:00:00 UTC.
 uint32_t file_changed(file_handle file, int64_t *seconds);
+// What tells the file from all others that are there at the same time, by whatever name it was
+// opened. A file that is gone may leave its identity to a later one.
+struct file_identity {
+    uint64_t volume;
+    uint64_t number;
+    bool operator==(const file_identity &) const = default;
+};
+uint32_t file_identify(file_handle file, file_identity *identity);
 // Whether nobody but its owner may read it (and who may do anything). On Windows always so: there
 // it is the folder's rights that say who may, and they are not looked at.
 uint32_t file_is_private(file_handle file, bool *is);

@@ -1,6 +1,6 @@
-#include <algorithm>
+#include "summary_text.h"
 
-#include "diff_summary.h"
+#include <algorithm>
 
 namespace quillfence::programs {
 
@@ -64,7 +64,13 @@ static void append_table(std::string &out, const summary_table &table) {
     }
 }
 
-std::string diff_text(const diff_summary &summary) {
+void add_table(run_summary &to, summary_table table) {
+    if (!table.rows.empty() || !table.remarks.empty()) {
+        to.tables.push_back(std::move(table));
+    }
+}
+
+std::string summary_text(const run_summary &summary) {
     std::string out = summary.headline + '\n';
     for (const std::string &sentence : summary.sentences) {
         out += "  " + sentence + '\n';
