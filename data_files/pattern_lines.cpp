@@ -58,7 +58,7 @@ pattern_lines read_pattern_lines(const std::string &compiled_path, const std::st
     if (const uint32_t error = read_file(compiled_path + pattern_lines_suffix, &bytes)) {
         if (!is_missing(error)) {
             read.is = pattern_lines::state::wrong;
-            read.problem = system_text(error);
+            read.problem = "can't be read: " + system_text(error);
         }
         return read;
     }

@@ -169,7 +169,7 @@ class collector {
     run current;
     bool broken = false;
 
-    bool maps_known = false;        // by the decision
+    bool maps_known = false; // by the decision
     const std::span<const known_rule> all_rules = known_rules();
     std::vector<rule_state> states; // of all rules, by their numbers
     size_t likely_rule = 0;         // that the next fact is about

@@ -31,8 +31,8 @@ struct log_record {
     struct transaction transaction;
     struct decision decision;
     std::string answered; // "DUNNO", "550 5.7.1 ..."; "" for none
-    // For sums only, and of each no more than they need: zone, answer and dns; n, type, rcode, class
-    // and ms.
+    // For sums only, and of each no more than they need: zone, answer and dns; n, type, rcode,
+    // class and ms.
     std::vector<dns_block_list_record> dns_block_lists;
     std::vector<dns_record> dns;
 };

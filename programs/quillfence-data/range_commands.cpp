@@ -44,6 +44,9 @@ static range_records sound_ranges(const std::string &path) {
 // What the engine would begin anew must not be somebody else's file.
 static range_records ranges_to_edit(const std::string &path) {
     range_records read = read_ranges(path);
+    if (read.state == range_state::unreadable) {
+        throw failure(file_error(path, read.error));
+    }
     if (read.state == range_state::corrupt || (read.state == range_state::empty && read.size)) {
         throw failure(path + ": is no range file; it is left alone");
     }

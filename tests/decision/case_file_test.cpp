@@ -147,11 +147,29 @@ TEST(case_file, a_record_is_a_case_but_for_its_name) {
     std::string json;
     const decision_record record = testing::random_record(11, true).make();
     write_record(json, record, record_form::whole);
-    EXPECT_EQ(refusal(json), "1: schema: is not that of a case");
     test_case captured;
     captured.captured = true;
     captured.record = record;
     EXPECT_EQ(changed(json, "quillfence.decision/1", "quillfence.case/1"), written(captured));
+}
+
+TEST(case_file, a_record_is_a_short_case) {
+    const decision_record &record = sample().record;
+    std::string json;
+    write_record(json, record, record_form::brief);
+    test_case made;
+    made.record.id = record.id;
+    made.record.time = record.time;
+    made.record.config.user_dir = record.config.user_dir;
+    made.record.transaction = record.transaction;
+    made.record.extra = record.extra;
+    made.record.dns = record.dns;
+    json_problem problem;
+    const auto read = read_case(json, &problem);
+    ASSERT_TRUE(read) << problem.text;
+    EXPECT_TRUE(*read == made) << written(*read) << written(made);
+    EXPECT_EQ(refusal("{\"schema\": \"quillfence.decision/1\"}"),
+              "1: the document has no member \"id\"");
 }
 
 // --- random cases ---

@@ -231,7 +231,7 @@ class RefusalTest(Case):
         self.write("in/2.json", '{"schema": "quillfence.case/1",\n "transaction": {},\n'
                                 ' "expect": {"verdict": "reect"}}')
         self.write("in/3.json", "")
-        self.write("in/4.json", {"schema": "quillfence.decision/1"})
+        self.write("in/4.json", {"schema": "quillfence.other/1"})
         self.write("in/5.tar", "not a tar file, and no JSON")
         self.write("in/6.json", REJECTED)
         status, out, err = self.judge("in")
