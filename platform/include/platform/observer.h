@@ -12,8 +12,8 @@ namespace quillfence::platform {
 // observed_half. A file_close that is made to fail closes the file all the same, as systems do.
 using call_observer = uint32_t (*)(const char *call, const char *subject);
 
-// An observer's answer that makes file_read, file_read_at or file_write move half as many bytes as were asked
-// for, rounded down, and succeed. Every other call takes it for 0.
+// An observer's answer that makes file_read, file_read_at or file_write move half as many bytes as
+// were asked for, rounded down, and succeed. Every other call takes it for 0.
 inline constexpr uint32_t observed_half = 0xFFFFFFFF;
 
 // Installs an observer; null removes it. The product never installs one.
