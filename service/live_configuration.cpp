@@ -10,21 +10,6 @@
 
 namespace quillfence::service {
 
-namespace {
-
-struct report {
-    snapshot_report it{};
-
-    report() = default;
-    ~report() {
-        snapshot_report_release(&it);
-    }
-    report(const report &) = delete;
-    report &operator=(const report &) = delete;
-};
-
-} // namespace
-
 // --- one loading --------------------------------------------------------------------------------
 
 static std::vector<std::string> zones_of(const frozen_files &files) {
@@ -39,8 +24,7 @@ static std::vector<std::string> zones_of(const frozen_files &files) {
     return zones;
 }
 
-loaded_tree::loaded_tree(std::unique_ptr<frozen_files, snapshot_releaser> read,
-                         dns_sources::guard_choice guards)
+loaded_tree::loaded_tree(decision::owned_snapshot read, dns_sources::guard_choice guards)
     : files(std::move(read)), pattern_lines(*files), zones(zones_of(*files)), guard(zones, guards) {
 }
 
@@ -90,9 +74,9 @@ void live_configuration::watch(const snapshot_report &report) {
 
 // "" when it is loaded, else why it is not; *in_motion then tells that it changed meanwhile.
 std::string live_configuration::try_to_load(bool *in_motion) {
-    report told;
+    decision::owned_snapshot_report told;
     const char *const user_dir = with_.user_dir.empty() ? nullptr : with_.user_dir.c_str();
-    std::unique_ptr<frozen_files, snapshot_releaser> files(snapshot_load(user_dir, &told.it));
+    decision::owned_snapshot files(snapshot_load(user_dir, &told.it));
     if (!files) {
         *in_motion = told.it.changed;
         return told.it.changed ? std::string(told.it.changed) + ": changes while it is read"

@@ -22,22 +22,15 @@
 #include "guard_source.h"
 #include "pattern_line_files.h"
 #include "platform/file.h"
-#include "snapshot.h"
+#include "snapshot_owners.h"
 
 namespace quillfence::service {
 
-struct snapshot_releaser {
-    void operator()(frozen_files *files) const {
-        snapshot_free(files);
-    }
-};
-
 // One loading of it; nothing in it changes, but for what the guard counts.
 struct loaded_tree {
-    loaded_tree(std::unique_ptr<frozen_files, snapshot_releaser> read,
-                dns_sources::guard_choice guards);
+    loaded_tree(decision::owned_snapshot read, dns_sources::guard_choice guards);
 
-    const std::unique_ptr<frozen_files, snapshot_releaser> files;
+    const decision::owned_snapshot files;
     const decision::pattern_line_files pattern_lines;
     const std::vector<std::string> zones; // of its DNS block lists
     const dns_sources::answer_guard guard;

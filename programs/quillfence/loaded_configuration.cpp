@@ -4,26 +4,11 @@
 
 namespace quillfence::programs {
 
-namespace {
-
-struct report {
-    snapshot_report it{};
-
-    report() = default;
-    ~report() {
-        snapshot_report_release(&it);
-    }
-    report(const report &) = delete;
-    report &operator=(const report &) = delete;
-};
-
-} // namespace
-
 loaded_configuration load_configuration(const std::string &user_dir) {
     constexpr int tries = 3;
     std::string changed;
     for (int i = 0; i < tries; ++i) {
-        report told;
+        decision::owned_snapshot_report told;
         loaded_configuration loaded(
             snapshot_load(user_dir.empty() ? nullptr : user_dir.c_str(), &told.it));
         if (!loaded && !told.it.changed) {

@@ -1,19 +1,13 @@
 // The configuration read once, for subcommands that judge many transactions.
 #pragma once
 
-#include <memory>
 #include <string>
 
-#include "snapshot.h"
+#include "snapshot_owners.h"
 
 namespace quillfence::programs {
 
-struct snapshot_releaser {
-    void operator()(frozen_files *files) const {
-        snapshot_free(files);
-    }
-};
-using loaded_configuration = std::unique_ptr<frozen_files, snapshot_releaser>;
+using loaded_configuration = decision::owned_snapshot;
 
 // The engine must have been started. What can't be read is complained about, and read for every
 // transaction. Throws a failure when the configuration changes while it is read, and does so three
