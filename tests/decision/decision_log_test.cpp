@@ -11,7 +11,6 @@
 #include "drive_c.h"
 #include "platform/error_numbers.h"
 #include "platform/file.h"
-#include "side_by_side.h"
 
 namespace quillfence::testing {
 namespace {
@@ -114,32 +113,6 @@ TEST_F(decision_log_test, the_next_process_ends_a_torn_line) {
     ASSERT_EQ(open_log.open(path), 0u);
     EXPECT_EQ(open_log.write("two\n"), 0u);
     EXPECT_EQ(drive.read(path), "one\n{\"half\ntwo\n");
-}
-
-TEST_F(decision_log_test, two_logs_and_several_threads_on_one_file) {
-    constexpr size_t each = 200;
-    ASSERT_EQ(open_log.open(path), 0u);
-    decision_log other;
-    ASSERT_EQ(other.open(path), 0u);
-    side_by_side(4, [&](unsigned number) {
-        const std::string line = line_of(static_cast<char>('a' + number), 500 + 100 * number);
-        for (size_t i = 0; i < each; ++i) {
-            EXPECT_EQ((number % 2 ? open_log : other).write(line), 0u);
-        }
-    });
-    const std::string text = drive.read(path);
-    size_t counts[4] = {};
-    size_t begin = 0;
-    for (size_t end; (end = text.find('\n', begin)) != std::string::npos; begin = end + 1) {
-        const std::string line = text.substr(begin, end + 1 - begin);
-        const auto number = static_cast<unsigned>(line[0] - 'a');
-        ASSERT_LT(number, 4u);
-        EXPECT_EQ(line, line_of(line[0], 500 + 100 * number));
-        ++counts[number];
-    }
-    EXPECT_EQ(begin, text.size());
-    EXPECT_TRUE(std::all_of(std::begin(counts), std::end(counts),
-                            [](size_t count) { return count == each; }));
 }
 
 } // namespace

@@ -1,6 +1,10 @@
-// A log whose writer is killed at each of its system calls in turn, and one that meets a limit.
+// A log whose writer is killed at each of its system calls in turn, one that meets a limit, and one
+// that several write.
+#include <algorithm>
 #include <csignal>
+#include <iterator>
 #include <string>
+
 #include <sys/resource.h>
 
 #include <gtest/gtest.h>
@@ -8,6 +12,7 @@
 #include "crash.h"
 #include "decision_log.h"
 #include "drive_c.h"
+#include "side_by_side.h"
 
 namespace quillfence::testing {
 namespace {
@@ -77,6 +82,37 @@ TEST_F(decision_log_kill, a_limit_cuts_one_line_and_the_next_is_whole) {
     }
     EXPECT_EQ(log_file.write(line), 0u);
     EXPECT_EQ(drive.read(path), line + line + std::string(500, 'x') + "\n" + line);
+}
+
+// Wine does not append as Windows does, so that this is for Linux, where the service runs.
+TEST_F(decision_log_kill, two_logs_and_several_threads_on_one_file) {
+    constexpr size_t each = 200;
+    const auto line_of = [](char letter, size_t size) {
+        return std::string(size - 1, letter) + "\n";
+    };
+    decision_log open_log;
+    ASSERT_EQ(open_log.open(path), 0u);
+    decision_log other;
+    ASSERT_EQ(other.open(path), 0u);
+    side_by_side(4, [&](unsigned number) {
+        const std::string line = line_of(static_cast<char>('a' + number), 500 + 100 * number);
+        for (size_t i = 0; i < each; ++i) {
+            EXPECT_EQ((number % 2 ? open_log : other).write(line), 0u);
+        }
+    });
+    const std::string text = drive.read(path);
+    size_t counts[4] = {};
+    size_t begin = 0;
+    for (size_t end; (end = text.find('\n', begin)) != std::string::npos; begin = end + 1) {
+        const std::string line = text.substr(begin, end + 1 - begin);
+        const auto number = static_cast<unsigned>(line[0] - 'a');
+        ASSERT_LT(number, 4u);
+        EXPECT_EQ(line, line_of(line[0], 500 + 100 * number));
+        ++counts[number];
+    }
+    EXPECT_EQ(begin, text.size());
+    EXPECT_TRUE(std::all_of(std::begin(counts), std::end(counts),
+                            [](size_t count) { return count == each; }));
 }
 
 } // namespace
