@@ -1,9 +1,7 @@
 // The file of decisions: whole lines, whatever the disk does and however many write.
 #include "decision_log.h"
 
-#include <algorithm>
 #include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 
