@@ -1,34 +1,28 @@
 #include "policy_judge.h"
 
 #include <algorithm>
-#include <array>
-#include <atomic>
 #include <condition_variable>
 #include <mutex>
 #include <new>
-#include <optional>
 #include <thread>
 #include <utility>
 #include <vector>
 
-#include "answers_so_far.h"
+#include "doubt_events.h"
 #include "engine_door.h"
-#include "event.h"
 #include "explain.h"
 #include "guard_source.h"
-#include "input.h"
 #include "json_writer.h"
 #include "mail_journal.h"
 #include "off_source.h"
+#include "outstanding.h"
 #include "platform/clock.h"
 #include "record_writer.h"
-#include "text.h"
 #include "utc_text.h"
 #include "vc_w32.h"
 
 namespace quillfence::service {
 
-using decision::decided_by;
 using decision::decision_record;
 using decision::verdict;
 using clock = policy_judge_options::clock;
@@ -38,140 +32,10 @@ static constexpr char answered_member[] = "answered";
 
 namespace {
 
-// What is on its way. The judge owns it as long as it is outstanding; a DNS question that it waits
-// for does, too.
-struct request {
-    std::string text;
-    policy_judge::answer_function answer;
-    uint64_t number = 0; // of the process, from 1
-    clock::time_point came{};
-    std::atomic<bool> taken = false; // by whoever answers it
-
-    // When it has been read.
-    std::optional<decision::input_transaction> input{};
-    std::shared_ptr<const loaded_tree> tree{};
-    std::optional<decision::answers_so_far> answers{};
-
-    // Its places, under the judge's lock.
-    std::shared_ptr<request> self{}; // while it is outstanding
-    request *older = nullptr;
-    request *younger = nullptr;
-    request *next = nullptr; // in the queue
-
-    // Whether the caller is the one to answer it. Once true.
-    bool take() {
-        return !taken.exchange(true);
-    }
-};
-using request_ptr = std::shared_ptr<request>;
-
-// Requests that have not been answered, the oldest in front. No memory is asked for.
-class outstanding_requests {
-  public:
-    void add(request_ptr one) {
-        request *const added = one.get();
-        added->self = std::move(one);
-        added->older = youngest_;
-        (youngest_ ? youngest_->younger : oldest_) = added;
-        youngest_ = added;
-        ++count_;
-    }
-    // Its owner from now on is the caller; null when it was not here.
-    request_ptr remove(request *one) {
-        if (!one->self) {
-            return nullptr;
-        }
-        (one->older ? one->older->younger : oldest_) = one->younger;
-        (one->younger ? one->younger->older : youngest_) = one->older;
-        one->older = one->younger = nullptr;
-        --count_;
-        return std::move(one->self);
-    }
-    request *oldest() const {
-        return oldest_;
-    }
-    size_t count() const {
-        return count_;
-    }
-
-  private:
-    request *oldest_ = nullptr;
-    request *youngest_ = nullptr;
-    size_t count_ = 0;
-};
-
-// Those that a worker shall look at, in the order in which they came or came back.
-class request_queue {
-  public:
-    void put(request *one) {
-        one->next = nullptr;
-        (last_ ? last_->next : first_) = one;
-        last_ = one;
-    }
-    request *take() {
-        request *const one = first_;
-        if (one) {
-            first_ = one->next;
-            last_ = first_ ? last_ : nullptr;
-        }
-        return one;
-    }
-    bool empty() const {
-        return !first_;
-    }
-
-  private:
-    request *first_ = nullptr;
-    request *last_ = nullptr;
-};
-
 // The engine's ERROR lines are in the records.
 int drop_line(int, const char *, ...) {
     return 0;
 }
-
-} // namespace
-
-// --- what is told -------------------------------------------------------------------------------
-
-// Events of the service's doubts, of each kind one a minute.
-namespace {
-
-class doubt_events {
-  public:
-    void tell(doubt why, std::string_view text, clock::time_point now) noexcept {
-        try {
-            of_doubt_[static_cast<size_t>(why)].tell(event_severity::warning, text, now);
-        } catch (const std::bad_alloc &) {
-            // It is counted all the same.
-        }
-    }
-    void log_lost(const std::string &path, uint32_t error, clock::time_point now) noexcept {
-        try {
-            of_log_.tell(event_severity::error,
-                         path + ": a record is lost: " + data_files::system_text(error), now);
-        } catch (const std::bad_alloc &) {
-        }
-    }
-    void not_counted(std::string_view line, clock::time_point now) {
-        of_journal_.tell(event_severity::error, line, now);
-    }
-    void settle(clock::time_point now) noexcept {
-        try {
-            for (event_limiter &one : of_doubt_) {
-                one.settle(now);
-            }
-            of_log_.settle(now);
-            of_journal_.settle(now);
-        } catch (const std::bad_alloc &) {
-        }
-    }
-
-  private:
-    std::array<event_limiter, static_cast<size_t>(doubt::stopping) + 1> of_doubt_;
-    event_limiter of_log_;
-    event_limiter of_journal_;
-};
 
 } // namespace
 
