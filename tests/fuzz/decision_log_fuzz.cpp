@@ -71,7 +71,7 @@ void fuzz_one(fuzz_input &input) {
     log_tally tally;
     log_record record;
     uint64_t count = 0;
-    for (decision::log_line line; all.next(&line) || all.rest(&line);) {
+    for (quillfence::decision::log_line line; all.next(&line) || all.rest(&line);) {
         QF_PROMISE(line.number == ++count);
         QF_PROMISE(line.text.size() <= longest_log_line);
         QF_PROMISE(line.text.find('\n') == std::string_view::npos);
