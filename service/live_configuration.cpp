@@ -24,7 +24,7 @@ static std::vector<std::string> zones_of(const frozen_files &files) {
     return zones;
 }
 
-loaded_tree::loaded_tree(decision::owned_snapshot read, dns_sources::guard_choice guards)
+loaded_tree::loaded_tree(owned_snapshot read, dns_sources::guard_choice guards)
     : files(std::move(read)), pattern_lines(*files), zones(zones_of(*files)), guard(zones, guards) {
 }
 
@@ -74,9 +74,9 @@ void live_configuration::watch(const snapshot_report &report) {
 
 // "" when it is loaded, else why it is not; *in_motion then tells that it changed meanwhile.
 std::string live_configuration::try_to_load(bool *in_motion) {
-    decision::owned_snapshot_report told;
+    owned_snapshot_report told;
     const char *const user_dir = with_.user_dir.empty() ? nullptr : with_.user_dir.c_str();
-    decision::owned_snapshot files(snapshot_load(user_dir, &told.it));
+    owned_snapshot files(snapshot_load(user_dir, &told.it));
     if (!files) {
         *in_motion = told.it.changed;
         return told.it.changed ? std::string(told.it.changed) + ": changes while it is read"

@@ -28,9 +28,9 @@ namespace quillfence::service {
 
 // One loading of it; nothing in it changes, but for what the guard counts.
 struct loaded_tree {
-    loaded_tree(decision::owned_snapshot read, dns_sources::guard_choice guards);
+    loaded_tree(owned_snapshot read, dns_sources::guard_choice guards);
 
-    const decision::owned_snapshot files;
+    const owned_snapshot files;
     const decision::pattern_line_files pattern_lines;
     const std::vector<std::string> zones; // of its DNS block lists
     const dns_sources::answer_guard guard;

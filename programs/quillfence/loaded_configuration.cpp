@@ -8,7 +8,7 @@ loaded_configuration load_configuration(const std::string &user_dir) {
     constexpr int tries = 3;
     std::string changed;
     for (int i = 0; i < tries; ++i) {
-        decision::owned_snapshot_report told;
+        owned_snapshot_report told;
         loaded_configuration loaded(
             snapshot_load(user_dir.empty() ? nullptr : user_dir.c_str(), &told.it));
         if (!loaded && !told.it.changed) {

@@ -7,7 +7,7 @@
 
 namespace quillfence::programs {
 
-using loaded_configuration = decision::owned_snapshot;
+using loaded_configuration = owned_snapshot;
 
 // The engine must have been started. What can't be read is complained about, and read for every
 // transaction. Throws a failure when the configuration changes while it is read, and does so three

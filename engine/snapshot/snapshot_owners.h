@@ -5,7 +5,7 @@
 
 #include "snapshot.h"
 
-namespace quillfence::decision {
+namespace quillfence {
 
 struct snapshot_releaser {
     void operator()(frozen_files *files) const {
@@ -25,4 +25,4 @@ struct owned_snapshot_report {
     owned_snapshot_report &operator=(const owned_snapshot_report &) = delete;
 };
 
-} // namespace quillfence::decision
+} // namespace quillfence
