@@ -2,8 +2,9 @@
 // appending write, so that the lines of several threads and processes never mix, and a line that
 // was written stays when the process is killed.
 //
-// A disk that is full, or a limit, can cut a line short. What is appended next then begins with a
-// line end, also by the next process: one line is lost, and not two.
+// A disk that is full, a limit, or a kill in the midst of the write can cut a line short. What is
+// appended next then begins with a line end, also by the next process: one line is lost, and not
+// two. Nobody has been told of that one, as write() has not returned.
 #pragma once
 
 #include <cstdint>
