@@ -50,7 +50,7 @@ struct flight {
     dns_time given;    // for this one
     uint64_t settings; // of which server_list
     int server;
-    unsigned failures;       // tries with this server in which it gave no answer to anybody
+    unsigned failures;       // tries with this server, on connections that it answered nobody on
     unsigned sends;          // to this server
     unsigned tries;          // in all
     uint64_t answers_before; // of its berth
@@ -449,8 +449,10 @@ static void learn_quota(harbour *of, const berth &cut) {
     }
 }
 
-static void send_again(dns_channel *channel, flight *one, bool was_answering_others) {
-    one->failures += !was_answering_others;
+// A connection that has carried answers was cut for its own reasons, even when this question was
+// put on it after the last of them: the server was about to close it, and did not know.
+static void send_again(dns_channel *channel, flight *one, bool has_answered) {
+    one->failures += !has_answered;
     if (one->failures >= dns_tcp_attempts || one->sends >= most_sends ||
         one->settings != channel->settings) {
         settle_without_answer(channel, one, dns_status_servfail);
@@ -473,7 +475,7 @@ static void lose_berth(dns_channel *channel, berth *lost) {
     while (flight *const one = all.first) {
         take_out(&all, one);
         one->on = nullptr;
-        send_again(channel, one, answered > one->answers_before);
+        send_again(channel, one, answered > 0);
     }
 }
 
@@ -482,25 +484,6 @@ static void close_if_done(harbour *of, berth *one) {
     if (is_open(*one) && one->flights.count == 0 && (one->leaving || one->carried >= of->quota)) {
         of->quota = std::max(of->quota, 2 * one->carried);
         close_berth(one);
-    }
-}
-
-static void note_connection(dns_channel *channel, berth *one) {
-    for (flight *each = one->flights.first; each; each = each->next) {
-        spend(channel, each); // on connecting
-    }
-    if (finish_dns_link(&one->link)) {
-        channel->next_end = channel->now; // other times count now
-    } else {
-        lose_berth(channel, one);
-    }
-}
-
-static void send_berth(dns_channel *channel, berth *one) {
-    if (one->link.connected && one->link.out_size > 0 && !send_dns_link(&one->link)) {
-        lose_berth(channel, one);
-    } else if (one->watches_sending != (!one->link.connected || one->link.out_size > 0)) {
-        watch(channel, one, EPOLL_CTL_MOD);
     }
 }
 
@@ -565,6 +548,35 @@ static void receive(dns_channel *channel, berth *one) {
     const bool goes_on = receive_dns_link(&one->link);
     if (!goes_on || was_idle || !take_messages(channel, one)) {
         lose_berth(channel, one);
+    }
+}
+
+// It can't be written to any more; what the server answered before it closed is there to be read.
+static void lose_after_answers(dns_channel *channel, berth *lost) {
+    size_t before = 0;
+    do {
+        before = lost->link.in_size;
+    } while (receive_dns_link(&lost->link) && lost->link.in_size > before &&
+             take_messages(channel, lost));
+    lose_berth(channel, lost);
+}
+
+static void note_connection(dns_channel *channel, berth *one) {
+    for (flight *each = one->flights.first; each; each = each->next) {
+        spend(channel, each); // on connecting
+    }
+    if (finish_dns_link(&one->link)) {
+        channel->next_end = channel->now; // other times count now
+    } else {
+        lose_berth(channel, one);
+    }
+}
+
+static void send_berth(dns_channel *channel, berth *one) {
+    if (one->link.connected && one->link.out_size > 0 && !send_dns_link(&one->link)) {
+        lose_after_answers(channel, one);
+    } else if (one->watches_sending != (!one->link.connected || one->link.out_size > 0)) {
+        watch(channel, one, EPOLL_CTL_MOD);
     }
 }
 

@@ -267,6 +267,13 @@ class Burst(unittest.TestCase):
         self.assertLessEqual(server.most_open, 64)
         self.assertLessEqual(max(tries for _, tries in outcomes), 16)
 
+    def test_late_end_of_a_connection(self):
+        """Nor is what was put on such a connection while the server was about to cut it."""
+        outcomes, server = self.burst(200, lambda n, m: [found(m), 0.01, CLOSE])
+        self.assertEqual({status for status, _ in outcomes}, {0})
+        self.assertLessEqual(server.most_open, 64)
+        self.assertLessEqual(max(tries for _, tries in outcomes), 16)
+
     def test_a_few_answers_a_connection(self):
         answered = {}
 
