@@ -366,9 +366,10 @@ class Windows(PackageTest):
     def page(self, command, package):
         """Does what docs/windows.md says with the MSI. The exit status."""
         page = (SOURCE / "docs/windows.md").read_text()
-        line, = re.findall(rf"^    (start /wait msiexec {command})$", page, re.MULTILINE)
+        line, = re.findall(rf"^    C:\\> (start /wait msiexec {command})$", page, re.MULTILINE)
+        self.assertIn(self.msi().name, line, "the page's version is old")
         script = package.with_suffix(".cmd")
-        script.write_text(re.sub(r"quillfence-[0-9.]+-windows-x86_64\.msi", package.name, line))
+        script.write_text(line.replace(self.msi().name, package.name))
         return self.wine("cmd", "/c", script.name, cwd=package.parent)[0]
 
     def versions(self):
