@@ -44,7 +44,7 @@ target_compile_options(qf_flags INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict
 if(WIN32)
     target_compile_definitions(qf_flags INTERFACE __USE_MINGW_ANSI_STDIO=1 _WIN32_WINNT=0x0601)
     target_link_options(qf_flags INTERFACE -static -static-libgcc -static-libstdc++
-                                           -Wl,--stack,8388608)
+                                           -Wl,--stack,8388608 -Wl,--no-insert-timestamp)
 endif()
 
 # Hardening. The sanitizers bring their own checks and do not go together with fortify.
