@@ -43,6 +43,7 @@ TEXTS = [
     ("docs/architecture.md", "arguments ──>"),
     ("docs/cases.md", "bob.smith+news@mail.example.org "),
     ("docs/cases.md", "the outcome of from_blacklist changes"),
+    ("docs/formats/country-database.md", "__vc_get_country_code: "),
     ("docs/formats/mail-log.md", "2023-11-14 22:13:20 quillfence[4242]: "),
     ("docs/formats/pattern-lines.md", "# quillfence pattern lines 1"),
     ("docs/formats/sender-networks.md", "domain : network, "),
@@ -158,8 +159,9 @@ NORMALISED = [
 
 # Runs a program of the Windows build, which keeps pipes open, with the folder that stands for c:.
 LAUNCH = """#!/bin/bash
-case $1 in
-explain | batch | diff | test) set -- "$1" --drive-c examples/drive_c "${@:2}" ;;
+case "$* " in
+*" --drive-c "* | *" --before "*) ;;
+"explain "* | "batch "* | "diff "* | "test "*) set -- "$1" --drive-c examples/drive_c "${@:2}" ;;
 esac
 out=$(mktemp)
 %s "$@" >"$out" 2>"$out.err"
@@ -343,6 +345,37 @@ class CommandsTest(unittest.TestCase):
                                    (SOURCE / page).read_text(encoding="utf-8")):
                 with self.subTest(page=page, command=span):
                     self.assertEqual(lookup.our_program(tuple(span.split())), [])
+
+    def test_what_is_taken_for_a_command(self):
+        page = "\n".join(["Text", "", "    one a \\", "        b   # said", "    # nothing", "",
+                          "    two | ", "        three", "", "Text, `code`", "    no block", "",
+                          "    00010  00 01", "", "1. Item", "", "        $ four 'a", "        b'",
+                          "        shown", "", "        ...", "        $ echo $?", "        3",
+                          "", "```", "C:\\> five", "```", "", "    TEXT", "    six", ""])
+        found = [(one.line, one.shell, one.text, one.shown, one.status)
+                 for one in commands_of("p.md", page, lambda _, block: block.startswith("TEXT"))]
+        self.assertEqual(found, [
+            (3, "shell", "one a \\\n    b   # said", None, 0),
+            (7, "shell", "two | \n    three", None, 0),
+            (17, "shell", "four 'a\nb'", "shown\n\n...\n", 3),
+            (26, "cmd", "five", "", 0)])
+        manual = ".nf\n\\&one \\-\\-two \\\\\n three\n.fi\n"
+        self.assertEqual([one.text for one in commands_of("p.1", manual, lambda *_: False)],
+                         ["one --two \\\n three"])
+        self.assertEqual(programs_of("A=1 one '|' \"\" | two; (umask 077; three) && four\n"),
+                         ["one", "two", "umask", "three", "four"])
+
+    @unittest.skipIf(RUNNER or not BUILD, "the native build is looked at")
+    def test_looking_up_can_fail(self):
+        lookup = Lookup(SOURCE, BUILD, CTEST, {name: [path] for name, path in PROGRAMS.items()})
+        for command in ("ctest --preset linux -R ^no_such_test$", "ctest --preset no-such",
+                        "cmake --preset no-such", "cmake --build build/linux --target no_such",
+                        "build/linux/tests/common/vc_file_test --gtest_filter='*no_such*'",
+                        "quillfence.exe explain --no-such", "quillfence-data no-such --json",
+                        "scripts/no-such", "./check --no-such"):
+            self.assertNotEqual(lookup.problems_of(command), [], command)
+        self.assertNotEqual(lookup.synopsis("quillfence-data verify [--json] NOTHING"), [])
+        self.assertNotEqual(lookup.synopsis("quillfence-data verify [--no-such] BASEDIR"), [])
 
     def test_the_comparison_can_fail(self):
         self.assertTrue(shows("a\n...\nc\n", "a\nb\nb\nc\n"))
