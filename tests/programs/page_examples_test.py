@@ -99,6 +99,9 @@ NOT_RUN = [
     ("docs/scale.md", "export PARALLEL", CLUSTER),
     ("docs/scale.md", "dask-", CLUSTER),
     ("docs/scale.md", "duckdb", "is no package of Debian 12, as the page says"),
+    ("docs/windows.md", "cpack", "package_test.py runs it"),
+    ("docs/windows.md", "C:\\> start /wait msiexec", "package_test.py runs it"),
+    ("docs/windows.md", "PS> ", WINDOWS),
 ]
 
 # What a page says of any arguments: looked up in the program's help.
