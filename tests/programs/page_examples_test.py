@@ -64,7 +64,7 @@ MEASURES = "measures for minutes"
 SERVICE = "serves mail servers; policyd_postfix_test.py and its neighbours run it"
 
 # Programs that commands run here; a command with another one needs a row in NOT_RUN.
-RUNNABLE = {*PROGRAMS, "./cases", "./explain", "./replay", "cat", "cp", "echo", "export", "head", "jq", "mkdir",
+RUNNABLE = {*PROGRAMS, "./cases", "./explain", "./replay", "cat", "cp", "echo", "exit", "export", "head", "jq", "mkdir",
             "printf", "tail", "tar", "umask", "xz"}
 
 # Commands that are not run, by their beginning, and why. What can be looked up of them, is: files,
@@ -104,10 +104,10 @@ NOT_RUN = [
     ("docs/windows.md", "PS> ", WINDOWS),
 ]
 
-# What a page says of any arguments: looked up in the program's help.
+# What a page says of any arguments, besides "quillfence-data SUBCOMMAND [--option] VALUE ...", which
+# is looked up in the program's help.
 SYNOPSES = [
     ("README.md", "./replay R ip port "),
-    ("docs/quillfence-data.md", "quillfence-data "),
 ]
 
 # Commands whose output is not on the page and whose exit status is not 0.
@@ -143,6 +143,7 @@ SET_UP = {
         cp examples/log/decisions.log root/var/log/quillfence/policyd.log
         mkdir root/srv && cp -r examples/cases root/srv && cp examples/qflog .""",
     "docs/quillfence-data.md": """
+        cp -r examples/drive_c/quillfence config
         echo valid_prt >>examples/drive_c/quillfence/control/rules.enabled
         echo 10.0.0.0/24 >>examples/drive_c/quillfence/exempt_ips
         echo bob@friends.example >>examples/drive_c/quillfence/from_whitelist""",
@@ -274,7 +275,15 @@ class Clone:
 
 
 def is_synopsis(command):
-    return command.shown is None and bool(rows_of(SYNOPSES, command))
+    """Whether all that stands behind the program and its subcommands are options and VALUES, or it
+    is a row of the table."""
+    if command.shown is not None or command.shell != "shell":
+        return False
+    name, *words = re.sub(r"\[--[^\]]*\]", "", command.text).split()
+    while words and re.fullmatch(r"[a-z-]+", words[0]):
+        words.pop(0)
+    values = words and all(re.fullmatch(r"\[?[A-Z]+(\.\.\.)?\]?", word) for word in words)
+    return bool(name in PROGRAMS and values) or bool(rows_of(SYNOPSES, command))
 
 
 def is_run(command):
@@ -365,7 +374,7 @@ class CommandsTest(unittest.TestCase):
         manual = ".nf\n\\&one \\-\\-two \\\\\n three\n.fi\n"
         self.assertEqual([one.text for one in commands_of("p.1", manual, lambda *_: False)],
                          ["one --two \\\n three"])
-        self.assertEqual(programs_of("A=1 one '|' \"\" | two; (umask 077; three) && four\n"),
+        self.assertEqual(programs_of("A=1 one 0 \"\" | two; (umask 077; three) && four\n"),
                          ["one", "two", "umask", "three", "four"])
 
     @unittest.skipIf(RUNNER or not BUILD, "the native build is looked at")
