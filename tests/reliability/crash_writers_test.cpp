@@ -2,6 +2,7 @@
 // no lookup sees what never was.
 #include <algorithm>
 #include <chrono>
+#include <cstring>
 #include <fstream>
 #include <functional>
 #include <memory>
