@@ -71,7 +71,7 @@ def manual_blocks(text):
 
 
 def goes_on(command):
-    if command.endswith(("\\", "|")):
+    if command.endswith("\\") or command.rstrip().endswith("|"):
         return True
     try:
         shlex.split(command, comments=True)

@@ -43,6 +43,7 @@ TEXTS = [
     ("docs/architecture.md", "arguments ──>"),
     ("docs/cases.md", "bob.smith+news@mail.example.org "),
     ("docs/cases.md", "the outcome of from_blacklist changes"),
+    ("docs/formats/country-database.md", "__vc_get_country_code: "),
     ("docs/formats/mail-log.md", "2023-11-14 22:13:20 quillfence[4242]: "),
     ("docs/formats/pattern-lines.md", "# quillfence pattern lines 1"),
     ("docs/formats/sender-networks.md", "domain : network, "),
@@ -63,7 +64,7 @@ MEASURES = "measures for minutes"
 SERVICE = "serves mail servers; policyd_postfix_test.py and its neighbours run it"
 
 # Programs that commands run here; a command with another one needs a row in NOT_RUN.
-RUNNABLE = {*PROGRAMS, "./cases", "./explain", "./replay", "cat", "cp", "echo", "export", "head", "jq", "mkdir",
+RUNNABLE = {*PROGRAMS, "./cases", "./explain", "./replay", "cat", "cp", "echo", "exit", "export", "head", "jq", "mkdir",
             "printf", "tail", "tar", "umask", "xz"}
 
 # Commands that are not run, by their beginning, and why. What can be looked up of them, is: files,
@@ -103,10 +104,10 @@ NOT_RUN = [
     ("docs/windows.md", "PS> ", WINDOWS),
 ]
 
-# What a page says of any arguments: looked up in the program's help.
+# What a page says of any arguments, besides "quillfence-data SUBCOMMAND [--option] VALUE ...", which
+# is looked up in the program's help.
 SYNOPSES = [
     ("README.md", "./replay R ip port "),
-    ("docs/quillfence-data.md", "quillfence-data "),
 ]
 
 # Commands whose output is not on the page and whose exit status is not 0.
@@ -142,6 +143,7 @@ SET_UP = {
         cp examples/log/decisions.log root/var/log/quillfence/policyd.log
         mkdir root/srv && cp -r examples/cases root/srv && cp examples/qflog .""",
     "docs/quillfence-data.md": """
+        cp -r examples/drive_c/quillfence config
         echo valid_prt >>examples/drive_c/quillfence/control/rules.enabled
         echo 10.0.0.0/24 >>examples/drive_c/quillfence/exempt_ips
         echo bob@friends.example >>examples/drive_c/quillfence/from_whitelist""",
@@ -161,8 +163,9 @@ NORMALISED = [
 
 # Runs a program of the Windows build, which keeps pipes open, with the folder that stands for c:.
 LAUNCH = """#!/bin/bash
-case $1 in
-explain | batch | diff | test) set -- "$1" --drive-c examples/drive_c "${@:2}" ;;
+case "$* " in
+*" --drive-c "* | *" --before "*) ;;
+"explain "* | "batch "* | "diff "* | "test "*) set -- "$1" --drive-c examples/drive_c "${@:2}" ;;
 esac
 out=$(mktemp)
 %s "$@" >"$out" 2>"$out.err"
@@ -272,7 +275,15 @@ class Clone:
 
 
 def is_synopsis(command):
-    return command.shown is None and bool(rows_of(SYNOPSES, command))
+    """Whether all that stands behind the program and its subcommands are options and VALUES, or it
+    is a row of the table."""
+    if command.shown is not None or command.shell != "shell":
+        return False
+    name, *words = re.sub(r"\[--[^\]]*\]", "", command.text).split()
+    while words and re.fullmatch(r"[a-z-]+", words[0]):
+        words.pop(0)
+    values = words and all(re.fullmatch(r"\[?[A-Z]+(\.\.\.)?\]?", word) for word in words)
+    return bool(name in PROGRAMS and values) or bool(rows_of(SYNOPSES, command))
 
 
 def is_run(command):
@@ -346,6 +357,37 @@ class CommandsTest(unittest.TestCase):
                                    (SOURCE / page).read_text(encoding="utf-8")):
                 with self.subTest(page=page, command=span):
                     self.assertEqual(lookup.our_program(tuple(span.split())), [])
+
+    def test_what_is_taken_for_a_command(self):
+        page = "\n".join(["Text", "", "    one a \\", "        b   # said", "    # nothing", "",
+                          "    two | ", "        three", "", "Text, `code`", "    no block", "",
+                          "    00010  00 01", "", "1. Item", "", "        $ four 'a", "        b'",
+                          "        shown", "", "        ...", "        $ echo $?", "        3",
+                          "", "```", "C:\\> five", "```", "", "    TEXT", "    six", ""])
+        found = [(one.line, one.shell, one.text, one.shown, one.status)
+                 for one in commands_of("p.md", page, lambda _, block: block.startswith("TEXT"))]
+        self.assertEqual(found, [
+            (3, "shell", "one a \\\n    b   # said", None, 0),
+            (7, "shell", "two | \n    three", None, 0),
+            (17, "shell", "four 'a\nb'", "shown\n\n...\n", 3),
+            (26, "cmd", "five", "", 0)])
+        manual = ".nf\n\\&one \\-\\-two \\\\\n three\n.fi\n"
+        self.assertEqual([one.text for one in commands_of("p.1", manual, lambda *_: False)],
+                         ["one --two \\\n three"])
+        self.assertEqual(programs_of("A=1 one 0 \"\" | two; (umask 077; three) && four\n"),
+                         ["one", "two", "umask", "three", "four"])
+
+    @unittest.skipIf(RUNNER or not BUILD, "the native build is looked at")
+    def test_looking_up_can_fail(self):
+        lookup = Lookup(SOURCE, BUILD, CTEST, {name: [path] for name, path in PROGRAMS.items()})
+        for command in ("ctest --preset linux -R ^no_such_test$", "ctest --preset no-such",
+                        "cmake --preset no-such", "cmake --build build/linux --target no_such",
+                        "build/linux/tests/common/vc_file_test --gtest_filter='*no_such*'",
+                        "quillfence.exe explain --no-such", "quillfence-data no-such --json",
+                        "scripts/no-such", "./check --no-such"):
+            self.assertNotEqual(lookup.problems_of(command), [], command)
+        self.assertNotEqual(lookup.synopsis("quillfence-data verify [--json] NOTHING"), [])
+        self.assertNotEqual(lookup.synopsis("quillfence-data verify [--no-such] BASEDIR"), [])
 
     def test_the_comparison_can_fail(self):
         self.assertTrue(shows("a\n...\nc\n", "a\nb\nb\nc\n"))
