@@ -485,6 +485,10 @@ class PagesTest(Case):
         self.assertEqual(complete("quillfence-data", "blockmap", "b"), ["build"])
         self.assertEqual(complete("quillfence-data", "regex", "compile", "--k"), ["--keep-going"])
         self.assertEqual(complete("quillfence-data", "regex", "compile", "af"), ["afile"])
+        self.assertEqual(complete("quillfence-data", "verify", "--format", "s"), ["sarif"])
+        self.assertEqual(complete("quillfence-data", "verify", "--error-on", ""),
+                         ["error", "info", "warning"])
+        self.assertEqual(complete("quillfence-data", "verify", "--format", "json", "a"), ["afile"])
 
 
 if __name__ == "__main__":
