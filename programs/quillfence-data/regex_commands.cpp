@@ -15,6 +15,7 @@
 #include "json_rows.h"
 #include "line_input.h"
 #include "pattern_lines.h"
+#include "pattern_list.h"
 #include "pattern_text.h"
 #include "pattern_trial.h"
 #include "text.h"
@@ -92,49 +93,69 @@ class action_choice {
 } // namespace
 
 // Warns of a part that the engine refuses when it comes to it: the match then ends as none.
-static void warn_of_bad_nodes(const TRex &expression, engine_messages *messages, line_input *in) {
+static void warn_of_bad_nodes(const TRex &expression, engine_messages *messages, uint64_t line,
+                              line_input *in) {
     for (int32_t i = 0; i < expression.nsize; ++i) {
         if (!__trex_node_is_valid(&expression, &expression.nodes[i])) {
-            in->warn("a part of the pattern can't be matched: " + messages->take());
+            in->warn(line, "a part of the pattern can't be matched: " + messages->take());
             return;
         }
     }
 }
 
-static void warn_of_long_matches(TRex *expression, engine_messages *messages, line_input *in) {
+static void warn_of_long_matches(TRex *expression, engine_messages *messages, uint64_t line,
+                                 line_input *in) {
     const std::string name = name_that_takes_long(expression);
     if (!name.empty()) {
-        in->warn("the pattern takes more than a hundredth of the steps that a message has for all "
+        in->warn(line,
+                 "the pattern takes more than a hundredth of the steps that a message has for all "
                  "its names and patterns, with the name " +
-                 name);
+                     name);
     }
     messages->take(); // of bad nodes, which have been warned of
 }
 
-// The pattern of one line to the file; false when the line has been complained about.
-static bool compile_line(const pattern_line &line, line_input *in, file_output *out) {
-    if (line.is == pattern_line::kind::wrong) {
-        in->complain(line.text);
-        return false;
-    }
+// The pattern of a line to the file; false when the line has been complained about.
+static bool compile_pattern(const std::string &pattern, uint64_t line, line_input *in,
+                            file_output *out) {
     engine_messages messages;
-    const trex_ptr expression(trex_compile_ex(line.text.c_str(), trex_fold_case));
+    const trex_ptr expression(trex_compile_ex(pattern.c_str(), trex_fold_case));
     if (!expression) {
-        in->complain(messages.take());
+        in->complain(line, messages.take());
         return false;
     }
     if (expression->nsize > trs_max_nodes) {
-        in->complain("the pattern needs " + std::to_string(expression->nsize) +
-                     " nodes, and a file takes " + std::to_string(trs_max_nodes) +
-                     " a pattern; split it into several");
+        in->complain(line, "the pattern needs " + std::to_string(expression->nsize) +
+                               " nodes, and a file takes " + std::to_string(trs_max_nodes) +
+                               " a pattern; split it into several");
         return false;
     }
-    warn_of_bad_nodes(*expression, &messages, in);
-    warn_of_long_matches(expression.get(), &messages, in);
+    warn_of_bad_nodes(*expression, &messages, line, in);
+    warn_of_long_matches(expression.get(), &messages, line, in);
     if (!trs_store(out->stream(), expression.get())) {
         out->fail(messages.take());
     }
     return true;
+}
+
+// The patterns of the lines to the file. Returns where each came from.
+static std::vector<pattern_origin> compile_lines(const std::vector<list_pattern> &lines,
+                                                 const std::string &list, line_input *in,
+                                                 file_output *out) {
+    std::vector<pattern_origin> origins;
+    for (const list_pattern &line : lines) {
+        for (const list_problem &problem : line.problems) {
+            problem.is_error ? in->complain(line.number, problem.text)
+                             : in->warn(line.number, problem.text);
+        }
+        for (const std::string &pattern : line.patterns) {
+            if (!compile_pattern(pattern, line.number, in, out)) {
+                break;
+            }
+            origins.push_back({static_cast<uint32_t>(line.number), list});
+        }
+    }
+    return origins;
 }
 
 // Writes which line each expression was made from, beside the compiled file that is in its place.
@@ -158,16 +179,13 @@ static exit_status compile(const compile_options &options) {
     if (!trs_set_header(out.stream())) {
         out.fail(messages.take());
     }
-    pattern_reader reader;
     action_choice actions(options.only);
-    std::vector<pattern_origin> origins;
+    pattern_list list([&actions](const std::string &action) { return actions.takes(action); });
     for (std::string_view text; in.next(&text);) {
-        const pattern_line line = reader.read(text);
-        if (line.is != pattern_line::kind::nothing && actions.takes(line.action) &&
-            compile_line(line, &in, &out)) {
-            origins.push_back({static_cast<uint32_t>(in.number()), options.patterns});
-        }
+        list.add(in.number(), text);
     }
+    const std::vector<pattern_origin> origins =
+        compile_lines(list.finish(), options.patterns, &in, &out);
     if (const std::string remark = actions.remark(); !remark.empty()) {
         complain(options.patterns + ": " + remark);
     }
@@ -202,9 +220,12 @@ static command compile_command() {
                           are left out, unless --only names it; REJECT, DISCARD, the
                           DEFERs and codes from 400 refuse. Flags i m s E U X change
                           nothing, since case never counts; A and x are errors
+  if /pattern/flags       a condition for the lines up to its "endif"; if !/pattern/ too.
+                          It becomes part of each pattern where that can be done exactly,
+                          and is an error where it can't
   pattern                 anything else
-Lines "if /.../", "endif" and "!/.../" are errors. A pattern that begins with a slash
-or a number sign is written with a backslash in front of it.
+Lines "!/.../" are errors. A pattern that begins with a slash or a number sign is written
+with a backslash in front of it.
 
 All wrong lines are reported in one run as file:line: error: what is wrong. When there
 is one nothing is written, or with --keep-going everything else (exit status 3).)",

@@ -34,7 +34,7 @@ a{2,70000}
 WRONG_PATTERNS_SAID = """\
 list:3: error: invalid range [z-a]
 list:5: error: the pattern has no closing "/"; write \\/ for a pattern that begins with a slash
-list:7: error: "if" and "endif" are not supported; write the condition into each pattern
+list:7: error: there is no "endif" for this "if"
 list:8: error: number 70000 exceeds maximum value 65535
 list:9: error: failed to parse through sub expression
 """
@@ -215,12 +215,12 @@ class RegexTest(Case):
         public = SOURCE / "tests/data/fqrdns.pcre"
         self.file("list", public.read_bytes())
         status, out, err = self.run_program("regex", "compile", "--keep-going", "list", "out")
-        self.assertEqual((status, out), (PARTLY, "out: 1526 expressions, 6 lines left out\n"))
+        self.assertEqual((status, out), (PARTLY, "out: 1526 expressions, 3 lines left out\n"))
         self.assertIn("2 lines left out, whose actions refuse nobody: DUNNO 2 (", err)
         status, out, err = self.run_program("regex", "compile", "--keep-going", "--only",
                                             "REJECT,DUNNO", "list", "out")
-        self.assertEqual((status, out), (PARTLY, "out: 1528 expressions, 6 lines left out\n"))
-        self.assertEqual(err.count(": error: \"if\" and \"endif\""), 6)
+        self.assertEqual((status, out), (PARTLY, "out: 1528 expressions, 3 lines left out\n"))
+        self.assertEqual(err.count(": error: the condition's bar stands outside parentheses"), 3)
         status, out, err = self.run_program("regex", "dump", "out")
         self.assertEqual((status, err, out.count("\n")), (DONE, "", 1528))
         patterns = [line.split("/")[1] for line in public.read_text().split("\n")
@@ -231,6 +231,40 @@ class RegexTest(Case):
         self.file("list", out)
         self.run_program("regex", "compile", "list", "again")
         self.assertEqual(self.bytes_of("again"), self.bytes_of("out"))
+
+    def test_conditions_of_a_public_list_are_folded(self):
+        """With parentheses around its bars, as the error says."""
+        public = (SOURCE / "tests/data/fqrdns.pcre").read_text()
+        self.file("list", re.sub(r"(?m)^if /(.*)/$", r"if /(\1)/", public))
+        status, out, err = self.run_program("regex", "compile", "list", "out")
+        self.assertEqual((status, out), (FAILED, ""))
+        unfolded = re.findall(r"^list:(\d+): error: the condition can't be folded into (\d+) of the "
+                              r"(\d+) patterns up to its \"endif\", the first in line (\d+); write "
+                              r"the condition into each pattern$", err, re.MULTILINE)
+        self.assertEqual([row[0] for row in unfolded], ["61", "62", "383"])
+        # Most are wordings of what the patterns below them say anyway.
+        self.assertLess(sum(int(row[1]) for row in unfolded), 50)
+        self.assertGreater(sum(int(row[2]) for row in unfolded), 1700)
+        self.assertEqual(err.count(" lets through, and is left out\n"), 3)
+
+    def test_conditions(self):
+        self.file("list", "/^a/ REJECT\nif /\\.example\\.net$/\n/^dsl[0-9]+\\./ REJECT\n"
+                          "if !/^mail/\n/^pool/ REJECT\nendif\nendif\n")
+        self.check(["regex", "compile", "list", "out"], DONE, "out: 4 expressions\n")
+        self.check(["regex", "dump", "out"], DONE,
+                   "^a\n^dsl[0-9]+\\..*\\.example\\.net$\n^dsl[0-9]+\\.example\\.net$\n"
+                   "^pool.*\\.example\\.net$\n")
+        self.assertTrue(self.bytes_of("out.lines").endswith(
+            b"1\t1\tlist\n2\t3\tlist\n3\t3\tlist\n4\t5\tlist\n"))
+        self.file("list", "/^a/\nif /^[a-c]b/\n/^.b1/\n/^.b2/\n/^cb3/\nendif\n/^d/\n")
+        said = ("list:2: error: the condition can't be folded into 2 of the 3 patterns up to its "
+                "\"endif\", the first in line 3; write the condition into each pattern\n")
+        self.check(["regex", "compile", "list", "new"], FAILED, err=said +
+                   "quillfence-data: new: was not written, since 1 line is wrong; correct them, "
+                   "or leave them out with --keep-going\n")
+        self.check(["regex", "compile", "--keep-going", "list", "out"], PARTLY,
+                   "out: 5 expressions, 1 line left out\n", said)
+        self.check(["regex", "dump", "out"], DONE, "^a\n^.b1\n^.b2\n^cb3\n^d\n")
 
     def test_which_expression_matches(self):
         self.file("list", "^a$\nfoo\n^b\noo$\n")
