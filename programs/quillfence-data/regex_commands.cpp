@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 
 #include "command_line.h"
@@ -11,6 +12,7 @@
 #include "engine_messages.h"
 #include "file_digest.h"
 #include "file_output.h"
+#include "json_rows.h"
 #include "line_input.h"
 #include "pattern_lines.h"
 #include "pattern_list.h"
@@ -239,7 +241,54 @@ static void print_nodes(const TRex &expression) {
     }
 }
 
-static exit_status dump(const std::string &path) {
+// "pattern" with the text of an expression, or null and the "problem" that it has none.
+static std::string pattern_members(const TRex &expression) {
+    std::string reason;
+    const std::string text = pattern_of_nodes(expression, &reason);
+    return text.empty() ? "\"pattern\":null,\"problem\":" + json_text(reason)
+                        : "\"pattern\":" + json_text(text);
+}
+
+static std::string nodes_member(const TRex &expression) {
+    std::string nodes;
+    for (int32_t i = 0; i < expression.nallocated; ++i) {
+        nodes += (i ? "," : "") + json_text(describe_node(expression, i));
+    }
+    return "\"nodes\":[" + nodes + ']';
+}
+
+static bool has_text(const TRex &expression) {
+    std::string reason;
+    return !pattern_of_nodes(expression, &reason).empty();
+}
+
+// The expressions in their order; the stretches that hold none in a list of their own.
+static exit_status dump_json(const std::string &path) {
+    const std::vector<file_block> blocks = read_compiled_file(path);
+    exit_status status = exit_status::done;
+    std::string damaged;
+    uint64_t number = 0;
+    json_rows rows("expressions");
+    for (const file_block &block : blocks) {
+        if (!block.expression) {
+            damaged += (damaged.empty() ? "{" : ",{") +
+                       ("\"offset\":" + std::to_string(block.offset)) +
+                       ",\"problem\":" + json_text(block.damage) + '}';
+            status = exit_status::partly;
+            continue;
+        }
+        rows.next();
+        const bool is_sound = has_text(*block.expression);
+        std::printf("{\"expression\":%llu,%s%s}", static_cast<unsigned long long>(++number),
+                    pattern_members(*block.expression).c_str(),
+                    is_sound ? "" : (',' + nodes_member(*block.expression)).c_str());
+        status = is_sound ? status : exit_status::partly;
+    }
+    rows.end("\"damaged\":[" + damaged + ']');
+    return status;
+}
+
+static exit_status dump_lines(const std::string &path) {
     exit_status status = exit_status::done;
     uint64_t number = 0;
     for (const file_block &block : read_compiled_file(path)) {
@@ -261,23 +310,39 @@ static exit_status dump(const std::string &path) {
         print_nodes(*block.expression);
         status = exit_status::partly;
     }
+    return status;
+}
+
+namespace {
+
+struct dump_options {
+    std::string file;
+    bool json = false;
+};
+
+} // namespace
+
+static exit_status dump(const dump_options &options) {
+    const exit_status status = options.json ? dump_json(options.file) : dump_lines(options.file);
     if (status == exit_status::partly) {
-        complain(path + ": parts of the file have no text; they are shown as comments");
+        complain(options.file + ": parts of the file have no text; they are shown " +
+                 (options.json ? "with the reason" : "as comments"));
     }
     return status;
 }
 
 static command dump_command() {
-    auto path = std::make_shared<std::string>();
+    auto options = std::make_shared<dump_options>();
     return {
         .name = "dump",
         .description = "Print the patterns of a compiled pattern file",
-        .options = {{"FILE", path.get(), "The compiled pattern file"}},
+        .options = {{"FILE", &options->file, "The compiled pattern file"},
+                    {"--json", &options->json, "Write a JSON object"}},
         .footer =
             R"(One pattern a line, in the order of the file. Compiling them gives the same nodes.
 What no pattern can give, such as damaged nodes, becomes a comment with the reason and
 the nodes (exit status 3).)",
-        .run = [path] { return dump(*path); },
+        .run = [options] { return dump(*options); },
     };
 }
 
@@ -289,6 +354,7 @@ struct test_options {
     std::string file;
     std::vector<std::string> names;
     bool all = false;
+    bool json = false;
 };
 
 // The readable expressions of a file.
@@ -334,35 +400,89 @@ static std::string text_of(const TRex &expression) {
     return text.empty() ? "(no text: " + reason + ")" : text;
 }
 
-// Prints what matches a name; false when nothing does.
-static bool test_name(expression_list *list, const std::string &name, const test_options &options) {
-    uint64_t all_steps = 0;
-    bool matched = false;
-    for (size_t i = 0; i < list->expressions.size() && (options.all || !matched); ++i) {
+namespace {
+
+// What a match prints: the number of the expression from 1, and the steps up to it.
+using match_writer = void (*)(const std::string &name, size_t number, const TRex &expression,
+                              uint64_t all_steps, bool is_first);
+
+} // namespace
+
+static void write_match(const std::string &name, size_t number, const TRex &expression,
+                        uint64_t all_steps, bool) {
+    std::printf("%s: expression %zu: %s (%s, %s in all)\n", printable(name).c_str(), number,
+                text_of(expression).c_str(), counted(expression.steps, "step").c_str(),
+                counted(all_steps, "step").c_str());
+}
+
+static void write_match_json(const std::string &, size_t number, const TRex &expression,
+                             uint64_t all_steps, bool is_first) {
+    std::printf("%s{\"expression\":%zu,%s,\"steps\":%llu,\"steps_in_all\":%llu}",
+                is_first ? "" : ",", number, pattern_members(expression).c_str(),
+                static_cast<unsigned long long>(expression.steps),
+                static_cast<unsigned long long>(all_steps));
+}
+
+namespace {
+
+struct name_outcome {
+    bool matched;
+    uint64_t steps; // in all
+};
+
+} // namespace
+
+// Prints what matches a name.
+static name_outcome write_matches(expression_list *list, const std::string &name,
+                                  const test_options &options, match_writer write) {
+    name_outcome outcome = {};
+    for (size_t i = 0; i < list->expressions.size() && (options.all || !outcome.matched); ++i) {
         const bool hit = matches(list, i, name, options.file);
         const TRex &expression = *list->expressions[i];
-        all_steps += expression.steps;
+        outcome.steps += expression.steps;
         if (hit) {
-            std::printf("%s: expression %zu: %s (%s, %s in all)\n", printable(name).c_str(), i + 1,
-                        text_of(expression).c_str(), counted(expression.steps, "step").c_str(),
-                        counted(all_steps, "step").c_str());
-            matched = true;
+            write(name, i + 1, expression, outcome.steps, !outcome.matched);
+            outcome.matched = true;
         }
     }
-    if (!matched) {
+    return outcome;
+}
+
+// False when nothing matches the name.
+static bool test_name(expression_list *list, const std::string &name, const test_options &options) {
+    const name_outcome outcome = write_matches(list, name, options, write_match);
+    if (!outcome.matched) {
         std::printf("%s: no match (%s, %s in all)\n", printable(name).c_str(),
                     counted(list->expressions.size(), "expression").c_str(),
-                    counted(all_steps, "step").c_str());
+                    counted(outcome.steps, "step").c_str());
     }
-    return matched;
+    return outcome.matched;
+}
+
+static bool test_name_json(expression_list *list, const std::string &name,
+                           const test_options &options) {
+    std::printf("{\"name\":%s,\"matches\":[", json_text(name).c_str());
+    const name_outcome outcome = write_matches(list, name, options, write_match_json);
+    std::printf("],\"steps_in_all\":%llu}", static_cast<unsigned long long>(outcome.steps));
+    return outcome.matched;
 }
 
 static exit_status test(const test_options &options) {
     expression_list list = load_expressions(options.file);
+    std::optional<json_rows> rows;
+    if (options.json) {
+        rows.emplace("names");
+    }
     bool all_matched = true;
     for_each_argument(options.names, [&](const std::string &name) {
-        all_matched = test_name(&list, name, options) && all_matched;
+        if (rows) {
+            rows->next();
+        }
+        all_matched = (rows ? test_name_json : test_name)(&list, name, options) && all_matched;
     });
+    if (rows) {
+        rows->end("\"expressions\":" + std::to_string(list.expressions.size()));
+    }
     return list.damaged ? exit_status::partly : all_matched ? exit_status::done : exit_status::no;
 }
 
@@ -374,7 +494,8 @@ static command test_command() {
         .options = {{"FILE", &options->file, "The compiled pattern file"},
                     {"NAME", &options->names,
                      "Host names or addresses; - reads them from standard input, one a line"},
-                    {"--all", &options->all, "Show every expression that matches, not the first"}},
+                    {"--all", &options->all, "Show every expression that matches, not the first"},
+                    {"--json", &options->json, "Write a JSON object"}},
         .footer =
             R"(For each name the number of the expression and its pattern, and the steps that its
 match took and all up to it together; a match may take 50 million.
