@@ -63,7 +63,7 @@ class Lookup:
 
     def synopsis(self, text):
         """Words that a synopsis has and the help's own has not."""
-        words = re.sub(r"\[--[^\]]*\]", "", text).split()
+        words = re.sub(r"\[--[^\]]*\]|--[\w-]+ [A-Z]+", "", text).split()
         found = self.subcommand(tuple(words))
         usage = re.search(r"^Usage: (.*)$", self.help_of(*found), re.MULTILINE)
         values = {re.sub(r"\W", "", word) for word in usage[1].split()}
