@@ -85,6 +85,7 @@ NOT_RUN = [
     ("docs/benchmarks.md", "QUILLFENCE_DRIVE_C=", MEASURES),
     ("docs/benchmarks.md", "bench/explain_time.py", MEASURES),
     ("docs/benchmarks.md", "ctest", TESTS),
+    ("docs/explain.md", "PS> ", WINDOWS),
     ("docs/formats/registry-export.md", "C:\\> reg export", WINDOWS),
     ("docs/log.md", "quillfence log --follow", "goes on until Ctrl-C; quillfence_log_test.py runs it"),
     ("docs/policyd.md", "quillfence policyd", SERVICE),
