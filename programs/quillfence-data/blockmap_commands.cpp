@@ -1,6 +1,5 @@
 // The subcommands of block maps.
 #include <cstdio>
-#include <cstring>
 #include <memory>
 
 #include "block_map.h"
@@ -128,14 +127,8 @@ static std::string place_of(const map_answer &answer, uint32_t address) {
 
 // The engine's own lookup is what counts; what the tool reads must say the same.
 static void compare_with_engine(const std::string &path, uint32_t address, bool listed) {
-    uint8_t bytes[4];
-    for (int i = 0; i < 4; ++i) {
-        bytes[i] = static_cast<uint8_t>(address >> (24 - 8 * i));
-    }
-    uint32_t in_network_order;
-    std::memcpy(&in_network_order, bytes, sizeof bytes);
     engine_messages messages;
-    if ((lookupMapFile(path.c_str(), in_network_order) != 0) != listed) {
+    if ((lookupMapFile(path.c_str(), in_network_order(address)) != 0) != listed) {
         throw failure(path + ": the engine's answer for " + address_text(address) +
                       " is another one; has the file changed meanwhile?");
     }

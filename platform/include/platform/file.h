@@ -42,8 +42,12 @@ struct file_options {
                          // so that those of several processes never mix
     bool lock = false;   // no other writing open while this one lives (error 32); on Linux an
                          // advisory lock, which excludes other locked opens alone
-    bool of_owner = false; // when it is made, nobody but its owner may read it; on Windows its
-                           // folder's rights hold
+    bool among_writers = false; // for writing: while this one lives nobody gets a `lock`, and while
+                                // somebody has one, error 32. On Linux an advisory lock, and the
+                                // system's error where it has none for this file (NFS refuses it
+                                // to `append`); on Windows so are all that write
+    bool of_owner = false;      // when it is made, nobody but its owner may read it; on Windows its
+                                // folder's rights hold
     disposition when = disposition::open_existing;
 };
 
