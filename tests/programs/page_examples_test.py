@@ -280,7 +280,7 @@ def is_synopsis(command):
     is a row of the table."""
     if command.shown is not None or command.shell != "shell":
         return False
-    name, *words = re.sub(r"\[--[^\]]*\]", "", command.text).split()
+    name, *words = re.sub(r"--[a-z-]+( [A-Z]+)?|\[--[^\]]*\]", "", command.text).split()
     while words and re.fullmatch(r"[a-z-]+", words[0]):
         words.pop(0)
     values = words and all(re.fullmatch(r"\[?[A-Z]+(\.\.\.)?\]?", word) for word in words)
