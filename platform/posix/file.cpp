@@ -657,6 +657,10 @@ file_handle file_standard_output() {
     return STDOUT_FILENO;
 }
 
+file_handle file_standard_error() {
+    return STDERR_FILENO;
+}
+
 void prepare_standard_streams() {
     signal(SIGPIPE, SIG_IGN);
     if (fcntl(STDERR_FILENO, F_GETFD) < 0) {

@@ -157,6 +157,7 @@ bool stream_is_terminal(FILE *stream);
 // The process's standard input and output as files.
 file_handle file_standard_input();
 file_handle file_standard_output();
+file_handle file_standard_error();
 
 // For a program's first line: the standard streams carry bytes as they are, and a reader that has
 // gone away makes a write fail instead of ending the program. On Linux a closed standard error
