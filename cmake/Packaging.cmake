@@ -1,4 +1,5 @@
-# What is installed, and the packages that CPack makes of it: a zip for Windows, a .deb for Linux.
+# What is installed, and the packages that CPack makes of it: a zip and an MSI for Windows, a .deb for
+# Linux.
 #
 #     cpack --config build/windows/CPackConfig.cmake -B build/packages
 #     cpack --config build/linux/CPackConfig.cmake -B build/packages
@@ -9,10 +10,12 @@ set(CPACK_PACKAGE_CONTACT "Quillfence maintainers <maintainers@quillfence.exampl
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "${PROJECT_DESCRIPTION}")
 set(CPACK_PACKAGE_CHECKSUM SHA256)
 set(CPACK_VERBATIM_VARIABLES ON)
-set(CPACK_STRIP_FILES ON)
 
 if(WIN32)
     set(CPACK_GENERATOR ZIP)
+    set(CPACK_POST_BUILD_SCRIPTS "${PROJECT_SOURCE_DIR}/cmake/WindowsPackages.cmake")
+    set(CPACK_QUILLFENCE_SOURCE "${PROJECT_SOURCE_DIR}")
+    set(CPACK_QUILLFENCE_STRIP "${CMAKE_STRIP}")
     set(CPACK_SYSTEM_NAME windows-x86_64)
     install(TARGETS quillfence quillfence-data quillfence-replayer RUNTIME DESTINATION .)
     install(FILES README.md CHANGES.md packaging/windows/install.cmd
@@ -20,6 +23,7 @@ if(WIN32)
     install(DIRECTORY docs examples DESTINATION .)
 else()
     set(CPACK_GENERATOR DEB)
+    set(CPACK_STRIP_FILES ON)
     set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
     set(CPACK_DEBIAN_PACKAGE_SECTION mail)
     set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)

@@ -36,7 +36,7 @@ endif()
 # What all of our code is compiled with; outside code (GoogleTest, libmaxminddb) does not get it.
 add_library(qf_flags INTERFACE)
 target_compile_options(qf_flags INTERFACE -Wall -Wextra -Wconversion -Wsign-conversion -Wshadow
-                                          -Werror)
+                                          $<$<BOOL:${QUILLFENCE_WARNINGS_STOP}>:-Werror>)
 # g++ 12 sees overlapping copies in its own std::string where there are none.
 target_compile_options(qf_flags INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>)
 # The C99 formatted output of mingw-w64 instead of the old runtime's, so that %zu, %lld and the
@@ -44,7 +44,7 @@ target_compile_options(qf_flags INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict
 if(WIN32)
     target_compile_definitions(qf_flags INTERFACE __USE_MINGW_ANSI_STDIO=1 _WIN32_WINNT=0x0601)
     target_link_options(qf_flags INTERFACE -static -static-libgcc -static-libstdc++
-                                           -Wl,--stack,8388608)
+                                           -Wl,--stack,8388608 -Wl,--no-insert-timestamp)
 endif()
 
 # Hardening. The sanitizers bring their own checks and do not go together with fortify.
@@ -146,6 +146,29 @@ endfunction()
 function(qf_library name)
     qf_room(${name} ${ARGN})
     target_compile_options(${name} PRIVATE -fno-exceptions -fno-rtti)
+endfunction()
+
+# qf_find_library(<variable> <name>)
+# A library from outside: the static one where there is one, so that a program runs wherever it is put,
+# or the system's shared one, which the system's updates mend.
+function(qf_find_library variable name)
+    if(NOT QUILLFENCE_SHARED_LIBRARIES)
+        set(static lib${name}.a)
+    endif()
+    find_library(${variable} NAMES ${static} ${name} REQUIRED)
+endfunction()
+
+# qf_shipped(<program> <description>)
+# A program that is shipped. The linker writes down what it took, into link-maps/<program>.map of the
+# build tree: packaging/spdx/what-is-linked reads it.
+function(qf_shipped program description)
+    file(MAKE_DIRECTORY "${CMAKE_BINARY_DIR}/link-maps")
+    target_link_options(${program} PRIVATE "-Wl,-Map=${CMAKE_BINARY_DIR}/link-maps/${program}.map")
+    if(NOT WIN32 AND NOT QUILLFENCE_SANITIZE)
+        # Starting the replayer is most of its work: one library less to load.
+        target_link_options(${program} PRIVATE -static-libstdc++ -static-libgcc)
+    endif()
+    qf_windows_resources(${program} "${description}")
 endfunction()
 
 # qf_test(<name> [SOURCES ...] LIBRARIES ... [ENVIRONMENT ...])

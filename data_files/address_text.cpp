@@ -1,6 +1,7 @@
 #include "address_text.h"
 
 #include <charconv>
+#include <cstring>
 
 namespace quillfence::data_files {
 
@@ -107,6 +108,16 @@ address_line read_address_line(std::string_view line) {
     }
     const auto address = parse_address(text);
     return address ? address_line{kind::range, {*address, *address}} : wrong_address(text);
+}
+
+uint32_t in_network_order(uint32_t address) {
+    uint8_t bytes[4];
+    for (int i = 0; i < 4; ++i) {
+        bytes[i] = static_cast<uint8_t>(address >> (24 - 8 * i));
+    }
+    uint32_t ordered = 0;
+    std::memcpy(&ordered, bytes, sizeof bytes);
+    return ordered;
 }
 
 std::string address_text(uint32_t address) {

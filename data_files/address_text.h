@@ -28,6 +28,9 @@ address_line read_address_line(std::string_view line);
 // Exactly four decimal numbers up to 255, without leading zeros; nothing for any other text.
 std::optional<uint32_t> parse_address(std::string_view text);
 
+// For the engine, which takes addresses in network byte order.
+uint32_t in_network_order(uint32_t address);
+
 // "10.1.2.3", and "10.1.0.0/16"; a network of one address is shown as the address.
 std::string address_text(uint32_t address);
 std::string network_text(uint32_t address, unsigned prefix);

@@ -47,15 +47,22 @@ pattern_line wrong(std::string why) {
 }
 
 // "if /.../", "if !/.../": an "if" with a pattern behind it.
-bool is_condition(std::string_view text) {
+struct condition_text {
+    bool is = false;
+    bool negated = false;
+    std::string_view table_line; // from the "/" on
+};
+
+condition_text condition_of(std::string_view text) {
     if (!text.starts_with("if")) {
-        return false;
+        return {};
     }
     std::string_view behind = without_leading_space(text.substr(2));
-    if (behind.starts_with('!')) {
+    const bool negated = behind.starts_with('!');
+    if (negated) {
         behind = without_leading_space(behind.substr(1));
     }
-    return behind.starts_with('/');
+    return {behind.starts_with('/'), negated, behind};
 }
 
 bool is_negation(std::string_view text) {
@@ -119,6 +126,19 @@ pattern_line table_line(std::string_view text) {
     return {kind::pattern, std::string(pattern), first_word(behind.substr(flags.size()))};
 }
 
+pattern_line condition_line(const condition_text &condition) {
+    pattern_line line = table_line(condition.table_line);
+    if (line.is == kind::wrong) {
+        line.is = kind::wrong_condition;
+    } else if (!line.action.empty()) {
+        line = {kind::wrong_condition,
+                "something stands behind the condition; write it into a line of its own"};
+    } else {
+        line.is = condition.negated ? kind::negated_condition : kind::condition;
+    }
+    return line;
+}
+
 } // namespace
 
 pattern_line pattern_reader::read(std::string_view line) {
@@ -134,9 +154,11 @@ pattern_line pattern_reader::read(std::string_view line) {
     if (holds(text, '\0')) {
         return wrong("the line holds a NUL byte");
     }
-    if (is_condition(text) || text == "endif") {
-        return wrong("\"if\" and \"endif\" are not supported; write the condition into each "
-                     "pattern");
+    if (const condition_text condition = condition_of(text); condition.is) {
+        return condition_line(condition);
+    }
+    if (text == "endif") {
+        return {kind::end_of_condition};
     }
     if (is_negation(text)) {
         return wrong("negated patterns are not supported");

@@ -9,9 +9,17 @@
 namespace quillfence::data_files {
 
 struct pattern_line {
-    enum class kind { nothing, pattern, wrong };
+    enum class kind {
+        nothing,
+        pattern,
+        condition, // "if /.../": the lines up to its "endif" hold for the names that it takes
+        negated_condition, // "if !/.../": for those that it does not
+        end_of_condition,
+        wrong,
+        wrong_condition, // which has an "endif" all the same
+    };
     kind is;
-    std::string text; // the pattern, or what is wrong
+    std::string text{}; // the pattern, or what is wrong
     // Of a mail server's line what it does with a name that matches, in upper case: "REJECT". ""
     // when it does not say.
     std::string action{};
@@ -29,11 +37,12 @@ bool is_refusal(std::string_view action);
 //                           the action; one that would begin it there is wrong. Flags i, m, s, E, U
 //                           and X change nothing here; A and x would change what the pattern means
 //                           and are wrong.
+//     if /pattern/flags     a condition, also as "if !/pattern/"; "endif" ends it. They may be
+//                           nested; whether they are in balance is not judged here.
 //     anything else         a pattern. White space around it is dropped, but for a blank behind a
 //                           backslash.
 //
-// "if /.../", "endif" and "!/.../" lines of such lists are wrong: they decide about other lines,
-// which a compiled file can't say.
+// "!/.../" lines of such lists are wrong: a compiled file can't say what a pattern does not take.
 class pattern_reader {
   public:
     pattern_line read(std::string_view line);

@@ -144,7 +144,9 @@ void shared_asker::flights::tell_now(std::unique_lock<std::mutex> &guard, listen
     tell(told, got);
     guard.lock();
     --telling;
-    change.notify_all();
+    if (stopped) {
+        change.notify_all(); // nobody else waits for it
+    }
 }
 
 void shared_asker::flights::come(const flight_key &key, const std::shared_ptr<flight> &one,

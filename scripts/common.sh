@@ -33,8 +33,8 @@ need_packages() {
 }
 
 packages_build=(g++ cmake ninja-build libc-ares-dev libcli11-dev libmaxminddb-dev nettle-dev zlib1g-dev)
-packages_test=(googletest dpkg-dev file nsd python3 python3-jsonschema strace iproute2 util-linux pkg-config libpcre2-dev parallel python3-distributed swaks)
-packages_windows=(libz-mingw-w64-dev g++-mingw-w64-x86-64-posix wine wine64 dpkg-dev googletest nsd python3)
+packages_test=(googletest dpkg-dev file jq nsd python3 python3-jsonschema strace iproute2 util-linux pkg-config libpcre2-dev parallel python3-distributed swaks)
+packages_windows=(libz-mingw-w64-dev g++-mingw-w64-x86-64-posix wine wine64 wixl msitools dpkg-dev googletest nsd python3)
 packages_all=(clang libclang-rt-14-dev chromium)
 packages_tidy=(clang clang-tidy clang-format python3)
 

@@ -1,6 +1,8 @@
 // The list editor of quillfence-file.
 #include "quillfence-file.h"
 
+#include <algorithm>
+#include <cstdlib>
 #include <cstring>
 
 #include "configuration.h"
@@ -187,6 +189,208 @@ const char *vc_add_entry(const char *directory, const char *name, const char *en
     } else {
         message = keep_edit(&edit);
     }
+    end_edit(&edit);
+    return message;
+}
+
+// --- many at once ---
+
+namespace {
+
+// Additions in the order of their texts, to look lines up in.
+struct sorted_additions {
+    heap_ptr<list_addition *> all;
+    uint32_t count = 0;
+
+    list_addition **begin() const {
+        return all.get();
+    }
+    list_addition **end() const {
+        return all.get() + count;
+    }
+};
+
+} // namespace
+
+static bool comes_before(const list_addition *a, const list_addition *b) {
+    const int order = _stricmp(a->entry, b->entry);
+    return order ? order < 0 : a < b;
+}
+
+// False without memory. Each addition is marked as added, or repeated.
+static bool sort_additions(list_addition *additions, uint32_t count, sorted_additions *sorted) {
+    sorted->all.reset(static_cast<list_addition **>(malloc(count * sizeof(list_addition *))));
+    if (!sorted->all) {
+        return false;
+    }
+    sorted->count = count;
+    for (uint32_t i = 0; i < count; ++i) {
+        sorted->all.get()[i] = &additions[i];
+    }
+    std::sort(sorted->begin(), sorted->end(), comes_before);
+    const list_addition *before = nullptr;
+    for (list_addition *const one : *sorted) {
+        const bool again = before && _stricmp(before->entry, one->entry) == 0;
+        one->outcome = again ? addition::repeated : addition::added;
+        before = one;
+    }
+    return true;
+}
+
+// The first addition with this text, unless there is none or it has its mark already; else null.
+static list_addition *find_addition(const sorted_additions &sorted, const char *pattern) {
+    list_addition **const found = std::lower_bound(
+        sorted.begin(), sorted.end(), pattern, [](const list_addition *one, const char *wanted) {
+            return _stricmp(one->entry, wanted) < 0;
+        });
+    const bool is_new = found != sorted.end() && _stricmp((*found)->entry, pattern) == 0 &&
+                        (*found)->outcome == addition::added;
+    return is_new ? *found : nullptr;
+}
+
+static bool mark_line(const sorted_additions &sorted, const char *line, addition mark) {
+    const char *const pattern = pattern_of_line(line);
+    list_addition *const found = is_comment(pattern) ? nullptr : find_addition(sorted, pattern);
+    if (found) {
+        found->outcome = mark;
+    }
+    return found != nullptr;
+}
+
+// Marks the additions that the opposite list holds. Null when it holds none, else the message.
+static const char *check_opposites(const char *operation, const char *directory, const char *name,
+                                   const sorted_additions &sorted) {
+    const configuration_file *const list = find_configuration_file(name);
+    const char *const opposite = list ? list->opposite : nullptr;
+    if (!opposite) {
+        return nullptr;
+    }
+    const heap_string path(__build_path(directory, opposite));
+    if (!path) {
+        return list_no_memory;
+    }
+    if (!vc_file_exists_ex(path.get(), vc_type_file)) {
+        return nullptr;
+    }
+    const vc_handle file = vc_open_existing(path.get());
+    if (file == vc_invalid_handle) {
+        return list_open_failed;
+    }
+    line_reader in;
+    begin_lines(&in, file, longest_list_line, true);
+    bool opposed = false;
+    uint32_t length = 0;
+    while (const char *const line = next_line(&in, &length)) {
+        opposed = mark_line(sorted, line, addition::opposed) || opposed;
+    }
+    vc_close(file);
+    if (in.error) {
+        QF_ERRNO_AS(operation, platform::errno_of(in.error));
+        return list_open_failed;
+    }
+    return opposed ? list_opposite : nullptr;
+}
+
+// Marks the additions that the list itself holds; a comment of an entry is none. The list is left
+// at its beginning. 0 when it can't be read.
+static int mark_present(list_edit *edit, const sorted_additions &sorted) {
+    line_reader in;
+    begin_lines(&in, edit->list.file, longest_edited_line, false);
+    uint32_t length = 0;
+    while (char *const line = next_line(&in, &length)) {
+        if (length && line[length - 1] == '\r') {
+            line[length - 1] = '\0';
+        }
+        if (*line != '\t') {
+            mark_line(sorted, line, addition::present);
+        }
+    }
+    if (in.error) {
+        QF_ERRNO_AS(edit->operation, platform::errno_of(in.error));
+    }
+    return !in.error && vc_seek(edit->list.file, 0, 0);
+}
+
+// The lines of the additions that are new, as one text; null without memory.
+static char *lines_of_additions(const list_addition *additions, uint32_t count, size_t *size) {
+    *size = 0;
+    for (uint32_t i = 0; i < count; ++i) {
+        *size += additions[i].outcome == addition::added ? strlen(additions[i].entry) + 1 : 0;
+    }
+    auto *const text = static_cast<char *>(malloc(*size + 1));
+    char *to = text;
+    for (uint32_t i = 0; text && i < count; ++i) {
+        if (additions[i].outcome == addition::added) {
+            const size_t length = strlen(additions[i].entry);
+            memcpy(to, additions[i].entry, length);
+            to[length] = '\n';
+            to += length + 1;
+        }
+    }
+    return text;
+}
+
+// Copies the list and writes the new lines behind it. Null on success, else the message.
+static const char *write_additions(list_edit *edit, const char *lines, size_t size) {
+    const edit_plan unchanged = {.entry = "",
+                                 .matcher = [](const char *, const char *) { return 1; },
+                                 .entry_line = nullptr,
+                                 .comment_line = nullptr,
+                                 .drop_match = false,
+                                 .drop_comment = false};
+    bool found = false;
+    const int written = rewrite_lines(edit, &unchanged, &found) &&
+                        vc_write(edit->fresh.lock.file, lines, static_cast<uint32_t>(size));
+    return written ? keep_edit(edit) : list_open_failed;
+}
+
+// With the list locked and the new one begun. Null on success, else the message.
+static const char *add_to_edit(list_edit *edit, const list_addition *additions, uint32_t count,
+                               const sorted_additions &sorted) {
+    if (!mark_present(edit, sorted)) {
+        return list_open_failed;
+    }
+    size_t size = 0;
+    const heap_string lines(lines_of_additions(additions, count, &size));
+    if (!lines) {
+        QF_ERRNO_AS(edit->operation, ENOMEM);
+        return list_no_memory;
+    }
+    if (size > UINT32_MAX) {
+        QF_ERRNO_AS(edit->operation, EFBIG);
+        return list_open_failed;
+    }
+    return size ? write_additions(edit, lines.get(), size) : nullptr;
+}
+
+static bool has_empty_entry(const list_addition *additions, uint32_t count) {
+    return std::any_of(additions, additions + count,
+                       [](const list_addition &one) { return is_empty(one.entry); });
+}
+
+const char *vc_add_entries(const char *directory, const char *name, list_addition *additions,
+                           uint32_t count) {
+    if (is_empty(directory) || is_empty(name) || !additions || has_empty_entry(additions, count)) {
+        QF_EINVAL();
+        return list_bad_add;
+    }
+    if (!count) {
+        return nullptr;
+    }
+    sorted_additions sorted;
+    const heap_string path(__build_path(directory, name));
+    if (!path || !sort_additions(additions, count, &sorted)) {
+        QF_ENOMEM();
+        return list_no_memory;
+    }
+    if (const char *const refused = check_opposites(__func__, directory, name, sorted)) {
+        return refused;
+    }
+    list_edit edit = {.operation = __func__, .list = {}, .fresh = {}};
+    if (!begin_edit(&edit, path.get(), true)) {
+        return list_open_failed;
+    }
+    const char *const message = add_to_edit(&edit, additions, count, sorted);
     end_edit(&edit);
     return message;
 }

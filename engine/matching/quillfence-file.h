@@ -94,6 +94,29 @@ inline constexpr char list_bad_del[] = "Invalid arguments to del";
 const char *vc_add_entry(const char *directory, const char *name, const char *entry,
                          const char *comment, list_matcher matcher);
 
+// One of many entries that are added together, and what became of it.
+enum class addition : uint8_t {
+    added,    // it is in the list now; when the edit fails: it would be
+    repeated, // the same as an earlier one of them
+    present,  // it was there already
+    opposed,  // the opposite list holds it
+};
+struct list_addition {
+    const char *entry; // borrowed, not empty, without a line end
+    addition outcome;
+};
+
+// Adds many entries in one edit: behind the others, in their order, without comments. Entries are
+// compared as whole texts without regard to ASCII case; those that are there already, or come
+// twice, are passed over, and a list that lacks none is left alone. When the opposite list holds
+// one of them nothing is added, and the message is list_opposite. outcome is set when the result
+// is null or list_opposite.
+// The list is read once and replaced once, however many entries there are, and the new ones go out
+// in one vc_write.
+// ERROR lines: EINVAL, ENOMEM, and those of the file operations.
+const char *vc_add_entries(const char *directory, const char *name, list_addition *additions,
+                           uint32_t count);
+
 // Removes every line that matches the entry, and the comment below it (one line); with keep_entry
 // only the comments. Kept on purpose: success when the list does not exist.
 // ERROR lines: EINVAL, ENOMEM, and those of the file operations.

@@ -1,6 +1,7 @@
 // The editing operations of quillfence-iprange.
 #include "quillfence-iprange.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -225,24 +226,36 @@ static void delete_leftovers(const range_edit *edit) {
     }
 }
 
-// Writes a record behind the counted ones, and then counts it: each of the two is on stable storage
-// before the next step. Null on success, else the error text; then the record is cut again, unless
-// it may be counted.
-static const char *append_record(range_edit *edit, const unsigned char *record) {
+// Writes the edit's new records where the file stands. 1 or 0.
+using records_writer = int (*)(const range_edit *edit, const void *records);
+
+// Writes records behind the counted ones, and then counts them: each of the two is on stable
+// storage before the next step. Null on success, else the error text; then the records are cut
+// again, unless they may be counted.
+static const char *append_records(range_edit *edit, uint32_t added, records_writer write,
+                                  const void *records) {
     const uint32_t count = edit->file.header.count;
     const int32_t place = place_of_record(count);
-    if (place < 0 || !cut_uncounted(edit, place) || !vc_seek(edit->file.file, place, 0)) {
+    if (place < 0 || place_of_record(count + added - 1) < 0 || !cut_uncounted(edit, place) ||
+        !vc_seek(edit->file.file, place, 0)) {
         return range_write_failed;
     }
-    const bool is_there = vc_write(edit->file.file, record, range_record_size) && sync_file(edit);
-    if (is_there && write_count(edit, count + 1)) {
+    const bool are_there = write(edit, records) && sync_file(edit);
+    if (are_there && write_count(edit, count + added)) {
         delete_leftovers(edit);
         return nullptr;
     }
-    if (!is_there || write_count(edit, count)) {
+    if (!are_there || write_count(edit, count)) {
         shorten_to(&edit->file, place);
     }
     return range_write_failed;
+}
+
+static const char *append_record(range_edit *edit, const unsigned char *record) {
+    static constexpr auto write = [](const range_edit *to, const void *bytes) {
+        return vc_write(to->file.file, bytes, range_record_size);
+    };
+    return append_records(edit, 1, write, record);
 }
 
 // --- a file that is to replace another one ---
@@ -403,6 +416,161 @@ int ipr_add(const char *directory, const char *name, const char *low, const char
         return fail(error, range_open_failed);
     }
     const char *const text = put_record(edit.get(), &range, comment);
+    return text ? fail(error, text) : 1;
+}
+
+// --- many at once ---
+
+namespace {
+
+// Additions in the order of their ranges, to look records up in.
+struct sorted_ranges {
+    heap_ptr<range_addition *> all;
+    uint32_t count;
+
+    range_addition **begin() const {
+        return all.get();
+    }
+    range_addition **end() const {
+        return all.get() + count;
+    }
+};
+
+// What is written of them.
+struct new_records {
+    const range_addition *additions;
+    uint32_t count;
+    const char *comment;
+};
+
+} // namespace
+
+// Any order will do, as long as equal ranges are neighbours: the numbers are those of the machine.
+static int compare_ranges(const qf_ip_range &a, const qf_ip_range &b) {
+    if (a.low != b.low) {
+        return a.low < b.low ? -1 : 1;
+    }
+    return a.high == b.high ? 0 : a.high < b.high ? -1 : 1;
+}
+
+static bool range_comes_before(const range_addition *a, const range_addition *b) {
+    const int order = compare_ranges(a->range, b->range);
+    return order ? order < 0 : a < b;
+}
+
+// False without memory. Each addition is marked as added, or repeated.
+static bool sort_ranges(range_addition *additions, uint32_t count, sorted_ranges *sorted) {
+    sorted->all.reset(
+        static_cast<range_addition **>(malloc(size_t{count} * sizeof(range_addition *))));
+    if (!sorted->all) {
+        return false;
+    }
+    sorted->count = count;
+    for (uint32_t i = 0; i < count; ++i) {
+        sorted->all.get()[i] = &additions[i];
+    }
+    std::sort(sorted->begin(), sorted->end(), range_comes_before);
+    const range_addition *before = nullptr;
+    for (range_addition *const one : *sorted) {
+        const bool again = before && compare_ranges(before->range, one->range) == 0;
+        one->outcome = again ? range_outcome::repeated : range_outcome::added;
+        before = one;
+    }
+    return true;
+}
+
+static void mark_record(const sorted_ranges &sorted, const qf_ip_range &range) {
+    range_addition **const found = std::lower_bound(
+        sorted.begin(), sorted.end(), range, [](const range_addition *one, const qf_ip_range &of) {
+            return compare_ranges(one->range, of) < 0;
+        });
+    if (found != sorted.end() && compare_ranges((*found)->range, range) == 0 &&
+        (*found)->outcome == range_outcome::added) {
+        (*found)->outcome = range_outcome::present;
+    }
+}
+
+// Marks the additions that the file holds. 0 for a file that is shorter than its header says.
+static int mark_records(const range_edit *edit, const sorted_ranges &sorted) {
+    record_reader in;
+    __begin_records(&in, edit->file.file, range_record_size, edit->file.header.count);
+    for (uint32_t i = 0; i < edit->file.header.count; ++i) {
+        uint32_t size = 0;
+        const unsigned char *const record = __next_record(&in, &size);
+        if (size < in.record_size) {
+            QF_ERROR_AS(edit->operation, "file %s is corrupt", edit->file.path);
+            return 0;
+        }
+        mark_record(sorted, __range_of_record(record));
+    }
+    return 1;
+}
+
+// In large pieces, since there may be many.
+static int write_new_records(const range_edit *edit, const void *records) {
+    const auto *const all = static_cast<const new_records *>(records);
+    unsigned char piece[124 * range_record_size];
+    uint32_t filled = 0;
+    for (uint32_t i = 0; i < all->count; ++i) {
+        if (all->additions[i].outcome != range_outcome::added) {
+            continue;
+        }
+        make_record(piece + filled, &all->additions[i].range, all->comment);
+        filled += range_record_size;
+        if (filled == sizeof piece) {
+            if (!vc_write(edit->file.file, piece, filled)) {
+                return 0;
+            }
+            filled = 0;
+        }
+    }
+    return !filled || vc_write(edit->file.file, piece, filled);
+}
+
+// Null on success, else the error text.
+static const char *put_records(range_edit *edit, range_addition *additions, uint32_t count,
+                               const char *comment) {
+    if (is_legacy(&edit->file)) {
+        return range_legacy;
+    }
+    sorted_ranges sorted = {};
+    if (!sort_ranges(additions, count, &sorted)) {
+        QF_ERRNO_AS(edit->operation, ENOMEM);
+        return range_no_memory;
+    }
+    if (!mark_records(edit, sorted)) {
+        return range_traverse_failed;
+    }
+    const auto added = static_cast<uint32_t>(
+        std::count_if(additions, additions + count, [](const range_addition &one) {
+            return one.outcome == range_outcome::added;
+        }));
+    const new_records records = {.additions = additions, .count = count, .comment = comment};
+    return added ? append_records(edit, added, write_new_records, &records) : nullptr;
+}
+
+static bool is_addition(const range_addition &one) {
+    static constexpr uint32_t any_address = 0;
+    static constexpr uint32_t broadcast_address = 0xFFFFFFFF;
+    return one.range.low != any_address && one.range.high != broadcast_address &&
+           qf_valid_ip_range(&one.range);
+}
+
+int ipr_add_all(const char *directory, const char *name, range_addition *additions, uint32_t count,
+                const char *comment, const char **error) {
+    fail(error, nullptr);
+    if (!additions || !count || (comment && strlen(comment) > longest_range_comment)) {
+        QF_EINVAL();
+        return fail(error, range_bad_arguments);
+    }
+    if (!std::all_of(additions, additions + count, is_addition)) {
+        return fail(error, range_invalid);
+    }
+    const range_edit_ptr edit = begin_edit(__func__, directory, name, true);
+    if (!edit) {
+        return fail(error, range_open_failed);
+    }
+    const char *const text = put_records(edit.get(), additions, count, comment);
     return text ? fail(error, text) : 1;
 }
 

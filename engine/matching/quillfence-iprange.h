@@ -107,6 +107,28 @@ inline constexpr char range_old_backup[] = "Error removing old backup file";
 int ipr_add(const char *directory, const char *name, const char *low, const char *high,
             const char *comment, const char **error);
 
+// One of many ranges that are added together, and what became of it.
+enum class range_outcome : uint8_t {
+    added,    // it is in the file now; when the edit fails: it would be
+    repeated, // the same as an earlier one of them
+    present,  // it was there already, whatever its comment
+};
+struct range_addition {
+    qf_ip_range range;
+    range_outcome outcome;
+};
+
+// Adds many ranges in one edit, in their order, each with the same comment; 1 or 0. Those that are
+// there already, or come twice, are passed over; a file that lacks none is left alone. The file is
+// begun anew, and its records are written, as ipr_add does it: all records behind the counted ones,
+// brought to stable storage, then their count, so that all of them are there or none.
+//   additions  each inside one /16, with neither 0.0.0.0 nor 255.255.255.255 at an end, else the
+//              text is "Invalid ip range to add". outcome is set on success
+//   comment    as in ipr_add
+// ERROR lines: those of ipr_add, EINVAL.
+int ipr_add_all(const char *directory, const char *name, range_addition *additions, uint32_t count,
+                const char *comment, const char **error);
+
 // Removes every record with exactly these ends, by rewriting the file; 1 or 0.
 // A range that is not there: 0 with the DEBUG line "file %s does not contain range %s-%s - nothing
 // to remove" and no error text. Kept on purpose: a bad address is "Invalid arguments to add".

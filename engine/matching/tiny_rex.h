@@ -143,6 +143,9 @@ struct character_set {
 // that ends in another one is not matched, without a line.
 void possible_last_characters(const TRex *expression, character_set *characters);
 
+// The characters that a node for one character takes: a literal, a dot, a class. The node is good.
+void characters_of_node(const TRex *expression, int32_t index, character_set *characters);
+
 // Releases the node array, the match table, the pattern text and the record. Null is fine.
 void trex_free(TRex *expression);
 

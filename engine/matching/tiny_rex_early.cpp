@@ -305,6 +305,17 @@ size_t required_ending(const TRex *expression, char *ending, size_t room) {
     return length;
 }
 
+void characters_of_node(const TRex *expression, int32_t index, character_set *characters) {
+    trex::matcher m;
+    judge_alone(&m, expression);
+    *characters = {};
+    for (int c = 0; c <= UCHAR_MAX; ++c) {
+        if (trex::takes_character(&m, &m.nodes[index], static_cast<char>(c))) {
+            characters->add(static_cast<char>(c));
+        }
+    }
+}
+
 void possible_last_characters(const TRex *expression, character_set *characters) {
     using namespace trex;
     matcher m;

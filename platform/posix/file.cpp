@@ -59,7 +59,8 @@ static uint32_t finish_open(int descriptor, file_options options) {
     if (S_ISDIR(found.st_mode) || (only_reads && !S_ISREG(found.st_mode))) {
         return error_access_denied;
     }
-    if (options.lock && uninterrupted([&] { return flock(descriptor, LOCK_EX | LOCK_NB); }) != 0) {
+    const int lock = options.lock ? LOCK_EX : options.among_writers ? LOCK_SH : 0;
+    if (lock && uninterrupted([&] { return flock(descriptor, lock | LOCK_NB); }) != 0) {
         return error_of_errno(errno);
     }
     if (options.when == disposition::create_always && S_ISREG(found.st_mode) && found.st_size > 0 &&
@@ -654,6 +655,10 @@ file_handle file_standard_input() {
 
 file_handle file_standard_output() {
     return STDOUT_FILENO;
+}
+
+file_handle file_standard_error() {
+    return STDERR_FILENO;
 }
 
 void prepare_standard_streams() {

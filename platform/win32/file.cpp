@@ -477,6 +477,10 @@ file_handle file_standard_output() {
     return standard_handle(STD_OUTPUT_HANDLE);
 }
 
+file_handle file_standard_error() {
+    return standard_handle(STD_ERROR_HANDLE);
+}
+
 void prepare_standard_streams() {
     _setmode(_fileno(stdin), _O_BINARY);
     _setmode(_fileno(stdout), _O_BINARY);

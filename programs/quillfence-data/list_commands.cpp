@@ -1,151 +1,20 @@
 #include "list_commands.h"
 
 #include <algorithm>
-#include <cstring>
 #include <iostream>
 #include <memory>
 #include <utility>
 #include <vector>
 
-#include "address_text.h"
+#include "bulk_input.h"
 #include "command_line.h"
 #include "engine_messages.h"
-#include "line_reader.h"
 #include "list_files.h"
-#include "list_line.h"
-#include "open_file.h"
-#include "quillfence-iprange.h"
-#include "range_records.h"
+#include "list_search.h"
 #include "text.h"
 #include "vc_text.h"
 
 namespace quillfence::data_tool {
-
-// --- finding ---
-
-namespace {
-
-// An entry that matches.
-struct list_match {
-    std::string file;
-    uint32_t line = 0;   // of a list
-    uint32_t record = 0; // of a range file
-    std::string entry;
-    std::string comment{};
-    const char *how;
-};
-
-struct found {
-    std::vector<list_match> matches;
-    // Opposite lists that both match, by name; the one that comes first in front.
-    std::vector<std::pair<const char *, const char *>> opposites{};
-};
-
-} // namespace
-
-// What a line of a list is compared as, for people.
-static const char *way_of(const configuration_file &list, const char *pattern) {
-    const bool is_plain =
-        list.matcher == __wildcardmatch && !std::strchr(pattern, '*') && is_plain_pattern(pattern);
-    return is_plain ? "plain" : matcher_name(list);
-}
-
-// The lines of one list that match, as the engine reads and counts them.
-static void find_in_list(const std::string &path, const configuration_file &list,
-                         const std::string &value, std::vector<list_match> *matches) {
-    open_file file;
-    if (const uint32_t error = file.open(path)) {
-        throw failure(file_error(path, error));
-    }
-    line_reader in;
-    begin_lines(&in, file.handle(), longest_entry, true);
-    uint32_t length = 0;
-    for (uint32_t number = 1; const char *const line = next_line(&in, &length); ++number) {
-        const char *const pattern = pattern_of_line(line);
-        if (!is_comment(pattern) && list.matcher(pattern, value.c_str()) == 0) {
-            matches->push_back(
-                {.file = path, .line = number, .entry = pattern, .how = way_of(list, pattern)});
-        }
-    }
-    if (in.error) {
-        throw failure(file_error(path, in.error));
-    }
-}
-
-// As the engine sees it, which finds these two addresses nowhere.
-static bool holds(const range_record &record, uint32_t address) {
-    return record.valid && address != 0 && address != 0xFFFFFFFF && record.low <= address &&
-           address <= record.high;
-}
-
-// Nothing in it stops the engine's search.
-static bool is_sound(const range_records &ranges) {
-    return ranges.state == range_state::current && ranges.records.size() == ranges.counted &&
-           std::all_of(ranges.records.begin(), ranges.records.end(),
-                       [](const range_record &record) { return record.valid; });
-}
-
-// The engine's own answer; what it can't make of the file is complained about. Of a sound file it
-// must be the answer that the records give.
-static bool engine_finds(const std::string &path, const range_records &ranges,
-                         const std::string &value, bool in_records) {
-    const path_parts parts = parts_of(path);
-    engine_messages messages;
-    const bool listed = file_contains_ip_range_match(parts.name.c_str(), value.c_str(),
-                                                     parts.directory.c_str()) != 0;
-    const std::string problem = messages.take();
-    if (is_sound(ranges) && listed != in_records) {
-        throw failure(path + ": the engine's answer for " + value + " is another one" +
-                      (problem.empty() ? "; has the file changed meanwhile?" : ": " + problem));
-    }
-    if (!problem.empty()) {
-        complain(problem);
-    }
-    return listed;
-}
-
-static void find_in_ranges(const std::string &path, const std::string &value,
-                           std::vector<list_match> *matches) {
-    const std::optional<uint32_t> address = parse_address(value);
-    if (!address || !may_be_file(path)) {
-        return;
-    }
-    const range_records read = read_ranges(path);
-    if (read.error) {
-        throw failure(file_error(path, read.error));
-    }
-    const bool in_records =
-        std::any_of(read.records.begin(), read.records.end(),
-                    [&](const range_record &record) { return holds(record, *address); });
-    const bool listed = engine_finds(path, read, value, in_records);
-    for (const range_record &record : read.records) {
-        if (listed && holds(record, *address)) {
-            matches->push_back({.file = path,
-                                .record = record.number,
-                                .entry = range_text(record),
-                                .comment = record.comment,
-                                .how = "range"});
-        }
-    }
-}
-
-// Whether anything matched.
-static bool find_in(const std::string &directory, const configuration_file &list,
-                    const std::string &value, std::vector<list_match> *matches) {
-    const size_t before = matches->size();
-    const std::string path = joined(directory, path_in_base(list));
-    if (may_be_file(path)) {
-        find_in_list(path, list, value, matches);
-    }
-    if (list.range_file) {
-        find_in_ranges(joined(directory, list.range_file), value, matches);
-    }
-    return matches->size() != before;
-}
-
-static bool has_name(const std::vector<std::string> &names, const char *name) {
-    return name && std::find(names.begin(), names.end(), name) != names.end();
-}
 
 // --- editing ---
 
@@ -174,8 +43,7 @@ static std::string why_no_line(const std::string &text) {
     return {};
 }
 
-static std::string why_no_entry(const list_edit_arguments &arguments) {
-    const std::string &entry = arguments.entry;
+static std::string why_no_entry(const std::string &list_name, const std::string &entry) {
     if (entry.size() > longest_entry) {
         return "has more than " + std::to_string(longest_entry) + " characters";
     }
@@ -185,29 +53,11 @@ static std::string why_no_entry(const list_edit_arguments &arguments) {
     if (std::string problem = why_no_line(entry); !problem.empty()) {
         return problem;
     }
-    const configuration_file *const list = find_list_file(arguments.list);
+    const configuration_file *const list = find_list_file(list_name);
     return list ? why_useless(list->kind, entry) : std::string();
 }
 
-static found find_everywhere(const list_find_arguments &arguments) {
-    const engine_messages silent;
-    found all;
-    std::vector<std::string> matching;
-    for (const configuration_file &list : list_files()) {
-        const bool matches = find_in(arguments.directory, list, arguments.value, &all.matches);
-        engine_messages::require_memory();
-        if (!matches) {
-            continue;
-        }
-        if (has_name(matching, list.opposite)) {
-            all.opposites.emplace_back(list.opposite, path_in_base(list));
-        }
-        matching.push_back(path_in_base(list));
-    }
-    return all;
-}
-
-static void write_matches(const found &all, const std::string &value, std::ostream &out) {
+static void write_matches(const found_entries &all, const std::string &value, std::ostream &out) {
     for (const list_match &one : all.matches) {
         out << one.file << (one.record ? ": record " : ":") << (one.record ? one.record : one.line)
             << ": " << printable(one.entry) << (one.comment.empty() ? "" : "  ")
@@ -222,7 +72,7 @@ static void write_matches(const found &all, const std::string &value, std::ostre
     }
 }
 
-static void write_matches_json(const found &all, std::ostream &out) {
+static void write_matches_json(const found_entries &all, std::ostream &out) {
     const char *separator = "";
     out << "{\"matches\":[";
     for (const list_match &one : all.matches) {
@@ -250,7 +100,7 @@ exit_status list_find(const list_find_arguments &arguments, std::ostream &out) {
     if (arguments.value.empty()) {
         throw failure("nothing to look for; give a mail address or a client's address");
     }
-    const found all = find_everywhere(arguments);
+    const found_entries all = find_everywhere(arguments.directory, arguments.value);
     if (arguments.json) {
         write_matches_json(all, out);
     } else {
@@ -282,9 +132,9 @@ static bool has_lines(const configuration_file &file) {
     }
 }
 
-static std::string why_no_list(const list_edit_arguments &arguments) {
-    const configuration_file *const file = catalogued(arguments.list);
-    if (file ? has_lines(*file) : arguments.force) {
+static std::string why_no_list(const std::string &name, bool force) {
+    const configuration_file *const file = catalogued(name);
+    if (file ? has_lines(*file) : force) {
         return {};
     }
     if (file) {
@@ -299,10 +149,10 @@ static std::string why_no_list(const list_edit_arguments &arguments) {
 }
 
 exit_status list_add(const list_edit_arguments &arguments, std::ostream &out) {
-    if (const std::string why = why_no_list(arguments); !why.empty()) {
+    if (const std::string why = why_no_list(arguments.list, arguments.force); !why.empty()) {
         throw failure(list_path(arguments) + ": " + why);
     }
-    std::string problem = why_no_entry(arguments);
+    std::string problem = why_no_entry(arguments.list, arguments.entry);
     if (problem.empty() && !arguments.comment.empty()) {
         const std::string comment_problem = why_no_line(arguments.comment);
         problem = comment_problem.empty() ? "" : "its comment " + comment_problem;
@@ -319,6 +169,127 @@ exit_status list_add(const list_edit_arguments &arguments, std::ostream &out) {
               &messages);
     out << list_path(arguments) << ": " << printable(arguments.entry)
         << (with_comment ? ": comment set\n" : " added\n");
+    return exit_status::done;
+}
+
+// --- many at once ---
+
+namespace {
+
+// What the lines of a text come to.
+struct bulk_entries {
+    std::vector<std::string> texts;
+    std::vector<uint64_t> lines; // of each
+    uint64_t comments = 0;       // that belong to an entry
+};
+
+} // namespace
+
+// Whether a list's lines may be comments. A list of names has none.
+static bool has_comments(const configuration_file *list) {
+    return !list || is_list(*list) || list->kind == file_kind::sender_networks;
+}
+
+static bool is_blank(std::string_view line) {
+    return std::all_of(line.begin(), line.end(), is_space);
+}
+
+// Takes one line as the list's readers would: white space in front does not count there.
+static void take_line(std::string_view line, const list_bulk_arguments &arguments, bulk_input *in,
+                      bulk_entries *to) {
+    if (is_blank(line)) {
+        return;
+    }
+    if (has_comments(catalogued(arguments.list))) {
+        if (line.front() == '\t') {
+            ++to->comments; // the editor's, of the entry above
+            return;
+        }
+        line.remove_prefix(static_cast<size_t>(
+            std::find_if_not(line.begin(), line.end(), is_space) - line.begin()));
+        if (line.front() == '#') {
+            return;
+        }
+    }
+    const std::string entry(line);
+    if (const std::string problem = why_no_entry(arguments.list, entry); !problem.empty()) {
+        in->complain(quoted(entry) + ": " + problem);
+    }
+    to->texts.push_back(entry);
+    to->lines.push_back(in->number());
+    in->require_room(to->texts.size());
+}
+
+static bulk_entries read_entries(const list_bulk_arguments &arguments, bulk_input *in) {
+    bulk_entries read;
+    for (std::string_view line; in->next(&line);) {
+        take_line(line, arguments, in, &read);
+    }
+    return read;
+}
+
+static uint64_t count_of(const std::vector<list_addition> &all, addition outcome) {
+    return static_cast<uint64_t>(
+        std::count_if(all.begin(), all.end(),
+                      [outcome](const list_addition &one) { return one.outcome == outcome; }));
+}
+
+// Names the lines that the opposite list stands against.
+static void complain_of_opposites(const std::vector<list_addition> &all,
+                                  const std::vector<uint64_t> &lines, const std::string &list,
+                                  bulk_input *in) {
+    const configuration_file *const file = catalogued(list);
+    for (size_t i = 0; i < all.size(); ++i) {
+        if (all[i].outcome == addition::opposed) {
+            in->complain_of(lines[i], quoted(all[i].entry) + " is in the opposite list, " +
+                                          (file && file->opposite ? file->opposite : ""));
+        }
+    }
+}
+
+// The engine's edit of all entries.
+static std::vector<list_addition> add_entries(const list_bulk_arguments &arguments,
+                                              const bulk_entries &entries, bulk_input *in) {
+    const std::string path = joined(arguments.directory, arguments.list);
+    std::vector<list_addition> all;
+    all.reserve(entries.texts.size());
+    for (const std::string &text : entries.texts) {
+        all.push_back({text.c_str(), addition::added});
+    }
+    if (all.empty()) {
+        return all;
+    }
+    engine_messages messages;
+    const char *const answer = vc_add_entries(arguments.directory.c_str(), arguments.list.c_str(),
+                                              all.data(), static_cast<uint32_t>(all.size()));
+    const std::string reason = messages.take();
+    if (answer == list_opposite) {
+        complain_of_opposites(all, entries.lines, arguments.list, in);
+        in->require_sound(path);
+    }
+    if (answer || !reason.empty()) {
+        throw failure(path + ": " + (answer ? answer : "perhaps not done, look at the list") +
+                      (reason.empty() ? "" : " (" + reason + ')'));
+    }
+    return all;
+}
+
+exit_status list_add_all(const list_bulk_arguments &arguments, std::ostream &out) {
+    const std::string path = joined(arguments.directory, arguments.list);
+    if (const std::string why = why_no_list(arguments.list, arguments.force); !why.empty()) {
+        throw failure(path + ": " + why);
+    }
+    bulk_input in(arguments.from);
+    const bulk_entries entries = read_entries(arguments, &in);
+    in.require_sound(path);
+    const std::vector<list_addition> all = add_entries(arguments, entries, &in);
+    out << path << ": " << counted(count_of(all, addition::added), "entry", "entries") << " added"
+        << passed_over_text(count_of(all, addition::present), count_of(all, addition::repeated));
+    if (entries.comments) {
+        out << "; " << counted(entries.comments, "comment of an entry", "comments of entries")
+            << " left out";
+    }
+    out << '\n';
     return exit_status::done;
 }
 
@@ -353,24 +324,45 @@ static command find_command() {
     };
 }
 
-static std::vector<option> edit_options(list_edit_arguments *to, option own) {
+// One entry, or those of a text.
+static exit_status add(const list_edit_arguments &one, const std::string &from) {
+    if (!from.empty()) {
+        return list_add_all({one.directory, one.list, from, one.force}, std::cout);
+    }
+    if (one.entry.empty()) {
+        throw failure("give the entry to add, or --from and a text of entries");
+    }
+    return list_add(one, std::cout);
+}
+
+static std::vector<option> edit_options(list_edit_arguments *to, option_details entry, option own) {
     return {{"DIR", &to->directory, "The folder of the lists"},
             {"LIST", &to->list, "The list's name, as in from_whitelist"},
-            {"ENTRY", &to->entry, "The entry, written as it is in the list"},
+            {"ENTRY", &to->entry, "The entry, written as it is in the list", std::move(entry)},
             std::move(own)};
 }
 
 static command add_command() {
     auto to = std::make_shared<list_edit_arguments>();
+    auto from = std::make_shared<std::string>();
     std::vector<option> options =
-        edit_options(to.get(), {"--comment", &to->comment,
-                                "Set the comment of an entry that is there, instead of adding it"});
+        edit_options(to.get(), {.required = false},
+                     {"--comment", &to->comment,
+                      "Set the comment of an entry that is there, instead of adding it"});
+    options.push_back({"--from",
+                       from.get(),
+                       "Add the entries of a text, one a line; - for standard input",
+                       {.value = "LINES", .excludes = {"ENTRY", "--comment"}}});
     options.push_back({"--force", &to->force, "Also to a list that the engine does not read"});
     return {
         .name = "add",
         .description = "Add an entry to a list, which is made when missing",
         .options = std::move(options),
-        .run = [to] { return list_add(*to, std::cout); },
+        .footer =
+            R"(With --from all entries are added in one edit, or none: every wrong line is reported as
+file:line: error: what is wrong, and then nothing is changed. Blank lines and comments
+are passed over, and entries that are there already are counted.)",
+        .run = [to, from] { return add(*to, *from); },
     };
 }
 
@@ -380,7 +372,7 @@ static command del_command() {
         .name = "del",
         .description = "Remove an entry and its comment from a list",
         .options = edit_options(
-            to.get(), {"--comment-only", &to->comment_only, "Remove only the entry's comment"}),
+            to.get(), {}, {"--comment-only", &to->comment_only, "Remove only the entry's comment"}),
         .run = [to] { return list_del(*to, std::cout); },
     };
 }

@@ -37,4 +37,18 @@ struct list_edit_arguments {
 exit_status list_add(const list_edit_arguments &arguments, std::ostream &out);
 exit_status list_del(const list_edit_arguments &arguments, std::ostream &out);
 
+struct list_bulk_arguments {
+    std::string directory;
+    std::string list;
+    std::string from; // a file of entries, one a line; "-" for standard input
+    bool force = false;
+};
+// Adds all entries of a text in one edit, or none. Blank lines are passed over, and in a text for a
+// list that has them comments: lines with "#" in front, and those behind a TAB, which the list's
+// editor takes for the comment of the entry above; these are counted. White space in front of an
+// entry does not count. Entries that are there already, or come twice, are counted and no error.
+// Throws a failure when a line is none that list_add takes; all of them are complained about, up to
+// bulk_input::most_complaints.
+exit_status list_add_all(const list_bulk_arguments &arguments, std::ostream &out);
+
 } // namespace quillfence::data_tool

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "address_text.h"
+#include "bulk_input.h"
 #include "command_line.h"
 #include "engine_messages.h"
 #include "quillfence-iprange.h"
@@ -153,6 +154,74 @@ exit_status range_add(const range_edit_arguments &arguments, std::ostream &out) 
     return exit_status::done;
 }
 
+// --- many at once ---
+
+static constexpr uint32_t span_mask = 0xFFFF; // a record lies inside one /16
+
+// Appends the pieces of a stretch of addresses, cut where a /16 ends.
+static void append_pieces(address_range all, std::vector<range_addition> *to) {
+    for (uint64_t first = all.first; first <= all.last;) {
+        const auto low = static_cast<uint32_t>(first);
+        const uint32_t high = std::min(low | span_mask, all.last);
+        to->push_back({{in_network_order(low), in_network_order(high)}, range_outcome::added});
+        first = uint64_t{high} + 1;
+    }
+}
+
+// A file of ranges can't have these two at an end.
+static std::string why_no_range(address_range range) {
+    return range.first == 0 || range.last == 0xFFFFFFFF
+               ? "a range can't begin with 0.0.0.0 or end with 255.255.255.255"
+               : "";
+}
+
+static void take_line(std::string_view text, bulk_input *in, std::vector<range_addition> *to) {
+    const address_line line = read_address_line(text);
+    if (line.is == address_line::kind::nothing) {
+        return;
+    }
+    const std::string problem =
+        line.is == address_line::kind::wrong ? line.problem : why_no_range(line.range);
+    if (!problem.empty()) {
+        in->complain(problem);
+        return;
+    }
+    append_pieces(line.range, to);
+    in->require_room(to->size());
+}
+
+static uint64_t count_of(const std::vector<range_addition> &all, range_outcome outcome) {
+    return static_cast<uint64_t>(
+        std::count_if(all.begin(), all.end(),
+                      [outcome](const range_addition &one) { return one.outcome == outcome; }));
+}
+
+exit_status range_add_all(const range_bulk_arguments &arguments, std::ostream &out) {
+    ranges_to_edit(arguments.file);
+    bulk_input in(arguments.from);
+    std::vector<range_addition> all;
+    for (std::string_view line; in.next(&line);) {
+        take_line(line, &in, &all);
+    }
+    in.require_sound(arguments.file);
+    const path_parts path = parts_of(arguments.file);
+    engine_messages messages;
+    const char *error = nullptr;
+    if (!all.empty() &&
+        !ipr_add_all(path.directory.c_str(), path.name.c_str(), all.data(),
+                     static_cast<uint32_t>(all.size()), arguments.comment.c_str(), &error)) {
+        throw failure(arguments.file + ": " + with_reason(error ? error : "", &messages));
+    }
+    out << arguments.file << ": " << counted(count_of(all, range_outcome::added), "range")
+        << " added"
+        << passed_over_text(count_of(all, range_outcome::present),
+                            count_of(all, range_outcome::repeated))
+        << '\n';
+    return exit_status::done;
+}
+
+// --- removing and converting ---
+
 exit_status range_del(const range_edit_arguments &arguments, std::ostream &out) {
     const range_ends ends = ends_of(arguments);
     sound_ranges(arguments.file);
@@ -202,23 +271,49 @@ static command show_command() {
     };
 }
 
-static std::vector<option> edit_options(range_edit_arguments *to) {
+// One range, or those of a text.
+static exit_status add(const range_edit_arguments &one, const std::string &from) {
+    if (!from.empty()) {
+        return range_add_all({one.file, from, one.comment}, std::cout);
+    }
+    if (one.low.empty()) {
+        throw failure("give the range to add, or --from and a text of addresses");
+    }
+    return range_add(one, std::cout);
+}
+
+static std::vector<option> edit_options(range_edit_arguments *to, option_details low) {
     return {
         {"FILE", &to->file, "A range file"},
-        {"LOW", &to->low, "The first address, or a network as in 192.0.2.0/24 (without HIGH)"},
+        {"LOW", &to->low, "The first address, or a network as in 192.0.2.0/24 (without HIGH)",
+         std::move(low)},
         {"HIGH", &to->high, "The last address; the same as LOW without it", {.required = false}}};
 }
 
 static command add_command() {
     auto to = std::make_shared<range_edit_arguments>();
-    std::vector<option> options = edit_options(to.get());
+    auto from = std::make_shared<std::string>();
+    std::vector<option> options = edit_options(to.get(), {.required = false});
     options.push_back(
         {"--comment", &to->comment, "The range's comment; replaces that of a range that is there"});
+    options.push_back({"--from",
+                       from.get(),
+                       "Add the ranges of a text, one a line; - for standard input",
+                       {.value = "LINES", .excludes = {"LOW", "HIGH"}}});
     return {
         .name = "add",
         .description = "Add a range to a file, which is made when missing",
         .options = std::move(options),
-        .run = [to] { return range_add(*to, std::cout); },
+        .footer = R"(Lines of --from:
+  192.0.2.1               an address
+  192.0.2.0/24            a network; a wider one than a /16 becomes its /16s
+  192.0.2.1-192.0.2.9     a range; one over several /16s is cut where they end
+  # ... or ; ...          a comment, also behind the others
+
+All of them are added in one edit, each with the comment of --comment, or none: every
+wrong line is reported as file:line: error: what is wrong, and then nothing is changed.
+Ranges that are there already are counted, and keep their comments.)",
+        .run = [to, from] { return add(*to, *from); },
     };
 }
 
@@ -227,7 +322,7 @@ static command del_command() {
     return {
         .name = "del",
         .description = "Remove a range from a file",
-        .options = edit_options(to.get()),
+        .options = edit_options(to.get(), {}),
         .run = [to] { return range_del(*to, std::cout); },
     };
 }

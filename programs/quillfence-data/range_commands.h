@@ -26,6 +26,17 @@ struct range_edit_arguments {
 exit_status range_add(const range_edit_arguments &arguments, std::ostream &out);
 exit_status range_del(const range_edit_arguments &arguments, std::ostream &out);
 
+struct range_bulk_arguments {
+    std::string file;
+    std::string from; // a file of addresses, networks and ranges, one a line (read_address_line);
+                      // "-" for standard input
+    std::string comment; // of each range; "" for none
+};
+// Adds all ranges of a text in one edit, or none, each cut where a /16 ends. Those that are there
+// already, or come twice, are counted and no error; they keep their comments. Throws a failure for
+// a wrong line; all of them are complained about, up to bulk_input::most_complaints.
+exit_status range_add_all(const range_bulk_arguments &arguments, std::ostream &out);
+
 // A file of the legacy version becomes one of the current version.
 exit_status range_convert(const std::string &file, std::ostream &out);
 

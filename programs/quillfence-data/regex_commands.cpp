@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 
 #include "command_line.h"
@@ -11,8 +12,10 @@
 #include "engine_messages.h"
 #include "file_digest.h"
 #include "file_output.h"
+#include "json_rows.h"
 #include "line_input.h"
 #include "pattern_lines.h"
+#include "pattern_list.h"
 #include "pattern_text.h"
 #include "pattern_trial.h"
 #include "text.h"
@@ -90,49 +93,69 @@ class action_choice {
 } // namespace
 
 // Warns of a part that the engine refuses when it comes to it: the match then ends as none.
-static void warn_of_bad_nodes(const TRex &expression, engine_messages *messages, line_input *in) {
+static void warn_of_bad_nodes(const TRex &expression, engine_messages *messages, uint64_t line,
+                              line_input *in) {
     for (int32_t i = 0; i < expression.nsize; ++i) {
         if (!__trex_node_is_valid(&expression, &expression.nodes[i])) {
-            in->warn("a part of the pattern can't be matched: " + messages->take());
+            in->warn(line, "a part of the pattern can't be matched: " + messages->take());
             return;
         }
     }
 }
 
-static void warn_of_long_matches(TRex *expression, engine_messages *messages, line_input *in) {
+static void warn_of_long_matches(TRex *expression, engine_messages *messages, uint64_t line,
+                                 line_input *in) {
     const std::string name = name_that_takes_long(expression);
     if (!name.empty()) {
-        in->warn("the pattern takes more than a hundredth of the steps that a message has for all "
+        in->warn(line,
+                 "the pattern takes more than a hundredth of the steps that a message has for all "
                  "its names and patterns, with the name " +
-                 name);
+                     name);
     }
     messages->take(); // of bad nodes, which have been warned of
 }
 
-// The pattern of one line to the file; false when the line has been complained about.
-static bool compile_line(const pattern_line &line, line_input *in, file_output *out) {
-    if (line.is == pattern_line::kind::wrong) {
-        in->complain(line.text);
-        return false;
-    }
+// The pattern of a line to the file; false when the line has been complained about.
+static bool compile_pattern(const std::string &pattern, uint64_t line, line_input *in,
+                            file_output *out) {
     engine_messages messages;
-    const trex_ptr expression(trex_compile_ex(line.text.c_str(), trex_fold_case));
+    const trex_ptr expression(trex_compile_ex(pattern.c_str(), trex_fold_case));
     if (!expression) {
-        in->complain(messages.take());
+        in->complain(line, messages.take());
         return false;
     }
     if (expression->nsize > trs_max_nodes) {
-        in->complain("the pattern needs " + std::to_string(expression->nsize) +
-                     " nodes, and a file takes " + std::to_string(trs_max_nodes) +
-                     " a pattern; split it into several");
+        in->complain(line, "the pattern needs " + std::to_string(expression->nsize) +
+                               " nodes, and a file takes " + std::to_string(trs_max_nodes) +
+                               " a pattern; split it into several");
         return false;
     }
-    warn_of_bad_nodes(*expression, &messages, in);
-    warn_of_long_matches(expression.get(), &messages, in);
+    warn_of_bad_nodes(*expression, &messages, line, in);
+    warn_of_long_matches(expression.get(), &messages, line, in);
     if (!trs_store(out->stream(), expression.get())) {
         out->fail(messages.take());
     }
     return true;
+}
+
+// The patterns of the lines to the file. Returns where each came from.
+static std::vector<pattern_origin> compile_lines(const std::vector<list_pattern> &lines,
+                                                 const std::string &list, line_input *in,
+                                                 file_output *out) {
+    std::vector<pattern_origin> origins;
+    for (const list_pattern &line : lines) {
+        for (const list_problem &problem : line.problems) {
+            problem.is_error ? in->complain(line.number, problem.text)
+                             : in->warn(line.number, problem.text);
+        }
+        for (const std::string &pattern : line.patterns) {
+            if (!compile_pattern(pattern, line.number, in, out)) {
+                break;
+            }
+            origins.push_back({static_cast<uint32_t>(line.number), list});
+        }
+    }
+    return origins;
 }
 
 // Writes which line each expression was made from, beside the compiled file that is in its place.
@@ -156,16 +179,13 @@ static exit_status compile(const compile_options &options) {
     if (!trs_set_header(out.stream())) {
         out.fail(messages.take());
     }
-    pattern_reader reader;
     action_choice actions(options.only);
-    std::vector<pattern_origin> origins;
+    pattern_list list([&actions](const std::string &action) { return actions.takes(action); });
     for (std::string_view text; in.next(&text);) {
-        const pattern_line line = reader.read(text);
-        if (line.is != pattern_line::kind::nothing && actions.takes(line.action) &&
-            compile_line(line, &in, &out)) {
-            origins.push_back({static_cast<uint32_t>(in.number()), options.patterns});
-        }
+        list.add(in.number(), text);
     }
+    const std::vector<pattern_origin> origins =
+        compile_lines(list.finish(), options.patterns, &in, &out);
     if (const std::string remark = actions.remark(); !remark.empty()) {
         complain(options.patterns + ": " + remark);
     }
@@ -200,9 +220,12 @@ static command compile_command() {
                           are left out, unless --only names it; REJECT, DISCARD, the
                           DEFERs and codes from 400 refuse. Flags i m s E U X change
                           nothing, since case never counts; A and x are errors
+  if /pattern/flags       a condition for the lines up to its "endif"; if !/pattern/ too.
+                          It becomes part of each pattern where that can be done exactly,
+                          and is an error where it can't
   pattern                 anything else
-Lines "if /.../", "endif" and "!/.../" are errors. A pattern that begins with a slash
-or a number sign is written with a backslash in front of it.
+Lines "!/.../" are errors. A pattern that begins with a slash or a number sign is written
+with a backslash in front of it.
 
 All wrong lines are reported in one run as file:line: error: what is wrong. When there
 is one nothing is written, or with --keep-going everything else (exit status 3).)",
@@ -218,7 +241,54 @@ static void print_nodes(const TRex &expression) {
     }
 }
 
-static exit_status dump(const std::string &path) {
+// "pattern" with the text of an expression, or null and the "problem" that it has none.
+static std::string pattern_members(const TRex &expression) {
+    std::string reason;
+    const std::string text = pattern_of_nodes(expression, &reason);
+    return text.empty() ? "\"pattern\":null,\"problem\":" + json_text(reason)
+                        : "\"pattern\":" + json_text(text);
+}
+
+static std::string nodes_member(const TRex &expression) {
+    std::string nodes;
+    for (int32_t i = 0; i < expression.nallocated; ++i) {
+        nodes += (i ? "," : "") + json_text(describe_node(expression, i));
+    }
+    return "\"nodes\":[" + nodes + ']';
+}
+
+static bool has_text(const TRex &expression) {
+    std::string reason;
+    return !pattern_of_nodes(expression, &reason).empty();
+}
+
+// The expressions in their order; the stretches that hold none in a list of their own.
+static exit_status dump_json(const std::string &path) {
+    const std::vector<file_block> blocks = read_compiled_file(path);
+    exit_status status = exit_status::done;
+    std::string damaged;
+    uint64_t number = 0;
+    json_rows rows("expressions");
+    for (const file_block &block : blocks) {
+        if (!block.expression) {
+            damaged += (damaged.empty() ? "{" : ",{") +
+                       ("\"offset\":" + std::to_string(block.offset)) +
+                       ",\"problem\":" + json_text(block.damage) + '}';
+            status = exit_status::partly;
+            continue;
+        }
+        rows.next();
+        const bool is_sound = has_text(*block.expression);
+        std::printf("{\"expression\":%llu,%s%s}", static_cast<unsigned long long>(++number),
+                    pattern_members(*block.expression).c_str(),
+                    is_sound ? "" : (',' + nodes_member(*block.expression)).c_str());
+        status = is_sound ? status : exit_status::partly;
+    }
+    rows.end("\"damaged\":[" + damaged + ']');
+    return status;
+}
+
+static exit_status dump_lines(const std::string &path) {
     exit_status status = exit_status::done;
     uint64_t number = 0;
     for (const file_block &block : read_compiled_file(path)) {
@@ -240,23 +310,39 @@ static exit_status dump(const std::string &path) {
         print_nodes(*block.expression);
         status = exit_status::partly;
     }
+    return status;
+}
+
+namespace {
+
+struct dump_options {
+    std::string file;
+    bool json = false;
+};
+
+} // namespace
+
+static exit_status dump(const dump_options &options) {
+    const exit_status status = options.json ? dump_json(options.file) : dump_lines(options.file);
     if (status == exit_status::partly) {
-        complain(path + ": parts of the file have no text; they are shown as comments");
+        complain(options.file + ": parts of the file have no text; they are shown " +
+                 (options.json ? "with the reason" : "as comments"));
     }
     return status;
 }
 
 static command dump_command() {
-    auto path = std::make_shared<std::string>();
+    auto options = std::make_shared<dump_options>();
     return {
         .name = "dump",
         .description = "Print the patterns of a compiled pattern file",
-        .options = {{"FILE", path.get(), "The compiled pattern file"}},
+        .options = {{"FILE", &options->file, "The compiled pattern file"},
+                    {"--json", &options->json, "Write a JSON object"}},
         .footer =
             R"(One pattern a line, in the order of the file. Compiling them gives the same nodes.
 What no pattern can give, such as damaged nodes, becomes a comment with the reason and
 the nodes (exit status 3).)",
-        .run = [path] { return dump(*path); },
+        .run = [options] { return dump(*options); },
     };
 }
 
@@ -268,6 +354,7 @@ struct test_options {
     std::string file;
     std::vector<std::string> names;
     bool all = false;
+    bool json = false;
 };
 
 // The readable expressions of a file.
@@ -313,35 +400,89 @@ static std::string text_of(const TRex &expression) {
     return text.empty() ? "(no text: " + reason + ")" : text;
 }
 
-// Prints what matches a name; false when nothing does.
-static bool test_name(expression_list *list, const std::string &name, const test_options &options) {
-    uint64_t all_steps = 0;
-    bool matched = false;
-    for (size_t i = 0; i < list->expressions.size() && (options.all || !matched); ++i) {
+namespace {
+
+// What a match prints: the number of the expression from 1, and the steps up to it.
+using match_writer = void (*)(const std::string &name, size_t number, const TRex &expression,
+                              uint64_t all_steps, bool is_first);
+
+} // namespace
+
+static void write_match(const std::string &name, size_t number, const TRex &expression,
+                        uint64_t all_steps, bool) {
+    std::printf("%s: expression %zu: %s (%s, %s in all)\n", printable(name).c_str(), number,
+                text_of(expression).c_str(), counted(expression.steps, "step").c_str(),
+                counted(all_steps, "step").c_str());
+}
+
+static void write_match_json(const std::string &, size_t number, const TRex &expression,
+                             uint64_t all_steps, bool is_first) {
+    std::printf("%s{\"expression\":%zu,%s,\"steps\":%llu,\"steps_in_all\":%llu}",
+                is_first ? "" : ",", number, pattern_members(expression).c_str(),
+                static_cast<unsigned long long>(expression.steps),
+                static_cast<unsigned long long>(all_steps));
+}
+
+namespace {
+
+struct name_outcome {
+    bool matched;
+    uint64_t steps; // in all
+};
+
+} // namespace
+
+// Prints what matches a name.
+static name_outcome write_matches(expression_list *list, const std::string &name,
+                                  const test_options &options, match_writer write) {
+    name_outcome outcome = {};
+    for (size_t i = 0; i < list->expressions.size() && (options.all || !outcome.matched); ++i) {
         const bool hit = matches(list, i, name, options.file);
         const TRex &expression = *list->expressions[i];
-        all_steps += expression.steps;
+        outcome.steps += expression.steps;
         if (hit) {
-            std::printf("%s: expression %zu: %s (%s, %s in all)\n", printable(name).c_str(), i + 1,
-                        text_of(expression).c_str(), counted(expression.steps, "step").c_str(),
-                        counted(all_steps, "step").c_str());
-            matched = true;
+            write(name, i + 1, expression, outcome.steps, !outcome.matched);
+            outcome.matched = true;
         }
     }
-    if (!matched) {
+    return outcome;
+}
+
+// False when nothing matches the name.
+static bool test_name(expression_list *list, const std::string &name, const test_options &options) {
+    const name_outcome outcome = write_matches(list, name, options, write_match);
+    if (!outcome.matched) {
         std::printf("%s: no match (%s, %s in all)\n", printable(name).c_str(),
                     counted(list->expressions.size(), "expression").c_str(),
-                    counted(all_steps, "step").c_str());
+                    counted(outcome.steps, "step").c_str());
     }
-    return matched;
+    return outcome.matched;
+}
+
+static bool test_name_json(expression_list *list, const std::string &name,
+                           const test_options &options) {
+    std::printf("{\"name\":%s,\"matches\":[", json_text(name).c_str());
+    const name_outcome outcome = write_matches(list, name, options, write_match_json);
+    std::printf("],\"steps_in_all\":%llu}", static_cast<unsigned long long>(outcome.steps));
+    return outcome.matched;
 }
 
 static exit_status test(const test_options &options) {
     expression_list list = load_expressions(options.file);
+    std::optional<json_rows> rows;
+    if (options.json) {
+        rows.emplace("names");
+    }
     bool all_matched = true;
     for_each_argument(options.names, [&](const std::string &name) {
-        all_matched = test_name(&list, name, options) && all_matched;
+        if (rows) {
+            rows->next();
+        }
+        all_matched = (rows ? test_name_json : test_name)(&list, name, options) && all_matched;
     });
+    if (rows) {
+        rows->end("\"expressions\":" + std::to_string(list.expressions.size()));
+    }
     return list.damaged ? exit_status::partly : all_matched ? exit_status::done : exit_status::no;
 }
 
@@ -353,7 +494,8 @@ static command test_command() {
         .options = {{"FILE", &options->file, "The compiled pattern file"},
                     {"NAME", &options->names,
                      "Host names or addresses; - reads them from standard input, one a line"},
-                    {"--all", &options->all, "Show every expression that matches, not the first"}},
+                    {"--all", &options->all, "Show every expression that matches, not the first"},
+                    {"--json", &options->json, "Write a JSON object"}},
         .footer =
             R"(For each name the number of the expression and its pattern, and the steps that its
 match took and all up to it together; a match may take 50 million.

@@ -11,10 +11,11 @@ namespace quillfence::data_tool {
 
 struct verify_arguments {
     std::string base;
-    bool json = false;
+    std::string format = "text";      // text, json, sarif, github
+    std::string error_on = "warning"; // the least severity that is no: error, warning, info
 };
-// Writes every finding, in lines or as one JSON object, and on standard error what was looked at.
-// exit_status::no when there are errors or warnings.
+// Writes every finding in the format, and on standard error what was looked at.
+// exit_status::no when there is a finding of that severity or of a worse one.
 exit_status verify(const verify_arguments &arguments, std::ostream &out);
 
 } // namespace quillfence::data_tool

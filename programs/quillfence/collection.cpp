@@ -4,6 +4,7 @@
 #include <sstream>
 
 #include "file_digest.h"
+#include "findings_output.h"
 #include "json_writer.h"
 #include "open_file.h"
 #include "program.h"
@@ -158,7 +159,7 @@ class archive {
     void add_texts() {
         writer_.add_file("manifest.json", manifest_of(all_), 0);
         std::ostringstream findings;
-        write_json(all_.verified, findings);
+        verification::write_json(all_.verified, findings);
         writer_.add_file("verify.json", findings.str(), 0);
         if (all_.registry.values) {
             writer_.add_file("registry.reg", all_.registry.bytes, 0);

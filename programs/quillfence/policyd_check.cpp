@@ -17,7 +17,7 @@ namespace quillfence::programs {
 
 static check_line line_of(const verification::finding &found) {
     const std::string place = found.file + (found.line > 0 ? ":" + std::to_string(found.line) : "");
-    const bool is_error = found.level == verification::severity::error;
+    const bool is_error = found.level() == verification::severity::error;
     return {is_error ? check_result::error : check_result::warning, place, found.text};
 }
 
@@ -26,7 +26,7 @@ void check_configuration(const std::string &base, check_report *report) {
         const verification::tree seen = verification::verify_tree(base);
         report->push_back({check_result::ok, base, counted(seen.files, "file") + " looked over"});
         for (const verification::finding &one : seen.findings) {
-            if (one.level != verification::severity::info) {
+            if (one.level() != verification::severity::info) {
                 report->push_back(line_of(one));
             }
         }

@@ -59,6 +59,14 @@ static service::live_configuration::options configuration_of(const policyd_argum
 
 // --- the log and the DNS ------------------------------------------------------------------------
 
+static void tell_of_cut(const decision::decision_log &log) {
+    if (log.cut() > 0) {
+        tell(event_severity::warning,
+             log.path() + ": the last record was cut short and has been cut off, " +
+                 counted(log.cut(), "byte") + "; its writer was killed, or the disk was full");
+    }
+}
+
 void policyd_judgement::open_log(const policyd_arguments &arguments) {
     if (arguments.no_log) {
         return;
@@ -70,6 +78,7 @@ void policyd_judgement::open_log(const policyd_arguments &arguments) {
     if (const uint32_t error = log_.emplace().open(arguments.log)) {
         throw failure("--log " + file_error(arguments.log, error));
     }
+    tell_of_cut(*log_);
 }
 
 void policyd_judgement::ask_dns(const policyd_arguments &arguments) {
@@ -124,6 +133,7 @@ void policyd_judgement::begin_anew() {
             tell(event_severity::error,
                  "the log stays as it was: " + file_error(log_->path(), error));
         }
+        tell_of_cut(*log_);
     }
     configuration_.load();
 }

@@ -104,14 +104,18 @@ bool line_input::next(std::string_view *line) {
 }
 
 void line_input::complain(const std::string &text) {
+    complain(number_, text);
+}
+
+void line_input::complain(uint64_t line, const std::string &text) {
     bar_.wipe();
-    complain_at(name_, number_, weight::error, text);
+    complain_at(name_, line, weight::error, text);
     ++complaints_;
 }
 
-void line_input::warn(const std::string &text) {
+void line_input::warn(uint64_t line, const std::string &text) {
     bar_.wipe();
-    complain_at(name_, number_, weight::warning, text);
+    complain_at(name_, line, weight::warning, text);
 }
 
 void refuse_same_file(const std::string &input, const std::string &output) {

@@ -29,9 +29,10 @@ class line_input {
     uint64_t number() const {
         return number_;
     }
-    // About the line that was read last. Only complaints are counted.
+    // About the line that was read last, or another one. Only complaints are counted.
     void complain(const std::string &text);
-    void warn(const std::string &text);
+    void complain(uint64_t line, const std::string &text);
+    void warn(uint64_t line, const std::string &text);
     uint64_t complaints() const {
         return complaints_;
     }

@@ -1,7 +1,6 @@
 #include "verify.h"
 
 #include <algorithm>
-#include <array>
 #include <tuple>
 
 #include "folder.h"
@@ -9,41 +8,10 @@
 
 namespace quillfence::verification {
 
-static constexpr std::array<const char *, 3> severity_names = {"error", "warning", "info"};
-
-static const char *name_of(severity level) {
-    return severity_names[static_cast<size_t>(level)];
-}
-
 uint32_t count_of(const tree &in, severity level) {
     return static_cast<uint32_t>(
         std::count_if(in.findings.begin(), in.findings.end(),
-                      [level](const finding &found) { return found.level == level; }));
-}
-
-void write_lines(const tree &in, std::ostream &out) {
-    for (const finding &found : in.findings) {
-        out << printable(in.path(found.file)) << ':';
-        if (found.line) {
-            out << found.line << ':';
-        }
-        out << ' ' << name_of(found.level) << ": " << found.text << '\n';
-    }
-}
-
-void write_json(const tree &in, std::ostream &out) {
-    out << "{\"base\":" << json_text(in.base) << ",\"files\":" << in.files
-        << ",\"errors\":" << count_of(in, severity::error)
-        << ",\"warnings\":" << count_of(in, severity::warning)
-        << ",\"infos\":" << count_of(in, severity::info) << ",\"findings\":[";
-    const char *separator = "";
-    for (const finding &found : in.findings) {
-        out << separator << "{\"file\":" << json_text(found.file) << ",\"line\":" << found.line
-            << ",\"severity\":\"" << name_of(found.level) << "\",\"text\":" << json_text(found.text)
-            << '}';
-        separator = ",";
-    }
-    out << "]}\n";
+                      [level](const finding &found) { return found.level() == level; }));
 }
 
 std::string tree::path(std::string_view file) const {
@@ -54,12 +22,13 @@ bool tree::has(std::string_view file) const {
     return may_be_file(path(file));
 }
 
-void tree::add(std::string_view file, uint32_t line, severity level, std::string text) {
-    findings.push_back({std::string(file), line, level, std::move(text)});
+void tree::add(std::string_view file, uint32_t line, finding_id id, std::string text) {
+    findings.push_back({std::string(file), line, id, std::move(text)});
 }
 
-void tree::add_failure(std::string_view file, const std::string &text, uint32_t error) {
-    const finding found = {std::string(file), 0, severity::error, text + ": " + system_text(error)};
+void tree::add_failure(std::string_view file, finding_id id, const std::string &text,
+                       uint32_t error) {
+    const finding found = {std::string(file), 0, id, text + ": " + system_text(error)};
     if (std::find(findings.begin(), findings.end(), found) == findings.end()) {
         findings.push_back(found);
     }
@@ -71,7 +40,7 @@ bool tree::read(std::string_view file, std::string *bytes) {
         return false;
     }
     if (bytes->starts_with("\xFF\xFE") || bytes->starts_with("\xFE\xFF")) {
-        add(file, 0, severity::error,
+        add(file, 0, "text-in-utf-16",
             "is a text in UTF-16, of which the engine makes nothing; save it as UTF-8 without a "
             "byte order mark");
         return false;
@@ -82,7 +51,7 @@ bool tree::read(std::string_view file, std::string *bytes) {
 bool tree::read_again(std::string_view file, std::string *bytes) {
     const uint32_t error = read_file(path(file), bytes);
     if (error) {
-        add_failure(file, "can't be read", error);
+        add_failure(file, "unreadable-file", "can't be read", error);
     }
     return !error;
 }
@@ -90,7 +59,7 @@ bool tree::read_again(std::string_view file, std::string *bytes) {
 range_records tree::ranges(std::string_view file) {
     range_records read = read_ranges(path(file));
     if (read.state == range_state::unreadable) {
-        add_failure(file, "can't be read", read.error);
+        add_failure(file, "unreadable-file", "can't be read", read.error);
     }
     return read;
 }
@@ -99,7 +68,7 @@ std::vector<std::string> tree::list(std::string_view folder) {
     std::vector<std::string> names;
     const uint32_t error = list_folder(path(folder), &names);
     if (error && !is_missing(error)) {
-        add_failure(folder, "can't be listed", error);
+        add_failure(folder, "unreadable-folder", "can't be listed", error);
     }
     return names;
 }

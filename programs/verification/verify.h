@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "finding_kinds.h"
 #include "program.h"
 #include "range_records.h"
 
@@ -17,18 +18,22 @@ namespace quillfence::verification {
 using namespace data_files;
 using namespace programs;
 
-enum class severity {
-    error,   // the file or line does not do what it is there for
-    warning, // redundant, contradictory, or probably meant differently
-    info,    // worth knowing; is no finding as far as the exit status goes
-};
-
 struct finding {
     std::string file; // relative to the base directory
     uint32_t line;    // 0 for the file as a whole
-    severity level;
-    std::string text;
+    finding_id id;
+    std::string text; // printable ASCII
     bool operator==(const finding &) const = default;
+
+    severity level() const {
+        return id.kind().level;
+    }
+};
+
+// What is wrong with a part of a line.
+struct problem {
+    finding_id id;
+    std::string text;
 };
 
 // The tree under inspection and what was found in it.
@@ -40,9 +45,9 @@ struct tree {
     std::string path(std::string_view file) const;
     // Also true when the system does not say; reading the file then makes a finding of it.
     bool has(std::string_view file) const;
-    void add(std::string_view file, uint32_t line, severity level, std::string text);
+    void add(std::string_view file, uint32_t line, finding_id id, std::string text);
     // "can't be ...", with what the system says: one finding, however often it is met.
-    void add_failure(std::string_view file, const std::string &text, uint32_t error);
+    void add_failure(std::string_view file, finding_id id, const std::string &text, uint32_t error);
     // The bytes of a file that is there; a finding, and false, when it can't be read. The second
     // one is for a file that has been counted before; the first is for texts, and refuses UTF-16.
     bool read(std::string_view file, std::string *bytes);
@@ -74,10 +79,6 @@ std::set<std::string> named_maps(tree &in);
 // Throws a failure when base is no folder.
 tree verify_tree(const std::string &base);
 
-// "file:line: severity: text" for every finding.
-void write_lines(const tree &in, std::ostream &out);
-// One JSON object.
-void write_json(const tree &in, std::ostream &out);
 uint32_t count_of(const tree &in, severity level);
 
 } // namespace quillfence::verification

@@ -42,33 +42,33 @@ namespace {
 void verify_range_size(tree &in, const std::string &file, const range_records &ranges) {
     switch (ranges.state) {
     case range_state::missing:
-        in.add_failure(file, "can't be read", ranges.error);
+        in.add_failure(file, "unreadable-file", "can't be read", ranges.error);
         return;
     case range_state::unreadable: // has been told
         return;
     case range_state::empty:
         if (ranges.size) {
-            in.add(file, 0, severity::error,
+            in.add(file, 0, "range-file-corrupt",
                    "is corrupt: " + counted(ranges.size, "byte") + " are less than a header");
         }
         return;
     case range_state::corrupt:
-        in.add(file, 0, severity::error, "is corrupt: no header of a range file");
+        in.add(file, 0, "range-file-corrupt", "is corrupt: no header of a range file");
         return;
     case range_state::legacy:
         in.add(
-            file, 0, severity::error,
+            file, 0, "range-file-legacy",
             "is of the legacy version, which lookups misread; run quillfence-data range convert");
         break;
     case range_state::current:
         break;
     }
     if (ranges.records.size() < ranges.counted) {
-        in.add(file, 0, severity::error,
+        in.add(file, 0, "range-file-corrupt",
                "is corrupt: the header counts " + counted(ranges.counted, "record") +
                    ", the file holds " + std::to_string(ranges.records.size()));
     } else if (ranges.size > wanted_size(ranges)) {
-        in.add(file, 0, severity::warning,
+        in.add(file, 0, "range-file-longer",
                "is longer than its records by " +
                    counted(ranges.size - wanted_size(ranges), "byte") + ", which lookups ignore");
     }
@@ -79,17 +79,17 @@ void verify_records(tree &in, const std::string &file, const range_records &rang
     for (const range_record &record : ranges.records) {
         const std::string name = record_name(record.number) + ", " + range_text(record) + ", ";
         if (!record.valid) {
-            in.add(file, 0, severity::error,
+            in.add(file, 0, "range-invalid",
                    name + "is no range inside one /16: lookups stop here and find nothing");
             return;
         }
         if (!record.comment_ends) {
-            in.add(file, 0, severity::error, name + "has a comment without an end");
+            in.add(file, 0, "range-comment-endless", name + "has a comment without an end");
         }
         const range_record *const found = cover.find(record.low, record.high, record.number);
         const bool same = found && found->low == record.low && found->high == record.high;
         if (found && (!same || found->number < record.number)) {
-            in.add(file, 0, severity::warning,
+            in.add(file, 0, "range-covered",
                    name + "is covered by " + record_name(found->number) + ", " +
                        range_text(*found));
         }
@@ -112,7 +112,7 @@ void verify_opposite_ranges(tree &in) {
                 record.valid ? cover.find(record.low, record.high) : nullptr;
             if (found) {
                 in.add(
-                    file, 0, severity::warning,
+                    file, 0, "range-covered-by-opposite",
                     record_name(record.number) + ", " + range_text(record) +
                         ", is covered by the opposite range file, which comes first: " + opposite +
                         ", " + record_name(found->number) + ", " + range_text(*found));
@@ -169,7 +169,7 @@ void verify_blocks(tree &in, const std::string &file, FILE *stream) {
     for (unsigned block = 1;; ++block) {
         const int next = std::fgetc(stream);
         if (std::ferror(stream)) {
-            in.add(file, 0, severity::error, "can't be read to its end");
+            in.add(file, 0, "unreadable-file", "can't be read to its end");
             return;
         }
         if (next == EOF) {
@@ -178,14 +178,14 @@ void verify_blocks(tree &in, const std::string &file, FILE *stream) {
         std::ungetc(next, stream);
         const std::string name = "pattern " + std::to_string(block);
         if (!trs_next(stream, &expression.record)) {
-            in.add(file, 0, severity::error,
+            in.add(file, 0, "pattern-damaged",
                    name + " is damaged, and so is all that follows: the engine says \"" +
                        messages.take() + '"');
             return;
         }
         const std::string problem = why_refused(expression.record);
         if (!problem.empty()) {
-            in.add(file, 0, severity::error,
+            in.add(file, 0, "pattern-can-fail",
                    name + " can fail to match: the engine says \"" + problem + '"');
         }
     }
@@ -196,12 +196,15 @@ void verify_pattern_file(tree &in, const std::string &file) {
     const engine_messages silent;
     const platform::stream_ptr stream(platform::stream_open(in.path(file).c_str(), "rb"));
     if (!stream) {
-        in.add(file, 0, severity::error, std::string("can't be read: ") + std::strerror(errno));
+        in.add(file, 0, "unreadable-file", std::string("can't be read: ") + std::strerror(errno));
         return;
     }
     if (!trs_valid_file(stream.get())) {
-        in.add(file, 0, severity::error,
-               std::ferror(stream.get()) ? "can't be read" : "is no file of compiled patterns");
+        if (std::ferror(stream.get())) {
+            in.add(file, 0, "unreadable-file", "can't be read");
+        } else {
+            in.add(file, 0, "patterns-no-such-file", "is no file of compiled patterns");
+        }
         return;
     }
     verify_blocks(in, file, stream.get());
@@ -216,16 +219,16 @@ void verify_pattern_lines(tree &in, const std::string &file) {
     }
     ++in.files;
     if (const uint32_t error = digest_of_file(in.path(file), &digest)) {
-        in.add_failure(file, "can't be read", error);
+        in.add_failure(file, "unreadable-file", "can't be read", error);
         return;
     }
     const pattern_lines read = read_pattern_lines(in.path(file), digest);
     if (read.is == pattern_lines::state::stale) {
-        in.add(lines, 0, severity::warning,
+        in.add(lines, 0, "pattern-lines-stale",
                "speaks of another version of the pattern file, so that no line of the list can be "
                "named; compile the list again");
     } else if (read.is == pattern_lines::state::wrong) {
-        in.add(lines, 0, severity::warning, read.problem);
+        in.add(lines, 0, "pattern-lines-wrong", read.problem);
     }
 }
 
@@ -238,7 +241,7 @@ void verify_patterns(tree &in) {
             continue;
         }
         if (!find_configuration_file(file)) {
-            in.add(file, 0, severity::info, "the engine asks no file of this name");
+            in.add(file, 0, "patterns-not-asked", "the engine asks no file of this name");
         }
         verify_pattern_file(in, file);
         verify_pattern_lines(in, file);
@@ -262,15 +265,15 @@ class map_reader {
         uint32_t error = opened_.open(in_.path(file_));
         error = error ? error : opened_.size(&size_);
         if (error) {
-            in_.add_failure(file_, "can't be read", error);
+            in_.add_failure(file_, "unreadable-file", "can't be read", error);
         } else if (size_ < table_size) {
-            in_.add(file_, 0, severity::error,
+            in_.add(file_, 0, "map-corrupt",
                     "is corrupt: " + counted(size_, "byte") + " are less than its first table");
         } else {
             verify_first_table();
         }
         if (found_ > most_findings) {
-            in_.add(file_, 0, severity::error,
+            in_.add(file_, 0, "map-corrupt",
                     "is corrupt: " + std::to_string(found_ - most_findings) + " more such entries");
         }
     }
@@ -283,7 +286,8 @@ class map_reader {
         size_t got = 0;
         const uint32_t error = opened_.read_at(offset, bytes->data(), table_size, &got);
         if (error || got < table_size) {
-            in_.add_failure(file_, "can't be read", error ? error : platform::error_io_device);
+            in_.add_failure(file_, "unreadable-file", "can't be read",
+                            error ? error : platform::error_io_device);
         }
         return !error && got == table_size;
     }
@@ -299,7 +303,7 @@ class map_reader {
             return true;
         }
         if (++found_ <= most_findings) {
-            in_.add(file_, 0, severity::error,
+            in_.add(file_, 0, "map-corrupt",
                     "is corrupt: the entry of " + network + " points " +
                         (fits ? "into the first table" : "behind the end of the file"));
         }
@@ -361,7 +365,7 @@ void verify_block_maps(tree &in) {
     }
     for (const std::string &name : in.list("bms")) {
         if (name != "lists_to_update" && !names.contains(name)) {
-            in.add("bms/" + name, 0, severity::info, "no list of block maps names this file");
+            in.add("bms/" + name, 0, "map-unlisted", "no list of block maps names this file");
         }
     }
 }
@@ -385,16 +389,19 @@ void verify_counter_file(tree &in, const std::string &file, uint64_t wanted,
     uint32_t error = opened.open(in.path(file));
     error = error ? error : opened.size(&size);
     if (error) {
-        in.add_failure(file, "can't be read", error);
+        in.add_failure(file, "unreadable-file", "can't be read", error);
     } else if (size != wanted) {
-        in.add(file, 0, severity::error,
+        in.add(file, 0, "counter-size",
                "has " + counted(size, "byte") + " instead of " + std::to_string(wanted) +
                    ": the next count starts it anew");
     } else if (!is_valid(opened.handle())) {
         const std::string problem = messages.take();
-        in.add(file, 0, severity::error,
-               problem.empty() ? "has no header of a counter file: the next count starts it anew"
-                               : "can't be read: " + problem);
+        if (problem.empty()) {
+            in.add(file, 0, "counter-header",
+                   "has no header of a counter file: the next count starts it anew");
+        } else {
+            in.add(file, 0, "unreadable-file", "can't be read: " + problem);
+        }
     }
 }
 

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <map>
+#include <optional>
 
 #include "address_text.h"
 #include "configuration.h"
@@ -43,7 +44,7 @@ void verify_enabled(tree &in) {
     static constexpr const char *file = path_in_base(configured("control/enabled"));
     std::string bytes;
     if (!in.has(file)) {
-        in.add(file, 0, severity::info, "missing, so the engine is off");
+        in.add(file, 0, "engine-off", "missing, so the engine is off");
         return;
     }
     if (!in.read(file, &bytes)) {
@@ -52,7 +53,7 @@ void verify_enabled(tree &in) {
     const std::string_view value = trimmed(bytes);
     if (value != "0" && value != "1") {
         const int number = text_to_int(bytes.c_str());
-        in.add(file, 1, severity::error,
+        in.add(file, 1, "switch-not-0-or-1",
                quoted(value) + " is neither 0 nor 1; the engine reads " + std::to_string(number) +
                    " and is " + (number == 1 ? "on" : "off"));
     }
@@ -62,10 +63,10 @@ void verify_enabled(tree &in) {
 
 namespace {
 
-// Why a name is of no use in its file; "" when nothing is wrong with it.
-using name_check = std::string (*)(const tree &in, const std::string &name);
+// Why a name is of no use in its file.
+using name_check = std::optional<problem> (*)(const tree &in, const std::string &name);
 
-std::string check_rule(const tree &, const std::string &name) {
+std::optional<problem> check_rule(const tree &, const std::string &name) {
     for (const rule_row &row : rule_rows()) {
         if (name == row.name) {
             return {};
@@ -73,26 +74,34 @@ std::string check_rule(const tree &, const std::string &name) {
     }
     for (const rule_row &row : rule_rows()) {
         if (!_stricmp(name.c_str(), row.name)) {
-            return std::string(
-                       "there is no rule of this name; names are compared exactly, write ") +
-                   row.name;
+            return problem{
+                "rule-in-other-letters",
+                std::string("there is no rule of this name; names are compared exactly, write ") +
+                    row.name};
         }
     }
-    return "there is no rule " + quoted(name);
+    return problem{"rule-unknown", "there is no rule " + quoted(name)};
 }
 
-std::string check_map(const tree &in, const std::string &name) {
+std::optional<problem> check_map(const tree &in, const std::string &name) {
     const bool is_plain = std::all_of(name.begin(), name.end(), [](char c) {
         return c > ' ' && c <= '~' && std::string_view("/\\:*?\"<>|").find(c) == std::string::npos;
     });
     if (!is_plain) {
-        return quoted(name) + " is no name of a file in bms/: take letters, digits, - _ and .";
+        return problem{"map-name-odd", quoted(name) + " is no name of a file in bms/: take "
+                                                      "letters, digits, - _ and ."};
     }
-    return in.has("bms/" + name) ? std::string() : "there is no block map bms/" + printable(name);
+    if (!in.has("bms/" + name)) {
+        return problem{"map-missing", "there is no block map bms/" + printable(name)};
+    }
+    return {};
 }
 
-std::string check_host(const tree &, const std::string &name) {
-    return vc_valid_domain(name.c_str()) ? std::string() : quoted(name) + " is no domain name";
+std::optional<problem> check_host(const tree &, const std::string &name) {
+    if (!vc_valid_domain(name.c_str())) {
+        return problem{"zone-no-domain", quoted(name) + " is no domain name"};
+    }
+    return {};
 }
 
 // Null for a file that does not hold names.
@@ -117,18 +126,21 @@ constexpr const char *list_of_maps = path_in_base(configured("bms/lists_to_updat
 constexpr const char *other_list_of_maps = path_in_base(configured("bms/control/lists_to_update"));
 
 // The engine takes the whole line for the name, with whatever stands around it.
-std::string why_no_name(std::string_view line) {
+std::optional<problem> why_no_name(std::string_view line) {
     if (line.back() == '\r') {
-        return "ends in CR, which the engine takes for a part of the name; end lines with LF alone";
+        return problem{"name-ends-in-cr", "ends in CR, which the engine takes for a part of the "
+                                          "name; end lines with LF alone"};
     }
     if (line.find('\0') != std::string_view::npos) {
-        return "holds a NUL; is this a text file?";
+        return problem{"name-holds-nul", "holds a NUL; is this a text file?"};
     }
     if (line.front() == '#') {
-        return "there are no comments in this file; the line counts as a name";
+        return problem{"name-is-comment",
+                       "there are no comments in this file; the line counts as a name"};
     }
     if (is_space(line.front()) || is_space(line.back())) {
-        return "has white space around the name, which the engine takes for a part of it";
+        return problem{"name-has-white-space",
+                       "has white space around the name, which the engine takes for a part of it"};
     }
     return {};
 }
@@ -139,16 +151,16 @@ void verify_name_lines(tree &in, const name_file &file, std::string_view bytes) 
         if (line.text.empty()) {
             continue;
         }
-        std::string problem = why_no_name(line.text);
+        std::optional<problem> wrong = why_no_name(line.text);
         const std::string name(without_cr(line.text));
         const auto [first, is_new] = seen.emplace(name, line.number);
-        if (problem.empty()) {
-            problem = file.check(in, name);
+        if (!wrong) {
+            wrong = file.check(in, name);
         }
-        if (!problem.empty()) {
-            in.add(file.path, line.number, severity::error, problem);
+        if (wrong) {
+            in.add(file.path, line.number, wrong->id, wrong->text);
         } else if (!is_new) {
-            in.add(file.path, line.number, severity::warning,
+            in.add(file.path, line.number, "name-repeated",
                    "the same as line " + std::to_string(first->second));
         }
     }
@@ -160,12 +172,12 @@ void verify_name_file(tree &in, const name_file &file) {
         return;
     }
     if (starts_with_mark(bytes)) {
-        in.add(file.path, 1, severity::error,
+        in.add(file.path, 1, "byte-order-mark",
                "begins with a byte order mark, which the engine takes for a part of the name");
         bytes.erase(0, byte_order_mark.size());
     }
     if (bytes.empty()) {
-        in.add(file.path, 0, severity::warning, "is empty, so nothing is switched on by it");
+        in.add(file.path, 0, "names-empty", "is empty, so nothing is switched on by it");
     }
     verify_name_lines(in, file, bytes);
 }
@@ -179,11 +191,11 @@ void verify_lists_of_maps(tree &in) {
     const bool first = in.has(list_of_maps) && !is_empty_file(in, list_of_maps);
     const bool second = in.has(other_list_of_maps) && !is_empty_file(in, other_list_of_maps);
     if (!first && !second) {
-        in.add(list_of_maps, 0, severity::error,
+        in.add(list_of_maps, 0, "maps-unlisted",
                "missing or empty, and so is bms/control/lists_to_update: a replay fails without a "
                "list of block maps");
     } else if (first && second) {
-        in.add(other_list_of_maps, 0, severity::info,
+        in.add(other_list_of_maps, 0, "maps-listed-elsewhere",
                "is not read as long as bms/lists_to_update is there");
     }
 }
@@ -222,37 +234,39 @@ bool is_prefix(const std::string &text) {
            text_to_int(text.c_str()) <= 32;
 }
 
-std::string why_no_network(const std::string &item) {
+std::optional<problem> why_no_network(const std::string &item) {
     const size_t slash = item.find('/');
     const std::optional<uint32_t> address = parse_address(item.substr(0, slash));
     if (!address) {
-        return "is no IPv4 address or network";
+        return problem{"network-no-address", "is no IPv4 address or network"};
     }
     if (slash == std::string::npos) {
         return {};
     }
     const std::string bits(trimmed(std::string_view(item).substr(slash + 1)));
     if (!is_prefix(bits)) {
-        return "has no prefix from 0 to 32";
+        return problem{"network-no-prefix", "has no prefix from 0 to 32"};
     }
     const int prefix = text_to_int(bits.c_str());
     const uint32_t network = prefix ? *address >> (32 - prefix) << (32 - prefix) : 0;
     if (network != *address) {
-        return "has bits set behind its prefix; write " + address_text(network) + '/' + bits;
+        return problem{"network-bits-behind-prefix", "has bits set behind its prefix; write " +
+                                                         address_text(network) + '/' + bits};
     }
-    return prefix ? std::string() : "holds the address 0.0.0.0 alone, not every address";
+    if (!prefix) {
+        return problem{"network-prefix-0", "holds the address 0.0.0.0 alone, not every address"};
+    }
+    return {};
 }
 
 void verify_networks(tree &in, uint32_t line, const std::string &networks) {
     if (networks.empty()) {
-        in.add(forgery_list, line, severity::error, "no networks: the line is ignored");
+        in.add(forgery_list, line, "declaration-no-networks", "no networks: the line is ignored");
         return;
     }
     for (const std::string &item : fields_of(networks, ',')) {
-        const std::string problem =
-            item.empty() ? "is no IPv4 address or network" : why_no_network(item);
-        if (!problem.empty()) {
-            in.add(forgery_list, line, severity::error, quoted(item) + ' ' + problem);
+        if (const std::optional<problem> wrong = why_no_network(item)) {
+            in.add(forgery_list, line, wrong->id, quoted(item) + ' ' + wrong->text);
         }
     }
 }
@@ -260,19 +274,19 @@ void verify_networks(tree &in, uint32_t line, const std::string &networks) {
 void verify_declaration(tree &in, const text_line &line, std::map<std::string, uint32_t> *seen) {
     const std::vector<std::string> fields = fields_of(line.text, ':');
     if (fields.size() != 2) {
-        in.add(forgery_list, line.number, severity::error,
+        in.add(forgery_list, line.number, "declaration-malformed",
                "not of the form \"domain : network, network\": the line is ignored");
         return;
     }
     const std::string domain = lower(fields[0]);
     if (!vc_valid_domain(domain.c_str())) {
-        in.add(forgery_list, line.number, severity::error,
+        in.add(forgery_list, line.number, "declaration-no-domain",
                quoted(domain) + " is no domain name: the line is ignored");
         return;
     }
     const auto [first, is_new] = seen->emplace(domain, line.number);
     if (!is_new) {
-        in.add(forgery_list, line.number, severity::warning,
+        in.add(forgery_list, line.number, "declaration-repeated",
                printable(domain) + " is declared in line " + std::to_string(first->second) +
                    " already, and the first line counts");
     }

@@ -98,7 +98,10 @@ std::string why_no_address(const std::string &text) {
     if (!is_quoted && text.find_first_of(",; \t") != std::string::npos) {
         return "matches no address; write one entry a line";
     }
-    return {};
+    return has_star(text) || text.find('@') != std::string::npos
+               ? std::string()
+               : "holds neither @ nor *, so it matches no mail address; for a whole domain write "
+                 "*@domain";
 }
 
 // What an entry of wildcards alone does.
@@ -111,32 +114,41 @@ std::string why_everybody(const configuration_file &list, const std::string &lit
            (list.decides || !list.opposite ? "nothing is refused any more" : "all mail is refused");
 }
 
-// What is odd about an entry that works; "" for nothing.
-std::string why_odd(const configuration_file &list, const std::string &text) {
+// What is odd about an entry that works.
+std::optional<problem> why_odd(const configuration_file &list, const std::string &text) {
     if (list.kind != file_kind::addresses || text == "bounce message") {
         return {};
     }
     if (const std::string why = why_no_address(text); !why.empty()) {
-        return why;
+        return problem{"entry-matches-no-address", why};
     }
     if (!has_star(text)) {
-        return text.find('@') == std::string::npos ? "holds neither @ nor *, so it matches no mail "
-                                                     "address; for a whole domain write "
-                                                     "*@domain"
-                                                   : std::string();
+        return {};
     }
     std::string literal = text;
     literal.erase(std::remove(literal.begin(), literal.end(), '*'), literal.end());
     if (const std::string why = why_everybody(list, literal); !why.empty()) {
-        return why;
+        return problem{"entry-matches-everybody", why};
     }
     const bool has_plus = literal.find('+') != std::string::npos;
     if (has_plus && literal.find('\\') == std::string::npos &&
         __wildcardmatch(text.c_str(), literal.c_str()) != 0) {
-        return "in an entry with a * the + repeats the character before it; write \\+ for a plus "
-               "sign";
+        return problem{"entry-plus-repeats",
+                       "in an entry with a * the + repeats the character before it; write \\+ for "
+                       "a plus sign"};
     }
     return {};
+}
+
+// What kind of finding an entry is that why_useless() has something to say about.
+finding_id id_of_useless(file_kind kind, const std::string &text) {
+    if (!text.empty() && is_space(text.back())) {
+        return "entry-ends-in-white-space";
+    }
+    if (kind == file_kind::addresses) {
+        return "entry-does-not-compile";
+    }
+    return "entry-no-client-address";
 }
 
 // The line below an entry that begins with a TAB is its comment for the editor, but an entry for
@@ -156,7 +168,7 @@ class list_reader {
     list read(std::string_view bytes) {
         static constexpr std::string_view mark = "\xEF\xBB\xBF";
         if (bytes.substr(0, mark.size()) == mark) {
-            add(1, severity::error,
+            add(1, "byte-order-mark",
                 "begins with a byte order mark, which belongs to the first line");
             bytes.remove_prefix(mark.size());
         }
@@ -167,8 +179,8 @@ class list_reader {
     }
 
   private:
-    void add(uint32_t line, severity level, std::string text) {
-        in_.add(path_in_base(*list_.file), line, level, std::move(text));
+    void add(uint32_t line, finding_id id, std::string text) {
+        in_.add(path_in_base(*list_.file), line, id, std::move(text));
     }
 
     void read_line(const text_line &line) {
@@ -177,7 +189,7 @@ class list_reader {
             text.remove_suffix(1); // CR LF is a line end in these files
         }
         if (text.size() > longest_entry) {
-            add(line.number, severity::error,
+            add(line.number, "entry-too-long",
                 "has " + std::to_string(text.size()) +
                     " characters; the engine reads it in pieces of " +
                     std::to_string(longest_entry) + ", each a line of its own");
@@ -199,7 +211,7 @@ class list_reader {
 
     void read_comment(uint32_t line, const std::string &text) {
         if (is_comment_that_matches(list_.file->kind, text)) {
-            add(line, severity::warning,
+            add(line, "comment-matches",
                 "is a comment for the list editor, but lookups take " + quoted(text) +
                     " for an entry");
         }
@@ -208,16 +220,25 @@ class list_reader {
 
     void read_entry(uint32_t line, const std::string &text, bool has_nul) {
         entry read = {line, text, true};
-        const std::string useless =
-            has_nul ? "holds a NUL, where the entry ends" : why_useless(list_.file->kind, text);
-        if (!useless.empty()) {
-            add(line, severity::error, quoted(text) + ' ' + useless);
+        if (const std::optional<problem> useless = why_unusable(text, has_nul)) {
+            add(line, useless->id, quoted(text) + ' ' + useless->text);
             read.usable = false;
-        } else if (const std::string odd = why_odd(*list_.file, text); !odd.empty()) {
-            add(line, severity::warning, quoted(text) + ' ' + odd);
+        } else if (const std::optional<problem> odd = why_odd(*list_.file, text)) {
+            add(line, odd->id, quoted(text) + ' ' + odd->text);
         }
         list_.entries.push_back(read);
         below_entry_ = true;
+    }
+
+    std::optional<problem> why_unusable(const std::string &text, bool has_nul) const {
+        if (has_nul) {
+            return problem{"entry-holds-nul", "holds a NUL, where the entry ends"};
+        }
+        const std::string why = why_useless(list_.file->kind, text);
+        if (why.empty()) {
+            return {};
+        }
+        return problem{id_of_useless(list_.file->kind, text), why};
     }
 
     tree &in_;
@@ -250,7 +271,7 @@ void find_duplicates(tree &in, const list &of) {
         bar.show(done++);
         const entry *const first = firsts.at(lower(read.text));
         if (first != &read) {
-            in.add(path_in_base(*of.file), read.line, severity::warning,
+            in.add(path_in_base(*of.file), read.line, "entry-repeated",
                    quoted(read.text) + " stands in " + line_text(*first) + " already");
             continue;
         }
@@ -260,7 +281,7 @@ void find_duplicates(tree &in, const list &of) {
         const bool comparable = !has_star(read.text) || is_plain_pattern(read.text);
         const entry *const covering = comparable ? earlier.find(read.text) : nullptr;
         if (covering) {
-            in.add(path_in_base(*of.file), read.line, severity::warning,
+            in.add(path_in_base(*of.file), read.line, "entry-covered",
                    quoted(read.text) + " is covered by " + line_text(*covering) + ", " +
                        quoted(covering->text));
         }
@@ -282,7 +303,7 @@ void compare_with_opposite(tree &in, const list &of, const list &opposite) {
     for (const entry &read : of.entries) {
         const auto same = firsts.find(lower(read.text));
         if (same != firsts.end()) {
-            in.add(path_in_base(*of.file), read.line, severity::warning,
+            in.add(path_in_base(*of.file), read.line, "entry-in-opposite-list",
                    quoted(read.text) + " stands in the opposite list as well: " +
                        path_in_base(*opposite.file) + ", " + line_text(*same->second));
             continue;
@@ -290,7 +311,7 @@ void compare_with_opposite(tree &in, const list &of, const list &opposite) {
         const bool comparable =
             read.usable && (!has_star(read.text) || is_plain_pattern(read.text));
         if (const entry *const found = comparable ? patterns.find(read.text) : nullptr) {
-            in.add(path_in_base(*of.file), read.line, severity::warning,
+            in.add(path_in_base(*of.file), read.line, "entry-covered-by-opposite-list",
                    quoted(read.text) + " is matched by the opposite list, which comes first: " +
                        path_in_base(*opposite.file) + ", " + line_text(*found) + ", " +
                        quoted(found->text));
@@ -299,14 +320,15 @@ void compare_with_opposite(tree &in, const list &of, const list &opposite) {
 }
 
 // Addresses that a range file holds already.
-void compare_with_ranges(tree &in, const list &of, const std::string &file, const char *relation) {
+void compare_with_ranges(tree &in, const list &of, const std::string &file, finding_id id,
+                         const char *relation) {
     const range_records ranges = in.ranges(file);
     const range_cover cover(ranges.records);
     for (const entry &read : of.entries) {
         const std::optional<uint32_t> address = parse_address(read.text);
         const range_record *const found = address ? cover.find(*address, *address) : nullptr;
         if (found) {
-            in.add(path_in_base(*of.file), read.line, severity::warning,
+            in.add(path_in_base(*of.file), read.line, id,
                    quoted(read.text) + ' ' + relation + ": " + file + ", record " +
                        std::to_string(found->number));
         }
@@ -329,9 +351,11 @@ void compare_lists(tree &in, const list &of, const std::vector<list> &lists) {
         compare_with_opposite(in, of, *opposite);
     }
     if (of.file->range_file) {
-        compare_with_ranges(in, of, of.file->range_file, "is in the list's range file as well");
+        compare_with_ranges(in, of, of.file->range_file, "entry-in-range-file",
+                            "is in the list's range file as well");
         if (!of.file->decides) {
             compare_with_ranges(in, of, find_list_file(opposite_name)->range_file,
+                                "entry-in-opposite-range-file",
                                 "is in the opposite list's range file, which comes first");
         }
     }

@@ -52,12 +52,12 @@ bool verify_letters(tree &in, const std::string &file, const std::vector<std::st
         return false;
     }
     if (holds(names, parts_of(known).name)) {
-        in.add(file, 0, severity::warning,
+        in.add(file, 0, "name-in-other-letters",
                std::string("is not read: ") + known +
                    " is there as well, and differs in letter "
                    "case alone");
     } else {
-        in.add(file, 0, severity::info, std::string("is read for ") + known);
+        in.add(file, 0, "name-taken-in-other-letters", std::string("is read for ") + known);
     }
     return true;
 }
@@ -84,17 +84,18 @@ bool verify_leftover(tree &in, const std::string &file) {
             continue;
         }
         if (!one.is_backup) {
-            in.add(file, 0, severity::error,
-                   "was left by an edit of " + of + " that did not end; " +
+            in.add(file, 0, "edit-leftover",
+                   "was left by an edit of " + printable(of) + " that did not end; " +
                        (in.has(of) ? "that file is whole, delete this one"
                                    : "that file was never there, make the edit again and delete "
                                      "this one"));
         } else if (in.has(of)) {
-            in.add(file, 0, severity::error,
-                   "was left by an edit of " + of + ", which is whole; delete this one");
+            in.add(file, 0, "edit-leftover",
+                   "was left by an edit of " + printable(of) + ", which is whole; delete this one");
         } else {
-            in.add(file, 0, severity::error,
-                   "is what is left of " + of + ", which is missing; rename it to that name");
+            in.add(file, 0, "edit-leftover-is-all",
+                   "is what is left of " + printable(of) +
+                       ", which is missing; rename it to that name");
         }
         return true;
     }
@@ -107,7 +108,7 @@ void verify_no_folders(tree &in) {
     for (const configuration_file &file : configuration_files) {
         const path_parts parts = parts_of(path_in_base(file));
         if (holds(in.list_folders(parts.directory == "." ? "" : parts.directory), parts.name)) {
-            in.add(path_in_base(file), 0, severity::error,
+            in.add(path_in_base(file), 0, "folder-in-place-of-file",
                    "is a folder, where the engine looks for a file");
         }
     }
@@ -129,9 +130,9 @@ void verify_other_files(tree &in) {
                 continue;
             }
             if (right.empty()) {
-                in.add(file, 0, severity::info, "the engine reads no file of this name");
+                in.add(file, 0, "unknown-file", "the engine reads no file of this name");
             } else {
-                in.add(file, 0, severity::warning,
+                in.add(file, 0, "file-in-wrong-folder",
                        "lies in the wrong folder: the engine reads " + right);
             }
         }

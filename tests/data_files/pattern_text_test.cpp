@@ -77,6 +77,25 @@ TEST(pattern_reader, lines_that_hold_nothing) {
     }
 }
 
+TEST(pattern_reader, conditions) {
+    const struct {
+        const char *line;
+        kind want;
+        const char *text;
+    } cases[] = {
+        {"if /foo/", kind::condition, "foo"},
+        {"if/foo/i", kind::condition, "foo"},
+        {" if  /a\\/b/ ", kind::condition, "a\\/b"},
+        {"if !/foo/", kind::negated_condition, "foo"},
+        {"if ! /foo/", kind::negated_condition, "foo"},
+        {" endif ", kind::end_of_condition, ""},
+    };
+    for (const auto &c : cases) {
+        const pattern_line got = pattern_reader().read(c.line);
+        EXPECT_TRUE(got.is == c.want && got.text == c.text) << c.line << ": got " << got.text;
+    }
+}
+
 TEST(pattern_reader, wrong_lines_say_why) {
     const struct {
         std::string line;
@@ -91,14 +110,6 @@ TEST(pattern_reader, wrong_lines_say_why) {
         {"/foo/ix", "flag x is not supported; take the blanks and comments out of the pattern"},
         {"/foo/q", "unknown flag q behind the pattern"},
         {"/foo/REJECT", "unknown flag R behind the pattern"},
-        {"if /foo/", "\"if\" and \"endif\" are not supported; write the condition into each "
-                     "pattern"},
-        {"if !/foo/", "\"if\" and \"endif\" are not supported; write the condition into each "
-                      "pattern"},
-        {"if/foo/", "\"if\" and \"endif\" are not supported; write the condition into each "
-                    "pattern"},
-        {" endif ", "\"if\" and \"endif\" are not supported; write the condition into each "
-                    "pattern"},
         {"!/foo/ OK", "negated patterns are not supported"},
         {"! /foo/ OK", "negated patterns are not supported"},
         {std::string("fo\0o", 4), "the line holds a NUL byte"},
@@ -106,6 +117,25 @@ TEST(pattern_reader, wrong_lines_say_why) {
     for (const auto &c : cases) {
         const pattern_line got = pattern_reader().read(c.line);
         EXPECT_TRUE(got.is == kind::wrong && got.text == c.want)
+            << c.line << ": got " << got.text << ", want " << c.want;
+    }
+}
+
+TEST(pattern_reader, wrong_conditions_say_why) {
+    const struct {
+        const char *line;
+        const char *want;
+    } cases[] = {
+        {"if /foo", "the pattern has no closing \"/\"; write \\/ for a pattern that begins with a "
+                    "slash"},
+        {"if //", "the pattern is empty; write .* to match everything"},
+        {"if /foo/x", "flag x is not supported; take the blanks and comments out of the pattern"},
+        {"if /foo/ REJECT",
+         "something stands behind the condition; write it into a line of its own"},
+    };
+    for (const auto &c : cases) {
+        const pattern_line got = pattern_reader().read(c.line);
+        EXPECT_TRUE(got.is == kind::wrong_condition && got.text == c.want)
             << c.line << ": got " << got.text << ", want " << c.want;
     }
 }

@@ -131,17 +131,42 @@ TEST_F(journal, every_type_has_its_name) {
     }
 }
 
-// The sample of the format page, whose thread has the number 4242.
-TEST_F(journal, the_line_of_the_page) {
-    std::ifstream page(QF_MAIL_LOG_PAGE);
-    std::string sample;
-    for (std::string line; sample.empty() && std::getline(page, line);) {
-        sample = line.starts_with("    2023") ? line.substr(4) : "";
-    }
+// The samples of the format page, whose thread has the number 4242.
+std::vector<std::string> lines_of_the_page() {
     const std::string number = std::to_string(static_cast<int>(platform::thread_id()));
-    const size_t at = sample.find("4242");
-    ASSERT_NE(at, std::string::npos);
-    EXPECT_EQ(logged("require_helo", 1), sample.replace(at, 4, number) + "\r\n");
+    std::ifstream page(QF_MAIL_LOG_PAGE);
+    std::vector<std::string> found;
+    for (std::string line; std::getline(page, line);) {
+        if (const size_t at = line.find("[4242]:"); line.starts_with("    2") && at < line.size()) {
+            found.push_back(line.replace(at + 1, 4, number).substr(4) + "\r\n");
+        }
+    }
+    return found;
+}
+
+TEST_F(journal, the_lines_of_the_page) {
+    const smtp_state usual = session;
+    std::vector<std::string> written{logged("require_helo", log_type_spam)};
+    session.mua = session.tls = 1;
+    session.auth_user = const_cast<char *>("carol");
+    session.rdns = const_cast<char *>("host.example.com");
+    written.push_back(logged("from_whitelist", log_type_ham));
+    session = usual;
+    session.rdns_resolves = resolves_tempfail;
+    written.push_back(logged("from_whitelist", log_type_exempt));
+    session = usual;
+    session.port = session.helo = nullptr;
+    session.mail_from = const_cast<char *>("");
+    written.push_back(logged(nullptr, log_type_quarantine));
+    EXPECT_EQ(written, lines_of_the_page());
+}
+
+TEST_F(journal, without_its_folder_nothing_is_logged_or_counted) {
+    session.user_dirs = nullptr;
+    drive.remove("c:/quillfence/log");
+    log_message(&session, "require_helo", log_type_spam);
+    EXPECT_FALSE(drive.exists("c:/quillfence/log"));
+    log.take();
 }
 
 TEST_F(journal, a_missing_rule_is_NULL) {

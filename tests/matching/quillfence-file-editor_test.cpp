@@ -277,6 +277,124 @@ TEST_F(editor_test, large_lists_are_copied_whole) {
     EXPECT_EQ(get(), before);
 }
 
+// --- many at once ---
+
+std::string outcomes_of(const std::vector<list_addition> &all) {
+    std::string letters;
+    for (const list_addition &one : all) {
+        letters += "arpo"[static_cast<int>(one.outcome)]; // added, repeated, present, opposed
+    }
+    return letters;
+}
+
+TEST_F(editor_test, add_many) {
+    static const struct {
+        const char *name;
+        std::string before;
+        std::vector<const char *> entries;
+        const char *outcomes;
+        std::string after;
+    } cases[] = {
+        {"behind the others, in their order", "x", {"c", "a", "b"}, "aaa", "x\nc\na\nb\n"},
+        {"some are there", "# c\nA\r\n b\n", {"a", "B", "c"}, "ppa", "# c\nA\n b\nc\n"},
+        {"all are there, nothing is written", "a\r\nb", {"b", "a"}, "pp", "a\r\nb"},
+        {"twice", "", {"a", "b", "A", "a"}, "aarr", "a\nb\n"},
+        {"twice and there", "a\n", {"a", "a"}, "pr", "a\n"},
+        {"whole texts, no wildcards", "*\n", {"a", "*"}, "ap", "*\na\n"},
+        {"comments are no entries", "a\n\tb\n#c\n", {"b", "#c"}, "aa", "a\n\tb\n#c\nb\n#c\n"},
+    };
+    for (const auto &c : cases) {
+        put(c.before);
+        std::vector<list_addition> all;
+        for (const char *const entry : c.entries) {
+            all.push_back({entry, addition::added});
+        }
+        EXPECT_EQ(shown(vc_add_entries(dir, "list", all.data(), static_cast<uint32_t>(all.size()))),
+                  "success")
+            << c.name;
+        EXPECT_EQ(outcomes_of(all), c.outcomes) << c.name;
+        EXPECT_EQ(get(), c.after) << c.name;
+        expect_no_tmp(c.name);
+    }
+}
+
+// One entry that the opposite list holds stops all.
+TEST_F(editor_test, add_many_against_the_opposite_list) {
+    drive.write("c:/quillfence/from_whitelist", "# b\n  A@a.example\n");
+    std::vector<list_addition> all = {{"b@b.example", {}}, {"a@a.example", {}}};
+    EXPECT_EQ(shown(vc_add_entries(dir, "from_blacklist", all.data(), 2)),
+              "Entry is present in the opposite table");
+    EXPECT_EQ(outcomes_of(all), "ao");
+    EXPECT_FALSE(drive.exists("c:/quillfence/from_blacklist"));
+    call_watch calls;
+    calls.fail("file_read", 1, 1117);
+    EXPECT_EQ(shown(vc_add_entries(dir, "from_blacklist", all.data(), 1)), "Error opening file")
+        << "a list that can't be read does not count as one without the entry";
+    EXPECT_EQ(log.errors().size(), 1u);
+    EXPECT_FALSE(drive.exists("c:/quillfence/from_blacklist"));
+}
+
+TEST_F(editor_test, add_many_with_bad_arguments) {
+    list_addition none = {"", {}};
+    list_addition one = {"a", {}};
+    for (const char *message :
+         {vc_add_entries("", "list", &one, 1), vc_add_entries(dir, "", &one, 1),
+          vc_add_entries(dir, "list", nullptr, 1), vc_add_entries(dir, "list", &none, 1)}) {
+        EXPECT_EQ(shown(message), "Invalid arguments to add");
+    }
+    EXPECT_EQ(log.errors(), lines(4, "vc_add_entries: Invalid argument"));
+    EXPECT_EQ(shown(vc_add_entries(dir, "list", &one, 0)), "success");
+    EXPECT_FALSE(drive.exists(list_path));
+}
+
+// Ten thousand entries cost one replacement and a write for every 4 KiB.
+TEST_F(editor_test, add_ten_thousand) {
+    put("first\n");
+    std::vector<std::string> texts;
+    std::vector<list_addition> all;
+    std::string after = "first\n";
+    for (int i = 0; i < 10000; ++i) {
+        texts.push_back("user" + std::to_string(i * 7919 % 10000) + "@example.com");
+        after += texts.back() + "\n";
+    }
+    for (const std::string &text : texts) {
+        all.push_back({text.c_str(), {}});
+    }
+    call_watch calls;
+    EXPECT_EQ(shown(vc_add_entries(dir, "list", all.data(), 10000)), "success");
+    EXPECT_EQ(get(), after);
+    EXPECT_EQ(calls.count("path_replace"), 1);
+    EXPECT_EQ(calls.count("edit_lock_take"), 1);
+    EXPECT_LE(calls.count("file_write"), static_cast<int>(after.size() / 4096 + 2));
+    EXPECT_LE(calls.count("file_read"), 6);
+    calls.take();
+    EXPECT_EQ(shown(vc_add_entries(dir, "list", all.data(), 10000)), "success") << "once more";
+    EXPECT_EQ(outcomes_of(all), std::string(10000, 'p'));
+    EXPECT_EQ(calls.count("path_replace"), 0);
+    EXPECT_EQ(calls.count("file_write"), 0);
+}
+
+TEST_F(editor_test, add_many_to_a_list_that_is_locked_or_on_a_full_disk) {
+    put("a\n");
+    list_addition all[] = {{"b", {}}, {"c", {}}};
+    {
+        call_watch calls;
+        for (int n = 1; n <= 2; ++n) { // the old line, the new ones
+            calls.fail("file_write", n, 112, true);
+            EXPECT_EQ(shown(vc_add_entries(dir, "list", all, 2)), "Error opening file");
+            EXPECT_EQ(log.errors(),
+                      lines{"vc_write: fatal error on block write (w32) got error code 112"});
+            EXPECT_EQ(get(), "a\n");
+            expect_no_tmp("");
+        }
+    }
+    const vc_handle other = vc_open_ex(list_path, 1, 1, 0);
+    EXPECT_EQ(shown(vc_add_entries(dir, "list", all, 2)), "Error opening file");
+    EXPECT_EQ(log.errors().size(), 1u);
+    vc_close(other);
+    EXPECT_EQ(get(), "a\n");
+}
+
 // --- two editors ---
 
 TEST_F(editor_test, a_list_that_is_locked_elsewhere_is_not_edited) {

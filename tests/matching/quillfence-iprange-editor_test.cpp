@@ -157,6 +157,127 @@ TEST_F(range_editor_test, a_range_that_is_refused_has_begun_its_file) {
     EXPECT_EQ(get(), header(2, 0));
 }
 
+// --- ipr_add_all ---
+
+range_addition addition_of(const ipv4 &low, const ipv4 &high) {
+    return {{address(low), address(high)}, range_outcome::added};
+}
+
+std::string outcomes_of(const std::vector<range_addition> &all) {
+    std::string letters;
+    for (const range_addition &one : all) {
+        letters += "arp"[static_cast<int>(one.outcome)]; // added, repeated, present
+    }
+    return letters;
+}
+
+std::string add_all(std::vector<range_addition> *all, const char *comment = nullptr) {
+    const char *text = "unset";
+    const int done = ipr_add_all(dir, "ips.range", all->data(), static_cast<uint32_t>(all->size()),
+                                 comment, &text);
+    EXPECT_EQ(done, text == nullptr);
+    return shown(text);
+}
+
+TEST_F(range_editor_test, add_all_begins_a_file) {
+    std::vector<range_addition> all = {addition_of({10, 0, 1, 1}, {10, 0, 1, 5}),
+                                       addition_of({10, 0, 0, 1}, {10, 0, 0, 5})};
+    EXPECT_EQ(add_all(&all, "x"), "success");
+    EXPECT_EQ(get(), header(2, 2) + record({10, 0, 1, 1}, {10, 0, 1, 5}, "x") +
+                         record({10, 0, 0, 1}, {10, 0, 0, 5}, "x"));
+    EXPECT_EQ(outcomes_of(all), "aa");
+}
+
+TEST_F(range_editor_test, add_all_passes_over_what_is_there) {
+    put(header(2, 2) + first + third + second.substr(0, 40)); // an add was killed
+    std::vector<range_addition> all = {
+        addition_of({10, 0, 2, 1}, {10, 0, 2, 5}), addition_of({10, 0, 1, 1}, {10, 0, 1, 5}),
+        addition_of({10, 0, 2, 1}, {10, 0, 2, 5}), addition_of({10, 0, 1, 1}, {10, 0, 1, 5}),
+        addition_of({10, 0, 0, 1}, {10, 0, 0, 4})};
+    EXPECT_EQ(add_all(&all), "success");
+    EXPECT_EQ(outcomes_of(all), "parra");
+    const std::string after =
+        header(2, 4) + first + third + second + record({10, 0, 0, 1}, {10, 0, 0, 4});
+    EXPECT_EQ(get(), after);
+    call_watch calls;
+    EXPECT_EQ(add_all(&all, "no comment is changed"), "success");
+    EXPECT_EQ(outcomes_of(all), "pprrp");
+    EXPECT_EQ(get(), after);
+    EXPECT_EQ(calls.count("file_write"), 0);
+}
+
+TEST_F(range_editor_test, add_all_refuses) {
+    const std::string before = header(2, 1) + first;
+    put(before);
+    for (const auto &[low, high] :
+         std::vector<std::pair<ipv4, ipv4>>{{{10, 0, 0, 5}, {10, 0, 0, 1}},
+                                            {{10, 0, 0, 5}, {10, 1, 0, 5}},
+                                            {{0, 0, 0, 0}, {0, 0, 0, 9}},
+                                            {{255, 255, 0, 0}, {255, 255, 255, 255}}}) {
+        std::vector<range_addition> all = {addition_of({10, 0, 1, 1}, {10, 0, 1, 5}),
+                                           addition_of(low, high)};
+        EXPECT_EQ(add_all(&all), "Invalid ip range to add");
+    }
+    std::vector<range_addition> all = {addition_of({10, 0, 1, 1}, {10, 0, 1, 5})};
+    EXPECT_EQ(add_all(&all, std::string(256, 'x').c_str()), "Invalid arguments to add");
+    EXPECT_EQ(log.errors(), lines{"ipr_add_all: Invalid argument"});
+    EXPECT_EQ(get(), before);
+    put(header(1, 1) + legacy_record({10, 0, 0, 1}, {10, 0, 0, 5}));
+    EXPECT_EQ(add_all(&all), "Legacy format detected, abort");
+    const std::string cut = header(2, 2) + first + second.substr(0, 100);
+    put(cut);
+    EXPECT_EQ(add_all(&all), "Error traversing file");
+    EXPECT_EQ(log.errors(), lines{"ipr_add_all: file c:/quillfence/ips.range is corrupt"});
+    EXPECT_EQ(get(), cut);
+}
+
+// Two steps to stable storage, and no write for each record.
+TEST_F(range_editor_test, add_ten_thousand) {
+    put(header(2, 1) + first);
+    std::vector<range_addition> all;
+    std::string records;
+    for (int i = 0; i < 10000; ++i) {
+        const ipv4 low = {20 + i / 250, i % 250, 3, 4};
+        all.push_back(addition_of(low, low));
+        records += record(low, low, "many");
+    }
+    call_watch calls;
+    EXPECT_EQ(add_all(&all, "many"), "success");
+    EXPECT_EQ(get(), header(2, 10001) + first + records);
+    EXPECT_EQ(calls.count("file_sync"), 2);
+    EXPECT_EQ(calls.count("edit_lock_take"), 1);
+    EXPECT_EQ(calls.count("path_replace"), 0);
+    EXPECT_LE(calls.count("file_write"), static_cast<int>(records.size() / 4096 + 124));
+    EXPECT_EQ(file_contains_ip_range_match("ips.range", "59.249.3.4", dir), 1);
+}
+
+// Whichever write fails, none of the records stays.
+TEST_F(range_editor_test, add_all_on_a_full_disk) {
+    const std::string before = header(2, 1) + first;
+    put(before);
+    std::vector<range_addition> all;
+    for (int i = 0; i < 300; ++i) { // more than one piece
+        const ipv4 low = {20, i / 250, i % 250, 4};
+        all.push_back(addition_of(low, low));
+    }
+    int failures = 0;
+    for (;; ++failures) {
+        call_watch calls;
+        calls.fail("file_write", failures + 1, 112);
+        const std::string said = add_all(&all);
+        if (!calls.failed()) {
+            EXPECT_EQ(said, "success");
+            break;
+        }
+        EXPECT_EQ(said, "Error writing file");
+        EXPECT_EQ(get(), before) << failures;
+    }
+    EXPECT_GT(failures, 3);
+    EXPECT_EQ(log.errors(), lines(static_cast<size_t>(failures),
+                                  "vc_write: fatal error on block write (w32) got error code 112"));
+    EXPECT_EQ(get().size(), 16 + 301 * 264u);
+}
+
 // --- ipr_del_range_from_file ---
 
 TEST_F(range_editor_test, del) {

@@ -154,6 +154,20 @@ TEST_F(file, a_locked_file_refuses_another_lock) {
     EXPECT_EQ(error_of_opening(file_a, locking), error_none) << "closing unlocks";
 }
 
+TEST_F(file, writers_stand_beside_each_other_and_not_beside_a_lock) {
+    const file_options appending = {.append = true, .among_writers = true};
+    drive.write(file_a, "kept");
+    opened first(file_a, appending);
+    opened second(file_a, appending);
+    EXPECT_EQ(error_of_opening(file_a, locking), error_sharing_violation);
+    first.close();
+    EXPECT_EQ(error_of_opening(file_a, locking), error_sharing_violation) << "there is another";
+    second.close();
+    const opened locked(file_a, locking);
+    EXPECT_EQ(error_of_opening(file_a, appending), error_sharing_violation);
+    EXPECT_EQ(drive.read(file_a), "kept");
+}
+
 TEST_F(file, without_lock_a_file_opens_twice) {
     const opened first(file_a);
     const opened second(file_a);

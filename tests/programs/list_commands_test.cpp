@@ -1,5 +1,7 @@
 #include "list_commands.h"
 
+#include <algorithm>
+
 #include "../matching/range_bytes.h"
 #include "drive_c.h"
 #include "output.h"
@@ -211,6 +213,95 @@ TEST_F(list_commands_test, find_as_json) {
     const outcome nothing = outcome_of(list_find, list_find_arguments{base, "a@b.example", true});
     EXPECT_EQ(nothing.out, "{\"matches\":[],\"first\":[]}\n");
     EXPECT_EQ(nothing.status, exit_status::no);
+}
+
+// --- many at once ---
+
+outcome add_all(const std::string &list, const std::string &text, const drive_c &drive,
+                bool force = false) {
+    drive.write("c:/quillfence/in", text);
+    return outcome_of(list_add_all, list_bulk_arguments{base, list, "c:/quillfence/in", force});
+}
+
+TEST_F(list_commands_test, add_many) {
+    put("from_whitelist", "bob@example.org\n");
+    EXPECT_EQ(add_all("from_whitelist",
+                      "# friends\r\n\r\n*@example.com\r\n  BOB@example.org\n"
+                      "\tof a list's entry\n*@example.com\n \t \nlast@example.com",
+                      drive)
+                  .out,
+              "c:/quillfence/from_whitelist: 2 entries added (1 was there already, 1 was named "
+              "twice); 1 comment of an entry left out\n");
+    EXPECT_EQ(get("from_whitelist"), "bob@example.org\n*@example.com\nlast@example.com\n");
+    EXPECT_EQ(add_all("from_whitelist", "# nothing\n", drive).out,
+              "c:/quillfence/from_whitelist: 0 entries added\n");
+    EXPECT_EQ(add_all("exempt_users", "", drive).status, exit_status::done);
+    EXPECT_FALSE(drive.exists("c:/quillfence/exempt_users"));
+}
+
+TEST_F(list_commands_test, add_many_from_utf_16) {
+    put("from_whitelist", "");
+    const std::string text("\xFF\xFE"
+                           "a\0@\0b\0.\0c\0\r\0\n\0",
+                           16);
+    ::testing::internal::CaptureStderr();
+    EXPECT_EQ(add_all("from_whitelist", text, drive).status, exit_status::done);
+    EXPECT_NE(::testing::internal::GetCapturedStderr().find("UTF-16"), std::string::npos);
+    EXPECT_EQ(get("from_whitelist"), "a@b.c\n");
+}
+
+// All wrong lines are named, and nothing is changed.
+TEST_F(list_commands_test, add_many_or_none) {
+    put("blocked_ips", "192.0.2.1\n");
+    put("exempt_ips", "192.0.2.9\n");
+    ::testing::internal::CaptureStderr();
+    EXPECT_EQ(add_all("blocked_ips", "192.0.2.2\n192.0.2.0/24\nmail.example\n", drive).failure,
+              "c:/quillfence/blocked_ips: nothing was changed, since 2 lines are wrong");
+    EXPECT_EQ(add_all("blocked_ips", "192.0.2.2\n192.0.2.9\n", drive).failure,
+              "c:/quillfence/blocked_ips: nothing was changed, since 1 line is wrong");
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+              "c:/quillfence/in:2: error: \"192.0.2.0/24\": never matches: one address a line; "
+              "networks go into the list's range file (quillfence-data range add)\n"
+              "c:/quillfence/in:3: error: \"mail.example\": never matches: no IP address\n"
+              "c:/quillfence/in:2: error: \"192.0.2.9\" is in the opposite list, exempt_ips\n");
+    EXPECT_EQ(get("blocked_ips"), "192.0.2.1\n");
+    EXPECT_TRUE(add_all("from_blaklist", "a\n", drive)
+                    .failure.starts_with("c:/quillfence/from_blaklist: "
+                                         "nobody reads"));
+    EXPECT_EQ(add_all("from_blaklist", "a\n", drive, true).status, exit_status::done);
+}
+
+TEST_F(list_commands_test, complaints_have_a_bound) {
+    std::string text;
+    for (int i = 0; i < 150; ++i) {
+        text += "x\n";
+    }
+    ::testing::internal::CaptureStderr();
+    EXPECT_EQ(add_all("blocked_ips", text, drive).failure,
+              "c:/quillfence/blocked_ips: nothing was changed, since 150 lines are wrong (50 of "
+              "them are not shown)");
+    const std::string said = ::testing::internal::GetCapturedStderr();
+    EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 100);
+    std::string many;
+    for (int i = 0; i <= 1000000; ++i) {
+        many += "a\n";
+    }
+    EXPECT_EQ(add_all("other", many, drive, true).failure,
+              "c:/quillfence/in:1000001: more than 1000000 in one edit; nothing was changed");
+}
+
+// A list of names has no comments.
+TEST_F(list_commands_test, add_many_to_a_control_file) {
+    drive.make_folder("c:/quillfence/control");
+    EXPECT_EQ(add_all("control/rules.enabled", "valid_ptr\n\nrequire_helo\n", drive).out,
+              "c:/quillfence/control/rules.enabled: 2 entries added\n");
+    EXPECT_EQ(get("control/rules.enabled"), "valid_ptr\nrequire_helo\n");
+    ::testing::internal::CaptureStderr();
+    EXPECT_EQ(add_all("control/rules.enabled", "# more\n", drive).status, exit_status::failed);
+    EXPECT_EQ(
+        ::testing::internal::GetCapturedStderr(),
+        "c:/quillfence/in:1: error: \"# more\": begins with white space or \"#\", so it would "
+        "not be read as an entry\n");
 }
 
 TEST_F(list_commands_test, empty_arguments) {

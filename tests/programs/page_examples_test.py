@@ -1,35 +1,157 @@
 #!/usr/bin/env python3
-"""The worked examples of the pages: each command is run, and prints what the page shows.
+"""Every command that a page shows is run, in a fresh copy of the example, and prints what the page
+shows; or a row of the tables below says why not.
 
-    page_examples_test.py [--runner=LAUNCHER] QUILLFENCE REPLAYER SOURCE_FOLDER
+    page_examples_test.py [--runner=LAUNCHER] QUILLFENCE DATA_TOOL REPLAYER SOURCE_FOLDER
+                          [BUILD_FOLDER CTEST]
 
-An example is an indented block that begins with "$ " and a command:
+page_commands.py tells what is taken for a command. Those of a page run one after the other, in bash,
+in a folder like that of a fresh clone after ./replay: examples/, the scripts, and the programs, which
+are on the PATH as well (the README says how to put them there, and begins without). c:/ is examples/drive_c. /tmp, /srv and the other folders of a machine's
+root that are written below are folders of this copy. There is no DNS.
 
-    $ ./explain --ip 192.0.2.9 ...
-    REJECT by from_blacklist
-    ...
-    $ echo $?
-    0
+In what a command prints a line "..." stands for any lines. "$ echo $?" shows its exit status; where
+that is not asked for, it is 0. "$ cat FILE" of a file that is not there makes it: what it shows is
+the file that is meant from there on.
 
-A line "..." stands for any lines. "echo $?" shows the exit status of the command before it; where
-it is not asked for, it is 0. "| jq -c .MEMBER" shows one member of each line's JSON document, and
-"printf TEXT |" gives a program its input. "cat FILE" shows a file that a command before it made;
-else what it shows is the file that is meant from there on. LAUNCHER runs the programs on a Windows
-build (a list as CMake has it).
+A new command that can be run needs nothing here but, where it reads a file of its own, a line of
+SET_UP. LAUNCHER runs the programs on a Windows build (a list as CMake has it): there the examples
+whose output is shown are run, but for those that read the server's own drive c:.
 """
 
-import json
+import functools
+import os
 import re
 import shlex
 import shutil
+import subprocess
+import tempfile
+import unittest
 from pathlib import Path
 
-from whole_program import ARGUMENTS, RUNNER, FolderTest, main, run
+from command_lookup import Lookup, programs_of
+from page_commands import blocks_of, commands_of
+from whole_program import ARGUMENTS, RUNNER, environment, main
 
-QUILLFENCE, REPLAYER, SOURCE = (Path(argument).resolve() for argument in ARGUMENTS)
+QUILLFENCE, DATA_TOOL, REPLAYER, SOURCE = (Path(argument).resolve() for argument in ARGUMENTS[:4])
+BUILD, CTEST = (*map(Path, ARGUMENTS[4:]), None, None)[:2]
+PROGRAMS = {"quillfence": QUILLFENCE, "quillfence-data": DATA_TOOL, "quillfence-replayer": REPLAYER}
 
-PAGES = ["README.md", "docs/batch.md", "docs/cases.md", "docs/diff.md",
-         "docs/explain.md", "docs/log.md"]
+# Blocks that hold no commands, by their beginning.
+TEXTS = [
+    ("CONTRIBUTING.md", "platform -> common"),
+    ("docs/architecture.md", "arguments ──>"),
+    ("docs/cases.md", "bob.smith+news@mail.example.org "),
+    ("docs/cases.md", "the outcome of from_blacklist changes"),
+    ("docs/formats/country-database.md", "__vc_get_country_code: "),
+    ("docs/formats/mail-log.md", "2023-11-14 22:13:20 quillfence[4242]: "),
+    ("docs/formats/pattern-lines.md", "# quillfence pattern lines 1"),
+    ("docs/formats/sender-networks.md", "domain : network, "),
+    ("docs/formats/sender-networks.md", "# domain : networks"),
+    ("docs/mail-server.md", "Postoffices\\<postoffice>"),
+    ("docs/operations.md", "QUILLFENCE_DNS_SERVER=192.0.2.53\n"),
+    ("docs/policyd.md", "smtpd_recipient_restrictions ="),
+    ("docs/policyd.md", "submission inet n"),
+    ("docs/policyd.md", "warn set acl_m_quillfence"),
+    ("docs/quillfence-data.md", "# expression 2 has no text"),
+]
+
+BUILDS = "builds for minutes"
+TESTS = "is a part of what runs this test"
+WINDOWS = "no Windows shell runs here; the programs and options are looked up"
+CLUSTER = "scale_test.py runs it"
+MEASURES = "measures for minutes"
+SERVICE = "serves mail servers; policyd_postfix_test.py and its neighbours run it"
+
+# Programs that commands run here; a command with another one needs a row in NOT_RUN.
+RUNNABLE = {*PROGRAMS, "./cases", "./explain", "./replay", "cat", "cp", "echo", "exit", "export", "head", "jq", "mkdir",
+            "printf", "tail", "tar", "umask", "xz"}
+
+# Commands that are not run, by their beginning, and why. What can be looked up of them, is: files,
+# options, presets, targets, names of tests.
+NOT_RUN = [
+    ("CONTRIBUTING.md", "cmake", BUILDS),
+    ("CONTRIBUTING.md", "ctest", TESTS),
+    ("CONTRIBUTING.md", "./check", TESTS),
+    ("CONTRIBUTING.md", "scripts/", TESTS),
+    ("CONTRIBUTING.md", "build/linux/tests/", TESTS),
+    ("README.md", "./check", TESTS),
+    ("README.md", "cmake", BUILDS),
+    ("README.md", "cpack", "package_test.py runs it"),
+    ("README.md", "C:\\> ", WINDOWS),
+    ("README.md", "PS> ", WINDOWS),
+    ("docs/benchmarks.md", "cmake", BUILDS),
+    ("docs/benchmarks.md", "build/bench/", MEASURES),
+    ("docs/benchmarks.md", "QUILLFENCE_DRIVE_C=", MEASURES),
+    ("docs/benchmarks.md", "bench/explain_time.py", MEASURES),
+    ("docs/benchmarks.md", "ctest", TESTS),
+    ("docs/formats/registry-export.md", "C:\\> reg export", WINDOWS),
+    ("docs/log.md", "quillfence log --follow", "goes on until Ctrl-C; quillfence_log_test.py runs it"),
+    ("docs/policyd.md", "quillfence policyd", SERVICE),
+    ("docs/policyd.md", "runuser", "needs root and the service's user"),
+    ("docs/policyd.md", "ln -s", "needs root and node_exporter's folder"),
+    ("docs/policyd.md", "systemctl", "needs root and systemd"),
+    ("docs/reliability.md", "ctest", TESTS),
+    ("docs/reliability.md", "scripts/", TESTS),
+    ("docs/scale.md", "examples/scale/", CLUSTER),
+    ("docs/scale.md", "parallel", CLUSTER),
+    ("docs/scale.md", "cat judged/", CLUSTER),
+    ("docs/scale.md", "export PARALLEL", CLUSTER),
+    ("docs/scale.md", "dask-", CLUSTER),
+    ("docs/scale.md", "duckdb", "is no package of Debian 12, as the page says"),
+    ("docs/windows.md", "cpack", "package_test.py runs it"),
+    ("docs/windows.md", "C:\\> start /wait msiexec", "package_test.py runs it"),
+    ("docs/windows.md", "PS> ", WINDOWS),
+]
+
+# What a page says of any arguments, besides "quillfence-data SUBCOMMAND [--option] VALUE ...", which
+# is looked up in the program's help.
+SYNOPSES = [
+    ("README.md", "./replay R ip port "),
+]
+
+# Commands whose output is not on the page and whose exit status is not 0.
+STATUS = [
+    ("docs/man/quillfence.1", "quillfence log --sender", 1), # the records are of another day
+]
+
+# What a page's commands find there besides the example: lines of a shell.
+SET_UP = {
+    "README.md": """
+        mkdir root/tmp && cp -r examples/drive_c root/tmp/server
+        printf 'REGEDIT4\\r\\n' >root/tmp/server.reg""",
+    "docs/cases.md": """
+        ./explain --dns off --ip 192.0.2.9 --helo a.example --sender x@spammer.example \
+            --recipient bob@example.net --capture case.json >/dev/null 2>&1 || test $? = 3""",
+    "docs/diff.md": "mkdir root/tmp root/srv && cp -r examples/drive_c root/srv",
+    "docs/formats/bundle.md": r"""
+        mkdir root/srv && cp -r examples/drive_c root/srv/copy
+        printf '%s\r\n' 'Windows Registry Editor Version 5.00' '' \
+            '[HKEY_LOCAL_MACHINE\SOFTWARE\Mail Enable\Mail Enable]' \
+            '"Configuration Directory"="C:\\mail\\config"' >root/srv/server.reg""",
+    "docs/log.md": "xz -c examples/log/decisions.log.1 >policyd.log.2.xz",
+    "docs/man/quillfence-data.1": """
+        cp examples/sources/dynaregex/dyna.cregexes.txt spam.txt
+        echo 192.0.2.1 >abusers.txt
+        echo '*@example.org' >>examples/drive_c/quillfence/from_whitelist
+        mkdir examples/drive_c/quillfence/log
+        { printf '\\2'; head -c 996 /dev/zero; } >examples/drive_c/quillfence/log/.counterv2.dat.11""",
+    "docs/man/quillfence-replayer.1": "mkdir root/tmp && cp -r examples/drive_c root/tmp/server",
+    "docs/man/quillfence.1": """
+        mkdir -p root/tmp root/var/log/quillfence
+        cp -r examples/drive_c root/tmp/server && cp -r examples/drive_c root/tmp/edited
+        cp examples/log/decisions.log root/var/log/quillfence/policyd.log
+        mkdir root/srv && cp -r examples/cases root/srv && cp examples/qflog .""",
+    "docs/quillfence-data.md": """
+        cp -r examples/drive_c/quillfence config
+        echo valid_prt >>examples/drive_c/quillfence/control/rules.enabled
+        echo 10.0.0.0/24 >>examples/drive_c/quillfence/exempt_ips
+        echo bob@friends.example >>examples/drive_c/quillfence/from_whitelist""",
+}
+
+# Folders of a machine's root that stand for folders of the copy.
+ROOT = re.compile(r"(?<![\w/.:-])(?=/(?:tmp|srv|var|etc)/)")
+
 # What differs from run to run and between the systems.
 NORMALISED = [
     (r"\b\d+(\.\d+)? ms\b", "0 ms"),
@@ -39,27 +161,25 @@ NORMALISED = [
     (r"\d+\.\d+\.\d+ \((linux|windows)-x86_64\)", "1.0.0 (linux-x86_64)"),
 ]
 
+# Runs a program of the Windows build, which keeps pipes open, with the folder that stands for c:.
+LAUNCH = """#!/bin/bash
+case "$* " in
+*" --drive-c "* | *" --before "*) ;;
+"explain "* | "batch "* | "diff "* | "test "*) set -- "$1" --drive-c examples/drive_c "${@:2}" ;;
+esac
+out=$(mktemp)
+%s "$@" >"$out" 2>"$out.err"
+status=$?
+cat "$out"
+sed 's/\\r$//' "$out.err" >&2
+exit $status
+"""
+
 
 def normalised(text):
     for pattern, put in NORMALISED:
         text = re.sub(pattern, put, text)
     return text
-
-
-def examples_of(page):
-    """The commands of a page and what is shown for each: (command, output, exit status)."""
-    found = []
-    for block in re.findall(r"^    \$ .*\n(?:(?:    .*)?\n)*", page, re.MULTILINE):
-        lines = [line[4:] for line in block.rstrip("\n").split("\n")]
-        for part in re.split(r"^\$ ", "\n".join(lines) + "\n", flags=re.MULTILINE)[1:]:
-            part = part.replace("\\\n", " ")
-            command, output = part.split("\n", 1)
-            output = output.strip("\n") + "\n" if output.strip() else ""
-            if command == "echo $?":
-                found[-1] = (*found[-1][:2], int(output))
-            else:
-                found.append((command, output, 0))
-    return found
 
 
 def shows(shown, got):
@@ -68,75 +188,206 @@ def shows(shown, got):
     return re.fullmatch("(?:.*\n)*?".join(pieces), got) is not None
 
 
-def sample_of(script):
-    """The arguments that a script uses when it is given none."""
-    text = (SOURCE / script).read_text()
-    return shlex.split(re.search(r"^ +set -- ((?:--|R ).*)$", text, re.MULTILINE).group(1))
+def written(command):
+    """A command as the tables have it."""
+    prompt = {"shell": "", "cmd": "C:\\> ", "powershell": "PS> "}[command.shell]
+    return prompt + command.text
 
 
-class PagesTest(FolderTest):
-    def setUp(self):
-        super().setUp()
-        shutil.copytree(SOURCE / "examples", self.folder / "examples")
-        shutil.copytree(SOURCE / "examples" / "drive_c", self.folder / "drive_c")
+def rows_of(table, command):
+    return [row for row in table
+            if row[0] == command.page and written(command).startswith(row[1])]
 
-    def run_program(self, *command, text=""):
-        """Exit status and everything that a terminal would show."""
-        status, out, err = run(command, self.folder, text=text, QUILLFENCE_EVENT_LOG="-",
-                               QUILLFENCE_DRIVE_C=str(self.folder / "drive_c"))
-        return status, out + err
 
-    def show_file(self, name, shown):
-        """The file's text, which is what the page shows where there is none yet."""
-        path = self.folder / name
-        if not path.exists():
-            path.write_bytes(shown.encode())
-        return 0, path.read_bytes().decode()
+def is_text(page, block):
+    return any(page == row[0] and block.startswith(row[1]) for row in TEXTS)
 
-    def run_example(self, command, shown):
-        words = shlex.split(command, comments=True)
-        member, text = None, ""
-        if words[0] == "printf":
-            (_, text), words = words[:words.index("|")], words[words.index("|") + 1:]
-            text = text.replace("\\n", "\n")
-        if words[0] == "cat":
-            return self.show_file(words[1], shown)
-        if "|" in words:
-            words, (jq, option, member) = words[:words.index("|")], words[words.index("|") + 1:]
-            self.assertEqual((jq, option, member[0]), ("jq", "-c", "."), command)
-        name, *arguments = words
-        if name == "./explain":
-            arguments = ["explain", "--drive-c", "examples/drive_c",
-                         *(arguments or sample_of("explain"))]
-        elif arguments[:1] in (["batch"], ["diff"]):
-            arguments[1:1] = ["--drive-c", "examples/drive_c"]
-        elif name == "./cases":
-            arguments = ["test", "--drive-c", "examples/drive_c",
-                         *(arguments or ["examples/cases"])]
-        status, got = self.run_program({"./explain": QUILLFENCE, "./cases": QUILLFENCE,
-                                        "quillfence": QUILLFENCE,
-                                        "./replay": REPLAYER}[name],
-                                       *(arguments or sample_of("replay")), text=text)
-        if member:
-            members = [json.loads(line).get(member[1:]) for line in got.splitlines()]
-            got = "".join(json.dumps(one, separators=(",", ":")) + "\n" for one in members)
-        return status, got if got.endswith("\n") or not got else got + "\n"
+
+def page_names():
+    """The pages: all of Markdown and roff but what is built."""
+    folders = [path for path in SOURCE.iterdir()
+               if path.is_dir() and path.name not in ("build", ".git")]
+    found = [*SOURCE.glob("*.md"), *(path for folder in folders for ending in ("md", "[1-8]")
+                                     for path in folder.rglob(f"*.{ending}"))]
+    return sorted(path.relative_to(SOURCE).as_posix() for path in found)
+
+
+@functools.cache
+def page_commands(page):
+    return commands_of(page, (SOURCE / page).read_text(encoding="utf-8"), is_text)
+
+
+def all_commands():
+    return [command for page in page_names() for command in page_commands(page)]
+
+
+class Clone:
+    """A folder as a fresh clone is after ./replay and the building of all."""
+
+    def __init__(self, folder, on_path=True):
+        self.folder = Path(folder)
+        self.exports = ""
+        shutil.copytree(SOURCE / "examples", self.folder / "examples",
+                        ignore=shutil.ignore_patterns("__pycache__"))
+        (self.folder / "root").mkdir()
+        for name in ("cases", "explain", "replay", "scripts/common.sh"):
+            (self.folder / name).parent.mkdir(exist_ok=True)
+            shutil.copy(SOURCE / name, self.folder / name)
+        with open(self.folder / "scripts/common.sh", "a", encoding="utf-8") as common:
+            common.write("build_program() { :; }\n")
+        for name, program in PROGRAMS.items():
+            below = "replayer" if name == "quillfence-replayer" else f"programs/{name}"
+            for path in (f"bin/{name}", f"build/replay/{below}/{name}"):
+                self.install(self.folder / path, program)
+        self.environment = environment(
+            QUILLFENCE_DRIVE_C="examples/drive_c", QUILLFENCE_EVENT_LOG="-", HOME=str(folder),
+            QUILLFENCE_DNS_SERVER="127.0.0.1:1", TMPDIR=str(folder), LC_ALL="C.UTF-8")
+        if on_path:
+            self.environment["PATH"] = f"{folder}/bin:{os.environ['PATH']}"
+
+    @staticmethod
+    def install(path, program):
+        path.parent.mkdir(parents=True, exist_ok=True)
+        if RUNNER:
+            path.write_text(LAUNCH % shlex.join([*RUNNER, str(program)]), encoding="utf-8")
+            path.chmod(0o755)
+        else:
+            path.symlink_to(program)
+
+    def sh(self, command):
+        """Exit status, standard output and standard error."""
+        done = subprocess.run(["bash", "-c", command], cwd=self.folder, env=self.environment,
+                              stdin=subprocess.DEVNULL, capture_output=True, timeout=120,
+                              check=False)
+        out, err = (text.decode(errors="replace").replace(f"{self.folder}/root/", "/")
+                    for text in (done.stdout, done.stderr))
+        return done.returncode, out if out.endswith("\n") or not out else out + "\n", err
+
+    def run(self, command):
+        """The same of a command of a page."""
+        shown_file = re.fullmatch(r"cat (\S+)", command.text)
+        if shown_file and command.shown and not (self.folder / shown_file[1]).exists():
+            (self.folder / shown_file[1]).write_text(command.shown, encoding="utf-8")
+        text = ROOT.sub(f"{self.folder}/root", command.text)
+        if text.startswith("export "):
+            self.exports += text + "\n"
+        return self.sh(self.exports + text + ("\nexit ${PIPESTATUS[0]}" if command.status_of_first else ""))
+
+
+def is_synopsis(command):
+    """Whether all that stands behind the program and its subcommands are options and VALUES, or it
+    is a row of the table."""
+    if command.shown is not None or command.shell != "shell":
+        return False
+    name, *words = re.sub(r"\[--[^\]]*\]", "", command.text).split()
+    while words and re.fullmatch(r"[a-z-]+", words[0]):
+        words.pop(0)
+    values = words and all(re.fullmatch(r"\[?[A-Z]+(\.\.\.)?\]?", word) for word in words)
+    return bool(name in PROGRAMS and values) or bool(rows_of(SYNOPSES, command))
+
+
+def is_run(command):
+    if rows_of(NOT_RUN, command) or is_synopsis(command):
+        return False
+    return not RUNNER or (command.shown is not None and "./replay" not in command.text
+                          and not ("quillfence-data" in command.text and "c:/" in command.text))
+
+
+class CommandsTest(unittest.TestCase):
+    maxDiff = None
+
+    def check(self, clone, command):
+        self.assertEqual(command.shell, "shell")
+        self.assertEqual(set(programs_of(command.text)) - RUNNABLE, set(),
+                         "neither run nor listed in NOT_RUN")
+        status, out, err = clone.run(command)
+        rows = rows_of(STATUS, command)
+        self.assertEqual(status, rows[0][2] if rows else command.status, out + err)
+        if command.shown is not None:
+            shown = normalised(command.shown)
+            if not any(shows(shown, normalised(got)) for got in (out + err, err + out)):
+                self.assertEqual(out + err, command.shown)
 
     def check_page(self, page):
-        examples = examples_of((SOURCE / page).read_text())
-        self.assertTrue(examples, f"{page} has no examples")
-        for command, shown, status in examples:
-            if RUNNER and command.startswith("./replay"):
-                continue # it reads the server's own drive
-            with self.subTest(page=page, command=command):
-                got_status, got = self.run_example(command, shown)
-                if not shows(normalised(shown), normalised(got)):
-                    self.assertEqual(got, shown)
-                self.assertEqual(got_status, status)
+        commands = [command for command in page_commands(page) if is_run(command)]
+        if not commands:
+            return
+        with tempfile.TemporaryDirectory(prefix="quillfence-page-") as folder:
+            clone = Clone(folder, on_path=page != "README.md")
+            if page in SET_UP:
+                self.assertEqual(clone.sh("set -e\n" + SET_UP[page])[0], 0, page)
+            for command in commands:
+                with self.subTest(command=str(command)):
+                    self.check(clone, command)
 
     def test_what_the_pages_show(self):
-        for page in PAGES:
+        for page in page_names():
             self.check_page(page)
+
+    def test_every_row_names_something(self):
+        for table in (NOT_RUN, SYNOPSES, STATUS):
+            for row in table:
+                self.assertTrue(any(rows_of([row], command) for command in page_commands(row[0])),
+                                row)
+        for page, beginning in TEXTS:
+            text = (SOURCE / page).read_text(encoding="utf-8")
+            self.assertTrue(any(is_text(page, block) and block.startswith(beginning)
+                                for _, block in blocks_of(page, text)), (page, beginning))
+        self.assertLessEqual(set(SET_UP), set(page_names()))
+
+    @unittest.skipIf(RUNNER or not BUILD, "the native build is looked at")
+    def test_what_is_not_run_is_there(self):
+        lookup = Lookup(SOURCE, BUILD, CTEST, {name: [path] for name, path in PROGRAMS.items()})
+        for command in all_commands():
+            if is_run(command):
+                continue
+            with self.subTest(command=str(command)):
+                if not is_synopsis(command):
+                    self.assertEqual(lookup.problems_of(command.text), [])
+                elif command.text.startswith("./replay"):
+                    self.assertIn(f"#   {command.text}\n", (SOURCE / "replay").read_text())
+                else:
+                    self.assertEqual(lookup.synopsis(command.text), [])
+
+    @unittest.skipIf(RUNNER, "a page is the same for both builds")
+    def test_options_within_sentences(self):
+        lookup = Lookup(SOURCE, BUILD, CTEST, {name: [path] for name, path in PROGRAMS.items()})
+        for page in page_names():
+            for span in re.findall(r"(?<!`)`((?:\./explain|quillfence(?:-data)?) [^`\n]+)`(?!`)",
+                                   (SOURCE / page).read_text(encoding="utf-8")):
+                with self.subTest(page=page, command=span):
+                    self.assertEqual(lookup.our_program(tuple(span.split())), [])
+
+    def test_what_is_taken_for_a_command(self):
+        page = "\n".join(["Text", "", "    one a \\", "        b   # said", "    # nothing", "",
+                          "    two | ", "        three", "", "Text, `code`", "    no block", "",
+                          "    00010  00 01", "", "1. Item", "", "        $ four 'a", "        b'",
+                          "        shown", "", "        ...", "        $ echo $?", "        3",
+                          "", "```", "C:\\> five", "```", "", "    TEXT", "    six", ""])
+        found = [(one.line, one.shell, one.text, one.shown, one.status)
+                 for one in commands_of("p.md", page, lambda _, block: block.startswith("TEXT"))]
+        self.assertEqual(found, [
+            (3, "shell", "one a \\\n    b   # said", None, 0),
+            (7, "shell", "two | \n    three", None, 0),
+            (17, "shell", "four 'a\nb'", "shown\n\n...\n", 3),
+            (26, "cmd", "five", "", 0)])
+        manual = ".nf\n\\&one \\-\\-two \\\\\n three\n.fi\n"
+        self.assertEqual([one.text for one in commands_of("p.1", manual, lambda *_: False)],
+                         ["one --two \\\n three"])
+        self.assertEqual(programs_of("A=1 one 0 \"\" | two; (umask 077; three) && four\n"),
+                         ["one", "two", "umask", "three", "four"])
+
+    @unittest.skipIf(RUNNER or not BUILD, "the native build is looked at")
+    def test_looking_up_can_fail(self):
+        lookup = Lookup(SOURCE, BUILD, CTEST, {name: [path] for name, path in PROGRAMS.items()})
+        for command in ("ctest --preset linux -R ^no_such_test$", "ctest --preset no-such",
+                        "cmake --preset no-such", "cmake --build build/linux --target no_such",
+                        "build/linux/tests/common/vc_file_test --gtest_filter='*no_such*'",
+                        "quillfence.exe explain --no-such", "quillfence-data no-such --json",
+                        "scripts/no-such", "./check --no-such"):
+            self.assertNotEqual(lookup.problems_of(command), [], command)
+        self.assertNotEqual(lookup.synopsis("quillfence-data verify [--json] NOTHING"), [])
+        self.assertNotEqual(lookup.synopsis("quillfence-data verify [--no-such] BASEDIR"), [])
 
     def test_the_comparison_can_fail(self):
         self.assertTrue(shows("a\n...\nc\n", "a\nb\nb\nc\n"))

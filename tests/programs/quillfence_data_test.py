@@ -7,6 +7,7 @@ LAUNCHER runs the program on a Windows build (a list as CMake has it).
 """
 
 import hashlib
+import json
 import os
 import re
 import subprocess
@@ -33,7 +34,7 @@ a{2,70000}
 WRONG_PATTERNS_SAID = """\
 list:3: error: invalid range [z-a]
 list:5: error: the pattern has no closing "/"; write \\/ for a pattern that begins with a slash
-list:7: error: "if" and "endif" are not supported; write the condition into each pattern
+list:7: error: there is no "endif" for this "if"
 list:8: error: number 70000 exceeds maximum value 65535
 list:9: error: failed to parse through sub expression
 """
@@ -49,6 +50,12 @@ class Case(FolderTest):
 
     def check(self, arguments, status, out="", err="", text=""):
         self.assertEqual(self.run_program(*arguments, text=text), (status, out, err))
+
+    def document(self, arguments, status, err="", text=""):
+        """What the program prints as JSON."""
+        done, out, said = self.run_program(*arguments, text=text)
+        self.assertEqual((done, said), (status, err))
+        return json.loads(out)
 
 
 class ProgramTest(Case):
@@ -208,12 +215,12 @@ class RegexTest(Case):
         public = SOURCE / "tests/data/fqrdns.pcre"
         self.file("list", public.read_bytes())
         status, out, err = self.run_program("regex", "compile", "--keep-going", "list", "out")
-        self.assertEqual((status, out), (PARTLY, "out: 1526 expressions, 6 lines left out\n"))
+        self.assertEqual((status, out), (PARTLY, "out: 1526 expressions, 3 lines left out\n"))
         self.assertIn("2 lines left out, whose actions refuse nobody: DUNNO 2 (", err)
         status, out, err = self.run_program("regex", "compile", "--keep-going", "--only",
                                             "REJECT,DUNNO", "list", "out")
-        self.assertEqual((status, out), (PARTLY, "out: 1528 expressions, 6 lines left out\n"))
-        self.assertEqual(err.count(": error: \"if\" and \"endif\""), 6)
+        self.assertEqual((status, out), (PARTLY, "out: 1528 expressions, 3 lines left out\n"))
+        self.assertEqual(err.count(": error: the condition's bar stands outside parentheses"), 3)
         status, out, err = self.run_program("regex", "dump", "out")
         self.assertEqual((status, err, out.count("\n")), (DONE, "", 1528))
         patterns = [line.split("/")[1] for line in public.read_text().split("\n")
@@ -224,6 +231,40 @@ class RegexTest(Case):
         self.file("list", out)
         self.run_program("regex", "compile", "list", "again")
         self.assertEqual(self.bytes_of("again"), self.bytes_of("out"))
+
+    def test_conditions_of_a_public_list_are_folded(self):
+        """With parentheses around its bars, as the error says."""
+        public = (SOURCE / "tests/data/fqrdns.pcre").read_text()
+        self.file("list", re.sub(r"(?m)^if /(.*)/$", r"if /(\1)/", public))
+        status, out, err = self.run_program("regex", "compile", "list", "out")
+        self.assertEqual((status, out), (FAILED, ""))
+        unfolded = re.findall(r"^list:(\d+): error: the condition can't be folded into (\d+) of the "
+                              r"(\d+) patterns up to its \"endif\", the first in line (\d+); write "
+                              r"the condition into each pattern$", err, re.MULTILINE)
+        self.assertEqual([row[0] for row in unfolded], ["61", "62", "383"])
+        # Most are wordings of what the patterns below them say anyway.
+        self.assertLess(sum(int(row[1]) for row in unfolded), 50)
+        self.assertGreater(sum(int(row[2]) for row in unfolded), 1700)
+        self.assertEqual(err.count(" lets through, and is left out\n"), 3)
+
+    def test_conditions(self):
+        self.file("list", "/^a/ REJECT\nif /\\.example\\.net$/\n/^dsl[0-9]+\\./ REJECT\n"
+                          "if !/^mail/\n/^pool/ REJECT\nendif\nendif\n")
+        self.check(["regex", "compile", "list", "out"], DONE, "out: 4 expressions\n")
+        self.check(["regex", "dump", "out"], DONE,
+                   "^a\n^dsl[0-9]+\\..*\\.example\\.net$\n^dsl[0-9]+\\.example\\.net$\n"
+                   "^pool.*\\.example\\.net$\n")
+        self.assertTrue(self.bytes_of("out.lines").endswith(
+            b"1\t1\tlist\n2\t3\tlist\n3\t3\tlist\n4\t5\tlist\n"))
+        self.file("list", "/^a/\nif /^[a-c]b/\n/^.b1/\n/^.b2/\n/^cb3/\nendif\n/^d/\n")
+        said = ("list:2: error: the condition can't be folded into 2 of the 3 patterns up to its "
+                "\"endif\", the first in line 3; write the condition into each pattern\n")
+        self.check(["regex", "compile", "list", "new"], FAILED, err=said +
+                   "quillfence-data: new: was not written, since 1 line is wrong; correct them, "
+                   "or leave them out with --keep-going\n")
+        self.check(["regex", "compile", "--keep-going", "list", "out"], PARTLY,
+                   "out: 5 expressions, 1 line left out\n", said)
+        self.check(["regex", "dump", "out"], DONE, "^a\n^.b1\n^.b2\n^cb3\n^d\n")
 
     def test_which_expression_matches(self):
         self.file("list", "^a$\nfoo\n^b\noo$\n")
@@ -285,6 +326,54 @@ class RegexTest(Case):
 ^a[0-9]+\\.b$
 # no expression at offset 424: short read when attempting to read node #0
 """)
+
+    def test_json(self):
+        self.compile_sample()
+        self.assertEqual(self.document(["regex", "dump", "--json", "out"], DONE),
+                         {"expressions": [{"expression": 1, "pattern": "^a[0-9]+\\.b$"},
+                                          {"expression": 2, "pattern": "foo"}], "damaged": []})
+        _, lines, _ = self.run_program("regex", "test", "--all", "out", "foo", "a1.b", 'x"\\')
+        steps = [int(number) for number in re.findall(r"(\d+) steps", lines)]
+        self.assertEqual(len(steps), 5, lines)
+        # Of foo, the last expression, and of a name without a match the line tells all steps.
+        answer = self.document(["regex", "test", "--all", "--json", "out", "foo", "a1.b", 'x"\\'], NO)
+        self.assertEqual(answer["expressions"], 2)
+        self.assertEqual([one["name"] for one in answer["names"]], ["foo", "a1.b", 'x"\\'])
+        self.assertEqual([one["matches"] for one in answer["names"]],
+                         [[{"expression": 2, "pattern": "foo", "steps": steps[0],
+                            "steps_in_all": steps[1]}],
+                          [{"expression": 1, "pattern": "^a[0-9]+\\.b$", "steps": steps[2],
+                            "steps_in_all": steps[3]}], []])
+        self.assertEqual(answer["names"][0]["steps_in_all"], steps[1])
+        self.assertGreater(answer["names"][1]["steps_in_all"], steps[3], "of both expressions")
+        self.assertEqual(answer["names"][2]["steps_in_all"], steps[4])
+        self.assertEqual(self.document(["regex", "test", "--json", "out", "-"], DONE),
+                         {"names": [], "expressions": 2})
+
+    def test_several_matches_in_json(self):
+        self.file("list", "foo\nfo+\n")
+        self.run_program("regex", "compile", "list", "out")
+        answer = self.document(["regex", "test", "--all", "--json", "out", "foo"], DONE)
+        self.assertEqual([match["expression"] for match in answer["names"][0]["matches"]], [1, 2])
+        answer = self.document(["regex", "test", "--json", "out", "foo"], DONE)
+        self.assertEqual([match["expression"] for match in answer["names"][0]["matches"]], [1])
+
+    def test_damage_in_json(self):
+        self.compile_sample()
+        damaged = bytearray(self.bytes_of("out"))
+        damaged[0x9c:0xa0] = b"\x01\x01\x00\x00"  # the root of "foo" is an alternation
+        self.file("out", bytes(damaged) + b"\0" * 8)
+        dump = self.document(["regex", "dump", "--json", "out"], PARTLY,
+                             "quillfence-data: out: parts of the file have no text; they are shown "
+                             "with the reason\n")
+        self.assertEqual(dump["expressions"][0], {"expression": 1, "pattern": "^a[0-9]+\\.b$"})
+        bad = dump["expressions"][1]
+        self.assertEqual((bad["expression"], bad["pattern"], bad["problem"], len(bad["nodes"])),
+                         (2, None, "node 0 is no group", 7))
+        self.assertEqual(bad["nodes"][0], "0: alternation (257), left 1, right 0, next -1")
+        self.assertEqual(dump["damaged"],
+                         [{"offset": 268,
+                           "problem": "node count size of zero read: invalid regex"}])
 
     def test_damaged_expressions_are_left_out_of_a_test(self):
         self.compile_sample()
@@ -370,6 +459,29 @@ class BlockMapTest(Case):
                    f"quillfence-data: map: {said}\n")
         self.check(["blockmap", "test", "map", "11.1.0.0"], PARTLY,
                    "11.1.0.0: not listed (damaged map)\n", f"quillfence-data: map: {said}\n")
+        said_of_map = f"quillfence-data: map: {said}\n"
+        self.assertEqual(self.document(["blockmap", "dump", "--json", "map"], PARTLY, said_of_map),
+                         {"networks": ["10.0.0.0/8", "11.0.0.0/16"], "damaged": [said]})
+        self.assertEqual(
+            self.document(["blockmap", "test", "--json", "map", "11.1.0.0"], PARTLY, said_of_map),
+            {"addresses": [{"address": "11.1.0.0", "listed": False, "problem": said}]})
+
+    def test_json(self):
+        self.build()
+        self.assertEqual(self.document(["blockmap", "dump", "--json", "map"], DONE),
+                         {"networks": self.DUMP.split(), "damaged": []})
+        self.assertEqual(
+            self.document(["blockmap", "test", "--json", "map", "10.1.2.3", "-", "11.1.0.2"], PARTLY,
+                          'quillfence-data: "x\\" is no IPv4 address\n', text="11.1.0.3\nx\\\n"),
+            {"addresses": [
+                {"address": "10.1.2.3", "listed": True, "level": 1, "network": "10.0.0.0/8"},
+                {"address": "11.1.0.3", "listed": False, "level": 3, "network": "11.1.0.3"},
+                {"address": "x\\", "listed": None, "problem": "is no IPv4 address"},
+                {"address": "11.1.0.2", "listed": True, "level": 3, "network": "11.1.0.2"}]})
+        self.check(["blockmap", "test", "--json", "map", "-"], DONE, '{"addresses":[]}\n')
+        self.run_program("blockmap", "build", "-", "empty")
+        self.check(["blockmap", "dump", "--json", "empty"], DONE,
+                   '{"networks":[],"damaged":[]}\n')
 
 
 class ExamplesTest(Case):
@@ -451,6 +563,10 @@ class PagesTest(Case):
         self.assertEqual(complete("quillfence-data", "blockmap", "b"), ["build"])
         self.assertEqual(complete("quillfence-data", "regex", "compile", "--k"), ["--keep-going"])
         self.assertEqual(complete("quillfence-data", "regex", "compile", "af"), ["afile"])
+        self.assertEqual(complete("quillfence-data", "verify", "--format", "s"), ["sarif"])
+        self.assertEqual(complete("quillfence-data", "verify", "--error-on", ""),
+                         ["error", "info", "warning"])
+        self.assertEqual(complete("quillfence-data", "verify", "--format", "json", "a"), ["afile"])
 
 
 if __name__ == "__main__":

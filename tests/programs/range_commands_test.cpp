@@ -36,6 +36,60 @@ TEST_F(range_commands_test, add_writes_the_engines_file) {
                           "10.1.0.0-10.1.255.255\n10.1.2.3-10.1.2.3\n");
 }
 
+outcome add_all(const std::string &text, const drive_c &drive, const std::string &comment = "") {
+    drive.write("c:/quillfence/in", text);
+    return outcome_of(range_add_all, range_bulk_arguments{file, "c:/quillfence/in", comment});
+}
+
+// A record lies inside one /16.
+TEST_F(range_commands_test, add_many) {
+    add("192.0.2.7", "", "there");
+    EXPECT_EQ(add_all("10.0.0.0/14 ; wide\r\n\n# a comment\n192.0.2.7\n10.1.0.0/16\n"
+                      "172.16.255.254-172.18.0.1\n198.51.100.0/24",
+                      drive, "new")
+                  .out,
+              prefix + "8 ranges added (1 was there already, 1 was named twice)\n");
+    EXPECT_EQ(list().out, "192.0.2.7-192.0.2.7  there\n"
+                          "10.0.0.0-10.0.255.255  new\n"
+                          "10.1.0.0-10.1.255.255  new\n"
+                          "10.2.0.0-10.2.255.255  new\n"
+                          "10.3.0.0-10.3.255.255  new\n"
+                          "172.16.255.254-172.16.255.255  new\n"
+                          "172.17.0.0-172.17.255.255  new\n"
+                          "172.18.0.0-172.18.0.1  new\n"
+                          "198.51.100.0-198.51.100.255  new\n");
+    EXPECT_EQ(add_all("# nothing\n", drive).out, prefix + "0 ranges added\n");
+}
+
+TEST_F(range_commands_test, add_many_or_none) {
+    add("192.0.2.7");
+    const std::string before = drive.read(file);
+    ::testing::internal::CaptureStderr();
+    EXPECT_EQ(
+        add_all("10.0.0.1\nmail.example\n10.0.0.1/8\n0.0.0.0/0\n2001:db8::1\n", drive).failure,
+        prefix + "nothing was changed, since 4 lines are wrong");
+    const std::string said = ::testing::internal::GetCapturedStderr();
+    for (const char *const line :
+         {"in:2: error: ", "in:3: error: ", "in:4: error: a range can't begin", "in:5: error: "}) {
+        EXPECT_NE(said.find(line), std::string::npos) << line << said;
+    }
+    EXPECT_EQ(drive.read(file), before);
+    drive.write(file, "not a range file, and longer than a header");
+    EXPECT_EQ(add_all("10.0.0.1\n", drive).failure, prefix + "is no range file; it is left alone");
+    drive.write(file, header(1, 0));
+    EXPECT_EQ(add_all("10.0.0.1\n", drive).failure, prefix + "Legacy format detected, abort");
+}
+
+TEST_F(range_commands_test, a_text_can_not_be_large_without_end) {
+    std::string text;
+    for (int i = 0; i < 20; ++i) {
+        text += "1.0.0.0-239.255.255.255\n";
+    }
+    EXPECT_TRUE(add_all(text + text + text + text, drive)
+                    .failure.ends_with(": more than 1000000 in one edit; nothing was changed"));
+    EXPECT_FALSE(drive.exists(file));
+}
+
 TEST_F(range_commands_test, a_comment_is_replaced) {
     add("10.1.2.0", "10.1.2.255", "lab");
     EXPECT_EQ(add("10.1.2.0/24").failure, prefix + "10.1.2.0-10.1.2.255: Entry already exists");

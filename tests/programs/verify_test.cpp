@@ -3,12 +3,15 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <set>
+#include <sstream>
 #include <utility>
 
 #include "../matching/range_bytes.h"
 #include "call_watch.h"
 #include "drive_c.h"
 #include "file_digest.h"
+#include "findings_output.h"
 #include "known_sender_forgery_funcs.h"
 #include "output.h"
 #include "platform/error_numbers.h"
@@ -50,6 +53,9 @@ struct planted {
 class verify_test : public drive_test {
   protected:
     verify_test() {
+        put_sound_files();
+    }
+    void put_sound_files() const {
         put("control/enabled", "1\n");
         put("bms/lists_to_update", "a.bms\n");
         put("bms/a.bms", std::string(1024, '\0'));
@@ -58,9 +64,10 @@ class verify_test : public drive_test {
         drive.write(std::string(base) + "/" + file, bytes);
     }
 
-    outcome verified(bool json = false) const {
+    outcome verified(const std::string &format = "text",
+                     const std::string &error_on = "warning") const {
         CaptureStderr();
-        const outcome result = outcome_of(verify, verify_arguments{base, json});
+        const outcome result = outcome_of(verify, verify_arguments{base, format, error_on});
         GetCapturedStderr();
         return result;
     }
@@ -131,7 +138,7 @@ TEST_F(verify_test, exit_status_and_summary) {
     put("blocked_ips", "nobody\n");
     put("notes.txt", "");
     CaptureStderr();
-    const outcome result = outcome_of(verify, verify_arguments{base, false});
+    const outcome result = outcome_of(verify, verify_arguments{base});
     EXPECT_EQ(GetCapturedStderr(), "quillfence-data: 5 files checked: 1 error, 1 warning\n");
     EXPECT_EQ(result.status, exit_status::no);
     drive.remove("c:/quillfence/blocked_ips");
@@ -143,7 +150,7 @@ TEST_F(verify_test, exit_status_and_summary) {
 TEST_F(verify_test, every_kind_of_file_is_counted_once) {
     const auto said = [this] {
         CaptureStderr();
-        outcome_of(verify, verify_arguments{base, false});
+        outcome_of(verify, verify_arguments{base});
         return GetCapturedStderr();
     };
     const auto counted = [](unsigned files) {
@@ -163,7 +170,7 @@ TEST_F(verify_test, every_kind_of_file_is_counted_once) {
 }
 
 TEST_F(verify_test, a_base_that_is_no_folder) {
-    const outcome result = outcome_of(verify, verify_arguments{"c:/quillfence/nowhere", false});
+    const outcome result = outcome_of(verify, verify_arguments{"c:/quillfence/nowhere"});
     EXPECT_EQ(result.status, exit_status::failed);
     EXPECT_EQ(result.failure, "c:/quillfence/nowhere: is no folder; give the one that holds "
                               "\"control\" and \"bms\"");
@@ -171,20 +178,329 @@ TEST_F(verify_test, a_base_that_is_no_folder) {
 }
 
 TEST_F(verify_test, a_native_path) {
-    const outcome result = outcome_of(verify, verify_arguments{drive.native(base), false});
+    const outcome result = outcome_of(verify, verify_arguments{drive.native(base)});
     EXPECT_EQ(result.status, exit_status::done);
     EXPECT_EQ(result.out, "");
 }
 
+// --- ids ---
+
+// The ids of what is found, sorted.
+std::set<std::string> ids_in(const std::string &folder) {
+    std::set<std::string> ids;
+    for (const finding &found : verify_tree(folder).findings) {
+        ids.insert(found.id.kind().id);
+    }
+    return ids;
+}
+
+TEST(finding_kinds, ids_are_words_with_dashes) {
+    std::set<std::string> ids;
+    for (const finding_kind &kind : finding_kinds) {
+        const std::string id = kind.id;
+        EXPECT_TRUE(ids.insert(id).second) << id << " stands there twice";
+        EXPECT_EQ(id.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789-"), std::string::npos)
+            << id;
+        EXPECT_EQ(find_finding_kind(id), &kind);
+        EXPECT_NE(std::string(kind.what), "") << id;
+        EXPECT_EQ(kind.mend == nullptr, kind.level == severity::info)
+            << id << ": whoever has an error or a warning is told what to do";
+    }
+    EXPECT_EQ(find_finding_kind("no-such-kind"), nullptr);
+}
+
+TEST(finding_kinds, are_those_of_the_page) {
+    static constexpr const char *levels[] = {"error", "warning", "info"};
+    std::ifstream page(QUILLFENCE_DOCS "/findings.md", std::ios::binary);
+    lines rows;
+    for (std::string line; std::getline(page, line);) {
+        if (line.starts_with("| `")) {
+            rows.push_back(line);
+        }
+    }
+    lines want;
+    for (const finding_kind &kind : finding_kinds) {
+        want.push_back(std::string("| `") + kind.id + "` | " +
+                       levels[static_cast<size_t>(kind.level)] + " | " + kind.what + " | " +
+                       (kind.mend ? std::string(kind.mend) + " |" : "|"));
+    }
+    EXPECT_EQ(rows, want);
+}
+
+TEST_F(verify_test, every_kind_is_found) {
+    const std::string range = record({10, 1, 2, 0}, {10, 1, 2, 255});
+    std::string endless = record({10, 9, 0, 0}, {10, 9, 0, 1});
+    std::fill(endless.begin() + 8, endless.end(), 'x');
+    std::vector<int32_t> bad_nodes = sound_nodes;
+    bad_nodes[1] = 7;
+    const std::string rules = "control/rules.enabled";
+    const std::string domains = "control/valid_domain_ips";
+    const std::string patterns = "dynaregex/dyna.cregexes";
+    const std::string lines_file = patterns + ".lines";
+    const std::string exempt = "exempt_ips.range";
+    const struct {
+        const char *id;
+        std::vector<std::pair<std::string, std::string>> files;
+    } cases[] = {
+        {"unreadable-folder", {{"dynaregex", "x"}}},
+        {"text-in-utf-16", {{"exempt_users", "\xFF\xFE"}}},
+        {"byte-order-mark", {{"exempt_users", "\xEF\xBB\xBF*@example.org\n"}}},
+        {"byte-order-mark", {{rules, "\xEF\xBB\xBFvalid_ptr\n"}}},
+        {"folder-in-place-of-file", {{"from_whitelist/x", ""}}},
+        {"edit-leftover", {{"from_whitelist.tmp", ""}}},
+        {"edit-leftover", {{"from_whitelist", ""}, {"from_whitelist.bak", ""}}},
+        {"edit-leftover-is-all", {{"from_whitelist.bak", ""}}},
+        {"file-in-wrong-folder", {{"rules.enabled", ""}}},
+        {"name-taken-in-other-letters", {{"From_Whitelist", ""}}},
+        {"unknown-file", {{"notes.txt", ""}}},
+        {"engine-off", {{"control/enabled", ""}}}, // and removed
+        {"switch-not-0-or-1", {{"control/enabled", "yes"}}},
+        {"name-ends-in-cr", {{rules, "valid_ptr\r\n"}}},
+        {"name-holds-nul", {{rules, std::string("v\0a\n", 4)}}},
+        {"name-is-comment", {{rules, "# x\n"}}},
+        {"name-has-white-space", {{rules, " valid_ptr\n"}}},
+        {"name-repeated", {{rules, "valid_ptr\nvalid_ptr\n"}}},
+        {"names-empty", {{rules, ""}}},
+        {"rule-unknown", {{rules, "x\n"}}},
+        {"rule-in-other-letters", {{rules, "Valid_PTR\n"}}},
+        {"map-name-odd", {{"control/bms.enabled", "a b\n"}}},
+        {"map-missing", {{"control/bms.enabled", "b.bms\n"}}},
+        {"zone-no-domain", {{"rbl.enabled", "rbl\n"}}},
+        {"maps-unlisted", {{"bms/lists_to_update", ""}}},
+        {"maps-listed-elsewhere", {{"bms/control/lists_to_update", "a.bms\n"}}},
+        {"declaration-malformed", {{domains, "example.org 192.0.2.1\n"}}},
+        {"declaration-no-domain", {{domains, "localhost : 192.0.2.1\n"}}},
+        {"declaration-no-networks", {{domains, "example.org :\n"}}},
+        {"declaration-repeated", {{domains, "a.example : 192.0.2.1\na.example : 192.0.2.2\n"}}},
+        {"network-no-address", {{domains, "example.org : 192.0.2\n"}}},
+        {"network-no-prefix", {{domains, "example.org : 192.0.2.1/33\n"}}},
+        {"network-bits-behind-prefix", {{domains, "example.org : 192.0.2.1/24\n"}}},
+        {"network-prefix-0", {{domains, "example.org : 0.0.0.0/0\n"}}},
+        {"entry-too-long", {{"exempt_users", std::string(1023, 'a')}}},
+        {"entry-holds-nul", {{"exempt_users", std::string("a@b\0c\n", 6)}}},
+        {"entry-ends-in-white-space", {{"exempt_users", "a@example.org \n"}}},
+        {"entry-ends-in-white-space", {{"exempt_ips", "192.0.2.1 \n"}}},
+        {"entry-does-not-compile", {{"exempt_users", "(*@example.org\n"}}},
+        {"entry-no-client-address", {{"exempt_ips", "192.0.2.0/24\n"}}},
+        {"entry-matches-no-address", {{"from_blacklist", "@example.org\n"}}},
+        {"entry-matches-no-address", {{"from_blacklist", "example.org\n"}}},
+        {"entry-matches-everybody", {{"from_whitelist", "*\n"}}},
+        {"entry-plus-repeats", {{"from_blacklist", "a+b*@example.org\n"}}},
+        {"entry-repeated", {{"exempt_users", "a@example.org\na@example.org\n"}}},
+        {"entry-covered", {{"exempt_users", "*@example.org\na@example.org\n"}}},
+        {"entry-in-opposite-list", {{"exempt_ips", "192.0.2.1"}, {"blocked_ips", "192.0.2.1"}}},
+        {"entry-covered-by-opposite-list",
+         {{"from_whitelist", "*@a.example"}, {"from_blacklist", "b@a.example"}}},
+        {"entry-in-range-file", {{exempt, header(2, 1) + range}, {"exempt_ips", "10.1.2.3"}}},
+        {"entry-in-opposite-range-file",
+         {{exempt, header(2, 1) + range}, {"blocked_ips", "10.1.2.3"}}},
+        {"comment-matches", {{"exempt_users", "a@example.org\n\tb@example.org\n"}}},
+        {"range-file-corrupt", {{exempt, "x"}}},
+        {"range-file-legacy", {{exempt, header(1, 0)}}},
+        {"range-file-longer", {{exempt, header(2, 0) + "x"}}},
+        {"range-invalid", {{exempt, header(2, 1) + record({10, 1, 0, 0}, {10, 2, 0, 0})}}},
+        {"range-comment-endless", {{exempt, header(2, 1) + endless}}},
+        {"range-covered", {{exempt, header(2, 2) + range + range}}},
+        {"range-covered-by-opposite",
+         {{exempt, header(2, 1) + range}, {"blocked_ips.range", header(2, 1) + range}}},
+        {"patterns-no-such-file", {{patterns, "x"}}},
+        {"pattern-damaged", {{patterns, pattern_magic + little_endian(0)}}},
+        {"pattern-can-fail", {{patterns, pattern_magic + block_of(bad_nodes)}}},
+        {"patterns-not-asked", {{"dynaregex/mine.cregexes", pattern_magic}}},
+        {"pattern-lines-stale",
+         {{patterns, pattern_magic},
+          {lines_file, "# quillfence pattern lines 1\n# sha256 " + std::string(64, '0') + "\n"}}},
+        {"pattern-lines-wrong", {{patterns, pattern_magic}, {lines_file, "x\n"}}},
+        {"map-corrupt", {{"bms/a.bms", "x"}}},
+        {"map-unlisted", {{"bms/c.bms", std::string(1024, '\0')}}},
+        {"counter-size", {{"log/.counterv2.dat.hourly", ""}}},
+        {"counter-header", {{"log/.counterv2.dat.hourly", std::string(773, '\x01')}}},
+    };
+    std::set<std::string> found;
+    for (const auto &one : cases) {
+        SCOPED_TRACE(one.id);
+        for (const auto &[file, bytes] : one.files) {
+            put(file, bytes);
+        }
+        if (one.id == std::string("engine-off")) {
+            drive.remove("c:/quillfence/control/enabled");
+        }
+        const std::set<std::string> ids = ids_in(base);
+        EXPECT_TRUE(ids.contains(one.id)) << ::testing::PrintToString(ids);
+        found.insert(ids.begin(), ids.end());
+        for (const auto &[file, bytes] : one.files) {
+            drive.remove(std::string(base) + "/" + file.substr(0, file.find("/x")));
+        }
+        put_sound_files();
+    }
+    call_watch failing;
+    failing.fail("file_read", 1, platform::error_io_device);
+    EXPECT_TRUE(ids_in(base).contains("unreadable-file"));
+    found.insert("unreadable-file");
+    found.insert("name-in-other-letters"); // the system's own test, as Windows has no such files
+    for (const finding_kind &kind : finding_kinds) {
+        EXPECT_TRUE(found.contains(kind.id)) << kind.id << " is never told";
+    }
+}
+
+// --- formats ---
+
+// A tree of findings, whose files have names that only some systems have.
+tree tree_with(const std::string &where, std::vector<finding> findings) {
+    tree in{.base = where, .findings = std::move(findings)};
+    in.files = 7;
+    return in;
+}
+
+std::string written(void (*write)(const tree &, std::ostream &), const tree &in) {
+    std::ostringstream out;
+    write(in, out);
+    return out.str();
+}
+
 TEST_F(verify_test, json) {
     put("exempt_users", "a\"b\xE9\n");
-    const outcome result = verified(true);
-    EXPECT_EQ(result.out,
-              "{\"base\":\"c:/quillfence\",\"files\":4,\"errors\":0,\"warnings\":1,\"infos\":0,"
-              "\"findings\":[{\"file\":\"exempt_users\",\"line\":1,\"severity\":\"warning\","
+    put("notes.txt", "");
+    EXPECT_EQ(verified("json").out,
+              "{\"base\":\"c:/quillfence\",\"files\":4,\"errors\":0,\"warnings\":1,\"infos\":1,"
+              "\"findings\":[\n"
+              "{\"id\":\"entry-matches-no-address\",\"severity\":\"warning\","
+              "\"path\":\"exempt_users\",\"line\":1,"
               "\"text\":\"\\\"a\\\"b\\\\xe9\\\" holds neither @ nor *, so it matches no mail "
-              "address; for a whole domain write *@domain\"}]}\n");
+              "address; for a whole domain write *@domain\","
+              "\"mend\":\"Write user@domain, one a line and without brackets, or *@domain for a "
+              "whole domain.\"},\n"
+              "{\"id\":\"unknown-file\",\"severity\":\"info\",\"path\":\"notes.txt\","
+              "\"line\":null,\"text\":\"the engine reads no file of this name\",\"mend\":null}\n"
+              "]}\n");
 }
+
+TEST_F(verify_test, json_without_findings) {
+    EXPECT_EQ(verified("json").out, "{\"base\":\"c:/quillfence\",\"files\":3,\"errors\":0,"
+                                    "\"warnings\":0,\"infos\":0,\"findings\":[]}\n");
+}
+
+TEST(findings_output, json_of_odd_names) {
+    const tree in = tree_with("b\xC3\xA4se\xFF", {{"\xC3\xBC\n\"\x1B", 0, "unknown-file", "x"},
+                                                  {"y\xE9", 3, "unknown-file", "x"},
+                                                  {"", 0, "unreadable-folder", "x"}});
+    const std::string text = written(write_json, in);
+    EXPECT_NE(text.find("{\"base\":\"b\\\\xc3\\\\xa4se\\\\xff\",\"files\":7,"), std::string::npos)
+        << text;
+    EXPECT_NE(text.find("\"path\":\"\xC3\xBC\\n\\\"\\u001b\",\"line\":null,"), std::string::npos)
+        << "well-formed UTF-8 stands as it is: " << text;
+    EXPECT_NE(text.find("\"path\":\"y\\\\xe9\",\"line\":3,"), std::string::npos) << text;
+    EXPECT_NE(text.find("\"path\":\".\","), std::string::npos) << "the base itself: " << text;
+}
+
+// The results of a SARIF log, each on a line of its own.
+lines sarif_results(const tree &in) {
+    lines results;
+    std::istringstream text(written(write_sarif, in));
+    for (std::string line; std::getline(text, line);) {
+        if (line.starts_with("{\"ruleId\"")) {
+            results.push_back(line.substr(0, line.find_last_of('}') + 1));
+        }
+    }
+    return results;
+}
+
+TEST(findings_output, sarif) {
+    const tree in = tree_with("c:\\quill fence", {{"a,b%:\xFF", 0, "unknown-file", "x \"y\""},
+                                                  {"from_whitelist", 7, "entry-repeated", "z"}});
+    const std::string text = written(write_sarif, in);
+    EXPECT_TRUE(text.starts_with("{\"$schema\":\"https://docs.oasis-open.org/sarif/sarif/v2.1.0/"
+                                 "errata01/os/schemas/sarif-schema-2.1.0.json\","
+                                 "\"version\":\"2.1.0\",\"runs\":[{\"tool\":{\"driver\":{"
+                                 "\"name\":\"quillfence-data\",\"version\":\""))
+        << text;
+    EXPECT_NE(text.find("\"originalUriBaseIds\":{\"BASEDIR\":{\"uri\":"
+                        "\"file:///c:/quill%20fence/\"}},\"results\":["),
+              std::string::npos)
+        << text;
+    const auto index = [](const char *id) {
+        return std::to_string(find_finding_kind(id) - finding_kinds);
+    };
+    EXPECT_EQ(sarif_results(in),
+              (lines{"{\"ruleId\":\"unknown-file\",\"ruleIndex\":" + index("unknown-file") +
+                         ",\"level\":\"note\",\"message\":{\"text\":\"x \\\"y\\\"\"},"
+                         "\"locations\":[{\"physicalLocation\":{\"artifactLocation\":{\"uri\":"
+                         "\"a%2Cb%25%3A%FF\",\"uriBaseId\":\"BASEDIR\"},"
+                         "\"region\":{\"startLine\":1}}}]}",
+                     "{\"ruleId\":\"entry-repeated\",\"ruleIndex\":" + index("entry-repeated") +
+                         ",\"level\":\"warning\",\"message\":{\"text\":\"z\"},"
+                         "\"locations\":[{\"physicalLocation\":{\"artifactLocation\":{\"uri\":"
+                         "\"from_whitelist\",\"uriBaseId\":\"BASEDIR\"},"
+                         "\"region\":{\"startLine\":7}}}]}"}));
+}
+
+TEST(findings_output, sarif_places) {
+    const struct {
+        const char *base, *root, *uri;
+    } cases[] = {
+        {"/srv/q", "file:///srv/q/", "a"},
+        {"/", "file:///", "a"},
+        {"c:/quillfence/", "file:///c:/quillfence/", "a"},
+        {"\\\\server\\share\\q", "file://server/share/q/", "a"},
+        {"conf", "", "conf/a"},
+        {"conf\\sub dir", "", "conf/sub%20dir/a"},
+        {"./conf/", "", "conf/a"},
+        {".", "", "a"},
+        {"../conf", "", "../conf/a"},
+    };
+    for (const auto &one : cases) {
+        const tree in = tree_with(one.base, {{"a", 0, "unknown-file", "x"}});
+        const std::string text = written(write_sarif, in);
+        const std::string root = one.root;
+        if (root.empty()) {
+            EXPECT_EQ(text.find("originalUriBaseIds"), std::string::npos) << one.base;
+        } else {
+            EXPECT_NE(text.find("{\"BASEDIR\":{\"uri\":\"" + root + "\"}}"), std::string::npos)
+                << text;
+        }
+        EXPECT_NE(text.find("{\"artifactLocation\":{\"uri\":\"" + std::string(one.uri) + "\"" +
+                            (root.empty() ? "}" : ",\"uriBaseId\":\"BASEDIR\"}")),
+                  std::string::npos)
+            << text;
+    }
+    const tree base_itself = tree_with(".", {{"", 0, "unreadable-folder", "x"}});
+    EXPECT_NE(written(write_sarif, base_itself).find("\"uri\":\".\""), std::string::npos);
+}
+
+TEST(findings_output, workflow_commands) {
+    const tree in = tree_with("c:/q", {{"a,b%:\xC3\xBC\r\n", 0, "unknown-file", "100%, a:b"},
+                                       {"exempt_ips", 2, "entry-no-client-address", "x"},
+                                       {"exempt_users", 3, "entry-repeated", "y"},
+                                       {"e\x1B[2J", 0, "unknown-file", "z"},
+                                       {"f\xFF", 0, "unknown-file", "z"}});
+    EXPECT_EQ(written(write_commands, in),
+              "::notice file=c%3A/q/a%2Cb%25%3A\xC3\xBC%0D%0A,line=1,title=unknown-file"
+              "::100%25, a:b\n"
+              "::error file=c%3A/q/exempt_ips,line=2,title=entry-no-client-address::x\n"
+              "::warning file=c%3A/q/exempt_users,line=3,title=entry-repeated::y\n"
+              "::notice file=c%3A/q/e\\x1b[2J,line=1,title=unknown-file::z\n"
+              "::notice file=c%3A/q/f\\xff,line=1,title=unknown-file::z\n");
+}
+
+TEST_F(verify_test, what_ends_with_no) {
+    const auto statuses = [this] {
+        std::vector<exit_status> all;
+        for (const char *const least : {"error", "warning", "info"}) {
+            all.push_back(verified("text", least).status);
+        }
+        return all;
+    };
+    using enum exit_status;
+    EXPECT_EQ(statuses(), (std::vector{done, done, done}));
+    put("notes.txt", "");
+    EXPECT_EQ(statuses(), (std::vector{done, done, no}));
+    put("exempt_users", "somebody\n");
+    EXPECT_EQ(statuses(), (std::vector{done, no, no}));
+    put("blocked_ips", "nobody\n");
+    EXPECT_EQ(statuses(), (std::vector{no, no, no}));
+}
+
+// --- what is looked for ---
 
 TEST_F(verify_test, enabled) {
     check({

@@ -151,6 +151,28 @@ inline void have_legacy_ranges(const drive_c &drive) {
                                             legacy_record({10, 2, 0, 0}, {10, 2, 0, 9}));
 }
 
+// More of each than one write takes, with one that is there already.
+inline bool add_entries() {
+    std::vector<std::string> texts = {"a@a.example"};
+    for (int i = 0; i < 30; ++i) {
+        texts.push_back("*@" + std::string(200, 'd') + std::to_string(i));
+    }
+    std::vector<list_addition> all;
+    for (const std::string &text : texts) {
+        all.push_back({text.c_str(), addition::added});
+    }
+    return !vc_add_entries(crash_dir, "list", all.data(), static_cast<uint32_t>(all.size()));
+}
+inline bool add_ranges() {
+    std::vector<range_addition> all = {{{address({10, 1, 0, 0}), address({10, 1, 0, 9})}, {}},
+                                       {{address({10, 3, 0, 0}), address({10, 3, 0, 9})}, {}}};
+    for (int i = 0; i < 20; ++i) {
+        all.push_back({{address({10, 4, i, 0}), address({10, 4, i, 9})}, {}});
+    }
+    return ipr_add_all(crash_dir, "ranges", all.data(), static_cast<uint32_t>(all.size()), "x",
+                       nullptr) == 1;
+}
+
 inline bool save_map(int from, int entries) {
     vc_hashmap *map = vc_map_create(3, 20);
     for (int i = from; i < from + entries; ++i) {
@@ -249,6 +271,8 @@ inline std::vector<crash_writer> crash_writers() {
         {"list add, first", list, nothing(list),
          [] { return !vc_add_entry(crash_dir, "list", "*@d.example", nullptr, _stricmp); },
          list_seen, true, false},
+        {"list add, many", list, lists(old_list), add_entries, list_seen},
+        {"list add, many, first", list, nothing(list), add_entries, list_seen},
         {"list comment", list, lists(old_list),
          [] { return !vc_add_entry(crash_dir, "list", "a@a.example", "why", _stricmp); },
          list_seen},
@@ -267,6 +291,9 @@ inline std::vector<crash_writer> crash_writers() {
          },
          [] { return ipr_add(crash_dir, "ranges", "10.3.0.0", "10.3.0.9", "x", nullptr) == 1; },
          ranges_seen},
+        {"range add, many", ranges, [](const drive_c &drive) { have_ranges(drive); }, add_ranges,
+         ranges_seen},
+        {"range add, many, first", ranges, nothing(ranges), add_ranges, ranges_seen},
         {"range comment", ranges, [](const drive_c &drive) { have_ranges(drive); },
          [] { return ipr_add(crash_dir, "ranges", "10.2.0.0", "10.2.0.9", "new", nullptr) == 1; },
          ranges_seen},

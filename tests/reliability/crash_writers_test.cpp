@@ -2,6 +2,7 @@
 // no lookup sees what never was.
 #include <algorithm>
 #include <chrono>
+#include <cstring>
 #include <fstream>
 #include <functional>
 #include <memory>
@@ -190,6 +191,17 @@ TEST_F(crash_writers_test, one_edit_between_two_calls_of_another) {
         return ipr_del_range_from_file(crash_dir, "ranges", "10.1.0.0", "10.1.0.9", nullptr) == 1 &&
                ipr_add(crash_dir, "ranges", entry, entry, "x", nullptr) == 1;
     };
+    const auto add_many_to_list = [](const char *entry) {
+        list_addition all[] = {{entry, {}}, {"b", {}}};
+        return !vc_add_entries(crash_dir, "list", all, 2);
+    };
+    const auto add_many_to_ranges = [](const char *entry) {
+        const auto last = static_cast<unsigned char>(entry[strlen(entry) - 1] - '0');
+        const uint32_t one = address({192, 0, 2, last});
+        range_addition all[] = {{{one, one}, {}},
+                                {{address({10, 8, 0, 0}), address({10, 8, 0, 1})}, {}}};
+        return ipr_add_all(crash_dir, "ranges", all, 2, "x", nullptr) == 1;
+    };
     const auto in_list = [](const char *entry) {
         return __file_contains_line(crash_dir, "list", entry, _stricmp) == 1;
     };
@@ -202,6 +214,8 @@ TEST_F(crash_writers_test, one_edit_between_two_calls_of_another) {
     } cases[] = {
         {"list", add_to_list, add_to_list, in_list},
         {"ranges", add_to_ranges, remove_and_add, in_ranges},
+        {"many to the list", add_many_to_list, add_to_list, in_list},
+        {"many to the ranges", add_many_to_ranges, remove_and_add, in_ranges},
     };
     for (const auto &c : cases) {
         bool refused = false;

@@ -2,6 +2,7 @@
 // the new one.
 #include <functional>
 
+#include "../matching/range_bytes.h"
 #include "fault_sweep.h"
 #include "platform/file.h"
 #include "quillfence-file.h"
@@ -77,6 +78,15 @@ TEST_F(faults_editors, adding_an_entry) {
               100u);
 }
 
+TEST_F(faults_editors, adding_many) {
+    EXPECT_GT(sweep_list("a\nb\n", "a\nb\nd\nc\n",
+                         [] {
+                             list_addition all[] = {{"d", {}}, {"b", {}}, {"c", {}}};
+                             return vc_add_entries(dir, "list", all, 3);
+                         }),
+              100u);
+}
+
 TEST_F(faults_editors, adding_a_comment) {
     EXPECT_GT(sweep_list("a\nb\n", "a\n\tnew\nb\n",
                          [] { return vc_add_entry(dir, "list", "a", "new", _stricmp); }),
@@ -149,6 +159,17 @@ TEST_F(faults_ranges, adding) {
     EXPECT_GT(sweep_ranges(
                   old_bytes, "12-", "123",
                   [] { return ipr_add(dir, "ranges", "10.3.0.0", "10.3.0.9", "three", nullptr); }),
+              50u);
+}
+
+TEST_F(faults_ranges, adding_many) {
+    EXPECT_GT(sweep_ranges(old_bytes, "12-", "123",
+                           [] {
+                               range_addition all[] = {
+                                   {{address({10, 3, 0, 0}), address({10, 3, 0, 9})}, {}},
+                                   {{address({10, 4, 0, 0}), address({10, 4, 0, 9})}, {}}};
+                               return ipr_add_all(dir, "ranges", all, 2, "three", nullptr);
+                           }),
               50u);
 }
 

@@ -117,6 +117,12 @@ TEST_F(memory_matching, lists) {
         {"vc_add_entry", have_files,
          [] { return !vc_add_entry(dir, "list", "c@c.example", nullptr, _stricmp); },
          files_as_before},
+        {"vc_add_entries", have_files,
+         [] {
+             list_addition all[] = {{"c@c.example", {}}, {"d@d.example", {}}};
+             return !vc_add_entries(dir, "list", all, 2);
+         },
+         files_as_before},
         // An opposite list that there is no memory to read counts as one without the entry.
         {"vc_add_entry, opposite",
          [] {
@@ -160,6 +166,15 @@ TEST_F(memory_matching, ranges) {
          [] { return ipr_add(dir, "ranges", "10.3.0.1", "10.3.0.2", "z", &it.error) == 1; },
          [] {
              EXPECT_STREQ(it.error, range_open_failed);
+             files_as_before();
+         }},
+        {"ipr_add_all", have_files,
+         [] {
+             range_addition all[] = {{{0x0100030A, 0x0100030A}, {}}}; // 10.3.0.1
+             return ipr_add_all(dir, "ranges", all, 1, "z", &it.error) == 1;
+         },
+         [] {
+             EXPECT_NE(it.error, nullptr);
              files_as_before();
          }},
         {"ipr_del_range_from_file", have_files,

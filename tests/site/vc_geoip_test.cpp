@@ -2,6 +2,7 @@
 
 #include <fstream>
 #include <iterator>
+#include <regex>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -122,6 +123,47 @@ TEST_F(vc_geoip, bad_arguments_give_null) {
     EXPECT_EQ(__vc_get_country_code(nullptr, "192.0.2.1"), nullptr);
     EXPECT_EQ(__vc_get_country_code(database, ""), nullptr);
     EXPECT_EQ(log.errors(), lines(2, "__vc_get_country_code: Invalid argument"));
+}
+
+// The page's rows: | `address` ... | `answer` | ERROR line |
+TEST_F(vc_geoip, the_table_of_the_page) {
+    std::ifstream page(QF_COUNTRY_PAGE);
+    const std::regex row("^\\| `([^`]+)`[^|]*\\| `([^`]+)` \\| (?:(.+) )?\\|$");
+    int rows = 0;
+    for (std::string line; std::getline(page, line);) {
+        std::smatch found;
+        if (std::regex_match(line, found, row)) {
+            ++rows;
+            EXPECT_EQ(code_of(database, found[1].str().c_str()), found[2].str()) << line;
+            const lines want =
+                found[3].matched ? lines{"__vc_get_country_code: " + found[3].str()} : lines{};
+            EXPECT_EQ(log.errors(), want) << line;
+        }
+    }
+    EXPECT_EQ(rows, 7);
+}
+
+// As the page shows the line.
+TEST_F(vc_geoip, the_line_of_the_page) {
+    std::ifstream page(QF_COUNTRY_PAGE);
+    std::string shown;
+    for (std::string line; shown.empty() && std::getline(page, line);) {
+        shown = line.starts_with("    __vc") ? line.substr(4) : "";
+    }
+    EXPECT_EQ(code_of("c:/quillfence/geo/missing.mmdb", "192.0.2.1"), "**");
+    EXPECT_EQ(log.errors(), lines{shown});
+}
+
+// A new file counts from the next question on.
+TEST_F(vc_geoip, a_replaced_database_is_asked_at_once) {
+    EXPECT_EQ(code_of(database, "192.0.2.1"), "DE");
+    std::string other = country_database();
+    other.replace(other.find("\x42"
+                             "DE") +
+                      1,
+                  2, "AT");
+    drive.write(database, other);
+    EXPECT_EQ(code_of(database, "192.0.2.1"), "AT");
 }
 
 // Whatever is broken, the answer is a code or the catch-all, never a crash.

@@ -5,7 +5,7 @@
     package_test.py windows BUILD SOURCE CPACK LAUNCHER
 
 The .deb is unpacked into a folder and its program run from there; nothing is installed. The zip is
-unpacked on drive c: of a fresh Wine prefix.
+unpacked on drive c: of a fresh Wine prefix, where the MSI is installed, too.
 """
 
 import os
@@ -27,6 +27,9 @@ BUILD, SOURCE = Path(sys.argv[2]), Path(sys.argv[3])
 CPACK, *LAUNCHER = sys.argv[4:]
 
 SOURCE_KEY = r"HKLM\SYSTEM\CurrentControlSet\Services\EventLog\Application\Quillfence"
+OUR_KEY = r"HKLM\SOFTWARE\Quillfence"
+PATH_KEY = r"HKLM\SYSTEM\CurrentControlSet\Control\Session Manager\Environment"
+INSTALLED_KEY = r"HKLM\SOFTWARE\Microsoft\Windows\CurrentVersion\Uninstall"
 EVENT = 0x40020100
 RT_MESSAGETABLE = 11
 
@@ -70,6 +73,11 @@ def make_package(folder, ending):
     if len(found) != 1:
         sys.exit(f"cpack made {found}")
     return found[0]
+
+
+def files_in(folder):
+    return {str(path.relative_to(folder)): path.read_bytes() for path in folder.rglob("*")
+            if path.is_file()}
 
 
 def files_of_tree(folder, *patterns):
@@ -224,7 +232,7 @@ class PortableExecutable:
         return None
 
 
-class Zip(PackageTest):
+class Windows(PackageTest):
     @classmethod
     def setUpClass(cls):
         super().setUpClass()
@@ -233,7 +241,8 @@ class Zip(PackageTest):
         if status:
             sys.exit(f"Wine does not start: {stderr}")
         cls.drive = cls.folder / "prefix" / "drive_c"
-        cls.program_folder = cls.drive / "Program Files" / "Quillfence"
+        # Not where the MSI goes by itself, but with a blank as well.
+        cls.program_folder = cls.drive / "Program Files" / "Quillfence zip"
         with zipfile.ZipFile(cls.package) as archive:
             archive.extractall(cls.folder / "zip")
         top, = (cls.folder / "zip").iterdir()
@@ -242,6 +251,7 @@ class Zip(PackageTest):
     @classmethod
     def tearDownClass(cls):
         cls.wine("wineboot", "--kill")
+        cls.wine("--server", "-w")  # which writes the registry down when it ends
         super().tearDownClass()
 
     @classmethod
@@ -249,15 +259,30 @@ class Zip(PackageTest):
         return run(*LAUNCHER, *command, env=cls.wine_environment, cwd=cwd)
 
     def script(self, name):
-        return self.wine("cmd", "/c", rf"C:\Program Files\Quillfence\{name}")
+        return self.wine("cmd", "/c", rf"C:\Program Files\Quillfence zip\{name}")
 
-    def registered(self):
-        """The values of the event source's key; None when there is none."""
-        status, stdout, _ = self.wine("reg", "query", SOURCE_KEY)
+    def values(self, key, *options):
+        """The values of a key of the registry; None when there is none."""
+        status, stdout, _ = self.wine("reg", "query", key, *options)
         if status:
             return None
         return {name: data for name, data in
                 re.findall(r"^ +(\w+) +REG_\w+ +(.*?)\s*$", stdout, re.MULTILINE)}
+
+    def registered(self):
+        return self.values(SOURCE_KEY)
+
+    def file_of(self, name):
+        self.assertRegex(name, r"^[Cc]:\\")
+        return self.drive / name[3:].replace("\\", "/")
+
+    def assert_source_is(self, folder):
+        values = self.registered()
+        self.assertEqual(values, {"EventMessageFile": folder + "quillfence-replayer.exe",
+                                  "TypesSupported": "0x7"})
+        # What the Event Viewer does: it looks the event's number up in the registered file.
+        program = PortableExecutable(self.file_of(values["EventMessageFile"]).read_bytes())
+        self.assertEqual(program.message(EVENT).rstrip("\r\n"), "%1: %2")
 
     def test_contents(self):
         found = {str(path.relative_to(self.program_folder))
@@ -279,14 +304,7 @@ class Zip(PackageTest):
         status, stdout, _ = self.script("install.cmd")
         self.assertEqual(status, 0, stdout)
         self.assertIn("The event source Quillfence is registered.", stdout)
-        values = self.registered()
-        self.assertEqual(values, {
-            "EventMessageFile": r"C:\Program Files\Quillfence\quillfence-replayer.exe",
-            "TypesSupported": "0x7"})
-        # What the Event Viewer does: it looks the event's number up in the registered file.
-        file = self.drive / values["EventMessageFile"][3:].replace("\\", "/")
-        text = PortableExecutable(file.read_bytes()).message(EVENT)
-        self.assertEqual(text.rstrip("\r\n"), "%1: %2")
+        self.assert_source_is("C:\\Program Files\\Quillfence zip\\")
 
         status, stdout, _ = self.script("uninstall.cmd")
         self.assertEqual(status, 0, stdout)
@@ -308,7 +326,7 @@ class Zip(PackageTest):
         configuration = self.drive / "quillfence"
         shutil.copytree(self.program_folder / "examples" / "drive_c" / "quillfence", configuration)
         try:
-            got = self.wine(r"C:\Program Files\Quillfence\quillfence-replayer.exe", *arguments)
+            got = self.wine(r"C:\Program Files\Quillfence zip\quillfence-replayer.exe", *arguments)
         finally:
             shutil.rmtree(configuration)
         self.assertEqual(got, (0, shown, ""))
@@ -316,21 +334,118 @@ class Zip(PackageTest):
     def test_the_program_explains_the_sample(self):
         arguments, shown = explained()
         status, stdout, stderr = self.wine(
-            r"C:\Program Files\Quillfence\quillfence.exe", "explain", "--drive-c",
-            r"C:\Program Files\Quillfence\examples\drive_c", *arguments)
+            r"C:\Program Files\Quillfence zip\quillfence.exe", "explain", "--drive-c",
+            r"C:\Program Files\Quillfence zip\examples\drive_c", *arguments)
         self.assertEqual((status, stderr), (0, ""))
         self.assertEqual(stdout[:len(shown)], shown)
 
+    # --- the MSI ---
+
+    INSTALL = r"/i \S+ /qn"
+    INSTALL_AS_CHOSEN = r"/i .* ADDLOCAL=.*"
+    REMOVE = r"/x \S+ /qn"
+
+    def msi(self):
+        return self.package.with_suffix(".msi")
+
+    def other_msi(self, name, version):
+        """One with little in it."""
+        folder = self.folder / name
+        folder.mkdir()
+        shutil.copy(self.program_folder / "quillfence-replayer.exe", folder)
+        (folder / "README.md").write_text(f"This is {name}.\n")
+        (folder / f"{name}.txt").write_text("Nothing else has this file.\n")
+        package = self.folder / f"{name}.msi"
+        maker = SOURCE / "packaging/windows/make_packages.py"
+        status, _, stderr = run(sys.executable, "-B", str(maker), "--strip", "true", "--version",
+                                version, str(folder), str(package.with_suffix(".zip")),
+                                str(package))
+        self.assertEqual(status, 0, stderr)
+        return package
+
+    def page(self, command, package):
+        """Does what docs/windows.md says with the MSI. The exit status."""
+        page = (SOURCE / "docs/windows.md").read_text()
+        line, = re.findall(rf"^    C:\\> (start /wait msiexec {command})$", page, re.MULTILINE)
+        self.assertIn(self.msi().name, line, "the page's version is old")
+        script = package.with_suffix(".cmd")
+        script.write_text(line.replace(self.msi().name, package.name))
+        return self.wine("cmd", "/c", script.name, cwd=package.parent)[0]
+
+    def versions(self):
+        """Those that the list of installed programs shows."""
+        _, stdout, _ = self.wine("reg", "query", INSTALLED_KEY, "/s")
+        return [re.search(r"DisplayVersion +REG_SZ +(\S+)", product).group(1)
+                for product in stdout.split("\nHKEY") if "REG_SZ    Quillfence" in product]
+
+    def search_path(self):
+        return self.values(PATH_KEY, "/v", "PATH")["PATH"]
+
+    def test_a_checksum_lies_beside_the_msi(self):
+        written = Path(str(self.msi()) + ".sha256").read_text().split()
+        self.assertEqual(written, [run("sha256sum", str(self.msi()))[1].split()[0],
+                                   self.msi().name])
+
+    def test_the_msi_installs_what_the_zip_has_and_removes_it(self):
+        configuration = self.drive / "quillfence"
+        configuration.mkdir()
+        self.addCleanup(shutil.rmtree, configuration)
+        (configuration / "from_blacklist").write_text("bob@x.example\n")
+
+        self.assertEqual(self.page(self.INSTALL, self.msi()), 0)
+        folder = self.drive / "Program Files" / "Quillfence"
+        self.assertEqual(files_in(folder), {name: data for name, data
+                                            in files_in(self.program_folder).items()
+                                            if not name.endswith(".cmd")})
+        self.assert_source_is("C:\\Program Files\\Quillfence\\")
+        self.assertNotIn("quillfence", self.search_path(), "nobody has asked for it")
+        arguments, shown = explained()
+        status, stdout, _ = self.wine(
+            r"C:\Program Files\Quillfence\quillfence.exe", "explain", "--drive-c",
+            r"C:\Program Files\Quillfence\examples\drive_c", *arguments)
+        self.assertEqual((status, stdout[:len(shown)]), (0, shown))
+
+        (folder / "notes.txt").write_text("whose?\n")
+        self.assertEqual(self.page(self.REMOVE, self.msi()), 0)
+        self.assertEqual(files_in(folder), {"notes.txt": b"whose?\n"})
+        self.assertEqual((self.registered(), self.values(OUR_KEY), self.versions()),
+                         (None, None, []))
+        self.assertEqual(files_in(configuration), {"from_blacklist": b"bob@x.example\n"})
+
+    def test_an_msi_takes_the_place_of_an_older_one(self):
+        folder = self.drive / "mail tools"
+        steps = [("first", "1.2.3", self.INSTALL_AS_CHOSEN), ("rebuilt", "1.2.3", self.INSTALL),
+                 ("newer", "1.10.0", self.INSTALL)]
+        packages = {name: self.other_msi(name, version) for name, version, _ in steps}
+        for name, version, command in steps:
+            self.assertEqual(self.page(command, packages[name]), 0, name)
+            self.assertEqual(self.versions(), [version])
+            found = files_in(folder)
+            self.assertEqual(set(found), {"quillfence-replayer.exe", "README.md", f"{name}.txt"})
+            self.assertEqual(found["README.md"].decode(), f"This is {name}.\n")
+            self.assert_source_is("C:\\mail tools\\")
+            if name == "first":
+                self.assertIn("C:\\mail tools\\", self.search_path())
+            (folder / "README.md").write_text("Edited where it should not be.\n")
+        self.assertTrue((self.folder / "install.log").exists())
+        self.assertNotEqual(self.page(self.INSTALL, packages["first"]), 0, "an older one")
+        self.assertEqual(self.versions(), ["1.10.0"])
+        self.assertEqual(self.page(self.REMOVE, packages["newer"]), 0)
+        self.assertFalse(folder.exists())
+        self.assertEqual((self.registered(), self.versions()), (None, []))
+        self.assertNotIn("mail tools", self.search_path())
+
 
 def missing_tools():
-    tools = ["sha256sum"] + (["dpkg-deb", "dpkg-shlibdeps"] if KIND == "linux" else [])
+    tools = ["sha256sum"] + {"linux": ["dpkg-deb", "dpkg-shlibdeps"],
+                             "windows": ["wixl", "msibuild"]}[KIND]
     return [tool for tool in tools if not shutil.which(tool)]
 
 
 def main():
     if missing_tools():
         unable("there is no " + ", ".join(missing_tools()))
-    wanted = {"linux": Deb, "windows": Zip}[KIND]
+    wanted = {"linux": Deb, "windows": Windows}[KIND]
     suite = unittest.defaultTestLoader.loadTestsFromTestCase(wanted)
     result = unittest.TextTestRunner(verbosity=2).run(suite)
     return 0 if result.wasSuccessful() else 1

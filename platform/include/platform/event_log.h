@@ -1,10 +1,10 @@
 // The system's event log: the Windows event log, or syslog(3) on Linux (facility mail; success is
-// its level info). There, QUILLFENCE_EVENT_LOG names a file ("-" is standard error) to which each
+// its level info). On both, QUILLFENCE_EVENT_LOG names a file ("-" is standard error) to which each
 // event is appended as one line "<type> <ident>: <message>" instead, with the type "error",
-// "warning" or "success". A line has at most 4094 characters; line ends in it become blanks. What
-// syslog or the file does not take (no daemon listens, as in a container; a full disk) goes to
-// standard error in the same form. So do all events when the file can't be opened, behind one line
-// that says so.
+// "warning" or "success". A line has at most 4094 characters and ends in LF; line ends in it become
+// blanks. What syslog or the file does not take (no daemon listens, as in a container; a full disk)
+// goes to standard error in the same form. So do all events when the file can't be opened, behind
+// one line that says so.
 #pragma once
 
 #include <cstdint>

@@ -42,8 +42,12 @@ struct file_options {
                          // so that those of several processes never mix
     bool lock = false;   // no other writing open while this one lives (error 32); on Linux an
                          // advisory lock, which excludes other locked opens alone
-    bool of_owner = false; // when it is made, nobody but its owner may read it; on Windows its
-                           // folder's rights hold
+    bool among_writers = false; // for writing: while this one lives nobody gets a `lock`, and while
+                                // somebody has one, error 32. On Linux an advisory lock, and the
+                                // system's error where it has none for this file (NFS refuses it
+                                // to `append`); on Windows so are all that write
+    bool of_owner = false;      // when it is made, nobody but its owner may read it; on Windows its
+                                // folder's rights hold
     disposition when = disposition::open_existing;
 };
 
@@ -153,6 +157,7 @@ bool stream_is_terminal(FILE *stream);
 // The process's standard input and output as files.
 file_handle file_standard_input();
 file_handle file_standard_output();
+file_handle file_standard_error();
 
 // For a program's first line: the standard streams carry bytes as they are, and a reader that has
 // gone away makes a write fail instead of ending the program. On Linux a closed standard error

@@ -198,6 +198,12 @@ TEST_F(data_tool, verify_tells_names_that_differ_in_letter_case) {
                   "c:/quillfence/From_Whitelist: warning: is not read: from_whitelist is there as "
                   "well, and differs in letter case alone\n"),
               std::string::npos);
+    ::testing::internal::CaptureStdout();
+    run_program({"verify", "--json", "c:/quillfence"});
+    EXPECT_NE(::testing::internal::GetCapturedStdout().find(
+                  "{\"id\":\"name-in-other-letters\",\"severity\":\"warning\","
+                  "\"path\":\"From_Whitelist\""),
+              std::string::npos);
 }
 
 } // namespace

@@ -1,11 +1,14 @@
 // A log whose writer is killed at each of its system calls in turn, one that meets a limit, and one
 // that several write.
 #include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <iterator>
 #include <string>
+#include <thread>
 
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -48,6 +51,85 @@ TEST_F(decision_log_kill, what_was_written_is_whole_and_stays) {
     EXPECT_FALSE(killed);
     EXPECT_TRUE(some);
 }
+
+// --- a torn line is cut off ---------------------------------------------------------------------
+
+constexpr char torn[] = R"({"schema":"quillfence.decision/1","id":"7","time":"20)";
+
+TEST_F(decision_log_kill, while_it_cuts_a_torn_line_off) {
+    bool killed = true;
+    int uncut = 0;
+    int cut = 0;
+    for (unsigned n = 1; killed && n < 200; ++n) {
+        SCOPED_TRACE("killed at call " + std::to_string(n));
+        drive.write(path, std::string("one\n") + torn);
+        killed = killed_at(n, "log", [] { decision_log().open(path); });
+        const std::string left = drive.read(path);
+        ++(left == "one\n" ? cut : uncut);
+        EXPECT_TRUE(left == "one\n" || left == std::string("one\n") + torn) << left;
+        decision_log next;
+        ASSERT_EQ(next.open(path), 0u);
+        EXPECT_EQ(next.write("next\n"), 0u);
+        EXPECT_EQ(drive.read(path), "one\nnext\n");
+    }
+    EXPECT_FALSE(killed);
+    EXPECT_GT(uncut, 5);
+    EXPECT_GT(cut, 2);
+}
+
+// Another one comes at any moment: what it was told to be in the log is there, whole.
+TEST_F(decision_log_kill, another_log_is_opened_meanwhile) {
+    bool paused = true;
+    int refused = 0;
+    for (unsigned n = 1; paused && n < 200; ++n) {
+        SCOPED_TRACE("call " + std::to_string(n));
+        drive.write(path, std::string("one\n") + torn);
+        std::string written;
+        paused = paused_at(
+            n,
+            [] {
+                decision_log opened;
+                opened.open(path);
+                opened.write("theirs\n");
+            },
+            [&] {
+                decision_log opened;
+                if (opened.open(path)) {
+                    ++refused; // nothing is written while somebody cuts
+                } else if (!opened.write("ours\n")) {
+                    written = "ours\n";
+                }
+            });
+        const std::string text = drive.read(path);
+        const auto has_line = [&text](const std::string &line) {
+            return ("\n" + text).find("\n" + line) != std::string::npos;
+        };
+        EXPECT_TRUE(has_line("one\n") && has_line(written) && has_line("theirs\n")) << text;
+    }
+    EXPECT_FALSE(paused);
+    EXPECT_GT(refused, 2);
+}
+
+// An older one that holds no lock is none of these; one that is alive does, and so nothing is cut.
+TEST_F(decision_log_kill, a_living_writer_keeps_its_unfinished_line) {
+    drive.write(path, "");
+    const child_process writer([] {
+        decision_log opened;
+        opened.open(path);
+        opened.write(torn); // without its end: the rest is on its way
+        pause();
+    });
+    const auto soon = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (drive.read(path) != torn && std::chrono::steady_clock::now() < soon) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    decision_log opened;
+    EXPECT_EQ(opened.open(path), 0u);
+    EXPECT_EQ(opened.cut(), 0u);
+    EXPECT_EQ(drive.read(path), torn);
+}
+
+// --- a limit, and several writers ---------------------------------------------------------------
 
 // While one lives, files grow to so many bytes.
 class file_limit {
