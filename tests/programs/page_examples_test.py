@@ -62,7 +62,7 @@ TESTS = "is a part of what runs this test"
 WINDOWS = "no Windows shell runs here; the programs and options are looked up"
 CLUSTER = "scale_test.py runs it"
 MEASURES = "measures for minutes"
-SERVICE = "serves mail servers; policyd_postfix_test.py and its neighbours run it"
+SERVICE = "serves mail servers; policyd_check_dns_test.py and its neighbours run it"
 
 # Programs that commands run here; a command with another one needs a row in NOT_RUN.
 RUNNABLE = {*PROGRAMS, "./cases", "./explain", "./replay", "cat", "cp", "echo", "exit", "export",
