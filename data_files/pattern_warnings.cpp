@@ -220,7 +220,8 @@ static bool is_anchor(int32_t type) {
 }
 
 // Whether "^" stands at the beginning alone, "$" at the end, and ".*" nowhere but between these
-// two: then there are names that match. Most patterns are like this.
+// two. Most patterns are like this, and match something (but for an empty class, which has a
+// warning).
 static bool has_anchors_in_place(const TRex &expression) {
     int32_t in_place = 0;
     const int32_t first = expression.nodes[0].left;
