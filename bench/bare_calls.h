@@ -64,6 +64,23 @@ inline int connect_to_port(const char *ipv4, uint16_t port) {
     close(made);
     return -1;
 }
+// A socket that others connect to; -1 when it can't be made.
+inline int listen_at_path(const char *path) {
+    sockaddr_un here{};
+    here.sun_family = AF_UNIX;
+    strncpy(here.sun_path, path, sizeof here.sun_path - 1);
+    unlink(path);
+    const int made = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (bind(made, reinterpret_cast<const sockaddr *>(&here), sizeof here) == 0 &&
+        chmod(path, 0666) == 0 && listen(made, SOMAXCONN) == 0)
+        return made;
+    close(made);
+    return -1;
+}
+// -1 for a failure.
+inline int accept_from(int listening) {
+    return accept4(listening, nullptr, nullptr, SOCK_CLOEXEC);
+}
 inline bool send_all(int socket, const void *bytes, size_t size) {
     return send(socket, bytes, size, MSG_NOSIGNAL) == static_cast<ssize_t>(size);
 }

@@ -4,9 +4,9 @@
 //
 //     bytes --receive--> request_splitter --hand over--> handler --answer--> socket
 //
-// One thread, the server's, calls what stands below "the server's thread". An answer may come on
-// any thread, at any time, also when the connection or the server has gone. It is sent by the
-// thread it comes on; the server's is woken only when there is more to do.
+// One thread at a time, the server's, calls what stands below "the server's thread". An answer may
+// come on any thread, at any time, also when the connection or the server has gone. It is sent by
+// the thread it comes on; the server's is woken only when there is more to do.
 #pragma once
 
 #include <chrono>

@@ -87,20 +87,26 @@ class request_queue {
         one->next = nullptr;
         (last_ ? last_->next : first_) = one;
         last_ = one;
+        ++count_;
     }
     request *take() {
         request *const one = first_;
         if (one) {
             first_ = one->next;
             last_ = first_ ? last_ : nullptr;
+            --count_;
         }
         return one;
     }
     bool empty() const {
         return !first_;
     }
+    size_t count() const {
+        return count_;
+    }
 
   private:
+    size_t count_ = 0;
     request *first_ = nullptr;
     request *last_ = nullptr;
 };

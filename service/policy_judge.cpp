@@ -47,13 +47,16 @@ class policy_judge::core : public std::enable_shared_from_this<policy_judge::cor
 
     void start();
     void stop() noexcept;
-    void take_on(std::string text, answer_function answer) noexcept;
+    // Nobody is woken for it when it shall be begun by begin_all().
+    void take_on(std::string text, answer_function answer, bool at_once) noexcept;
     void answer_overdue() noexcept;
 
     // --- for workers ---
 
     // The next one to look at; null at the end.
     request *next();
+    // Sees to it that all are begun: one by the caller, when it wants one and there is one.
+    request *share_out(bool wants_one) noexcept;
     // The request has been put aside, and shall be looked at again.
     void resume(request &one) noexcept;
     // It has been answered: it is no longer outstanding. It may be gone then.
@@ -73,7 +76,7 @@ class policy_judge::core : public std::enable_shared_from_this<policy_judge::cor
     const policy_judge_options options;
 
   private:
-    bool admit(const request_ptr &one);
+    bool admit(const request_ptr &one, bool at_once);
     void watch_deadlines();
     void watch_deadline(std::unique_lock<std::mutex> &guard);
     const request *oldest_waiting() const;
@@ -123,7 +126,7 @@ void policy_judge::core::pass(request &one, doubt why, std::string_view text) no
 }
 
 // False when there are too many, or it is the end.
-bool policy_judge::core::admit(const request_ptr &one) {
+bool policy_judge::core::admit(const request_ptr &one, bool at_once) {
     const std::lock_guard guard(lock_);
     if (stops_ || outstanding_.count() >= options.most_outstanding) {
         return false;
@@ -131,13 +134,13 @@ bool policy_judge::core::admit(const request_ptr &one) {
     one->number = ++numbered_;
     outstanding_.add(one);
     queue_.put(one.get());
-    if (idle_ > 0) {
+    if (at_once && idle_ > 0) {
         work_.notify_one();
     }
     return true;
 }
 
-void policy_judge::core::take_on(std::string text, answer_function answer) noexcept {
+void policy_judge::core::take_on(std::string text, answer_function answer, bool at_once) noexcept {
     request_ptr one;
     try {
         one = std::make_shared<request>();
@@ -150,7 +153,7 @@ void policy_judge::core::take_on(std::string text, answer_function answer) noexc
     one->text = std::move(text);
     one->answer = std::move(answer);
     one->came = options.now();
-    if (!admit(one)) {
+    if (!admit(one, at_once)) {
         pass(*one, doubt::overload, "requests were passed: too many are outstanding");
     }
 }
@@ -161,6 +164,15 @@ request *policy_judge::core::next() {
     work_.wait(guard, [this] { return stops_ || !queue_.empty(); });
     --idle_;
     return stops_ ? nullptr : queue_.take();
+}
+
+request *policy_judge::core::share_out(bool wants_one) noexcept {
+    const std::lock_guard guard(lock_);
+    request *const own = wants_one && !stops_ ? queue_.take() : nullptr;
+    for (size_t i = std::min<size_t>(queue_.count(), idle_); i > 0; --i) {
+        work_.notify_one();
+    }
+    return own;
 }
 
 void policy_judge::core::resume(request &one) noexcept {
@@ -288,6 +300,7 @@ class judging_thread {
   public:
     explicit judging_thread(const std::shared_ptr<policy_judge::core> &of);
     void work();
+    void look_at_one(request &one) noexcept;
 
   private:
     void look_at(request &one) noexcept;
@@ -321,11 +334,15 @@ judging_thread::judging_thread(const std::shared_ptr<policy_judge::core> &of) : 
 }
 
 void judging_thread::work() {
+    while (request *const one = all_->next()) {
+        look_at_one(*one);
+    }
+}
+
+void judging_thread::look_at_one(request &one) noexcept {
     vc_log_listener silence = {drop_line};
     vc_set_thread_log_listener(&silence);
-    while (request *const one = all_->next()) {
-        look_at(*one);
-    }
+    look_at(one);
     vc_set_thread_log_listener(nullptr);
 }
 
@@ -527,7 +544,8 @@ void policy_judge::core::stop() noexcept {
     }
 }
 
-policy_judge::policy_judge(const policy_judge_options &with) : core_(std::make_shared<core>(with)) {
+policy_judge::policy_judge(const policy_judge_options &with)
+    : core_(std::make_shared<core>(with)), own_(std::make_unique<judging_thread>(core_)) {
     try {
         core_->start();
     } catch (...) {
@@ -541,7 +559,17 @@ policy_judge::~policy_judge() {
 }
 
 void policy_judge::judge(std::string request, answer_function answer) noexcept {
-    core_->take_on(std::move(request), std::move(answer));
+    core_->take_on(std::move(request), std::move(answer), true);
+}
+
+void policy_judge::take_on(std::string request, answer_function answer) noexcept {
+    core_->take_on(std::move(request), std::move(answer), false);
+}
+
+void policy_judge::begin_all(bool here) noexcept {
+    if (request *const one = core_->share_out(here)) {
+        own_->look_at_one(*one);
+    }
 }
 
 void policy_judge::answer_overdue() noexcept {

@@ -28,6 +28,8 @@
 
 namespace quillfence::service {
 
+class judging_thread;
+
 struct policy_judge_options {
     const live_configuration *configuration = nullptr; // borrowed, as all that is pointed to
     enforcement how{};
@@ -63,6 +65,12 @@ class policy_judge {
     // thread, perhaps before this returns; it does not call back.
     void judge(std::string request, answer_function answer) noexcept;
 
+    // The same in two steps, for a thread that may have several: what was taken on is begun by the
+    // next begin_all(). That leaves all to the judge's threads but one, which it judges itself
+    // (`here`, for one thread at a time), so that a single request costs no change of threads.
+    void take_on(std::string request, answer_function answer) noexcept;
+    void begin_all(bool here) noexcept;
+
     // Answers what is beyond its deadline. A thread of the judge does so in time; for tests with a
     // clock of their own.
     void answer_overdue() noexcept;
@@ -74,7 +82,8 @@ class policy_judge {
     class core; // of policy_judge.cpp
 
   private:
-    std::shared_ptr<core> core_; // DNS answers may come when the judge is gone
+    std::shared_ptr<core> core_;          // DNS answers may come when the judge is gone
+    std::unique_ptr<judging_thread> own_; // of whoever begins all here
 };
 
 } // namespace quillfence::service

@@ -4,6 +4,8 @@
 #include <cstring>
 #include <new>
 #include <string>
+#include <system_error>
+#include <thread>
 #include <utility>
 
 #include "platform/interruption.h"
@@ -57,16 +59,83 @@ uint32_t policy_server::run(listeners &from) {
     if (options_.ready) {
         options_.ready();
     }
-    while (!is_over()) {
+    std::thread other;
+    if (options_.judge_here) {
         try {
-            take_turn(from);
-        } catch (const std::bad_alloc &) {
-            failed_.tell(event_severity::error, no_memory, now_);
+            other = std::thread([this, &from] { stand_by(from); });
+        } catch (const std::system_error &) {
+            return platform::error_not_enough_memory;
         }
+    }
+    lead(from);
+    if (other.joinable()) {
+        {
+            const std::lock_guard guard(by_lock_);
+            is_over_ = true;
+            by_.notify_one();
+        }
+        other.join();
     }
     forget_all();
     return 0;
 }
+
+void policy_server::try_turn(listeners &from) {
+    try {
+        take_turn(from);
+    } catch (const std::bad_alloc &) {
+        failed_.tell(event_severity::error, no_memory, now_);
+    }
+}
+
+void policy_server::lead(listeners &from) {
+    std::unique_lock turn(turns_);
+    while (!is_over()) {
+        try_turn(from);
+        if (options_.judge_here) {
+            judges_since_ = now_.time_since_epoch().count();
+            turn.unlock();
+            options_.judge_here(true);
+            judges_since_ = 0;
+            if (stands_in_) {
+                platform::watcher_wake(watcher_);
+            }
+            turn.lock();
+        }
+    }
+}
+
+// --- the other thread ---------------------------------------------------------------------------
+
+// Whether the thread that leads has judged for too long.
+bool policy_server::is_kept() const {
+    const clock::rep since = judges_since_;
+    return since && clock::now().time_since_epoch() >= clock::duration(since) + options_.kept;
+}
+
+void policy_server::stand_by(listeners &from) {
+    std::unique_lock guard(by_lock_);
+    while (!by_.wait_for(guard, options_.kept, [this] { return is_over_; })) {
+        if (is_kept()) {
+            guard.unlock();
+            stand_in(from);
+            guard.lock();
+        }
+    }
+}
+
+// Until the other one is back, who wakes it up then.
+void policy_server::stand_in(listeners &from) {
+    const std::lock_guard turn(turns_);
+    stands_in_ = true;
+    while (judges_since_ && !is_over()) {
+        try_turn(from);
+        options_.judge_here(false);
+    }
+    stands_in_ = false;
+}
+
+// --- a turn -------------------------------------------------------------------------------------
 
 void policy_server::take_turn(listeners &from) {
     watched_event events[most_events];

@@ -1,6 +1,10 @@
 // Serves mail servers by Postfix's policy delegation protocol: takes connections and requests, and
 // sends the replies. It knows nothing of what is in them. One thread waits for all of them.
 //
+// That thread may judge, too, between two turns (options.judge_here): a single request then costs
+// no change of threads. When it does not come back from there, another thread takes its place until
+// it does, so that a judgement that is slow, or a disk that does not answer, stops nobody else.
+//
 // What a client can cost: of connections there are so many; each holds one request that is judged,
 // one that is not whole and what was read in one go behind them (80 KiB together) and one reply. A
 // client that ends costs its judgement, whose reply goes nowhere. What is told of clients, is told
@@ -12,8 +16,10 @@
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <unordered_map>
 #include <vector>
 
@@ -29,10 +35,15 @@ struct policy_server_options {
     std::chrono::milliseconds idle = std::chrono::seconds(600);  // without a request or its answer
     std::chrono::milliseconds slow = std::chrono::seconds(30);   // without taking a reply
     std::chrono::milliseconds ending = std::chrono::seconds(10); // at the end, for what is judged
+    // After each turn, in which requests may have been handed over. `here`: the caller may judge,
+    // and is waited for; else he must not be kept. Never by two threads at once with the same
+    // value.
+    std::function<void(bool here)> judge_here{};
+    std::chrono::milliseconds kept = std::chrono::milliseconds(500); // there, until another serves
     std::function<void()> ready{};                 // connections are taken from now on
     std::function<void()> reopen{};                // a hang-up came (platform/service_signals.h)
     std::function<void()> stopping{};              // none is taken any more
-    std::function<void(connection_event)> count{}; // on the server's thread
+    std::function<void(connection_event)> count{}; // never by two threads at once
 };
 
 class policy_server {
@@ -47,7 +58,7 @@ class policy_server {
     // Serves until stop(), or an interruption is noted (platform/interruption.h). Then nothing is
     // accepted any more and the listeners are closed; whoever is being judged gets his answer
     // within options.ending; what had arrived by then counts. 0, or a Win32 error number when there
-    // is no way to wait.
+    // is no way to wait, or no thread.
     uint32_t run(listeners &from);
     // Safe from any thread and in a signal's handler, before run() as well.
     void stop();
@@ -61,7 +72,12 @@ class policy_server {
     using clock = connection::clock;
     using shared = std::shared_ptr<connection>;
 
+    void lead(listeners &from);
+    void stand_by(listeners &from);
+    void stand_in(listeners &from);
+    bool is_kept() const;
     void take_turn(listeners &from);
+    void try_turn(listeners &from);
     void forget_all();
     bool watch_all(const listeners &from);
     int patience() const;
@@ -92,6 +108,15 @@ class policy_server {
     const std::shared_ptr<attention_list> attention_;
     std::atomic<bool> stop_ = false;
 
+    // The thread that leads judges since then (of its clock; 0: it does not), and the other one is
+    // in its place.
+    std::atomic<clock::rep> judges_since_ = 0;
+    std::atomic<bool> stands_in_ = false;
+    std::mutex by_lock_; // of what follows
+    std::condition_variable by_;
+    bool is_over_ = false;
+
+    std::mutex turns_; // of what follows: whoever has it serves
     std::vector<listener> listening_;
     std::unordered_map<const void *, shared> connections_; // by their tags
     std::vector<shared> ended_; // still named by events that were taken and not looked at

@@ -101,6 +101,15 @@ class judging {
             judgement_.judge(std::move(request), std::move(answer));
         };
     }
+    // In two steps: begin_all() is the second one.
+    service::request_handler taker() {
+        return [this](std::string request, std::function<void(std::string_view)> answer) {
+            judgement_.take_on(std::move(request), std::move(answer));
+        };
+    }
+    void begin_all(bool here) {
+        judgement_.begin_all(here);
+    }
     std::function<void(service::connection_event)> counter() {
         return [this](service::connection_event what) { metrics_.connection(what); };
     }
@@ -230,7 +239,8 @@ static exit_status serve_sockets(const policyd_arguments &arguments) {
     service::policy_server_options options = options_of(arguments);
     options.reopen = [&with] { with.begin_anew(); };
     options.count = with.counter();
-    service::policy_server server(options, with.handler());
+    options.judge_here = [&with](bool here) { with.begin_all(here); };
+    service::policy_server server(options, with.taker());
     if (const uint32_t error = server.run(all)) {
         throw failure("connections can't be waited for: " + data_files::system_text(error));
     }

@@ -31,6 +31,14 @@ class policyd_judgement {
     void judge(std::string request, std::function<void(std::string_view)> answer) noexcept {
         judge_->judge(std::move(request), std::move(answer));
     }
+    // As its take_on and begin_all.
+    void take_on(std::string request, std::function<void(std::string_view)> answer) noexcept {
+        judge_->take_on(std::move(request), std::move(answer));
+    }
+    void begin_all(bool here) noexcept {
+        judge_->begin_all(here);
+    }
+
     // The log's path once more, and the configuration, changed or not. What goes wrong is told.
     void begin_anew();
 

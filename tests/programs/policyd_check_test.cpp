@@ -239,6 +239,15 @@ TEST_F(check_files, findings_of_a_configuration) {
     EXPECT_TRUE(named) << ::testing::PrintToString(report);
 }
 
+TEST_F(check_files, block_maps_are_not_needed) {
+    drive.write("c:/quillfence/control/enabled", "1\n");
+    check_configuration(drive.native("c:/quillfence"), &report);
+    ASSERT_EQ(report.size(), 2u) << ::testing::PrintToString(report);
+    EXPECT_EQ(report[0].is, ok);
+    EXPECT_EQ(report[1].is, warning);
+    EXPECT_EQ(report[1].subject, "bms/lists_to_update");
+}
+
 // --- listening ---
 
 class check_listening_test : public check_files {

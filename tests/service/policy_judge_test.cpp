@@ -754,6 +754,82 @@ TEST_F(policy_judge_test, no_count_is_lost_between_threads) {
     EXPECT_EQ(count, 400u);
 }
 
+// --- in two steps -------------------------------------------------------------------------------
+
+// How many of so many requests, taken on before all are begun, were answered on this thread.
+// Another one may be faster.
+class in_two_steps : public policy_judge_test {
+  protected:
+    in_two_steps() {
+        options.dns = nullptr;
+    }
+    size_t answered_here(size_t at_once, bool here) {
+        std::atomic<size_t> mine = 0;
+        std::vector<reply> replies(at_once);
+        for (reply &one : replies) {
+            running().take_on(request_of(foe), [&, say = one.function()](std::string_view text) {
+                mine += std::this_thread::get_id() == self_;
+                say(text);
+            });
+        }
+        running().begin_all(here);
+        for (reply &one : replies) {
+            EXPECT_EQ(one.wait(), dunno);
+            EXPECT_EQ(one.count(), 1);
+        }
+        return mine;
+    }
+
+  private:
+    const std::thread::id self_ = std::this_thread::get_id();
+};
+
+TEST_F(in_two_steps, one_is_judged_by_who_begins_all) {
+    size_t mine = 0;
+    for (int i = 0; i < 100; ++i) {
+        const size_t now = answered_here(1, true);
+        EXPECT_LE(now, 1u);
+        mine += now;
+    }
+    EXPECT_GT(mine, 50u);
+    EXPECT_LE(answered_here(10, true), 1u);
+    EXPECT_EQ(records().size(), 110u);
+}
+
+TEST_F(in_two_steps, who_must_not_be_kept_judges_none) {
+    for (const size_t count : {1u, 10u}) {
+        EXPECT_EQ(answered_here(count, false), 0u);
+    }
+    running().begin_all(true); // nothing is left
+    EXPECT_EQ(records().size(), 11u);
+}
+
+TEST_F(in_two_steps, answers_that_are_missing_are_not_waited_for) {
+    options.dns = &dns;
+    dns.hold();
+    reply one;
+    running().take_on(request_of({}), one.function());
+    running().begin_all(true);
+    while (dns.held() == 0) {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(one.count(), 0);
+    dns.release();
+    EXPECT_EQ(one.wait(), dunno);
+}
+
+TEST_F(in_two_steps, at_the_end_what_was_not_begun_passes) {
+    reply one;
+    running().judge(request_of(foe), one.function());
+    one.wait();
+    reply other;
+    running().take_on(request_of(foe), other.function());
+    judge->stop();
+    EXPECT_EQ(other.wait(), dunno);
+    judge->begin_all(true);
+    EXPECT_EQ(other.count(), 1);
+}
+
 TEST_F(policy_judge_test, counters_that_can_not_be_kept_are_told_once) {
     drive.remove("c:/quillfence/log");
     options.counters = true;

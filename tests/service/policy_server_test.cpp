@@ -307,6 +307,101 @@ TEST_F(serving, a_handler_that_throws_costs_the_connection) {
     EXPECT_EQ(good.ask("good=1\n\n"), dunno);
 }
 
+// --- judged between two turns ---
+
+// The handler keeps what it gets until it is asked to judge.
+class judged_between_turns : public serving {
+  protected:
+    judged_between_turns() {
+        options.kept = 20ms;
+    }
+    void take(std::string request, reply_function answer) {
+        const std::lock_guard guard(waiting_lock_);
+        waiting_.emplace_back(std::move(request), std::move(answer));
+    }
+    // Answers all; a slow one keeps whoever may be kept, and is left by others.
+    void judge(bool here) {
+        for (std::unique_lock guard(waiting_lock_); !waiting_.empty();) {
+            const auto [request, answer] = std::move(waiting_.front());
+            waiting_.pop_front();
+            guard.unlock();
+            ++(here ? here_ : elsewhere_);
+            if (request == "slow=1\n" && here) {
+                is_slow_ = true;
+                while (is_slow_) {
+                    std::this_thread::sleep_for(1ms);
+                }
+            }
+            answer(request + "\n");
+            guard.lock();
+        }
+    }
+    void serve_so() {
+        options.judge_here = [this](bool here) { judge(here); };
+        serve([this](std::string request, reply_function answer) {
+            take(std::move(request), std::move(answer));
+        });
+    }
+
+    std::atomic<bool> is_slow_ = false;
+    std::atomic<int> here_ = 0;
+    std::atomic<int> elsewhere_ = 0;
+
+  private:
+    std::mutex waiting_lock_; // of what follows
+    std::deque<std::pair<std::string, reply_function>> waiting_;
+};
+
+TEST_F(judged_between_turns, by_the_thread_that_serves) {
+    serve_so();
+    policy_client client(path);
+    for (int i = 0; i < 20; ++i) {
+        EXPECT_EQ(client.ask(request_of(i) + "\n"), request_of(i) + "\n");
+    }
+    EXPECT_GT(here_, 0);
+    EXPECT_EQ(here_ + elsewhere_, 20);
+}
+
+TEST_F(judged_between_turns, a_slow_one_stops_nobody_else) {
+    serve_so();
+    policy_client slow(path);
+    policy_client quick(path);
+    for (int round = 1; round <= 3; ++round) {
+        slow.say("slow=1\n\n");
+        while (!is_slow_) {
+            std::this_thread::yield();
+        }
+        for (int i = 0; i < 5; ++i) {
+            EXPECT_EQ(quick.ask(request_of(i) + "\n"), request_of(i) + "\n");
+        }
+        policy_client newcomer(path);
+        EXPECT_EQ(newcomer.ask("new=1\n\n"), "new=1\n\n");
+        EXPECT_GE(elsewhere_, 6 * round);
+        is_slow_ = false;
+        EXPECT_EQ(slow.hear(1), "slow=1\n\n");
+        const int before = here_;
+        while (here_ == before) { // the first thread serves again
+            EXPECT_EQ(quick.ask("again=1\n\n"), "again=1\n\n");
+        }
+    }
+}
+
+TEST_F(judged_between_turns, the_end_comes_meanwhile) {
+    options.ending = 50ms;
+    serve_so();
+    policy_client slow(path);
+    policy_client quick(path);
+    slow.say("slow=1\n\n");
+    while (!is_slow_) {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(quick.ask("a=1\n\n"), "a=1\n\n");
+    server->stop();
+    EXPECT_EQ(quick.hear(1), "") << "it is closed by the other thread";
+    is_slow_ = false;
+    end();
+}
+
 // --- bounds ---
 
 TEST_F(serving, one_connection_too_many_is_closed) {

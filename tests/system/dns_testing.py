@@ -17,6 +17,7 @@ class Programs:
     probe = ""
     replayer = ""
     quillfence = ""
+    floor = ""
 
     @classmethod
     def windows(cls):
@@ -113,7 +114,7 @@ def report(*hits):
 
 
 def main():
-    """Takes --runner, --probe, --replayer and --quillfence off the command line and runs the
+    """Takes --runner, --probe, --replayer, --quillfence and --floor off the command line and runs the
     script's tests. The exit status is 0, 1 when a test failed, or 77 when everything was skipped."""
     rest = [sys.argv[0]]
     for argument in sys.argv[1:]:
@@ -126,6 +127,8 @@ def main():
             Programs.replayer = value
         elif name == "--quillfence":
             Programs.quillfence = value
+        elif name == "--floor":
+            Programs.floor = value
         else:
             rest.append(argument)
     result = unittest.main(module="__main__", argv=rest, verbosity=2, exit=False).result
