@@ -411,6 +411,9 @@ class Windows(PackageTest):
         (configuration / "from_blacklist").write_text("bob@x.example\n")
 
         self.assertEqual(self.page(self.INSTALL, self.msi()), 0)
+        project = re.search(r"project\([^)]*VERSION ([0-9.]+)",
+                            (SOURCE / "CMakeLists.txt").read_text())
+        self.assertEqual(self.versions(), [project.group(1)])
         folder = self.drive / "Program Files" / "Quillfence"
         self.assertEqual(files_in(folder), {name: data for name, data
                                             in files_in(self.program_folder).items()
