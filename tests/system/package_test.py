@@ -300,6 +300,9 @@ class Windows(PackageTest):
         (configuration / "from_blacklist").write_text("bob@x.example\n")
 
         self.assertEqual(self.page(self.INSTALL, self.msi()), 0)
+        project = re.search(r"project\([^)]*VERSION ([0-9.]+)",
+                            (SOURCE / "CMakeLists.txt").read_text())
+        self.assertEqual(self.versions(), [project.group(1)])
         folder = self.drive / "Program Files" / "Quillfence"
         self.assertEqual(files_in(folder), {name: data for name, data
                                             in files_in(self.program_folder).items()
@@ -325,7 +328,7 @@ class Windows(PackageTest):
         self.assertEqual(self.component_of(few, name), self.component_of(self.msi(), name))
 
     def test_an_msi_takes_the_place_of_an_older_one(self):
-        folder = self.drive / "mail tools"
+        folder = self.drive / "Program Files" / "mail tools"
         steps = [("first", "1.2.3", self.INSTALL_AS_CHOSEN), ("rebuilt", "1.2.3", self.INSTALL),
                  ("newer", "1.10.0", self.INSTALL)]
         packages = {name: self.other_msi(name, version) for name, version, _ in steps}
@@ -335,9 +338,9 @@ class Windows(PackageTest):
             found = files_in(folder)
             self.assertEqual(set(found), {"quillfence-replayer.exe", "README.md", f"{name}.txt"})
             self.assertEqual(found["README.md"].decode(), f"This is {name}.\n")
-            self.assert_source_is("C:\\mail tools\\")
+            self.assert_source_is("C:\\Program Files\\mail tools\\")
             if name == "first":
-                self.assertIn("C:\\mail tools\\", self.search_path())
+                self.assertIn("C:\\Program Files\\mail tools\\", self.search_path())
             (folder / "README.md").write_text("Edited where it should not be.\n")
         self.assertTrue((self.folder / "install.log").exists())
         self.assertNotEqual(self.page(self.INSTALL, packages["first"]), 0, "an older one")
