@@ -78,7 +78,9 @@ NOT_RUN = [
     ("CONTRIBUTING.md", "build/linux/tests/", TESTS),
     ("README.md", "./check", TESTS),
     ("README.md", "cmake", BUILDS),
+    ("README.md", "apt install", "changes the machine; scripts/check-debian installs them elsewhere"),
     ("README.md", "cpack", "package_test.py runs it"),
+    ("README.md", "scripts/debian-packages", BUILDS),
     ("README.md", "C:\\> ", WINDOWS),
     ("README.md", "PS> ", WINDOWS),
     ("docs/benchmarks.md", "cmake", BUILDS),
@@ -213,6 +215,12 @@ def page_names():
     found = [*SOURCE.glob("*.md"), *(path for folder in folders for ending in ("md", "[1-8]")
                                      for path in folder.rglob(f"*.{ending}"))]
     return sorted(path.relative_to(SOURCE).as_posix() for path in found)
+
+
+def headings_of(path):
+    """The headings of a page, as links have them."""
+    titles = re.findall(r"^#+ (.*)$", path.read_text(encoding="utf-8"), re.MULTILINE)
+    return [re.sub(r"[^\w\- ]", "", title.lower()).replace(" ", "-") for title in titles]
 
 
 @functools.cache
@@ -361,6 +369,18 @@ class CommandsTest(unittest.TestCase):
                                    (SOURCE / page).read_text(encoding="utf-8")):
                 with self.subTest(page=page, command=span):
                     self.assertEqual(lookup.our_program(tuple(span.split())), [])
+
+    def test_links_lead_somewhere(self):
+        """Those to files and to headings of pages."""
+        for page in page_names():
+            text = (SOURCE / page).read_text(encoding="utf-8")
+            for target in re.findall(r"\]\(([^)\s]+)\)", text):
+                name, _, heading = target.partition("#")
+                path = (SOURCE / page).parent / name if name else SOURCE / page
+                with self.subTest(page=page, link=target):
+                    if "://" not in target:
+                        self.assertTrue(path.exists())
+                        self.assertIn(heading, headings_of(path) if heading else [""])
 
     def test_what_is_taken_for_a_command(self):
         page = "\n".join(["Text", "", "    one a \\", "        b   # said", "    # nothing", "",
