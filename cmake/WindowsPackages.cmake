@@ -4,6 +4,6 @@ find_program(python python3 REQUIRED)
 execute_process(
     COMMAND "${python}" -B "${CPACK_QUILLFENCE_SOURCE}/packaging/windows/make_packages.py"
             --strip "${CPACK_QUILLFENCE_STRIP}" --version "${CPACK_PACKAGE_VERSION}"
-            "${CPACK_TEMPORARY_DIRECTORY}" "${CPACK_PACKAGE_FILES}"
-            "${CPACK_PACKAGE_DIRECTORY}/${CPACK_PACKAGE_FILE_NAME}.msi"
+            --build "${CPACK_QUILLFENCE_BUILD}" "${CPACK_TEMPORARY_DIRECTORY}"
+            "${CPACK_PACKAGE_FILES}" "${CPACK_PACKAGE_DIRECTORY}/${CPACK_PACKAGE_FILE_NAME}.msi"
     COMMAND_ERROR_IS_FATAL ANY)

@@ -79,12 +79,12 @@ static vc_json *create_number(vc_json *parent, const char *name, char *text) {
 // --- Shared with the other files of the module ---
 
 vc_json *__vc_json_new_node(const char *operation, uint32_t type) {
-    auto *node = static_cast<vc_json *>(calloc(1, sizeof(vc_json)));
+    auto *node = static_cast<vc_json *>(malloc(sizeof(vc_json)));
     if (!node) {
         QF_ERRNO_AS(operation, ENOMEM);
         return nullptr;
     }
-    node->type = type;
+    *node = {.type = type, .name = nullptr, .value = nullptr};
     return node;
 }
 

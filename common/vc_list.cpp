@@ -22,11 +22,12 @@ static constexpr int append_failure_number = 125;
 
 // A node of its own with the data, or null and the reason in *result.
 static vc_list_entry *new_entry(const void *data, uint64_t size, int copy, int *result) {
-    heap_ptr<vc_list_entry> node(static_cast<vc_list_entry *>(calloc(1, sizeof(vc_list_entry))));
+    heap_ptr<vc_list_entry> node(static_cast<vc_list_entry *>(malloc(sizeof(vc_list_entry))));
     if (!node) {
         *result = result_no_node;
         return nullptr;
     }
+    *node = {};
     if (copy) {
         node->data = malloc(size);
         if (!node->data) {
@@ -265,12 +266,13 @@ int vc_list_from_string_by_char(vc_list_entry **list, const char *buffer, size_t
             found ? static_cast<size_t>(static_cast<const char *>(found) - buffer) : length;
         const size_t count = stop - start;
         const size_t size = count ? count + 2 : 1; // an empty piece is the NUL alone
-        heap_string piece(static_cast<char *>(calloc(size, 1)));
+        heap_string piece(static_cast<char *>(malloc(size)));
         if (!piece) {
             QF_ENOMEM();
             return 0;
         }
         memcpy(piece.get(), buffer + start, count);
+        memset(piece.get() + count, 0, size - count);
         if (!append_at(&end, std::move(piece), size)) {
             QF_ERRNO(append_failure_number);
             tell_no_memory(__func__);

@@ -12,8 +12,13 @@ namespace quillfence {
 
 static constexpr char module_name[] = "vc_stringutils";
 
+// Room for a text, which is empty.
 static char *new_text(size_t size) {
-    return static_cast<char *>(calloc(size, 1));
+    char *const text = static_cast<char *>(malloc(size));
+    if (text) {
+        *text = '\0';
+    }
+    return text;
 }
 
 static void put(char **slot, char *text) {
@@ -308,6 +313,7 @@ int vc_strip_whitespace(char **slot) {
                 *out++ = *in;
             }
         }
+        *out = '\0';
         put(slot, stripped);
     }
     QF_DEBUG("stripped is [%s]", *slot);

@@ -262,7 +262,7 @@ int asprintf(char **destination, const char *format, ...) {
         QF_EINVAL();
         return -1;
     }
-    heap_string text(static_cast<char *>(calloc(event_size, 1)));
+    heap_string text(static_cast<char *>(malloc(event_size)));
     if (!text) {
         QF_ENOMEM();
         return -1;

@@ -439,6 +439,55 @@ pattern_language language_of(const TRex &expression) {
 
 namespace {
 
+// How far a name has come. A short name may be at its beginning and its end at once.
+enum moment : size_t { at_beginning, between, at_end, at_both, moments };
+
+} // namespace
+
+static bool lets_pass(const pattern_language &language, const pattern_edge &edge, moment now,
+                      moment *then) {
+    *then = now;
+    switch (edge.is) {
+    case pattern_edge::kind::character:
+        *then = between;
+        return (now == at_beginning || now == between) &&
+               overlap(language.sets[edge.characters], language.sets[edge.characters]);
+    case pattern_edge::kind::beginning:
+        return now == at_beginning || now == at_both;
+    case pattern_edge::kind::end:
+        return now == at_end || now == at_both;
+    default:
+        return true;
+    }
+}
+
+bool takes_nothing(const pattern_language &language) {
+    std::vector<bool> met(language.states.size() * moments);
+    std::vector<std::pair<size_t, moment>> to_do = {{0, at_beginning}};
+    while (!to_do.empty()) {
+        const auto [state, now] = to_do.back();
+        to_do.pop_back();
+        if (met[state * moments + now]) {
+            continue;
+        }
+        met[state * moments + now] = true;
+        if (now == at_beginning || now == between) { // it may end here
+            to_do.emplace_back(state, now == between ? at_end : at_both);
+        } else if (state == language.last) {
+            return false;
+        }
+        for (const pattern_edge &edge : language.states[state]) {
+            moment then;
+            if (lets_pass(language, edge, now, &then)) {
+                to_do.emplace_back(edge.to, then);
+            }
+        }
+    }
+    return true;
+}
+
+namespace {
+
 using state_set = std::vector<size_t>; // in order, each once
 
 // The sets of states that a name leads to, numbered as they are met.

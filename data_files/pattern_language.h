@@ -40,6 +40,9 @@ struct pattern_language {
 // Of an expression that was compiled with trex_fold_case, all of whose nodes are good.
 pattern_language language_of(const TRex &expression);
 
+// Whether it takes no name at all, and so the pattern matches none.
+bool takes_nothing(const pattern_language &language);
+
 // Whether something holds for every name: it gets to know which of the languages take the name.
 // False also when that can't be found out with reasonable effort.
 bool holds_always(const std::vector<const pattern_language *> &languages,

@@ -2,6 +2,7 @@
 
 #include "engine_messages.h"
 #include "pattern_conditions.h"
+#include "pattern_warnings.h"
 
 namespace quillfence::data_files {
 
@@ -10,6 +11,12 @@ static std::string compile_problem(const std::string &pattern) {
     engine_messages messages;
     const trex_ptr expression(trex_compile_ex(pattern.c_str(), trex_fold_case));
     return expression ? "" : messages.take();
+}
+
+static void warn_about(const std::string &pattern, list_pattern *line) {
+    for (std::string &warning : warnings_about(pattern)) {
+        line->problems.push_back({false, std::move(warning)});
+    }
 }
 
 list_pattern *pattern_list::new_line(uint64_t number) {
@@ -40,7 +47,7 @@ void pattern_list::begin_condition(uint64_t number, std::string text, bool negat
         begin_wrong_condition(number, std::move(problem));
         return;
     }
-    new_line(number);
+    warn_about(text, new_line(number));
     open_.push_back({lines_.size() - 1, std::move(text), negated});
 }
 
@@ -72,6 +79,7 @@ void pattern_list::end_condition(uint64_t number) {
 void pattern_list::add_pattern(uint64_t number, const std::string &pattern) {
     list_pattern *const line = new_line(number);
     line->patterns = {pattern};
+    warn_about(pattern, line);
     if (open_.empty() || !compile_problem(pattern).empty()) {
         return; // whoever compiles it tells what is wrong
     }

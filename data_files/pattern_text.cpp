@@ -352,7 +352,7 @@ class node_writer {
     }
 
     void character_class(const TRexNode &node) {
-        static constexpr std::string_view special = "\\]^-";
+        static constexpr std::string_view special = "\\[]^-";
         text_ += node.type == trex_op_nclass ? "[^" : "[";
         for (int32_t index = node.left; index >= 0; index = expression_.nodes[index].next) {
             const TRexNode &item = take(index, "a class");

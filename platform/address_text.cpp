@@ -58,30 +58,46 @@ static zero_run longest_zero_run(const unsigned char *address, int groups) {
     return longest;
 }
 
-bool ipv4_text_is_strict(const char *text) {
-    for (int number = 0; number < 4; ++number) {
-        if (number > 0 && *text++ != '.') {
-            return false;
-        }
-        const char *const begin = text;
-        while (is_digit(*text)) {
-            ++text;
-        }
-        const auto digits = text - begin;
-        if (digits < 1 || digits > 3 || (digits > 1 && *begin == '0')) {
-            return false;
-        }
+// A number of a dotted quad, which *text is moved behind; -1 when there is none.
+static int take_number(const char **text) {
+    static constexpr int largest = 255;
+    const char *at = *text;
+    int number = -1;
+    while (is_digit(*at) && number != 0 && number <= largest) {
+        number = (number < 0 ? 0 : number * 10) + (*at++ - '0');
     }
-    return *text == '\0';
+    *text = at;
+    return number > largest || is_digit(*at) ? -1 : number;
+}
+
+bool ipv4_from_text(const char *text, unsigned char *address) {
+    unsigned char bytes[4];
+    for (int i = 0; i < 4; ++i) {
+        if (i > 0 && *text++ != '.') {
+            return false;
+        }
+        const int number = take_number(&text);
+        if (number < 0) {
+            return false;
+        }
+        bytes[i] = static_cast<unsigned char>(number);
+    }
+    if (*text) {
+        return false;
+    }
+    memcpy(address, bytes, sizeof bytes);
+    return true;
 }
 
 bool ipv6_text_is_strict(const char *text) {
+    const char *const text_begin = text;
     const char *group = text; // where the current group begins
     for (; *text; ++text) {
         if (*text == ':') {
             group = text + 1;
         } else if (*text == '.') {
-            return ipv4_text_is_strict(group);
+            unsigned char quad[4];
+            return group != text_begin && ipv4_from_text(group, quad);
         } else if (!is_hex_digit(*text) || text - group >= 4) {
             return false;
         }

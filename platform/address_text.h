@@ -5,12 +5,15 @@
 
 namespace quillfence::platform {
 
-// Whether a text has the form that the seam takes for an address of the family; a gate in front
-// of the system's own conversion, which is laxer on some systems.
-//   IPv4  four decimal numbers of one to three digits, without leading zeros
-//   IPv6  hexadecimal digits and colons, with such a dotted quad at most at the end
-// Whether the numbers are in range and the groups are complete is left to the system.
-bool ipv4_text_is_strict(const char *text);
+// The four bytes of an address that is written as four decimal numbers up to 255 without leading
+// zeros. False for any other text, and address stays as it is. The systems' own conversions are
+// slower, and laxer in places.
+bool ipv4_from_text(const char *text, unsigned char *address);
+
+// Whether a text has the form that the seam takes for an IPv6 address, a gate in front of the
+// system's own conversion, which is laxer on some systems: hexadecimal digits and colons, with a
+// dotted quad as above at most at the end, behind a colon. Whether the groups are complete is left
+// to the system.
 bool ipv6_text_is_strict(const char *text);
 
 // The 16 bytes of an IPv6 address as text in the form in which Windows writes it:

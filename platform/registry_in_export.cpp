@@ -134,9 +134,18 @@ static uint32_t check_access(const exported_registry_key *key, uint32_t needed) 
     return key->access & needed ? error_none : error_access_denied;
 }
 
+// Where no export is named, no key is there but the roots.
+static bool is_certainly_missing(const char *path) {
+    const char *what = nullptr;
+    return path && *path && *path != '\\' && !registry_export_name(&what);
+}
+
 uint32_t export_key_open(registry_root root, const char *path, uint32_t access, bool create,
                          exported_registry_key **opened) {
     *opened = nullptr;
+    if (!create && is_certainly_missing(path)) {
+        return error_file_not_found;
+    }
     exported_registry_key *const key = new_key(root, path, access);
     if (!key) {
         return error_not_enough_memory;

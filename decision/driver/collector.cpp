@@ -231,7 +231,7 @@ void collector::end_run(bool hit) {
         describe(rule, is, hit);
         described = true;
     }
-    current.clear();
+    current.rule = nullptr; // all else is forgotten when the next one begins
 }
 
 static std::optional<std::string> judged_text(const smtp_state *session, judged about) {
@@ -433,6 +433,7 @@ void collector::note_never(rule_record &rule) {
 void collector::on(const rule_fact &fact) {
     const bool selecting = at == phase::rules || at == phase::survey;
     if (fact.step == rule_step::not_enabled && !selecting) {
+        ++likely_rule;
         return;
     }
     rule_record *const rule = find(fact.rule);

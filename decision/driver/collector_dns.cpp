@@ -133,8 +133,10 @@ void collector::on(const cache_answer &fact) {
     if (!of_helo && !of_mail) {
         return;
     }
-    const rule_record *const asker = find(of_helo ? "resolve_helo_domain" : "valid_from_domain");
-    for (const uint32_t number : std::vector<uint32_t>(asker->dns)) {
+    static const size_t helo_asker = rule_number("resolve_helo_domain");
+    static const size_t mail_asker = rule_number("valid_from_domain");
+    const rule_record &asker = record.rules[of_helo ? helo_asker : mail_asker];
+    for (const uint32_t number : std::vector<uint32_t>(asker.dns)) {
         use_answer(number);
     }
 }

@@ -1,12 +1,13 @@
 #!/usr/bin/env python3
 """Makes the zip and the MSI of a folder with everything that is installed.
 
-    make_packages.py --strip PROGRAM --version 1.2.3 FOLDER ZIP MSI
+    make_packages.py --strip PROGRAM --version 1.2.3 [--build BUILD] FOLDER ZIP MSI
 
 Equal folders give equal zips, wherever and whenever they are made: entries are sorted, their times
 are SOURCE_DATE_EPOCH, or else that of the commit, and nothing of the folder's owners and modes is
-kept. An MSI is another each time, as its maker draws codes. The programs in FOLDER are stripped, and
-the MSI's checksum is written beside it; the zip's is CPack's work.
+kept. An MSI is another each time, as its maker draws codes. The programs in FOLDER are stripped; what
+is linked into them is written beside them, as the linker's maps in BUILD, their build tree, tell. The
+MSI's checksum is written beside it; the zip's is CPack's work.
 """
 
 import argparse
@@ -17,12 +18,14 @@ import subprocess
 import sys
 import tempfile
 import time
+import uuid
 import zipfile
 from pathlib import Path
 from xml.etree import ElementTree
 
 HERE = Path(__file__).resolve().parent
 PRODUCT = HERE / "quillfence.wxs"
+WHAT_IS_LINKED = HERE.parent / "spdx" / "what-is-linked"
 EARLIEST = 315532800  # 1980 is where the time of a zip begins
 
 
@@ -42,11 +45,20 @@ def files_below(folder):
     return sorted(path for path in folder.rglob("*") if path.is_file())
 
 
-def make_alike(folder, moment, strip):
-    """The programs without symbols (-p keeps the linker's time: none), all with one time."""
+def strip_programs(folder, strip):
+    """-p keeps the linker's time: none."""
+    subprocess.run([strip, "-p", *sorted(folder.glob("*.exe"))], check=True)
+
+
+def describe_links(folder, build, moment):
+    with open(folder / "quillfence.spdx.json", "wb") as document:
+        subprocess.run([sys.executable, "-B", WHAT_IS_LINKED, build, *sorted(folder.glob("*.exe"))],
+                       stdout=document, check=True,
+                       env={**os.environ, "SOURCE_DATE_EPOCH": str(moment)})
+
+
+def give_one_time(folder, moment):
     for path in files_below(folder):
-        if path.suffix == ".exe":
-            subprocess.run([strip, "-p", path], check=True)
         os.utime(path, (moment, moment))
 
 
@@ -63,13 +75,19 @@ def make_zip(folder, package, moment):
 # --- the MSI ---
 
 
+def upgrade_code():
+    product = "{http://schemas.microsoft.com/wix/2006/wi}Product"
+    return ElementTree.parse(PRODUCT).find(product).get("UpgradeCode")
+
+
 def describe_files(folder):
     """The fragment of the product with its folders and files, as seen from the folder. A component a
-    file; wixl makes its id of where it is, so that it is the same in each version."""
+    file, whose code is made of where it is: the same in each version, as Windows wants it."""
     wix = ElementTree.Element("Wix", xmlns="http://schemas.microsoft.com/wix/2006/wi")
     fragment = ElementTree.SubElement(wix, "Fragment")
     directories = {Path("."): ElementTree.SubElement(fragment, "DirectoryRef", Id="INSTALLDIR")}
     group = ElementTree.SubElement(fragment, "ComponentGroup", Id="Files")
+    codes = uuid.UUID(upgrade_code())
 
     def directory(path):
         if path not in directories:
@@ -82,7 +100,8 @@ def describe_files(folder):
         if relative.suffix == ".cmd":
             continue  # installing and removing is the MSI's own work
         component = ElementTree.SubElement(directory(relative.parent), "Component",
-                                           Id=f"Component{number}", Guid="*", Win64="yes")
+                                           Id=f"Component{number}", Win64="yes",
+                                           Guid=str(uuid.uuid5(codes, relative.as_posix())))
         ElementTree.SubElement(component, "File", Id=f"File{number}", KeyPath="yes",
                                Source=relative.as_posix())
         ElementTree.SubElement(group, "ComponentRef", Id=f"Component{number}")
@@ -91,13 +110,11 @@ def describe_files(folder):
 
 def table_edits(folder, version):
     """What wixl 0.101 can't say, as the statements that write it into the tables."""
-    product = "{http://schemas.microsoft.com/wix/2006/wi}Product"
-    upgrade_code = ElementTree.parse(PRODUCT).find(product).get("UpgradeCode")
     yield from (
         # Another build of the same version is replaced as well (512), and keeps its features (1).
         "DELETE FROM `Upgrade` WHERE `ActionProperty` = 'WIX_UPGRADE_DETECTED'",
         "INSERT INTO `Upgrade` (`UpgradeCode`, `VersionMax`, `Attributes`, `ActionProperty`) "
-        f"VALUES ('{{{upgrade_code}}}', '{version}', 513, 'WIX_UPGRADE_DETECTED')",
+        f"VALUES ('{{{upgrade_code()}}}', '{version}', 513, 'WIX_UPGRADE_DETECTED')",
         # The old version goes first, inside the transaction: one that fails brings it back.
         "UPDATE `InstallExecuteSequence` SET `Sequence` = 1501 "
         "WHERE `Action` = 'RemoveExistingProducts'",
@@ -135,7 +152,7 @@ def make_msi(folder, package, version):
     package.unlink(missing_ok=True)
     with tempfile.TemporaryDirectory() as temporary:
         files = Path(temporary) / "files.wxs"
-        files.write_text(describe_files(folder))
+        files.write_text(describe_files(folder), encoding="utf-8")
         subprocess.run(["wixl", "--arch", "x64", "-D", f"Version={version}", "-o", package,
                         PRODUCT, files], cwd=folder, check=True)
     queries = (word for edit in table_edits(folder, version) for word in ("-q", edit))
@@ -152,6 +169,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--strip", required=True)
     parser.add_argument("--version", required=True)
+    parser.add_argument("--build", type=absolute)
     parser.add_argument("folder", type=absolute)
     parser.add_argument("zip", type=absolute)
     parser.add_argument("msi", type=absolute)
@@ -161,7 +179,10 @@ def main():
         sys.exit(f"there is no {' and no '.join(missing)}; install the Debian packages wixl and "
                  "msitools")
     moment = epoch()
-    make_alike(options.folder, moment, options.strip)
+    strip_programs(options.folder, options.strip)
+    if options.build:
+        describe_links(options.folder, options.build, moment)
+    give_one_time(options.folder, moment)
     make_zip(options.folder, options.zip, moment)
     make_msi(options.folder, options.msi, options.version)
 

@@ -31,7 +31,7 @@ net_status net_prepare_ntop(int *error) {
 
 bool net_pton(int family, const char *text, void *binary) {
     if (family == family_ipv4) {
-        return ipv4_text_is_strict(text) && inet_pton(AF_INET, text, binary) == 1;
+        return ipv4_from_text(text, static_cast<unsigned char *>(binary));
     }
     return family == family_ipv6 && ipv6_text_is_strict(text) &&
            inet_pton(AF_INET6, text, binary) == 1;

@@ -71,7 +71,7 @@ bool net_pton(int family, const char *text, void *binary) {
         return false;
     }
     if (family == family_ipv4) {
-        return ipv4_text_is_strict(text) && system_pton(AF_INET, text, binary) == 1;
+        return ipv4_from_text(text, static_cast<unsigned char *>(binary));
     }
     return family == family_ipv6 && ipv6_text_is_strict(text) &&
            system_pton(AF_INET6, text, binary) == 1;

@@ -17,19 +17,20 @@ struct findings_format {
     const char *name;
     void (*write)(const tree &in, std::ostream &out);
 };
-constexpr findings_format formats[] = {{"text", write_lines},
-                                       {"json", write_json},
-                                       {"sarif", write_sarif},
-                                       {"github", write_commands}};
 
 struct severity_name {
     const char *name;
     severity level;
 };
-constexpr severity_name severities[] = {
-    {"error", severity::error}, {"warning", severity::warning}, {"info", severity::info}};
 
 } // namespace
+
+static constexpr findings_format formats[] = {{"text", write_lines},
+                                              {"json", write_json},
+                                              {"sarif", write_sarif},
+                                              {"github", write_commands}};
+static constexpr severity_name severities[] = {
+    {"error", severity::error}, {"warning", severity::warning}, {"info", severity::info}};
 
 // The row of a table whose name has been checked.
 template <class Row, size_t size>
@@ -85,7 +86,7 @@ command verify_command() {
   warning  redundant, contradictory, or probably meant differently
   info     worth knowing
 The other formats tell the id of each finding as well; docs/findings.md has them all.
-Exit status 1 when there is an error or a warning.)",
+Exit status 1 when there is an error or a warning; --error-on sets the measure.)",
         .run = [to] { return verify(*to, std::cout); },
     };
 }

@@ -4,6 +4,7 @@
 #include <map>
 #include <memory>
 #include <sstream>
+#include <string_view>
 #include <system_error>
 #include <type_traits>
 
@@ -189,7 +190,21 @@ static std::string usage_error(const CLI::App &program, const CLI::ParseError &e
            "; try \"" + name_reached(program) + " --help\"";
 }
 
+// "--helo=" with nothing behind it, for which CLI11 takes the next argument: somebody's empty
+// variable, or a shell that drops "". What stands behind "--" is taken as it is.
+static void refuse_open_values(int argc, char **argv) {
+    for (int at = 1; at < argc && std::string_view(argv[at]) != "--"; ++at) {
+        const std::string_view word = argv[at];
+        if (word.starts_with("--") && word.find('=') == word.size() - 1) {
+            const std::string option(word.substr(0, word.size() - 1));
+            throw failure(std::string(word) +
+                          " has no value; an empty one stands by itself: " + option + " \"\"");
+        }
+    }
+}
+
 exit_status run_command_line(const program_frame &frame, int argc, char **argv) {
+    refuse_open_values(argc, argv);
     CLI::App program(frame.description, frame.name);
     program.formatter(std::make_shared<help_formatter>());
     program.allow_windows_style_options(false); // /pattern/ and /path are values

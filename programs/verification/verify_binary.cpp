@@ -14,6 +14,8 @@
 #include "list_files.h"
 #include "open_file.h"
 #include "pattern_lines.h"
+#include "pattern_text.h"
+#include "pattern_warnings.h"
 #include "platform/error_numbers.h"
 #include "platform/file.h"
 #include "quillfence-log.h"
@@ -187,6 +189,12 @@ void verify_blocks(tree &in, const std::string &file, FILE *stream) {
         if (!problem.empty()) {
             in.add(file, 0, "pattern-can-fail",
                    name + " can fail to match: the engine says \"" + problem + '"');
+            continue;
+        }
+        std::string no_text;
+        const std::string text = pattern_of_nodes(expression.record, &no_text);
+        for (const std::string &warning : warnings_about(text)) {
+            in.add(file, 0, "pattern-says-otherwise", name + ", " + text + ": " + warning);
         }
     }
 }

@@ -79,6 +79,23 @@ TEST(format_text, conversions_are_those_of_c99) {
     EXPECT_EQ(formatted("%d%%", 50), "50%");
 }
 
+// Such formats are put together without the C library.
+TEST(format_text, formats_that_hold_texts_alone) {
+    EXPECT_EQ(formatted(""), "");
+    EXPECT_EQ(formatted("plain"), "plain");
+    EXPECT_EQ(formatted("%s", ""), "");
+    EXPECT_EQ(formatted("[%s] and [%s]%s", "a%sb", "", "c"), "[a%sb] and []c");
+    EXPECT_EQ(formatted("%s%s", "ab", static_cast<const char *>(nullptr)), "ab(null)");
+    EXPECT_EQ(formatted("%s%%", "50"), "50%");
+    for (size_t size = 1; size < 8; ++size) { // cut within each piece
+        char buffer[9];
+        memset(buffer, '#', sizeof buffer);
+        EXPECT_EQ(format_text(buffer, size, "<%s-%s>", "ab", "c"), size > 6 ? 6 : -1);
+        EXPECT_EQ(buffer, std::string("<ab-c>").substr(0, size - 1));
+        EXPECT_EQ(buffer[size], '#') << size << ": wrote past the buffer";
+    }
+}
+
 TEST(measure_text, gives_the_whole_length) {
     EXPECT_EQ(measure("%s", ""), 0);
     EXPECT_EQ(measure("%s-%d", "abc", 42), 6);

@@ -179,6 +179,18 @@ TEST(command_line, what_is_wrong_is_said_and_nothing_runs) {
     }
 }
 
+TEST(command_line, an_option_that_ends_in_an_equals_sign_takes_nothing_from_its_neighbour) {
+    EXPECT_EQ(run(below("take", {"one", "--missing=", "--flag"})),
+              (ending{exit_status::failed, "",
+                      "words: --missing= has no value; an empty one stands by itself: --missing "
+                      "\"\"\n"}));
+    EXPECT_FALSE(ran);
+    run(below("take", {"one", "--missing=a="}));
+    EXPECT_EQ(got.missing, "a=");
+    run(below("take", {"--missing", "b", "--", "--flag="}));
+    EXPECT_EQ(got.text, "--flag=");
+}
+
 TEST(command_line, an_option_that_another_needs) {
     EXPECT_EQ(run(below("demand", {"--word", "b", "--flag", "--other"})),
               (ending{exit_status::no, "", ""}));

@@ -62,14 +62,14 @@ class Lookup:
                 if not re.search(rf"(?<![\w-]){option}(?![\w-])", text)]
 
     def synopsis(self, text):
-        """Words that a synopsis has and the help's own has not."""
-        words = re.sub(r"\[--[^\]]*\]|--[\w-]+ [A-Z]+", "", text).split()
-        found = self.subcommand(tuple(words))
-        usage = re.search(r"^Usage: (.*)$", self.help_of(*found), re.MULTILINE)
-        values = {re.sub(r"\W", "", word) for word in usage[1].split()}
-        return self.our_program(tuple(re.findall(r"[\w./-]+", text))) + [
-            f"{' '.join(found)} has no {word}" for word in words[len(found):]
-            if re.sub(r"\W", "", word) not in values]
+        """Options, and VALUES by their place, that a synopsis has and the help has not."""
+        by_place = re.sub(r"--[a-z-]+ [A-Z]+", "", text)
+        words = tuple(re.findall(r"[\w./-]+", text))
+        found = self.subcommand(words)
+        values = re.findall(r"[A-Z]+", self.help_of(*found))
+        return self.our_program(words) + [
+            f"{' '.join(found)} has no {word}" for word in re.findall(r"\b[A-Z]+\b", by_place)
+            if word not in values]
 
     @functools.cache
     def tests(self):

@@ -1,5 +1,5 @@
-"""Finds the commands that the pages show: in the code blocks of Markdown, and between .nf and .fi of
-man pages.
+"""Finds the commands that the pages show: in the code blocks of Markdown, and between .nf and .fi
+of man pages.
 
 A line behind a prompt is a command, and what follows it up to the next prompt is what it prints:
 

@@ -5,10 +5,11 @@ shows; or a row of the tables below says why not.
     page_examples_test.py [--runner=LAUNCHER] QUILLFENCE DATA_TOOL REPLAYER SOURCE_FOLDER
                           [BUILD_FOLDER CTEST]
 
-page_commands.py tells what is taken for a command. Those of a page run one after the other, in bash,
-in a folder like that of a fresh clone after ./replay: examples/, the scripts, and the programs, which
-are on the PATH as well (the README says how to put them there, and begins without). c:/ is examples/drive_c. /tmp, /srv and the other folders of a machine's
-root that are written below are folders of this copy. There is no DNS.
+page_commands.py tells what is taken for a command. Those of a page run one after the other, in
+bash, in a folder like that of a fresh clone after ./replay: examples/, the scripts, and the
+programs, which are on the PATH as well (the README says how to put them there, and begins without).
+c:/ is examples/drive_c. /tmp, /srv and other folders of a machine's root are folders of this copy.
+There is no DNS.
 
 In what a command prints a line "..." stands for any lines. "$ echo $?" shows its exit status; where
 that is not asked for, it is 0. "$ cat FILE" of a file that is not there makes it: what it shows is
@@ -61,11 +62,11 @@ TESTS = "is a part of what runs this test"
 WINDOWS = "no Windows shell runs here; the programs and options are looked up"
 CLUSTER = "scale_test.py runs it"
 MEASURES = "measures for minutes"
-SERVICE = "serves mail servers; policyd_postfix_test.py and its neighbours run it"
+SERVICE = "serves mail servers; policyd_check_dns_test.py and its neighbours run it"
 
 # Programs that commands run here; a command with another one needs a row in NOT_RUN.
-RUNNABLE = {*PROGRAMS, "./cases", "./explain", "./replay", "cat", "cp", "echo", "exit", "export", "head", "jq", "mkdir",
-            "printf", "tail", "tar", "umask", "xz"}
+RUNNABLE = {*PROGRAMS, "./cases", "./explain", "./replay", "cat", "cp", "echo", "exit", "export",
+            "head", "jq", "mkdir", "printf", "tail", "tar", "umask", "xz"}
 
 # Commands that are not run, by their beginning, and why. What can be looked up of them, is: files,
 # options, presets, targets, names of tests.
@@ -85,8 +86,9 @@ NOT_RUN = [
     ("docs/benchmarks.md", "QUILLFENCE_DRIVE_C=", MEASURES),
     ("docs/benchmarks.md", "bench/explain_time.py", MEASURES),
     ("docs/benchmarks.md", "ctest", TESTS),
+    ("docs/explain.md", "PS> ", WINDOWS),
     ("docs/formats/registry-export.md", "C:\\> reg export", WINDOWS),
-    ("docs/log.md", "quillfence log --follow", "goes on until Ctrl-C; quillfence_log_test.py runs it"),
+    ("docs/log.md", "quillfence log --follow", "goes on until Ctrl-C, in quillfence_log_test.py"),
     ("docs/policyd.md", "quillfence policyd", SERVICE),
     ("docs/policyd.md", "runuser", "needs root and the service's user"),
     ("docs/policyd.md", "ln -s", "needs root and node_exporter's folder"),
@@ -104,8 +106,8 @@ NOT_RUN = [
     ("docs/windows.md", "PS> ", WINDOWS),
 ]
 
-# What a page says of any arguments, besides "quillfence-data SUBCOMMAND [--option] VALUE ...", which
-# is looked up in the program's help.
+# What a page says of any arguments, beside "quillfence-data SUBCOMMAND [--option] VALUE", which is
+# looked up in the program's help.
 SYNOPSES = [
     ("README.md", "./replay R ip port "),
 ]
@@ -135,7 +137,8 @@ SET_UP = {
         echo 192.0.2.1 >abusers.txt
         echo '*@example.org' >>examples/drive_c/quillfence/from_whitelist
         mkdir examples/drive_c/quillfence/log
-        { printf '\\2'; head -c 996 /dev/zero; } >examples/drive_c/quillfence/log/.counterv2.dat.11""",
+        cd examples/drive_c/quillfence/log
+        { printf '\\2'; head -c 996 /dev/zero; } >.counterv2.dat.11""",
     "docs/man/quillfence-replayer.1": "mkdir root/tmp && cp -r examples/drive_c root/tmp/server",
     "docs/man/quillfence.1": """
         mkdir -p root/tmp root/var/log/quillfence
@@ -212,6 +215,12 @@ def page_names():
     return sorted(path.relative_to(SOURCE).as_posix() for path in found)
 
 
+def headings_of(path):
+    """The headings of a page, as links have them."""
+    titles = re.findall(r"^#+ (.*)$", path.read_text(encoding="utf-8"), re.MULTILINE)
+    return [re.sub(r"[^\w\- ]", "", title.lower()).replace(" ", "-") for title in titles]
+
+
 @functools.cache
 def page_commands(page):
     return commands_of(page, (SOURCE / page).read_text(encoding="utf-8"), is_text)
@@ -271,7 +280,8 @@ class Clone:
         text = ROOT.sub(f"{self.folder}/root", command.text)
         if text.startswith("export "):
             self.exports += text + "\n"
-        return self.sh(self.exports + text + ("\nexit ${PIPESTATUS[0]}" if command.status_of_first else ""))
+        end = "\nexit ${PIPESTATUS[0]}" if command.status_of_first else ""
+        return self.sh(self.exports + text + end)
 
 
 def is_synopsis(command):
@@ -279,7 +289,7 @@ def is_synopsis(command):
     is a row of the table."""
     if command.shown is not None or command.shell != "shell":
         return False
-    name, *words = re.sub(r"\[--[^\]]*\]", "", command.text).split()
+    name, *words = re.sub(r"--[a-z-]+( [A-Z]+)?|\[--[^\]]*\]", "", command.text).split()
     while words and re.fullmatch(r"[a-z-]+", words[0]):
         words.pop(0)
     values = words and all(re.fullmatch(r"\[?[A-Z]+(\.\.\.)?\]?", word) for word in words)
@@ -357,6 +367,18 @@ class CommandsTest(unittest.TestCase):
                                    (SOURCE / page).read_text(encoding="utf-8")):
                 with self.subTest(page=page, command=span):
                     self.assertEqual(lookup.our_program(tuple(span.split())), [])
+
+    def test_links_lead_somewhere(self):
+        """Those to files and to headings of pages."""
+        for page in page_names():
+            text = (SOURCE / page).read_text(encoding="utf-8")
+            for target in re.findall(r"\]\(([^)\s]+)\)", text):
+                name, _, heading = target.partition("#")
+                path = (SOURCE / page).parent / name if name else SOURCE / page
+                with self.subTest(page=page, link=target):
+                    if "://" not in target:
+                        self.assertTrue(path.exists())
+                        self.assertIn(heading, headings_of(path) if heading else [""])
 
     def test_what_is_taken_for_a_command(self):
         page = "\n".join(["Text", "", "    one a \\", "        b   # said", "    # nothing", "",

@@ -196,6 +196,17 @@ class RegexTest(Case):
         self.assertIn("list:1: error: the pattern needs 4096 nodes, and a file takes 4095 a "
                       "pattern; split it into several\n", err)
 
+    def test_what_does_not_do_what_it_says_is_warned_of(self):
+        self.file("list", "foo\n/foo|bar/ REJECT\n^(.*b)$\nif /^a[.-_]/\n^a[.-_]b\nendif\n")
+        dash = ("the range .-_ holds no letter, since case does not count; \\- is the character -; "
+                "write ^a[.\\-_]")
+        self.check(["regex", "compile", "list", "out"], DONE, "out: 4 expressions\n",
+                   "list:2: warning: the bar stands outside parentheses: part 1 matches nothing, "
+                   "part 2 matches at the beginning of a name only; write (foo|bar)\n"
+                   "list:3: warning: the pattern matches nothing: a .* inside parentheses needs a $ "
+                   "behind it there; write ^.*b$\n"
+                   f"list:4: warning: {dash}\nlist:5: warning: {dash}b\n")
+
     def test_what_never_matches_is_warned_of(self):
         self.file("list", "a{3,2}\n\\telesat\n")
         self.check(["regex", "compile", "list", "out"], DONE, "out: 2 expressions\n",

@@ -1,3 +1,4 @@
+#include "tiny_rex.h"
 #include "verify_command.h"
 
 #include <filesystem>
@@ -37,6 +38,15 @@ std::string block_of(const std::vector<int32_t> &nodes) {
         bytes += little_endian(static_cast<uint32_t>(field));
     }
     return bytes;
+}
+std::string block_of(const char *pattern) {
+    const trex_ptr expression(trex_compile_ex(pattern, trex_fold_case));
+    std::vector<int32_t> fields;
+    for (int32_t i = 0; i < expression->nsize; ++i) {
+        const TRexNode &node = expression->nodes[i];
+        fields.insert(fields.end(), {node.type, node.left, node.right, node.next});
+    }
+    return block_of(fields);
 }
 
 const std::string pattern_magic("\xB9\xEB\0\0", 4);
@@ -306,6 +316,7 @@ TEST_F(verify_test, every_kind_is_found) {
         {"patterns-no-such-file", {{patterns, "x"}}},
         {"pattern-damaged", {{patterns, pattern_magic + little_endian(0)}}},
         {"pattern-can-fail", {{patterns, pattern_magic + block_of(bad_nodes)}}},
+        {"pattern-says-otherwise", {{patterns, pattern_magic + block_of("foo|bar")}}},
         {"patterns-not-asked", {{"dynaregex/mine.cregexes", pattern_magic}}},
         {"pattern-lines-stale",
          {{patterns, pattern_magic},
@@ -919,6 +930,10 @@ TEST_F(verify_test, pattern_files) {
          {file +
           ": error: pattern 1 can fail to match: the engine says \"corrupt regex: node->left "
           "is out of range 7 > 2\""}},
+        {"patterns that do not do what they say",
+         {{file, pattern_magic + block_of("[\\[a]") + block_of("^(.*b)$")}},
+         {file + ": warning: pattern 2, ^(.*b)$: the pattern matches nothing: a .* inside "
+                 "parentheses needs a $ behind it there; write ^.*b$"}},
         {"a name that is not asked",
          {{"dynaregex/mine.cregexes", pattern_magic}},
          {"dynaregex/mine.cregexes: info: the engine asks no file of this name"}},

@@ -1,4 +1,6 @@
+#include <iterator>
 #include <memory>
+#include <random>
 
 #include "platform/file.h"
 #include "ptr_session.h"
@@ -49,6 +51,29 @@ TEST_F(dynamic_names_default, which_names_spell_an_address_out) {
         EXPECT_EQ(judge({name}), want) << name;
         EXPECT_EQ(state.rdns(), want ? "(none)" : name);
     }
+}
+
+// The rule answers as the engine does with the pattern that docs and records show for it.
+TEST_F(dynamic_names_default, it_agrees_with_its_pattern) {
+    const trex_ptr pattern(trex_compile_ex(
+        R"([0-9]{1,3}(\-|_|\.)[0-9]{1,3}(\-|_|\.)[0-9]{1,3}(\-|_|\.)[0-9]{1,3})", trex_fold_case));
+    ASSERT_NE(pattern, nullptr);
+    static constexpr const char *pieces[] = {"0",  "12", "999", "1234", "00000", "-",
+                                             "_",  ".",  "-.",  "a",    "/",     ":",
+                                             "7.", "8-", "9_",  "10.",  "255-",  "\xB2"};
+    std::mt19937 random(1);
+    int matched = 0;
+    for (int i = 0; i < 4000; ++i) {
+        std::string name;
+        for (size_t left = 1 + random() % 14; left; --left) {
+            name += pieces[random() % std::size(pieces)];
+        }
+        const int want = trex_match(pattern.get(), name.c_str());
+        EXPECT_EQ(judge({name}), want) << name;
+        matched += want;
+    }
+    EXPECT_GT(matched, 200) << "names of both kinds are needed";
+    EXPECT_LT(matched, 3600);
 }
 
 TEST_F(dynamic_names_default, all_names_must_match) {

@@ -8,6 +8,8 @@ The .deb is unpacked into a folder and its program run from there; nothing is in
 unpacked on drive c: of a fresh Wine prefix, where the MSI is installed, too.
 """
 
+import hashlib
+import json
 import os
 import re
 import shlex
@@ -288,9 +290,18 @@ class Windows(PackageTest):
         found = {str(path.relative_to(self.program_folder))
                  for path in self.program_folder.rglob("*") if path.is_file()}
         want = {"quillfence.exe", "quillfence-data.exe", "quillfence-replayer.exe", "install.cmd",
-                "uninstall.cmd", "README.md", "CHANGES.md"}
+                "uninstall.cmd", "README.md", "CHANGES.md", "quillfence.spdx.json"}
         want |= files_of_tree("docs", "*") | files_of_tree("examples", "*")
         self.assertEqual(found, want)
+
+    def test_what_is_linked_is_told_of_the_programs_as_they_are(self):
+        """What spdx_test.py does not see: these programs are stripped."""
+        document = json.loads((self.program_folder / "quillfence.spdx.json").read_text())
+        told = {package["packageFileName"]: package["checksums"][0]["checksumValue"]
+                for package in document["packages"] if "packageFileName" in package}
+        programs = self.program_folder.glob("*.exe")
+        self.assertEqual(told, {path.name: hashlib.sha256(path.read_bytes()).hexdigest()
+                                for path in programs})
 
     def test_scripts_have_the_line_ends_of_windows(self):
         for name in ("install.cmd", "uninstall.cmd"):
@@ -363,6 +374,13 @@ class Windows(PackageTest):
         self.assertEqual(status, 0, stderr)
         return package
 
+    def component_of(self, package, name):
+        """The code by which Windows counts who has installed a file."""
+        table = lambda of: [line.split("\t") for line
+                            in run("msiinfo", "export", str(package), of)[1].splitlines()[3:]]
+        component, = [row[1] for row in table("File") if row[2] == name]
+        return dict(row[:2] for row in table("Component"))[component]
+
     def page(self, command, package):
         """Does what docs/windows.md says with the MSI. The exit status."""
         page = (SOURCE / "docs/windows.md").read_text()
@@ -411,6 +429,11 @@ class Windows(PackageTest):
         self.assertEqual((self.registered(), self.values(OUR_KEY), self.versions()),
                          (None, None, []))
         self.assertEqual(files_in(configuration), {"from_blacklist": b"bob@x.example\n"})
+
+    def test_a_file_keeps_its_component_when_others_come_and_go(self):
+        name = "quillfence-replayer.exe"
+        few = self.other_msi("few", "1.0.1")
+        self.assertEqual(self.component_of(few, name), self.component_of(self.msi(), name))
 
     def test_an_msi_takes_the_place_of_an_older_one(self):
         folder = self.drive / "mail tools"

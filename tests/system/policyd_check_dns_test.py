@@ -16,7 +16,8 @@ import dns_servers as servers
 from dns_servers import A, NXDOMAIN, REFUSED, record, reply
 from dns_testing import Drive, Programs, environment, lacking, main
 
-EXAMPLE = Path(__file__).resolve().parents[2] / "examples/drive_c"
+SOURCE = Path(__file__).resolve().parents[2]
+EXAMPLE = SOURCE / "examples/drive_c"
 
 SOA = "@ 60 IN SOA ns.test. hostmaster.test. 1 60 60 60 60\n@ IN NS ns.test.\n"
 ZONES = {
@@ -27,6 +28,16 @@ ZONES = {
     "parked.test.": f"$ORIGIN parked.test.\n$TTL 60\n{SOA}* IN A 192.0.2.80\n",
     "shut.test.": f"$ORIGIN shut.test.\n$TTL 60\n{SOA}* IN A 127.255.255.254\n",
 }
+
+
+LINE = r"(ok|warning|error) +(\S+): (.*)"
+
+
+def of_the_page(about):
+    """What docs/policyd.md shows about something."""
+    page = (SOURCE / "docs/policyd.md").read_text(encoding="utf-8")
+    return [(kind, text) for kind, name, text in re.findall("^    " + LINE, page, re.MULTILINE)
+            if name == about]
 
 
 class Checked:
@@ -42,7 +53,7 @@ class Checked:
         self.output = done.stdout + done.stderr
         self.lines = {}
         for line in done.stdout.splitlines():
-            kind, about, text = re.fullmatch(r"(ok|warning|error) +(\S+): (.*)", line).groups()
+            kind, about, text = re.fullmatch(LINE, line).groups()
             self.lines.setdefault(about, []).append((kind, text))
 
 
@@ -90,6 +101,9 @@ class SoundServer(CheckTest):
                  if not text.startswith("the user ")}  # whom this machine has
         self.assertEqual(kinds - {"warning"}, {"ok"}, run.output)
         self.assertEqual(run.status, 1 if "error" in run.output else 0)
+        self.assertEqual(run.lines["c:/quillfence/"], of_the_page("c:/quillfence/"))
+        self.assertEqual(run.lines[f"{self.folder}/log"],
+                         of_the_page("/var/log/quillfence/policyd.log"))
         self.assertEqual(os.listdir(self.folder), [])
 
     def test_lists_in_trouble(self):
@@ -102,6 +116,7 @@ class SoundServer(CheckTest):
             ((kind, text),) = run.lines[zone]
             self.assertEqual(kind, "error", run.output)
             self.assertTrue(text.startswith(beginning), run.output)
+        self.assertEqual(run.lines["shut.test"], of_the_page("rbl.example"))
         self.assertEqual(run.status, 1)
 
     def test_a_list_of_nobody_s(self):
@@ -120,7 +135,9 @@ class ServersInTrouble(CheckTest):
         run = self.check(self.serve(lambda message, tcp: servers.RESET if tcp
                                     else self.found(message)))
         self.assert_dns(run, "error", "127.0.0.1:")
-        self.assertIn("answers by UDP and not by TCP", run.output)
+        ((kind, text),) = run.lines["DNS"]
+        self.assertEqual([(kind, re.sub(r"^127\.0\.0\.1:\d+", "192.0.2.53:53", text))],
+                         of_the_page("DNS"))
         self.assertEqual(run.status, 1)
 
     def test_refusal(self):
