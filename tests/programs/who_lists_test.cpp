@@ -76,6 +76,19 @@ TEST_F(who_lists_test, an_address) {
     EXPECT_EQ(said, "");
 }
 
+// With a recipient he is met, too.
+TEST_F(who_lists_test, an_address_and_its_recipient) {
+    put("exempt_users", "bob@example.net\n");
+    put("from_blacklist", "a@example.org\n");
+    EXPECT_EQ(ask("a@example.org", false, "bob@example.net").out,
+              "a@example.org as a sender: accepted by to_whitelist\n"
+              "* exempt_users:1              bob@example.net         accepted by to_whitelist\n"
+              "  from_blacklist:1            a@example.org           refused by from_blacklist\n"
+              "a@example.org as a recipient: not listed\n"
+              "* decides\n");
+    EXPECT_EQ(ask("a@example.org", false, "bob@").failure, "\"bob@\" is no mail address");
+}
+
 TEST_F(who_lists_test, nothing_lists_it) {
     put("from_whitelist", "bob@example.org\n");
     const outcome answer = ask("ann@example.org");
