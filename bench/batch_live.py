@@ -51,9 +51,10 @@ def main():
                                   stdout=subprocess.PIPE, text=True)
         server.stdout.readline()
         began = time.monotonic()
-        batch = subprocess.Popen([PROGRAM, "batch", "--drive-c", SOURCE / "examples/drive_c",
-                                  "--dns", "live", "--server", f"127.0.0.1:{port}",
-                                  "--questions", QUESTIONS, transactions],
+        batch = subprocess.Popen([PROGRAM, "batch", "--quiet",
+                                  "--drive-c", SOURCE / "examples/drive_c", "--dns", "live",
+                                  "--server", f"127.0.0.1:{port}", "--questions", QUESTIONS,
+                                  transactions],
                                  stdout=subprocess.DEVNULL)
         _, status, used = os.wait4(batch.pid, 0)
         seconds = time.monotonic() - began

@@ -1,17 +1,18 @@
-# What is installed, and the packages that CPack makes of it: a zip and an MSI for Windows, a .deb for
-# Linux.
+# What is installed. For Windows, CPack makes a zip and an MSI of it:
 #
 #     cpack --config build/windows/CPackConfig.cmake -B build/packages
-#     cpack --config build/linux/CPackConfig.cmake -B build/packages
-
-set(CPACK_PACKAGE_NAME quillfence)
-set(CPACK_PACKAGE_VENDOR "Quillfence")
-set(CPACK_PACKAGE_CONTACT "Quillfence maintainers <maintainers@quillfence.example>")
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "${PROJECT_DESCRIPTION}")
-set(CPACK_PACKAGE_CHECKSUM SHA256)
-set(CPACK_VERBATIM_VARIABLES ON)
+#
+# Debian's packages are made by debian/, which shares what is installed here out among them:
+#
+#     scripts/debian-packages
 
 if(WIN32)
+    set(CPACK_PACKAGE_NAME quillfence)
+    set(CPACK_PACKAGE_VENDOR "Quillfence")
+    set(CPACK_PACKAGE_CONTACT "Quillfence maintainers <maintainers@quillfence.example>")
+    set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "${PROJECT_DESCRIPTION}")
+    set(CPACK_PACKAGE_CHECKSUM SHA256)
+    set(CPACK_VERBATIM_VARIABLES ON)
     set(CPACK_GENERATOR ZIP)
     set(CPACK_POST_BUILD_SCRIPTS "${PROJECT_SOURCE_DIR}/cmake/WindowsPackages.cmake")
     set(CPACK_QUILLFENCE_SOURCE "${PROJECT_SOURCE_DIR}")
@@ -22,18 +23,13 @@ if(WIN32)
     install(FILES README.md CHANGES.md packaging/windows/install.cmd
                   packaging/windows/uninstall.cmd DESTINATION .)
     install(DIRECTORY docs examples DESTINATION .)
+    include(CPack)
 else()
-    set(CPACK_GENERATOR DEB)
-    set(CPACK_STRIP_FILES ON)
-    set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
-    set(CPACK_DEBIAN_PACKAGE_SECTION mail)
-    set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-    set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
     include(GNUInstallDirs)
     install(TARGETS quillfence quillfence-data quillfence-replayer
             RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
     install(FILES README.md CHANGES.md DESTINATION share/doc/quillfence)
-    install(DIRECTORY docs/ DESTINATION share/doc/quillfence/docs)
+    install(DIRECTORY docs/ DESTINATION share/doc/quillfence/docs PATTERN man EXCLUDE)
     install(DIRECTORY examples DESTINATION share/doc/quillfence
             REGEX "/scale/.*\\.(py|sh)$"
             PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ
@@ -43,7 +39,7 @@ else()
     install(FILES packaging/completion/quillfence packaging/completion/quillfence-data
                   packaging/completion/quillfence-replayer
             DESTINATION share/bash-completion/completions)
-    # The service: its units and its user, and what becomes of its log.
+    # The service: its units and its user, what becomes of its log, and when to raise the alarm.
     install(FILES packaging/systemd/quillfence-policyd.service
                   packaging/systemd/quillfence-policyd.socket
             DESTINATION lib/systemd/system)
@@ -51,8 +47,5 @@ else()
             RENAME quillfence.conf)
     install(FILES packaging/logrotate/quillfence-policyd DESTINATION /etc/logrotate.d)
     install(FILES packaging/prometheus/quillfence.rules.yml
-            DESTINATION share/doc/quillfence/packaging/prometheus)
-    set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA "${PROJECT_SOURCE_DIR}/packaging/debian/conffiles"
-                                           "${PROJECT_SOURCE_DIR}/packaging/debian/postinst")
+            DESTINATION share/doc/quillfence-policyd/examples)
 endif()
-include(CPack)

@@ -215,9 +215,37 @@ static std::string without_groups(const std::string &pattern) {
     return text_of(all);
 }
 
-static std::string dead_warning(const std::string &pattern, const TRex &expression) {
+static bool is_anchor(int32_t type) {
+    return type == trex_op_bol || type == trex_op_eol || type == trex_op_any_sequence;
+}
+
+// Whether "^" stands at the beginning alone, "$" at the end, and ".*" nowhere but between these
+// two. Most patterns are like this, and match something (but for an empty class, which has a
+// warning).
+static bool has_anchors_in_place(const TRex &expression) {
+    int32_t in_place = 0;
+    const int32_t first = expression.nodes[0].left;
+    for (int32_t i = first; i >= 0; i = expression.nodes[i].next) {
+        const int32_t type = expression.nodes[i].type;
+        in_place += type == trex_op_any_sequence || (type == trex_op_bol && i == first) ||
+                    (type == trex_op_eol && expression.nodes[i].next < 0);
+    }
+    const TRexNode *const nodes = expression.nodes;
+    return last_type(expression, first) == trex_op_eol &&
+           in_place == std::count_if(nodes, nodes + expression.nsize,
+                                     [](const TRexNode &node) { return is_anchor(node.type); });
+}
+
+static bool matches_nothing(const TRex &expression) {
+    if (has_anchors_in_place(expression)) {
+        return false;
+    }
     const pattern_language language = language_of(expression);
-    const bool nothing = language.is_known && takes_nothing(language);
+    return language.is_known && takes_nothing(language);
+}
+
+static std::string dead_warning(const std::string &pattern, const TRex &expression) {
+    const bool nothing = matches_nothing(expression);
     if (has_dead_group(expression)) {
         return nothing ? "the pattern matches nothing: a .* inside parentheses needs a $ behind it "
                          "there"
@@ -420,19 +448,23 @@ static std::string class_advice(const std::string &pattern) {
 
 // --- Repetitions of repetitions ---
 
+static std::string without(tokens all, size_t index) {
+    all.erase(all.begin() + static_cast<std::ptrdiff_t>(index));
+    return text_of(all);
+}
+
 static std::string repetition_warning(const std::string &pattern, std::string *instead) {
     const tokens all = tokens_of(pattern);
     for (size_t i = 1; i < all.size(); ++i) {
-        tokens others = all;
-        others.erase(others.begin() + static_cast<std::ptrdiff_t>(i));
-        *instead = text_of(others);
-        if (all[i].is == kind::times && all[i].text != "*" && all[i - 1].text == ".*") {
-            return ".*" + all[i].text + " is a .* that takes all the rest, or nothing at all";
+        const std::string &one = all[i].text;
+        const std::string &before = all[i - 1].text;
+        if (all[i].is == kind::times && one != "*" && before == ".*") {
+            *instead = without(all, i);
+            return ".*" + one + " is a .* that takes all the rest, or nothing at all";
         }
-        if (all[i].is == kind::atom && all[i - 1].is == kind::times &&
-            holds("*+?", all[i].text[0])) {
-            return "the second " + all[i].text + " in " + all[i - 1].text + all[i].text +
-                   " is the character " + all[i].text;
+        if (all[i].is == kind::atom && all[i - 1].is == kind::times && holds("*+?", one[0])) {
+            *instead = without(all, i);
+            return "the second " + one + " in " + before + one + " is the character " + one;
         }
     }
     return {};

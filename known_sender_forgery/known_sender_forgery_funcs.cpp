@@ -458,8 +458,7 @@ static const ksf_domain *find_declared(const declarations &opened, const char *p
     return nullptr;
 }
 
-// May the client send for the declared domain?
-static int ksf_may_send(const ksf_domain *domain, const char *ip) {
+int ksf_may_send(const ksf_domain *domain, const char *ip) {
     uint32_t client = 0;
     if (!host_order_ipv4(ip, &client)) {
         QF_ERROR_AS("ksf_check_domain_to_ip_restriction",

@@ -56,6 +56,10 @@ int ksf_index_make(const char *bytes, uint64_t size, ksf_index **made);
 void ksf_index_free(ksf_index *index);         // null is accepted
 size_t ksf_index_size(const ksf_index *index); // in bytes of memory
 
+// Whether a network of the declaration holds the client: 1, else 0. ERROR line: "failed to convert
+// ip [%s] to host order bytes" for a client that is not IPv4, who may send for every domain: 1.
+int ksf_may_send(const ksf_domain *domain, const char *ip);
+
 // May a client send for a domain? 1: it may, or nothing restricts it; 0: the first record of
 // exactly this domain (without regard to case and surrounding white space) has no network that
 // holds the client. The file is read afresh.

@@ -127,15 +127,19 @@ void policy_judge::core::pass(request &one, doubt why, std::string_view text) no
 
 // False when there are too many, or it is the end.
 bool policy_judge::core::admit(const request_ptr &one, bool at_once) {
-    const std::lock_guard guard(lock_);
-    if (stops_ || outstanding_.count() >= options.most_outstanding) {
-        return false;
+    bool wakes = false;
+    {
+        const std::lock_guard guard(lock_);
+        if (stops_ || outstanding_.count() >= options.most_outstanding) {
+            return false;
+        }
+        one->number = ++numbered_;
+        outstanding_.add(one);
+        queue_.put(one.get());
+        wakes = at_once && idle_ > 0;
     }
-    one->number = ++numbered_;
-    outstanding_.add(one);
-    queue_.put(one.get());
-    if (at_once && idle_ > 0) {
-        work_.notify_one();
+    if (wakes) {
+        work_.notify_one(); // without the lock, for which he would only wait
     }
     return true;
 }
@@ -167,20 +171,28 @@ request *policy_judge::core::next() {
 }
 
 request *policy_judge::core::share_out(bool wants_one) noexcept {
-    const std::lock_guard guard(lock_);
-    request *const own = wants_one && !stops_ ? queue_.take() : nullptr;
-    for (size_t i = std::min<size_t>(queue_.count(), idle_); i > 0; --i) {
+    request *own = nullptr;
+    size_t helpers = 0;
+    {
+        const std::lock_guard guard(lock_);
+        own = wants_one && !stops_ ? queue_.take() : nullptr;
+        helpers = std::min<size_t>(queue_.count(), idle_);
+    }
+    for (; helpers > 0; --helpers) {
         work_.notify_one();
     }
     return own;
 }
 
 void policy_judge::core::resume(request &one) noexcept {
-    const std::lock_guard guard(lock_);
-    if (one.self && !stops_) {
+    {
+        const std::lock_guard guard(lock_);
+        if (!one.self || stops_) {
+            return;
+        }
         queue_.put(&one);
-        work_.notify_one();
     }
+    work_.notify_one();
 }
 
 void policy_judge::core::finish(request &one) noexcept {
@@ -377,11 +389,9 @@ void judging_thread::advance(request &one) {
     }
 }
 
-// Whether it is one to judge; else it has been answered.
+// Whether it is one to judge; else it has been answered. One that was answered because it had to
+// wait for too long is judged, too: it shall be in the log.
 bool judging_thread::read(request &one) {
-    if (one.taken) {
-        return false; // it has waited for too long
-    }
     decision::input_result input = decision::read_input(decision::input_format::policy, one.text);
     if (!input.read) {
         const std::string why = input.problem.text.empty() ? "it is empty" : input.problem.text;

@@ -11,7 +11,8 @@
 // In doubt mail passes, with "action=DUNNO": a request that can't be read, no configuration yet, no
 // memory, an engine that fails, more requests than can be outstanding, and a request that has
 // waited until its deadline. Each is counted, and told as an event, of one kind once a minute. What
-// is not of the stage RCPT is DUNNO as well, without a record.
+// is not of the stage RCPT is DUNNO as well. A record has of all these only the one whose deadline
+// was over, which is judged all the same.
 #pragma once
 
 #include <chrono>

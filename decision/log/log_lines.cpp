@@ -60,4 +60,9 @@ bool log_lines::rest(log_line *line) {
     return (filled_ > begin_ || skipping_) && take(filled_ - begin_, 0, line);
 }
 
+void log_lines::forget_unfinished() {
+    begin_ = seen_ = filled_;
+    skipping_ = false;
+}
+
 } // namespace quillfence::decision

@@ -31,6 +31,11 @@ class log_lines {
     // What stands behind the last line end: a line that is not written out, or was cut off. False
     // when there is nothing.
     bool rest(log_line *line);
+    // How many bytes stand there, and that they count no more: their writer has taken them back.
+    size_t unfinished() const {
+        return filled_ - begin_;
+    }
+    void forget_unfinished();
 
   private:
     bool fill();

@@ -3,7 +3,8 @@
 namespace quillfence::data_tool {
 
 static constexpr command_maker commands[] = {
-    regex_command, blockmap_command, range_command, list_command, counter_command, verify_command,
+    regex_command,   blockmap_command, range_command,     list_command,
+    counter_command, verify_command,   who_lists_command,
 };
 
 static constexpr char exit_status_help[] = R"(Exit status:

@@ -19,6 +19,7 @@ command range_command();
 command list_command();
 command counter_command();
 command verify_command();
+command who_lists_command();
 
 // Runs the program; the result is its exit status.
 int run(int argc, char **argv);

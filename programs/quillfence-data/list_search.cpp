@@ -23,8 +23,11 @@ static const char *way_of(const configuration_file &list, const char *pattern) {
 }
 
 // The lines of one list that match, as the engine reads and counts them.
-static void find_in_list(const std::string &path, const configuration_file &list,
-                         const std::string &value, std::vector<list_match> *matches) {
+void find_in_list(const std::string &path, const configuration_file &list, const std::string &value,
+                  std::vector<list_match> *matches) {
+    if (!may_be_file(path)) {
+        return;
+    }
     open_file file;
     if (const uint32_t error = file.open(path)) {
         throw failure(file_error(path, error));
@@ -57,30 +60,27 @@ static bool is_sound(const range_records &ranges) {
                        [](const range_record &record) { return record.valid; });
 }
 
-// The engine's own answer; what it can't make of the file is complained about. Of a sound file it
+// The engine's own answer; *problem receives what it can't make of the file. Of a sound file it
 // must be the answer that the records give.
 static bool engine_finds(const std::string &path, const range_records &ranges,
-                         const std::string &value, bool in_records) {
+                         const std::string &value, bool in_records, std::string *problem) {
     const path_parts parts = parts_of(path);
     engine_messages messages;
     const bool listed = file_contains_ip_range_match(parts.name.c_str(), value.c_str(),
                                                      parts.directory.c_str()) != 0;
-    const std::string problem = messages.take();
+    *problem = messages.take();
     if (is_sound(ranges) && listed != in_records) {
         throw failure(path + ": the engine's answer for " + value + " is another one" +
-                      (problem.empty() ? "; has the file changed meanwhile?" : ": " + problem));
-    }
-    if (!problem.empty()) {
-        complain(problem);
+                      (problem->empty() ? "; has the file changed meanwhile?" : ": " + *problem));
     }
     return listed;
 }
 
-static void find_in_ranges(const std::string &path, const std::string &value,
+std::string find_in_ranges(const std::string &path, const std::string &value,
                            std::vector<list_match> *matches) {
     const std::optional<uint32_t> address = parse_address(value);
     if (!address || !may_be_file(path)) {
-        return;
+        return {};
     }
     const range_records read = read_ranges(path);
     if (read.error) {
@@ -89,7 +89,8 @@ static void find_in_ranges(const std::string &path, const std::string &value,
     const bool in_records =
         std::any_of(read.records.begin(), read.records.end(),
                     [&](const range_record &record) { return holds(record, *address); });
-    const bool listed = engine_finds(path, read, value, in_records);
+    std::string problem;
+    const bool listed = engine_finds(path, read, value, in_records, &problem);
     for (const range_record &record : read.records) {
         if (listed && holds(record, *address)) {
             matches->push_back({.file = path,
@@ -99,18 +100,20 @@ static void find_in_ranges(const std::string &path, const std::string &value,
                                 .how = "range"});
         }
     }
+    return problem;
 }
 
 // Whether anything matched.
-bool find_in(const std::string &directory, const configuration_file &list, const std::string &value,
-             std::vector<list_match> *matches) {
+static bool find_in(const std::string &directory, const configuration_file &list,
+                    const std::string &value, std::vector<list_match> *matches) {
     const size_t before = matches->size();
-    const std::string path = joined(directory, path_in_base(list));
-    if (may_be_file(path)) {
-        find_in_list(path, list, value, matches);
-    }
+    find_in_list(joined(directory, path_in_base(list)), list, value, matches);
     if (list.range_file) {
-        find_in_ranges(joined(directory, list.range_file), value, matches);
+        const std::string problem =
+            find_in_ranges(joined(directory, list.range_file), value, matches);
+        if (!problem.empty()) {
+            complain(problem);
+        }
     }
     return matches->size() != before;
 }

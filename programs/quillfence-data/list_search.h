@@ -21,12 +21,14 @@ struct list_match {
     const char *how; // it was compared: "plain" for an entry of a list with wildcards that has none
 };
 
-// Appends every entry of one list of a folder that matches the value, and of its range file;
-// whether there are any. The lines are read, counted and compared as a lookup of the engine does
-// it. Throws a failure for a file that can't be read; what the engine can't make of a range file is
-// complained about.
-bool find_in(const std::string &directory, const configuration_file &list, const std::string &value,
-             std::vector<list_match> *matches);
+// Appends the lines of one list that match the value. They are read, counted and compared as a
+// lookup of the engine does it. A missing list has none. Throws a failure when it can't be read.
+void find_in_list(const std::string &path, const configuration_file &list, const std::string &value,
+                  std::vector<list_match> *matches);
+// The same of the records of a range file. Returns what the engine can't make of the file; "" when
+// there is nothing wrong with it.
+std::string find_in_ranges(const std::string &path, const std::string &value,
+                           std::vector<list_match> *matches);
 
 struct found_entries {
     std::vector<list_match> matches;
@@ -34,7 +36,7 @@ struct found_entries {
     std::vector<std::pair<const char *, const char *>> opposites{};
 };
 
-// The same of all lists.
+// All lists of a folder, and their range files; what is wrong with these is complained about.
 found_entries find_everywhere(const std::string &directory, const std::string &value);
 
 } // namespace quillfence::data_tool

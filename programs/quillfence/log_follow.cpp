@@ -23,6 +23,7 @@ void log_follower::take_over(opened file) {
     }
     bytes_ = std::make_unique<decision::log_bytes>(log_source(file_->handle()));
     lines_ = std::make_unique<decision::log_lines>(*bytes_);
+    taken_back_ = 0;
 }
 
 void log_follower::take_lines(log_sifter &sifter) {
@@ -43,9 +44,26 @@ void log_follower::leave(log_sifter &sifter) {
     }
 }
 
-bool log_follower::is_cut() const {
+void log_follower::seek(uint64_t place) {
+    platform::file_seek(file_->handle(), static_cast<int64_t>(place), platform::seek_origin::begin,
+                        nullptr);
+}
+
+// Whether only a line without its end is gone, which its writer was killed in and the next one cuts
+// off. It is forgotten then.
+bool log_follower::goes_on_at(uint64_t size) {
+    if (size + lines_->unfinished() != bytes_->taken() - taken_back_) {
+        return false;
+    }
+    taken_back_ += lines_->unfinished();
+    lines_->forget_unfinished();
+    seek(size);
+    return true;
+}
+
+bool log_follower::is_cut() {
     uint64_t size = 0;
-    return !file_->size(&size) && size < bytes_->taken();
+    return !file_->size(&size) && size < bytes_->taken() - taken_back_ && !goes_on_at(size);
 }
 
 void log_follower::look(log_sifter &sifter) {
@@ -56,7 +74,7 @@ void log_follower::look(log_sifter &sifter) {
                           identity != identity_;
     if (!is_other && is_cut()) {
         leave(sifter);
-        platform::file_seek(file_->handle(), 0, platform::seek_origin::begin, nullptr);
+        seek(0);
         take_over(std::move(file_));
     }
     take_lines(sifter); // also what was written before the other file came

@@ -27,13 +27,16 @@ class log_follower {
     void take_over(opened file);
     void take_lines(log_sifter &sifter);
     void leave(log_sifter &sifter);
-    bool is_cut() const;
+    bool is_cut();
+    bool goes_on_at(uint64_t size);
+    void seek(uint64_t place);
 
     const std::string path_;
     opened file_;
     platform::file_identity identity_{};
     std::unique_ptr<decision::log_bytes> bytes_;
     std::unique_ptr<decision::log_lines> lines_;
+    uint64_t taken_back_ = 0; // bytes that were read and are no longer there
 };
 
 } // namespace quillfence::programs

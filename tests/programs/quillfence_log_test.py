@@ -398,6 +398,21 @@ class FollowTest(Case):
         self.assertEqual(program.stdout.readline(), record(3))
         self.assertEqual(self.end(program), (DONE, "", ""))
 
+    def test_a_torn_line_that_is_cut_off(self):
+        """As a service does it that starts after one that was killed."""
+        self.file("log", record(1) + record(2) + record(3)[:50])
+        program = self.start()
+        self.assertEqual(program.stdout.readline(), record(1))
+        self.assertEqual(program.stdout.readline(), record(2))
+        for n in (4, 5):
+            time.sleep(0.5)
+            os.truncate(self.folder / "log", (self.folder / "log").stat().st_size - 50)
+            time.sleep(0.5)
+            self.add(record(n))
+            self.assertEqual(program.stdout.readline(), record(n))
+            self.add(record(n + 1)[:50])
+        self.assertEqual(self.end(program), (DONE, "", ""))
+
     def test_what_is_wrong_is_said_at_once(self):
         self.file("log", record(1))
         program = self.start()

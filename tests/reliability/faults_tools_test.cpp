@@ -86,6 +86,26 @@ TEST_F(faults_tools, questions) {
     }
 }
 
+// The answer is right, or it is said what could not be looked at: a file, an address that the
+// system did not convert. A list of which half is read is another list, to the engine as well.
+TEST_F(faults_tools, who_lists) {
+    const words arguments = {"who-lists", "10.1.2.5"};
+    const ending right = run_program(arguments);
+    EXPECT_EQ(right.status, exit_status::done) << right.err;
+    EXPECT_EQ(right.err, "");
+    const unsigned runs = sweep(
+        arguments, [] {},
+        [&](const ending &run, const fault &what) {
+            EXPECT_EQ(changed_files(before, contents_of(drive)), "");
+            if ((run.status != right.status || run.out != right.out) && !is_gone(what) &&
+                what.answer != platform::observed_half) {
+                EXPECT_EQ(run.status, exit_status::failed) << run.out;
+                EXPECT_NE(run.err, "");
+            }
+        });
+    EXPECT_GT(runs, 100u);
+}
+
 // Each finding is there, or another one says what could not be looked at.
 TEST_F(faults_tools, verify) {
     drive.write(below("control/rules.enabled"), "valid_prt\n");

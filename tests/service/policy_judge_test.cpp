@@ -818,6 +818,38 @@ TEST_F(in_two_steps, answers_that_are_missing_are_not_waited_for) {
     EXPECT_EQ(one.wait(), dunno);
 }
 
+// It is answered while it waits, and judged for the log all the same.
+TEST_F(in_two_steps, what_waits_beyond_the_deadline_has_a_record) {
+    options.jobs = 1;
+    std::atomic<int> said = 0;
+    std::atomic<bool> goes_on = false;
+    running().judge(request_of(friend_of_all), [&](std::string_view) {
+        for (++said; !goes_on;) {
+            std::this_thread::yield(); // the only thread of the judge
+        }
+    });
+    while (said == 0) {
+        std::this_thread::yield();
+    }
+    reply waiting;
+    running().take_on(request_of(foe), waiting.function());
+    moment += options.deadline;
+    judge->answer_overdue();
+    EXPECT_EQ(waiting.wait(), dunno);
+    EXPECT_EQ(counter("quillfence_unjudged_total{reason=\"deadline\"}"), "1");
+    EXPECT_EQ(records().size(), 1u);
+    judge->begin_all(true);
+    goes_on = true;
+    EXPECT_EQ(waiting.count(), 1);
+    EXPECT_EQ(counter("quillfence_unjudged_total{reason=\"deadline\"}"), "1");
+    const auto all = records();
+    ASSERT_EQ(all.size(), 2u);
+    EXPECT_EQ(all[1].transaction.sender, foe.sender);
+    EXPECT_EQ(answered(all[1]), "\"DUNNO\"");
+    ASSERT_FALSE(all[1].notes.empty());
+    EXPECT_TRUE(all[1].notes.back().text.starts_with("it was answered before it was decided"));
+}
+
 TEST_F(in_two_steps, at_the_end_what_was_not_begun_passes) {
     reply one;
     running().judge(request_of(foe), one.function());

@@ -1,18 +1,15 @@
 #!/usr/bin/env python3
-"""The packages: made by cpack, unpacked, and used by the README's steps.
+"""The packages for Windows: made by cpack, unpacked, and used by the README's steps.
 
-    package_test.py linux BUILD SOURCE CPACK
-    package_test.py windows BUILD SOURCE CPACK LAUNCHER
+    package_test.py BUILD SOURCE CPACK LAUNCHER
 
-The .deb is unpacked into a folder and its program run from there; nothing is installed. The zip is
-unpacked on drive c: of a fresh Wine prefix, where the MSI is installed, too.
+The zip is unpacked on drive c: of a fresh Wine prefix, where the MSI is installed, too.
 """
 
 import hashlib
 import json
 import os
 import re
-import shlex
 import shutil
 import struct
 import subprocess
@@ -22,11 +19,11 @@ import unittest
 import zipfile
 from pathlib import Path
 
+from readme_samples import explained, files_of_tree, sample
 from whole_program import unable
 
-KIND = sys.argv[1]
-BUILD, SOURCE = Path(sys.argv[2]), Path(sys.argv[3])
-CPACK, *LAUNCHER = sys.argv[4:]
+BUILD, SOURCE = Path(sys.argv[1]), Path(sys.argv[2])
+CPACK, *LAUNCHER = sys.argv[3:]
 
 SOURCE_KEY = r"HKLM\SYSTEM\CurrentControlSet\Services\EventLog\Application\Quillfence"
 OUR_KEY = r"HKLM\SOFTWARE\Quillfence"
@@ -48,24 +45,6 @@ def run(*command, env=None, cwd=None):
                 stderr.read().decode(errors="replace"))
 
 
-def sample():
-    """The arguments of the sample that ./replay replays, and what the README shows for it."""
-    script = (SOURCE / "replay").read_text()
-    readme = (SOURCE / "README.md").read_text()
-    arguments = shlex.split(re.search(r"^ +set -- (R .*)$", script, re.MULTILINE).group(1))
-    return arguments, re.search(r"^    (\{\"spam_hits\".*\})$", readme, re.MULTILINE).group(1)
-
-
-def explained():
-    """The arguments of the sample that ./explain explains, and the beginning of the answer that
-    the README shows."""
-    script = (SOURCE / "explain").read_text()
-    readme = (SOURCE / "README.md").read_text()
-    arguments = shlex.split(re.search(r"^ +set -- (--.*)$", script, re.MULTILINE).group(1))
-    block = re.search(r"^    (REJECT by (?:.*\n    )*)\.\.\.$", readme, re.MULTILINE).group(1)
-    return arguments, block.replace("\n    ", "\n")
-
-
 def make_package(folder, ending):
     status, stdout, stderr = run(CPACK, "--config", str(BUILD / "CPackConfig.cmake"), "-B", folder,
                                  cwd=BUILD)
@@ -82,17 +61,12 @@ def files_in(folder):
             if path.is_file()}
 
 
-def files_of_tree(folder, *patterns):
-    return {str(path.relative_to(SOURCE)) for pattern in patterns
-            for path in (SOURCE / folder).rglob(pattern) if path.is_file()}
-
-
 class PackageTest(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.temporary = tempfile.TemporaryDirectory(prefix="package-")
         cls.folder = Path(cls.temporary.name)
-        cls.package = make_package(str(cls.folder / "made"), ".deb" if KIND == "linux" else ".zip")
+        cls.package = make_package(str(cls.folder / "made"), ".zip")
 
     @classmethod
     def tearDownClass(cls):
@@ -102,91 +76,6 @@ class PackageTest(unittest.TestCase):
         written = Path(str(self.package) + ".sha256").read_text().split()
         counted = run("sha256sum", str(self.package))[1].split()[0]
         self.assertEqual(written, [counted, self.package.name])
-
-
-class Deb(PackageTest):
-    @classmethod
-    def setUpClass(cls):
-        super().setUpClass()
-        cls.tree = cls.folder / "tree"
-        status, _, stderr = run("dpkg-deb", "-x", str(cls.package), str(cls.tree))
-        if status:
-            sys.exit(stderr)
-
-    def test_contents(self):
-        found = {str(path.relative_to(self.tree)) for path in self.tree.rglob("*")
-                 if path.is_file()}
-        share = "usr/share/doc/quillfence/"
-        want = {share + "README.md", share + "CHANGES.md"}
-        for program in ("quillfence", "quillfence-data", "quillfence-replayer"):
-            want |= {f"usr/bin/{program}", f"usr/share/man/man1/{program}.1",
-                     f"usr/share/bash-completion/completions/{program}"}
-        want |= {"usr/lib/systemd/system/quillfence-policyd.service",
-                 "usr/lib/systemd/system/quillfence-policyd.socket",
-                 "usr/lib/sysusers.d/quillfence.conf", "etc/logrotate.d/quillfence-policyd",
-                 share + "packaging/prometheus/quillfence.rules.yml"}
-        want |= {share + name for name in files_of_tree("docs", "*") | files_of_tree("examples", "*")}
-        self.assertEqual(found, want)
-        self.assertIn(share + "examples/drive_c/quillfence/blocked_ips", found)
-
-    def test_owners_and_modes(self):
-        listing = run("dpkg-deb", "-c", str(self.package))[1].splitlines()
-        self.assertTrue(listing)
-        for line in listing:
-            mode, owner, *_, name = line.split()
-            recipe = re.search(r"/examples/scale/.*\.(py|sh)$", name)
-            executable = "/usr/bin/" in name or name.endswith("/") or recipe
-            self.assertEqual(owner, "root/root", line)
-            self.assertEqual(mode[1:], "rwxr-xr-x" if executable else "rw-r--r--", line)
-
-    def test_an_edited_log_rotation_is_kept(self):
-        """Whoever has chosen how long the log is kept has chosen it for later versions, too."""
-        self.assertEqual(run("dpkg-deb", "-I", str(self.package), "conffiles")[1],
-                         "/etc/logrotate.d/quillfence-policyd\n")
-
-    def test_the_user_of_the_service_is_made(self):
-        """With neither of the programs that make users the package is installed all the same."""
-        script = self.folder / "postinst"
-        script.write_text(run("dpkg-deb", "-I", str(self.package), "postinst")[1])
-        tools = self.folder / "tools"
-        tools.mkdir()
-        for maker in (None, "adduser", "systemd-sysusers"):
-            told = self.folder / "told"
-            told.write_text("")
-            if maker:
-                (tools / maker).write_text(f'#!/bin/sh\necho {maker} "$@" >>{told}\n')
-                (tools / maker).chmod(0o755)
-            status, _, stderr = run("/bin/sh", str(script), "configure",
-                                    env={"PATH": str(tools)})
-            self.assertEqual((status, stderr), (0, ""))
-            self.assertEqual(told.read_text().split()[:1], [maker] if maker else [])
-
-    def test_says_what_it_is_and_needs(self):
-        field = lambda name: run("dpkg-deb", "-f", str(self.package), name)[1].strip()
-        self.assertEqual(field("Package"), "quillfence")
-        self.assertEqual(field("Architecture"), "amd64")
-        needed = {entry.split()[0] for entry in field("Depends").split(", ")}
-        self.assertIn("libc6", needed)
-        self.assertEqual(needed - {"libc6", "libgcc-s1", "libstdc++6"}, set())
-        project = re.search(r"project\([^)]*VERSION ([0-9.]+)",
-                            (SOURCE / "CMakeLists.txt").read_text())
-        self.assertEqual(field("Version"), project.group(1))
-
-    def test_the_program_replays_the_sample(self):
-        arguments, shown = sample()
-        drive = self.folder / "drive_c"
-        shutil.copytree(self.tree / "usr/share/doc/quillfence/examples/drive_c", drive)
-        got = run(str(self.tree / "usr/bin/quillfence-replayer"), *arguments,
-                  env={"QUILLFENCE_DRIVE_C": str(drive), "QUILLFENCE_EVENT_LOG": "-"})
-        self.assertEqual(got, (0, shown, ""))
-
-    def test_the_program_explains_the_sample(self):
-        arguments, shown = explained()
-        drive = self.tree / "usr/share/doc/quillfence/examples/drive_c"
-        status, stdout, stderr = run(str(self.tree / "usr/bin/quillfence"), "explain", *arguments,
-                                     env={"QUILLFENCE_DRIVE_C": str(drive)})
-        self.assertEqual((status, stderr), (0, ""))
-        self.assertEqual(stdout[:len(shown)], shown)
 
 
 class PortableExecutable:
@@ -291,7 +180,7 @@ class Windows(PackageTest):
                  for path in self.program_folder.rglob("*") if path.is_file()}
         want = {"quillfence.exe", "quillfence-data.exe", "quillfence-replayer.exe", "install.cmd",
                 "uninstall.cmd", "README.md", "CHANGES.md", "quillfence.spdx.json"}
-        want |= files_of_tree("docs", "*") | files_of_tree("examples", "*")
+        want |= files_of_tree(SOURCE, "docs", "examples")
         self.assertEqual(found, want)
 
     def test_what_is_linked_is_told_of_the_programs_as_they_are(self):
@@ -333,7 +222,7 @@ class Windows(PackageTest):
         self.assertIsNone(self.registered())
 
     def test_the_program_replays_the_sample(self):
-        arguments, shown = sample()
+        arguments, shown = sample(SOURCE)
         configuration = self.drive / "quillfence"
         shutil.copytree(self.program_folder / "examples" / "drive_c" / "quillfence", configuration)
         try:
@@ -343,7 +232,7 @@ class Windows(PackageTest):
         self.assertEqual(got, (0, shown, ""))
 
     def test_the_program_explains_the_sample(self):
-        arguments, shown = explained()
+        arguments, shown = explained(SOURCE)
         status, stdout, stderr = self.wine(
             r"C:\Program Files\Quillfence zip\quillfence.exe", "explain", "--drive-c",
             r"C:\Program Files\Quillfence zip\examples\drive_c", *arguments)
@@ -390,11 +279,15 @@ class Windows(PackageTest):
         script.write_text(line.replace(self.msi().name, package.name))
         return self.wine("cmd", "/c", script.name, cwd=package.parent)[0]
 
-    def versions(self):
-        """Those that the list of installed programs shows."""
+    def products(self):
+        """The keys in the list of installed programs that are ours, and their versions."""
         _, stdout, _ = self.wine("reg", "query", INSTALLED_KEY, "/s")
-        return [re.search(r"DisplayVersion +REG_SZ +(\S+)", product).group(1)
+        return [re.search(r"\\(\{\S+\}).* DisplayVersion +REG_SZ +(\S+)", product,
+                          re.DOTALL).groups()
                 for product in stdout.split("\nHKEY") if "REG_SZ    Quillfence" in product]
+
+    def versions(self):
+        return [version for _, version in self.products()]
 
     def search_path(self):
         return self.values(PATH_KEY, "/v", "PATH")["PATH"]
@@ -411,13 +304,16 @@ class Windows(PackageTest):
         (configuration / "from_blacklist").write_text("bob@x.example\n")
 
         self.assertEqual(self.page(self.INSTALL, self.msi()), 0)
+        project = re.search(r"project\([^)]*VERSION ([0-9.]+)",
+                            (SOURCE / "CMakeLists.txt").read_text())
+        self.assertEqual(self.versions(), [project.group(1)])
         folder = self.drive / "Program Files" / "Quillfence"
         self.assertEqual(files_in(folder), {name: data for name, data
                                             in files_in(self.program_folder).items()
                                             if not name.endswith(".cmd")})
         self.assert_source_is("C:\\Program Files\\Quillfence\\")
         self.assertNotIn("quillfence", self.search_path(), "nobody has asked for it")
-        arguments, shown = explained()
+        arguments, shown = explained(SOURCE)
         status, stdout, _ = self.wine(
             r"C:\Program Files\Quillfence\quillfence.exe", "explain", "--drive-c",
             r"C:\Program Files\Quillfence\examples\drive_c", *arguments)
@@ -436,7 +332,7 @@ class Windows(PackageTest):
         self.assertEqual(self.component_of(few, name), self.component_of(self.msi(), name))
 
     def test_an_msi_takes_the_place_of_an_older_one(self):
-        folder = self.drive / "mail tools"
+        folder = self.drive / "Program Files" / "mail tools"
         steps = [("first", "1.2.3", self.INSTALL_AS_CHOSEN), ("rebuilt", "1.2.3", self.INSTALL),
                  ("newer", "1.10.0", self.INSTALL)]
         packages = {name: self.other_msi(name, version) for name, version, _ in steps}
@@ -446,30 +342,29 @@ class Windows(PackageTest):
             found = files_in(folder)
             self.assertEqual(set(found), {"quillfence-replayer.exe", "README.md", f"{name}.txt"})
             self.assertEqual(found["README.md"].decode(), f"This is {name}.\n")
-            self.assert_source_is("C:\\mail tools\\")
+            self.assert_source_is("C:\\Program Files\\mail tools\\")
             if name == "first":
-                self.assertIn("C:\\mail tools\\", self.search_path())
+                self.assertIn("C:\\Program Files\\mail tools\\", self.search_path())
             (folder / "README.md").write_text("Edited where it should not be.\n")
         self.assertTrue((self.folder / "install.log").exists())
         self.assertNotEqual(self.page(self.INSTALL, packages["first"]), 0, "an older one")
         self.assertEqual(self.versions(), ["1.10.0"])
-        self.assertEqual(self.page(self.REMOVE, packages["newer"]), 0)
+        # By its code, as the page does in PowerShell.
+        (code, _), = self.products()
+        self.assertEqual(self.wine("msiexec", "/x", code, "/qn")[0], 0)
         self.assertFalse(folder.exists())
         self.assertEqual((self.registered(), self.versions()), (None, []))
         self.assertNotIn("mail tools", self.search_path())
 
 
 def missing_tools():
-    tools = ["sha256sum"] + {"linux": ["dpkg-deb", "dpkg-shlibdeps"],
-                             "windows": ["wixl", "msibuild"]}[KIND]
-    return [tool for tool in tools if not shutil.which(tool)]
+    return [tool for tool in ("sha256sum", "wixl", "msibuild") if not shutil.which(tool)]
 
 
 def main():
     if missing_tools():
         unable("there is no " + ", ".join(missing_tools()))
-    wanted = {"linux": Deb, "windows": Windows}[KIND]
-    suite = unittest.defaultTestLoader.loadTestsFromTestCase(wanted)
+    suite = unittest.defaultTestLoader.loadTestsFromTestCase(Windows)
     result = unittest.TextTestRunner(verbosity=2).run(suite)
     return 0 if result.wasSuccessful() else 1
 

@@ -9,6 +9,7 @@ import hashlib
 import json
 import os
 import re
+import shutil
 import subprocess
 import sys
 from pathlib import Path
@@ -149,6 +150,17 @@ class WhatIsLinked(FolderTest):
         self.assertEqual((status, said), (0, ""))
         self.assertEqual({package["versionInfo"] for package in json.loads(text)["packages"]},
                          {"9.8.7"})
+
+    def test_a_shared_library_is_of_the_package_that_runs(self):
+        """The linker finds it by a name that the package with the headers has."""
+        library = subprocess.run(["cc", "-print-file-name=libz.so"], capture_output=True, text=True,
+                                 check=True).stdout.strip()
+        self.file("tree/link-maps/dpkg-deb.map", "Archive member included\n\nours/libours.a(one.o)\n"
+                  f"    main.o (f)\n\nLOAD ours/libours.a\nLOAD {library}\n")
+        status, text, said = generate(self.tree(""), shutil.which("dpkg-deb"))
+        self.assertEqual((status, said), (0, ""))
+        self.assertEqual({package["name"] for package in json.loads(text)["packages"]},
+                         {"quillfence", "dpkg-deb", "zlib1g"})
 
     def test_a_library_that_is_built_along_has_the_version_of_its_sources(self):
         self.file("sources/debian/changelog", "libmaxminddb (4.5.6-7) unstable; urgency=low\n")
