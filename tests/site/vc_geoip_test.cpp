@@ -2,7 +2,7 @@
 
 #include <fstream>
 #include <iterator>
-#include <regex>
+#include <sstream>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -125,18 +125,29 @@ TEST_F(vc_geoip, bad_arguments_give_null) {
     EXPECT_EQ(log.errors(), lines(2, "__vc_get_country_code: Invalid argument"));
 }
 
+// What stands between the first two backticks.
+std::string in_backticks(const std::string &cell) {
+    const size_t begin = cell.find('`') + 1;
+    return cell.substr(begin, cell.find('`', begin) - begin);
+}
+
 // The page's rows: | `address` ... | `answer` | ERROR line |
 TEST_F(vc_geoip, the_table_of_the_page) {
     std::ifstream page(QF_COUNTRY_PAGE);
-    const std::regex row("^\\| `([^`]+)`[^|]*\\| `([^`]+)` \\| (?:(.+) )?\\|$");
     int rows = 0;
     for (std::string line; std::getline(page, line);) {
-        std::smatch found;
-        if (std::regex_match(line, found, row)) {
+        if (line.starts_with("| `")) {
             ++rows;
-            EXPECT_EQ(code_of(database, found[1].str().c_str()), found[2].str()) << line;
+            std::istringstream cells(line.substr(2));
+            std::string address, answer, error;
+            std::getline(cells, address, '|');
+            std::getline(cells, answer, '|');
+            std::getline(cells, error, '|');
+            EXPECT_EQ(code_of(database, in_backticks(address).c_str()), in_backticks(answer))
+                << line;
             const lines want =
-                found[3].matched ? lines{"__vc_get_country_code: " + found[3].str()} : lines{};
+                error == " " ? lines{}
+                             : lines{"__vc_get_country_code:" + error.substr(0, error.size() - 1)};
             EXPECT_EQ(log.errors(), want) << line;
         }
     }
