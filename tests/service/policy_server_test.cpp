@@ -312,6 +312,10 @@ TEST_F(serving, a_handler_that_throws_costs_the_connection) {
 // The handler keeps what it gets until it is asked to judge.
 class judged_between_turns : public serving {
   protected:
+    ~judged_between_turns() override {
+        end(); // while what judges is there
+    }
+
     judged_between_turns() {
         options.kept = 20ms;
     }
