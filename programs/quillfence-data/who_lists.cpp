@@ -10,6 +10,7 @@
 #include <new>
 #include <optional>
 #include <set>
+#include <span>
 
 #include "address_text.h"
 #include "block_map.h"
@@ -51,10 +52,12 @@ struct list_releaser {
 };
 using owned_list = std::unique_ptr<vc_list_entry, list_releaser>;
 
+using rule_names = std::span<const char *const>;
+
 // One place of a session in which a value is met: the session, and the rules that ask lists there.
 struct place {
     const char *as;
-    std::vector<const char *> rules; // names in the engine's table
+    rule_names rules; // in the engine's table
     std::string sender{};
     std::string recipient{};
     std::string client{};
@@ -112,7 +115,7 @@ static void append(owned_list *list, const void *data, size_t size) {
 }
 
 // The rules of these names, in the order of the engine's table, which lends them.
-static owned_list rules_named(const std::vector<const char *> &names) {
+static owned_list rules_named(rule_names names) {
     owned_list chosen;
     for (const vc_list_entry *entry = quillfence_rules(); entry; entry = entry->next) {
         const auto *const rule = static_cast<const spam_rule *>(entry->data);
@@ -152,21 +155,21 @@ class rule_switches {
 
 static constexpr char block_maps_rule[] = "block_lists";
 
-static const std::vector<const char *> sender_rules = {"to_whitelist", "from_whitelist",
-                                                       "from_blacklist", "local_require_auth"};
-static const std::vector<const char *> recipient_rules = {"to_whitelist"};
-static const std::vector<const char *> client_rules = {"ip_whitelist", block_maps_rule,
-                                                       "ip_blacklist"};
-static const std::vector<const char *> name_rules = {
-    "check_dynamic_reverse_dns_default", "check_dynamic_reverse_dns", "check_reverse_dns_list",
-    "check_confirmed_dyna"};
-static const std::vector<const char *> domain_rules = {"local_require_auth"};
+static constexpr const char *sender_rules[] = {"to_whitelist", "from_whitelist", "from_blacklist",
+                                               "local_require_auth"};
+static constexpr const char *recipient_rules[] = {"to_whitelist"};
+static constexpr const char *client_rules[] = {"ip_whitelist", block_maps_rule, "ip_blacklist"};
+static constexpr const char *name_rules[] = {"check_dynamic_reverse_dns_default",
+                                             "check_dynamic_reverse_dns", "check_reverse_dns_list",
+                                             "check_confirmed_dyna"};
+static constexpr const char *domain_rules[] = {"local_require_auth"};
 static constexpr char forgery_rule[] = "known_sender_forgery"; // asks for sender and client at once
 
 static std::vector<const char *> all_rules() {
     std::vector<const char *> all = {forgery_rule};
-    for (const auto *rules : {&sender_rules, &client_rules, &name_rules}) {
-        all.insert(all.end(), rules->begin(), rules->end());
+    for (const rule_names rules :
+         {rule_names(sender_rules), rule_names(client_rules), rule_names(name_rules)}) {
+        all.insert(all.end(), rules.begin(), rules.end());
     }
     return all;
 }
@@ -274,7 +277,7 @@ static const configuration_file *list_at(const std::string &path) {
 // What one rule searches and finds, whether or not it is enabled.
 static void add_rule(const char *name, const place &where, const rule_switches &switches,
                      std::vector<look_problem> *problems, met_value *to) {
-    const owned_list rule = rules_named({name});
+    const owned_list rule = rules_named({&name, 1});
     owned_list enabled;
     append(&enabled, name, std::strlen(name) + 1);
     witness told(problems);
