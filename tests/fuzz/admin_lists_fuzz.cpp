@@ -75,8 +75,11 @@ void fuzz_one(fuzz_input &input) {
             continue;
         }
         const pattern_line line = reader.read(text);
-        QF_PROMISE(line.text.empty() == (line.is == pattern_line::kind::nothing));
-        if (line.is == pattern_line::kind::pattern) {
+        using kind = pattern_line::kind;
+        QF_PROMISE(line.text.empty() ==
+                   (line.is == kind::nothing || line.is == kind::end_of_condition));
+        if (line.is == kind::pattern || line.is == kind::condition ||
+            line.is == kind::negated_condition) {
             judge_pattern(line.text);
         }
     }
