@@ -2,7 +2,9 @@
 """Whole runs of quillfence explain short of memory: it never crashes, and a record that is printed
 is whole and true; else the exit status says that there is none, and standard error why.
 
-    starved_explain_test.py STARVED_PROGRAM
+    starved_explain_test.py STARVED_PROGRAM STEP
+
+Of every so many-th allocation, and of a tenth of them in some tests.
 """
 
 import json
@@ -10,7 +12,7 @@ import subprocess
 
 from whole_program import ARGUMENTS, FolderTest, environment_on, main
 
-PROGRAM = ARGUMENTS[0]
+PROGRAM, STEP = ARGUMENTS[0], int(ARGUMENTS[1])
 # A bounce from a private client: nothing is asked of the DNS.
 VALUES = ["R", "10.1.2.3", "25", "0", "", "0", "", "", "bob@example.net"]
 LIMIT = 10000  # allocations of a run
@@ -58,7 +60,7 @@ class StarvedExplain(FolderTest):
     def sweep(self, ending):
         whole = self.essence(self.explain("0", "--json").stdout)
         clean = refused = 0
-        for n in range(1, LIMIT):
+        for n in range(1, LIMIT, STEP):
             with self.subTest(allocation=n):
                 run = self.explain(f"{n}{ending}", "--json")
                 if run.returncode == 2:
@@ -77,7 +79,7 @@ class StarvedExplain(FolderTest):
                 if record != whole:
                     clean = 0
             if clean >= CLEAN_RUNS and self.is_behind_the_last(n):
-                self.assertGreater(refused, 500, "the engine alone needs more")
+                self.assertGreater(refused, 500 // STEP, "the engine alone needs more")
                 return
         self.fail(f"more than {LIMIT} allocations")
 
@@ -93,12 +95,12 @@ class StarvedExplain(FolderTest):
         self.sweep("+")
 
     def test_text_and_page(self):
-        """The other forms of the answer, at every tenth allocation."""
+        """The other forms of the answer, at every tenth of these allocations."""
         page = self.folder / "page.html"
         whole = self.explain("0", "--html", str(page))
         self.assertEqual(whole.returncode, 0)
         page.unlink()
-        for n in range(1, LIMIT, 10):
+        for n in range(1, LIMIT, 10 * STEP):
             with self.subTest(allocation=n):
                 run = self.explain(f"{n}+", "--html", str(page))
                 self.assertIn(run.returncode, (0, 2), run.stderr)
@@ -112,7 +114,7 @@ class StarvedExplain(FolderTest):
         self.fail(f"more than {LIMIT} allocations")
 
     def test_a_case_is_captured_whole_or_not_at_all(self):
-        """And judged again truly or not at all; at every tenth allocation."""
+        """And judged again truly or not at all; at every tenth of these allocations."""
         case = self.folder / "case.json"
         whole = self.explain("0", "--json", "--capture", str(case))
         self.assertEqual(whole.returncode, 0)
@@ -137,14 +139,14 @@ class StarvedExplain(FolderTest):
     def until_enough(self, run_with):
         """The runs, up to the one that nothing is lacking in."""
         runs = []
-        for n in range(1, LIMIT * 3, 10):
+        for n in range(1, LIMIT * 3, 10 * STEP):
             run = run_with(f"{n}+")
             self.assertIn(run.returncode, (0, 2, 3), (n, run.stderr))
             if run.returncode == 2:
                 self.assertEqual(run.stdout, b"")
             runs.append(run)
             if run.returncode == 0 and run.stderr == run_with("0").stderr:
-                self.assertGreater(len(runs), 50)
+                self.assertGreater(len(runs), 50 // STEP)
                 return runs
         self.fail(f"more than {LIMIT * 3} allocations")
 
