@@ -18,7 +18,7 @@ namespace quillfence::testing {
 namespace {
 
 // Wine takes minutes to write as many configurations as Linux writes in seconds: there it is a
-// fifth of them.
+// quarter of them.
 constexpr unsigned share = QF_SHARE;
 
 // A session as the replayer makes it of its arguments, completed; null when that fails.
