@@ -67,14 +67,14 @@ void witness::on(const path_look &fact) {
     last_path_ = fact.path;
 }
 
+void witness::add_line(const char *path, uint32_t line, const char *text) {
+    found_.push_back({.file = path, .unit = "line", .number = line, .text = text, .rule = rule_});
+}
+
 void witness::on(const list_search &fact) {
     searches_.push_back({fact.path, fact.value});
     if (fact.line) {
-        found_.push_back({.file = fact.path,
-                          .unit = "line",
-                          .number = fact.line,
-                          .text = fact.entry,
-                          .rule = rule_});
+        add_line(fact.path, fact.line, fact.entry);
     }
 }
 
@@ -122,11 +122,7 @@ void witness::on(const map_lookup &fact) {
 
 void witness::on(const sender_network_search &fact) {
     if (fact.line) {
-        found_.push_back({.file = fact.path,
-                          .unit = "line",
-                          .number = fact.line,
-                          .text = fact.domain,
-                          .rule = rule_});
+        add_line(fact.path, fact.line, fact.domain);
     }
 }
 
@@ -139,11 +135,7 @@ void witness::on(const selection_load &fact) {
 
 void witness::on(const domain_table_search &fact) {
     if (fact.line) {
-        found_.push_back({.file = fact.path,
-                          .unit = "line",
-                          .number = fact.line,
-                          .text = fact.domain,
-                          .rule = rule_});
+        add_line(fact.path, fact.line, fact.domain);
     }
 }
 

@@ -78,6 +78,7 @@ class witness {
     void on(const rule_fact &fact);
     void on(const hit_fact &fact);
     void on(const look_failure &fact);
+    void add_line(const char *path, uint32_t line, const char *text);
     void require_memory() const;
 
     std::vector<look_problem> *const problems_;
