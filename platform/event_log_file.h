@@ -17,7 +17,4 @@ void event_file_close(file_handle file); // not standard error
 // file does not take goes to standard error.
 void event_file_report(file_handle file, event_type type, const char *ident, const char *message);
 
-// The C library's number for an error number; either side has its own.
-int errno_of_error(uint32_t error);
-
 } // namespace quillfence::platform

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "errno_of_error.h"
 #include "platform/complaint.h"
 #include "platform/error_numbers.h"
 #include "platform/registry_export.h"

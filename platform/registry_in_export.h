@@ -33,8 +33,6 @@ uint32_t export_file_read(export_file *opened);
 // Appends behind the bytes that were read; what was written by halves is taken back.
 uint32_t export_file_append(const export_file &opened, const unsigned char *bytes, size_t size);
 void export_file_close(export_file *opened);
-// The C library's number for an error, as the headers of both sides have it.
-int errno_of_error(uint32_t error);
 
 // Opens a key of the export, or of the system's own registry, with a handle for the callers.
 uint32_t open_registry_key(registry_root root, const char *path, uint32_t access, bool create,

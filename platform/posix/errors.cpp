@@ -5,6 +5,7 @@
 #include <cstring>
 #include <sys/stat.h>
 
+#include "../errno_of_error.h"
 #include "platform/error_numbers.h"
 
 namespace quillfence::platform {

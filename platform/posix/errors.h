@@ -12,7 +12,4 @@ uint32_t error_of_errno(int number);
 // way to it (3); ENOENT is both, so the parent is looked up.
 uint32_t error_of_errno_for(int number, const char *system_path);
 
-// The errno value for a Win32 number, for functions that report through errno.
-int errno_of_error(uint32_t error);
-
 } // namespace quillfence::platform

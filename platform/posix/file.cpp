@@ -12,6 +12,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "../errno_of_error.h"
 #include "errors.h"
 #include "file_steps.h"
 #include "letter_case.h"

@@ -6,6 +6,7 @@
 #include <io.h>
 #include <share.h>
 
+#include "../errno_of_error.h"
 #include "platform/format.h"
 #include "platform/observer.h"
 #include "system.h"

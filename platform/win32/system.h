@@ -27,9 +27,6 @@ inline uint32_t error_unless(BOOL success) {
     return error ? error : static_cast<uint32_t>(error_gen_failure);
 }
 
-// The errno value for such a number, for functions that report through errno.
-int errno_of_error(uint32_t error);
-
 // File times count 100 ns from 1601-01-01.
 inline constexpr int64_t ticks_per_second = 10000000;
 inline int64_t ticks_of(const FILETIME &moment) {

@@ -19,7 +19,6 @@
 
 namespace quillfence::programs {
 
-using decision::case_dns;
 using decision::decision_record;
 using decision::test_case;
 

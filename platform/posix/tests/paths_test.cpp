@@ -15,6 +15,7 @@
 #include <unistd.h>
 
 #include "drive_c.h"
+#include "errno_of_error.h"
 #include "platform/directory.h"
 #include "platform/error_numbers.h"
 #include "platform/file.h"
