@@ -22,7 +22,7 @@ namespace quillfence::dns_sources {
 // Threads for what needs one each.
 static constexpr unsigned most_threads = 64;
 
-// --- the thread with the channel ----------------------------------------------------------------
+// --- the channel --------------------------------------------------------------------------------
 
 namespace {
 
@@ -32,30 +32,40 @@ struct channel_closer {
     }
 };
 
-// Asks what others put in its box.
-class channel_thread {
+// A channel for one thread, its own or another, that asks what all threads put in its box.
+class asking_channel {
   public:
-    explicit channel_thread(unsigned most) : most_(most) {}
-    ~channel_thread() {
+    explicit asking_channel(unsigned most) : most_(most) {}
+    ~asking_channel() {
         stop();
     }
-    channel_thread(const channel_thread &) = delete;
-    channel_thread &operator=(const channel_thread &) = delete;
+    asking_channel(const asking_channel &) = delete;
+    asking_channel &operator=(const asking_channel &) = delete;
 
     // 0, 8, or what dns_channel_open() says.
-    uint32_t start(const char *server);
+    uint32_t open(const char *server);
+    uint32_t start_thread();
     bool is_there() const {
         return channel_ != nullptr;
     }
     void ask(const question &asked, asker::listener then) noexcept;
     void stop();
 
+    // For the thread that works, as dns_channel_send() and so on.
+    int send();
+    void take() {
+        platform::dns_channel_take(channel_.get(), 0);
+    }
+    intptr_t descriptor() const {
+        return platform::dns_channel_descriptor(channel_.get());
+    }
+
   private:
     struct entry {
         question asked;
         std::optional<time_left> left{}; // of its limit
         asker::listener then{};
-        channel_thread *of = nullptr;
+        asking_channel *of = nullptr;
         std::list<entry>::iterator place{};
     };
     using entries = std::list<entry>;
@@ -66,28 +76,33 @@ class channel_thread {
     bool put(entries &one);
     void work();
     void take_new();
-    void send();
+    void send_waiting();
     void end_waiting();
     void miss(entries &all);
 
     const unsigned most_;
     std::unique_ptr<platform::dns_channel, channel_closer> channel_;
-    std::thread thread_;
-    entries waiting_;      // the thread's own
-    entries on_their_way_; // the same
+    std::thread thread_;                   // when it has one
+    std::atomic<std::thread::id> works_{}; // the thread that was the last to send
+    entries waiting_;                      // that thread's own
+    entries on_their_way_;                 // the same
     time_left::clock::time_point last_look_{};
     std::mutex lock_; // of what follows
     entries box_;
     bool stopped_ = false;
 };
 
-uint32_t channel_thread::start(const char *server) {
+uint32_t asking_channel::open(const char *server) {
     platform::dns_channel *opened = nullptr;
     const uint32_t error = platform::dns_channel_open(server, tell, this, &opened);
     if (error) {
         return error;
     }
     channel_.reset(opened);
+    return platform::error_none;
+}
+
+uint32_t asking_channel::start_thread() {
     try {
         thread_ = std::thread([this] { work(); });
     } catch (const std::system_error &) {
@@ -97,8 +112,8 @@ uint32_t channel_thread::start(const char *server) {
     return platform::error_none;
 }
 
-// False when it is stopped.
-bool channel_thread::put(entries &one) {
+// False when it is stopped. The thread that works looks into the box before it waits.
+bool asking_channel::put(entries &one) {
     bool first = false;
     {
         const std::lock_guard guard(lock_);
@@ -108,13 +123,13 @@ bool channel_thread::put(entries &one) {
         first = box_.empty();
         box_.splice(box_.end(), one);
     }
-    if (first) {
+    if (first && works_ != std::this_thread::get_id()) {
         platform::dns_channel_wake(channel_.get());
     }
     return true;
 }
 
-void channel_thread::ask(const question &asked, asker::listener then) noexcept {
+void asking_channel::ask(const question &asked, asker::listener then) noexcept {
     entries one;
     try {
         one.push_back({asked});
@@ -134,16 +149,16 @@ void channel_thread::ask(const question &asked, asker::listener then) noexcept {
     }
 }
 
-void channel_thread::finish(entries &from, entries::iterator one, answer got) {
+void asking_channel::finish(entries &from, entries::iterator one, answer got) {
     entries told;
     told.splice(told.end(), from, one);
     told.front().then(std::move(got));
 }
 
-void channel_thread::tell(void *context, void *tag, uint32_t status,
+void asking_channel::tell(void *context, void *tag, uint32_t status,
                           const platform::dns_record *records,
                           const platform::dns_details *details) noexcept {
-    auto *const self = static_cast<channel_thread *>(context);
+    auto *const self = static_cast<asking_channel *>(context);
     const auto one = static_cast<entry *>(tag)->place;
     answer got;
     try {
@@ -154,12 +169,12 @@ void channel_thread::tell(void *context, void *tag, uint32_t status,
     finish(self->on_their_way_, one, std::move(got));
 }
 
-void channel_thread::take_new() {
+void asking_channel::take_new() {
     const std::lock_guard guard(lock_);
     waiting_.splice(waiting_.end(), box_);
 }
 
-void channel_thread::send() {
+void asking_channel::send_waiting() {
     while (!waiting_.empty() && on_their_way_.size() < most_) {
         entry &next = waiting_.front();
         if (next.left) {
@@ -173,7 +188,7 @@ void channel_thread::send() {
 }
 
 // Those that have no time left. It looks at all, so not too often.
-void channel_thread::end_waiting() {
+void asking_channel::end_waiting() {
     constexpr std::chrono::milliseconds between_looks{20};
     const auto now = time_left::clock::now();
     if (waiting_.empty() || now - last_look_ < between_looks) {
@@ -188,14 +203,22 @@ void channel_thread::end_waiting() {
     }
 }
 
-void channel_thread::work() {
-    constexpr int64_t usual_wait = 1000;
-    constexpr int64_t wait_of_others = 20; // while some have to wait for room
+int asking_channel::send() {
+    constexpr int wait_of_others = 20; // while some have to wait for room
+    works_ = std::this_thread::get_id();
+    take_new();
+    send_waiting();
+    end_waiting();
+    const int longest = platform::dns_channel_send(channel_.get());
+    if (waiting_.empty()) {
+        return longest;
+    }
+    return longest < 0 ? wait_of_others : std::min(longest, wait_of_others);
+}
+
+void asking_channel::work() {
     for (;;) {
-        take_new();
-        send();
-        end_waiting();
-        platform::dns_channel_work(channel_.get(), waiting_.empty() ? usual_wait : wait_of_others);
+        platform::dns_channel_take(channel_.get(), send());
         const std::lock_guard guard(lock_);
         if (stopped_) {
             return;
@@ -203,14 +226,14 @@ void channel_thread::work() {
     }
 }
 
-void channel_thread::miss(entries &all) {
+void asking_channel::miss(entries &all) {
     for (entry &one : all) {
         one.then(answer_of_status(status_missing));
     }
     all.clear();
 }
 
-void channel_thread::stop() {
+void asking_channel::stop() {
     {
         const std::lock_guard guard(lock_);
         stopped_ = true;
@@ -236,7 +259,7 @@ struct live_asker::parts {
     const std::optional<std::string> server;
     live_source source;
     pool_asker pool;
-    channel_thread channel;
+    asking_channel channel;
     bool started = false;
 };
 
@@ -248,9 +271,12 @@ live_asker::~live_asker() {
 }
 
 // Without a channel all goes to the pool.
-uint32_t live_asker::start() {
+uint32_t live_asker::start(bool has_thread) {
     const std::optional<std::string> &server = parts_->server;
-    uint32_t error = parts_->channel.start(server ? server->c_str() : nullptr);
+    uint32_t error = parts_->channel.open(server ? server->c_str() : nullptr);
+    if (!error && has_thread) {
+        error = parts_->channel.start_thread();
+    }
     if (error == platform::error_not_supported) {
         try {
             error = parts_->source.usable();
@@ -263,6 +289,28 @@ uint32_t live_asker::start() {
     }
     parts_->started = !error;
     return error;
+}
+
+uint32_t live_asker::start() {
+    return start(true);
+}
+
+uint32_t live_asker::start_here() {
+    return start(false);
+}
+
+intptr_t live_asker::descriptor() const {
+    return parts_->channel.is_there() ? parts_->channel.descriptor() : -1;
+}
+
+int live_asker::send() {
+    return parts_->channel.is_there() ? parts_->channel.send() : -1;
+}
+
+void live_asker::take() {
+    if (parts_->channel.is_there()) {
+        parts_->channel.take();
+    }
 }
 
 void live_asker::ask(const question &asked, listener then) noexcept {

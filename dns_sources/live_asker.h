@@ -6,6 +6,7 @@
 // own while it is on its way, as many as 64.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -25,7 +26,16 @@ class live_asker : public asker {
     // Begins. 0, or why no question can be asked: 87 for a server's name that is none, 50 for one
     // on Windows, 8 when there is no memory or no thread.
     uint32_t start();
-    // Before start() everything is missing. Listeners are called on the thread that has the answer.
+    // The same without a thread of its own, for one that waits for other things as well. On Linux
+    // it sends, waits until the descriptor is readable or the time is over, takes, and so on;
+    // elsewhere there is no descriptor (-1), and nothing to do.
+    uint32_t start_here();
+    intptr_t descriptor() const;
+    int send();  // how many milliseconds the wait may last; -1: however long
+    void take(); // what has come: listeners are called
+
+    // Before it has begun everything is missing. Listeners are called on the thread that has the
+    // answer.
     void ask(const question &asked, listener then) noexcept override;
     // All that is not answered yet is missing, and so is what is asked from now on. On Linux what
     // is on its way is ended at once; what has a thread of its own is waited for. No listener is
@@ -33,6 +43,8 @@ class live_asker : public asker {
     void stop();
 
   private:
+    uint32_t start(bool has_thread);
+
     struct parts;
     std::unique_ptr<parts> parts_;
 };

@@ -1,6 +1,7 @@
 #include "policy_judge.h"
 
 #include <algorithm>
+#include <atomic>
 #include <condition_variable>
 #include <mutex>
 #include <new>
@@ -59,6 +60,8 @@ class policy_judge::core : public std::enable_shared_from_this<policy_judge::cor
     request *share_out(bool wants_one) noexcept;
     // The request has been put aside, and shall be looked at again.
     void resume(request &one) noexcept;
+    // Nobody is woken for those that are resumed by it.
+    void gather(const std::function<void()> &bring) noexcept;
     // It has been answered: it is no longer outstanding. It may be gone then.
     void finish(request &one) noexcept;
 
@@ -83,6 +86,7 @@ class policy_judge::core : public std::enable_shared_from_this<policy_judge::cor
 
     mail_journal journal_;
     doubt_events events_;
+    std::atomic<std::thread::id> gathers_{}; // the thread that does
 
     std::mutex lock_; // of what follows
     std::condition_variable work_;
@@ -192,7 +196,15 @@ void policy_judge::core::resume(request &one) noexcept {
         }
         queue_.put(&one);
     }
-    work_.notify_one();
+    if (gathers_ != std::this_thread::get_id()) {
+        work_.notify_one();
+    }
+}
+
+void policy_judge::core::gather(const std::function<void()> &bring) noexcept {
+    gathers_ = std::this_thread::get_id();
+    bring();
+    gathers_ = std::thread::id();
 }
 
 void policy_judge::core::finish(request &one) noexcept {
@@ -580,6 +592,10 @@ void policy_judge::begin_all(bool here) noexcept {
     if (request *const one = core_->share_out(here)) {
         own_->look_at_one(*one);
     }
+}
+
+void policy_judge::gather(const std::function<void()> &bring) noexcept {
+    core_->gather(bring);
 }
 
 void policy_judge::answer_overdue() noexcept {

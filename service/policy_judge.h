@@ -71,6 +71,9 @@ class policy_judge {
     // (`here`, for one thread at a time), so that a single request costs no change of threads.
     void take_on(std::string request, answer_function answer) noexcept;
     void begin_all(bool here) noexcept;
+    // The same for DNS answers that come on this thread while `bring` runs: what they let go on is
+    // begun by the next begin_all(). By one thread at a time.
+    void gather(const std::function<void()> &bring) noexcept;
 
     // Answers what is beyond its deadline. A thread of the judge does so in time; for tests with a
     // clock of their own.

@@ -24,7 +24,8 @@ static constexpr auto between_looks = 1s; // for connections that are too old
 
 static constexpr char no_memory[] = "A connection was closed: there is no memory";
 
-static char signals_tag; // what its address is taken for
+static char signals_tag; // what their addresses are taken for
+static char companion_tag;
 
 policy_server::policy_server(policy_server_options options, handler judge)
     : options_(std::move(options)), judge_(std::move(judge)), watcher_(platform::watcher_create()),
@@ -139,11 +140,12 @@ void policy_server::stand_in(listeners &from) {
 
 void policy_server::take_turn(listeners &from) {
     watched_event events[most_events];
-    const size_t count = platform::watcher_wait(watcher_, events, most_events, patience());
+    const size_t count = platform::watcher_wait(watcher_, events, most_events, begin_wait());
     now_ = clock::now();
     for (size_t i = 0; i < count; ++i) {
         look(events[i]);
     }
+    end_wait();
     for (const shared &one : attention_->take()) {
         if (connections_.count(one.get())) {
             serve(one, is_ending_); // what has come by then counts
@@ -173,6 +175,10 @@ bool policy_server::watch_all(const listeners &from) {
             return false;
         }
     }
+    if (options_.also.descriptor >= 0 &&
+        platform::watcher_add(watcher_, options_.also.descriptor, &companion_tag, true, false)) {
+        return false;
+    }
     return std::all_of(listening_.begin(), listening_.end(), [this](listener &one) {
         return platform::watcher_add(watcher_, one.socket, &one, true, false) == 0;
     });
@@ -187,7 +193,32 @@ int policy_server::patience() const {
                : static_cast<int>(std::chrono::milliseconds(between_looks).count());
 }
 
+// How long to wait.
+int policy_server::begin_wait() {
+    const int own = patience();
+    if (!options_.also.send) {
+        return own;
+    }
+    const int other = options_.also.send();
+    if (other < 0) {
+        companion_due_ = clock::time_point::max();
+        return own;
+    }
+    companion_due_ = clock::now() + std::chrono::milliseconds(other);
+    return own < 0 ? other : std::min(own, other);
+}
+
+void policy_server::end_wait() {
+    if (now_ >= companion_due_) {
+        options_.also.take();
+    }
+}
+
 void policy_server::look(const watched_event &event) {
+    if (event.tag == &companion_tag) {
+        companion_due_ = now_;
+        return;
+    }
     if (event.tag == &signals_tag) {
         look_at_signals();
         return;

@@ -5,6 +5,9 @@
 // no change of threads. When it does not come back from there, another thread takes its place until
 // it does, so that a judgement that is slow, or a disk that does not answer, stops nobody else.
 //
+// What else a judgement waits for (options.also: the DNS) it can see to as well, so that an answer
+// that comes costs no change of threads either.
+//
 // What a client can cost: of connections there are so many; each holds one request that is judged,
 // one that is not whole and what was read in one go behind them (80 KiB together) and one reply. A
 // client that ends costs its judgement, whose reply goes nowhere. What is told of clients, is told
@@ -30,6 +33,13 @@
 
 namespace quillfence::service {
 
+// What else the thread that serves waits for in its turns. Never called by two threads at once.
+struct companion {
+    intptr_t descriptor = -1;     // readable when there is something to take; -1: there is none
+    std::function<int()> send{};  // before each wait: for how many milliseconds it may last, or -1
+    std::function<void()> take{}; // when it is readable, or has waited for so long
+};
+
 struct policy_server_options {
     size_t connections = 1000;                                   // one more is closed at once
     std::chrono::milliseconds idle = std::chrono::seconds(600);  // without a request or its answer
@@ -40,6 +50,7 @@ struct policy_server_options {
     // value.
     std::function<void(bool here)> judge_here{};
     std::chrono::milliseconds kept = std::chrono::milliseconds(500); // there, until another serves
+    companion also{};
     std::function<void()> ready{};                 // connections are taken from now on
     std::function<void()> reopen{};                // a hang-up came (platform/service_signals.h)
     std::function<void()> stopping{};              // none is taken any more
@@ -77,6 +88,8 @@ class policy_server {
     void stand_in(listeners &from);
     bool is_kept() const;
     void take_turn(listeners &from);
+    int begin_wait();
+    void end_wait();
     void try_turn(listeners &from);
     void forget_all();
     bool watch_all(const listeners &from);
@@ -121,6 +134,7 @@ class policy_server {
     std::unordered_map<const void *, shared> connections_; // by their tags
     std::vector<shared> ended_; // still named by events that were taken and not looked at
     clock::time_point now_{};
+    clock::time_point companion_due_ = clock::time_point::max();
     clock::time_point paused_until_{}; // listening
     bool is_paused_ = false;
     clock::time_point looked_{}; // for old ones

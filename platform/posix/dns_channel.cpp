@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -82,7 +83,20 @@ struct harbour {
     ares_addr_port_node address;
     uint64_t quota;
     flight_list waiting;
+    unsigned used; // all berths from here on are closed
     berth berths[most_berths];
+};
+
+// The berths of a harbour that may be open.
+struct used_berths {
+    berth *first;
+    unsigned count;
+    berth *begin() const {
+        return first;
+    }
+    berth *end() const {
+        return first + count;
+    }
 };
 
 } // namespace
@@ -108,6 +122,10 @@ struct dns_channel {
 };
 
 static void go_to_server(dns_channel *channel, flight *one);
+
+static used_berths used(harbour *of) {
+    return {of->berths, of->used};
+}
 
 // --- time ---
 
@@ -185,7 +203,7 @@ static bool are_same(const dns_channel *channel, const ares_addr_port_node *list
 
 static void leave_all(dns_channel *channel) {
     for (harbour &each : channel->harbours) {
-        for (berth &one : each.berths) {
+        for (berth &one : used(&each)) {
             one.leaving = true;
         }
     }
@@ -313,7 +331,7 @@ static bool takes_more(const harbour &of, const berth &one) {
 static berth *emptiest(harbour *of, unsigned *in_use) {
     berth *best = nullptr;
     *in_use = 0;
-    for (berth &one : of->berths) {
+    for (berth &one : used(of)) {
         *in_use += is_open(one) && !one.leaving;
         if (takes_more(*of, one) && (!best || one.flights.count < best->flights.count)) {
             best = &one;
@@ -323,12 +341,12 @@ static berth *emptiest(harbour *of, unsigned *in_use) {
 }
 
 static berth *closed_berth(harbour *of) {
-    for (berth &one : of->berths) {
+    for (berth &one : used(of)) {
         if (!is_open(one)) {
             return &one;
         }
     }
-    return nullptr;
+    return of->used < most_berths ? &of->berths[of->used++] : nullptr;
 }
 
 static bool open_berth(dns_channel *channel, int server, berth *one) {
@@ -622,7 +640,7 @@ static void end_all(dns_channel *channel) {
     channel->next_end = never;
     for (harbour &of : channel->harbours) {
         end_flights(channel, &of.waiting);
-        for (berth &one : of.berths) {
+        for (berth &one : used(&of)) {
             if (is_open(one)) {
                 end_flights(channel, &one.flights);
             }
@@ -632,16 +650,19 @@ static void end_all(dns_channel *channel) {
 
 static void close_berths(dns_channel *channel) {
     for (harbour &of : channel->harbours) {
-        for (berth &one : of.berths) {
+        for (berth &one : used(&of)) {
             one.leaving |= one.flights.count == 0 && channel->now - one.idle_since >= idle_limit;
             close_if_done(&of, &one);
+        }
+        while (of.used > 0 && !is_open(of.berths[of.used - 1])) {
+            --of.used;
         }
     }
 }
 
 static void send_all(dns_channel *channel) {
     for (harbour &of : channel->harbours) {
-        for (berth &one : of.berths) {
+        for (berth &one : used(&of)) {
             if (is_open(one)) {
                 send_berth(channel, &one);
             }
@@ -804,24 +825,41 @@ void dns_channel_ask(dns_channel *channel, const char *name, uint16_t type, int6
     }
 }
 
-// No longer than until a flight's end; with connections it looks from time to time whether one has
-// become idle.
-static int time_to_wait(const dns_channel *channel, int64_t most) {
-    constexpr int64_t between_looks = 1000;
-    const int64_t until_end = std::max(channel->next_end - channel->now, int64_t{0});
-    return static_cast<int>(std::min({most, until_end, between_looks}));
+static bool has_connections(const dns_channel *channel) {
+    bool any = false;
+    for (const harbour &of : channel->harbours) {
+        any |= of.used > 0;
+    }
+    return any;
 }
 
-void dns_channel_work(dns_channel *channel, int64_t most) {
-    constexpr int events_max = 64;
-    epoll_event events[events_max];
+// No longer than until a flight's end; with connections it looks from time to time whether one has
+// become idle. -1: however long.
+static int time_to_wait(const dns_channel *channel) {
+    constexpr int64_t between_looks = 1000;
+    if (channel->hurries) {
+        return 0;
+    }
+    if (!has_connections(channel) && channel->next_end == never) {
+        return -1;
+    }
+    const int64_t until_end = std::max(channel->next_end - channel->now, int64_t{0});
+    return static_cast<int>(std::min(until_end, between_looks));
+}
+
+int dns_channel_send(dns_channel *channel) {
     channel->now = microseconds_now() / 1000;
     close_berths(channel);
     board_waiting(channel);
     channel->hurries = false;
     send_all(channel);
-    const int count = epoll_wait(channel->poll, events, events_max,
-                                 channel->hurries ? 0 : time_to_wait(channel, most));
+    return time_to_wait(channel);
+}
+
+void dns_channel_take(dns_channel *channel, int wait) {
+    constexpr int events_max = 64;
+    epoll_event events[events_max];
+    const int count = epoll_wait(channel->poll, events, events_max, wait);
     channel->now = microseconds_now() / 1000;
     for (int i = 0; i < count; ++i) {
         if (events[i].data.u64 == UINT64_MAX) {
@@ -832,6 +870,16 @@ void dns_channel_work(dns_channel *channel, int64_t most) {
         }
     }
     end_all(channel);
+}
+
+void dns_channel_work(dns_channel *channel, int64_t most) {
+    const int own = dns_channel_send(channel);
+    const auto longest = static_cast<int>(std::min<int64_t>(most, INT_MAX));
+    dns_channel_take(channel, own < 0 ? longest : std::min(own, longest));
+}
+
+intptr_t dns_channel_descriptor(const dns_channel *channel) {
+    return channel->poll;
 }
 
 void dns_channel_wake(dns_channel *channel) {

@@ -18,4 +18,14 @@ void dns_channel_work(dns_channel *, int64_t) {}
 
 void dns_channel_wake(dns_channel *) {}
 
+int dns_channel_send(dns_channel *) {
+    return -1;
+}
+
+void dns_channel_take(dns_channel *, int) {}
+
+intptr_t dns_channel_descriptor(const dns_channel *) {
+    return -1;
+}
+
 } // namespace quillfence::platform

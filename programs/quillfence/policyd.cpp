@@ -110,6 +110,9 @@ class judging {
     void begin_all(bool here) {
         judgement_.begin_all(here);
     }
+    service::companion dns() {
+        return judgement_.dns();
+    }
     std::function<void(service::connection_event)> counter() {
         return [this](service::connection_event what) { metrics_.connection(what); };
     }
@@ -240,6 +243,7 @@ static exit_status serve_sockets(const policyd_arguments &arguments) {
     options.reopen = [&with] { with.begin_anew(); };
     options.count = with.counter();
     options.judge_here = [&with](bool here) { with.begin_all(here); };
+    options.also = with.dns();
     service::policy_server server(options, with.taker());
     if (const uint32_t error = server.run(all)) {
         throw failure("connections can't be waited for: " + data_files::system_text(error));

@@ -87,7 +87,7 @@ void policyd_judgement::ask_dns(const policyd_arguments &arguments) {
     }
     live_dns(arguments.server); // a server that is none is told of
     dns_.emplace(arguments.server);
-    if (const uint32_t error = dns_->start()) {
+    if (const uint32_t error = arguments.on_standard_streams ? dns_->start() : dns_->start_here()) {
         throw failure("the DNS can't be asked: " + data_files::system_text(error));
     }
     shared_dns_.emplace(*dns_);
@@ -125,6 +125,15 @@ policyd_judgement::policyd_judgement(const policyd_arguments &arguments,
     } catch (const std::system_error &error) {
         throw failure(std::string("the threads can't be started: ") + error.what());
     }
+}
+
+service::companion policyd_judgement::dns() {
+    if (!dns_) {
+        return {};
+    }
+    return {.descriptor = dns_->descriptor(),
+            .send = [this] { return dns_->send(); },
+            .take = [this] { judge_->gather([this] { dns_->take(); }); }};
 }
 
 void policyd_judgement::begin_anew() {

@@ -12,6 +12,7 @@
 #include "live_asker.h"
 #include "live_configuration.h"
 #include "policy_judge.h"
+#include "policy_server.h"
 #include "policyd_command.h"
 #include "service_metrics.h"
 #include "shared_asker.h"
@@ -38,6 +39,8 @@ class policyd_judgement {
     void begin_all(bool here) noexcept {
         judge_->begin_all(here);
     }
+    // The DNS, for whoever begins all, and must see to it when sockets are served.
+    service::companion dns();
 
     // The log's path once more, and the configuration, changed or not. What goes wrong is told.
     void begin_anew();

@@ -2,6 +2,8 @@
 // with the other askers.
 #include "live_asker.h"
 
+#include <poll.h>
+
 #include <chrono>
 #include <thread>
 
@@ -68,6 +70,61 @@ TEST(live_asker_on_linux, limits_count_for_those_that_wait_as_well) {
         EXPECT_EQ(got.status, timed_out);
     }
     EXPECT_LT(std::chrono::steady_clock::now() - began, 3s);
+}
+
+// --- without a thread of its own ---
+
+bool is_readable(intptr_t descriptor, int milliseconds) {
+    pollfd wanted = {static_cast<int>(descriptor), POLLIN, 0};
+    return poll(&wanted, 1, milliseconds) == 1;
+}
+
+TEST(live_asker_on_linux, without_a_thread_whoever_takes_is_told) {
+    const silent_server server;
+    heard all;
+    dns_sources::live_asker live(server.name());
+    ASSERT_EQ(live.start_here(), 0u);
+    EXPECT_EQ(live.send(), -1) << "nothing has been asked";
+    question asked = over_tcp("host.example.");
+    asked.limit = 100ms;
+    const std::thread::id self = std::this_thread::get_id();
+    bool is_mine = false;
+    live.ask(asked, [&, tell = all.listener()](const answer &got) {
+        is_mine = std::this_thread::get_id() == self;
+        tell(got);
+    });
+    const auto began = std::chrono::steady_clock::now();
+    while (all.count() == 0) {
+        const int wait = live.send();
+        ASSERT_GE(wait, 0);
+        ASSERT_LE(wait, 100);
+        is_readable(live.descriptor(), wait);
+        live.take();
+    }
+    EXPECT_TRUE(is_mine);
+    EXPECT_EQ(all.wait(1).front().status, timed_out);
+    EXPECT_LT(std::chrono::steady_clock::now() - began, 3s);
+}
+
+// What another thread asks makes the descriptor readable; what the thread itself asks does not,
+// as it sends before it waits.
+TEST(live_asker_on_linux, without_a_thread_others_wake_whoever_waits) {
+    const silent_server server;
+    heard all;
+    dns_sources::live_asker live(server.name());
+    ASSERT_EQ(live.start_here(), 0u);
+    live.send();
+    live.ask(over_tcp("mine.example."), all.listener());
+    EXPECT_FALSE(is_readable(live.descriptor(), 0));
+    EXPECT_GE(live.send(), 0);
+    is_readable(live.descriptor(), 1000); // it is connected
+    live.take();
+    live.send();
+    EXPECT_FALSE(is_readable(live.descriptor(), 0));
+    std::thread([&] { live.ask(over_tcp("theirs.example."), all.listener()); }).join();
+    EXPECT_TRUE(is_readable(live.descriptor(), 0));
+    live.stop();
+    EXPECT_EQ(all.wait(2).size(), 2u) << "missing";
 }
 
 } // namespace

@@ -60,10 +60,16 @@ class scripted_asker : public dns_sources::asker {
         holds_ = true;
     }
     void release() {
-        std::deque<std::pair<question, listener>> held;
         {
             const std::lock_guard guard(lock_);
             holds_ = false;
+        }
+        answer_held();
+    }
+    void answer_held() {
+        std::deque<std::pair<question, listener>> held;
+        {
+            const std::lock_guard guard(lock_);
             held.swap(held_);
         }
         for (auto &[asked, then] : held) {
@@ -816,6 +822,30 @@ TEST_F(in_two_steps, answers_that_are_missing_are_not_waited_for) {
     EXPECT_EQ(one.count(), 0);
     dns.release();
     EXPECT_EQ(one.wait(), dunno);
+}
+
+// Nobody is woken for answers that are gathered: who gathers them begins what they were for, too.
+TEST_F(in_two_steps, what_gathered_answers_were_for_is_begun_with_the_rest) {
+    options.dns = &dns;
+    dns.hold();
+    const std::thread::id self = std::this_thread::get_id();
+    size_t mine = 0;
+    for (int i = 0; i < 100; ++i) {
+        reply one;
+        bool is_mine = false;
+        running().take_on(request_of({}), [&, say = one.function()](std::string_view text) {
+            is_mine = std::this_thread::get_id() == self;
+            say(text);
+        });
+        while (one.count() == 0) {
+            running().begin_all(true);
+            judge->gather([&] { dns.answer_held(); });
+        }
+        EXPECT_EQ(one.wait(), dunno);
+        mine += is_mine;
+    }
+    EXPECT_GT(mine, 50u) << "some may be taken by a thread that was awake";
+    EXPECT_EQ(records().size(), 100u);
 }
 
 // It is answered while it waits, and judged for the log all the same.

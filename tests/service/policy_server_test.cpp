@@ -11,6 +11,8 @@
 #include <stdexcept>
 #include <thread>
 
+#include <unistd.h>
+
 #include <gtest/gtest.h>
 
 #include "input.h"
@@ -388,6 +390,115 @@ TEST_F(judged_between_turns, a_slow_one_stops_nobody_else) {
             EXPECT_EQ(quick.ask("again=1\n\n"), "again=1\n\n");
         }
     }
+}
+
+// What else is waited for: a pipe that is written to, and a time that is over.
+class with_a_companion : public judged_between_turns {
+  protected:
+    with_a_companion() {
+        EXPECT_EQ(pipe(ends_), 0);
+        options.also.descriptor = ends_[0];
+        options.also.send = [this] {
+            enter();
+            const int wait = until_due();
+            leave();
+            return wait;
+        };
+        options.also.take = [this] {
+            enter();
+            char byte = 0;
+            if (is_written_.exchange(false)) {
+                EXPECT_EQ(read(ends_[0], &byte, 1), 1);
+            }
+            ++taken_;
+            due_ = clock::now() + period_;
+            leave();
+        };
+    }
+    ~with_a_companion() override {
+        end(); // while the pipe is there
+        close(ends_[0]);
+        close(ends_[1]);
+    }
+    void write_byte() {
+        is_written_ = true;
+        EXPECT_EQ(write(ends_[1], "x", 1), 1);
+    }
+    void wait_for_taken(int count) {
+        while (taken_ < count) {
+            std::this_thread::sleep_for(1ms);
+        }
+    }
+
+    std::chrono::milliseconds period_{0}; // 0: its time is never over
+    std::atomic<int> taken_ = 0;
+    std::atomic<bool> is_together_ = false;
+
+  private:
+    using clock = std::chrono::steady_clock;
+    int until_due() const {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(due_ - clock::now());
+        return period_ == 0ms ? -1 : std::max(static_cast<int>(left.count()), 0);
+    }
+    void enter() {
+        is_together_ = is_together_ || is_inside_.exchange(true);
+    }
+    void leave() {
+        is_inside_ = false;
+    }
+    int ends_[2] = {-1, -1};
+    std::atomic<bool> is_written_ = false;
+    std::atomic<bool> is_inside_ = false;
+    clock::time_point due_ = clock::now(); // of the thread that serves
+};
+
+TEST_F(with_a_companion, it_is_taken_from_when_there_is_something) {
+    serve_so();
+    policy_client client(path);
+    EXPECT_EQ(client.ask("a=1\n\n"), "a=1\n\n");
+    EXPECT_EQ(taken_, 0) << "nothing was there, and no time was over";
+    for (int i = 1; i <= 3; ++i) {
+        write_byte();
+        wait_for_taken(i);
+    }
+    EXPECT_EQ(client.ask("a=2\n\n"), "a=2\n\n");
+    EXPECT_EQ(taken_, 3);
+}
+
+TEST_F(with_a_companion, it_is_taken_from_when_its_time_is_over) {
+    period_ = 5ms;
+    serve_so();
+    wait_for_taken(3); // without a client
+    policy_client client(path);
+    EXPECT_EQ(client.ask("a=1\n\n"), "a=1\n\n");
+    wait_for_taken(6);
+}
+
+// Clients that never let it sleep do not keep its time from being over.
+TEST_F(with_a_companion, its_time_counts_under_load) {
+    period_ = 20ms;
+    serve_so();
+    policy_client client(path);
+    const int before = taken_;
+    for (int i = 0; taken_ < before + 3; ++i) {
+        ASSERT_EQ(client.ask(request_of(i) + "\n"), request_of(i) + "\n");
+    }
+}
+
+TEST_F(with_a_companion, a_slow_judgement_does_not_keep_it) {
+    serve_so();
+    policy_client slow(path);
+    slow.say("slow=1\n\n");
+    while (!is_slow_) {
+        std::this_thread::yield();
+    }
+    for (int i = 1; i <= 3; ++i) {
+        write_byte();
+        wait_for_taken(i);
+    }
+    is_slow_ = false;
+    EXPECT_EQ(slow.hear(1), "slow=1\n\n");
+    EXPECT_FALSE(is_together_);
 }
 
 TEST_F(judged_between_turns, the_end_comes_meanwhile) {

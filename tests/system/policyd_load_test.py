@@ -263,6 +263,35 @@ class Resolvers(LoadTest):
                          "without the guard nobody gets through")
 
 
+def switches_by_thread(pid):
+    """How often each thread of a process has gone to sleep."""
+    tasks = Path(f"/proc/{pid}/task")
+    return {task.name: int(line.split()[1]) for task in tasks.iterdir()
+            for line in (task / "status").read_text(encoding="utf-8").splitlines()
+            if line.startswith("voluntary_ctxt_switches")}
+
+
+class Alone(LoadTest):
+    def test_is_one_threads_work(self):
+        """A request that comes alone, with its DNS questions, changes no threads."""
+        name = [record(PTR, encode_name("mail.forward.test"))]
+        service = self.serve(*self.dns(lambda message, _: reply(message, 0, name)))
+        requests, often = 200, 20
+        with Client(service.path) as client:
+            client.ask(client_address="192.0.2.200", sender=STRANGER)  # connects to the DNS
+            before = switches_by_thread(service.process.pid)
+            for n in range(requests):
+                client.ask(client_address=f"192.0.2.{n}", sender=STRANGER)
+            after = switches_by_thread(service.process.pid)
+        busy = [after[thread] - before[thread] for thread in after
+                if after[thread] - before[thread] > often]
+        self.assertEqual(len(busy), 1, (before, after))
+        self.assertLessEqual(busy[0], 3 * requests + often)
+        records = service.records()
+        self.assertEqual(len(records), requests + 1)
+        self.assertTrue(all(one["dns"] for one in records), "each has asked the DNS")
+
+
 class Replay(LoadTest):
     def test_every_record_is_a_case(self):
         """Judged again from its own answers, without any DNS, a record has the same verdict."""

@@ -49,4 +49,13 @@ void dns_channel_work(dns_channel *channel, int64_t most);
 // Ends the wait of the thread that works, or its next one. The only one for any thread.
 void dns_channel_wake(dns_channel *channel);
 
+// dns_channel_work() in two steps, for a thread that waits for other things in between, until the
+// descriptor is readable or the time is over.
+//
+// Returns how many milliseconds the wait may last, -1 for however long.
+int dns_channel_send(dns_channel *channel);
+// Waits as long as that, 0 for not at all, and does what there is to do.
+void dns_channel_take(dns_channel *channel, int wait);
+intptr_t dns_channel_descriptor(const dns_channel *channel);
+
 } // namespace quillfence::platform
