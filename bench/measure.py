@@ -5,8 +5,9 @@
 
     decisions  decisions_bench: a second of CPU time, medians of five
     scale      scale.py: cost by the number of transactions (docs/scale.md)
-    jobs       the rate of --jobs 2 over that of --jobs 1, sample and big configuration, medians of
-               five, in turn
+    jobs       the rate of one process with --jobs 1 on one processor, of two such processes on two
+               of them, and of --jobs 2 on the same; beside them a loop that touches no memory, alone
+               and twice: what two processors of this machine are worth. Medians of five, in turn
     memory     the most memory held by the time 10^5, 10^6 and 10^7 lines have been judged with the
                big configuration
     live       batch_live.py: DNS answers after 50 ms
@@ -98,16 +99,36 @@ def big_drive(folder):
     return folder
 
 
-def seconds_of_batch(drive, lines, jobs):
+def seconds_of(*runs):
+    """Of the clock, until all of these have ended; each is a command and its processors."""
     begin = time.monotonic()
-    subprocess.run([PROGRAM, "batch", "--quiet", "--jobs", str(jobs), "--drive-c", drive, lines],
-                   check=True, stdout=subprocess.DEVNULL)
+    all_of_them = [subprocess.Popen(["taskset", "--cpu-list", processors, *command],
+                                    stdout=subprocess.DEVNULL) for command, processors in runs]
+    if any([one.wait() for one in all_of_them]):
+        sys.exit("a program failed")
     return time.monotonic() - begin
 
 
 def jobs():
-    count = scaled(100_000)
-    table("transactions a second of the clock", "`--jobs 1`", "`--jobs 2`", "times")
+    """Each row: a unit of work on one processor; two units on two, by two processes and by one."""
+    count = scaled(500_000)
+    table("units of work a second of the clock", "one processor", "two processes on two", "times",
+          "`--jobs 2` on two", "times")
+
+    def measure(title, units, one, both=None):
+        took = []
+        for _ in range(RUNS):
+            took.append([seconds_of((one, "0")), seconds_of((one, "0"), (one, "1")) / 2])
+            if both:
+                took[-1].append(seconds_of((both, "0,1")) / 2)
+        cells = [f"{units / statistics.median(each[0] for each in took):,.0f}"]
+        for other in range(1, len(took[0])):
+            cells += [f"{units / statistics.median(each[other] for each in took):,.0f}",
+                      f"{statistics.median(each[0] / each[other] for each in took):.2f}"]
+        row(title, *cells, *[""] * (5 - len(cells)))
+
+    rounds = scaled(100)
+    measure("a loop", rounds, [sys.executable, "-c", f"for _ in range({rounds} * 500_000): pass"])
     with tempfile.TemporaryDirectory() as name:
         folder = Path(name)
         with open(folder / "lines", "wb") as lines:
@@ -115,11 +136,9 @@ def jobs():
                            stdout=lines)
         for title, drive in (("sample", SOURCE / "examples/drive_c"),
                              ("big", big_drive(folder / "big"))):
-            pairs = [[seconds_of_batch(drive, folder / "lines", jobs) for jobs in (1, 2)]
-                     for _ in range(RUNS)]
-            one, two = (statistics.median(column) for column in zip(*pairs))
-            times = statistics.median(first / second for first, second in pairs)
-            row(title, f"{count / one:,.0f}", f"{count / two:,.0f}", f"{times:.2f}")
+            batch = [PROGRAM, "batch", "--quiet", "--drive-c", drive, "--jobs"]
+            lines = folder / "lines"
+            measure(title, count, [*batch, "1", lines], [*batch, "2", lines, lines])
 
 
 def held_by(process):
