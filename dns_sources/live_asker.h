@@ -28,7 +28,7 @@ class live_asker : public asker {
     uint32_t start();
     // The same without a thread of its own, for one that waits for other things as well. On Linux
     // it sends, waits until the descriptor is readable or the time is over, takes, and so on;
-    // elsewhere there is no descriptor (-1), and nothing to do.
+    // elsewhere there is no descriptor (-1), and nothing to do. Not behind stop().
     uint32_t start_here();
     intptr_t descriptor() const;
     int send();  // how many milliseconds the wait may last; -1: however long

@@ -130,20 +130,34 @@ static int rewrite_lines(list_edit *edit, const edit_plan *plan, bool *found) {
 
 // --- the operations ---
 
+// The list that must not have what this one gets, and its path; *opposite is null when there is none,
+// or no such file. Null, or what went wrong.
+static const char *find_opposite(const char *directory, const char *name, const char **opposite,
+                                 heap_string *path) {
+    *opposite = nullptr;
+    const configuration_file *const list = find_configuration_file(name);
+    if (!list || !list->opposite) {
+        return nullptr;
+    }
+    path->reset(__build_path(directory, list->opposite));
+    if (!*path) {
+        return list_no_memory;
+    }
+    if (vc_file_exists_ex(path->get(), vc_type_file)) {
+        *opposite = list->opposite;
+    }
+    return nullptr;
+}
+
 // Null when the opposite list does not hold the entry, else the message.
 static const char *check_opposite(const char *directory, const char *name, const char *entry,
                                   list_matcher matcher) {
-    const configuration_file *const list = find_configuration_file(name);
-    const char *const opposite = list ? list->opposite : nullptr;
-    if (!opposite) {
-        return nullptr;
+    const char *opposite = nullptr;
+    heap_string path;
+    if (const char *const failed = find_opposite(directory, name, &opposite, &path)) {
+        return failed;
     }
-    const heap_string path(__build_path(directory, opposite));
-    if (!path) {
-        return list_no_memory;
-    }
-    const bool listed = vc_file_exists_ex(path.get(), vc_type_file) &&
-                        __file_contains_line(directory, opposite, entry, matcher);
+    const bool listed = opposite && __file_contains_line(directory, opposite, entry, matcher);
     return listed ? list_opposite : nullptr;
 }
 
@@ -260,16 +274,12 @@ static bool mark_line(const sorted_additions &sorted, const char *line, addition
 // Marks the additions that the opposite list holds. Null when it holds none, else the message.
 static const char *check_opposites(const char *operation, const char *directory, const char *name,
                                    const sorted_additions &sorted) {
-    const configuration_file *const list = find_configuration_file(name);
-    const char *const opposite = list ? list->opposite : nullptr;
+    const char *opposite = nullptr;
+    heap_string path;
+    if (const char *const failed = find_opposite(directory, name, &opposite, &path)) {
+        return failed;
+    }
     if (!opposite) {
-        return nullptr;
-    }
-    const heap_string path(__build_path(directory, opposite));
-    if (!path) {
-        return list_no_memory;
-    }
-    if (!vc_file_exists_ex(path.get(), vc_type_file)) {
         return nullptr;
     }
     const vc_handle file = vc_open_existing(path.get());

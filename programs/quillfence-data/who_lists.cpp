@@ -62,7 +62,8 @@ struct place {
     std::string recipient{};
     std::string client{};
     std::string ptr_name{};
-    std::string listed{}; // asked of lists that no rule asks
+    std::string listed{};                   // asked of lists that no rule asks
+    std::string base = quillfence_base_dir; // of the lists, with its final slash
 };
 
 } // namespace
@@ -83,7 +84,7 @@ static session session_of(const place &where) {
     if (!made) {
         throw std::bad_alloc();
     }
-    made->base_dir = heap_copy(quillfence_base_dir);
+    made->base_dir = heap_copy(where.base);
     made->mail_from = heap_copy(where.sender);
     made->rcpt_to = heap_copy(where.recipient);
     made->ip = heap_copy(where.ptr_name.empty() ? where.client : some_client);
@@ -228,15 +229,17 @@ static void try_file(const std::string &path, std::vector<look_problem> *problem
     }
 }
 
-// Every entry of a list and its range file that matches, not the first alone, at which a lookup
-// ends.
-static void add_list(const configuration_file &list, const std::string &value,
-                     const std::string &rule, const rule_switches &switches,
-                     std::vector<look_problem> *problems, met_value *to) {
+// Every entry of a list below a folder and of its range file that matches, not the first alone, at
+// which a lookup ends.
+static void add_list(const configuration_file &list, const std::string &base,
+                     const std::string &value, const std::string &rule,
+                     const rule_switches &switches, std::vector<look_problem> *problems,
+                     met_value *to) {
     std::vector<list_match> matches;
-    try_file(list.path, problems, [&] { find_in_list(list.path, list, value, &matches); });
+    const std::string path_of_list = base + path_in_base(list);
+    try_file(path_of_list, problems, [&] { find_in_list(path_of_list, list, value, &matches); });
     if (list.range_file) {
-        const std::string path = std::string(quillfence_base_dir) + list.range_file;
+        const std::string path = base + list.range_file;
         try_file(path, problems, [&] {
             const std::string problem = find_in_ranges(path, value, &matches);
             if (!problem.empty()) {
@@ -261,16 +264,17 @@ static void add_other_lists(const std::string &value, const rule_switches &switc
                             std::vector<look_problem> *problems, met_value *to) {
     for (const configuration_file &list : list_files()) {
         if (list.kind == file_kind::other_list && !value.empty()) {
-            add_list(list, value, "", switches, problems, to);
+            add_list(list, quillfence_base_dir, value, "", switches, problems, to);
         }
     }
 }
 
-static const configuration_file *list_at(const std::string &path) {
+static const configuration_file *list_at(const std::string &path, const std::string &base) {
     const std::vector<std::reference_wrapper<const configuration_file>> lists = list_files();
     const auto found =
-        std::find_if(lists.begin(), lists.end(),
-                     [&](const configuration_file &list) { return path == list.path; });
+        std::find_if(lists.begin(), lists.end(), [&](const configuration_file &list) {
+            return path == base + path_in_base(list);
+        });
     return found == lists.end() ? nullptr : &found->get();
 }
 
@@ -284,8 +288,8 @@ static void add_rule(const char *name, const place &where, const rule_switches &
     run_spam_checks_r(session_of(where).get(), enabled.get(), rule.get());
     std::vector<found_entry> found = told.take_found();
     for (const searched_list &searched : told.take_searches()) {
-        if (const configuration_file *const list = list_at(searched.path)) {
-            add_list(*list, searched.value, name, switches, problems, to);
+        if (const configuration_file *const list = list_at(searched.path, where.base)) {
+            add_list(*list, where.base, searched.value, name, switches, problems, to);
         }
     }
     for (found_entry &entry : found) {
@@ -324,12 +328,13 @@ static bool take_decision(witness *told, bool accepted, met_value *to) {
 }
 
 // As a mail server asks: exemptions, rules, block maps.
-static void decide(const place &where, std::vector<look_problem> *problems, met_value *to) {
+static void decide(const place &where, const std::string &user_dir,
+                   std::vector<look_problem> *problems, met_value *to) {
     const owned_list rules = rules_named(where.rules);
     const session asked = session_of(where);
     {
         witness told(problems);
-        is_exempt_r(asked.get(), nullptr, rules.get());
+        is_exempt_r(asked.get(), user_dir.c_str(), rules.get());
         if (take_decision(&told, true, to)) {
             return;
         }
@@ -527,12 +532,26 @@ static void finish_patterns(const std::string &name, std::vector<look_problem> *
 
 // --- the whole ---
 
-static met_value meet(const place &where, const rule_switches &switches,
-                      std::vector<look_problem> *problems) {
+// The recipient's own lists only exempt.
+static void add_users_rules(place where, const std::string &user_dir, const rule_switches &switches,
+                            std::vector<look_problem> *problems, met_value *to) {
+    where.base = user_dir + (user_dir.ends_with('/') ? "" : "/");
+    for (const char *const name : where.rules) {
+        if (switches.exempts(name)) {
+            add_rule(name, where, switches, problems, to);
+        }
+    }
+}
+
+static met_value meet(const place &where, const std::string &user_dir,
+                      const rule_switches &switches, std::vector<look_problem> *problems) {
     met_value met = {.as = where.as, .listings = {}};
     const engine_messages silent;
     for (const char *const name : where.rules) {
         add_rule(name, where, switches, problems, &met);
+    }
+    if (!user_dir.empty()) {
+        add_users_rules(where, user_dir, switches, problems, &met);
     }
     add_other_lists(where.listed, switches, problems, &met);
     add_mail_servers_whitelists(where, switches, problems, &met);
@@ -547,7 +566,7 @@ static met_value meet(const place &where, const rule_switches &switches,
         add_declared_domain(where.sender.substr(where.sender.rfind('@') + 1), switches, problems,
                             &met);
     }
-    decide(where, problems, &met);
+    decide(where, user_dir, problems, &met);
     engine_messages::require_memory();
     return met;
 }
@@ -594,7 +613,8 @@ static value_kind kind_of(std::string *value) {
     return value_kind::name;
 }
 
-lists_answer ask_all_lists(const std::string &value, const std::string &recipient) {
+lists_answer ask_all_lists(const std::string &value, const std::string &recipient,
+                           const std::string &user_dir) {
     lists_answer answer;
     answer.value = value;
     answer.kind = kind_of(&answer.value);
@@ -631,7 +651,7 @@ lists_answer ask_all_lists(const std::string &value, const std::string &recipien
         break;
     }
     for (const place &where : places) {
-        answer.met.push_back(meet(where, switches, &answer.problems));
+        answer.met.push_back(meet(where, user_dir, switches, &answer.problems));
     }
     return answer;
 }

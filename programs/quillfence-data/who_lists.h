@@ -52,7 +52,9 @@ struct lists_answer {
 
 // Throws a failure for a value that is neither a mail address, nor a name, nor a client's address.
 //   recipient  of mail from an address, whose mailbox's own whitelist is asked, too; "" for none
-lists_answer ask_all_lists(const std::string &value, const std::string &recipient);
+//   user_dir   the recipient's own folder of lists, likewise
+lists_answer ask_all_lists(const std::string &value, const std::string &recipient,
+                           const std::string &user_dir);
 
 void write_listings(const lists_answer &answer, std::ostream &out); // 80 columns
 void write_listings_json(const lists_answer &answer, std::ostream &out);
@@ -63,6 +65,7 @@ struct who_lists_arguments {
     std::string drive_c;  // "" for this system's own
     std::string registry; // likewise
     bool json = false;
+    std::string user_dir{}; // the recipient's own; "" for none
 };
 // exit_status::no when nothing lists the value; failed when something could not be looked at, which
 // is complained about, and the rest is written.

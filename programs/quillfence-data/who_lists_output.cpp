@@ -253,8 +253,12 @@ exit_status who_lists(const who_lists_arguments &arguments, std::ostream &out) {
     const surroundings chosen(arguments.drive_c, arguments.registry);
     require_directory(quillfence_base_dir,
                       "name the folder that holds the server's quillfence/ with --drive-c");
+    if (!arguments.user_dir.empty()) {
+        require_directory(arguments.user_dir, "--user-dir is a user's own folder of lists");
+    }
     const engine_run engine;
-    const lists_answer answer = ask_all_lists(arguments.value, arguments.recipient);
+    const lists_answer answer =
+        ask_all_lists(arguments.value, arguments.recipient, arguments.user_dir);
     if (arguments.json) {
         write_listings_json(answer, out);
     } else {
@@ -282,6 +286,10 @@ command who_lists_command() {
                      &to->recipient,
                      "Of mail from the address: ask this mailbox's own whitelist, too",
                      {.value = "ADDRESS"}},
+                    {"--user-dir",
+                     &to->user_dir,
+                     "The recipient's own folder of lists: ask these, too",
+                     {.value = "DIR"}},
                     {"--drive-c",
                      &to->drive_c,
                      "The folder that holds the server's quillfence/, or a copy of it",

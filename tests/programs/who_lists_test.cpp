@@ -8,6 +8,7 @@
 #include "../matching/range_bytes.h"
 #include "call_watch.h"
 #include "drive_c.h"
+#include "me_address_map.h"
 #include "output.h"
 #include "platform/registry.h"
 #include "test_registry.h"
@@ -28,7 +29,7 @@ class who_lists_test : public drive_test {
     outcome ask(const std::string &value, bool json = false, const std::string &recipient = "") {
         ::testing::internal::CaptureStderr();
         const outcome answer =
-            outcome_of(who_lists, who_lists_arguments{value, recipient, "", "", json});
+            outcome_of(who_lists, who_lists_arguments{value, recipient, "", "", json, user_dir});
         said = ::testing::internal::GetCapturedStderr();
         return answer;
     }
@@ -54,6 +55,7 @@ class who_lists_test : public drive_test {
         put("control/enabled", "1\n");
     }
     std::string said;
+    std::string user_dir; // "" for none
 };
 
 // --- lists ---
@@ -87,6 +89,38 @@ TEST_F(who_lists_test, an_address_and_its_recipient) {
               "a@example.org as a recipient: not listed\n"
               "* decides\n");
     EXPECT_EQ(ask("a@example.org", false, "bob@").failure, "\"bob@\" is no mail address");
+}
+
+// Behind the server's own: all of their entries that exempt, and nothing else of theirs.
+TEST_F(who_lists_test, the_recipients_own_folder) {
+    put("from_blacklist", "a@example.org\n");
+    drive.write("c:/users/bob/from_whitelist", "x@example.org\n*@example.org\na@example.org\n");
+    drive.write("c:/users/bob/from_blacklist", "a@example.org\n");
+    drive.write("c:/users/bob/exempt_ips", "192.0.2.7\n");
+    EXPECT_EQ(ask("a@example.org").out, "a@example.org as a sender: refused by from_blacklist\n"
+                                        "* from_blacklist:1            a@example.org           "
+                                        "refused by from_blacklist\n"
+                                        "a@example.org as a recipient: not listed\n"
+                                        "* decides\n");
+    for (const char *const folder : {"c:/users/bob", "c:/users/bob/"}) {
+        user_dir = folder;
+        const std::string own = ask("a@example.org").out;
+        EXPECT_TRUE(own.starts_with("a@example.org as a sender: accepted by from_whitelist\n"))
+            << own;
+        EXPECT_NE(own.find("\n  from_blacklist:1 "), std::string::npos) << own;
+        EXPECT_NE(own.find("\n* c:/users/bob/from_          *@example.org           accepted by "
+                           "from_whitelist\n  whitelist:2\n"
+                           "  c:/users/bob/from_          a@example.org           accepted by "
+                           "from_whitelist\n  whitelist:3\n"),
+                  std::string::npos)
+            << own;
+        EXPECT_EQ(own.find("\n  blacklist:1"), std::string::npos) << own;
+        EXPECT_TRUE(ask("192.0.2.7")
+                        .out.starts_with("192.0.2.7 as a client: accepted by "
+                                         "ip_whitelist\n"));
+    }
+    user_dir = "c:/users/bobby";
+    EXPECT_NE(ask("a@example.org").failure.find("c:/users/bobby"), std::string::npos);
 }
 
 TEST_F(who_lists_test, nothing_lists_it) {
@@ -246,6 +280,21 @@ TEST_F(who_lists_test, the_mail_servers_whitelist) {
               std::string::npos)
         << answer.out;
     EXPECT_EQ(ask("192.0.3.7").status, exit_status::no);
+}
+
+// The one of the mailbox to which the stand-in for the address map delivers the recipient.
+TEST_F(who_lists_test, a_mailboxs_own_whitelist) {
+    const test_registry store;
+    store.set_text(key, "Configuration Directory", "c:/quillfence/mail");
+    put("mail/Postoffices/example.net/MAILBOXES/bob/Senders/Whitelist/example.org.LST", "");
+    put("from_blacklist", "a@example.org\n");
+    const std::string own = ask("a@example.org", false, "bob@example.net").out;
+    forget_address_map();
+    EXPECT_TRUE(own.starts_with("a@example.org as a sender: accepted by from_whitelist\n")) << own;
+    EXPECT_NE(own.find("example.org.LST"), std::string::npos) << own;
+    EXPECT_TRUE(ask("a@example.org", false, "carol@example.net")
+                    .out.starts_with("a@example.org as a sender: refused by from_blacklist\n"));
+    forget_address_map();
 }
 
 // --- what can go wrong ---
