@@ -1,5 +1,6 @@
 #include "json_writer.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstring>
@@ -17,8 +18,9 @@ static constexpr size_t longest_escape = 6;
 
 json_writer::json_writer(std::string &out, json_layout layout)
     : out_(out), indented_(layout == json_layout::indented) {
+    constexpr size_t short_value = 64; // many are no longer; who writes more reserves it
     const size_t used = out_.size();
-    out_.resize(used + 2048);
+    out_.resize(std::max(out_.capacity(), used + short_value));
     at_ = out_.data() + used;
     end_ = out_.data() + out_.size();
 }

@@ -24,6 +24,8 @@ bool is_told_briefly(const rule_record &rule) {
 
 void write_record(std::string &out, const decision_record &record, record_form form,
                   json_layout layout) {
+    constexpr size_t usual_record = 2048;
+    out.reserve(out.size() + usual_record);
     json_writer json(out, layout);
     writing_visitor visitor(json, form);
     json.begin_object();
