@@ -324,7 +324,8 @@ class judging_thread {
   public:
     explicit judging_thread(const std::shared_ptr<policy_judge::core> &of);
     void work();
-    void look_at_one(request &one) noexcept;
+    // `waits` as of begin_all(); null for none.
+    void look_at_one(request &one, const std::function<bool()> *waits) noexcept;
 
   private:
     void look_at(request &one) noexcept;
@@ -344,6 +345,7 @@ class judging_thread {
     dns_sources::off_source off_;
     std::string line_;
     std::string reply_;
+    const std::function<bool()> *waits_ = nullptr;
     bool took_ = false; // the current request, and has not answered it
 };
 
@@ -359,11 +361,12 @@ judging_thread::judging_thread(const std::shared_ptr<policy_judge::core> &of) : 
 
 void judging_thread::work() {
     while (request *const one = all_->next()) {
-        look_at_one(*one);
+        look_at_one(*one, nullptr);
     }
 }
 
-void judging_thread::look_at_one(request &one) noexcept {
+void judging_thread::look_at_one(request &one, const std::function<bool()> *waits) noexcept {
+    waits_ = waits;
     vc_log_listener silence = {drop_line};
     vc_set_thread_log_listener(&silence);
     look_at(one);
@@ -453,6 +456,7 @@ void judging_thread::explain(request &one, dns_sources::source &answers) {
 
 void judging_thread::judge(request &one) {
     if (one.answers) {
+        one.answers->be_patient(waits_ ? all_->options.dns : nullptr, waits_);
         dns_sources::guard_source guarded(*one.answers, one.tree->guard);
         explain(one, guarded);
     } else {
@@ -588,9 +592,9 @@ void policy_judge::take_on(std::string request, answer_function answer) noexcept
     core_->take_on(std::move(request), std::move(answer), false);
 }
 
-void policy_judge::begin_all(bool here) noexcept {
+void policy_judge::begin_all(bool here, const std::function<bool()> &waits) noexcept {
     if (request *const one = core_->share_out(here)) {
-        own_->look_at_one(*one);
+        own_->look_at_one(*one, waits ? &waits : nullptr);
     }
 }
 

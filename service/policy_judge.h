@@ -6,7 +6,9 @@
 //                   +- DNS <---+
 //
 // No thread waits for the DNS: a transaction that lacks answers is put aside, and judged anew when
-// they have come. The configuration that it began with is the one that it ends with.
+// they have come. (But a thread that has nothing else to do may wait a little, and then one
+// judgement is enough: begin_all.) The configuration that it began with is the one that it ends
+// with.
 //
 // In doubt mail passes, with "action=DUNNO": a request that can't be read, no configuration yet, no
 // memory, an engine that fails, more requests than can be outstanding, and a request that has
@@ -70,7 +72,9 @@ class policy_judge {
     // next begin_all(). That leaves all to the judge's threads but one, which it judges itself
     // (`here`, for one thread at a time), so that a single request costs no change of threads.
     void take_on(std::string request, answer_function answer) noexcept;
-    void begin_all(bool here) noexcept;
+    // What it lacks of DNS answers it asks for as it goes, and waits for them as long as `waits`
+    // does, which returns whether something has come; null: it is put aside at once.
+    void begin_all(bool here, const std::function<bool()> &waits = nullptr) noexcept;
     // The same for DNS answers that come on this thread while `bring` runs: what they let go on is
     // begun by the next begin_all(). By one thread at a time.
     void gather(const std::function<void()> &bring) noexcept;

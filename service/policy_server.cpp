@@ -142,6 +142,7 @@ void policy_server::take_turn(listeners &from) {
     watched_event events[most_events];
     const size_t count = platform::watcher_wait(watcher_, events, most_events, begin_wait());
     now_ = clock::now();
+    is_alone_ = count <= 1;
     for (size_t i = 0; i < count; ++i) {
         look(events[i]);
     }
@@ -195,6 +196,11 @@ int policy_server::patience() const {
 
 // How long to wait.
 int policy_server::begin_wait() {
+    const int both = wait_for_all();
+    return std::exchange(is_woken_, false) ? 0 : both;
+}
+
+int policy_server::wait_for_all() {
     const int own = patience();
     if (!options_.also.send) {
         return own;
@@ -212,6 +218,27 @@ void policy_server::end_wait() {
     if (now_ >= companion_due_) {
         options_.also.take();
     }
+}
+
+// What else has come is told again by the next turn, but not that somebody has woken it.
+bool policy_server::await_companion() {
+    constexpr int most = 1; // milliseconds
+    const std::unique_lock turn(turns_, std::try_to_lock);
+    if (!turn || !is_alone_ || !options_.also.send) {
+        return false;
+    }
+    options_.also.send();
+    watched_event events[most_events];
+    bool woken = false;
+    const size_t count = platform::watcher_wait(watcher_, events, most_events, most, &woken);
+    const bool came = std::any_of(
+        events, events + count, [](const watched_event &one) { return one.tag == &companion_tag; });
+    is_alone_ = !woken && count == (came ? 1 : 0);
+    is_woken_ |= woken;
+    if (came) {
+        options_.also.take();
+    }
+    return came;
 }
 
 void policy_server::look(const watched_event &event) {

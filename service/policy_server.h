@@ -74,6 +74,11 @@ class policy_server {
     // Safe from any thread and in a signal's handler, before run() as well.
     void stop();
 
+    // For whoever judges by options.judge_here(true), and lacks something that the companion may
+    // bring soon. Waits for it, a millisecond at most, and no longer than until a client wants
+    // something. Whether something was taken from it; false at once when others wait already.
+    bool await_companion();
+
     // For whoever runs it.
     size_t connections() const {
         return connections_.size();
@@ -89,6 +94,7 @@ class policy_server {
     bool is_kept() const;
     void take_turn(listeners &from);
     int begin_wait();
+    int wait_for_all();
     void end_wait();
     void try_turn(listeners &from);
     void forget_all();
@@ -137,6 +143,8 @@ class policy_server {
     clock::time_point companion_due_ = clock::time_point::max();
     clock::time_point paused_until_{}; // listening
     bool is_paused_ = false;
+    bool is_alone_ = false;      // there was one event at most
+    bool is_woken_ = false;      // outside a turn
     clock::time_point looked_{}; // for old ones
     clock::time_point end_by_{};
     bool is_ending_ = false;

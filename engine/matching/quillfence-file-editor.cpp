@@ -130,8 +130,8 @@ static int rewrite_lines(list_edit *edit, const edit_plan *plan, bool *found) {
 
 // --- the operations ---
 
-// The list that must not have what this one gets, and its path; *opposite is null when there is none,
-// or no such file. Null, or what went wrong.
+// The list that must not have what this one gets, and its path; *opposite is null when there is
+// none, or no such file. Null, or what went wrong.
 static const char *find_opposite(const char *directory, const char *name, const char **opposite,
                                  heap_string *path) {
     *opposite = nullptr;

@@ -87,19 +87,25 @@ static void fall_asleep_again(const watcher &of) {
     static_cast<void>(got); // nothing there is asleep as well
 }
 
-size_t watcher_wait(watcher *of, watched_event *events, size_t room, int milliseconds) {
+size_t watcher_wait(watcher *of, watched_event *events, size_t room, int milliseconds,
+                    bool *woken) {
     epoll_event found[most_at_once];
     const auto most = static_cast<int>(std::min(room, most_at_once));
     const int count = epoll_wait(of->events, found, most, milliseconds);
     size_t stored = 0;
+    bool was_woken = false;
     for (int i = 0; i < count; ++i) {
         const uint32_t what = found[i].events;
         if (!found[i].data.ptr) {
             fall_asleep_again(*of);
+            was_woken = true;
             continue;
         }
         const bool over = what & (EPOLLERR | EPOLLHUP);
         events[stored++] = {found[i].data.ptr, over || (what & EPOLLIN), over || (what & EPOLLOUT)};
+    }
+    if (woken) {
+        *woken = was_woken;
     }
     return stored;
 }

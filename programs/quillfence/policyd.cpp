@@ -107,8 +107,8 @@ class judging {
             judgement_.take_on(std::move(request), std::move(answer));
         };
     }
-    void begin_all(bool here) {
-        judgement_.begin_all(here);
+    void begin_all(bool here, const std::function<bool()> &waits) {
+        judgement_.begin_all(here, waits);
     }
     service::companion dns() {
         return judgement_.dns();
@@ -242,10 +242,12 @@ static exit_status serve_sockets(const policyd_arguments &arguments) {
     service::policy_server_options options = options_of(arguments);
     options.reopen = [&with] { with.begin_anew(); };
     options.count = with.counter();
-    options.judge_here = [&with](bool here) { with.begin_all(here); };
+    std::optional<service::policy_server> server;
+    const std::function<bool()> waits = [&server] { return server->await_companion(); };
+    options.judge_here = [&with, &waits](bool here) { with.begin_all(here, waits); };
     options.also = with.dns();
-    service::policy_server server(options, with.taker());
-    if (const uint32_t error = server.run(all)) {
+    server.emplace(options, with.taker());
+    if (const uint32_t error = server->run(all)) {
         throw failure("connections can't be waited for: " + data_files::system_text(error));
     }
     return exit_status::done;

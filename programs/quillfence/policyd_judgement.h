@@ -36,8 +36,8 @@ class policyd_judgement {
     void take_on(std::string request, std::function<void(std::string_view)> answer) noexcept {
         judge_->take_on(std::move(request), std::move(answer));
     }
-    void begin_all(bool here) noexcept {
-        judge_->begin_all(here);
+    void begin_all(bool here, const std::function<bool()> &waits) noexcept {
+        judge_->begin_all(here, waits);
     }
     // The DNS, for whoever begins all, and must see to it when sockets are served.
     service::companion dns();

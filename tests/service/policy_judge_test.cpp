@@ -8,6 +8,7 @@
 #include <map>
 #include <mutex>
 #include <regex>
+#include <set>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -48,6 +49,8 @@ class scripted_asker : public dns_sources::asker {
             const std::lock_guard guard(lock_);
             last_limit_ = asked.limit;
             ++asked_;
+            names_.insert(dns_sources::name_key(asked.name) + ' ' +
+                          dns_sources::type_word(asked.type));
             if (holds_) {
                 held_.emplace_back(asked, std::move(then));
                 return;
@@ -84,6 +87,11 @@ class scripted_asker : public dns_sources::asker {
         const std::lock_guard guard(lock_);
         return asked_;
     }
+    // How many different questions.
+    size_t asked_for() {
+        const std::lock_guard guard(lock_);
+        return names_.size();
+    }
     std::optional<std::chrono::milliseconds> last_limit() {
         const std::lock_guard guard(lock_);
         return last_limit_;
@@ -94,6 +102,7 @@ class scripted_asker : public dns_sources::asker {
     std::mutex lock_;
     bool holds_ = false;
     size_t asked_ = 0;
+    std::set<std::string> names_;
     std::optional<std::chrono::milliseconds> last_limit_{};
     std::deque<std::pair<question, listener>> held_;
 };
@@ -139,7 +148,12 @@ std::string request_of(const asked_for &what) {
 const asked_for foe = {.sender = "a@foe.example"};
 const asked_for friend_of_all = {.sender = "a@friend.example"};
 
-test_clock::time_point moment;
+// Since when the tests' clock began; threads of the judge look at it.
+std::atomic<test_clock::rep> moment;
+
+void pass_time(test_clock::duration time) {
+    moment += time.count();
+}
 
 // One answer, waited for.
 class reply {
@@ -186,7 +200,7 @@ class policy_judge_test : public ::testing::Test {
             const std::lock_guard guard(lock);
             events.emplace_back(text);
         });
-        moment = test_clock::time_point(1h);
+        moment = test_clock::duration(1h).count();
         EXPECT_TRUE(live.load());
         EXPECT_EQ(log.open(log_path), 0u);
         options.configuration = &live;
@@ -194,7 +208,7 @@ class policy_judge_test : public ::testing::Test {
         options.log = &log;
         options.metrics = &metrics;
         options.jobs = 2;
-        options.now = [] { return moment; };
+        options.now = [] { return test_clock::time_point(test_clock::duration(moment)); };
     }
     ~policy_judge_test() override {
         judge.reset();
@@ -552,10 +566,10 @@ TEST_F(policy_judge_test, beyond_the_deadline_it_passes_and_the_record_says_so) 
     while (dns.held() == 0) {
         std::this_thread::yield();
     }
-    moment += options.deadline - 1ms;
+    pass_time(options.deadline - 1ms);
     judge->answer_overdue();
     EXPECT_EQ(late.count(), 0);
-    moment += 1ms;
+    pass_time(1ms);
     judge->answer_overdue();
     EXPECT_EQ(late.wait(), dunno);
     EXPECT_EQ(records().size(), 0u) << "it has not been decided";
@@ -848,6 +862,85 @@ TEST_F(in_two_steps, what_gathered_answers_were_for_is_begun_with_the_rest) {
     EXPECT_EQ(records().size(), 100u);
 }
 
+// Answers that come soon are waited for, so that one judgement is enough.
+TEST_F(in_two_steps, answers_that_come_soon_are_waited_for) {
+    options.dns = &dns;
+    dns.hold();
+    const std::function<bool()> waits = [&] {
+        dns.answer_held();
+        return true;
+    };
+    for (const asked_for &what : {asked_for{}, asked_for{.ip = "192.0.2.2"}, foe}) {
+        reply one;
+        const size_t before = records().size();
+        running().take_on(request_of(what), one.function());
+        judge->begin_all(true, waits);
+        EXPECT_EQ(one.wait(), dunno);
+        ASSERT_EQ(records().size(), before + 1);
+    }
+    EXPECT_EQ(dns.held(), 0u);
+    const auto all = records();
+    EXPECT_EQ(all[0].decision.is, verdict::accept);
+    EXPECT_EQ(all[1].decision.rule, "check_dynamic_reverse_dns");
+    for (const decision_record &record : all) {
+        EXPECT_TRUE(record.missing.empty());
+    }
+    EXPECT_EQ(all[0].dns.size(), dns.asked() - all[1].dns.size() - all[2].dns.size())
+        << "nothing is asked twice";
+}
+
+// One that does not come so soon is not asked for again, and nothing else is waited for.
+TEST_F(in_two_steps, answers_that_do_not_come_soon_are_not_asked_for_twice) {
+    options.dns = &dns;
+    options.jobs = 1;
+    dns.hold();
+    int waited = 0;
+    const std::function<bool()> waits = [&] {
+        ++waited;
+        return false;
+    };
+    reply one;
+    running().take_on(request_of({}), one.function());
+    size_t asked = 0;
+    while (one.count() == 0) {
+        judge->begin_all(true, waits);
+        asked += dns.held();
+        judge->gather([&] { dns.answer_held(); });
+    }
+    EXPECT_EQ(one.wait(), dunno);
+    EXPECT_GT(waited, 0);
+    EXPECT_EQ(dns.asked(), asked);
+    EXPECT_EQ(dns.asked(), dns.asked_for()) << "nothing is asked twice";
+    ASSERT_EQ(records().size(), 1u);
+    EXPECT_TRUE(records()[0].missing.empty());
+}
+
+// They come on another thread: before they are waited for, meanwhile, afterwards.
+TEST_F(in_two_steps, answers_may_come_at_any_time) {
+    options.dns = &dns;
+    dns.hold();
+    std::atomic<bool> is_over = false;
+    std::thread answering([&] {
+        while (!is_over) {
+            dns.answer_held();
+        }
+    });
+    std::deque<reply> replies(300);
+    int turn = 0;
+    const std::function<bool()> waits = [&turn] { return ++turn % 3 != 0; };
+    for (reply &one : replies) {
+        running().take_on(request_of({}), one.function());
+        judge->begin_all(true, waits);
+    }
+    for (reply &one : replies) {
+        EXPECT_EQ(one.wait(), dunno);
+        EXPECT_EQ(one.count(), 1);
+    }
+    is_over = true;
+    answering.join();
+    EXPECT_EQ(records().size(), replies.size());
+}
+
 // It is answered while it waits, and judged for the log all the same.
 TEST_F(in_two_steps, what_waits_beyond_the_deadline_has_a_record) {
     options.jobs = 1;
@@ -863,7 +956,7 @@ TEST_F(in_two_steps, what_waits_beyond_the_deadline_has_a_record) {
     }
     reply waiting;
     running().take_on(request_of(foe), waiting.function());
-    moment += options.deadline;
+    pass_time(options.deadline);
     judge->answer_overdue();
     EXPECT_EQ(waiting.wait(), dunno);
     EXPECT_EQ(counter("quillfence_unjudged_total{reason=\"deadline\"}"), "1");

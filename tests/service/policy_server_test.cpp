@@ -485,6 +485,99 @@ TEST_F(with_a_companion, its_time_counts_under_load) {
     }
 }
 
+// Whoever judges waits for it, but not while somebody else waits for him.
+class with_a_companion_to_wait_for : public with_a_companion {
+  protected:
+    // Requests "wait=..." wait for it until the test says so.
+    void serve_and_wait() {
+        serve([this](std::string request, reply_function answer) {
+            const std::lock_guard guard(lock_);
+            waiting_.emplace_back(std::move(request), std::move(answer));
+        });
+    }
+    with_a_companion_to_wait_for() {
+        options.judge_here = [this](bool here) {
+            std::unique_lock guard(lock_);
+            while (!waiting_.empty()) {
+                const auto [request, answer] = std::move(waiting_.front());
+                waiting_.pop_front();
+                guard.unlock();
+                if (here && request.starts_with("wait=")) {
+                    for (is_waiting_ = true; is_waiting_;) {
+                        ++(server->await_companion() ? came_ : did_not_);
+                    }
+                }
+                answer(request + "\n");
+                guard.lock();
+            }
+        };
+    }
+    void begin_to_wait(policy_client &client) {
+        client.say("wait=1\n\n");
+        while (!is_waiting_) {
+            std::this_thread::yield();
+        }
+    }
+
+    std::atomic<bool> is_waiting_ = false;
+    std::atomic<int> came_ = 0;
+    std::atomic<int> did_not_ = 0;
+
+  private:
+    std::mutex lock_; // of what follows
+    std::deque<std::pair<std::string, reply_function>> waiting_;
+};
+
+TEST_F(with_a_companion_to_wait_for, it_is_taken_from_meanwhile) {
+    options.kept = 1min;
+    serve_and_wait();
+    policy_client client(path);
+    begin_to_wait(client);
+    for (int i = 1; i <= 3; ++i) {
+        write_byte();
+        wait_for_taken(i);
+    }
+    EXPECT_EQ(did_not_ > 0 || came_ > 0, true);
+    is_waiting_ = false;
+    EXPECT_EQ(client.hear(1), "wait=1\n\n");
+    EXPECT_EQ(came_, 3);
+}
+
+// Then it is not waited for, and what he wants is done next.
+TEST_F(with_a_companion_to_wait_for, a_client_goes_before_it) {
+    options.kept = 1min;
+    serve_and_wait();
+    policy_client client(path);
+    policy_client other(path);
+    EXPECT_EQ(other.ask("a=1\n\n"), "a=1\n\n");
+    begin_to_wait(client);
+    other.say("b=1\n\n");
+    const int before = did_not_;
+    while (did_not_ < before + 1000) { // at once, once it has seen him
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(taken_, 0);
+    is_waiting_ = false;
+    EXPECT_EQ(other.hear(1), "b=1\n\n");
+    EXPECT_EQ(client.hear(1), "wait=1\n\n");
+}
+
+// The wakening is not lost: clients that are connected would keep it asleep for a second.
+TEST_F(with_a_companion_to_wait_for, the_end_comes_meanwhile) {
+    options.kept = 1min;
+    serve_and_wait();
+    policy_client client(path);
+    begin_to_wait(client);
+    server->stop();
+    const int before = did_not_;
+    while (did_not_ < before + 10) {
+        std::this_thread::yield();
+    }
+    is_waiting_ = false;
+    EXPECT_EQ(client.hear(1), "wait=1\n\n");
+    EXPECT_TRUE(client.is_ended());
+}
+
 TEST_F(with_a_companion, a_slow_judgement_does_not_keep_it) {
     serve_so();
     policy_client slow(path);

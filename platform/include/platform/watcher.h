@@ -27,8 +27,10 @@ uint32_t watcher_change(watcher *of, intptr_t descriptor, void *tag, bool readab
 void watcher_remove(watcher *of, intptr_t descriptor);
 
 // Waits until something has come, for at most so many milliseconds (-1: however long). Returns how
-// many events it stored; 0 also when it was woken or a signal came.
-size_t watcher_wait(watcher *of, watched_event *events, size_t room, int milliseconds);
+// many events it stored; 0 also when it was woken or a signal came. *woken (may be null) receives
+// whether it was woken.
+size_t watcher_wait(watcher *of, watched_event *events, size_t room, int milliseconds,
+                    bool *woken = nullptr);
 
 // Ends the wait under way, or the next one. Safe from any thread and in a signal's handler.
 void watcher_wake(watcher *of);
