@@ -2,8 +2,6 @@
 // with the other askers.
 #include "live_asker.h"
 
-#include <poll.h>
-
 #include <chrono>
 #include <thread>
 
@@ -11,6 +9,7 @@
 
 #include "heard.h"
 #include "platform/listening.h"
+#include "platform/watcher.h"
 
 namespace quillfence::testing {
 namespace {
@@ -75,8 +74,13 @@ TEST(live_asker_on_linux, limits_count_for_those_that_wait_as_well) {
 // --- without a thread of its own ---
 
 bool is_readable(intptr_t descriptor, int milliseconds) {
-    pollfd wanted = {static_cast<int>(descriptor), POLLIN, 0};
-    return poll(&wanted, 1, milliseconds) == 1;
+    platform::watcher *const watcher = platform::watcher_create();
+    char tag = 0;
+    EXPECT_EQ(platform::watcher_add(watcher, descriptor, &tag, true, false), 0u);
+    platform::watched_event event{};
+    const size_t count = platform::watcher_wait(watcher, &event, 1, milliseconds);
+    platform::watcher_release(watcher);
+    return count == 1;
 }
 
 TEST(live_asker_on_linux, without_a_thread_whoever_takes_is_told) {

@@ -11,12 +11,11 @@
 #include <stdexcept>
 #include <thread>
 
-#include <unistd.h>
-
 #include <gtest/gtest.h>
 
 #include "input.h"
 #include "open_handles.h"
+#include "platform/file.h"
 #include "platform/observer.h"
 #include "policy_client.h"
 #include "side_by_side.h"
@@ -396,8 +395,8 @@ TEST_F(judged_between_turns, a_slow_one_stops_nobody_else) {
 class with_a_companion : public judged_between_turns {
   protected:
     with_a_companion() {
-        EXPECT_EQ(pipe(ends_), 0);
-        options.also.descriptor = ends_[0];
+        EXPECT_EQ(platform::file_pipe(&reader_, &writer_), 0u);
+        options.also.descriptor = reader_;
         options.also.send = [this] {
             enter();
             const int wait = until_due();
@@ -407,8 +406,9 @@ class with_a_companion : public judged_between_turns {
         options.also.take = [this] {
             enter();
             char byte = 0;
+            uint32_t moved = 0;
             if (is_written_.exchange(false)) {
-                EXPECT_EQ(read(ends_[0], &byte, 1), 1);
+                EXPECT_EQ(platform::file_read(reader_, &byte, 1, &moved), 0u);
             }
             ++taken_;
             due_ = clock::now() + period_;
@@ -417,12 +417,13 @@ class with_a_companion : public judged_between_turns {
     }
     ~with_a_companion() override {
         end(); // while the pipe is there
-        close(ends_[0]);
-        close(ends_[1]);
+        platform::file_close(reader_);
+        platform::file_close(writer_);
     }
     void write_byte() {
         is_written_ = true;
-        EXPECT_EQ(write(ends_[1], "x", 1), 1);
+        uint32_t moved = 0;
+        EXPECT_EQ(platform::file_write(writer_, "x", 1, &moved), 0u);
     }
     void wait_for_taken(int count) {
         while (taken_ < count) {
@@ -446,7 +447,8 @@ class with_a_companion : public judged_between_turns {
     void leave() {
         is_inside_ = false;
     }
-    int ends_[2] = {-1, -1};
+    platform::file_handle reader_ = platform::invalid_file;
+    platform::file_handle writer_ = platform::invalid_file;
     std::atomic<bool> is_written_ = false;
     std::atomic<bool> is_inside_ = false;
     clock::time_point due_ = clock::now(); // of the thread that serves
