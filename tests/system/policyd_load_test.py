@@ -276,7 +276,7 @@ class Alone(LoadTest):
         """A request that comes alone, with its DNS questions, changes no threads."""
         name = [record(PTR, encode_name("mail.forward.test"))]
         service = self.serve(*self.dns(lambda message, _: reply(message, 0, name)))
-        requests, often = 200, 20
+        requests, often = 200, 100
         with Client(service.path) as client:
             client.ask(client_address="192.0.2.200", sender=STRANGER)  # connects to the DNS
             before = switches_by_thread(service.process.pid)
