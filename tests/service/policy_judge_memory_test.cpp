@@ -1,7 +1,12 @@
 // A judge whose every allocation fails in turn: it answers once all the same, DUNNO if not what it
 // would have said, and what it has said is in the log.
 #include <algorithm>
+#include <atomic>
+#include <functional>
+#include <list>
+#include <mutex>
 #include <string>
+#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -25,6 +30,37 @@ const std::string request_of_foe =
     "sender=a@foe.example\nrecipient=b@here.example\nclient_address=192.0.2.1\n"
     "instance=1a.2b\nsasl_username=\npolicy_context=\nanother=member\n";
 
+// Knows no name, and answers when it is told to.
+class late_asker : public dns_sources::asker {
+  public:
+    void ask(const dns_sources::question &, listener then) noexcept override {
+        const allocation_pause pause;
+        const std::lock_guard guard(lock_);
+        ++asked_;
+        held_.push_back(std::move(then));
+    }
+    void answer_all() {
+        std::list<listener> all;
+        {
+            const std::lock_guard guard(lock_);
+            all.swap(held_);
+        }
+        for (const listener &one : all) {
+            one(dns_sources::answer_of_status(no_such_name));
+        }
+    }
+    size_t asked() {
+        const std::lock_guard guard(lock_);
+        return asked_;
+    }
+
+  private:
+    static constexpr uint32_t no_such_name = 9003;
+    std::mutex lock_; // of what follows
+    std::list<listener> held_;
+    size_t asked_ = 0;
+};
+
 class without_memory : public ::testing::Test {
   protected:
     without_memory() {
@@ -45,8 +81,8 @@ class without_memory : public ::testing::Test {
         quillfence_teardown();
     }
 
-    // Hands a request over and has it judged on this thread; the answer is in said_ then.
-    void ask_here(policy_judge &judge) {
+    // Hands a request over; when it is judged on this thread the answer is in said_.
+    void take_on(policy_judge &judge) {
         std::string text;
         {
             const allocation_pause pause;
@@ -59,7 +95,13 @@ class without_memory : public ::testing::Test {
             said_ = reply;
             ++count_;
         });
+    }
+    void ask_here(policy_judge &judge) {
+        take_on(judge);
         judge.begin_all(true);
+        while (count_ == 0) { // the judge's thread has just begun, and has taken it
+            std::this_thread::yield();
+        }
     }
     ptrdiff_t records() const {
         const std::string text = drive.read(log_path);
@@ -72,7 +114,7 @@ class without_memory : public ::testing::Test {
     service_metrics metrics;
     policy_judge_options options;
     std::string said_;
-    int count_ = 0;
+    std::atomic<int> count_ = 0;
 };
 
 TEST_F(without_memory, it_answers_once_and_logs_what_it_refuses) {
@@ -93,6 +135,42 @@ TEST_F(without_memory, it_answers_once_and_logs_what_it_refuses) {
     EXPECT_GT(passed, 20u);
     EXPECT_EQ(said_, refusal) << "when nothing fails any more";
     EXPECT_GE(records(), ptrdiff_t{failed} - passed + 2);
+}
+
+// With the DNS, whose answers come while they are waited for, and later when they are not.
+TEST_F(without_memory, answers_that_are_waited_for) {
+    late_asker dns;
+    options.dns = &dns;
+    for (const bool come_soon : {true, false}) {
+        SCOPED_TRACE(come_soon);
+        policy_judge judge(options);
+        const std::function<bool()> waits = [&] {
+            if (come_soon) {
+                dns.answer_all();
+            }
+            return come_soon;
+        };
+        const auto ask = [&] {
+            take_on(judge);
+            judge.begin_all(true, waits);
+            while (count_ == 0) {
+                judge.gather([&] { dns.answer_all(); });
+                judge.begin_all(true, waits);
+            }
+        };
+        ask();
+        const std::string refusal = said_;
+        ASSERT_TRUE(refusal.starts_with("action=550 5.7.1 ")) << refusal;
+        EXPECT_GT(dns.asked(), 0u);
+        const unsigned failed = sweep_allocations(ask, [&](unsigned n) {
+            SCOPED_TRACE(n);
+            EXPECT_EQ(count_, 1);
+            EXPECT_TRUE(said_ == dunno || said_ == refusal) << said_;
+        });
+        EXPECT_GT(failed, 50u);
+        EXPECT_EQ(said_, refusal) << "when nothing fails any more";
+        dns.answer_all();
+    }
 }
 
 // From one allocation on nothing is to be had, until the request is answered.
