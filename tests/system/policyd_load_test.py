@@ -283,10 +283,11 @@ class Alone(LoadTest):
             for n in range(requests):
                 client.ask(client_address=f"192.0.2.{n}", sender=STRANGER)
             after = switches_by_thread(service.process.pid)
-        busy = [after[thread] - before[thread] for thread in after
-                if after[thread] - before[thread] > often]
-        self.assertEqual(len(busy), 1, (before, after))
-        self.assertLessEqual(busy[0], 3 * requests + often)
+        # Whoever finds what it waits for already there does not sleep: on a busy machine the
+        # one thread has slept less often than there were requests.
+        *others, busiest = sorted(after[thread] - before.get(thread, 0) for thread in after)
+        self.assertTrue(all(slept <= often for slept in others), (before, after))
+        self.assertLessEqual(busiest, 3 * requests + often)
         records = service.records()
         self.assertEqual(len(records), requests + 1)
         self.assertTrue(all(one["dns"] for one in records), "each has asked the DNS")
