@@ -193,6 +193,105 @@ TEST(input, what_a_policy_request_does_not_tell_is_absent) {
     EXPECT_EQ(got.id, "");
 }
 
+// A request in which nothing was said but who connected.
+transaction at_stage(const char *stage, bool is_settled) {
+    transaction of;
+    of.stage = stage;
+    of.ip = "192.0.2.1";
+    if (is_settled) {
+        of.tls = false;
+        of.authuser = "";
+        of.mua = false;
+        of.helo = "";
+        of.sender = "";
+    }
+    return of;
+}
+
+std::string with_empty_rest(const std::string &lines) {
+    std::string request = lines;
+    for (const char *name : {"client_address=192.0.2.1", "helo_name=", "sender=", "recipient=",
+                             "sasl_username=", "encryption_protocol=", "recipient_count=0"}) {
+        const std::string attribute = std::string(name).substr(0, std::string(name).find('=') + 1);
+        if (request.find("\n" + attribute) == std::string::npos) {
+            request += std::string(name) + "\n";
+        }
+    }
+    return request;
+}
+
+TEST(input, what_is_empty_in_a_policy_request_is_a_fact_once_the_stage_has_it) {
+    for (const char *stage : {"CONNECT", "HELO", "EHLO", "VRFY", "ETRN", "LATER"}) {
+        EXPECT_EQ(read(input_format::policy,
+                       with_empty_rest("protocol_state=" + std::string(stage) + "\n"))
+                      .transaction,
+                  at_stage(stage, false))
+            << stage;
+    }
+    for (const char *stage : {"MAIL", "RCPT", "DATA", "END-OF-MESSAGE"}) {
+        EXPECT_EQ(read(input_format::policy,
+                       with_empty_rest("protocol_state=" + std::string(stage) + "\n"))
+                      .transaction,
+                  at_stage(stage, true))
+            << stage;
+    }
+    EXPECT_EQ(
+        read(input_format::policy, with_empty_rest("request=smtpd_access_policy\n")).transaction,
+        at_stage("RCPT", true));
+}
+
+TEST(input, what_a_policy_request_names_is_a_fact_once_the_stage_has_it) {
+    const char *const named = "\nhelo_name=h\nsender=a@b\nrecipient=c@d\nsasl_username=u\n"
+                              "encryption_protocol=TLSv1.3\n";
+    const struct {
+        const char *lines;
+        const char *stage;
+        bool has_sender;
+        bool has_recipient;
+    } cases[] = {
+        {"CONNECT", "CONNECT", false, false},
+        {"HELO", "HELO", false, false},
+        {"EHLO", "EHLO", false, false},
+        {"VRFY", "VRFY", false, false},
+        {"ETRN", "ETRN", false, false},
+        {"MAIL", "MAIL", true, false},
+        {"RCPT", "RCPT", true, true},
+        {"RCPT\nrecipient_count=2", "RCPT", true, true},
+        {"DATA", "DATA", true, true},
+        {"DATA\nrecipient_count=1", "DATA", true, true},
+        {"DATA\nrecipient_count=2", "DATA", true, false},
+        {"END-OF-MESSAGE\nrecipient_count=1", "END-OF-MESSAGE", true, true},
+        {"END-OF-MESSAGE\nrecipient_count=3", "END-OF-MESSAGE", true, false},
+        {"LATER", "LATER", true, true},
+    };
+    for (const auto &c : cases) {
+        transaction want;
+        want.stage = c.stage;
+        want.ip = "192.0.2.1";
+        want.tls = true;
+        want.authuser = "u";
+        want.mua = true;
+        want.helo = "h";
+        want.sender = c.has_sender ? std::optional("a@b") : std::nullopt;
+        want.recipient = c.has_recipient ? std::optional("c@d") : std::nullopt;
+        EXPECT_EQ(read(input_format::policy,
+                       "client_address=192.0.2.1\nprotocol_state=" + std::string(c.lines) + named)
+                      .transaction,
+                  want)
+            << c.lines;
+    }
+}
+
+// The submission service has users only, whatever they said until then.
+TEST(input, a_user_before_mail_in_a_policy_request) {
+    const transaction got =
+        read(input_format::policy,
+             with_empty_rest("protocol_state=EHLO\npolicy_context=submission\n"))
+            .transaction;
+    EXPECT_EQ(got.mua, true);
+    EXPECT_FALSE(got.authuser);
+}
+
 TEST(input, who_is_a_user_of_this_server) {
     const struct {
         const char *lines;
