@@ -148,6 +148,9 @@ TEST_F(list_commands_test, entries_that_would_never_match_are_refused) {
          "never matches: one address a line; networks go into the list's range file "
          "(quillfence-data range add)"},
         {"exempt_ips", "mail.example.org", "never matches: no IP address"},
+        {"exempt_ips", "::ffff:c000:207", "never matches: this client is known as 192.0.2.7"},
+        {"exempt_ips", "::ffff:192.0.2.7", "never matches: this client is known as 192.0.2.7"},
+        {"exempt_ips", "::192.0.2.4", "never matches: this client is known as 192.0.2.4"},
         {"exempt_users", "a@example.org ", "ends in white space, which belongs to the entry"},
         {"exempt_users", "# a",
          "begins with white space or \"#\", so it would not be read as an "

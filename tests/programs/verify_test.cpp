@@ -701,6 +701,18 @@ TEST_F(verify_test, entries_that_never_match) {
          {{"exempt_ips", "2001:DB8::1\n2001:db8:0:0::2\n"}},
          {"exempt_ips:2: error: \"2001:db8:0:0::2\" never matches: this client is known as "
           "2001:db8::2"}},
+        {"an IPv4 address in IPv6",
+         {{"blocked_ips", "::ffff:c000:207\n::ffff:192.0.2.7\n::FFFF:192.0.2.7\n::192.0.2.4\n"
+                          "::ffff:0:192.0.2.1\n::1\n"}},
+         {"blocked_ips:1: error: \"::ffff:c000:207\" never matches: this client is known as "
+          "192.0.2.7",
+          "blocked_ips:2: error: \"::ffff:192.0.2.7\" never matches: this client is known as "
+          "192.0.2.7",
+          "blocked_ips:3: error: \"::FFFF:192.0.2.7\" never matches: this client is known as "
+          "192.0.2.7",
+          "blocked_ips:3: warning: \"::FFFF:192.0.2.7\" stands in line 2 already",
+          "blocked_ips:4: error: \"::192.0.2.4\" never matches: this client is known as "
+          "192.0.2.4"}},
         {"does not compile",
          {{"exempt_users", "(*@example.org\n"}},
          {"exempt_users:1: error: \"(*@example.org\" never matches: the engine says \"failed to "
