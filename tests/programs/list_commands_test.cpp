@@ -13,6 +13,12 @@ using namespace testing;
 
 constexpr char base[] = "c:/quillfence";
 
+outcome add_all(const std::string &list, const std::string &text, const drive_c &drive,
+                bool force = false) {
+    drive.write("c:/quillfence/in", text);
+    return outcome_of(list_add_all, list_bulk_arguments{base, list, "c:/quillfence/in", force});
+}
+
 class list_commands_test : public drive_test {
   protected:
     void put(const std::string &list, const std::string &bytes) const {
@@ -196,6 +202,24 @@ TEST_F(list_commands_test, a_list_that_nobody_reads_is_refused) {
               "c:/quillfence/blocked_ips.range: is no list of lines");
 }
 
+// It is the list of the exact name that is edited, with all that goes for it.
+TEST_F(list_commands_test, the_letter_case_of_a_lists_name_does_not_count) {
+    put("from_blacklist", "a@example.org\n");
+    EXPECT_EQ(add("FROM_BLACKLIST", "b@example.org").out,
+              "c:/quillfence/from_blacklist: b@example.org added\n");
+    EXPECT_EQ(get("from_blacklist"), "a@example.org\nb@example.org\n");
+    EXPECT_EQ(add("FROM_Whitelist", "b@example.org").failure,
+              "c:/quillfence/from_whitelist: b@example.org: Entry is present in the opposite "
+              "table");
+    EXPECT_EQ(add("EXEMPT_IPS", "mail.example.org").failure,
+              "c:/quillfence/exempt_ips: mail.example.org: never matches: no IP address");
+    EXPECT_EQ(add_all("FROM_BLACKLIST", "c@example.org\n", drive).out,
+              "c:/quillfence/from_blacklist: 1 entry added\n");
+    EXPECT_EQ(del("FROM_BLACKLIST", "a@example.org").out,
+              "c:/quillfence/from_blacklist: a@example.org removed\n");
+    EXPECT_EQ(get("from_blacklist"), "b@example.org\nc@example.org\n");
+}
+
 TEST_F(list_commands_test, find_as_json) {
     put("from_whitelist", "bob@example.org\n");
     put("from_blacklist", "#\n*@example.org\n");
@@ -219,12 +243,6 @@ TEST_F(list_commands_test, find_as_json) {
 }
 
 // --- many at once ---
-
-outcome add_all(const std::string &list, const std::string &text, const drive_c &drive,
-                bool force = false) {
-    drive.write("c:/quillfence/in", text);
-    return outcome_of(list_add_all, list_bulk_arguments{base, list, "c:/quillfence/in", force});
-}
 
 TEST_F(list_commands_test, add_many) {
     put("from_whitelist", "bob@example.org\n");
