@@ -275,7 +275,8 @@ TEST_F(verify_test, every_kind_is_found) {
         {"rule-in-other-letters", {{rules, "Valid_PTR\n"}}},
         {"map-name-odd", {{"control/bms.enabled", "a b\n"}}},
         {"map-missing", {{"control/bms.enabled", "b.bms\n"}}},
-        {"zone-no-domain", {{"rbl.enabled", "rbl\n"}}},
+        {"zone-no-domain", {{"rbl.enabled", "rbl.example.org.\n"}}},
+        {"zone-odd", {{"rbl.enabled", "rbl\n"}}},
         {"maps-unlisted", {{"bms/lists_to_update", ""}}},
         {"maps-listed-elsewhere", {{"bms/control/lists_to_update", "a.bms\n"}}},
         {"declaration-malformed", {{domains, "example.org 192.0.2.1\n"}}},
@@ -570,6 +571,15 @@ TEST_F(verify_test, names_of_rules) {
     });
 }
 
+// A zone of so many characters, in parts of 39.
+std::string zone_of(size_t size) {
+    std::string zone;
+    while (zone.size() < size) {
+        zone += std::string(39, 'a') + '.';
+    }
+    return zone.substr(0, size);
+}
+
 TEST_F(verify_test, names_of_maps_and_hosts) {
     check({
         {"no such map",
@@ -584,9 +594,35 @@ TEST_F(verify_test, names_of_maps_and_hosts) {
           "control/bms.enabled:3: error: \"M\\xc3\\xa4rz.bms\" is no name of a file in bms/: take "
           "letters, "
           "digits, - _ and ."}},
-        {"no host",
-         {{"rbl.enabled", "rbl.example.org\nrbl\n"}},
-         {"rbl.enabled:2: error: \"rbl\" is no domain name"}},
+        {"a zone that can't be asked",
+         {{"rbl.enabled", "rbl.example.org.\n.rbl.example.org\nrbl..example.org\n" +
+                              std::string(64, 'a') + ".example.org\n"}},
+         {"rbl.enabled:1: error: \"rbl.example.org.\" can't be asked: the engine adds the final "
+          "dot; write the zone without it",
+          "rbl.enabled:2: error: \".rbl.example.org\" can't be asked: a part between its dots is "
+          "empty",
+          "rbl.enabled:3: error: \"rbl..example.org\" can't be asked: a part between its dots is "
+          "empty",
+          "rbl.enabled:4: error: \"" + std::string(60, 'a') +
+              "...\" can't be asked: a part "
+              "between its dots has more than 63 characters"}},
+        {"a zone as long as can be, and a longer one",
+         {{"rbl.enabled", zone_of(237) + "\n" + zone_of(238) + "\n"}},
+         {"rbl.enabled:2: error: \"" + zone_of(60) +
+          "...\" can't be asked for every client: has "
+          "more than 237 characters"}},
+        {"names that are asked",
+         {{"rbl.enabled", "rbl.example.org\n" + std::string(63, 'a') +
+                              ".example.org\n"
+                              "rbl_x.example\n_rbl._x.example\nRBL-2.EXAMPLE\n"}},
+         {}},
+        {"unusual zones",
+         {{"rbl.enabled", "rbl\n192.0.2.1\nrbl/x.example\n"}},
+         {"rbl.enabled:1: warning: \"rbl\" has no dot: only a name server of your own has such a "
+          "zone",
+          "rbl.enabled:2: warning: \"192.0.2.1\" is no domain name as block lists have them",
+          "rbl.enabled:3: warning: \"rbl/x.example\" is no domain name as block lists have "
+          "them"}},
         {"two lists of maps",
          {{"bms/control/lists_to_update", "a.bms\n"}},
          {"bms/control/lists_to_update: info: is not read as long as bms/lists_to_update is "
