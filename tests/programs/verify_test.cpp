@@ -297,6 +297,7 @@ TEST_F(verify_test, every_kind_is_found) {
         {"entry-matches-no-address", {{"from_blacklist", "example.org\n"}}},
         {"entry-matches-everybody", {{"from_whitelist", "*\n"}}},
         {"entry-plus-repeats", {{"from_blacklist", "a+b*@example.org\n"}}},
+        {"entry-says-otherwise", {{"from_blacklist", "a$b*@example.org\n"}}},
         {"entry-repeated", {{"exempt_users", "a@example.org\na@example.org\n"}}},
         {"entry-covered", {{"exempt_users", "*@example.org\na@example.org\n"}}},
         {"entry-in-opposite-list", {{"exempt_ips", "192.0.2.1"}, {"blocked_ips", "192.0.2.1"}}},
@@ -809,6 +810,94 @@ TEST_F(verify_test, odd_entries) {
           "from_blacklist:2: warning: is a comment for the list editor, but lookups take "
           "\"b@example.org\" for an entry"}},
     });
+}
+
+// Each alone in a list, and what is said of it; "" for nothing.
+TEST_F(verify_test, operators_that_defeat_an_entry) {
+    const std::string plus = "in an entry with a * the + repeats the character before it; write "
+                             "\\+ for a plus sign";
+    const std::string expression =
+        "is written as an expression, but in an entry * alone stands for any text and . for a dot";
+    const std::string brackets = "takes the brackets for a class, any one character of it";
+    const std::string halves = "is cut in two by the |, and neither part stands for a whole "
+                               "address; write each as an entry of its own";
+    const std::string no_end = "never matches: ^ is an address's beginning, and $ its end";
+    const struct {
+        const char *entry;
+        std::string said;
+    } cases[] = {
+        {"*@[192.0.2.1]", brackets + "; write *@\\[192.0.2.1\\]"},
+        {"*@[IPv6:2001:db8::*]", brackets + "; write *@\\[IPv6:2001:db8::*\\]"},
+        {"a[bc]*@[192.0.2.1]", brackets},
+        {"*@\\[192.0.2.1\\]", ""},
+        {"*@a.example|*@b.example", halves},
+        {"a|b*@x.example", halves},
+        {"a\\|b*@x.example", ""},
+        {"bob$*@a.example", "takes the $ for an operator; write bob\\$*@a.example"},
+        {"a^b*@x.example", "takes the ^ for an operator; write a\\^b*@x.example"},
+        {"a^b$*@x.example", "takes the ^ for an operator; write a\\^b\\$*@x.example"},
+        {"bob?@*.example", "takes the ? for an operator; write bob\\?@*.example"},
+        {"a{2}*@x.example", "takes the { for an operator; write a\\{2\\}*@x.example"},
+        {"*@x.example\\", "takes the \\ for an operator; write *@x.example\\\\"},
+        {"bob\\$*@a.example", ""},
+        {"^*@x.example$", ""},    // as it is without them
+        {"user+*@x.example", ""}, // the * takes what the + does not
+        {"user+tag*@x.example", plus},
+        {"user+tag?*@x.example", plus},
+        {"user+*a$b@x.example", "takes the $ for an operator; write user\\+*a\\$b@x.example"},
+        {"user\\+tag*@x.example", ""},
+        {"/.*@x\\.example$/", expression + "; write *@x.example"},
+        {".*@q.example", expression + "; write *@q.example"},
+        {"^.*@q\\.example$", expression + "; write *@q.example"},
+        {"*@x\\.example", expression + "; write *@x.example"},
+        {"/*@x.example/", expression + "; write *@x.example"},
+        {"bob\\*@x.example", expression},
+        {".*", expression},
+        {".*@[a-c]x\\.example", expression},
+        {"[a-c]*@x.example", ""},
+        {"[a-c]+*@x.example", ""},
+        {"(bob|al)*@x.example", ""},
+        {"(bob|al)+@*.x.example", ""},
+        {"\\d+*@x.example", ""},
+        {"[a\\]$]*@x.example", ""},
+        {"[a-c]$*@x.example", no_end},
+        {"user+tag*@[a-c]*.example", plus},
+        {"*@x.example", ""},
+        {"*.x.example", ""},
+        {"a*@b.example", ""},
+        {"bob.*@x.example", ""},
+        {"a}]*@x.example", ""},
+        {"o'neil#!%&-/=_`~*@x.example", ""},
+        {"bob$|^?{}@x.example", ""}, // without a * all of them are letters
+    };
+    for (const auto &one : cases) {
+        const std::string entry = one.entry;
+        put("from_blacklist", entry + "\n");
+        const lines want = one.said.empty()
+                               ? lines{}
+                               : lines{"from_blacklist:1: warning: \"" + entry + "\" " + one.said};
+        EXPECT_EQ(findings(), want) << entry;
+    }
+}
+
+// What a finding says to write matches what the entry says, and this one does not.
+TEST_F(verify_test, what_to_write_instead_agrees_with_the_engine) {
+    const struct {
+        const char *entry;
+        const char *address;
+    } cases[] = {
+        {"*@[192.0.2.1]", "x@[192.0.2.1]"},   {"bob$*@a.example", "bob$y@a.example"},
+        {"bob?@*.example", "bob?@x.example"}, {"/.*@x\\.example$/", "bob@x.example"},
+        {".*@q.example", "bob@q.example"},    {"*@x\\.example", "bob@x.example"},
+    };
+    for (const auto &one : cases) {
+        put("from_blacklist", std::string(one.entry) + "\n");
+        const lines found = findings();
+        ASSERT_EQ(found.size(), 1U) << one.entry;
+        const std::string better = found[0].substr(found[0].rfind("; write ") + 8);
+        EXPECT_NE(__wildcardmatch(one.entry, one.address), 0) << one.entry;
+        EXPECT_EQ(__wildcardmatch(better.c_str(), one.address), 0) << better;
+    }
 }
 
 // The editor keeps an entry's comment in the very line below it.
