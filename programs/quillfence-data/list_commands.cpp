@@ -287,8 +287,9 @@ static void complain_of_opposites(const std::vector<list_addition> &all,
                                   bulk_input *in) {
     for (size_t i = 0; i < all.size(); ++i) {
         if (all[i].outcome == addition::opposed) {
-            in->complain_of(lines[i], quoted(all[i].entry) + " is in the opposite list, " +
-                                          (list.known && list.known->opposite ? list.known->opposite : ""));
+            in->complain_of(lines[i],
+                            quoted(all[i].entry) + " is in the opposite list, " +
+                                (list.known && list.known->opposite ? list.known->opposite : ""));
         }
     }
 }
