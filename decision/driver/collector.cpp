@@ -388,7 +388,8 @@ void collector::describe_at_length(rule_record &rule, outcome is, bool hit) {
 }
 
 void collector::add_near_misses(rule_record &rule) {
-    const call_scope quiet(nullptr);
+    call_context unheard{.substitutes = options.substitutes};
+    const call_scope quiet(&unheard);
     for (const std::string &path : current.lists) {
         for (const data_files::near_entry &near : data_files::near_entries(path, rule.value)) {
             rule.near_misses.push_back(
