@@ -220,6 +220,9 @@ class RefusalsTest(Case):
         self.check_refused(both, "--before", "before", "--after", "after", "--drive-c", "before")
         self.check_refused(both, "--before", "before", "--after", "after", "--with-list",
                            "from_blacklist", LINE)
+        self.check_refused('"from_blaklist" is no list that a decision asks; did you mean '
+                           "from_blacklist?", "--drive-c", "before", "--with-list",
+                           "from_blaklist", LINE)
         self.check_refused("none: is no folder; --before is a folder that holds quillfence/",
                            "--before", "none", "--after", "after")
 
