@@ -547,12 +547,17 @@ class CaptureTest(Case):
         self.assertIn("the case has no answer for 9.2.0.192.rbl.example. A", err)
 
     def test_a_bundle_with_cut_maps(self):
+        given = ["--ptr", "x.example", "--answer", "x.example", "A", "10.11.12.13"]
+        for name, kind, value in [("x.example", "AAAA", "NODATA"), ("x.example", "MX", "NODATA"),
+                                  ("13.12.11.10.rbl.example", "A", "NXDOMAIN"),
+                                  ("13.12.11.10.rbl.example", "AAAA", "NXDOMAIN")]:
+            given += ["--answer", name, kind, value]
         written = {}
         for address in ("10.11.12.13", "::ffff:10.11.12.13", "::10.11.12.13", "::ffff:0a0b:0c0d"):
             tar = address.replace(":", "_") + ".tar"
             _, out, err = self.explain("--dns", "off", "R", address, "25", "0", "", "0",
                                        "x.example", "alice@x.example", "bob@example.net", "--json",
-                                       "--capture", tar, "--with-config", "--cut-maps")
+                                       "--capture", tar, "--with-config", "--cut-maps", *given)
             self.assertIn("of sample-abusers.bms only what it answered", err)
             written[tar] = json.loads(out)
         shutil.rmtree(self.folder / "drive")
@@ -560,6 +565,7 @@ class CaptureTest(Case):
             _, out, _ = self.judge("--case", tar, "--json")
             again = json.loads(out)
             self.assertEqual(before["block_maps"][0]["outcome"], "hit")
+            self.assertEqual(before["report"]["bms_hits"], ["sample-abusers.bms"])
             for member in ("decision", "block_maps", "report"):
                 self.assertEqual(again[member], before[member], (tar, member))
 
