@@ -9,6 +9,7 @@
 #include "configuration.h"
 #include "near_names.h"
 #include "program.h"
+#include "quillfence-file.h"
 #include "text.h"
 #include "vc_text.h"
 
