@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
+#include <utility>
 
 #include "consulted_files.h"
 #include "near_misses.h"
@@ -140,6 +141,7 @@ void collector::run::clear() {
     dns.clear();
     zone_begin = 0;
     failure.clear();
+    latest_failure.clear();
     answer_missing = false;
     ptr_cache = resolves_unknown;
     empty_hook = false;
@@ -614,7 +616,8 @@ void collector::on(const map_lookup &fact) {
     if (map.map.empty()) {
         return; // behind the last line end of the list of maps
     }
-    map.missing = !fact.existed;
+    const std::string failure = std::exchange(current.latest_failure, {});
+    map.missing = !fact.existed && failure.empty();
     if (fact.listed) {
         map.is = outcome::hit;
         map.level = fact.level;
@@ -648,6 +651,9 @@ void collector::on(const sender_network_search &fact) {
         return;
     }
     current.from = sender_network_source{text_of(fact.path), fact.line, domain};
+        if (!failure.empty()) { // the rule's reason names one at most
+            record.notes.push_back({"warning", failure});
+        }
     current.sender_networks = "the client is in the networks declared for " + domain;
 }
 
@@ -734,6 +740,7 @@ static bool never_hits(const known_rule &rule) {
            (rule.facts && rule.facts->hook && !(hooks().*rule.facts->hook));
 }
 
+    current.latest_failure = text;
 void collector::finish(bool with_report) {
     const call_scope quiet(nullptr);
     if (options.files) {

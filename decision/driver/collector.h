@@ -98,8 +98,9 @@ class collector {
         std::string reason;             // the engine's words
         std::string sender_networks;    // what they say
         std::vector<uint32_t> dns;
-        size_t zone_begin = 0; // of dns: the questions of the current zone
-        std::string failure;
+        size_t zone_begin = 0;      // of dns: the questions of the current zone
+        std::string failure;        // the first one
+        std::string latest_failure; // since the last block map
         bool answer_missing = false;
         uint32_t ptr_cache = resolves_unknown;
         bool empty_hook = false;

@@ -402,3 +402,40 @@ TEST_F(explain_test, without_memory_a_verdict_is_never_another) {
 
 } // namespace
 } // namespace quillfence::testing
+TEST_F(explain_test, a_damaged_block_map_has_a_note_also_where_another_one_lists_the_client) {
+    drive.write(path_of("control/bms.enabled"), "cut\none\nalso cut\nmissing");
+    drive.write(path_of("bms/cut"), "short");
+    drive.write(path_of("bms/also cut"), "");
+    const std::string why = " could not be looked at: the map is cut short or can't be read";
+    const std::vector<note> want = {{"warning", path_of("bms//cut") + why},
+                                    {"warning", path_of("bms//also cut") + why}};
+    for (const bool report : {false, true}) {
+        options.report = report;
+        const decision_record record = explained("good");
+        EXPECT_EQ(record.decision.by, decided_by::block_map);
+        ASSERT_EQ(record.block_maps.size(), 4u);
+        EXPECT_EQ(record.block_maps[0].is, outcome::undecided);
+        EXPECT_EQ(record.block_maps[1].is, outcome::hit);
+        EXPECT_EQ(record.block_maps[2].is, outcome::undecided);
+        EXPECT_TRUE(record.block_maps[3].missing);
+        EXPECT_EQ(record.notes, want);
+        log.take();
+    }
+}
+
+TEST_F(explain_test, a_block_map_that_can_t_be_looked_at_is_not_missing) {
+    drive.write(path_of("control/bms.enabled"), "one");
+    options.report = options.files = options.near_misses = false;
+    int undecided = 0;
+    for (int nth = 1; nth <= 60; ++nth) {
+        call_watch calls;
+        calls.fail("path_attributes", nth, platform::error_access_denied);
+        for (const block_map_record &map : explained("good").block_maps) {
+            EXPECT_FALSE(map.missing) << "look " << nth;
+            undecided += map.is == outcome::undecided;
+        }
+        log.take();
+    }
+    EXPECT_GT(undecided, 0);
+}
+
