@@ -6,25 +6,13 @@
 // more with the entry left out.
 #pragma once
 
-#include <map>
-#include <string>
-#include <utility>
 #include <vector>
 
-#include "change.h"
+#include "config_entry.h"
+#include "control_lines.h"
+#include "decision_record.h"
 
 namespace quillfence::decision {
-
-// Where the names of the control files stand, since a record does not tell.
-class control_lines {
-  public:
-    explicit control_lines(const std::vector<config_entry> &entries);
-    // The first line that holds exactly this; 0 for none.
-    uint32_t line_of(const std::string &file, const std::string &name) const;
-
-  private:
-    std::map<std::pair<std::string, std::string>, uint32_t> lines_;
-};
 
 struct entry_hit {
     config_entry entry;
