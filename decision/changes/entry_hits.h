@@ -14,6 +14,9 @@
 
 namespace quillfence::decision {
 
+// Asked for are verdicts that there are: of a transaction that is undecided with all entries in
+// place it is not counted which of them keeps it so. Nor does a declaration of networks count that
+// lets a client pass whom another one of the same domain, behind it, would not.
 struct entry_hit {
     config_entry entry;
     bool decided = false;    // the verdict rests on it
