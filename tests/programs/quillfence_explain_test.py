@@ -15,7 +15,8 @@ import subprocess
 import unittest
 from pathlib import Path
 
-from whole_program import ARGUMENTS, RUNNER, FolderTest, main, read_terminal, run
+from whole_program import (ARGUMENTS, RUNNER, FolderTest, check_empty_names, main, read_terminal,
+                           run)
 
 PROGRAM, SOURCE = (Path(argument).resolve() for argument in ARGUMENTS)
 
@@ -109,6 +110,12 @@ class FactsTest(Case):
         self.check_refused(["--ip", "192.0.2.9", *values], said)
         self.check_refused(["--input", "-", *values], said)
 
+    def test_what_chooses_from_an_input_needs_one(self):
+        for option, value in (("--number", "2"), ("--from", "json")):
+            for way in (["--ip", "192.0.2.9"], ["--case", "case.json"]):
+                self.check_refused([*way, option, value],
+                                   f'{option} requires --input; try "quillfence explain --help"')
+
     def test_no_transaction(self):
         self.check_refused([], 'there is no transaction; try "quillfence explain --help"')
 
@@ -157,6 +164,10 @@ class InputTest(Case):
 
 
 class SurroundingsTest(Case):
+    def test_no_option_that_names_a_file_takes_an_empty_name(self):
+        check_empty_names(self, PROGRAM, [[word] for word in ("explain", "test", "collect", "batch",
+                                                              "diff", "log", "policyd")])
+
     def test_missing_folders(self):
         self.assertEqual(
             self.run_program("explain", "--drive-c", "gone", *EXEMPT),
@@ -189,7 +200,7 @@ class SurroundingsTest(Case):
 
     def test_choices_are_checked(self):
         for arguments in (["--dns", "of"], ["--deadline", "0"], ["--deadline", "4000"],
-                          ["--number", "0"]):
+                          ["--number", "0"], ["--deadline", "nan"]):
             status, out, err = self.explain(*EXEMPT, *arguments)
             self.assertEqual((status, out), (FAILED, ""))
             self.assertRegex(err, f'^quillfence: {arguments[0]}: .*; try "quillfence explain '
@@ -256,6 +267,10 @@ class AnswerTest(Case):
 
     def test_an_unknown_rule(self):
         self.check_refused([*EXEMPT, "--rule", "from_blacklis"], 'there is no rule "from_blacklis"')
+
+    def test_one_rule_is_no_record(self):
+        self.check_refused([*EXEMPT, "--rule", "from_blacklist", "--json"],
+                           '--rule excludes --json; try "quillfence explain --help"')
 
     def test_json_is_one_line(self):
         status, out, err = self.explain(*BLACKLISTED, "--json")
@@ -328,6 +343,17 @@ def written_options(text):
 
 # Cases: captured, and judged again.
 class CaptureTest(Case):
+    def test_an_empty_name_writes_nothing(self):
+        self.file("key", "k" * 64)
+        for arguments in (["--capture", ""], ["--capture", "case.json", "--redact", ""],
+                          ["--html", ""], ["--case", ""]):
+            before = self.files()
+            option = arguments[-2]
+            self.check_refused([*EXEMPT, *arguments],
+                               f'{option}: must not be empty (is a variable unset?); try '
+                               '"quillfence explain --help"')
+            self.assertEqual(self.files(), before)
+
     INSIDE = ("{}: a case with 2 DNS answers, 11 files' digests, 4 missing files, "
               "3 answers of the registry, 1 answer of the address map{}; mail addresses of people "
               "are in it\n")
