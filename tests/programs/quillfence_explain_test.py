@@ -10,13 +10,17 @@ LAUNCHER runs the program on a Windows build (a list as CMake has it).
 import json
 import os
 import re
+import resource
 import shutil
+import signal
+import socket
 import subprocess
+import time
 import unittest
 from pathlib import Path
 
-from whole_program import (ARGUMENTS, RUNNER, FolderTest, check_empty_names, main, read_terminal,
-                           run)
+from whole_program import (ARGUMENTS, RUNNER, FolderTest, check_empty_names, environment, main,
+                           read_terminal, run)
 
 PROGRAM, SOURCE = (Path(argument).resolve() for argument in ARGUMENTS)
 
@@ -339,6 +343,98 @@ PAGES = {"collect": "formats/bundle", "test": "cases"}
 
 def written_options(text):
     return set(re.findall(r"(?<![\w-])--[a-z][a-z-]*", text))
+
+
+# What is told to end leaves no bundle and no changed list in the folder for temporary files.
+@unittest.skipIf(RUNNER, "signals of the build host")
+class EndingTest(Case):
+    SIGNALS = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGQUIT)
+
+    def setUp(self):
+        super().setUp()
+        self.temporary = self.folder / "temporary"
+        self.temporary.mkdir()
+
+    def begin(self, *arguments, ignored=()):
+        """Begins a run that asks a silent server."""
+        def prepare():
+            resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
+            for one in self.SIGNALS:
+                signal.signal(one, signal.SIG_IGN if one in ignored else signal.SIG_DFL)
+
+        self.assertEqual(list(self.temporary.iterdir()), [])
+        self.silent = socket.create_server(("127.0.0.1", 0))
+        self.addCleanup(self.silent.close)
+        self.silent.settimeout(60)
+        server = f"127.0.0.1:{self.silent.getsockname()[1]}"
+        begun = subprocess.Popen([PROGRAM, *arguments, "--dns", "live", "--server", server],
+                                 cwd=self.folder, preexec_fn=prepare, stdin=subprocess.PIPE,
+                                 stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                                 env=environment(TMPDIR=str(self.temporary)))
+        self.addCleanup(begun.communicate)
+        self.addCleanup(begun.kill)
+        return begun
+
+    def until_asked(self):
+        asked, _ = self.silent.accept()
+        self.addCleanup(asked.close)
+        self.assertTrue(asked.recv(1))
+
+    def check_gone(self, begun, said=b""):
+        out, err = begun.communicate(timeout=60)
+        self.assertEqual((out, err), (b"", said))
+        self.assertEqual([path.as_posix() for path in self.temporary.rglob("*")], [])
+
+    def test_a_bundle(self):
+        self.assertEqual(self.explain(*BLACKLISTED, "--capture", "case.tar", "--with-config")[0],
+                         EXPLAINED)
+        for one in self.SIGNALS:
+            with self.subTest(signal=one):
+                begun = self.begin("explain", "--case", "case.tar")
+                self.until_asked()
+                unpacked, = self.temporary.iterdir()
+                self.assertEqual(unpacked.stat().st_mode & 0o777, 0o700)
+                self.assertTrue((unpacked / "bundle/case.json").exists())
+                begun.send_signal(one)
+                self.check_gone(begun)
+                self.assertEqual(begun.returncode, -one)
+
+    def test_a_changed_list_beside_a_bundle(self):
+        self.explain(*BLACKLISTED, "--capture", "case.tar", "--with-config")
+        begun = self.begin("explain", "--case", "case.tar", "--with-list", "from_whitelist",
+                           "a@b.example")
+        self.until_asked()
+        self.assertEqual(len(list(self.temporary.iterdir())), 2)
+        begun.send_signal(signal.SIGTERM)
+        self.check_gone(begun)
+        self.assertEqual(begun.returncode, -signal.SIGTERM)
+
+    def test_a_signal_that_is_ignored_stays_ignored(self):
+        self.explain(*BLACKLISTED, "--capture", "case.tar", "--with-config")
+        begun = self.begin("explain", "--case", "case.tar", ignored=[signal.SIGHUP])
+        self.until_asked()
+        begun.send_signal(signal.SIGHUP)
+        time.sleep(0.1)
+        self.assertIsNone(begun.poll())
+        self.assertEqual(len(list(self.temporary.iterdir())), 1)
+        begun.send_signal(signal.SIGINT)
+        self.check_gone(begun)
+        self.assertEqual(begun.returncode, -signal.SIGINT)
+
+    def test_many_transactions(self):
+        # Ctrl-C is a wish there, a hang-up is none.
+        for one, status, said in ((signal.SIGHUP, -signal.SIGHUP, b""),
+                                  (signal.SIGINT, UNDECIDED, b"quillfence: interrupted\n")):
+            with self.subTest(signal=one):
+                begun = self.begin("batch", "--quiet", "--drive-c", "drive", "--with-list",
+                                   "from_whitelist", "a@b.example")
+                begun.stdin.write(LOG_LINE.replace("192.0.2.25", "192.0.2.9").encode())
+                begun.stdin.flush()
+                self.until_asked()
+                self.assertEqual(len(list(self.temporary.iterdir())), 1)
+                begun.send_signal(one)
+                self.check_gone(begun, said)
+                self.assertEqual(begun.returncode, status)
 
 
 # Cases: captured, and judged again.
