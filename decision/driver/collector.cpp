@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
+#include <utility>
 
 #include "consulted_files.h"
 #include "near_misses.h"
@@ -140,6 +141,7 @@ void collector::run::clear() {
     dns.clear();
     zone_begin = 0;
     failure.clear();
+    latest_failure.clear();
     answer_missing = false;
     ptr_cache = resolves_unknown;
     empty_hook = false;
@@ -194,10 +196,10 @@ void collector::note_outcome(rule_record &rule, outcome is) {
     case phase::rules:
     case phase::maps:
     case phase::zones:
-        if (is == outcome::undecided) {
+        // A whitelist is asked twice, the second time for the recipient's own.
+        if (is == outcome::undecided && rule.decision != outcome::undecided) {
             keep_doubt(rule, !current.failure.empty());
         }
-        // A whitelist is asked twice, the second time for the recipient's own.
         if (rule.decision != outcome::undecided || is == outcome::exempt) {
             rule.decision = is;
         }
@@ -223,15 +225,27 @@ void collector::end_run(bool hit) {
         rule.decision = outcome::not_reached;
     }
     note_outcome(rule, is);
-    bool &described = state_of(rule).described;
-    const bool again = at == phase::exemption && described;
-    if (again && !hit) {
-        rule.looked_at = rule.looked_at.value_or(0) + current.looked_at;
-    } else if (again || !described) {
+    rule_state &state = state_of(rule);
+    if (at == phase::exemption) {
+        join_runs(state);
+    }
+    if (at == phase::exemption || !state.described) {
         describe(rule, is, hit);
-        described = true;
+        state.described = true;
     }
     current.rule = nullptr; // all else is forgotten when the next one begins
+}
+
+// A whitelist is asked once more where the recipient has a folder of lists; what is said of it
+// then speaks of both times.
+void collector::join_runs(rule_state &state) {
+    state.any_there = current.any_there |= state.any_there;
+    state.looked_at = current.looked_at += state.looked_at;
+    if (state.failure.empty()) {
+        state.failure = current.failure;
+    } else {
+        current.failure = state.failure;
+    }
 }
 
 static std::optional<std::string> judged_text(const smtp_state *session, judged about) {
@@ -359,9 +373,13 @@ bool collector::is_to_be_described(const rule_record &rule) const {
     return options.quiet_rules || known(rule).whitelist || !is_last || is_told_briefly(rule);
 }
 
+// is: of this run alone.
 void collector::describe(rule_record &rule, outcome is, bool hit) {
     if (is_to_be_described(rule)) {
-        describe_at_length(rule, is, hit);
+        describe_at_length(rule, hit);
+        if (options.near_misses && is == outcome::no_hit) {
+            add_near_misses(rule);
+        }
     }
     // Notes and other rules go by these.
     rule.exempted_by = std::move(current.exempted_by);
@@ -369,8 +387,8 @@ void collector::describe(rule_record &rule, outcome is, bool hit) {
     rule.dns = current.dns;
 }
 
-void collector::describe_at_length(rule_record &rule, outcome is, bool hit) {
-    rule.reason = reason_of_run(is, hit);
+void collector::describe_at_length(rule_record &rule, bool hit) {
+    rule.reason = reason_of_run(outcome_of_run(hit), hit);
     rule.fact = current.facts ? fact_name(current.facts->about) : "";
     rule.value = value_of_run();
     rule.from = hit ? current.from : source();
@@ -379,16 +397,15 @@ void collector::describe_at_length(rule_record &rule, outcome is, bool hit) {
     }
     if (options.times) {
         const auto passed = std::chrono::steady_clock::now() - current.begin;
-        rule.us = static_cast<uint32_t>(
-            std::chrono::duration_cast<std::chrono::microseconds>(passed).count());
-    }
-    if (options.near_misses && is == outcome::no_hit) {
-        add_near_misses(rule);
+        rule.us = rule.us.value_or(0) +
+                  static_cast<uint32_t>(
+                      std::chrono::duration_cast<std::chrono::microseconds>(passed).count());
     }
 }
 
 void collector::add_near_misses(rule_record &rule) {
-    const call_scope quiet(nullptr);
+    call_context unheard{.substitutes = options.substitutes};
+    const call_scope quiet(&unheard);
     for (const std::string &path : current.lists) {
         for (const data_files::near_entry &near : data_files::near_entries(path, rule.value)) {
             rule.near_misses.push_back(
@@ -614,7 +631,8 @@ void collector::on(const map_lookup &fact) {
     if (map.map.empty()) {
         return; // behind the last line end of the list of maps
     }
-    map.missing = !fact.existed;
+    const std::string failure = std::exchange(current.latest_failure, {});
+    map.missing = !fact.existed && failure.empty();
     if (fact.listed) {
         map.is = outcome::hit;
         map.level = fact.level;
@@ -622,7 +640,7 @@ void collector::on(const map_lookup &fact) {
         if (!current.from.index()) {
             current.from = block_map_source{map.map, map.level, map.network};
         }
-    } else if (fact.existed && !fact.level) {
+    } else if (!failure.empty() || (fact.existed && !fact.level)) {
         map.is = outcome::undecided;
     }
     current.counted = true;
@@ -634,6 +652,9 @@ void collector::on(const map_lookup &fact) {
     maps_known |= at != phase::report;
     const auto same = [&](const block_map_record &other) { return other.map == map.map; };
     if (std::none_of(record.block_maps.begin(), record.block_maps.end(), same)) {
+        if (!failure.empty()) { // the rule's reason names one at most
+            record.notes.push_back({"warning", failure});
+        }
         record.block_maps.push_back(std::move(map));
     }
 }
@@ -720,6 +741,7 @@ void collector::on(const look_failure &fact) {
     if (kept.empty()) {
         kept = text;
     }
+    current.latest_failure = text;
 }
 
 void collector::on(const error_line_fact &fact) {

@@ -98,8 +98,9 @@ class collector {
         std::string reason;             // the engine's words
         std::string sender_networks;    // what they say
         std::vector<uint32_t> dns;
-        size_t zone_begin = 0; // of dns: the questions of the current zone
-        std::string failure;
+        size_t zone_begin = 0;      // of dns: the questions of the current zone
+        std::string failure;        // the first one
+        std::string latest_failure; // since the last block map
         bool answer_missing = false;
         uint32_t ptr_cache = resolves_unknown;
         bool empty_hook = false;
@@ -112,6 +113,10 @@ class collector {
     struct rule_state {
         bool described = false; // its details are there
         fact_set withheld = 0;  // what is missing for it to be run
+        // Of a whitelist's runs so far.
+        bool any_there = false;
+        uint32_t looked_at = 0;
+        std::string failure;
     };
 
     template <class Fact>
@@ -144,7 +149,8 @@ class collector {
     void note_outcome(rule_record &rule, outcome is);
     bool is_to_be_described(const rule_record &rule) const;
     void describe(rule_record &rule, outcome is, bool hit);
-    void describe_at_length(rule_record &rule, outcome is, bool hit);
+    void join_runs(rule_state &state);
+    void describe_at_length(rule_record &rule, bool hit);
     void describe_absence(rule_record &rule) const;
     std::string reason_of_run(outcome is, bool hit) const;
     std::string value_of_run() const;

@@ -225,7 +225,7 @@ static command compile_command() {
                           nothing, since case never counts; A and x are errors
   if /pattern/flags       a condition for the lines up to its "endif"; if !/pattern/ too.
                           It becomes part of each pattern where that can be done exactly,
-                          and is an error where it can't
+                          and is an error where it can't. Both words in any letter case
   pattern                 anything else
 Lines "!/.../" are errors. A pattern that begins with a slash or a number sign is written
 with a backslash in front of it.

@@ -47,8 +47,9 @@ void change_lists(const configuration_arguments &arguments, what_if *changed) {
     }
 }
 
-configured_engine::configured_engine(const configuration_arguments &arguments)
-    : chosen_(arguments.drive_c, arguments.registry) {
+configured_engine::configured_engine(const configuration_arguments &arguments,
+                                     const std::string &user_dir)
+    : chosen_(arguments.drive_c, arguments.registry), changed_(user_dir) {
     check_folders(arguments.user_dir);
     change_lists(arguments, &changed_);
     engine_.emplace();

@@ -240,8 +240,109 @@ class WhatIfTest(Case):
         self.check_refused([*EXEMPT, "--without-list", "from_blacklist", "*@spammer.org"],
                            "c:/quillfence/from_blacklist: there is no line \"*@spammer.org\" to "
                            "leave out")
-        self.check_refused([*EXEMPT, "--without-list", "gone", "a"],
-                           'c:/quillfence/gone: there is no line "a" to leave out')
+        self.check_refused([*EXEMPT, "--without-list", "blocked_ips", "a"],
+                           'c:/quillfence/blocked_ips: there is no line "a" to leave out')
+
+    def test_however_the_path_is_spelled(self):
+        for path in ("c:\\quillfence\\from_blacklist", "c:/quillfence//from_blacklist",
+                     "./from_blacklist", ".\\From_Blacklist", "C:/Quillfence/./FROM_BLACKLIST"):
+            with self.subTest(path=path):
+                _, out, err = self.explain(*BLACKLISTED, "--json", "--without-list", path,
+                                           "*@spammer.example")
+                self.assertEqual(err, "")
+                record = json.loads(out)
+                self.assertEqual(record["decision"]["verdict"], "undecided")
+                self.assertEqual(record["notes"][-1]["text"], "what if c:/quillfence/from_blacklist "
+                                 'did not have the line "*@spammer.example"')
+
+    def test_two_spellings_are_one_list(self):
+        _, decision = self.decision(
+            *BLACKLISTED, "--without-list", "c:/quillfence//from_blacklist", "*@spammer.example",
+            "--with-list", "from_whitelist", "y@spammer.example",
+            "--with-list", "c:\\quillfence\\from_whitelist", "x@spammer.example")
+        self.assertEqual((decision["verdict"], decision["rule"]), ("accept", "from_whitelist"))
+
+    def check_user_list(self, folder, path, sender="x@spammer.example"):
+        with self.subTest(folder=folder, path=path):
+            _, decision = self.decision(*BLACKLISTED, "--user-dir", folder, "--with-list", path,
+                                        sender)
+            self.assertEqual((decision["verdict"], decision.get("where")), ("accept", "user"))
+
+    def test_a_user_s_list_however_folder_and_path_are_spelled(self):
+        self.check_user_list("c:/users/bob/", "c:/users/bob//from_whitelist")
+        self.check_user_list("c:\\users\\bob", "c:/users/bob/from_whitelist")
+        self.check_user_list("c:\\users\\bob\\", "C:/Users/./bob/from_whitelist")
+        self.check_user_list("c:/users/bob", "c:\\users\\bob\\from_whitelist")
+
+    @unittest.skipIf(RUNNER, "paths of a system without drives")
+    def test_a_user_s_folder_outside_the_drive(self):
+        shutil.copytree(self.folder / "drive/users", self.folder / "users")
+        for folder in (str(self.folder / "users/bob"), "users/bob", "./users/bob/"):
+            self.check_user_list(folder, folder + "/from_whitelist")
+
+    def test_a_user_s_list_of_a_case(self):
+        """The folder is the case's."""
+        self.explain(*BLACKLISTED, "--user-dir", "c:/users/bob/", "--capture", "case.json")
+        _, decision = self.decision("--case", "case.json", "--with-list",
+                                    "c:/users/bob/from_whitelist", "x@spammer.example")
+        self.assertEqual((decision["verdict"], decision["where"]), ("accept", "user"))
+
+    def test_lists_that_are_read_elsewhere_than_by_rules(self):
+        _, decision = self.decision(*BLACKLISTED, "--without-list", "control/enabled", "1")
+        self.assertEqual((decision["verdict"], decision["by"]), ("accept", "engine_off"))
+        _, decision = self.decision(
+            *BLACKLISTED, "--without-list", "from_blacklist", "*@spammer.example",
+            "--without-list", "rbl.enabled", "rbl.example")
+        self.assertEqual(decision["verdict"], "accept")
+        _, decision = self.decision(
+            *BLACKLISTED, "--without-list", "from_blacklist", "*@spammer.example",
+            "--with-list", "control/valid_domain_ips", "spammer.example : 198.51.100.0/24")
+        self.assertEqual(decision["rule"], "known_sender_forgery")
+        client = ["--dns", "off", "R", "10.11.12.13", "25", "0", "", "0", "x.example",
+                  "a@x.example", "bob@example.net"]
+        self.assertEqual(self.decision(*client)[1]["by"], "block_map")
+        _, decision = self.decision(*client, "--without-list", "control/bms.enabled",
+                                    "sample-abusers.bms")
+        self.assertNotEqual(decision["by"], "block_map")
+
+    def test_a_file_that_no_decision_asks(self):
+        names = "docs/explain.md has their names"
+        of_user = " is not asked: of a user's own lists only those that exempt are"
+        for path, said in (
+                ("from_whitlist", "did you mean from_whitelist?"),
+                ("c:/quillfence/control/rule.enabled", "did you mean control/rules.enabled or "
+                                                       "control/bms.enabled or control/enabled?"),
+                ("c:/users/bob/from_whitlist", "did you mean c:/users/bob/from_whitelist?"),
+                ("c:/elsewhere/exempt_ips", "did you mean exempt_ips?"),
+                ("bms/sample-abusers.bms", names), ("gone", names), ("", names)):
+            said = f'"{path}" is no list that a decision asks; {said}'
+            for option in ("--with-list", "--without-list"):
+                self.check_refused([*EXEMPT, "--user-dir", "c:/users/bob", option, path, "a"], said)
+        for path, said in (
+                ("dynaregex/dyna.cregexes", " is no list of lines"),
+                ("exempt_ips.range", " is no list of lines"),
+                ("rl_whitelist.lst", " is asked by no decision"),
+                ("log/qflog", " is asked by no decision")):
+            self.check_refused([*EXEMPT, "--with-list", path, "a"], "c:/quillfence/" + path + said)
+        for path in ("c:/users/bob/from_blacklist", "c:/users/bob/rbl.enabled"):
+            self.check_refused([*EXEMPT, "--user-dir", "c:/users/bob", "--with-list", path, "a"],
+                               path + of_user)
+
+    def near_misses(self, *arguments):
+        _, out, _ = self.explain(*BLACKLISTED, "--json", *arguments)
+        rule = next(rule for rule in json.loads(out)["rules"] if rule["rule"] == "ip_whitelist")
+        return [(near["what"], near["source"]["file"], near["source"]["entry"])
+                for near in rule.get("near_misses", [])]
+
+    def test_near_misses_are_those_of_the_changed_list(self):
+        path, network = "c:/quillfence/exempt_ips", "192.0.2.0/24"
+        near = [("network", path, network)]
+        self.assertEqual(self.near_misses(), [])
+        self.assertEqual(self.near_misses("--with-list", "exempt_ips", network), near)
+        with open(self.folder / "drive/quillfence/exempt_ips", "a") as file:
+            file.write(network + "\n")
+        self.assertEqual(self.near_misses(), near)
+        self.assertEqual(self.near_misses("--without-list", "exempt_ips", network), [])
 
     def test_a_line_that_is_none(self):
         for option in ("--with-list", "--without-list"):
@@ -256,6 +357,25 @@ class WhatIfTest(Case):
 
 
 class AnswerTest(Case):
+    def test_ptr_names_of_an_ipv4_client_in_ipv6_form(self):
+        for address in ("::ffff:192.0.2.9", "::192.0.2.9", "::ffff:c000:209"):
+            facts = ["--ip", address, "--helo", "a.example", "--sender", "a@a.example",
+                     "--recipient", "bob@example.net"]
+            values = ["R", address, "25", "0", "", "0", "a.example", "a@a.example",
+                      "bob@example.net"]
+            for transaction in (facts, values):
+                _, out, err = self.explain("--dns", "off", "--ptr", "m.x.example", "--json",
+                                           *transaction)
+                self.assertEqual(err, "")
+                record = json.loads(out)
+                self.assertEqual(record["facts"]["ptr"], ["m.x.example"], transaction)
+                self.assertNotIn("PTR", [item.get("type") for item in record["missing"]])
+            self.explain("--dns", "off", "--capture", "case.json", *facts)
+            _, out, _ = self.explain("--case", "case.json", "--dns", "live", "--ptr",
+                                     "m.x.example", "--answer", "a.example", "A", "1.2.3.4",
+                                     "--json", "--deadline", "0.1")
+            self.assertEqual(json.loads(out)["facts"]["ptr"], ["m.x.example"], address)
+
     def test_exit_statuses(self):
         self.assertEqual(self.explain(*BLACKLISTED)[0], EXPLAINED)
         self.assertEqual(self.explain(*BLACKLISTED, "--verdict-exit")[0], REJECTED)
@@ -549,14 +669,27 @@ class CaptureTest(Case):
         self.assertIn("the case has no answer for 9.2.0.192.rbl.example. A", err)
 
     def test_a_bundle_with_cut_maps(self):
-        arguments = ["--dns", "off", "R", "10.11.12.13", "25", "0", "", "0", "x.example",
-                     "alice@x.example", "bob@example.net"]
-        _, out, err = self.explain(*arguments, "--json", "--capture", "cut.tar", "--with-config",
-                                   "--cut-maps")
-        self.assertIn("of sample-abusers.bms only what it answered", err)
+        given = ["--ptr", "x.example", "--answer", "x.example", "A", "10.11.12.13"]
+        for name, kind, value in [("x.example", "AAAA", "NODATA"), ("x.example", "MX", "NODATA"),
+                                  ("13.12.11.10.rbl.example", "A", "NXDOMAIN"),
+                                  ("13.12.11.10.rbl.example", "AAAA", "NXDOMAIN")]:
+            given += ["--answer", name, kind, value]
+        written = {}
+        for address in ("10.11.12.13", "::ffff:10.11.12.13", "::10.11.12.13", "::ffff:0a0b:0c0d"):
+            tar = address.replace(":", "_") + ".tar"
+            _, out, err = self.explain("--dns", "off", "R", address, "25", "0", "", "0",
+                                       "x.example", "alice@x.example", "bob@example.net", "--json",
+                                       "--capture", tar, "--with-config", "--cut-maps", *given)
+            self.assertIn("of sample-abusers.bms only what it answered", err)
+            written[tar] = json.loads(out)
         shutil.rmtree(self.folder / "drive")
-        _, again, _ = self.judge("--case", "cut.tar", "--json")
-        self.assertEqual(json.loads(again)["block_maps"], json.loads(out)["block_maps"])
+        for tar, before in written.items():
+            _, out, _ = self.judge("--case", tar, "--json")
+            again = json.loads(out)
+            self.assertEqual(before["block_maps"][0]["outcome"], "hit")
+            self.assertEqual(before["report"]["bms_hits"], ["sample-abusers.bms"])
+            for member in ("decision", "block_maps", "report"):
+                self.assertEqual(again[member], before[member], (tar, member))
 
     def test_a_question_without_answer_is_named_and_ends_with_3(self):
         self.capture()
