@@ -377,7 +377,7 @@ static command find_command() {
     return {
         .name = "find",
         .description = "Show every entry that matches a value",
-        .options = {{"DIR", &to->directory, "The folder of the lists"},
+        .options = {{"DIR", &to->directory, "The folder of the lists", {.check = not_empty()}},
                     {"VALUE", &to->value,
                      "A mail address, or a client's address, as the engine gets it"},
                     {"--json", &to->json, "Write a JSON object"}},
@@ -398,8 +398,8 @@ static exit_status add(const list_edit_arguments &one, const std::string &from) 
 }
 
 static std::vector<option> edit_options(list_edit_arguments *to, option_details entry, option own) {
-    return {{"DIR", &to->directory, "The folder of the lists"},
-            {"LIST", &to->list, "The list's name, as in from_whitelist"},
+    return {{"DIR", &to->directory, "The folder of the lists", {.check = not_empty()}},
+            {"LIST", &to->list, "The list's name, as in from_whitelist", {.check = not_empty()}},
             {"ENTRY", &to->entry, "The entry, written as it is in the list", std::move(entry)},
             std::move(own)};
 }
@@ -411,10 +411,11 @@ static command add_command() {
         edit_options(to.get(), {.required = false},
                      {"--comment", &to->comment,
                       "Set the comment of an entry that is there, instead of adding it"});
-    options.push_back({"--from",
-                       from.get(),
-                       "Add the entries of a text, one a line; - for standard input",
-                       {.value = "LINES", .excludes = {"ENTRY", "--comment"}}});
+    options.push_back(
+        {"--from",
+         from.get(),
+         "Add the entries of a text, one a line; - for standard input",
+         {.value = "LINES", .check = not_empty(), .excludes = {"ENTRY", "--comment"}}});
     options.push_back({"--force", &to->force, "Also to a list that the engine does not read"});
     return {
         .name = "add",

@@ -244,11 +244,11 @@ static option_group side_options(diff_arguments *to) {
         {{"--before",
           &to->before,
           "The folder that holds the one quillfence/",
-          {.value = "DIR", .needs = {"--after"}}},
+          {.value = "DIR", .check = not_empty(), .needs = {"--after"}}},
          {"--after",
           &to->after,
           "The folder that holds the other one",
-          {.value = "DIR", .needs = {"--before"}}}},
+          {.value = "DIR", .check = not_empty(), .needs = {"--before"}}}},
     };
 }
 
@@ -262,7 +262,10 @@ static option_group output_options(diff_arguments *to) {
           {.excludes = {"--json"}}},
          {"--entries", &to->entries,
           "What is decided the same way, but by another entry, is a change as well"},
-         {"--html", &to->html, "Also write the sums as a page for a browser", {.value = "FILE"}}},
+         {"--html",
+          &to->html,
+          "Also write the sums as a page for a browser",
+          {.value = "FILE", .check = not_empty()}}},
     };
 }
 

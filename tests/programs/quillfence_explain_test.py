@@ -10,12 +10,17 @@ LAUNCHER runs the program on a Windows build (a list as CMake has it).
 import json
 import os
 import re
+import resource
 import shutil
+import signal
+import socket
 import subprocess
+import time
 import unittest
 from pathlib import Path
 
-from whole_program import ARGUMENTS, RUNNER, FolderTest, main, read_terminal, run
+from whole_program import (ARGUMENTS, RUNNER, FolderTest, check_empty_names, environment, main,
+                           read_terminal, run)
 
 PROGRAM, SOURCE = (Path(argument).resolve() for argument in ARGUMENTS)
 
@@ -109,6 +114,12 @@ class FactsTest(Case):
         self.check_refused(["--ip", "192.0.2.9", *values], said)
         self.check_refused(["--input", "-", *values], said)
 
+    def test_what_chooses_from_an_input_needs_one(self):
+        for option, value in (("--number", "2"), ("--from", "json")):
+            for way in (["--ip", "192.0.2.9"], ["--case", "case.json"]):
+                self.check_refused([*way, option, value],
+                                   f'{option} requires --input; try "quillfence explain --help"')
+
     def test_no_transaction(self):
         self.check_refused([], 'there is no transaction; try "quillfence explain --help"')
 
@@ -157,6 +168,10 @@ class InputTest(Case):
 
 
 class SurroundingsTest(Case):
+    def test_no_option_that_names_a_file_takes_an_empty_name(self):
+        check_empty_names(self, PROGRAM, [[word] for word in ("explain", "test", "collect", "batch",
+                                                              "diff", "log", "policyd")])
+
     def test_missing_folders(self):
         self.assertEqual(
             self.run_program("explain", "--drive-c", "gone", *EXEMPT),
@@ -189,7 +204,7 @@ class SurroundingsTest(Case):
 
     def test_choices_are_checked(self):
         for arguments in (["--dns", "of"], ["--deadline", "0"], ["--deadline", "4000"],
-                          ["--number", "0"]):
+                          ["--number", "0"], ["--deadline", "nan"]):
             status, out, err = self.explain(*EXEMPT, *arguments)
             self.assertEqual((status, out), (FAILED, ""))
             self.assertRegex(err, f'^quillfence: {arguments[0]}: .*; try "quillfence explain '
@@ -377,6 +392,10 @@ class AnswerTest(Case):
     def test_an_unknown_rule(self):
         self.check_refused([*EXEMPT, "--rule", "from_blacklis"], 'there is no rule "from_blacklis"')
 
+    def test_one_rule_is_no_record(self):
+        self.check_refused([*EXEMPT, "--rule", "from_blacklist", "--json"],
+                           '--rule excludes --json; try "quillfence explain --help"')
+
     def test_json_is_one_line(self):
         status, out, err = self.explain(*BLACKLISTED, "--json")
         self.assertEqual((status, err, out.count("\n")), (EXPLAINED, "", 1))
@@ -446,8 +465,111 @@ def written_options(text):
     return set(re.findall(r"(?<![\w-])--[a-z][a-z-]*", text))
 
 
+# What is told to end leaves no bundle and no changed list in the folder for temporary files.
+@unittest.skipIf(RUNNER, "signals of the build host")
+class EndingTest(Case):
+    SIGNALS = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGQUIT)
+
+    def setUp(self):
+        super().setUp()
+        self.temporary = self.folder / "temporary"
+        self.temporary.mkdir()
+
+    def begin(self, *arguments, ignored=()):
+        """Begins a run that asks a silent server."""
+        def prepare():
+            resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
+            for one in self.SIGNALS:
+                signal.signal(one, signal.SIG_IGN if one in ignored else signal.SIG_DFL)
+
+        self.assertEqual(list(self.temporary.iterdir()), [])
+        self.silent = socket.create_server(("127.0.0.1", 0))
+        self.addCleanup(self.silent.close)
+        self.silent.settimeout(60)
+        server = f"127.0.0.1:{self.silent.getsockname()[1]}"
+        begun = subprocess.Popen([PROGRAM, *arguments, "--dns", "live", "--server", server],
+                                 cwd=self.folder, preexec_fn=prepare, stdin=subprocess.PIPE,
+                                 stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                                 env=environment(TMPDIR=str(self.temporary)))
+        self.addCleanup(begun.communicate)
+        self.addCleanup(begun.kill)
+        return begun
+
+    def until_asked(self):
+        asked, _ = self.silent.accept()
+        self.addCleanup(asked.close)
+        self.assertTrue(asked.recv(1))
+
+    def check_gone(self, begun, said=b""):
+        out, err = begun.communicate(timeout=60)
+        self.assertEqual((out, err), (b"", said))
+        self.assertEqual([path.as_posix() for path in self.temporary.rglob("*")], [])
+
+    def test_a_bundle(self):
+        self.assertEqual(self.explain(*BLACKLISTED, "--capture", "case.tar", "--with-config")[0],
+                         EXPLAINED)
+        for one in self.SIGNALS:
+            with self.subTest(signal=one):
+                begun = self.begin("explain", "--case", "case.tar")
+                self.until_asked()
+                unpacked, = self.temporary.iterdir()
+                self.assertEqual(unpacked.stat().st_mode & 0o777, 0o700)
+                self.assertTrue((unpacked / "bundle/case.json").exists())
+                begun.send_signal(one)
+                self.check_gone(begun)
+                self.assertEqual(begun.returncode, -one)
+
+    def test_a_changed_list_beside_a_bundle(self):
+        self.explain(*BLACKLISTED, "--capture", "case.tar", "--with-config")
+        begun = self.begin("explain", "--case", "case.tar", "--with-list", "from_whitelist",
+                           "a@b.example")
+        self.until_asked()
+        self.assertEqual(len(list(self.temporary.iterdir())), 2)
+        begun.send_signal(signal.SIGTERM)
+        self.check_gone(begun)
+        self.assertEqual(begun.returncode, -signal.SIGTERM)
+
+    def test_a_signal_that_is_ignored_stays_ignored(self):
+        self.explain(*BLACKLISTED, "--capture", "case.tar", "--with-config")
+        begun = self.begin("explain", "--case", "case.tar", ignored=[signal.SIGHUP])
+        self.until_asked()
+        begun.send_signal(signal.SIGHUP)
+        time.sleep(0.1)
+        self.assertIsNone(begun.poll())
+        self.assertEqual(len(list(self.temporary.iterdir())), 1)
+        begun.send_signal(signal.SIGINT)
+        self.check_gone(begun)
+        self.assertEqual(begun.returncode, -signal.SIGINT)
+
+    def test_many_transactions(self):
+        # Ctrl-C is a wish there, a hang-up is none.
+        for one, status, said in ((signal.SIGHUP, -signal.SIGHUP, b""),
+                                  (signal.SIGINT, UNDECIDED, b"quillfence: interrupted\n")):
+            with self.subTest(signal=one):
+                begun = self.begin("batch", "--quiet", "--drive-c", "drive", "--with-list",
+                                   "from_whitelist", "a@b.example")
+                begun.stdin.write(LOG_LINE.replace("192.0.2.25", "192.0.2.9").encode())
+                begun.stdin.flush()
+                self.until_asked()
+                self.assertEqual(len(list(self.temporary.iterdir())), 1)
+                begun.send_signal(one)
+                self.check_gone(begun, said)
+                self.assertEqual(begun.returncode, status)
+
+
 # Cases: captured, and judged again.
 class CaptureTest(Case):
+    def test_an_empty_name_writes_nothing(self):
+        self.file("key", "k" * 64)
+        for arguments in (["--capture", ""], ["--capture", "case.json", "--redact", ""],
+                          ["--html", ""], ["--case", ""]):
+            before = self.files()
+            option = arguments[-2]
+            self.check_refused([*EXEMPT, *arguments],
+                               f'{option}: must not be empty (is a variable unset?); try '
+                               '"quillfence explain --help"')
+            self.assertEqual(self.files(), before)
+
     INSIDE = ("{}: a case with 2 DNS answers, 11 files' digests, 4 missing files, "
               "3 answers of the registry, 1 answer of the address map{}; mail addresses of people "
               "are in it\n")
