@@ -136,6 +136,7 @@ void collector::run::clear() {
     looked_at = 0;
     names.clear();
     lists.clear();
+    blurred.clear();
     reason.clear();
     sender_networks.clear();
     dns.clear();
@@ -373,6 +374,14 @@ bool collector::is_to_be_described(const rule_record &rule) const {
     return options.quiet_rules || known(rule).whitelist || !is_last || is_told_briefly(rule);
 }
 
+static std::string without_white_space_behind(const std::string &name) {
+    return name.substr(0, name.find_last_not_of(" \t\r\v\f") + 1);
+}
+
+static near_miss miss_of(const list_source &blurred) {
+    return {"trailing_blank", "ends in white space, which belongs to the name", blurred};
+}
+
 // is: of this run alone.
 void collector::describe(rule_record &rule, outcome is, bool hit) {
     if (is_to_be_described(rule)) {
@@ -411,6 +420,10 @@ void collector::add_near_misses(rule_record &rule) {
             rule.near_misses.push_back(
                 {near.what, near.text, list_source{near.file, near.line, near.entry, ""}});
         }
+    }
+    const size_t most = std::min(current.blurred.size(), data_files::most_near_entries);
+    for (size_t i = 0; i < most; ++i) {
+        rule.near_misses.push_back(miss_of(current.blurred[i]));
     }
 }
 
@@ -672,8 +685,24 @@ void collector::on(const sender_network_search &fact) {
     current.sender_networks = "the client is in the networks declared for " + domain;
 }
 
+// Of a file with CR LF at its ends of lines these are all names.
+void collector::keep_blurred_names(const selection_load &fact,
+                                   std::vector<list_source> *names) const {
+    uint32_t line = 0;
+    for (const vc_list_entry *entry = fact.names; entry && options.near_misses;
+         entry = entry->next) {
+        ++line;
+        const std::string name = text_of(static_cast<const char *>(entry->data));
+        const std::string meant = without_white_space_behind(name);
+        if (!meant.empty() && meant != name) {
+            names->push_back({text_of(fact.path), line, name, ""});
+        }
+    }
+}
+
 void collector::on(const selection_load &fact) {
     if (std::strcmp(fact.what, "rules") != 0) {
+        keep_blurred_names(fact, &current.blurred);
         if (!fact.names) {
             current.reason = text_of(fact.path) + " names no list to ask";
         }
@@ -686,6 +715,7 @@ void collector::on(const selection_load &fact) {
     built_in_rules = fact.built_in;
     selection_path = text_of(fact.path);
     if (!built_in_rules) {
+        keep_blurred_names(fact, &blurred_rules);
         return;
     }
     for (const vc_list_entry *entry = fact.names; entry; entry = entry->next) {
@@ -785,6 +815,11 @@ void collector::describe_absence(rule_record &rule) const {
             rule.from = built_in_source{"", selection_names};
         } else {
             rule.from = file_source{selection_path, 0};
+        }
+        for (const list_source &blurred : blurred_rules) {
+            if (without_white_space_behind(blurred.entry) == rule.rule) {
+                rule.near_misses.push_back(miss_of(blurred));
+            }
         }
     } else if (rule.decision == outcome::never) {
         rule.reason = known(rule).row->check ? "the engine has no such list"

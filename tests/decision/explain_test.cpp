@@ -311,6 +311,35 @@ TEST_F(explain_test, entries_that_may_have_been_meant) {
     EXPECT_EQ(client.near_misses[0].what, "network");
 }
 
+TEST_F(explain_test, names_in_control_files_that_end_in_white_space) {
+    drive.write(path_of("control/rules.enabled"), "valid_ptr\r\n\r\nrequire_helo \nblock_lists\n"
+                                                  "block_rbl_lists\nvalid_helo_domain\t\r\n");
+    drive.write(path_of("control/bms.enabled"), "missing\none\r\n");
+    drive.write(path_of("rbl.enabled"), "zone.example\r\nother.example\r\n");
+    const decision_record record = explained("good");
+    const auto misses = [&](const char *rule) {
+        lines found;
+        for (const near_miss &near : rule_of(record, rule).near_misses) {
+            EXPECT_EQ(near.what, "trailing_blank");
+            EXPECT_EQ(near.text, "ends in white space, which belongs to the name");
+            const auto &from = std::get<list_source>(near.from);
+            found.push_back(from.file + ':' + std::to_string(from.line) + ':' + from.entry);
+        }
+        return found;
+    };
+    const std::string rules = path_of("control/rules.enabled");
+    EXPECT_EQ(misses("valid_ptr"), lines{rules + ":1:valid_ptr\r"});
+    EXPECT_EQ(misses("require_helo"), lines{rules + ":3:require_helo "});
+    EXPECT_EQ(misses("valid_helo_domain"), lines{rules + ":6:valid_helo_domain\t\r"});
+    EXPECT_EQ(misses("require_full_addr"), lines{}) << "no line comes near";
+    EXPECT_EQ(misses("block_lists"), lines{path_of("control/bms.enabled") + ":2:one\r"});
+    EXPECT_EQ(misses("block_rbl_lists"), (lines{path_of("rbl.enabled") + ":1:zone.example\r",
+                                                path_of("rbl.enabled") + ":2:other.example\r"}));
+    options.near_misses = false;
+    EXPECT_TRUE(rule_of(explained("good"), "valid_ptr").near_misses.empty());
+    EXPECT_TRUE(rule_of(explained("good"), "block_lists").near_misses.empty());
+}
+
 TEST_F(explain_test, a_whitelist_that_comes_before_a_blacklist) {
     drive.write(path_of("from_blacklist"), "*@friend.example\n");
     const decision_record record = explained("whitelisted");
