@@ -389,6 +389,9 @@ void collector::describe(rule_record &rule, outcome is, bool hit) {
         if (options.near_misses && is == outcome::no_hit) {
             add_near_misses(rule);
         }
+        if (!hit) { // Windows can't look at a file with a CR in its name
+            add_blurred_names(rule);
+        }
     }
     // Notes and other rules go by these.
     rule.exempted_by = std::move(current.exempted_by);
@@ -421,6 +424,9 @@ void collector::add_near_misses(rule_record &rule) {
                 {near.what, near.text, list_source{near.file, near.line, near.entry, ""}});
         }
     }
+}
+
+void collector::add_blurred_names(rule_record &rule) const {
     const size_t most = std::min(current.blurred.size(), data_files::most_near_entries);
     for (size_t i = 0; i < most; ++i) {
         rule.near_misses.push_back(miss_of(current.blurred[i]));

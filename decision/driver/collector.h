@@ -156,6 +156,7 @@ class collector {
     std::string reason_of_run(outcome is, bool hit) const;
     std::string value_of_run() const;
     void add_near_misses(rule_record &rule);
+    void add_blurred_names(rule_record &rule) const;
     void keep_blurred_names(const selection_load &fact, std::vector<list_source> *names) const;
     void use_answer(uint32_t number);
     uint32_t keep_answer(const dns_question &fact);
