@@ -356,6 +356,7 @@ judging_thread::judging_thread(const std::shared_ptr<policy_judge::core> &of) : 
     explaining_.files = false;
     explaining_.times = false;
     explaining_.quiet_rules = false;
+    explaining_.all_names = false;
     explaining_.keep_session = of->options.counters;
 }
 
