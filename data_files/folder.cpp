@@ -7,6 +7,7 @@
 #include "platform/directory.h"
 #include "platform/error_numbers.h"
 #include "platform/file.h"
+#include "text.h"
 
 namespace quillfence::data_files {
 
@@ -37,6 +38,45 @@ uint32_t list_folder(const std::string &folder, std::vector<std::string> *names)
 
 uint32_t list_folders(const std::string &folder, std::vector<std::string> *names) {
     return list(folder, true, names);
+}
+
+static bool exists(const std::string &path) {
+    uint32_t attributes = 0;
+    return platform::path_attributes(path.c_str(), &attributes) == platform::error_none;
+}
+
+// The same for a name without folders.
+static std::string name_in(const std::string &folder, const std::string &name) {
+    if (exists(joined(folder, name))) {
+        return name;
+    }
+    std::vector<std::string> names;
+    std::vector<std::string> folders;
+    list_folder(folder, &names);
+    list_folders(folder, &folders);
+    names.insert(names.end(), folders.begin(), folders.end());
+    std::string found = name;
+    for (const std::string &one : names) {
+        const bool is_first = found == name || one < found;
+        if (one != name && lower(one) == lower(name) && is_first) {
+            found = one;
+        }
+    }
+    return found;
+}
+
+std::string name_below(const std::string &folder, const std::string &name) {
+    if (exists(joined(folder, name))) {
+        return name;
+    }
+    std::string found;
+    for (size_t at = 0; at <= name.size();) {
+        const size_t end = std::min(name.find('/', at), name.size());
+        const std::string part = name.substr(at, end - at);
+        found = joined(found, name_in(joined(folder, found), part));
+        at = end + 1;
+    }
+    return found;
 }
 
 } // namespace quillfence::data_files

@@ -8,9 +8,9 @@
 
 #include "engine_messages.h"
 #include "expression_text.h"
+#include "qfd-packet.h"
 #include "text.h"
 #include "tiny_rex.h"
-#include "vc_dns.h"
 #include "vc_rfc.h"
 #include "vc_text.h"
 
@@ -63,25 +63,27 @@ static std::string why_useless_address(const std::string &entry) {
     return problem.empty() ? std::string() : "never matches: the engine says \"" + problem + '"';
 }
 
-// IPv6 clients are known by one spelling of their address.
-static std::string why_useless_ipv6(const std::string &entry) {
-    char canonical[vc_ipv6_text_size] = "";
-    if (vc_compress_ipv6(entry.c_str(), canonical) != 1 || !_stricmp(canonical, entry.c_str())) {
+// The engine knows each client by one spelling of his address, and by IPv4 where that is all there
+// is to it.
+static std::string why_useless_client(const std::string &entry) {
+    const std::unique_ptr<char, decltype(&std::free)> client(__process_ip_arg(entry.c_str()),
+                                                             std::free);
+    if (!client || !_stricmp(client.get(), entry.c_str())) {
         return {};
     }
-    return std::string("never matches: this client is known as ") + canonical;
+    return std::string("never matches: this client is known as ") + client.get();
 }
 
 static std::string why_useless_ip(const std::string &entry) {
     engine_messages messages;
-    const int family = vc_is_ip(entry.c_str());
-    std::string problem = family == vc_family_ipv6 ? why_useless_ipv6(entry) : "";
+    const bool is_address = vc_is_ip(entry.c_str()) != 0;
+    std::string problem = is_address ? why_useless_client(entry) : "";
     // The engine has nothing to say about a text that is no address, only about a system that
     // fails.
     if (const std::string failed = messages.take(); !failed.empty()) {
         return "can't be judged: the engine says \"" + failed + '"';
     }
-    if (family) {
+    if (is_address) {
         return problem;
     }
     if (entry.find_first_of("/-*") != std::string::npos) {

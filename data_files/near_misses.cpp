@@ -3,6 +3,7 @@
 #include <optional>
 
 #include "address_text.h"
+#include "call_context.h"
 #include "folder.h"
 #include "list_files.h"
 #include "list_line.h"
@@ -120,8 +121,9 @@ std::vector<near_entry> near_entries(const std::string &path, const std::string 
     open_file file;
     uint64_t size = 0;
     std::string bytes;
-    if (!value.empty() && !file.open(path) && !file.size(&size) && size <= largest_near_list &&
-        !read_file(path, &bytes)) {
+    const std::string from = path_to_read(path.c_str());
+    if (!value.empty() && !file.open(from) && !file.size(&size) && size <= largest_near_list &&
+        !read_file(from, &bytes)) {
         found = near_entries_in(path, bytes, value);
     }
     add_other_cases(path, &found);

@@ -22,7 +22,8 @@ inline constexpr uint64_t largest_near_list = 8u << 20;
 // The most that are given for a list.
 inline constexpr size_t most_near_entries = 5;
 
-// The near misses of a value in a list file; path is the engine's.
+// The near misses of a value in a list file; path is the engine's. What is read in its place
+// (path_to_read) is looked through, and path named.
 //   parent_domain   "*@example.org" for x@mail.example.org
 //   whole_domain    "example.org" for x@example.org
 //   trailing_blank  the value, or a pattern for it, with white space at its end

@@ -1,6 +1,7 @@
 #include "pattern_language.h"
 
 #include <algorithm>
+#include <deque>
 #include <map>
 #include <optional>
 
@@ -8,6 +9,7 @@ namespace quillfence::data_files {
 
 static constexpr size_t most_states = 3000;
 static constexpr size_t most_steps_of_proof = 50'000;
+static constexpr size_t most_names = 300;
 static constexpr int deepest_group = 50;
 
 static int32_t minimum_of(const TRexNode &greedy) {
@@ -435,7 +437,7 @@ pattern_language language_of(const TRex &expression) {
     return language_maker(expression).make();
 }
 
-// --- Proofs ---
+// --- Through the automaton ---
 
 namespace {
 
@@ -485,6 +487,175 @@ bool takes_nothing(const pattern_language &language) {
     }
     return true;
 }
+
+// --- Names ---
+
+namespace {
+
+// From a state at a moment (numbered state by state) to another.
+struct name_step {
+    size_t from;
+    size_t to;
+    std::optional<char> character;
+};
+
+// The shortest way from a place to all others, or from all others to it.
+class ways {
+  public:
+    ways(const std::vector<name_step> &steps, size_t places, size_t begin, bool backward)
+        : steps_(steps), first_(places + 1), last_step_(places, unmet), backward_(backward) {
+        sort_steps();
+        search(begin);
+    }
+
+    bool leads(size_t place) const {
+        return last_step_[place] != unmet;
+    }
+    // The characters on the way.
+    std::string text(size_t place) const {
+        std::string characters;
+        while (last_step_[place] != no_step) {
+            const name_step &step = steps_[last_step_[place]];
+            if (step.character) {
+                characters += *step.character;
+            }
+            place = backward_ ? step.to : step.from;
+        }
+        if (!backward_) {
+            std::reverse(characters.begin(), characters.end());
+        }
+        return characters;
+    }
+
+  private:
+    static constexpr size_t unmet = SIZE_MAX;
+    static constexpr size_t no_step = SIZE_MAX - 1;
+
+    size_t begin_of(const name_step &step) const {
+        return backward_ ? step.to : step.from;
+    }
+
+    // Those that begin at one place in a row.
+    void sort_steps() {
+        for (const name_step &step : steps_) {
+            ++first_[begin_of(step) + 1];
+        }
+        for (size_t place = 1; place < first_.size(); ++place) {
+            first_[place] += first_[place - 1];
+        }
+        std::vector<size_t> next = first_;
+        in_order_.resize(steps_.size());
+        for (size_t i = 0; i < steps_.size(); ++i) {
+            in_order_[next[begin_of(steps_[i])]++] = i;
+        }
+    }
+
+    // What takes no character is looked at first.
+    void search(size_t begin) {
+        struct met {
+            size_t place;
+            size_t step;
+        };
+        std::deque<met> to_do = {{begin, no_step}};
+        while (!to_do.empty()) {
+            const met now = to_do.front();
+            to_do.pop_front();
+            if (leads(now.place)) {
+                continue;
+            }
+            last_step_[now.place] = now.step;
+            for (size_t i = first_[now.place]; i < first_[now.place + 1]; ++i) {
+                const name_step &step = steps_[in_order_[i]];
+                const met then = {backward_ ? step.from : step.to, in_order_[i]};
+                if (step.character) {
+                    to_do.push_back(then);
+                } else {
+                    to_do.push_front(then);
+                }
+            }
+        }
+    }
+
+    const std::vector<name_step> &steps_;
+    std::vector<size_t> first_;    // where a place's steps begin in in_order_
+    std::vector<size_t> in_order_; // indexes of steps_
+    std::vector<size_t> last_step_;
+    const bool backward_;
+};
+
+} // namespace
+
+// Of each set the printable character that most of the sets have: what matches in several places
+// is what a matcher takes in the wrong one.
+static std::vector<std::optional<char>> characters_for(const pattern_language &language) {
+    std::string candidates = "abcdefghijklmnopqrstuvwxyz0123456789-.";
+    for (char c = ' '; c <= '~'; ++c) {
+        candidates += c;
+    }
+    const auto popularity = [&language](char c) {
+        return std::count_if(language.sets.begin(), language.sets.end(),
+                             [c](const character_set &set) { return set.has(c); });
+    };
+    std::stable_sort(candidates.begin(), candidates.end(),
+                     [&](char a, char b) { return popularity(a) > popularity(b); });
+    std::vector<std::optional<char>> chosen;
+    for (const character_set &set : language.sets) {
+        const auto found = std::find_if(candidates.begin(), candidates.end(),
+                                        [&set](char c) { return set.has(c); });
+        chosen.push_back(found == candidates.end() ? std::nullopt : std::optional(*found));
+    }
+    return chosen;
+}
+
+static std::vector<name_step> steps_of(const pattern_language &language) {
+    const std::vector<std::optional<char>> characters = characters_for(language);
+    std::vector<name_step> steps;
+    for (size_t state = 0; state < language.states.size(); ++state) {
+        steps.push_back({state * moments + at_beginning, state * moments + at_both, {}});
+        steps.push_back({state * moments + between, state * moments + at_end, {}});
+        for (size_t now = 0; now < moments; ++now) {
+            for (const pattern_edge &edge : language.states[state]) {
+                const bool takes_one = edge.is == pattern_edge::kind::character;
+                const std::optional<char> c =
+                    takes_one ? characters[edge.characters] : std::nullopt;
+                moment then;
+                if (lets_pass(language, edge, static_cast<moment>(now), &then) &&
+                    takes_one == c.has_value()) {
+                    steps.push_back({state * moments + now, edge.to * moments + then, c});
+                }
+            }
+        }
+    }
+    return steps;
+}
+
+std::vector<std::string> names_of(const pattern_language &language) {
+    if (!language.is_known) {
+        return {};
+    }
+    std::vector<name_step> steps = steps_of(language);
+    // A name ends at its end or, when it is empty, at both.
+    const size_t places = language.states.size() * moments;
+    const size_t end = places;
+    steps.push_back({language.last * moments + at_end, end, {}});
+    steps.push_back({language.last * moments + at_both, end, {}});
+    const ways there(steps, places + 1, at_beginning, false);
+    const ways back(steps, places + 1, end, true);
+    std::vector<std::string> names;
+    for (const name_step &step : steps) {
+        if (names.size() < most_names && step.character && there.leads(step.from) &&
+            back.leads(step.to)) {
+            names.push_back(there.text(step.from) + *step.character + back.text(step.to));
+        }
+    }
+    std::sort(names.begin(), names.end(), [](const std::string &a, const std::string &b) {
+        return a.size() != b.size() ? a.size() < b.size() : a < b;
+    });
+    names.erase(std::unique(names.begin(), names.end()), names.end());
+    return names;
+}
+
+// --- Proofs ---
 
 namespace {
 

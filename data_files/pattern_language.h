@@ -43,6 +43,12 @@ pattern_language language_of(const TRex &expression);
 // Whether it takes no name at all, and so the pattern matches none.
 bool takes_nothing(const pattern_language &language);
 
+// Short names that it takes, so that each step for a character that some name takes is taken by one
+// of them, as far as printable characters and a bounded effort go. A step that a repetition takes
+// again is taken once more than the repetition needs, so that no name is longer than {n,m} says,
+// though inside groups the automaton knows no m.
+std::vector<std::string> names_of(const pattern_language &language);
+
 // Whether something holds for every name: it gets to know which of the languages take the name.
 // False also when that can't be found out with reasonable effort.
 bool holds_always(const std::vector<const pattern_language *> &languages,

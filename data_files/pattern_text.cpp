@@ -46,6 +46,12 @@ pattern_line wrong(std::string why) {
     return {kind::wrong, std::move(why)};
 }
 
+// In any letter case, as mail servers take the keywords of their tables.
+bool begins_with_keyword(std::string_view text, std::string_view keyword) {
+    return text.size() >= keyword.size() &&
+           same_letters(text.data(), keyword.data(), keyword.size());
+}
+
 // "if /.../", "if !/.../": an "if" with a pattern behind it.
 struct condition_text {
     bool is = false;
@@ -54,7 +60,7 @@ struct condition_text {
 };
 
 condition_text condition_of(std::string_view text) {
-    if (!text.starts_with("if")) {
+    if (!begins_with_keyword(text, "if")) {
         return {};
     }
     std::string_view behind = without_leading_space(text.substr(2));
@@ -63,6 +69,13 @@ condition_text condition_of(std::string_view text) {
         behind = without_leading_space(behind.substr(1));
     }
     return {behind.starts_with('/'), negated, behind};
+}
+
+// What stands behind the keyword does not count: mail servers pass over it.
+bool is_end_of_condition(std::string_view text) {
+    static constexpr std::string_view keyword = "endif";
+    return begins_with_keyword(text, keyword) &&
+           (text.size() == keyword.size() || holds(white_space, text[keyword.size()]));
 }
 
 bool is_negation(std::string_view text) {
@@ -157,7 +170,7 @@ pattern_line pattern_reader::read(std::string_view line) {
     if (const condition_text condition = condition_of(text); condition.is) {
         return condition_line(condition);
     }
-    if (text == "endif") {
+    if (is_end_of_condition(text)) {
         return {kind::end_of_condition};
     }
     if (is_negation(text)) {
@@ -393,7 +406,7 @@ bool reads_as(const std::string &line, const std::string &pattern) {
 // The text as a line of a list that gives these nodes; empty when it is none. A backslash keeps a
 // first character from being read as something else than the pattern.
 std::string as_line(std::string text, const TRex &expression) {
-    for (const char character : {' ', '#', '/', '!', 'i', 'e'}) {
+    for (const char character : {' ', '#', '/', '!', 'i', 'I', 'e', 'E'}) {
         if (text.starts_with(character) && !reads_as(text, text)) {
             text.insert(0, "\\");
             break;

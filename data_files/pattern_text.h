@@ -37,8 +37,9 @@ bool is_refusal(std::string_view action);
 //                           the action; one that would begin it there is wrong. Flags i, m, s, E, U
 //                           and X change nothing here; A and x would change what the pattern means
 //                           and are wrong.
-//     if /pattern/flags     a condition, also as "if !/pattern/"; "endif" ends it. They may be
-//                           nested; whether they are in balance is not judged here.
+//     if /pattern/flags     a condition, also as "if !/pattern/"; "endif" ends it, whatever stands
+//                           behind a blank there. Both in any letter case. They may be nested;
+//                           whether they are in balance is not judged here.
 //     anything else         a pattern. White space around it is dropped, but for a blank behind a
 //                           backslash.
 //

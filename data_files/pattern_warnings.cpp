@@ -1,6 +1,7 @@
 #include "pattern_warnings.h"
 
 #include <algorithm>
+#include <charconv>
 #include <iterator>
 #include <string_view>
 
@@ -324,6 +325,74 @@ static std::string star_warning(const TRex &expression) {
                : "";
 }
 
+static std::string star_advice(const std::string &pattern) {
+    return advice(without_stars(pattern),
+                  advice(without_groups(pattern), "; write + in its place"));
+}
+
+// --- Letters in classes ---
+
+// Whether a class takes a letter that it lists singly in one case only.
+static bool has_lone_letter(const TRex &expression) {
+    for (int32_t i = 0; i < expression.nsize; ++i) {
+        const TRexNode &node = expression.nodes[i];
+        if (node.type != trex_op_class && node.type != trex_op_nclass) {
+            continue;
+        }
+        character_set taken = {};
+        characters_of_node(&expression, i, &taken);
+        for (int32_t item = node.left; item >= 0; item = expression.nodes[item].next) {
+            const int32_t code = expression.nodes[item].type;
+            const char letter = static_cast<char>(code);
+            if (code < trex_op_greedy && is_letter(letter) &&
+                taken.has(to_lower(letter)) != taken.has(to_upper(letter))) {
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
+// How long the item of a class is that the text begins with: a character or an escape, or a range.
+static size_t length_of_item(std::string_view text) {
+    const auto length_of_one = [](std::string_view one) {
+        return std::min(one.starts_with('\\') ? size_t{2} : size_t{1}, one.size());
+    };
+    const size_t first = length_of_one(text);
+    const std::string_view behind = text.substr(first);
+    const bool is_range = behind.size() > 1 && behind[0] == '-' && behind[1] != ']';
+    return is_range ? first + 1 + length_of_one(behind.substr(1)) : first;
+}
+
+// A class with each letter that it lists singly as a range.
+static std::string with_ranges_of_letters(std::string_view text) {
+    const size_t begin = text.starts_with("[^") ? 2 : 1;
+    std::string made(text.substr(0, begin));
+    for (text.remove_prefix(begin); !text.empty();) {
+        const std::string_view item = text.substr(0, length_of_item(text));
+        made += item;
+        if (item.size() == 1 && is_letter(item[0])) {
+            made += std::string("-") + item[0];
+        }
+        text.remove_prefix(item.size());
+    }
+    return made;
+}
+
+static std::string letter_warning(const std::string &pattern, std::string *instead) {
+    std::string which;
+    instead->clear();
+    for (const token &one : tokens_of(pattern)) {
+        const bool is_class = one.is == kind::atom && one.text[0] == '[';
+        const trex_ptr alone = is_class ? compiled(one.text) : nullptr;
+        const bool is_lone = alone && has_lone_letter(*alone);
+        *instead += is_lone ? with_ranges_of_letters(one.text) : one.text;
+        which = which.empty() && is_lone ? one.text : which;
+    }
+    return which.empty() ? ""
+                         : "a letter that " + which + " lists singly is taken in that case only";
+}
+
 // --- Ranges ---
 
 static int32_t lowered(int32_t code) {
@@ -377,6 +446,9 @@ static std::string range_warning(const std::string &pattern, const TRex &express
             const char low = static_cast<char>(node.left);
             const char high = static_cast<char>(node.right);
             *instead = with_escaped_dash(pattern, low, high);
+            if (std::string better; !letter_warning(*instead, &better).empty()) {
+                *instead = std::move(better); // a bound that is a letter
+            }
             return std::string("the range ") + low + "-" + high + " holds " + letters +
                    ", since case does not count; \\- is the character -";
         }
@@ -492,6 +564,185 @@ static std::string escape_warning(const std::string &pattern, std::string *inste
     return {};
 }
 
+namespace {
+
+struct letter_meaning {
+    char letter;
+    const char *is;
+};
+constexpr letter_meaning letter_meanings[] = {
+    {'a', "a letter"},
+    {'c', "a control character"},
+    {'l', "a lower-case letter"},
+    {'p', "a character of punctuation"},
+    {'u', "an upper-case letter"},
+};
+
+} // namespace
+
+// The character that "\x41" stands for elsewhere, as a pattern; "" for one that no pattern has.
+static std::string character_of_code(std::string_view digits) {
+    int code = 0;
+    const auto [end, error] =
+        std::from_chars(digits.data(), digits.data() + digits.size(), code, 16);
+    if (error != std::errc() || end != digits.data() + 2 || code < ' ' || code > '~') {
+        return {};
+    }
+    const char c = static_cast<char>(code);
+    return is_alphanumeric(c) ? std::string{c} : std::string{'\\', c};
+}
+
+// A letter class that looks like the beginning of a word or of a code. In brackets it is meant.
+static std::string letter_class_warning(const std::string &pattern, std::string *instead) {
+    const tokens all = tokens_of(pattern);
+    std::string front;
+    for (size_t i = 0; i + 1 < all.size(); front += all[i++].text) {
+        const std::string &one = all[i].text;
+        const std::string &next = all[i + 1].text;
+        if (one.size() != 2 || one[0] != '\\' || next.size() != 1) {
+            continue;
+        }
+        const std::string behind = pattern.substr(front.size() + one.size());
+        if (one[1] == 'x' && holds("0123456789abcdefABCDEF", next[0])) {
+            const std::string character = character_of_code(behind.substr(0, 2));
+            *instead = character.empty() ? "" : front + character + behind.substr(2);
+            return "\\x is a hexadecimal digit, not the character of the code behind it";
+        }
+        for (const letter_meaning &known : letter_meanings) {
+            if (one[1] == known.letter && is_letter(next[0])) {
+                *instead = front + one[1] + behind;
+                return one + " is " + known.is + " (if that is meant, write [" + one + "])";
+            }
+        }
+    }
+    return {};
+}
+
+// --- Names that are lost ---
+
+static constexpr uint32_t most_steps_of_a_name = 10'000;
+
+namespace {
+
+enum class outcome { matched, not_matched, not_known };
+
+} // namespace
+
+static outcome outcome_of(TRex *expression, const std::string &name) {
+    const char *const begin = name.data();
+    if (__trex_match_within(expression, begin, begin + name.size(), most_steps_of_a_name)) {
+        return outcome::matched;
+    }
+    return expression->steps < most_steps_of_a_name ? outcome::not_matched : outcome::not_known;
+}
+
+static bool has_boundary(const TRex &expression) {
+    return std::any_of(expression.nodes, expression.nodes + expression.nsize,
+                       [](const TRexNode &node) { return node.type == trex_op_wb; });
+}
+
+// A name that the pattern's parts take, one behind the other, and the pattern does not; "" when
+// none is found. An automaton that is exact takes what the pattern does.
+static std::string lost_name(TRex *expression) {
+    if (has_boundary(*expression)) {
+        return {};
+    }
+    const pattern_language language = language_of(*expression);
+    if (language.is_exact) {
+        return {};
+    }
+    engine_messages unheard;
+    for (const std::string &name : names_of(language)) {
+        if (outcome_of(expression, name) == outcome::not_matched) {
+            return name;
+        }
+    }
+    return {};
+}
+
+static bool takes(const std::string &pattern, const std::string &name) {
+    const trex_ptr expression = compiled(pattern);
+    return expression && outcome_of(expression.get(), name) == outcome::matched;
+}
+
+// The tokens of a group's parts between its bars; `at` is behind its parenthesis, and receives
+// where the closing one stands.
+static std::vector<tokens> parts_of_group(const tokens &all, size_t *at) {
+    std::vector<tokens> parts(1);
+    int open = 0;
+    for (; *at < all.size() && (open > 0 || all[*at].is != kind::close); ++*at) {
+        const token &one = all[*at];
+        open += one.is == kind::open ? 1 : one.is == kind::close ? -1 : 0;
+        if (open == 0 && one.is == kind::bar) {
+            parts.emplace_back();
+        } else {
+            parts.back().push_back(one);
+        }
+    }
+    return parts;
+}
+
+// The pattern with the longest part first in the group whose parenthesis stands there.
+static std::string with_longest_first(const tokens &all, size_t group) {
+    size_t end = group + 1;
+    std::vector<tokens> parts = parts_of_group(all, &end);
+    std::stable_sort(parts.begin(), parts.end(), [](const tokens &one, const tokens &other) {
+        return text_of(one).size() > text_of(other).size();
+    });
+    std::string text = text_of({all.begin(), all.begin() + static_cast<std::ptrdiff_t>(group) + 1});
+    for (const tokens &part : parts) {
+        text += (&part == &parts.front() ? "" : "|") + text_of(part);
+    }
+    return text + text_of({all.begin() + static_cast<std::ptrdiff_t>(end), all.end()});
+}
+
+// The same pattern with the parts of a group in another order, which takes the name; "" where none
+// does.
+static std::string in_order_for(const std::string &pattern, const std::string &name) {
+    const tokens all = tokens_of(pattern);
+    for (size_t i = 0; i < all.size(); ++i) {
+        std::string sorted = all[i].is == kind::open ? with_longest_first(all, i) : std::string();
+        if (!sorted.empty() && takes(sorted, name)) {
+            return sorted;
+        }
+    }
+    return {};
+}
+
+// The counted repetition that stands in a group first; "" for none.
+static std::string bounds_in_group(const std::string &pattern) {
+    int open = 0;
+    for (const token &one : tokens_of(pattern)) {
+        open += one.is == kind::open ? 1 : one.is == kind::close ? -1 : 0;
+        if (open > 0 && one.is == kind::times && holds(one.text, ',')) {
+            return one.text;
+        }
+    }
+    return {};
+}
+
+static std::string lost_warning(const std::string &pattern, TRex *expression,
+                                std::string *instead) {
+    const std::string name = lost_name(expression);
+    if (name.empty()) {
+        return {};
+    }
+    const std::string said = "the name " + name + " is not matched, ";
+    *instead = in_order_for(pattern, name);
+    if (!instead->empty()) {
+        return said + "as a bar keeps the first part that matches: the longest belongs in front";
+    }
+    *instead = without_groups(pattern);
+    if (!takes(*instead, name)) {
+        instead->clear();
+    }
+    const std::string bounds = bounds_in_group(pattern);
+    return said + (bounds.empty() ? "though the parts of the pattern would take it"
+                                  : "as " + bounds +
+                                        " inside parentheses takes all there is and gives "
+                                        "nothing back");
+}
+
 // --- All ---
 
 namespace {
@@ -521,13 +772,23 @@ static std::vector<warning> all_warnings(const std::string &pattern, bool with_a
     add(bars, [&] { return advice("(" + pattern + ")", "; put them around it"); });
     if (bars.empty()) {
         add(dead_warning(pattern, *expression), [&] { return dead_advice(pattern); });
-        add(star_warning(*expression),
-            [&] { return advice(without_stars(pattern), "; write + in its place"); });
+        add(star_warning(*expression), [&] { return star_advice(pattern); });
+    }
+    add(repetition_warning(pattern, &instead), write_instead);
+    if (all.empty()) { // else a name is lost by what has been told of
+        add(lost_warning(pattern, expression.get(), &instead), write_instead);
     }
     add(range_warning(pattern, *expression, &instead), write_instead);
-    add(class_warning(pattern), [&] { return class_advice(pattern); });
-    add(repetition_warning(pattern, &instead), write_instead);
-    add(escape_warning(pattern, &instead), write_instead);
+    const std::string classes = class_warning(pattern);
+    add(classes, [&] { return class_advice(pattern); });
+    if (classes.empty()) {
+        add(letter_warning(pattern, &instead), write_instead);
+    }
+    const std::string escapes = escape_warning(pattern, &instead);
+    add(escapes, write_instead);
+    if (escapes.empty()) {
+        add(letter_class_warning(pattern, &instead), write_instead);
+    }
     return all;
 }
 

@@ -19,6 +19,12 @@ namespace quillfence::data_files {
 //   [0-9.[a-z]     a "[" inside a class; also [[:alpha:]]. Not [[], which says what it does
 //   a++ .*?        a second repetition
 //   \Aa a\Z \1     what other libraries know
+//   \x41 \ldsl     letter classes that look like the code of a character, or like a word's first
+//                  letter with a backslash too many
+//   [des]          letters that a class lists singly, which it takes in that case only
+//   ^(a|ab)c       names that the parts of the pattern would take and the pattern does not: with
+//   the
+//                  name, which was matched to find out. Not all such patterns are found
 std::vector<std::string> warnings_about(const std::string &pattern);
 
 } // namespace quillfence::data_files

@@ -17,7 +17,8 @@ class given_source : public source {
     // the whole answer (words.h). Returns why not.
     std::optional<std::string> add(std::string_view name, std::string_view type,
                                    std::string_view value);
-    // The next PTR name of an address, or a word.
+    // The next PTR name of an address, or a word. The address is the one that is asked for: of a
+    // client its session's.
     std::optional<std::string> add_ptr(const std::string &address, std::string_view value);
 
     answer ask(const question &asked) override;

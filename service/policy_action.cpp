@@ -1,9 +1,8 @@
 #include "policy_action.h"
 
 #include <algorithm>
-#include <numeric>
-#include <utility>
 
+#include "near_names.h"
 #include "rule_facts.h"
 
 namespace quillfence::service {
@@ -72,53 +71,19 @@ policy_action action_of(const decision::decision &made, const enforcement &how) 
 
 // --- names of rules -----------------------------------------------------------------------------
 
-// How many letters have to be put in, left out or changed to make the one of the other.
-static size_t edits_between(std::string_view one, std::string_view other) {
-    std::vector<size_t> row(other.size() + 1);
-    std::iota(row.begin(), row.end(), size_t{0});
-    for (size_t i = 0; i < one.size(); ++i) {
-        size_t corner = std::exchange(row[0], i + 1);
-        for (size_t j = 0; j < other.size(); ++j) {
-            const size_t changed = corner + (one[i] != other[j]);
-            corner = row[j + 1];
-            row[j + 1] = std::min({changed, row[j] + 1, row[j + 1] + 1});
-        }
-    }
-    return row.back();
-}
-
 static bool can_refuse(const known_rule &rule) {
     return !rule.whitelist;
 }
 
-// How far a name is from one that might have been meant; nothing when it is no likely one.
-static std::optional<size_t> distance(std::string_view given, std::string_view name) {
-    const size_t edits = edits_between(given, name);
-    if (edits <= std::max<size_t>(2, given.size() / 3)) {
-        return edits;
-    }
-    constexpr size_t least_part = 3;
-    const bool is_part = given.size() >= least_part && name.find(given) != std::string_view::npos;
-    return is_part ? std::optional(edits) : std::nullopt;
-}
-
-// "; near it are: a, b"
-static std::string near_names(std::string_view given) {
-    std::vector<std::pair<size_t, std::string_view>> found;
+static std::string near_rules(std::string_view given) {
+    std::vector<std::string> names;
     for (const known_rule &rule : decision::known_rules()) {
-        const auto far = distance(given, rule.row->name);
-        if (far && can_refuse(rule)) {
-            found.emplace_back(*far, rule.row->name);
+        if (can_refuse(rule)) {
+            names.emplace_back(rule.row->name);
         }
     }
-    std::stable_sort(found.begin(), found.end(),
-                     [](const auto &a, const auto &b) { return a.first < b.first; });
-    constexpr size_t most = 3;
-    std::string text;
-    for (size_t i = 0; i < std::min(found.size(), most); ++i) {
-        text += (i == 0 ? "; did you mean " : " or ") + std::string(found[i].second);
-    }
-    return text.empty() ? "; docs/rules.md lists them" : text + '?';
+    const std::string near = data_files::did_you_mean(data_files::near_names(given, names));
+    return near.empty() ? "; docs/rules.md lists them" : near;
 }
 
 static std::optional<std::string> problem_of(std::string_view name) {
@@ -128,7 +93,7 @@ static std::optional<std::string> problem_of(std::string_view name) {
     const std::span<const known_rule> rules = decision::known_rules();
     const size_t at = decision::rule_number(std::string(name).c_str());
     if (at == rules.size()) {
-        return '"' + as_line(name) + "\" is no rule" + near_names(name);
+        return '"' + as_line(name) + "\" is no rule" + near_rules(name);
     }
     if (!can_refuse(rules[at])) {
         return std::string(name) + " is a whitelist's rule: it exempts and refuses nobody";

@@ -318,7 +318,8 @@ class worker {
     void compare(batch_outcome &outcome, const decision_record &before,
                  const decision_record &after) {
         const batch_comparison &with = *all_.options.compared;
-        outcome.compared = std::make_unique<decision_change>(compare_decisions(before, after));
+        outcome.compared =
+            std::make_unique<decision_change>(compare_decisions(before, after, with.control));
         outcome.judged = true;
         const decision_change &made = *outcome.compared;
         if (with.lines && (made.is_change || (with.other_entries && made.is_other_entry))) {

@@ -32,6 +32,7 @@ struct batch_comparison {
     const frozen_files *configuration = nullptr; // of the side after, as below
     const pattern_line_files *pattern_lines = nullptr;
     const file_substitute *substitutes = nullptr;
+    control_of_sides control{}; // of both; may be unknown
 
     bool lines = true;          // else only what is wrong with an input is written
     bool other_entries = false; // also a line for the same decision by another entry

@@ -10,6 +10,7 @@
 #include "open_file.h"
 #include "pattern_lines.h"
 #include "platform/net.h"
+#include "session.h"
 #include "tar_header.h"
 #include "tar_writer.h"
 #include "text.h"
@@ -29,10 +30,19 @@ struct bundled_file {
     std::optional<std::string> instead{}; // the bytes, when they are not the file's own
 };
 
+// The address that the engine asks block maps for; nothing when it has none to ask for.
+std::optional<uint32_t> asked_of_maps(const transaction &of) {
+    const std::string ip = of.ip ? session_address(*of.ip) : "";
+    const uint32_t address = platform::net_inet_addr(ip.c_str());
+    const bool is_asked = address != 0 && address != 0xFFFFFFFF;
+    return is_asked ? std::optional(address) : std::nullopt;
+}
+
 class bundler {
   public:
     bundler(FILE *to, const test_case &which, const bundle_options &options)
-        : case_(which), options_(options), writer_(to, options.limits) {}
+        : case_(which), options_(options), writer_(to, options.limits),
+          client_(options.cut_maps ? asked_of_maps(which.record.transaction) : std::nullopt) {}
 
     written_bundle run() {
         gather();
@@ -69,6 +79,7 @@ class bundler {
     test_case case_;
     bundle_options options_;
     tar_writer writer_;
+    std::optional<uint32_t> client_; // as the maps were asked, network byte order
     disk_names names_;
     std::set<std::string> folders_;
     std::set<std::string> seen_;
@@ -137,14 +148,16 @@ bool bundler::is_to_be_cut(const std::string &path) const {
 }
 
 void bundler::cut(config_file *consulted, bundled_file *file) {
+    if (!client_) {
+        fail(consulted->path, "can't be cut, since the case has no address that it was asked for");
+        return;
+    }
     std::string digest;
     uint32_t error = data_files::digest_of_file(consulted->path, &digest);
     data_files::open_file map;
     error = error ? error : map.open(consulted->path);
-    const uint32_t address =
-        platform::net_inet_addr(case_.record.transaction.ip.value_or("").c_str());
     if (!error) {
-        file->instead = cut_map(map, address, &error);
+        file->instead = cut_map(map, *client_, &error);
     }
     if (error) {
         fail(consulted->path, error);

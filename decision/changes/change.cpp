@@ -7,6 +7,8 @@
 
 namespace quillfence::decision {
 
+static constexpr char zones_rule[] = "block_rbl_lists";
+
 std::string_view word_of(config_side side) {
     return side == config_side::before ? "before" : "after";
 }
@@ -85,15 +87,15 @@ static config_entry entry_of_decision(const decision_record &record) {
     case decided_by::engine_off:
         return {"c:/quillfence/control/enabled", 0, ""};
     case decided_by::rbl:
-        return {"c:/quillfence/rbl.enabled", 0, record.decision.zone};
+        return {zones_file, 0, record.decision.zone};
     default:
         return entry_of_source(source_of_decision(record));
     }
 }
 
-// The rule that decided; where something was missing the first one that lacked it.
+// The rule that decided; where none could the first one that is undecided.
 static const rule_record *rule_of_decision(const decision_record &record) {
-    if (record.decision.by != decided_by::missing) {
+    if (record.decision.by != decided_by::missing && record.decision.by != decided_by::error) {
         return find_rule(record, record.decision.rule);
     }
     const auto found =
@@ -132,31 +134,81 @@ static bool consults_map(const decision_record &record, const std::string &map) 
                        [&](const block_map_record &one) { return one.map == map; });
 }
 
+static bool lacks_answer(const decision_record &record, const std::string &zone) {
+    return std::any_of(record.dns_block_lists.begin(), record.dns_block_lists.end(),
+                       [&](const dns_block_list_record &one) {
+                           return one.zone == zone && one.is == outcome::undecided;
+                       });
+}
+
+// The one DNS block list that is not answered for here, and is answered for or not asked there;
+// null when there are more, or none.
+static const std::string *zone_in_doubt(const decision_record &here, const decision_record &there) {
+    const std::string *found = nullptr;
+    for (const dns_block_list_record &one : here.dns_block_lists) {
+        if (one.is == outcome::undecided && !lacks_answer(there, one.zone)) {
+            if (found) {
+                return nullptr;
+            }
+            found = &one.zone;
+        }
+    }
+    return found;
+}
+
 static config_side opposite(config_side side) {
     return side == config_side::before ? config_side::after : config_side::before;
 }
 
-static change_cause cause_of(const decision_record &before, const decision_record &after) {
+// What the deciding side has and the other one lacks; nothing where the rule needs no entry.
+static config_entry entry_behind(const decision_record &first, const decision_record &other,
+                                 const std::string &rule) {
+    const rule_record *const there = find_rule(other, rule);
+    if (there && there->decision == outcome::not_enabled) {
+        return {rules_file, 0, rule};
+    }
+    if (first.decision.by == decided_by::block_map) {
+        const block_map_record *const map = map_that_hit(first);
+        if (map && !consults_map(other, map->map)) {
+            return {maps_file, 0, map->map};
+        }
+    }
+    if (first.decision.by == decided_by::missing && rule == zones_rule) {
+        const std::string *const zone = zone_in_doubt(first, other);
+        return zone ? config_entry{zones_file, 0, *zone} : config_entry();
+    }
+    return entry_of_decision(first);
+}
+
+static bool is_control_file(const std::string &file) {
+    return file == rules_file || file == maps_file || file == zones_file;
+}
+
+// Of a name in a control file the record has not told the place.
+static void add_place(config_entry *to, const control_lines *lines) {
+    if (lines && is_control_file(to->file)) {
+        to->place = lines->line_of(to->file, to->text);
+    }
+}
+
+static change_cause cause_of(const decision_record &before, const decision_record &after,
+                             const control_of_sides &control) {
     const config_side side = step_of_decision(after) <= step_of_decision(before)
                                  ? config_side::after
                                  : config_side::before;
-    const decision_record &first = side == config_side::after ? after : before;
-    const decision_record &other = side == config_side::after ? before : after;
+    const bool came = side == config_side::after;
+    const decision_record &first = came ? after : before;
+    const decision_record &other = came ? before : after;
     const rule_record *const rule = rule_of_decision(first);
     const std::string name = rule ? rule->rule : first.decision.rule;
     const rule_record *const there = find_rule(other, name);
-    if (there && there->decision == outcome::not_enabled) {
-        return {side, name, {"c:/quillfence/control/rules.enabled", 0, name}};
-    }
-    const block_map_record *const map =
-        first.decision.by == decided_by::block_map ? map_that_hit(first) : nullptr;
-    if (map && !consults_map(other, map->map)) {
-        return {side, name, {"c:/quillfence/control/bms.enabled", 0, map->map}};
-    }
-    if (const source *const saved = there ? exempting(*there) : nullptr) {
+    const bool ran = there && there->decision != outcome::not_enabled;
+    if (const source *const saved = ran ? exempting(*there) : nullptr) {
         return {opposite(side), name, entry_of_source(*saved)};
     }
-    return {side, name, entry_of_decision(first)};
+    change_cause cause = {side, name, entry_behind(first, other, name)};
+    add_place(&cause.entry, came ? control.after : control.before);
+    return cause;
 }
 
 // --- all of it ----------------------------------------------------------------------------------
@@ -201,7 +253,8 @@ static decided_side side_of(const decision_record &record) {
     return {record.decision, source_of_decision(record)};
 }
 
-decision_change compare_decisions(const decision_record &before, const decision_record &after) {
+decision_change compare_decisions(const decision_record &before, const decision_record &after,
+                                  const control_of_sides &control) {
     const decision &was = before.decision;
     const decision &is = after.decision;
     decision_change made;
@@ -219,7 +272,7 @@ decision_change compare_decisions(const decision_record &before, const decision_
         made.extra = before.extra;
         made.before = side_of(before);
         made.after = side_of(after);
-        made.cause = cause_of(before, after);
+        made.cause = cause_of(before, after, control);
     }
     return made;
 }

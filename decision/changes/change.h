@@ -9,17 +9,11 @@
 #include <string_view>
 #include <vector>
 
+#include "config_entry.h"
+#include "control_lines.h"
 #include "decision_record.h"
 
 namespace quillfence::decision {
-
-// A line, or another element, of a file of the configuration.
-struct config_entry {
-    std::string file;   // "" when no file is behind it
-    uint32_t place = 0; // a list's line, a range's record, an expression's number; 0: unknown
-    std::string text;   // "" for the file as a whole
-    bool operator==(const config_entry &) const = default;
-};
 
 enum class config_side : uint8_t { before, after };
 std::string_view word_of(config_side side); // "before", "after"
@@ -27,7 +21,8 @@ std::string_view word_of(config_side side); // "before", "after"
 // What made the difference. The decision is made by what comes first; so it is the earlier one of
 // both deciding entries: it came with the side where it stands alone, or went with it. Where the
 // other side has it and something else kept it from deciding, it is that: an entry that saved a
-// name, or the line that enables the rule or the block map.
+// name, or the line that enables the rule or the block map. Where an answer is missing of one DNS
+// block list, it is that list's line.
 struct change_cause {
     config_side side = config_side::after; // where it stands
     std::string rule;                      // that decided there
@@ -59,7 +54,15 @@ struct decision_change {
     change_cause cause;
 };
 
-decision_change compare_decisions(const decision_record &before, const decision_record &after);
+// Where the names in the control files stand on each side; without it the places of such entries
+// are unknown. Borrowed.
+struct control_of_sides {
+    const control_lines *before = nullptr;
+    const control_lines *after = nullptr;
+};
+
+decision_change compare_decisions(const decision_record &before, const decision_record &after,
+                                  const control_of_sides &control = {});
 
 // The place and the text of a source.
 config_entry entry_of_source(const source &of);

@@ -1,25 +1,11 @@
 #include "entry_hits.h"
 
 #include <algorithm>
+#include <utility>
+
+#include "change.h"
 
 namespace quillfence::decision {
-
-static constexpr char rules_file[] = "c:/quillfence/control/rules.enabled";
-static constexpr char maps_file[] = "c:/quillfence/control/bms.enabled";
-static constexpr char zones_file[] = "c:/quillfence/rbl.enabled";
-
-// --- where names stand --------------------------------------------------------------------------
-
-control_lines::control_lines(const std::vector<config_entry> &entries) {
-    for (const config_entry &entry : entries) {
-        lines_.try_emplace({entry.file, entry.text}, entry.place); // the first one
-    }
-}
-
-uint32_t control_lines::line_of(const std::string &file, const std::string &name) const {
-    const auto found = lines_.find({file, name});
-    return found == lines_.end() ? 0 : found->second;
-}
 
 // --- what matched -------------------------------------------------------------------------------
 

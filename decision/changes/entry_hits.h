@@ -6,26 +6,17 @@
 // more with the entry left out.
 #pragma once
 
-#include <map>
-#include <string>
-#include <utility>
 #include <vector>
 
-#include "change.h"
+#include "config_entry.h"
+#include "control_lines.h"
+#include "decision_record.h"
 
 namespace quillfence::decision {
 
-// Where the names of the control files stand, since a record does not tell.
-class control_lines {
-  public:
-    explicit control_lines(const std::vector<config_entry> &entries);
-    // The first line that holds exactly this; 0 for none.
-    uint32_t line_of(const std::string &file, const std::string &name) const;
-
-  private:
-    std::map<std::pair<std::string, std::string>, uint32_t> lines_;
-};
-
+// Asked for are verdicts that there are: of a transaction that is undecided with all entries in
+// place it is not counted which of them keeps it so. Nor does a declaration of networks count that
+// lets a client pass whom another one of the same domain, behind it, would not.
 struct entry_hit {
     config_entry entry;
     bool decided = false;    // the verdict rests on it

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
+#include <utility>
 
 #include "consulted_files.h"
 #include "near_misses.h"
@@ -135,11 +136,13 @@ void collector::run::clear() {
     looked_at = 0;
     names.clear();
     lists.clear();
+    blurred.clear();
     reason.clear();
     sender_networks.clear();
     dns.clear();
     zone_begin = 0;
     failure.clear();
+    latest_failure.clear();
     answer_missing = false;
     ptr_cache = resolves_unknown;
     empty_hook = false;
@@ -194,10 +197,10 @@ void collector::note_outcome(rule_record &rule, outcome is) {
     case phase::rules:
     case phase::maps:
     case phase::zones:
-        if (is == outcome::undecided) {
+        // A whitelist is asked twice, the second time for the recipient's own.
+        if (is == outcome::undecided && rule.decision != outcome::undecided) {
             keep_doubt(rule, !current.failure.empty());
         }
-        // A whitelist is asked twice, the second time for the recipient's own.
         if (rule.decision != outcome::undecided || is == outcome::exempt) {
             rule.decision = is;
         }
@@ -223,15 +226,27 @@ void collector::end_run(bool hit) {
         rule.decision = outcome::not_reached;
     }
     note_outcome(rule, is);
-    bool &described = state_of(rule).described;
-    const bool again = at == phase::exemption && described;
-    if (again && !hit) {
-        rule.looked_at = rule.looked_at.value_or(0) + current.looked_at;
-    } else if (again || !described) {
+    rule_state &state = state_of(rule);
+    if (at == phase::exemption) {
+        join_runs(state);
+    }
+    if (at == phase::exemption || !state.described) {
         describe(rule, is, hit);
-        described = true;
+        state.described = true;
     }
     current.rule = nullptr; // all else is forgotten when the next one begins
+}
+
+// A whitelist is asked once more where the recipient has a folder of lists; what is said of it
+// then speaks of both times.
+void collector::join_runs(rule_state &state) {
+    state.any_there = current.any_there |= state.any_there;
+    state.looked_at = current.looked_at += state.looked_at;
+    if (state.failure.empty()) {
+        state.failure = current.failure;
+    } else {
+        current.failure = state.failure;
+    }
 }
 
 static std::optional<std::string> judged_text(const smtp_state *session, judged about) {
@@ -359,9 +374,21 @@ bool collector::is_to_be_described(const rule_record &rule) const {
     return options.quiet_rules || known(rule).whitelist || !is_last || is_told_briefly(rule);
 }
 
+static std::string without_white_space_behind(const std::string &name) {
+    return name.substr(0, name.find_last_not_of(" \t\r\v\f") + 1);
+}
+
+static near_miss miss_of(const list_source &blurred) {
+    return {"trailing_blank", "ends in white space, which belongs to the name", blurred};
+}
+
+// is: of this run alone.
 void collector::describe(rule_record &rule, outcome is, bool hit) {
     if (is_to_be_described(rule)) {
-        describe_at_length(rule, is, hit);
+        describe_at_length(rule, hit);
+        if (options.near_misses && is == outcome::no_hit) {
+            add_near_misses(rule);
+        }
     }
     // Notes and other rules go by these.
     rule.exempted_by = std::move(current.exempted_by);
@@ -369,8 +396,8 @@ void collector::describe(rule_record &rule, outcome is, bool hit) {
     rule.dns = current.dns;
 }
 
-void collector::describe_at_length(rule_record &rule, outcome is, bool hit) {
-    rule.reason = reason_of_run(is, hit);
+void collector::describe_at_length(rule_record &rule, bool hit) {
+    rule.reason = reason_of_run(outcome_of_run(hit), hit);
     rule.fact = current.facts ? fact_name(current.facts->about) : "";
     rule.value = value_of_run();
     rule.from = hit ? current.from : source();
@@ -379,21 +406,24 @@ void collector::describe_at_length(rule_record &rule, outcome is, bool hit) {
     }
     if (options.times) {
         const auto passed = std::chrono::steady_clock::now() - current.begin;
-        rule.us = static_cast<uint32_t>(
-            std::chrono::duration_cast<std::chrono::microseconds>(passed).count());
-    }
-    if (options.near_misses && is == outcome::no_hit) {
-        add_near_misses(rule);
+        rule.us = rule.us.value_or(0) +
+                  static_cast<uint32_t>(
+                      std::chrono::duration_cast<std::chrono::microseconds>(passed).count());
     }
 }
 
 void collector::add_near_misses(rule_record &rule) {
-    const call_scope quiet(nullptr);
+    call_context unheard{.substitutes = options.substitutes};
+    const call_scope quiet(&unheard);
     for (const std::string &path : current.lists) {
         for (const data_files::near_entry &near : data_files::near_entries(path, rule.value)) {
             rule.near_misses.push_back(
                 {near.what, near.text, list_source{near.file, near.line, near.entry, ""}});
         }
+    }
+    const size_t most = std::min(current.blurred.size(), data_files::most_near_entries);
+    for (size_t i = 0; i < most; ++i) {
+        rule.near_misses.push_back(miss_of(current.blurred[i]));
     }
 }
 
@@ -614,7 +644,8 @@ void collector::on(const map_lookup &fact) {
     if (map.map.empty()) {
         return; // behind the last line end of the list of maps
     }
-    map.missing = !fact.existed;
+    const std::string failure = std::exchange(current.latest_failure, {});
+    map.missing = !fact.existed && failure.empty();
     if (fact.listed) {
         map.is = outcome::hit;
         map.level = fact.level;
@@ -622,7 +653,7 @@ void collector::on(const map_lookup &fact) {
         if (!current.from.index()) {
             current.from = block_map_source{map.map, map.level, map.network};
         }
-    } else if (fact.existed && !fact.level) {
+    } else if (!failure.empty() || (fact.existed && !fact.level)) {
         map.is = outcome::undecided;
     }
     current.counted = true;
@@ -634,6 +665,9 @@ void collector::on(const map_lookup &fact) {
     maps_known |= at != phase::report;
     const auto same = [&](const block_map_record &other) { return other.map == map.map; };
     if (std::none_of(record.block_maps.begin(), record.block_maps.end(), same)) {
+        if (!failure.empty()) { // the rule's reason names one at most
+            record.notes.push_back({"warning", failure});
+        }
         record.block_maps.push_back(std::move(map));
     }
 }
@@ -651,8 +685,24 @@ void collector::on(const sender_network_search &fact) {
     current.sender_networks = "the client is in the networks declared for " + domain;
 }
 
+// Of a file with CR LF at its ends of lines these are all names.
+void collector::keep_blurred_names(const selection_load &fact,
+                                   std::vector<list_source> *names) const {
+    uint32_t line = 0;
+    for (const vc_list_entry *entry = fact.names; entry && options.near_misses;
+         entry = entry->next) {
+        ++line;
+        const std::string name = text_of(static_cast<const char *>(entry->data));
+        const std::string meant = without_white_space_behind(name);
+        if (!meant.empty() && meant != name) {
+            names->push_back({text_of(fact.path), line, name, ""});
+        }
+    }
+}
+
 void collector::on(const selection_load &fact) {
     if (std::strcmp(fact.what, "rules") != 0) {
+        keep_blurred_names(fact, &current.blurred);
         if (!fact.names) {
             current.reason = text_of(fact.path) + " names no list to ask";
         }
@@ -665,6 +715,7 @@ void collector::on(const selection_load &fact) {
     built_in_rules = fact.built_in;
     selection_path = text_of(fact.path);
     if (!built_in_rules) {
+        keep_blurred_names(fact, &blurred_rules);
         return;
     }
     for (const vc_list_entry *entry = fact.names; entry; entry = entry->next) {
@@ -720,6 +771,7 @@ void collector::on(const look_failure &fact) {
     if (kept.empty()) {
         kept = text;
     }
+    current.latest_failure = text;
 }
 
 void collector::on(const error_line_fact &fact) {
@@ -763,6 +815,11 @@ void collector::describe_absence(rule_record &rule) const {
             rule.from = built_in_source{"", selection_names};
         } else {
             rule.from = file_source{selection_path, 0};
+        }
+        for (const list_source &blurred : blurred_rules) {
+            if (without_white_space_behind(blurred.entry) == rule.rule) {
+                rule.near_misses.push_back(miss_of(blurred));
+            }
         }
     } else if (rule.decision == outcome::never) {
         rule.reason = known(rule).row->check ? "the engine has no such list"

@@ -94,12 +94,14 @@ class collector {
         uint32_t looked_at = 0;
         bool any_there = false; // one of the files that were searched exists
         std::vector<name_match> names;
-        std::vector<std::string> lists; // that were searched without a match
-        std::string reason;             // the engine's words
-        std::string sender_networks;    // what they say
+        std::vector<std::string> lists;   // that were searched without a match
+        std::vector<list_source> blurred; // names of what to ask that end in white space
+        std::string reason;               // the engine's words
+        std::string sender_networks;      // what they say
         std::vector<uint32_t> dns;
-        size_t zone_begin = 0; // of dns: the questions of the current zone
-        std::string failure;
+        size_t zone_begin = 0;      // of dns: the questions of the current zone
+        std::string failure;        // the first one
+        std::string latest_failure; // since the last block map
         bool answer_missing = false;
         uint32_t ptr_cache = resolves_unknown;
         bool empty_hook = false;
@@ -112,6 +114,10 @@ class collector {
     struct rule_state {
         bool described = false; // its details are there
         fact_set withheld = 0;  // what is missing for it to be run
+        // Of a whitelist's runs so far.
+        bool any_there = false;
+        uint32_t looked_at = 0;
+        std::string failure;
     };
 
     template <class Fact>
@@ -144,11 +150,13 @@ class collector {
     void note_outcome(rule_record &rule, outcome is);
     bool is_to_be_described(const rule_record &rule) const;
     void describe(rule_record &rule, outcome is, bool hit);
-    void describe_at_length(rule_record &rule, outcome is, bool hit);
+    void join_runs(rule_state &state);
+    void describe_at_length(rule_record &rule, bool hit);
     void describe_absence(rule_record &rule) const;
     std::string reason_of_run(outcome is, bool hit) const;
     std::string value_of_run() const;
     void add_near_misses(rule_record &rule);
+    void keep_blurred_names(const selection_load &fact, std::vector<list_source> *names) const;
     void use_answer(uint32_t number);
     uint32_t keep_answer(const dns_question &fact);
     void note_answers();
@@ -177,6 +185,7 @@ class collector {
     bool built_in_rules = false;
     std::string selection_path;
     std::string selection_names;
+    std::vector<list_source> blurred_rules; // of the enabled rules' names
     std::vector<doubt> decision_doubts;
     std::string phase_failure;
     bool phase_missing = false;

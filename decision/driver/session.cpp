@@ -56,6 +56,13 @@ session session_of(const transaction &from) {
     return made;
 }
 
+std::string session_address(const std::string &ip) {
+    transaction from;
+    from.ip = ip;
+    const session made = session_of(from);
+    return made ? made->ip : "";
+}
+
 bool complete_session(smtp_state *state, fact_set missing) {
     if (missing & fact_ip) {
         state->rdns_resolves = resolves_tempfail;

@@ -3,9 +3,14 @@
 //   2026-11-22 04:51:13 1abcDE-000123-4F <= a@b H=name (helo) [192.0.2.1]:4711 P=esmtps ...
 //   2026-11-22 04:51:13 H=(helo) [192.0.2.1] F=<a@b> rejected RCPT <c@d>: reason
 //
-// in local time unless Exim was told otherwise. Where a name stands without a HELO behind it, the
-// HELO may have been the same or missing: it is not known. Which protocol a message came by tells
-// of TLS and of authentication.
+// in local time unless Exim was told otherwise. Behind the moment may stand its milliseconds, the
+// time zone and the process, as in "2026-11-22 04:51:13.123 +0000 [77] ", and at the end of an
+// arrival the recipients: " for c@d e@f".
+//
+// Addresses and HELO stand there as they came, also bytes above 0x7F: Exim escapes only what it
+// puts in quotes (T="\303\266"), so that a backslash in an address is the client's own. Where a
+// name stands without a HELO behind it, the HELO may have been the same or missing: it is not
+// known. Which protocol a message came by tells of TLS and of authentication.
 #include <algorithm>
 
 #include "input_formats.h"
@@ -136,6 +141,42 @@ void take_words(std::string_view *rest, transaction *of) {
     }
 }
 
+// --- who a message is for ---
+
+// The end of the local part: of a quoted one, behind the quote; npos for one without end.
+size_t end_of_local_part(std::string_view text) {
+    if (!text.starts_with('"')) {
+        return text.find_first_of("@ \"<>");
+    }
+    for (size_t at = 1; at < text.size(); ++at) {
+        if (text[at] == '"') {
+            return at + 1;
+        }
+        at += text[at] == '\\';
+    }
+    return std::string_view::npos;
+}
+
+// Whether a text is one address, with a domain, and nothing else.
+bool is_one_address(std::string_view text) {
+    const size_t at = end_of_local_part(text);
+    return at != 0 && at < text.size() - 1 && text[at] == '@' &&
+           text.find_first_of(" \"<>", at) == std::string_view::npos;
+}
+
+// The recipient, when the line ends in " for " and one address. Other words that hold such a text
+// end in a quote or a bracket, or have words behind them.
+std::optional<std::string> only_recipient(std::string_view text) {
+    static constexpr std::string_view mark = " for ";
+    for (size_t at = text.find(mark); at != std::string_view::npos; at = text.find(mark, at + 1)) {
+        const std::string_view rest = text.substr(at + mark.size());
+        if (is_one_address(rest)) {
+            return std::string(rest);
+        }
+    }
+    return std::nullopt;
+}
+
 // --- the two kinds of lines ---
 
 // "a@b H=..."
@@ -166,6 +207,7 @@ input_result read_arrival(std::string_view text) {
     read.transaction.helo = client.helo;
     take_port(&client.rest, &read.transaction);
     take_words(&client.rest, &read.transaction);
+    read.transaction.recipient = only_recipient(client.rest);
     return {std::move(read), {}};
 }
 
@@ -245,14 +287,27 @@ std::string_view take_front(std::string_view *text) {
     return word;
 }
 
+// The moment and a blank off the front; "" when there is none.
+std::string_view take_moment(std::string_view *text) {
+    const size_t end = text->find(' ', log_moment_size);
+    if (end == std::string_view::npos || !is_log_moment(text->substr(0, log_moment_size))) {
+        return {};
+    }
+    const std::string_view moment = text->substr(0, end);
+    const std::string_view fraction = moment.substr(log_moment_size);
+    if (!fraction.empty() && (fraction[0] != '.' || !is_number(fraction.substr(1)))) {
+        return {};
+    }
+    text->remove_prefix(end + 1);
+    return moment;
+}
+
 std::optional<log_line> line_of(std::string_view text) {
     log_line line;
-    line.moment = text.substr(0, log_moment_size);
-    if (!is_log_moment(line.moment) || text.size() <= log_moment_size ||
-        text[log_moment_size] != ' ') {
+    line.moment = take_moment(&text);
+    if (line.moment.empty()) {
         return std::nullopt;
     }
-    text.remove_prefix(log_moment_size + 1);
     std::string_view rest = text;
     std::string_view word = take_front(&rest);
     if (is_zone(word)) {

@@ -1,4 +1,6 @@
-// A request of Postfix's policy delegation protocol.
+// A request of Postfix's policy delegation protocol. Every request has all attributes; what the
+// SMTP session has not come to yet stands there as an empty text, so that the stage tells which of
+// them are facts.
 #include <algorithm>
 
 #include "input_formats.h"
@@ -12,6 +14,41 @@ struct attribute {
     std::string_view value;
 };
 
+enum class recipients : uint8_t { none, single, one };
+
+// What a request of a stage tells.
+struct stage_facts {
+    std::string_view stage;
+    bool has_sender;
+    // Of several recipients Postfix names none; one that it names beside a count of others is not
+    // judged alone.
+    recipients told;
+    // Whether an empty HELO, user or encryption is one that the client did without. Earlier it may
+    // still give them.
+    bool is_settled;
+};
+
+constexpr stage_facts stages[] = {
+    {"CONNECT", false, recipients::none, false},
+    {"HELO", false, recipients::none, false},
+    {"EHLO", false, recipients::none, false},
+    {"VRFY", false, recipients::none, false}, // its address is not one that mail is sent to
+    {"ETRN", false, recipients::none, false},
+    {"MAIL", true, recipients::none, true},
+    {"RCPT", true, recipients::one, true},
+    {"DATA", true, recipients::single, true},
+    {"END-OF-MESSAGE", true, recipients::single, true},
+};
+// Of a stage that is not known, what is not empty.
+constexpr stage_facts unknown_stage = {"", true, recipients::one, false};
+
+const stage_facts &facts_of_stage(std::string_view stage) {
+    const auto *const found =
+        std::find_if(std::begin(stages), std::end(stages),
+                     [stage](const stage_facts &one) { return one.stage == stage; });
+    return found == std::end(stages) ? unknown_stage : *found;
+}
+
 class policy_request {
   public:
     input_result read(std::string_view unit);
@@ -23,7 +60,9 @@ class policy_request {
     const attribute *find(std::string_view name) const;
     std::optional<std::string> text(std::string_view name) const;
     std::optional<std::string> known_text(std::string_view name) const;
-    std::optional<bool> is_submission() const;
+    std::optional<std::string> text_or_none(std::string_view name, bool empty_is_a_fact) const;
+    std::optional<bool> is_submission(const std::optional<std::string> &user) const;
+    std::optional<std::string> recipient(recipients told) const;
     void take_facts(transaction *of) const;
     void take_others(std::vector<extra_member> *extra) const;
 
@@ -98,31 +137,44 @@ std::optional<std::string> policy_request::known_text(std::string_view name) con
                : std::nullopt;
 }
 
+std::optional<std::string> policy_request::text_or_none(std::string_view name,
+                                                        bool empty_is_a_fact) const {
+    std::optional<std::string> value = text(name);
+    return value && value->empty() && !empty_is_a_fact ? std::nullopt : value;
+}
+
 // Users of this server are judged as its own: whoever authenticated, or came in by the submission
 // service.
-std::optional<bool> policy_request::is_submission() const {
+std::optional<bool> policy_request::is_submission(const std::optional<std::string> &user) const {
     const attribute *const context = find("policy_context");
-    const attribute *const user = find("sasl_username");
-    if ((context && context->value == "submission") || (user && !user->value.empty())) {
+    if ((context && context->value == "submission") || (user && !user->empty())) {
         return true;
     }
     return user ? std::optional(false) : std::nullopt;
 }
 
+// No mail goes to an empty one.
+std::optional<std::string> policy_request::recipient(recipients told) const {
+    const std::string count = text("recipient_count").value_or("");
+    const bool is_alone = told == recipients::one || count.empty() || count == "1";
+    return told != recipients::none && is_alone ? text_or_none("recipient", false) : std::nullopt;
+}
+
 void policy_request::take_facts(transaction *of) const {
+    of->stage = text("protocol_state").value_or(of->stage);
+    const stage_facts &facts = facts_of_stage(of->stage);
     of->ip = known_text("client_address");
     of->port = known_text("client_port");
-    if (const attribute *const protocol = find("encryption_protocol")) {
-        of->tls = !protocol->value.empty();
+    if (const auto protocol = text_or_none("encryption_protocol", facts.is_settled)) {
+        of->tls = !protocol->empty();
     }
-    of->authuser = text("sasl_username");
-    of->mua = is_submission();
-    of->helo = text("helo_name");
-    of->sender = text("sender");
-    of->recipient = text("recipient");
-    if (const attribute *const state = find("protocol_state")) {
-        of->stage = state->value;
+    of->authuser = text_or_none("sasl_username", facts.is_settled);
+    of->mua = is_submission(of->authuser);
+    of->helo = text_or_none("helo_name", facts.is_settled);
+    if (facts.has_sender) {
+        of->sender = text_or_none("sender", facts.is_settled);
     }
+    of->recipient = recipient(facts.told);
 }
 
 void policy_request::take_others(std::vector<extra_member> *extra) const {
@@ -145,7 +197,7 @@ input_result policy_request::read(std::string_view unit) {
     }
     input_transaction read;
     take_facts(&read.transaction);
-    if (!read.transaction.ip && !read.transaction.sender && !read.transaction.recipient) {
+    if (!read.transaction.ip && !find("sender") && !find("recipient")) {
         return refused("the request names neither client_address nor sender nor recipient");
     }
     read.id = text("instance").value_or("");

@@ -21,13 +21,18 @@ struct sigaction before[signal_count];
 int wakening[2] = {-1, -1}; // a pipe that has a byte once a wish has come
 std::atomic<bool> noted;
 
-void on_signal(int) {
+// A second signal finds what was there before in place again.
+void on_signal(int signal) {
     const int number = errno;
+    for (int i = 0; i < signal_count; ++i) {
+        if (signals[i] == signal) {
+            sigaction(signal, &before[i], nullptr);
+        }
+    }
     interruption_note();
     errno = number;
 }
 
-// A second signal finds the system's own action in place again.
 void listen_to(int signal, struct sigaction *old) {
     sigaction(signal, nullptr, old);
     if (old->sa_handler == SIG_IGN) {
@@ -35,7 +40,7 @@ void listen_to(int signal, struct sigaction *old) {
     }
     struct sigaction wanted {};
     wanted.sa_handler = on_signal;
-    wanted.sa_flags = SA_RESTART | static_cast<int>(SA_RESETHAND);
+    wanted.sa_flags = SA_RESTART;
     sigemptyset(&wanted.sa_mask);
     sigaction(signal, &wanted, nullptr);
 }

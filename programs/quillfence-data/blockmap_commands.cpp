@@ -54,8 +54,11 @@ static command build_command() {
     return {
         .name = "build",
         .description = "Make a block map of a list of addresses",
-        .options = {{"CIDRS", &options->addresses, "The list; - for standard input"},
-                    {"OUT", &options->out, "The block map to write"},
+        .options = {{"CIDRS",
+                     &options->addresses,
+                     "The list; - for standard input",
+                     {.check = not_empty()}},
+                    {"OUT", &options->out, "The block map to write", {.check = not_empty()}},
                     {"--keep-going", &options->keep_going,
                      "Leave wrong lines out and write the others"}},
         .footer = R"(Lines of the list, in any order:
@@ -143,7 +146,7 @@ static command dump_command() {
     return {
         .name = "dump",
         .description = "Print what a block map lists",
-        .options = {{"FILE", &options->file, "The block map"},
+        .options = {{"FILE", &options->file, "The block map", {.check = not_empty()}},
                     {"--json", &options->json, "Write a JSON object"}},
         .footer =
             R"(The fewest networks and addresses that make up the map, in order. Building a map of
@@ -250,7 +253,7 @@ static command test_command() {
     return {
         .name = "test",
         .description = "Tell whether addresses are listed",
-        .options = {{"FILE", &options->file, "The block map"},
+        .options = {{"FILE", &options->file, "The block map", {.check = not_empty()}},
                     {"IP", &options->addresses,
                      "IPv4 addresses; - reads them from standard input, one a line"},
                     {"--json", &options->json, "Write a JSON object"}},

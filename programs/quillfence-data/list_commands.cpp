@@ -3,13 +3,16 @@
 #include <algorithm>
 #include <iostream>
 #include <memory>
+#include <set>
 #include <utility>
 #include <vector>
 
 #include "bulk_input.h"
 #include "command_line.h"
 #include "engine_messages.h"
+#include "folder.h"
 #include "list_files.h"
+#include "list_line.h"
 #include "list_search.h"
 #include "text.h"
 #include "vc_text.h"
@@ -18,17 +21,42 @@ namespace quillfence::data_tool {
 
 // --- editing ---
 
-static std::string list_path(const list_edit_arguments &arguments) {
-    return joined(arguments.directory, arguments.list);
+namespace {
+
+// A list that is to be edited.
+struct edited_list {
+    const configuration_file *known; // null for one that the engine does not read
+    std::string name;                // in its folder
+    std::string path;
+};
+
+} // namespace
+
+// The engine's file of this name, whose letter case does not count, as it doesn't for the engine.
+static const configuration_file *catalogued(const std::string &name) {
+    for (const configuration_file &file : configuration_files) {
+        if (_stricmp(path_in_base(file), name.c_str()) == 0) {
+            return &file;
+        }
+    }
+    return nullptr;
+}
+
+// The file that the engine would read for the list, and not another one beside it.
+static edited_list list_in(const std::string &directory, const std::string &name) {
+    const configuration_file *const known = catalogued(name);
+    std::string found = known ? name_below(directory, path_in_base(*known)) : name;
+    std::string path = joined(directory, found);
+    return {.known = known, .name = std::move(found), .path = std::move(path)};
 }
 
 // Throws what the engine's operation answers: null on success. A success that it complained about
 // may be none, such as when it could not see whether there is a list.
-static void fail_with(const list_edit_arguments &arguments, const char *answer,
+static void fail_with(const edited_list &list, const std::string &entry, const char *answer,
                       engine_messages *messages) {
     const std::string reason = messages->take();
     if (answer || !reason.empty()) {
-        throw failure(list_path(arguments) + ": " + printable(arguments.entry) + ": " +
+        throw failure(list.path + ": " + printable(entry) + ": " +
                       (answer ? answer : "perhaps not done, look at the list") +
                       (reason.empty() ? "" : " (" + reason + ')'));
     }
@@ -43,7 +71,7 @@ static std::string why_no_line(const std::string &text) {
     return {};
 }
 
-static std::string why_no_entry(const std::string &list_name, const std::string &entry) {
+static std::string why_no_entry(const edited_list &list, const std::string &entry) {
     if (entry.size() > longest_entry) {
         return "has more than " + std::to_string(longest_entry) + " characters";
     }
@@ -53,8 +81,7 @@ static std::string why_no_entry(const std::string &list_name, const std::string 
     if (std::string problem = why_no_line(entry); !problem.empty()) {
         return problem;
     }
-    const configuration_file *const list = find_list_file(list_name);
-    return list ? why_useless(list->kind, entry) : std::string();
+    return list.known ? why_useless(list.known->kind, entry) : std::string();
 }
 
 static void write_matches(const found_entries &all, const std::string &value, std::ostream &out) {
@@ -109,16 +136,6 @@ exit_status list_find(const list_find_arguments &arguments, std::ostream &out) {
     return all.matches.empty() ? exit_status::no : exit_status::done;
 }
 
-// Names are compared without regard to case, as the file system of the server does.
-static const configuration_file *catalogued(const std::string &name) {
-    for (const configuration_file &file : configuration_files) {
-        if (_stricmp(path_in_base(file), name.c_str()) == 0) {
-            return &file;
-        }
-    }
-    return nullptr;
-}
-
 // Control files have lines, too, but the line editor must not touch a binary file.
 static bool has_lines(const configuration_file &file) {
     switch (file.kind) {
@@ -132,43 +149,73 @@ static bool has_lines(const configuration_file &file) {
     }
 }
 
-static std::string why_no_list(const std::string &name, bool force) {
-    const configuration_file *const file = catalogued(name);
-    if (file ? has_lines(*file) : force) {
+static std::string why_no_list(const edited_list &list, bool force) {
+    if (list.known ? has_lines(*list.known) : force) {
         return {};
     }
-    if (file) {
+    if (list.known) {
         return "is no list of lines";
     }
     std::string names;
-    for (const configuration_file &list : list_files()) {
-        names += (names.empty() ? "" : ", ") + std::string(path_in_base(list));
+    for (const configuration_file &one : list_files()) {
+        names += (names.empty() ? "" : ", ") + std::string(path_in_base(one));
     }
     return "nobody reads a list of this name; the engine's lists are " + names +
            " (--force adds to it all the same)";
 }
 
-exit_status list_add(const list_edit_arguments &arguments, std::ostream &out) {
-    if (const std::string why = why_no_list(arguments.list, arguments.force); !why.empty()) {
-        throw failure(list_path(arguments) + ": " + why);
+// The entries of the opposite list in lower case, where the engine's edit, to which both lists have
+// their names of the catalogue, would pass that list over: it is there in other letters, or this
+// one is.
+static std::set<std::string> opposites_out_of_sight(const std::string &directory,
+                                                    const edited_list &list) {
+    std::set<std::string> entries;
+    if (!list.known || !list.known->opposite) {
+        return entries;
     }
-    std::string problem = why_no_entry(arguments.list, arguments.entry);
+    const std::string opposite = name_below(directory, list.known->opposite);
+    const std::string path = joined(directory, opposite);
+    if ((list.name == path_in_base(*list.known) && opposite == list.known->opposite) ||
+        !may_be_file(path)) {
+        return entries;
+    }
+    std::string bytes;
+    if (const uint32_t error = read_file(path, &bytes)) {
+        throw failure(file_error(path, error));
+    }
+    for (const text_line &line : lines_of(bytes)) {
+        const std::string_view text = line.text.substr(0, line.text.find_last_not_of('\r') + 1);
+        entries.insert(lower(pattern_of_line(std::string(text).c_str())));
+    }
+    return entries;
+}
+
+static const char *add_entry(const list_edit_arguments &arguments, const edited_list &list) {
+    if (opposites_out_of_sight(arguments.directory, list).contains(lower(arguments.entry))) {
+        return list_opposite;
+    }
+    const bool with_comment = !arguments.comment.empty();
+    return vc_add_entry(arguments.directory.c_str(), list.name.c_str(), arguments.entry.c_str(),
+                        with_comment ? arguments.comment.c_str() : nullptr, _stricmp);
+}
+
+exit_status list_add(const list_edit_arguments &arguments, std::ostream &out) {
+    const edited_list list = list_in(arguments.directory, arguments.list);
+    if (const std::string why = why_no_list(list, arguments.force); !why.empty()) {
+        throw failure(list.path + ": " + why);
+    }
+    std::string problem = why_no_entry(list, arguments.entry);
     if (problem.empty() && !arguments.comment.empty()) {
         const std::string comment_problem = why_no_line(arguments.comment);
         problem = comment_problem.empty() ? "" : "its comment " + comment_problem;
     }
     if (!problem.empty()) {
-        throw failure(list_path(arguments) + ": " + printable(arguments.entry) + ": " + problem);
+        throw failure(list.path + ": " + printable(arguments.entry) + ": " + problem);
     }
     engine_messages messages;
-    const bool with_comment = !arguments.comment.empty();
-    fail_with(arguments,
-              vc_add_entry(arguments.directory.c_str(), arguments.list.c_str(),
-                           arguments.entry.c_str(),
-                           with_comment ? arguments.comment.c_str() : nullptr, _stricmp),
-              &messages);
-    out << list_path(arguments) << ": " << printable(arguments.entry)
-        << (with_comment ? ": comment set\n" : " added\n");
+    fail_with(list, arguments.entry, add_entry(arguments, list), &messages);
+    out << list.path << ": " << printable(arguments.entry)
+        << (arguments.comment.empty() ? " added\n" : ": comment set\n");
     return exit_status::done;
 }
 
@@ -195,12 +242,12 @@ static bool is_blank(std::string_view line) {
 }
 
 // Takes one line as the list's readers would: white space in front does not count there.
-static void take_line(std::string_view line, const list_bulk_arguments &arguments, bulk_input *in,
+static void take_line(std::string_view line, const edited_list &list, bulk_input *in,
                       bulk_entries *to) {
     if (is_blank(line)) {
         return;
     }
-    if (has_comments(catalogued(arguments.list))) {
+    if (has_comments(list.known)) {
         if (line.front() == '\t') {
             ++to->comments; // the editor's, of the entry above
             return;
@@ -212,7 +259,7 @@ static void take_line(std::string_view line, const list_bulk_arguments &argument
         }
     }
     const std::string entry(line);
-    if (const std::string problem = why_no_entry(arguments.list, entry); !problem.empty()) {
+    if (const std::string problem = why_no_entry(list, entry); !problem.empty()) {
         in->complain(quoted(entry) + ": " + problem);
     }
     to->texts.push_back(entry);
@@ -220,10 +267,10 @@ static void take_line(std::string_view line, const list_bulk_arguments &argument
     in->require_room(to->texts.size());
 }
 
-static bulk_entries read_entries(const list_bulk_arguments &arguments, bulk_input *in) {
+static bulk_entries read_entries(const edited_list &list, bulk_input *in) {
     bulk_entries read;
     for (std::string_view line; in->next(&line);) {
-        take_line(line, arguments, in, &read);
+        take_line(line, list, in, &read);
     }
     return read;
 }
@@ -236,21 +283,35 @@ static uint64_t count_of(const std::vector<list_addition> &all, addition outcome
 
 // Names the lines that the opposite list stands against.
 static void complain_of_opposites(const std::vector<list_addition> &all,
-                                  const std::vector<uint64_t> &lines, const std::string &list,
+                                  const std::vector<uint64_t> &lines, const edited_list &list,
                                   bulk_input *in) {
-    const configuration_file *const file = catalogued(list);
     for (size_t i = 0; i < all.size(); ++i) {
         if (all[i].outcome == addition::opposed) {
-            in->complain_of(lines[i], quoted(all[i].entry) + " is in the opposite list, " +
-                                          (file && file->opposite ? file->opposite : ""));
+            in->complain_of(lines[i],
+                            quoted(all[i].entry) + " is in the opposite list, " +
+                                (list.known && list.known->opposite ? list.known->opposite : ""));
         }
     }
 }
 
-// The engine's edit of all entries.
-static std::vector<list_addition> add_entries(const list_bulk_arguments &arguments,
+// The engine's edit of all entries: its answer.
+static const char *edit_list(const std::string &directory, const edited_list &list,
+                             std::vector<list_addition> *all) {
+    const std::set<std::string> opposites = opposites_out_of_sight(directory, list);
+    const char *answer = nullptr;
+    for (list_addition &one : *all) {
+        if (opposites.contains(lower(one.entry))) {
+            one.outcome = addition::opposed;
+            answer = list_opposite;
+        }
+    }
+    return answer ? answer
+                  : vc_add_entries(directory.c_str(), list.name.c_str(), all->data(),
+                                   static_cast<uint32_t>(all->size()));
+}
+
+static std::vector<list_addition> add_entries(const std::string &directory, const edited_list &list,
                                               const bulk_entries &entries, bulk_input *in) {
-    const std::string path = joined(arguments.directory, arguments.list);
     std::vector<list_addition> all;
     all.reserve(entries.texts.size());
     for (const std::string &text : entries.texts) {
@@ -260,30 +321,30 @@ static std::vector<list_addition> add_entries(const list_bulk_arguments &argumen
         return all;
     }
     engine_messages messages;
-    const char *const answer = vc_add_entries(arguments.directory.c_str(), arguments.list.c_str(),
-                                              all.data(), static_cast<uint32_t>(all.size()));
+    const char *const answer = edit_list(directory, list, &all);
     const std::string reason = messages.take();
     if (answer == list_opposite) {
-        complain_of_opposites(all, entries.lines, arguments.list, in);
-        in->require_sound(path);
+        complain_of_opposites(all, entries.lines, list, in);
+        in->require_sound(list.path);
     }
     if (answer || !reason.empty()) {
-        throw failure(path + ": " + (answer ? answer : "perhaps not done, look at the list") +
+        throw failure(list.path + ": " + (answer ? answer : "perhaps not done, look at the list") +
                       (reason.empty() ? "" : " (" + reason + ')'));
     }
     return all;
 }
 
 exit_status list_add_all(const list_bulk_arguments &arguments, std::ostream &out) {
-    const std::string path = joined(arguments.directory, arguments.list);
-    if (const std::string why = why_no_list(arguments.list, arguments.force); !why.empty()) {
-        throw failure(path + ": " + why);
+    const edited_list list = list_in(arguments.directory, arguments.list);
+    if (const std::string why = why_no_list(list, arguments.force); !why.empty()) {
+        throw failure(list.path + ": " + why);
     }
     bulk_input in(arguments.from);
-    const bulk_entries entries = read_entries(arguments, &in);
-    in.require_sound(path);
-    const std::vector<list_addition> all = add_entries(arguments, entries, &in);
-    out << path << ": " << counted(count_of(all, addition::added), "entry", "entries") << " added"
+    const bulk_entries entries = read_entries(list, &in);
+    in.require_sound(list.path);
+    const std::vector<list_addition> all = add_entries(arguments.directory, list, entries, &in);
+    out << list.path << ": " << counted(count_of(all, addition::added), "entry", "entries")
+        << " added"
         << passed_over_text(count_of(all, addition::present), count_of(all, addition::repeated));
     if (entries.comments) {
         out << "; " << counted(entries.comments, "comment of an entry", "comments of entries")
@@ -294,13 +355,14 @@ exit_status list_add_all(const list_bulk_arguments &arguments, std::ostream &out
 }
 
 exit_status list_del(const list_edit_arguments &arguments, std::ostream &out) {
-    const bool there = may_be_file(list_path(arguments));
+    const edited_list list = list_in(arguments.directory, arguments.list);
+    const bool there = may_be_file(list.path);
     engine_messages messages;
-    fail_with(arguments,
-              vc_del_entry(arguments.directory.c_str(), arguments.list.c_str(),
-                           arguments.entry.c_str(), arguments.comment_only, _stricmp),
+    fail_with(list, arguments.entry,
+              vc_del_entry(arguments.directory.c_str(), list.name.c_str(), arguments.entry.c_str(),
+                           arguments.comment_only, _stricmp),
               &messages);
-    out << list_path(arguments) << ": "
+    out << list.path << ": "
         << (!there                   ? "there is no such list, nothing to remove"
             : arguments.comment_only ? printable(arguments.entry) + ": comment removed"
                                      : printable(arguments.entry) + " removed")
@@ -315,7 +377,7 @@ static command find_command() {
     return {
         .name = "find",
         .description = "Show every entry that matches a value",
-        .options = {{"DIR", &to->directory, "The folder of the lists"},
+        .options = {{"DIR", &to->directory, "The folder of the lists", {.check = not_empty()}},
                     {"VALUE", &to->value,
                      "A mail address, or a client's address, as the engine gets it"},
                     {"--json", &to->json, "Write a JSON object"}},
@@ -336,8 +398,8 @@ static exit_status add(const list_edit_arguments &one, const std::string &from) 
 }
 
 static std::vector<option> edit_options(list_edit_arguments *to, option_details entry, option own) {
-    return {{"DIR", &to->directory, "The folder of the lists"},
-            {"LIST", &to->list, "The list's name, as in from_whitelist"},
+    return {{"DIR", &to->directory, "The folder of the lists", {.check = not_empty()}},
+            {"LIST", &to->list, "The list's name, as in from_whitelist", {.check = not_empty()}},
             {"ENTRY", &to->entry, "The entry, written as it is in the list", std::move(entry)},
             std::move(own)};
 }
@@ -349,10 +411,11 @@ static command add_command() {
         edit_options(to.get(), {.required = false},
                      {"--comment", &to->comment,
                       "Set the comment of an entry that is there, instead of adding it"});
-    options.push_back({"--from",
-                       from.get(),
-                       "Add the entries of a text, one a line; - for standard input",
-                       {.value = "LINES", .excludes = {"ENTRY", "--comment"}}});
+    options.push_back(
+        {"--from",
+         from.get(),
+         "Add the entries of a text, one a line; - for standard input",
+         {.value = "LINES", .check = not_empty(), .excludes = {"ENTRY", "--comment"}}});
     options.push_back({"--force", &to->force, "Also to a list that the engine does not read"});
     return {
         .name = "add",

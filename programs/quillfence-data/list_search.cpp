@@ -6,6 +6,7 @@
 
 #include "address_text.h"
 #include "engine_messages.h"
+#include "folder.h"
 #include "line_reader.h"
 #include "list_line.h"
 #include "open_file.h"
@@ -107,10 +108,11 @@ std::string find_in_ranges(const std::string &path, const std::string &value,
 static bool find_in(const std::string &directory, const configuration_file &list,
                     const std::string &value, std::vector<list_match> *matches) {
     const size_t before = matches->size();
-    find_in_list(joined(directory, path_in_base(list)), list, value, matches);
+    find_in_list(joined(directory, name_below(directory, path_in_base(list))), list, value,
+                 matches);
     if (list.range_file) {
-        const std::string problem =
-            find_in_ranges(joined(directory, list.range_file), value, matches);
+        const std::string path = joined(directory, name_below(directory, list.range_file));
+        const std::string problem = find_in_ranges(path, value, matches);
         if (!problem.empty()) {
             complain(problem);
         }

@@ -265,7 +265,7 @@ static command show_command() {
     return {
         .name = "list",
         .description = "Show the ranges of a file",
-        .options = {{"FILE", &to->file, "A range file"},
+        .options = {{"FILE", &to->file, "A range file", {.check = not_empty()}},
                     {"--json", &to->json, "Write a JSON array"}},
         .run = [to] { return range_list(*to, std::cout); },
     };
@@ -284,7 +284,7 @@ static exit_status add(const range_edit_arguments &one, const std::string &from)
 
 static std::vector<option> edit_options(range_edit_arguments *to, option_details low) {
     return {
-        {"FILE", &to->file, "A range file"},
+        {"FILE", &to->file, "A range file", {.check = not_empty()}},
         {"LOW", &to->low, "The first address, or a network as in 192.0.2.0/24 (without HIGH)",
          std::move(low)},
         {"HIGH", &to->high, "The last address; the same as LOW without it", {.required = false}}};
@@ -299,7 +299,7 @@ static command add_command() {
     options.push_back({"--from",
                        from.get(),
                        "Add the ranges of a text, one a line; - for standard input",
-                       {.value = "LINES", .excludes = {"LOW", "HIGH"}}});
+                       {.value = "LINES", .check = not_empty(), .excludes = {"LOW", "HIGH"}}});
     return {
         .name = "add",
         .description = "Add a range to a file, which is made when missing",
@@ -332,7 +332,7 @@ static command convert_command() {
     return {
         .name = "convert",
         .description = "Rewrite a file of the legacy version in the current one",
-        .options = {{"FILE", file.get(), "A range file"}},
+        .options = {{"FILE", file.get(), "A range file", {.check = not_empty()}}},
         .run = [file] { return range_convert(*file, std::cout); },
     };
 }

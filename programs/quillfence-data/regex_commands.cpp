@@ -203,16 +203,19 @@ static command compile_command() {
     return {
         .name = "compile",
         .description = "Compile a list of patterns",
-        .options = {{"PATTERNS", &options->patterns, "The list; - for standard input"},
-                    {"OUT", &options->out, "The compiled pattern file to write"},
-                    {"--keep-going", &options->keep_going,
-                     "Leave wrong lines out and write the others"},
-                    {"--only",
-                     &options->only,
-                     "Compile the lines with these actions, and those without one",
-                     {.value = "ACTION,..."}},
-                    {"--no-lines", &options->no_lines,
-                     "Do not write OUT.lines, which tells each expression's line of the list"}},
+        .options =
+            {{"PATTERNS",
+              &options->patterns,
+              "The list; - for standard input",
+              {.check = not_empty()}},
+             {"OUT", &options->out, "The compiled pattern file to write", {.check = not_empty()}},
+             {"--keep-going", &options->keep_going, "Leave wrong lines out and write the others"},
+             {"--only",
+              &options->only,
+              "Compile the lines with these actions, and those without one",
+              {.value = "ACTION,..."}},
+             {"--no-lines", &options->no_lines,
+              "Do not write OUT.lines, which tells each expression's line of the list"}},
         .footer = R"(Lines of the list:
   # ...                   a comment; blank lines are skipped too
   /pattern/flags ACTION   as mail servers keep them; / is the only delimiter. Lines
@@ -222,7 +225,7 @@ static command compile_command() {
                           nothing, since case never counts; A and x are errors
   if /pattern/flags       a condition for the lines up to its "endif"; if !/pattern/ too.
                           It becomes part of each pattern where that can be done exactly,
-                          and is an error where it can't
+                          and is an error where it can't. Both words in any letter case
   pattern                 anything else
 Lines "!/.../" are errors. A pattern that begins with a slash or a number sign is written
 with a backslash in front of it.
@@ -336,7 +339,7 @@ static command dump_command() {
     return {
         .name = "dump",
         .description = "Print the patterns of a compiled pattern file",
-        .options = {{"FILE", &options->file, "The compiled pattern file"},
+        .options = {{"FILE", &options->file, "The compiled pattern file", {.check = not_empty()}},
                     {"--json", &options->json, "Write a JSON object"}},
         .footer =
             R"(One pattern a line, in the order of the file. Compiling them gives the same nodes.
@@ -491,7 +494,7 @@ static command test_command() {
     return {
         .name = "test",
         .description = "Show which expression matches a name",
-        .options = {{"FILE", &options->file, "The compiled pattern file"},
+        .options = {{"FILE", &options->file, "The compiled pattern file", {.check = not_empty()}},
                     {"NAME", &options->names,
                      "Host names or addresses; - reads them from standard input, one a line"},
                     {"--all", &options->all, "Show every expression that matches, not the first"},

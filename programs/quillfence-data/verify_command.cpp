@@ -66,8 +66,10 @@ command verify_command() {
     return {
         .name = "verify",
         .description = "Look all files of a configuration over",
-        .options = {{"BASEDIR", &to->base,
-                     "The server's c:/quillfence, or a copy of it; nothing in it is changed"},
+        .options = {{"BASEDIR",
+                     &to->base,
+                     "The server's c:/quillfence, or a copy of it; nothing in it is changed",
+                     {.check = not_empty()}},
                     {"--format",
                      &to->format,
                      "How findings are written: text (the default), json, sarif (2.1.0), or "

@@ -289,15 +289,15 @@ command who_lists_command() {
                     {"--user-dir",
                      &to->user_dir,
                      "The recipient's own folder of lists: ask these, too",
-                     {.value = "DIR"}},
+                     {.value = "DIR", .check = not_empty()}},
                     {"--drive-c",
                      &to->drive_c,
                      "The folder that holds the server's quillfence/, or a copy of it",
-                     {.value = "DIR"}},
+                     {.value = "DIR", .check = not_empty()}},
                     {"--registry",
                      &to->registry,
                      "An export of the server's registry (.reg)",
-                     {.value = "FILE"}},
+                     {.value = "FILE", .check = not_empty()}},
                     {"--json", &to->json, "Write a JSON object"}},
         .footer = R"(Exit status:
   0  something lists the value

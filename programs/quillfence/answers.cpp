@@ -5,6 +5,7 @@
 #include "platform/error_numbers.h"
 #include "program.h"
 #include "quillfence.h"
+#include "session.h"
 #include "text.h"
 
 namespace quillfence::programs {
@@ -63,11 +64,12 @@ static std::unique_ptr<dns_sources::guard_source> guard_of(const answer_options 
 
 static void give(const answer_options &options, const std::string &client,
                  dns_sources::given_source *given) {
+    if (!options.ptr.empty() && client.empty()) {
+        throw failure("--ptr: names the client, and there is no --ip");
+    }
+    const std::string address = options.ptr.empty() ? "" : decision::session_address(client);
     for (const std::string &name : options.ptr) {
-        if (client.empty()) {
-            throw failure("--ptr: names the client, and there is no --ip");
-        }
-        if (const auto problem = given->add_ptr(client, name)) {
+        if (const auto problem = given->add_ptr(address.empty() ? client : address, name)) {
             throw failure("--ptr: " + *problem);
         }
     }

@@ -10,15 +10,15 @@ option_group configuration_options(configuration_arguments *to) {
         {{"--drive-c",
           &to->drive_c,
           "The folder that holds the server's quillfence/, or a copy of it",
-          {.value = "DIR"}},
+          {.value = "DIR", .check = not_empty()}},
          {"--registry",
           &to->registry,
           "An export of the server's registry (.reg)",
-          {.value = "FILE"}},
+          {.value = "FILE", .check = not_empty()}},
          {"--user-dir",
           &to->user_dir,
           "The recipient's own folder of lists; below c: it is looked for in --drive-c",
-          {.value = "DIR"}},
+          {.value = "DIR", .check = not_empty()}},
          {"--with-list",
           &to->with_list,
           "What if LIST had this LINE? As in --with-list from_blacklist '*@x.example'",
@@ -47,8 +47,9 @@ void change_lists(const configuration_arguments &arguments, what_if *changed) {
     }
 }
 
-configured_engine::configured_engine(const configuration_arguments &arguments)
-    : chosen_(arguments.drive_c, arguments.registry) {
+configured_engine::configured_engine(const configuration_arguments &arguments,
+                                     const std::string &user_dir)
+    : chosen_(arguments.drive_c, arguments.registry), changed_(user_dir) {
     check_folders(arguments.user_dir);
     change_lists(arguments, &changed_);
     engine_.emplace();

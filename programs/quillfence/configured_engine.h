@@ -32,7 +32,10 @@ void change_lists(const configuration_arguments &arguments, what_if *changed);
 // runs. Only one at a time. Throws a failure when there is no such folder, file or line.
 class configured_engine {
   public:
-    explicit configured_engine(const configuration_arguments &arguments);
+    explicit configured_engine(const configuration_arguments &arguments)
+        : configured_engine(arguments, arguments.user_dir) {}
+    // With the user's folder that lists may be named in, when a record has one of its own.
+    configured_engine(const configuration_arguments &arguments, const std::string &user_dir);
     configured_engine(const configured_engine &) = delete;
     configured_engine &operator=(const configured_engine &) = delete;
 

@@ -23,6 +23,7 @@ using decision::batch_options;
 using decision::batch_result;
 using decision::change_tally;
 using decision::config_entry;
+using decision::control_lines;
 
 struct diff_arguments {
     stream_arguments stream;
@@ -41,6 +42,7 @@ struct loaded_side {
     loaded_configuration files;
     std::optional<decision::pattern_line_files> pattern_lines;
     std::vector<config_entry> entries;
+    control_lines control;
 };
 
 // Both sides; the engine runs on the one after.
@@ -90,6 +92,7 @@ static loaded_side load_side(const std::string &user_dir, const file_substitute 
     made.files = load_configuration(user_dir);
     made.pattern_lines.emplace(*made.files);
     made.entries = listed_entries(user_dir, substitutes);
+    made.control = control_lines(control_entries(substitutes));
     return made;
 }
 
@@ -135,11 +138,13 @@ static void put_into(const diff_arguments &arguments, two_sides &sides, batch_op
         with->pattern_lines = options->pattern_lines;
         with->substitutes = sides.engine->substitutes();
         sides.after.entries = listed_entries(arguments.configuration.user_dir, with->substitutes);
+        sides.after.control = control_lines(control_entries(with->substitutes));
     } else {
         with->configuration = sides.after.files.get();
         with->pattern_lines = &*sides.after.pattern_lines;
         with->drive_c_before = arguments.before;
     }
+    with->control = {&sides.before.control, &sides.after.control};
     options->compared = with;
 }
 
@@ -239,11 +244,11 @@ static option_group side_options(diff_arguments *to) {
         {{"--before",
           &to->before,
           "The folder that holds the one quillfence/",
-          {.value = "DIR", .needs = {"--after"}}},
+          {.value = "DIR", .check = not_empty(), .needs = {"--after"}}},
          {"--after",
           &to->after,
           "The folder that holds the other one",
-          {.value = "DIR", .needs = {"--before"}}}},
+          {.value = "DIR", .check = not_empty(), .needs = {"--before"}}}},
     };
 }
 
@@ -257,7 +262,10 @@ static option_group output_options(diff_arguments *to) {
           {.excludes = {"--json"}}},
          {"--entries", &to->entries,
           "What is decided the same way, but by another entry, is a change as well"},
-         {"--html", &to->html, "Also write the sums as a page for a browser", {.value = "FILE"}}},
+         {"--html",
+          &to->html,
+          "Also write the sums as a page for a browser",
+          {.value = "FILE", .check = not_empty()}}},
     };
 }
 

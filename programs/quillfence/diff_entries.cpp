@@ -9,6 +9,7 @@
 #include "engine_messages.h"
 #include "known_sender_forgery_funcs.h"
 #include "list_line.h"
+#include "named_list.h"
 #include "pattern_text.h"
 #include "platform/file.h"
 #include "range_records.h"
@@ -106,7 +107,7 @@ std::vector<config_entry> listed_entries(const std::string &user_dir,
     }
     for (const configuration_file &file : configuration_files) {
         if (is_list(file) && !user_dir.empty()) {
-            add_file(&all, file, data_files::joined(user_dir, path_in_base(file)));
+            add_file(&all, file, path_in(user_dir, path_in_base(file)));
         }
     }
     return all;

@@ -97,7 +97,7 @@ static explained explain_transaction(const explain_arguments &arguments, capture
     decision::input_transaction input = transaction_of(arguments);
     const surroundings chosen(arguments.drive_c, arguments.registry);
     check_folders(arguments.user_dir);
-    what_if changed;
+    what_if changed(arguments.user_dir);
     change_lists(arguments, &changed);
     const quiet_engine engine;
     answer_stack answers(arguments.answers, input.transaction.ip.value_or(""));
@@ -177,7 +177,7 @@ static explained explain_case(const explain_arguments &arguments, capture *to) {
     const surroundings chosen(other_files ? arguments.drive_c : input.drive_c(""),
                               arguments.registry);
     check_folders(arguments.user_dir);
-    what_if changed;
+    what_if changed(which.record.config.user_dir);
     change_lists(arguments, &changed);
     const quiet_engine engine;
     case_answers answers(arguments.answers, which.record.transaction.ip.value_or(""));

@@ -404,8 +404,8 @@ static option_group filter_options(log_arguments *to) {
           &to->since,
           "Not before: 2026-11-22, 2026-11-22T04:51 (UTC), today, yesterday, or 90s, 30m, 2h, "
           "3d, 1w for so long ago",
-          {.value = "TIME"}},
-         {"--until", &to->until, "Before it", {.value = "TIME"}}},
+          {.value = "TIME", .check = not_empty()}},
+         {"--until", &to->until, "Before it", {.value = "TIME", .check = not_empty()}}},
     };
 }
 
@@ -436,7 +436,9 @@ static option_group output_options(log_arguments *to) {
          {"--explain",
           &to->explain,
           "The whole of one record, as explain shows it",
-          {.value = "ID", .excludes = {"--summary", "--follow", "--id", "--tsv", "--limit"}}},
+          {.value = "ID",
+           .check = not_empty(),
+           .excludes = {"--summary", "--follow", "--id", "--tsv", "--limit"}}},
          {"--again",
           &to->explaining.again,
           "Judge it once more with the configuration of now and the record's DNS answers, and say "
@@ -459,9 +461,11 @@ command log_command() {
     return {
         .name = "log",
         .description = "Search and sum the records of decision logs",
-        .options = {{"FILES", &to->files,
+        .options = {{"FILES",
+                     &to->files,
                      "Decision logs, plain or compressed by gzip, each with what rotation made of "
-                     "it (FILE.1, FILE.2.gz ...), the oldest first; - for standard input"},
+                     "it (FILE.1, FILE.2.gz ...), the oldest first; - for standard input",
+                     {.check = not_empty()}},
                     {"--alone", &to->alone, "Without the rotated ones"}},
         .groups = {filter_options(to.get()), output_options(to.get()), again_options(to.get())},
         .footer =

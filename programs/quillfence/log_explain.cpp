@@ -48,7 +48,7 @@ static decision_record judged_again(const decision_record &then,
     which.record.transaction = then.transaction;
     which.record.extra = then.extra;
     which.record.dns = then.dns;
-    configured_engine engine(arguments);
+    configured_engine engine(arguments, which.record.config.user_dir);
     const quiet_engine quiet;
     decision::replay_options options;
     options.report = then.report.has_value();

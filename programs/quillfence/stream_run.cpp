@@ -237,7 +237,7 @@ option input_files(stream_arguments *to) {
             &to->inputs,
             "Files with transactions, - for standard input (-): decision records, policy requests "
             "of Postfix, tab-separated values, mail logs",
-            {.required = false}};
+            {.required = false, .check = not_empty()}};
 }
 
 option_group input_options(stream_arguments *to) {
@@ -247,7 +247,7 @@ option_group input_options(stream_arguments *to) {
           &to->from,
           "The inputs' format, when their look does not tell: json, policy, tsv, qflog, postfix, "
           "exim",
-          {.value = "FORMAT"}},
+          {.value = "FORMAT", .check = not_empty()}},
          {"--jobs",
           &to->jobs,
           "How many are judged at once (as many as there are processors)",
@@ -262,11 +262,11 @@ option_group dns_options(stream_arguments *to) {
           &to->dns,
           "recorded uses the answers that decision records bring, off none, live asks the DNS, "
           "FILE holds answers: records, or a case (recorded)",
-          {.value = "recorded|off|live|FILE"}},
+          {.value = "recorded|off|live|FILE", .check = not_empty()}},
          {"--server",
           &to->server,
           "Another DNS server to ask, as address or address:port",
-          {.value = "ADDRESS"}},
+          {.value = "ADDRESS", .check = not_empty()}},
          {"--deadline",
           &to->deadline,
           "Seconds for all DNS questions of a transaction together (10)",

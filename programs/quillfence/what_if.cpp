@@ -1,17 +1,12 @@
 #include "what_if.h"
 
 #include "file_output.h"
+#include "named_list.h"
 #include "program.h"
-#include "quillfence.h"
 #include "text.h"
 #include "vc_text.h"
 
 namespace quillfence::programs {
-
-static std::string engine_path(const std::string &list) {
-    const bool whole = list.size() > 2 && list[1] == ':';
-    return whole ? list : quillfence_base_dir + list;
-}
 
 static std::string_view trimmed(std::string_view text) {
     while (!text.empty() && is_space(text.front())) {
@@ -43,7 +38,7 @@ std::string &what_if::text_of(const std::string &path) {
 
 void what_if::add(const std::string &list, const std::string &line) {
     refuse_wrong_line(line);
-    const std::string path = engine_path(list);
+    const std::string path = path_of_list(list, user_dir_);
     std::string &text = text_of(path);
     if (!text.empty() && text.back() != '\n') {
         text += '\n';
@@ -54,7 +49,7 @@ void what_if::add(const std::string &list, const std::string &line) {
 
 void what_if::remove(const std::string &list, const std::string &line) {
     refuse_wrong_line(line);
-    const std::string path = engine_path(list);
+    const std::string path = path_of_list(list, user_dir_);
     std::string &text = text_of(path);
     std::string kept;
     uint64_t removed = 0;

@@ -5,6 +5,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "call_context.h"
@@ -14,14 +15,14 @@ namespace quillfence::programs {
 
 class what_if {
   public:
-    what_if() = default;
+    // user_dir is the recipient's own folder of lists, as the engine is given it; "" for none.
+    explicit what_if(std::string user_dir) : user_dir_(std::move(user_dir)) {}
     what_if(const what_if &) = delete;
     what_if &operator=(const what_if &) = delete;
 
-    // list is a path of the engine's, or a name below its base folder ("from_blacklist",
-    // "control/rules.enabled"). add puts the line at the end of the list, which need not exist;
-    // remove takes every line out that is this text, white space around it left aside. Both throw a
-    // failure when that can't be done, remove also when there is no such line.
+    // list is named as named_list.h has it. add puts the line at the end of the list, which need
+    // not exist; remove takes every line out that is this text, white space around it left aside.
+    // Both throw a failure when that can't be done, remove also when there is no such line.
     void add(const std::string &list, const std::string &line);
     void remove(const std::string &list, const std::string &line);
 
@@ -36,6 +37,7 @@ class what_if {
   private:
     std::string &text_of(const std::string &path);
 
+    const std::string user_dir_;
     std::map<std::string, std::string> texts_; // the changed lists, by path
     std::vector<std::string> changes_;
     std::optional<temporary_folder> folder_; // of the copies

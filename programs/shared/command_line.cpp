@@ -57,7 +57,14 @@ value_check one_of(std::vector<std::string> choices) {
 }
 
 value_check between(double least, double most) {
-    return CLI::Range(least, most);
+    return [least, most](const std::string &value) {
+        double number = 0;
+        const bool is_number = CLI::detail::lexical_cast(value, number);
+        return is_number && number >= least && number <= most
+                   ? ""
+                   : "Value " + value + " not in range " + std::to_string(least) + " to " +
+                         std::to_string(most);
+    };
 }
 
 value_check at_least(uint64_t least) {
@@ -68,6 +75,12 @@ value_check at_least(uint64_t least) {
         const bool is_number = stop == end && error == std::errc();
         return is_number && number >= least ? ""
                                             : value + " is no number from " + std::to_string(least);
+    };
+}
+
+value_check not_empty() {
+    return [](const std::string &value) {
+        return value.empty() ? "must not be empty (is a variable unset?)" : "";
     };
 }
 

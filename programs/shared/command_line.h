@@ -40,8 +40,11 @@ using option_target = std::variant<bool *, flag_call, std::string *, std::option
 // What is wrong with a value, "" when nothing is. The complaint is "--option: what is wrong".
 using value_check = std::function<std::string(const std::string &value)>;
 value_check one_of(std::vector<std::string> choices);
-value_check between(double least, double most);
+value_check between(double least, double most); // NaN never is
 value_check at_least(uint64_t least);
+// Of the name of a file or folder, and whatever else would mean that the option was not given: an
+// empty value is a mistake, as of a variable that is not set.
+value_check not_empty();
 
 struct option_details {
     std::string value = {};                 // how the help calls the value, as in FILE or yes|no

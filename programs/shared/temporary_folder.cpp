@@ -3,7 +3,9 @@
 #include <filesystem>
 #include <random>
 
+#include "platform/error_numbers.h"
 #include "platform/process.h"
+#include "platform/scratch_folder.h"
 #include "program.h"
 
 namespace quillfence::programs {
@@ -23,22 +25,19 @@ static fs::path place_for_folders() {
 temporary_folder::temporary_folder() {
     const fs::path place = place_for_folders();
     std::random_device random;
-    std::error_code error;
-    for (int attempt = 0; path_.empty() && !error && attempt < most_attempts; ++attempt) {
-        const fs::path wanted = place / ("quillfence-" + std::to_string(random()));
-        if (fs::create_directory(wanted, error)) {
-            path_ = wanted.generic_string();
-        }
+    uint32_t error = platform::error_already_exists;
+    for (int attempt = 0; error == platform::error_already_exists && attempt < most_attempts;
+         ++attempt) {
+        path_ = (place / ("quillfence-" + std::to_string(random()))).generic_string();
+        error = platform::scratch_folder_make(path_.c_str());
     }
-    if (path_.empty()) {
-        throw failure(place.string() + ": no folder can be made there: " + error.message());
+    if (error) {
+        throw failure(file_error(place.string() + ": no folder can be made there", error));
     }
-    fs::permissions(path_, fs::perms::owner_all, error);
 }
 
 temporary_folder::~temporary_folder() {
-    std::error_code ignored;
-    fs::remove_all(path_, ignored);
+    platform::scratch_folder_remove(path_.c_str()); // there is nobody left to tell
 }
 
 } // namespace quillfence::programs

@@ -5,9 +5,9 @@
 
 namespace quillfence::programs {
 
-// Made where the system keeps such things; goes with the object, with everything in it. (That of a
-// killed program stays: its name begins with "quillfence-".) Throws a failure when none can be
-// made.
+// Made where the system keeps such things; goes with the object, with everything in it, and when
+// the program is told to end (platform/scratch_folder.h). (That of a killed program stays: its name
+// begins with "quillfence-".) Throws a failure when none can be made.
 class temporary_folder {
   public:
     temporary_folder();

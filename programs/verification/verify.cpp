@@ -18,8 +18,12 @@ std::string tree::path(std::string_view file) const {
     return joined(base, file);
 }
 
+std::string tree::place(std::string_view file) const {
+    return joined(base, name_below(base, std::string(file)));
+}
+
 bool tree::has(std::string_view file) const {
-    return may_be_file(path(file));
+    return may_be_file(place(file));
 }
 
 void tree::add(std::string_view file, uint32_t line, finding_id id, std::string text) {
@@ -49,7 +53,7 @@ bool tree::read(std::string_view file, std::string *bytes) {
 }
 
 bool tree::read_again(std::string_view file, std::string *bytes) {
-    const uint32_t error = read_file(path(file), bytes);
+    const uint32_t error = read_file(place(file), bytes);
     if (error) {
         add_failure(file, "unreadable-file", "can't be read", error);
     }
@@ -57,7 +61,7 @@ bool tree::read_again(std::string_view file, std::string *bytes) {
 }
 
 range_records tree::ranges(std::string_view file) {
-    range_records read = read_ranges(path(file));
+    range_records read = read_ranges(place(file));
     if (read.state == range_state::unreadable) {
         add_failure(file, "unreadable-file", "can't be read", read.error);
     }
@@ -66,7 +70,7 @@ range_records tree::ranges(std::string_view file) {
 
 std::vector<std::string> tree::list(std::string_view folder) {
     std::vector<std::string> names;
-    const uint32_t error = list_folder(path(folder), &names);
+    const uint32_t error = list_folder(place(folder), &names);
     if (error && !is_missing(error)) {
         add_failure(folder, "unreadable-folder", "can't be listed", error);
     }
@@ -75,7 +79,7 @@ std::vector<std::string> tree::list(std::string_view folder) {
 
 std::vector<std::string> tree::list_folders(std::string_view folder) const {
     std::vector<std::string> names;
-    data_files::list_folders(path(folder), &names);
+    data_files::list_folders(place(folder), &names);
     return names;
 }
 

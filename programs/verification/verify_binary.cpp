@@ -202,7 +202,7 @@ void verify_blocks(tree &in, const std::string &file, FILE *stream) {
 void verify_pattern_file(tree &in, const std::string &file) {
     ++in.files;
     const engine_messages silent;
-    const platform::stream_ptr stream(platform::stream_open(in.path(file).c_str(), "rb"));
+    const platform::stream_ptr stream(platform::stream_open(in.place(file).c_str(), "rb"));
     if (!stream) {
         in.add(file, 0, "unreadable-file", std::string("can't be read: ") + std::strerror(errno));
         return;
@@ -226,11 +226,11 @@ void verify_pattern_lines(tree &in, const std::string &file) {
         return;
     }
     ++in.files;
-    if (const uint32_t error = digest_of_file(in.path(file), &digest)) {
+    if (const uint32_t error = digest_of_file(in.place(file), &digest)) {
         in.add_failure(file, "unreadable-file", "can't be read", error);
         return;
     }
-    const pattern_lines read = read_pattern_lines(in.path(file), digest);
+    const pattern_lines read = read_pattern_lines(in.place(file), digest);
     if (read.is == pattern_lines::state::stale) {
         in.add(lines, 0, "pattern-lines-stale",
                "speaks of another version of the pattern file, so that no line of the list can be "
@@ -270,7 +270,7 @@ class map_reader {
     map_reader(tree &in, std::string file) : in_(in), file_(std::move(file)) {}
 
     void verify() {
-        uint32_t error = opened_.open(in_.path(file_));
+        uint32_t error = opened_.open(in_.place(file_));
         error = error ? error : opened_.size(&size_);
         if (error) {
             in_.add_failure(file_, "unreadable-file", "can't be read", error);
@@ -394,7 +394,7 @@ void verify_counter_file(tree &in, const std::string &file, uint64_t wanted,
     engine_messages messages;
     open_file opened;
     uint64_t size = 0;
-    uint32_t error = opened.open(in.path(file));
+    uint32_t error = opened.open(in.place(file));
     error = error ? error : opened.size(&size);
     if (error) {
         in.add_failure(file, "unreadable-file", "can't be read", error);

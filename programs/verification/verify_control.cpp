@@ -97,9 +97,42 @@ std::optional<problem> check_map(const tree &in, const std::string &name) {
     return {};
 }
 
+// Why nobody can be asked for in a zone; "" when that can be done. The engine puts the parts of an
+// address in front of it and a dot behind it.
+std::string why_never_asked(std::string_view zone) {
+    static constexpr size_t longest_label = 63;
+    static constexpr size_t longest_name = 253; // without its final dot
+    static constexpr size_t longest_address = std::string_view("255.255.255.255.").size();
+    if (zone.ends_with('.')) {
+        return "can't be asked: the engine adds the final dot; write the zone without it";
+    }
+    for (size_t at = 0; at <= zone.size();) {
+        const size_t end = std::min(zone.find('.', at), zone.size());
+        if (end == at) {
+            return "can't be asked: a part between its dots is empty";
+        }
+        if (end - at > longest_label) {
+            return "can't be asked: a part between its dots has more than 63 characters";
+        }
+        at = end + 1;
+    }
+    return zone.size() + longest_address > longest_name
+               ? "can't be asked for every client: has more than 237 characters"
+               : "";
+}
+
 std::optional<problem> check_host(const tree &, const std::string &name) {
-    if (!vc_valid_domain(name.c_str())) {
-        return problem{"zone-no-domain", quoted(name) + " is no domain name"};
+    if (const std::string why = why_never_asked(name); !why.empty()) {
+        return problem{"zone-no-domain", quoted(name) + ' ' + why};
+    }
+    std::string host = name; // an underscore is as good as a hyphen in the DNS
+    std::replace(host.begin(), host.end(), '_', '-');
+    if (!vc_valid_domain(host.c_str())) {
+        const bool is_word = name.find('.') == std::string::npos;
+        return problem{"zone-odd",
+                       quoted(name) +
+                           (is_word ? " has no dot: only a name server of your own has such a zone"
+                                    : " is no domain name as block lists have them")};
     }
     return {};
 }

@@ -7,6 +7,7 @@
 #include <unordered_map>
 
 #include "address_text.h"
+#include "entry_operators.h"
 #include "list_files.h"
 #include "list_line.h"
 #include "progress.h"
@@ -130,14 +131,7 @@ std::optional<problem> why_odd(const configuration_file &list, const std::string
     if (const std::string why = why_everybody(list, literal); !why.empty()) {
         return problem{"entry-matches-everybody", why};
     }
-    const bool has_plus = literal.find('+') != std::string::npos;
-    if (has_plus && literal.find('\\') == std::string::npos &&
-        __wildcardmatch(text.c_str(), literal.c_str()) != 0) {
-        return problem{"entry-plus-repeats",
-                       "in an entry with a * the + repeats the character before it; write \\+ for "
-                       "a plus sign"};
-    }
-    return {};
+    return why_defeated(text);
 }
 
 // What kind of finding an entry is that why_useless() has something to say about.

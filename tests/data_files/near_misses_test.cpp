@@ -1,5 +1,6 @@
 #include "near_misses.h"
 
+#include "call_context.h"
 #include "drive_c.h"
 
 namespace quillfence::testing {
@@ -58,6 +59,20 @@ TEST_F(near_misses_files, a_missing_list_has_none) {
     EXPECT_TRUE(data_files::near_entries("c:/quillfence/list", "x@example.org").empty());
     drive.write("c:/quillfence/list", "example.org\n");
     EXPECT_EQ(data_files::near_entries("c:/quillfence/list", "x@example.org").size(), 1u);
+}
+
+TEST_F(near_misses_files, those_of_what_is_read_in_its_place_under_its_own_name) {
+    drive.write("c:/quillfence/list", "example.org\n");
+    drive.write("c:/quillfence/other", "# changed\n*@example.org\n");
+    const file_substitute rows[] = {{"c:/quillfence/list", "c:/quillfence/other"},
+                                    {nullptr, nullptr}};
+    call_context context{.substitutes = rows};
+    const call_scope scope(&context);
+    EXPECT_TRUE(data_files::near_entries("c:/quillfence/list", "x@example.org").empty());
+    const auto found = data_files::near_entries("c:/quillfence/list", "x@mail.example.org");
+    ASSERT_EQ(found.size(), 1u);
+    EXPECT_EQ(found[0].file, "c:/quillfence/list");
+    EXPECT_EQ(found[0].line, 2u);
 }
 
 } // namespace

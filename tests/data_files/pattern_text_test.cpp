@@ -52,6 +52,8 @@ TEST(pattern_reader, lines_that_hold_a_pattern) {
         {"if you", "if you"},
         {"iffy/", "iffy/"},
         {"endif2", "endif2"},
+        {"ENDIF.example.org", "ENDIF.example.org"},
+        {"If you", "If you"},
         {"!foo", "!foo"},
         {"/foo/", "foo"},
         {"/foo/ REJECT no", "foo"},
@@ -89,6 +91,14 @@ TEST(pattern_reader, conditions) {
         {"if !/foo/", kind::negated_condition, "foo"},
         {"if ! /foo/", kind::negated_condition, "foo"},
         {" endif ", kind::end_of_condition, ""},
+        {"IF /Foo/", kind::condition, "Foo"},
+        {"If/foo/i", kind::condition, "foo"},
+        {"iF !/foo/", kind::negated_condition, "foo"},
+        {"IF! /foo/", kind::negated_condition, "foo"},
+        {"ENDIF", kind::end_of_condition, ""},
+        {"EndIf\t", kind::end_of_condition, ""},
+        {"endif # of the first", kind::end_of_condition, ""},
+        {"ENDIF\t/foo/", kind::end_of_condition, ""},
     };
     for (const auto &c : cases) {
         const pattern_line got = pattern_reader().read(c.line);
@@ -128,6 +138,8 @@ TEST(pattern_reader, wrong_conditions_say_why) {
     } cases[] = {
         {"if /foo", "the pattern has no closing \"/\"; write \\/ for a pattern that begins with a "
                     "slash"},
+        {"IF /foo/ REJECT",
+         "something stands behind the condition; write it into a line of its own"},
         {"if //", "the pattern is empty; write .* to match everything"},
         {"if /foo/x", "flag x is not supported; take the blanks and comments out of the pattern"},
         {"if /foo/ REJECT",
@@ -263,6 +275,9 @@ TEST(pattern_of_nodes, gives_the_pattern_as_it_would_be_written) {
         {"!a", nullptr},
         {"if /a/", "\\if /a/"},
         {"endif", "\\endif"},
+        {"endif a", "\\endif a"},
+        {"IF /a/", "\\IF /a/"},
+        {"EndIf", "\\EndIf"},
         {"ending", nullptr},
         {"[0-9]{1,3}(\\-|_|\\.)[0-9]{1,3}", "[0-9]{1,3}(-|_|\\.)[0-9]{1,3}"},
     };

@@ -175,6 +175,26 @@ TEST_F(bundle_test, cut_maps) {
     EXPECT_EQ(kept.record.block_maps, before.record.block_maps);
 }
 
+// The maps were asked for the IPv4 address that the session made of it.
+TEST_F(bundle_test, maps_are_cut_to_the_address_that_was_asked_for) {
+    test_case before = captured("nothing right");
+    before.record.transaction.ip = "::ffff:" + *before.record.transaction.ip;
+    ASSERT_EQ(written(before, {.cut_maps = true}).problem, "");
+    ASSERT_EQ(unpack_bundle(tar, unpacked).problem, "");
+    EXPECT_EQ(again("nothing right").block_maps, before.record.block_maps);
+}
+
+TEST_F(bundle_test, a_map_that_was_asked_for_no_address) {
+    test_case before = captured("nothing right");
+    for (const auto &ip : {std::optional<std::string>(), std::optional<std::string>("nobody")}) {
+        before.record.transaction.ip = ip;
+        EXPECT_EQ(written(before).problem, "");
+        EXPECT_EQ(written(before, {.cut_maps = true}).problem,
+                  "c:/quillfence/bms//one: can't be cut, since the case has no address that it was "
+                  "asked for");
+    }
+}
+
 TEST_F(bundle_test, letter_case_is_kept) {
     drive.rename("c:/quillfence/from_blacklist", "c:/quillfence/From_BLACKLIST");
     drive.rename("c:/quillfence/control", "c:/quillfence/Control");

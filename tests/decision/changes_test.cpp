@@ -184,6 +184,85 @@ TEST(changes, what_can_not_be_judged_names_the_rule_that_lacks_something) {
                  {"c:/quillfence/control/rules.enabled", 0, "require_helo"});
 }
 
+TEST(changes, what_can_not_be_looked_at_names_its_rule) {
+    decision_record damaged = decided(verdict::undecided, decided_by::error);
+    rule_of(damaged, "from_whitelist").decision = outcome::undecided;
+    expect_cause(accepted, damaged, config_side::after, "from_whitelist", {});
+    expect_cause(accepted, decided(verdict::undecided, decided_by::error), config_side::after, "",
+                 {});
+}
+
+// --- where a name stands in a control file ---
+
+constexpr char rules_enabled[] = "c:/quillfence/control/rules.enabled";
+constexpr char maps_enabled[] = "c:/quillfence/control/bms.enabled";
+constexpr char zones_enabled[] = "c:/quillfence/rbl.enabled";
+
+const control_lines of_before({{rules_enabled, 4, "require_helo"},
+                               {zones_enabled, 1, "b.example"}});
+const control_lines of_after({{rules_enabled, 7, "require_helo"},
+                              {rules_enabled, 9, "require_helo"},
+                              {maps_enabled, 3, "bots.bms"},
+                              {zones_enabled, 2, "rbl.example"},
+                              {blacklist, 1, "*@victim.example"}});
+
+void expect_placed_cause(const decision_record &before, const decision_record &after,
+                         config_side side, const char *rule, const config_entry &entry) {
+    const decision_change made = compare_decisions(before, after, {&of_before, &of_after});
+    EXPECT_EQ(made.cause, (change_cause{side, rule, entry}));
+}
+
+TEST(changes, the_cause_in_a_control_file_has_its_place_on_its_side) {
+    const decision_record helo = decided(verdict::reject, decided_by::rule, "require_helo");
+    decision_record off = accepted;
+    rule_of(off, "require_helo").decision = outcome::not_enabled;
+    expect_placed_cause(off, helo, config_side::after, "require_helo",
+                        {rules_enabled, 7, "require_helo"});
+    expect_placed_cause(helo, off, config_side::before, "require_helo",
+                        {rules_enabled, 4, "require_helo"});
+    decision_record mapped = decided(verdict::reject, decided_by::block_map, "block_lists");
+    mapped.block_maps.push_back({"bots.bms", outcome::hit, "10.11.0.0/16", 2, false});
+    expect_placed_cause(accepted, mapped, config_side::after, "block_lists",
+                        {maps_enabled, 3, "bots.bms"});
+    expect_placed_cause(mapped, accepted, config_side::before, "block_lists",
+                        {maps_enabled, 0, "bots.bms"}); // edited meanwhile, say
+    decision_record listed = decided(verdict::reject, decided_by::rbl, "block_rbl_lists");
+    listed.decision.zone = "rbl.example";
+    expect_placed_cause(accepted, listed, config_side::after, "block_rbl_lists",
+                        {zones_enabled, 2, "rbl.example"});
+    expect_placed_cause(accepted, blacklisted, config_side::after, "from_blacklist",
+                        {blacklist, 7, "*@victim.example"}); // the record's own
+}
+
+// A record that lacks the answers of these DNS block lists.
+decision_record without_answers(std::initializer_list<const char *> zones) {
+    decision_record made = decided(verdict::undecided, decided_by::missing);
+    rule_of(made, "block_rbl_lists").decision = outcome::undecided;
+    for (const char *zone : zones) {
+        made.dns_block_lists.push_back({zone, outcome::undecided, {}, {}, {}});
+    }
+    return made;
+}
+
+TEST(changes, one_block_list_that_is_not_answered_for_is_the_cause) {
+    decision_record answered = accepted;
+    answered.dns_block_lists.push_back({"rbl.example", outcome::no_hit, {}, {}, {}});
+    const config_entry zone = {zones_enabled, 2, "rbl.example"};
+    for (const decision_record &other : {accepted, answered}) {
+        expect_placed_cause(other, without_answers({"rbl.example"}), config_side::after,
+                            "block_rbl_lists", zone);
+        expect_placed_cause(without_answers({"b.example"}), other, config_side::before,
+                            "block_rbl_lists", {zones_enabled, 1, "b.example"});
+    }
+    // Of several it is not told which.
+    expect_placed_cause(accepted, without_answers({"b.example", "rbl.example"}), config_side::after,
+                        "block_rbl_lists", {});
+    // Another rule lacked something first.
+    decision_record earlier = without_answers({"rbl.example"});
+    rule_of(earlier, "require_helo").decision = outcome::undecided;
+    expect_placed_cause(accepted, earlier, config_side::after, "require_helo", {});
+}
+
 // --- the line ---
 
 TEST(changes, the_line_tells_both_sides) {

@@ -79,6 +79,79 @@ TEST_F(explain_test, an_exemption_of_the_users_own) {
     EXPECT_EQ(record.config.user_dir, options.user_dir);
 }
 
+// A whitelist is asked twice then: what is said of it speaks of both lists.
+class explain_users_test : public explain_test {
+  protected:
+    explain_users_test() {
+        options.user_dir = "c:/quillfence/users/b/";
+    }
+    rule_record told_of(const char *rule) {
+        return rule_of(explained("good"), rule);
+    }
+    static std::vector<std::string> places_of(const rule_record &rule) {
+        std::vector<std::string> places;
+        for (const near_miss &near : rule.near_misses) {
+            const auto &from = std::get<list_source>(near.from);
+            places.push_back(from.file + ':' + std::to_string(from.line));
+        }
+        return places;
+    }
+    // Ranges that end before they begin, which makes the file a damaged one.
+    void damage(const std::string &path) {
+        drive.write(path, std::string("\x0A\0\0\0\x09\0\0\0\0\0\0\0", 12));
+    }
+    const std::string own = "c:/quillfence/users/b/";
+};
+
+TEST_F(explain_users_test, entries_of_both_whitelists_are_counted_in_the_reason) {
+    drive.remove(path_of("from_whitelist"));
+    EXPECT_EQ(told_of("from_whitelist").reason, "no list is installed");
+    drive.write(own + "from_whitelist", "a@x.example\n");
+    EXPECT_EQ(told_of("from_whitelist").reason, "the one entry does not match");
+    drive.write(own + "from_whitelist", "a@x.example\n@x\n*@y.example\n");
+    EXPECT_EQ(told_of("from_whitelist").reason, "none of 3 entries matches");
+    drive.write(path_of("from_whitelist"), "b@x.example\n");
+    const rule_record both = told_of("from_whitelist");
+    EXPECT_EQ(both.reason, "none of 4 entries matches");
+    EXPECT_EQ(both.looked_at, 4u);
+    drive.write(own + "from_whitelist", "");
+    EXPECT_EQ(told_of("from_whitelist").reason, "the one entry does not match");
+    drive.write(own + "from_whitelist", "@x\n*@good.example\n");
+    EXPECT_EQ(told_of("from_whitelist").reason, "the sender matches an entry");
+    EXPECT_EQ(told_of("from_whitelist").looked_at, 3u);
+}
+
+TEST_F(explain_users_test, near_misses_of_both_whitelists) {
+    drive.write(path_of("from_whitelist"), "*@good.example \n");
+    drive.write(own + "from_whitelist", "x\ngood.example\n");
+    EXPECT_EQ(places_of(told_of("from_whitelist")),
+              (lines{path_of("from_whitelist") + ":1", own + "from_whitelist:2"}));
+    drive.remove(path_of("from_whitelist"));
+    EXPECT_EQ(places_of(told_of("from_whitelist")), lines{own + "from_whitelist:2"});
+}
+
+TEST_F(explain_users_test, the_failure_of_either_whitelist_is_the_reason) {
+    for (const auto &[damaged, whole] : {std::pair(own, path_of("")), {path_of(""), own}}) {
+        damage(damaged + "exempt_ips.range");
+        drive.remove(whole + "exempt_ips.range");
+        drive.write(whole + "exempt_ips", "192.0.2.200\n");
+        const decision_record record = explained("good");
+        const rule_record &rule = rule_of(record, "ip_whitelist");
+        EXPECT_EQ(rule.decision, outcome::undecided);
+        EXPECT_EQ(rule.reason,
+                  damaged + "exempt_ips.range could not be looked at: the file is corrupt");
+        log.take();
+    }
+    damage(own + "exempt_ips.range");
+    damage(path_of("exempt_ips.range"));
+    const decision_record record = explained("good");
+    EXPECT_EQ(rule_of(record, "ip_whitelist").reason,
+              path_of("exempt_ips.range") + " could not be looked at: the file is corrupt");
+    ASSERT_FALSE(record.notes.empty());
+    EXPECT_EQ(record.notes.back().text, "not known whether these hit: ip_whitelist");
+    log.take();
+}
+
 TEST_F(explain_test, a_blacklisted_sender_is_told_with_line_and_notice) {
     drive.write(path_of("control/rules.enabled"), "valid_ptr\n");
     drive.write(path_of("blocked_ips.range"), "");
@@ -258,6 +331,35 @@ TEST_F(explain_test, entries_that_may_have_been_meant) {
     EXPECT_EQ(client.near_misses[0].what, "network");
 }
 
+TEST_F(explain_test, names_in_control_files_that_end_in_white_space) {
+    drive.write(path_of("control/rules.enabled"), "valid_ptr\r\n\r\nrequire_helo \nblock_lists\n"
+                                                  "block_rbl_lists\nvalid_helo_domain\t\r\n");
+    drive.write(path_of("control/bms.enabled"), "missing\none\r\n");
+    drive.write(path_of("rbl.enabled"), "zone.example\r\nother.example\r\n");
+    const decision_record record = explained("good");
+    const auto misses = [&](const char *rule) {
+        lines found;
+        for (const near_miss &near : rule_of(record, rule).near_misses) {
+            EXPECT_EQ(near.what, "trailing_blank");
+            EXPECT_EQ(near.text, "ends in white space, which belongs to the name");
+            const auto &from = std::get<list_source>(near.from);
+            found.push_back(from.file + ':' + std::to_string(from.line) + ':' + from.entry);
+        }
+        return found;
+    };
+    const std::string rules = path_of("control/rules.enabled");
+    EXPECT_EQ(misses("valid_ptr"), lines{rules + ":1:valid_ptr\r"});
+    EXPECT_EQ(misses("require_helo"), lines{rules + ":3:require_helo "});
+    EXPECT_EQ(misses("valid_helo_domain"), lines{rules + ":6:valid_helo_domain\t\r"});
+    EXPECT_EQ(misses("require_full_addr"), lines{}) << "no line comes near";
+    EXPECT_EQ(misses("block_lists"), lines{path_of("control/bms.enabled") + ":2:one\r"});
+    EXPECT_EQ(misses("block_rbl_lists"), (lines{path_of("rbl.enabled") + ":1:zone.example\r",
+                                                path_of("rbl.enabled") + ":2:other.example\r"}));
+    options.near_misses = false;
+    EXPECT_TRUE(rule_of(explained("good"), "valid_ptr").near_misses.empty());
+    EXPECT_TRUE(rule_of(explained("good"), "block_lists").near_misses.empty());
+}
+
 TEST_F(explain_test, a_whitelist_that_comes_before_a_blacklist) {
     drive.write(path_of("from_blacklist"), "*@friend.example\n");
     const decision_record record = explained("whitelisted");
@@ -391,6 +493,43 @@ TEST_F(explain_test, a_cut_block_map_is_undecided) {
     ASSERT_EQ(record.block_maps.size(), 1u);
     EXPECT_EQ(record.block_maps[0].is, outcome::undecided);
     log.take();
+}
+
+TEST_F(explain_test, a_damaged_block_map_has_a_note_also_where_another_one_lists_the_client) {
+    drive.write(path_of("control/bms.enabled"), "cut\none\nalso cut\nmissing");
+    drive.write(path_of("bms/cut"), "short");
+    drive.write(path_of("bms/also cut"), "");
+    const std::string why = " could not be looked at: the map is cut short or can't be read";
+    const std::vector<note> want = {{"warning", path_of("bms//cut") + why},
+                                    {"warning", path_of("bms//also cut") + why}};
+    for (const bool report : {false, true}) {
+        options.report = report;
+        const decision_record record = explained("good");
+        EXPECT_EQ(record.decision.by, decided_by::block_map);
+        ASSERT_EQ(record.block_maps.size(), 4u);
+        EXPECT_EQ(record.block_maps[0].is, outcome::undecided);
+        EXPECT_EQ(record.block_maps[1].is, outcome::hit);
+        EXPECT_EQ(record.block_maps[2].is, outcome::undecided);
+        EXPECT_TRUE(record.block_maps[3].missing);
+        EXPECT_EQ(record.notes, want);
+        log.take();
+    }
+}
+
+TEST_F(explain_test, a_block_map_that_can_t_be_looked_at_is_not_missing) {
+    drive.write(path_of("control/bms.enabled"), "one");
+    options.report = options.files = options.near_misses = false;
+    int undecided = 0;
+    for (int nth = 1; nth <= 60; ++nth) {
+        call_watch calls;
+        calls.fail("path_attributes", nth, platform::error_access_denied);
+        for (const block_map_record &map : explained("good").block_maps) {
+            EXPECT_FALSE(map.missing) << "look " << nth;
+            undecided += map.is == outcome::undecided;
+        }
+        log.take();
+    }
+    EXPECT_GT(undecided, 0);
 }
 
 // --- without memory ---

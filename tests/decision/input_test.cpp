@@ -193,6 +193,105 @@ TEST(input, what_a_policy_request_does_not_tell_is_absent) {
     EXPECT_EQ(got.id, "");
 }
 
+// A request in which nothing was said but who connected.
+transaction at_stage(const char *stage, bool is_settled) {
+    transaction of;
+    of.stage = stage;
+    of.ip = "192.0.2.1";
+    if (is_settled) {
+        of.tls = false;
+        of.authuser = "";
+        of.mua = false;
+        of.helo = "";
+        of.sender = "";
+    }
+    return of;
+}
+
+std::string with_empty_rest(const std::string &lines) {
+    std::string request = lines;
+    for (const char *name : {"client_address=192.0.2.1", "helo_name=", "sender=", "recipient=",
+                             "sasl_username=", "encryption_protocol=", "recipient_count=0"}) {
+        const std::string attribute = std::string(name).substr(0, std::string(name).find('=') + 1);
+        if (request.find("\n" + attribute) == std::string::npos) {
+            request += std::string(name) + "\n";
+        }
+    }
+    return request;
+}
+
+TEST(input, what_is_empty_in_a_policy_request_is_a_fact_once_the_stage_has_it) {
+    for (const char *stage : {"CONNECT", "HELO", "EHLO", "VRFY", "ETRN", "LATER"}) {
+        EXPECT_EQ(read(input_format::policy,
+                       with_empty_rest("protocol_state=" + std::string(stage) + "\n"))
+                      .transaction,
+                  at_stage(stage, false))
+            << stage;
+    }
+    for (const char *stage : {"MAIL", "RCPT", "DATA", "END-OF-MESSAGE"}) {
+        EXPECT_EQ(read(input_format::policy,
+                       with_empty_rest("protocol_state=" + std::string(stage) + "\n"))
+                      .transaction,
+                  at_stage(stage, true))
+            << stage;
+    }
+    EXPECT_EQ(
+        read(input_format::policy, with_empty_rest("request=smtpd_access_policy\n")).transaction,
+        at_stage("RCPT", true));
+}
+
+TEST(input, what_a_policy_request_names_is_a_fact_once_the_stage_has_it) {
+    const char *const named = "\nhelo_name=h\nsender=a@b\nrecipient=c@d\nsasl_username=u\n"
+                              "encryption_protocol=TLSv1.3\n";
+    const struct {
+        const char *lines;
+        const char *stage;
+        bool has_sender;
+        bool has_recipient;
+    } cases[] = {
+        {"CONNECT", "CONNECT", false, false},
+        {"HELO", "HELO", false, false},
+        {"EHLO", "EHLO", false, false},
+        {"VRFY", "VRFY", false, false},
+        {"ETRN", "ETRN", false, false},
+        {"MAIL", "MAIL", true, false},
+        {"RCPT", "RCPT", true, true},
+        {"RCPT\nrecipient_count=2", "RCPT", true, true},
+        {"DATA", "DATA", true, true},
+        {"DATA\nrecipient_count=1", "DATA", true, true},
+        {"DATA\nrecipient_count=2", "DATA", true, false},
+        {"END-OF-MESSAGE\nrecipient_count=1", "END-OF-MESSAGE", true, true},
+        {"END-OF-MESSAGE\nrecipient_count=3", "END-OF-MESSAGE", true, false},
+        {"LATER", "LATER", true, true},
+    };
+    for (const auto &c : cases) {
+        transaction want;
+        want.stage = c.stage;
+        want.ip = "192.0.2.1";
+        want.tls = true;
+        want.authuser = "u";
+        want.mua = true;
+        want.helo = "h";
+        want.sender = c.has_sender ? std::optional("a@b") : std::nullopt;
+        want.recipient = c.has_recipient ? std::optional("c@d") : std::nullopt;
+        EXPECT_EQ(read(input_format::policy,
+                       "client_address=192.0.2.1\nprotocol_state=" + std::string(c.lines) + named)
+                      .transaction,
+                  want)
+            << c.lines;
+    }
+}
+
+// The submission service has users only, whatever they said until then.
+TEST(input, a_user_before_mail_in_a_policy_request) {
+    const transaction got =
+        read(input_format::policy,
+             with_empty_rest("protocol_state=EHLO\npolicy_context=submission\n"))
+            .transaction;
+    EXPECT_EQ(got.mua, true);
+    EXPECT_FALSE(got.authuser);
+}
+
 TEST(input, who_is_a_user_of_this_server) {
     const struct {
         const char *lines;
@@ -612,6 +711,92 @@ TEST(input, a_rejection_in_exim) {
               want);
 }
 
+TEST(input, what_exim_may_put_behind_the_moment) {
+    const struct {
+        const char *front;
+        const char *logged;
+        const char *time;
+    } cases[] = {
+        {"2026-11-22 04:51:13", "2026-11-22 04:51:13", ""},
+        {"2026-11-22 04:51:13.123", "2026-11-22 04:51:13.123", ""},
+        {"2026-11-22 04:51:13.123 [77]", "2026-11-22 04:51:13.123", ""},
+        {"2026-11-22 04:51:13 +0100", "2026-11-22 04:51:13", ""},
+        {"2026-11-22 04:51:13 -0930 [77]", "2026-11-22 04:51:13", ""},
+        {"2026-11-22 04:51:13 +0000", "2026-11-22 04:51:13", "2026-11-22T04:51:13Z"},
+        {"2026-11-22 04:51:13.123 +0000 [77]", "2026-11-22 04:51:13.123",
+         "2026-11-22T04:51:13.123Z"},
+    };
+    for (const auto &c : cases) {
+        const std::string rejection =
+            std::string(c.front) + " H=(x) [192.0.2.9] F=<a@b> rejected RCPT <c@d>: no";
+        const std::string arrival = std::string(c.front) + " 1xVKdO-0005Ti-17 <= a@b H=(x) "
+                                                           "[192.0.2.9] P=esmtp S=236";
+        for (const std::string &line : {rejection, arrival}) {
+            EXPECT_EQ(input_format_of_content(line), input_format::exim) << line;
+            const input_transaction got = read(input_format::exim, line);
+            EXPECT_EQ(got.transaction.ip, "192.0.2.9") << line;
+            EXPECT_EQ(got.transaction.sender, "a@b") << line;
+            EXPECT_EQ(got.time, c.time) << line;
+            ASSERT_EQ(got.extra.size(), 1u) << line;
+            EXPECT_EQ(got.extra[0].second, '"' + std::string(c.logged) + '"') << line;
+        }
+    }
+}
+
+// Lines as Exim 4.96 wrote them.
+TEST(input, whom_an_arrival_in_exim_is_for) {
+    const struct {
+        const char *rest;
+        std::optional<std::string> want;
+    } cases[] = {
+        {"S=236 for bob@example.net", "bob@example.net"},
+        {"S=236 from <a@b> for bob@example.net", "bob@example.net"},
+        {"S=206 T=\"x for z@w\" from <> for \"x for y@z\"@example.net",
+         "\"x for y@z\"@example.net"},
+        {"S=253 id=\"x for y@z\"@w T=\"a\" from <\"a\\\\b\"@example.org> for \"a\\\" b\"@c.net",
+         "\"a\\\" b\"@c.net"},
+        {"S=236", std::nullopt},
+        {"S=236 for bob@example.net ann@example.net", std::nullopt},
+        {"S=236 for bob@example.net bob@example.net", std::nullopt},
+        {"S=236 for ann@example.net \"x for y@z\"@example.net", std::nullopt},
+        // Text of the client at the line's end.
+        {"S=236 T=\"x for z@w\"", std::nullopt},
+        {"S=236 T=\"\\\"a\\\" for \\\"a\\\"@b\"", std::nullopt},
+        {"S=236 id=\"x for y@z\"@w", std::nullopt},
+        {"S=236 from <\"x for y@z\"@w>", std::nullopt},
+        {"DN=\"CN=x\" for y@z\" S=236", std::nullopt},
+        {"S=236 for", std::nullopt},
+        {"S=236 for ", std::nullopt},
+        {"S=236 for bob", std::nullopt},
+        {"S=236 for bob@", std::nullopt},
+        {"S=236 for @example.net", std::nullopt},
+        {"S=236 for \"bob@example.net", std::nullopt},
+    };
+    for (const auto &c : cases) {
+        const std::string line = "2026-11-22 04:51:13 1xVKdO-0005Ti-17 <= a@b H=(x) "
+                                 "[192.0.2.9]:4711 P=esmtp " +
+                                 std::string(c.rest);
+        EXPECT_EQ(read(input_format::exim, line).transaction.recipient, c.want) << line;
+    }
+}
+
+// Exim logs addresses and HELO as they came: a backslash is the client's, and no escape of Exim's.
+TEST(input, bytes_in_exims_addresses) {
+    const auto line = [](const std::string &helo, const std::string &from, const std::string &to) {
+        return "2026-11-22 04:51:13 H=(" + helo + ") [192.0.2.9]:4711 F=<" + from +
+               "> rejected RCPT <" + to + ">: not here";
+    };
+    for (const char *text : {"j\303\266rg@example.org", "j\\303\\266rg@example.org",
+                             "\"a\\\\303b\tc d\"@example.org", "no\\nx@c.net"}) {
+        const transaction got = read(input_format::exim, line("h", text, "c@d")).transaction;
+        EXPECT_EQ(got.sender, text);
+        EXPECT_EQ(read(input_format::exim, line("h", "a@b", text)).transaction.recipient, text);
+    }
+    EXPECT_EQ(read(input_format::exim, line("h\303\266x", "a@b", "c@d")).transaction.helo,
+              "h\303\266x");
+    EXPECT_EQ(read(input_format::exim, line("h\\303x", "a@b", "c@d")).transaction.helo, "h\\303x");
+}
+
 TEST(input, exim_lines_that_are_refused) {
     const std::string moment = "2026-11-22 04:51:13 ";
     const struct {
@@ -619,6 +804,11 @@ TEST(input, exim_lines_that_are_refused) {
         const char *want;
     } cases[] = {
         {"hello", "1: the line is no arrival and no rejection of Exim's log"},
+        {"2026-11-22 04:51:13. H=(h) [192.0.2.1] F=<a@b> rejected RCPT <c@d>: no",
+         "1: the line is no arrival and no rejection of Exim's log"},
+        {"2026-11-22 04:51:13,123 H=(h) [192.0.2.1] F=<a@b> rejected RCPT <c@d>: no",
+         "1: the line is no arrival and no rejection of Exim's log"},
+        {"2026-11-22 04:51:13", "1: the line is no arrival and no rejection of Exim's log"},
         {moment + "1abcDE-000123-4F Completed",
          "1: the line is no arrival and no rejection of Exim's log"},
         {moment + "1abcDE-000123-4F <= root@x U=root P=local S=1", "1: the line names no client"},

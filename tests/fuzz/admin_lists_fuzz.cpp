@@ -6,6 +6,7 @@
 #include "engine_messages.h"
 #include "fuzz_support.h"
 #include "pattern_text.h"
+#include "pattern_warnings.h"
 
 namespace quillfence::testing {
 
@@ -36,6 +37,9 @@ void judge_pattern(const std::string &pattern) {
     const trex_ptr expression = compiled(pattern);
     if (!expression) {
         return;
+    }
+    for (const std::string &said : warnings_about(pattern)) {
+        QF_PROMISE(!said.empty());
     }
     std::string reason;
     const std::string text = pattern_of_nodes(*expression, &reason);

@@ -367,6 +367,21 @@ TEST(pattern_list, conditions_become_part_of_the_patterns) {
     EXPECT_EQ(got.problems, texts{});
 }
 
+TEST(pattern_list, keywords_in_any_letter_case) {
+    const read_list got = read({
+        "IF /\\.example\\.net$/",
+        "/^dsl-/ REJECT",
+        "If !/^mail/",
+        "/^ip-/ REJECT",
+        "EndIf",
+        "ENDIF of the network",
+        "^b",
+    });
+    EXPECT_EQ(got.patterns,
+              (texts{"2 ^dsl-.*\\.example\\.net$", "4 ^ip-.*\\.example\\.net$", "7 ^b"}));
+    EXPECT_EQ(got.problems, texts{});
+}
+
 TEST(pattern_list, what_can_not_be_folded_is_an_error_of_the_condition) {
     const read_list got = read({
         "if /^a/",

@@ -11,6 +11,8 @@
 #include "platform/error_numbers.h"
 #include "platform/file.h"
 #include "platform/observer.h"
+#include "platform/process.h"
+#include "platform/scratch_folder.h"
 
 namespace quillfence::platform {
 namespace {
@@ -146,6 +148,67 @@ TEST_F(directory, remove_takes_an_empty_folder_only) {
     EXPECT_EQ(directory_remove(nullptr), error_path_not_found);
 }
 
+// --- scratch folders: of the system's own names ---
+
+class scratch : public ::testing::Test {
+  protected:
+    scratch() {
+        char temporary[1024];
+        EXPECT_EQ(temp_directory(temporary, sizeof temporary), error_none);
+        path = std::string(temporary) + "/quillfence-scratch-" + std::to_string(process_id());
+    }
+    static bool exists(const std::string &name) {
+        uint32_t attributes = 0;
+        return path_attributes(name.c_str(), &attributes) == error_none;
+    }
+    static void make_file(const std::string &name) {
+        file_handle file = invalid_file;
+        EXPECT_EQ(file_open(name.c_str(), {.write = true, .when = disposition::create_new}, &file),
+                  error_none);
+        file_close(file);
+    }
+    std::string path;
+};
+
+TEST_F(scratch, it_goes_with_everything_in_it) {
+    ASSERT_EQ(scratch_folder_make(path.c_str()), error_none);
+    EXPECT_EQ(scratch_folder_make(path.c_str()), error_already_exists);
+    std::string below = path;
+    for (int depth = 0; depth < 20; ++depth) {
+        for (int i = 0; i < 60; ++i) { // more than one piece of a listing
+            make_file(below + "/a file with a long name " + std::to_string(i));
+        }
+        ASSERT_EQ(directory_create((below + "/e").c_str()), error_none);
+        below += "/d";
+        ASSERT_EQ(directory_create(below.c_str()), error_none);
+    }
+    EXPECT_EQ(scratch_folder_remove(path.c_str()), error_none);
+    EXPECT_FALSE(exists(path));
+    EXPECT_EQ(scratch_folder_remove(path.c_str()), error_none); // none is none to remove
+}
+
+TEST_F(scratch, there_are_no_more_than_can_be_looked_after) {
+    const auto name = [this](int i) { return path + "-" + std::to_string(i); };
+    for (int i = 0; i < most_scratch_folders; ++i) {
+        ASSERT_EQ(scratch_folder_make(name(i).c_str()), error_none);
+    }
+    EXPECT_EQ(scratch_folder_make(name(most_scratch_folders).c_str()), error_not_enough_memory);
+    EXPECT_FALSE(exists(name(most_scratch_folders)));
+    EXPECT_EQ(scratch_folder_remove(name(3).c_str()), error_none);
+    EXPECT_EQ(scratch_folder_make(path.c_str()), error_none);
+    EXPECT_EQ(scratch_folder_remove(path.c_str()), error_none);
+    for (int i = 0; i < most_scratch_folders; ++i) {
+        EXPECT_EQ(scratch_folder_remove(name(i).c_str()), error_none);
+        EXPECT_FALSE(exists(name(i)));
+    }
+}
+
+TEST_F(scratch, wrong_paths) {
+    EXPECT_EQ(scratch_folder_make((path + "/none").c_str()), error_path_not_found);
+    EXPECT_EQ(scratch_folder_make(std::string(longest_scratch_path, 'a').c_str()),
+              error_filename_too_long);
+}
+
 std::string observed;
 
 uint32_t fail_all(const char *call, const char *subject) {
@@ -164,10 +227,13 @@ TEST_F(directory, every_function_can_be_made_to_fail) {
     EXPECT_EQ(directory_next(listing, &entry), error_io_device);
     EXPECT_EQ(directory_create(missing), error_io_device);
     EXPECT_EQ(directory_remove(folder), error_io_device);
+    EXPECT_EQ(scratch_folder_make("scratch"), error_io_device);
+    EXPECT_EQ(scratch_folder_remove("scratch"), error_io_device);
     set_call_observer(nullptr);
     EXPECT_EQ(observed, "directory_open(c:/quillfence/list) directory_next() "
                         "directory_create(c:/quillfence/missing) "
-                        "directory_remove(c:/quillfence/list) ");
+                        "directory_remove(c:/quillfence/list) "
+                        "scratch_folder_make(scratch) scratch_folder_remove(scratch) ");
     directory_close(listing);
     EXPECT_TRUE(drive.exists(folder));
     EXPECT_FALSE(drive.exists(missing));

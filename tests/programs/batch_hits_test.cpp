@@ -68,6 +68,15 @@ transaction mail(const char *ip, const char *sender, const char *helo = "mail.go
     return made;
 }
 
+// What one line is counted for, and what the comparison with a copy that lacks it shows.
+struct line_without {
+    std::string file; // in the base folder
+    uint32_t line;
+    hit_counts counted;
+    verdict was;
+    verdict is;
+};
+
 class batch_hits : public testing::drive_test {
   protected:
     batch_hits() {
@@ -142,6 +151,17 @@ class batch_hits : public testing::drive_test {
             made.push_back(judge(one));
         }
         return made;
+    }
+
+    void expect_besides(const world &all, const transaction &what, const line_without &of) {
+        write(all);
+        EXPECT_EQ((count({what}, nullptr)[{base + of.file, of.line}]), of.counted) << of.file;
+        const decision_record now = judge(what);
+        write({{of.file, without(all.at(of.file), of.line - 1)}});
+        const decision_record then = judge(what);
+        EXPECT_TRUE(compare_decisions(now, then).is_change) << of.file;
+        EXPECT_EQ(now.decision.is, of.was) << of.file;
+        EXPECT_EQ(then.decision.is, of.is) << of.file;
     }
 
     // Names and listings that follow from the address; the last one is not known to anybody.
@@ -233,11 +253,56 @@ TEST_F(batch_hits, what_would_not_be_known_without_an_entry) {
     EXPECT_EQ(got, want);
 }
 
+// --- what a comparison shows besides ------------------------------------------------------------
+
+constexpr hit_counts none;
+
+TEST_F(batch_hits, a_line_that_keeps_the_verdict_open_is_counted_nowhere) {
+    const line_without zone = {"rbl.enabled", 1, none, verdict::undecided, verdict::accept};
+    expect_besides(
+        {{"control/rules.enabled", {"require_helo"}}, {"rbl.enabled", {"zone1.example"}}},
+        mail("192.0.2.5", "c@good.example"), zone);
+    transaction unknown = mail("192.0.2.3", "c@good.example");
+    unknown.helo.reset();
+    expect_besides(
+        {{"control/rules.enabled", {"valid_ptr\r", "require_helo"}}, {"rbl.enabled", {}}}, unknown,
+        {"control/rules.enabled", 2, none, verdict::undecided, verdict::accept});
+}
+
+TEST_F(batch_hits, of_a_domain_declared_twice_the_line_that_lets_pass_is_counted_nowhere) {
+    const world twice = {{"control/rules.enabled", {"known_sender_forgery"}},
+                         {"control/valid_domain_ips", {"d.test : 192.0.2.7", "d.test : 10.1.2.3"}}};
+    const char *const file = "control/valid_domain_ips";
+    expect_besides(twice, mail("192.0.2.7", "a@d.test"),
+                   {file, 1, none, verdict::accept, verdict::reject});
+    // The line that refuses is counted as ever.
+    expect_besides(twice, mail("10.1.2.3", "a@d.test"),
+                   {file, 1, {1, 1, 1, 0}, verdict::reject, verdict::accept});
+}
+
+TEST_F(batch_hits, the_same_verdict_by_another_rule_is_counted_nowhere) {
+    expect_besides({{"control/rules.enabled", {"require_helo"}},
+                    {"blocked_ips", {"192.0.2.3"}},
+                    {"from_blacklist", {"*@foe.example"}}},
+                   mail("192.0.2.3", "a@foe.example"),
+                   {"blocked_ips", 1, {1, 1, 0, 0}, verdict::reject, verdict::reject});
+}
+
 // --- by taking each entry out -------------------------------------------------------------------
 
 template <class Container>
 auto one_of(std::mt19937 &random, const Container &from) {
     return *(std::begin(from) + static_cast<ptrdiff_t>(random() % std::size(from)));
+}
+
+// Ranges with the same ends are one record, and of a domain the first declaration counts.
+bool stands_already(const std::string &file, const std::vector<std::string> &entries,
+                    const std::string &entry) {
+    const bool declares = file == "control/valid_domain_ips";
+    const std::string key = declares ? entry.substr(0, entry.find(':')) : entry;
+    return (declares || file.ends_with(".range")) &&
+           std::any_of(entries.begin(), entries.end(),
+                       [&](const std::string &other) { return other.starts_with(key); });
 }
 
 world random_world(std::mt19937 &random) {
@@ -263,9 +328,7 @@ world random_world(std::mt19937 &random) {
         std::vector<std::string> &entries = made[name];
         for (size_t count = random() % 5; count > 0; --count) {
             const std::string entry = one_of(random, pool);
-            // Ranges with the same ends are one record.
-            if (!name.ends_with(".range") ||
-                std::find(entries.begin(), entries.end(), entry) == entries.end()) {
+            if (!stands_already(name, entries, entry)) {
                 entries.push_back(entry);
             }
         }
@@ -306,8 +369,10 @@ hit_counts changes_between(const std::vector<decision_record> &now,
     for (size_t i = 0; i < now.size(); ++i) {
         const verdict was = now[i].decision.is;
         const verdict is = then[i].decision.is;
-        made.only += was != is && was != verdict::undecided && is != verdict::undecided;
-        made.open += was != is && was != verdict::undecided && is == verdict::undecided;
+        const bool is_counted = was != is && was != verdict::undecided;
+        EXPECT_TRUE(!is_counted || compare_decisions(now[i], then[i]).is_change);
+        made.only += is_counted && is != verdict::undecided;
+        made.open += is_counted && is == verdict::undecided;
     }
     return made;
 }

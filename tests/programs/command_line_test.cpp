@@ -21,6 +21,7 @@ struct values {
     uint64_t number = 0;
     double seconds = 0;
     std::string needed;
+    std::string file;
     bool other = false;
 };
 
@@ -64,6 +65,7 @@ command demand_command() {
         .options =
             {{"--word", &to->needed, "a or b", {.required = true, .check = one_of({"a", "b"})}},
              {"--flag", &to->flag, "Goes with the other", {.needs = {"--other"}}},
+             {"--file", &to->file, "A file", {.check = not_empty()}},
              {"--other", &to->other, "The other"}},
         .run =
             [to] {
@@ -163,12 +165,25 @@ TEST(command_line, what_is_wrong_is_said_and_nothing_runs) {
         {"take",
          {"a", "--seconds", "0.9"},
          "--seconds: Value 0.9 not in range 1.000000 to 2.000000"},
+        {"take",
+         {"a", "--seconds", "nan"},
+         "--seconds: Value nan not in range 1.000000 to 2.000000"},
+        {"take",
+         {"a", "--seconds", "-nan(1)"},
+         "--seconds: Value -nan(1) not in range 1.000000 to 2.000000"},
+        {"take",
+         {"a", "--seconds", "inf"},
+         "--seconds: Value inf not in range 1.000000 to 2.000000"},
+        {"take", {"a", "--seconds", ""}, "--seconds: Value  not in range 1.000000 to 2.000000"},
         {"take", {"a", "--pair", "b"}, "--pair: 2 required TEXT missing"},
         {"take", {"a", "--call", "--flag"}, "--flag excludes --call"},
         {"take", {"a", "--nope"}, "The following argument was not expected: --nope"},
         {"demand", {}, "--word is required"},
         {"demand", {"--word", "c"}, "--word: c not in {a,b}"},
         {"demand", {"--word", "a", "--flag"}, "--flag requires --other"},
+        {"demand",
+         {"--word", "a", "--file", ""},
+         "--file: must not be empty (is a variable unset?)"},
     };
     for (const auto &each : cases) {
         EXPECT_EQ(run(below(each.command, each.arguments)),

@@ -13,6 +13,12 @@ using namespace testing;
 
 constexpr char base[] = "c:/quillfence";
 
+outcome add_all(const std::string &list, const std::string &text, const drive_c &drive,
+                bool force = false) {
+    drive.write("c:/quillfence/in", text);
+    return outcome_of(list_add_all, list_bulk_arguments{base, list, "c:/quillfence/in", force});
+}
+
 class list_commands_test : public drive_test {
   protected:
     void put(const std::string &list, const std::string &bytes) const {
@@ -148,6 +154,9 @@ TEST_F(list_commands_test, entries_that_would_never_match_are_refused) {
          "never matches: one address a line; networks go into the list's range file "
          "(quillfence-data range add)"},
         {"exempt_ips", "mail.example.org", "never matches: no IP address"},
+        {"exempt_ips", "::ffff:c000:207", "never matches: this client is known as 192.0.2.7"},
+        {"exempt_ips", "::ffff:192.0.2.7", "never matches: this client is known as 192.0.2.7"},
+        {"exempt_ips", "::192.0.2.4", "never matches: this client is known as 192.0.2.4"},
         {"exempt_users", "a@example.org ", "ends in white space, which belongs to the entry"},
         {"exempt_users", "# a",
          "begins with white space or \"#\", so it would not be read as an "
@@ -193,6 +202,24 @@ TEST_F(list_commands_test, a_list_that_nobody_reads_is_refused) {
               "c:/quillfence/blocked_ips.range: is no list of lines");
 }
 
+// It is the list of the exact name that is edited, with all that goes for it.
+TEST_F(list_commands_test, the_letter_case_of_a_lists_name_does_not_count) {
+    put("from_blacklist", "a@example.org\n");
+    EXPECT_EQ(add("FROM_BLACKLIST", "b@example.org").out,
+              "c:/quillfence/from_blacklist: b@example.org added\n");
+    EXPECT_EQ(get("from_blacklist"), "a@example.org\nb@example.org\n");
+    EXPECT_EQ(add("FROM_Whitelist", "b@example.org").failure,
+              "c:/quillfence/from_whitelist: b@example.org: Entry is present in the opposite "
+              "table");
+    EXPECT_EQ(add("EXEMPT_IPS", "mail.example.org").failure,
+              "c:/quillfence/exempt_ips: mail.example.org: never matches: no IP address");
+    EXPECT_EQ(add_all("FROM_BLACKLIST", "c@example.org\n", drive).out,
+              "c:/quillfence/from_blacklist: 1 entry added\n");
+    EXPECT_EQ(del("FROM_BLACKLIST", "a@example.org").out,
+              "c:/quillfence/from_blacklist: a@example.org removed\n");
+    EXPECT_EQ(get("from_blacklist"), "b@example.org\nc@example.org\n");
+}
+
 TEST_F(list_commands_test, find_as_json) {
     put("from_whitelist", "bob@example.org\n");
     put("from_blacklist", "#\n*@example.org\n");
@@ -216,12 +243,6 @@ TEST_F(list_commands_test, find_as_json) {
 }
 
 // --- many at once ---
-
-outcome add_all(const std::string &list, const std::string &text, const drive_c &drive,
-                bool force = false) {
-    drive.write("c:/quillfence/in", text);
-    return outcome_of(list_add_all, list_bulk_arguments{base, list, "c:/quillfence/in", force});
-}
 
 TEST_F(list_commands_test, add_many) {
     put("from_whitelist", "bob@example.org\n");

@@ -14,7 +14,8 @@ import subprocess
 import unittest
 from pathlib import Path
 
-from whole_program import ARGUMENTS, RUNNER, FolderTest, main, read_terminal, run
+from whole_program import (ARGUMENTS, RUNNER, FolderTest, check_empty_names, main, read_terminal,
+                           run)
 
 PROGRAM, SOURCE = (Path(argument).resolve() for argument in ARGUMENTS)
 
@@ -554,6 +555,13 @@ class PagesTest(Case):
                 own = re.split(r"^\.S[SH] ", section[1], flags=re.MULTILINE)[0]
                 for word in [*(options - {"--help"}), *values]:
                     self.assertIn(word, own, f"man: {name}")
+
+    def test_no_name_of_a_file_is_empty(self):
+        check_empty_names(self, PROGRAM, self.subcommands())
+        for words, name in ([("verify",), "BASEDIR"], [("regex", "dump"), "FILE"],
+                            [("counter", "show"), "DIR"]):
+            self.check([*words, ""], FAILED, err=f"quillfence-data: {name}: must not be empty (is "
+                       f'a variable unset?); try "quillfence-data {" ".join(words)} --help"\n')
 
     @unittest.skipIf(RUNNER, "the shell is the build host's")
     def test_completion(self):

@@ -187,6 +187,29 @@ class ChangesTest(Case):
             self.assertEqual(self.run_program("diff", "--before", "before", "--after", "after",
                                               *arguments, text=text), (SAME, "", ""))
 
+    def test_a_name_in_a_control_file_has_its_place(self):
+        """The files of the side with the line, and what the other one has in its place."""
+        zone = {"control/rules.enabled": "block_rbl_lists\n"}
+        map_file = {"control/rules.enabled": "block_lists\n"}
+        cases = (("valid_ptr\nrequire_helo\n", "valid_ptr\n", "control/rules.enabled",
+                  "require_helo", 2, "require_helo", {}, {"helo": ""}),
+                 ("none.bms\n\nsample-abusers.bms", "none.bms", "control/bms.enabled",
+                  "sample-abusers.bms", 3, "block_lists", map_file, {"ip": "10.11.12.13"}),
+                 ("\nrbl.example\n", "", "rbl.enabled", "rbl.example", 2, "block_rbl_lists", zone,
+                  {}))
+        for there, missing, file, name, place, rule, files, members in cases:
+            for side, other in (("before", "after"), ("after", "before")):
+                for folder, lines in ((side, there), (other, missing)):
+                    for path, text in (*files.items(), (file, lines)):
+                        (self.folder / folder / "quillfence" / path).write_bytes(text.encode())
+                with self.subTest(file=file, side=side):
+                    one = transaction(1, **{"ip": "192.0.2.9", "sender": "a@good.example",
+                                            **members})
+                    change, = self.changes(text=lines_of([one]))
+                    self.assertEqual(change["cause"], {
+                        "side": side, "rule": rule, "file": f"c:/quillfence/{file}",
+                        "place": place, "entry": name})
+
     def test_order_for_any_number_of_threads(self):
         self.add_line()
         text = lines_of(transaction(n) for n in range(3000))
@@ -220,6 +243,9 @@ class RefusalsTest(Case):
         self.check_refused(both, "--before", "before", "--after", "after", "--drive-c", "before")
         self.check_refused(both, "--before", "before", "--after", "after", "--with-list",
                            "from_blacklist", LINE)
+        self.check_refused('"from_blaklist" is no list that a decision asks; did you mean '
+                           "from_blacklist?", "--drive-c", "before", "--with-list",
+                           "from_blaklist", LINE)
         self.check_refused("none: is no folder; --before is a folder that holds quillfence/",
                            "--before", "none", "--after", "after")
 

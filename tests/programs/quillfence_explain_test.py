@@ -10,12 +10,17 @@ LAUNCHER runs the program on a Windows build (a list as CMake has it).
 import json
 import os
 import re
+import resource
 import shutil
+import signal
+import socket
 import subprocess
+import time
 import unittest
 from pathlib import Path
 
-from whole_program import ARGUMENTS, RUNNER, FolderTest, main, read_terminal, run
+from whole_program import (ARGUMENTS, RUNNER, FolderTest, check_empty_names, environment, main,
+                           read_terminal, run)
 
 PROGRAM, SOURCE = (Path(argument).resolve() for argument in ARGUMENTS)
 
@@ -109,6 +114,12 @@ class FactsTest(Case):
         self.check_refused(["--ip", "192.0.2.9", *values], said)
         self.check_refused(["--input", "-", *values], said)
 
+    def test_what_chooses_from_an_input_needs_one(self):
+        for option, value in (("--number", "2"), ("--from", "json")):
+            for way in (["--ip", "192.0.2.9"], ["--case", "case.json"]):
+                self.check_refused([*way, option, value],
+                                   f'{option} requires --input; try "quillfence explain --help"')
+
     def test_no_transaction(self):
         self.check_refused([], 'there is no transaction; try "quillfence explain --help"')
 
@@ -157,6 +168,10 @@ class InputTest(Case):
 
 
 class SurroundingsTest(Case):
+    def test_no_option_that_names_a_file_takes_an_empty_name(self):
+        check_empty_names(self, PROGRAM, [[word] for word in ("explain", "test", "collect", "batch",
+                                                              "diff", "log", "policyd")])
+
     def test_missing_folders(self):
         self.assertEqual(
             self.run_program("explain", "--drive-c", "gone", *EXEMPT),
@@ -189,7 +204,7 @@ class SurroundingsTest(Case):
 
     def test_choices_are_checked(self):
         for arguments in (["--dns", "of"], ["--deadline", "0"], ["--deadline", "4000"],
-                          ["--number", "0"]):
+                          ["--number", "0"], ["--deadline", "nan"]):
             status, out, err = self.explain(*EXEMPT, *arguments)
             self.assertEqual((status, out), (FAILED, ""))
             self.assertRegex(err, f'^quillfence: {arguments[0]}: .*; try "quillfence explain '
@@ -225,8 +240,109 @@ class WhatIfTest(Case):
         self.check_refused([*EXEMPT, "--without-list", "from_blacklist", "*@spammer.org"],
                            "c:/quillfence/from_blacklist: there is no line \"*@spammer.org\" to "
                            "leave out")
-        self.check_refused([*EXEMPT, "--without-list", "gone", "a"],
-                           'c:/quillfence/gone: there is no line "a" to leave out')
+        self.check_refused([*EXEMPT, "--without-list", "blocked_ips", "a"],
+                           'c:/quillfence/blocked_ips: there is no line "a" to leave out')
+
+    def test_however_the_path_is_spelled(self):
+        for path in ("c:\\quillfence\\from_blacklist", "c:/quillfence//from_blacklist",
+                     "./from_blacklist", ".\\From_Blacklist", "C:/Quillfence/./FROM_BLACKLIST"):
+            with self.subTest(path=path):
+                _, out, err = self.explain(*BLACKLISTED, "--json", "--without-list", path,
+                                           "*@spammer.example")
+                self.assertEqual(err, "")
+                record = json.loads(out)
+                self.assertEqual(record["decision"]["verdict"], "undecided")
+                self.assertEqual(record["notes"][-1]["text"], "what if c:/quillfence/from_blacklist "
+                                 'did not have the line "*@spammer.example"')
+
+    def test_two_spellings_are_one_list(self):
+        _, decision = self.decision(
+            *BLACKLISTED, "--without-list", "c:/quillfence//from_blacklist", "*@spammer.example",
+            "--with-list", "from_whitelist", "y@spammer.example",
+            "--with-list", "c:\\quillfence\\from_whitelist", "x@spammer.example")
+        self.assertEqual((decision["verdict"], decision["rule"]), ("accept", "from_whitelist"))
+
+    def check_user_list(self, folder, path, sender="x@spammer.example"):
+        with self.subTest(folder=folder, path=path):
+            _, decision = self.decision(*BLACKLISTED, "--user-dir", folder, "--with-list", path,
+                                        sender)
+            self.assertEqual((decision["verdict"], decision.get("where")), ("accept", "user"))
+
+    def test_a_user_s_list_however_folder_and_path_are_spelled(self):
+        self.check_user_list("c:/users/bob/", "c:/users/bob//from_whitelist")
+        self.check_user_list("c:\\users\\bob", "c:/users/bob/from_whitelist")
+        self.check_user_list("c:\\users\\bob\\", "C:/Users/./bob/from_whitelist")
+        self.check_user_list("c:/users/bob", "c:\\users\\bob\\from_whitelist")
+
+    @unittest.skipIf(RUNNER, "paths of a system without drives")
+    def test_a_user_s_folder_outside_the_drive(self):
+        shutil.copytree(self.folder / "drive/users", self.folder / "users")
+        for folder in (str(self.folder / "users/bob"), "users/bob", "./users/bob/"):
+            self.check_user_list(folder, folder + "/from_whitelist")
+
+    def test_a_user_s_list_of_a_case(self):
+        """The folder is the case's."""
+        self.explain(*BLACKLISTED, "--user-dir", "c:/users/bob/", "--capture", "case.json")
+        _, decision = self.decision("--case", "case.json", "--with-list",
+                                    "c:/users/bob/from_whitelist", "x@spammer.example")
+        self.assertEqual((decision["verdict"], decision["where"]), ("accept", "user"))
+
+    def test_lists_that_are_read_elsewhere_than_by_rules(self):
+        _, decision = self.decision(*BLACKLISTED, "--without-list", "control/enabled", "1")
+        self.assertEqual((decision["verdict"], decision["by"]), ("accept", "engine_off"))
+        _, decision = self.decision(
+            *BLACKLISTED, "--without-list", "from_blacklist", "*@spammer.example",
+            "--without-list", "rbl.enabled", "rbl.example")
+        self.assertEqual(decision["verdict"], "accept")
+        _, decision = self.decision(
+            *BLACKLISTED, "--without-list", "from_blacklist", "*@spammer.example",
+            "--with-list", "control/valid_domain_ips", "spammer.example : 198.51.100.0/24")
+        self.assertEqual(decision["rule"], "known_sender_forgery")
+        client = ["--dns", "off", "R", "10.11.12.13", "25", "0", "", "0", "x.example",
+                  "a@x.example", "bob@example.net"]
+        self.assertEqual(self.decision(*client)[1]["by"], "block_map")
+        _, decision = self.decision(*client, "--without-list", "control/bms.enabled",
+                                    "sample-abusers.bms")
+        self.assertNotEqual(decision["by"], "block_map")
+
+    def test_a_file_that_no_decision_asks(self):
+        names = "docs/explain.md has their names"
+        of_user = " is not asked: of a user's own lists only those that exempt are"
+        for path, said in (
+                ("from_whitlist", "did you mean from_whitelist?"),
+                ("c:/quillfence/control/rule.enabled", "did you mean control/rules.enabled or "
+                                                       "control/bms.enabled or control/enabled?"),
+                ("c:/users/bob/from_whitlist", "did you mean c:/users/bob/from_whitelist?"),
+                ("c:/elsewhere/exempt_ips", "did you mean exempt_ips?"),
+                ("bms/sample-abusers.bms", names), ("gone", names), ("", names)):
+            said = f'"{path}" is no list that a decision asks; {said}'
+            for option in ("--with-list", "--without-list"):
+                self.check_refused([*EXEMPT, "--user-dir", "c:/users/bob", option, path, "a"], said)
+        for path, said in (
+                ("dynaregex/dyna.cregexes", " is no list of lines"),
+                ("exempt_ips.range", " is no list of lines"),
+                ("rl_whitelist.lst", " is asked by no decision"),
+                ("log/qflog", " is asked by no decision")):
+            self.check_refused([*EXEMPT, "--with-list", path, "a"], "c:/quillfence/" + path + said)
+        for path in ("c:/users/bob/from_blacklist", "c:/users/bob/rbl.enabled"):
+            self.check_refused([*EXEMPT, "--user-dir", "c:/users/bob", "--with-list", path, "a"],
+                               path + of_user)
+
+    def near_misses(self, *arguments):
+        _, out, _ = self.explain(*BLACKLISTED, "--json", *arguments)
+        rule = next(rule for rule in json.loads(out)["rules"] if rule["rule"] == "ip_whitelist")
+        return [(near["what"], near["source"]["file"], near["source"]["entry"])
+                for near in rule.get("near_misses", [])]
+
+    def test_near_misses_are_those_of_the_changed_list(self):
+        path, network = "c:/quillfence/exempt_ips", "192.0.2.0/24"
+        near = [("network", path, network)]
+        self.assertEqual(self.near_misses(), [])
+        self.assertEqual(self.near_misses("--with-list", "exempt_ips", network), near)
+        with open(self.folder / "drive/quillfence/exempt_ips", "a") as file:
+            file.write(network + "\n")
+        self.assertEqual(self.near_misses(), near)
+        self.assertEqual(self.near_misses("--without-list", "exempt_ips", network), [])
 
     def test_a_line_that_is_none(self):
         for option in ("--with-list", "--without-list"):
@@ -241,6 +357,25 @@ class WhatIfTest(Case):
 
 
 class AnswerTest(Case):
+    def test_ptr_names_of_an_ipv4_client_in_ipv6_form(self):
+        for address in ("::ffff:192.0.2.9", "::192.0.2.9", "::ffff:c000:209"):
+            facts = ["--ip", address, "--helo", "a.example", "--sender", "a@a.example",
+                     "--recipient", "bob@example.net"]
+            values = ["R", address, "25", "0", "", "0", "a.example", "a@a.example",
+                      "bob@example.net"]
+            for transaction in (facts, values):
+                _, out, err = self.explain("--dns", "off", "--ptr", "m.x.example", "--json",
+                                           *transaction)
+                self.assertEqual(err, "")
+                record = json.loads(out)
+                self.assertEqual(record["facts"]["ptr"], ["m.x.example"], transaction)
+                self.assertNotIn("PTR", [item.get("type") for item in record["missing"]])
+            self.explain("--dns", "off", "--capture", "case.json", *facts)
+            _, out, _ = self.explain("--case", "case.json", "--dns", "live", "--ptr",
+                                     "m.x.example", "--answer", "a.example", "A", "1.2.3.4",
+                                     "--json", "--deadline", "0.1")
+            self.assertEqual(json.loads(out)["facts"]["ptr"], ["m.x.example"], address)
+
     def test_exit_statuses(self):
         self.assertEqual(self.explain(*BLACKLISTED)[0], EXPLAINED)
         self.assertEqual(self.explain(*BLACKLISTED, "--verdict-exit")[0], REJECTED)
@@ -256,6 +391,10 @@ class AnswerTest(Case):
 
     def test_an_unknown_rule(self):
         self.check_refused([*EXEMPT, "--rule", "from_blacklis"], 'there is no rule "from_blacklis"')
+
+    def test_one_rule_is_no_record(self):
+        self.check_refused([*EXEMPT, "--rule", "from_blacklist", "--json"],
+                           '--rule excludes --json; try "quillfence explain --help"')
 
     def test_json_is_one_line(self):
         status, out, err = self.explain(*BLACKLISTED, "--json")
@@ -326,8 +465,111 @@ def written_options(text):
     return set(re.findall(r"(?<![\w-])--[a-z][a-z-]*", text))
 
 
+# What is told to end leaves no bundle and no changed list in the folder for temporary files.
+@unittest.skipIf(RUNNER, "signals of the build host")
+class EndingTest(Case):
+    SIGNALS = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGQUIT)
+
+    def setUp(self):
+        super().setUp()
+        self.temporary = self.folder / "temporary"
+        self.temporary.mkdir()
+
+    def begin(self, *arguments, ignored=()):
+        """Begins a run that asks a silent server."""
+        def prepare():
+            resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
+            for one in self.SIGNALS:
+                signal.signal(one, signal.SIG_IGN if one in ignored else signal.SIG_DFL)
+
+        self.assertEqual(list(self.temporary.iterdir()), [])
+        self.silent = socket.create_server(("127.0.0.1", 0))
+        self.addCleanup(self.silent.close)
+        self.silent.settimeout(60)
+        server = f"127.0.0.1:{self.silent.getsockname()[1]}"
+        begun = subprocess.Popen([PROGRAM, *arguments, "--dns", "live", "--server", server],
+                                 cwd=self.folder, preexec_fn=prepare, stdin=subprocess.PIPE,
+                                 stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                                 env=environment(TMPDIR=str(self.temporary)))
+        self.addCleanup(begun.communicate)
+        self.addCleanup(begun.kill)
+        return begun
+
+    def until_asked(self):
+        asked, _ = self.silent.accept()
+        self.addCleanup(asked.close)
+        self.assertTrue(asked.recv(1))
+
+    def check_gone(self, begun, said=b""):
+        out, err = begun.communicate(timeout=60)
+        self.assertEqual((out, err), (b"", said))
+        self.assertEqual([path.as_posix() for path in self.temporary.rglob("*")], [])
+
+    def test_a_bundle(self):
+        self.assertEqual(self.explain(*BLACKLISTED, "--capture", "case.tar", "--with-config")[0],
+                         EXPLAINED)
+        for one in self.SIGNALS:
+            with self.subTest(signal=one):
+                begun = self.begin("explain", "--case", "case.tar")
+                self.until_asked()
+                unpacked, = self.temporary.iterdir()
+                self.assertEqual(unpacked.stat().st_mode & 0o777, 0o700)
+                self.assertTrue((unpacked / "bundle/case.json").exists())
+                begun.send_signal(one)
+                self.check_gone(begun)
+                self.assertEqual(begun.returncode, -one)
+
+    def test_a_changed_list_beside_a_bundle(self):
+        self.explain(*BLACKLISTED, "--capture", "case.tar", "--with-config")
+        begun = self.begin("explain", "--case", "case.tar", "--with-list", "from_whitelist",
+                           "a@b.example")
+        self.until_asked()
+        self.assertEqual(len(list(self.temporary.iterdir())), 2)
+        begun.send_signal(signal.SIGTERM)
+        self.check_gone(begun)
+        self.assertEqual(begun.returncode, -signal.SIGTERM)
+
+    def test_a_signal_that_is_ignored_stays_ignored(self):
+        self.explain(*BLACKLISTED, "--capture", "case.tar", "--with-config")
+        begun = self.begin("explain", "--case", "case.tar", ignored=[signal.SIGHUP])
+        self.until_asked()
+        begun.send_signal(signal.SIGHUP)
+        time.sleep(0.1)
+        self.assertIsNone(begun.poll())
+        self.assertEqual(len(list(self.temporary.iterdir())), 1)
+        begun.send_signal(signal.SIGINT)
+        self.check_gone(begun)
+        self.assertEqual(begun.returncode, -signal.SIGINT)
+
+    def test_many_transactions(self):
+        # Ctrl-C is a wish there, a hang-up is none.
+        for one, status, said in ((signal.SIGHUP, -signal.SIGHUP, b""),
+                                  (signal.SIGINT, UNDECIDED, b"quillfence: interrupted\n")):
+            with self.subTest(signal=one):
+                begun = self.begin("batch", "--quiet", "--drive-c", "drive", "--with-list",
+                                   "from_whitelist", "a@b.example")
+                begun.stdin.write(LOG_LINE.replace("192.0.2.25", "192.0.2.9").encode())
+                begun.stdin.flush()
+                self.until_asked()
+                self.assertEqual(len(list(self.temporary.iterdir())), 1)
+                begun.send_signal(one)
+                self.check_gone(begun, said)
+                self.assertEqual(begun.returncode, status)
+
+
 # Cases: captured, and judged again.
 class CaptureTest(Case):
+    def test_an_empty_name_writes_nothing(self):
+        self.file("key", "k" * 64)
+        for arguments in (["--capture", ""], ["--capture", "case.json", "--redact", ""],
+                          ["--html", ""], ["--case", ""]):
+            before = self.files()
+            option = arguments[-2]
+            self.check_refused([*EXEMPT, *arguments],
+                               f'{option}: must not be empty (is a variable unset?); try '
+                               '"quillfence explain --help"')
+            self.assertEqual(self.files(), before)
+
     INSIDE = ("{}: a case with 2 DNS answers, 11 files' digests, 4 missing files, "
               "3 answers of the registry, 1 answer of the address map{}; mail addresses of people "
               "are in it\n")
@@ -427,14 +669,27 @@ class CaptureTest(Case):
         self.assertIn("the case has no answer for 9.2.0.192.rbl.example. A", err)
 
     def test_a_bundle_with_cut_maps(self):
-        arguments = ["--dns", "off", "R", "10.11.12.13", "25", "0", "", "0", "x.example",
-                     "alice@x.example", "bob@example.net"]
-        _, out, err = self.explain(*arguments, "--json", "--capture", "cut.tar", "--with-config",
-                                   "--cut-maps")
-        self.assertIn("of sample-abusers.bms only what it answered", err)
+        given = ["--ptr", "x.example", "--answer", "x.example", "A", "10.11.12.13"]
+        for name, kind, value in [("x.example", "AAAA", "NODATA"), ("x.example", "MX", "NODATA"),
+                                  ("13.12.11.10.rbl.example", "A", "NXDOMAIN"),
+                                  ("13.12.11.10.rbl.example", "AAAA", "NXDOMAIN")]:
+            given += ["--answer", name, kind, value]
+        written = {}
+        for address in ("10.11.12.13", "::ffff:10.11.12.13", "::10.11.12.13", "::ffff:0a0b:0c0d"):
+            tar = address.replace(":", "_") + ".tar"
+            _, out, err = self.explain("--dns", "off", "R", address, "25", "0", "", "0",
+                                       "x.example", "alice@x.example", "bob@example.net", "--json",
+                                       "--capture", tar, "--with-config", "--cut-maps", *given)
+            self.assertIn("of sample-abusers.bms only what it answered", err)
+            written[tar] = json.loads(out)
         shutil.rmtree(self.folder / "drive")
-        _, again, _ = self.judge("--case", "cut.tar", "--json")
-        self.assertEqual(json.loads(again)["block_maps"], json.loads(out)["block_maps"])
+        for tar, before in written.items():
+            _, out, _ = self.judge("--case", tar, "--json")
+            again = json.loads(out)
+            self.assertEqual(before["block_maps"][0]["outcome"], "hit")
+            self.assertEqual(before["report"]["bms_hits"], ["sample-abusers.bms"])
+            for member in ("decision", "block_maps", "report"):
+                self.assertEqual(again[member], before[member], (tar, member))
 
     def test_a_question_without_answer_is_named_and_ends_with_3(self):
         self.capture()

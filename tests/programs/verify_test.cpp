@@ -275,7 +275,8 @@ TEST_F(verify_test, every_kind_is_found) {
         {"rule-in-other-letters", {{rules, "Valid_PTR\n"}}},
         {"map-name-odd", {{"control/bms.enabled", "a b\n"}}},
         {"map-missing", {{"control/bms.enabled", "b.bms\n"}}},
-        {"zone-no-domain", {{"rbl.enabled", "rbl\n"}}},
+        {"zone-no-domain", {{"rbl.enabled", "rbl.example.org.\n"}}},
+        {"zone-odd", {{"rbl.enabled", "rbl\n"}}},
         {"maps-unlisted", {{"bms/lists_to_update", ""}}},
         {"maps-listed-elsewhere", {{"bms/control/lists_to_update", "a.bms\n"}}},
         {"declaration-malformed", {{domains, "example.org 192.0.2.1\n"}}},
@@ -296,6 +297,7 @@ TEST_F(verify_test, every_kind_is_found) {
         {"entry-matches-no-address", {{"from_blacklist", "example.org\n"}}},
         {"entry-matches-everybody", {{"from_whitelist", "*\n"}}},
         {"entry-plus-repeats", {{"from_blacklist", "a+b*@example.org\n"}}},
+        {"entry-says-otherwise", {{"from_blacklist", "a$b*@example.org\n"}}},
         {"entry-repeated", {{"exempt_users", "a@example.org\na@example.org\n"}}},
         {"entry-covered", {{"exempt_users", "*@example.org\na@example.org\n"}}},
         {"entry-in-opposite-list", {{"exempt_ips", "192.0.2.1"}, {"blocked_ips", "192.0.2.1"}}},
@@ -570,6 +572,15 @@ TEST_F(verify_test, names_of_rules) {
     });
 }
 
+// A zone of so many characters, in parts of 39.
+std::string zone_of(size_t size) {
+    std::string zone;
+    while (zone.size() < size) {
+        zone += std::string(39, 'a') + '.';
+    }
+    return zone.substr(0, size);
+}
+
 TEST_F(verify_test, names_of_maps_and_hosts) {
     check({
         {"no such map",
@@ -584,9 +595,35 @@ TEST_F(verify_test, names_of_maps_and_hosts) {
           "control/bms.enabled:3: error: \"M\\xc3\\xa4rz.bms\" is no name of a file in bms/: take "
           "letters, "
           "digits, - _ and ."}},
-        {"no host",
-         {{"rbl.enabled", "rbl.example.org\nrbl\n"}},
-         {"rbl.enabled:2: error: \"rbl\" is no domain name"}},
+        {"a zone that can't be asked",
+         {{"rbl.enabled", "rbl.example.org.\n.rbl.example.org\nrbl..example.org\n" +
+                              std::string(64, 'a') + ".example.org\n"}},
+         {"rbl.enabled:1: error: \"rbl.example.org.\" can't be asked: the engine adds the final "
+          "dot; write the zone without it",
+          "rbl.enabled:2: error: \".rbl.example.org\" can't be asked: a part between its dots is "
+          "empty",
+          "rbl.enabled:3: error: \"rbl..example.org\" can't be asked: a part between its dots is "
+          "empty",
+          "rbl.enabled:4: error: \"" + std::string(60, 'a') +
+              "...\" can't be asked: a part "
+              "between its dots has more than 63 characters"}},
+        {"a zone as long as can be, and a longer one",
+         {{"rbl.enabled", zone_of(237) + "\n" + zone_of(238) + "\n"}},
+         {"rbl.enabled:2: error: \"" + zone_of(60) +
+          "...\" can't be asked for every client: has "
+          "more than 237 characters"}},
+        {"names that are asked",
+         {{"rbl.enabled", "rbl.example.org\n" + std::string(63, 'a') +
+                              ".example.org\n"
+                              "rbl_x.example\n_rbl._x.example\nRBL-2.EXAMPLE\n"}},
+         {}},
+        {"unusual zones",
+         {{"rbl.enabled", "rbl\n192.0.2.1\nrbl/x.example\n"}},
+         {"rbl.enabled:1: warning: \"rbl\" has no dot: only a name server of your own has such a "
+          "zone",
+          "rbl.enabled:2: warning: \"192.0.2.1\" is no domain name as block lists have them",
+          "rbl.enabled:3: warning: \"rbl/x.example\" is no domain name as block lists have "
+          "them"}},
         {"two lists of maps",
          {{"bms/control/lists_to_update", "a.bms\n"}},
          {"bms/control/lists_to_update: info: is not read as long as bms/lists_to_update is "
@@ -701,6 +738,18 @@ TEST_F(verify_test, entries_that_never_match) {
          {{"exempt_ips", "2001:DB8::1\n2001:db8:0:0::2\n"}},
          {"exempt_ips:2: error: \"2001:db8:0:0::2\" never matches: this client is known as "
           "2001:db8::2"}},
+        {"an IPv4 address in IPv6",
+         {{"blocked_ips", "::ffff:c000:207\n::ffff:192.0.2.7\n::FFFF:192.0.2.7\n::192.0.2.4\n"
+                          "::ffff:0:192.0.2.1\n::1\n"}},
+         {"blocked_ips:1: error: \"::ffff:c000:207\" never matches: this client is known as "
+          "192.0.2.7",
+          "blocked_ips:2: error: \"::ffff:192.0.2.7\" never matches: this client is known as "
+          "192.0.2.7",
+          "blocked_ips:3: error: \"::FFFF:192.0.2.7\" never matches: this client is known as "
+          "192.0.2.7",
+          "blocked_ips:3: warning: \"::FFFF:192.0.2.7\" stands in line 2 already",
+          "blocked_ips:4: error: \"::192.0.2.4\" never matches: this client is known as "
+          "192.0.2.4"}},
         {"does not compile",
          {{"exempt_users", "(*@example.org\n"}},
          {"exempt_users:1: error: \"(*@example.org\" never matches: the engine says \"failed to "
@@ -761,6 +810,94 @@ TEST_F(verify_test, odd_entries) {
           "from_blacklist:2: warning: is a comment for the list editor, but lookups take "
           "\"b@example.org\" for an entry"}},
     });
+}
+
+// Each alone in a list, and what is said of it; "" for nothing.
+TEST_F(verify_test, operators_that_defeat_an_entry) {
+    const std::string plus = "in an entry with a * the + repeats the character before it; write "
+                             "\\+ for a plus sign";
+    const std::string expression =
+        "is written as an expression, but in an entry * alone stands for any text and . for a dot";
+    const std::string brackets = "takes the brackets for a class, any one character of it";
+    const std::string halves = "is cut in two by the |, and neither part stands for a whole "
+                               "address; write each as an entry of its own";
+    const std::string no_end = "never matches: ^ is an address's beginning, and $ its end";
+    const struct {
+        const char *entry;
+        std::string said;
+    } cases[] = {
+        {"*@[192.0.2.1]", brackets + "; write *@\\[192.0.2.1\\]"},
+        {"*@[IPv6:2001:db8::*]", brackets + "; write *@\\[IPv6:2001:db8::*\\]"},
+        {"a[bc]*@[192.0.2.1]", brackets},
+        {"*@\\[192.0.2.1\\]", ""},
+        {"*@a.example|*@b.example", halves},
+        {"a|b*@x.example", halves},
+        {"a\\|b*@x.example", ""},
+        {"bob$*@a.example", "takes the $ for an operator; write bob\\$*@a.example"},
+        {"a^b*@x.example", "takes the ^ for an operator; write a\\^b*@x.example"},
+        {"a^b$*@x.example", "takes the ^ for an operator; write a\\^b\\$*@x.example"},
+        {"bob?@*.example", "takes the ? for an operator; write bob\\?@*.example"},
+        {"a{2}*@x.example", "takes the { for an operator; write a\\{2\\}*@x.example"},
+        {"*@x.example\\", "takes the \\ for an operator; write *@x.example\\\\"},
+        {"bob\\$*@a.example", ""},
+        {"^*@x.example$", ""},    // as it is without them
+        {"user+*@x.example", ""}, // the * takes what the + does not
+        {"user+tag*@x.example", plus},
+        {"user+tag?*@x.example", plus},
+        {"user+*a$b@x.example", "takes the $ for an operator; write user\\+*a\\$b@x.example"},
+        {"user\\+tag*@x.example", ""},
+        {"/.*@x\\.example$/", expression + "; write *@x.example"},
+        {".*@q.example", expression + "; write *@q.example"},
+        {"^.*@q\\.example$", expression + "; write *@q.example"},
+        {"*@x\\.example", expression + "; write *@x.example"},
+        {"/*@x.example/", expression + "; write *@x.example"},
+        {"bob\\*@x.example", expression},
+        {".*", expression},
+        {".*@[a-c]x\\.example", expression},
+        {"[a-c]*@x.example", ""},
+        {"[a-c]+*@x.example", ""},
+        {"(bob|al)*@x.example", ""},
+        {"(bob|al)+@*.x.example", ""},
+        {"\\d+*@x.example", ""},
+        {"[a\\]$]*@x.example", ""},
+        {"[a-c]$*@x.example", no_end},
+        {"user+tag*@[a-c]*.example", plus},
+        {"*@x.example", ""},
+        {"*.x.example", ""},
+        {"a*@b.example", ""},
+        {"bob.*@x.example", ""},
+        {"a}]*@x.example", ""},
+        {"o'neil#!%&-/=_`~*@x.example", ""},
+        {"bob$|^?{}@x.example", ""}, // without a * all of them are letters
+    };
+    for (const auto &one : cases) {
+        const std::string entry = one.entry;
+        put("from_blacklist", entry + "\n");
+        const lines want = one.said.empty()
+                               ? lines{}
+                               : lines{"from_blacklist:1: warning: \"" + entry + "\" " + one.said};
+        EXPECT_EQ(findings(), want) << entry;
+    }
+}
+
+// What a finding says to write matches what the entry says, and this one does not.
+TEST_F(verify_test, what_to_write_instead_agrees_with_the_engine) {
+    const struct {
+        const char *entry;
+        const char *address;
+    } cases[] = {
+        {"*@[192.0.2.1]", "x@[192.0.2.1]"},   {"bob$*@a.example", "bob$y@a.example"},
+        {"bob?@*.example", "bob?@x.example"}, {"/.*@x\\.example$/", "bob@x.example"},
+        {".*@q.example", "bob@q.example"},    {"*@x\\.example", "bob@x.example"},
+    };
+    for (const auto &one : cases) {
+        put("from_blacklist", std::string(one.entry) + "\n");
+        const lines found = findings();
+        ASSERT_EQ(found.size(), 1U) << one.entry;
+        const std::string better = found[0].substr(found[0].rfind("; write ") + 8);
+        EXPECT_NE(__wildcardmatch(one.entry, one.address), 0) << one.entry;
+        EXPECT_EQ(__wildcardmatch(better.c_str(), one.address), 0) << better;
+    }
 }
 
 // The editor keeps an entry's comment in the very line below it.
@@ -929,7 +1066,7 @@ TEST_F(verify_test, pattern_files) {
           ": error: pattern 1 can fail to match: the engine says \"corrupt regex: node->left "
           "is out of range 7 > 2\""}},
         {"patterns that do not do what they say",
-         {{file, pattern_magic + block_of("[\\[a]") + block_of("^(.*b)$")}},
+         {{file, pattern_magic + block_of("[\\[a-c]") + block_of("^(.*b)$")}},
          {file + ": warning: pattern 2, ^(.*b)$: the pattern matches nothing: a .* inside "
                  "parentheses needs a $ behind it there; write ^.*b$"}},
         {"a name that is not asked",

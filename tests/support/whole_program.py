@@ -8,6 +8,7 @@ Python; by hand it is PYTHONPATH=tests/support.
 """
 
 import os
+import re
 import subprocess
 import sys
 import tempfile
@@ -66,6 +67,26 @@ def read_terminal(ours):
         pass
     os.close(ours)
     return shown.decode()
+
+
+def options_with_files(help_text):
+    """The options of which a help says that their value names a file or a folder."""
+    return re.findall(r"^  (--[a-z-]+) (?:\S*\|)?(?:FILE|KEYFILE|DIR|LINES)\b", help_text, re.M)
+
+
+def check_empty_names(test, program, subcommands):
+    """None of a program's options that name a file takes an empty name, as of a variable that is
+    not set, for not being given."""
+    checked = 0
+    for words in subcommands:
+        _, text, _ = run([program, *words, "--help"], test.folder)
+        for option in options_with_files(text):
+            checked += 1
+            with test.subTest(subcommand=words, option=option):
+                said = (f"{program.stem}: {option}: must not be empty (is a variable unset?); "
+                        f'try "{" ".join([program.stem, *words])} --help"\n')
+                test.assertEqual(run([program, *words, option, ""], test.folder), (2, "", said))
+    test.assertGreater(checked, 3)
 
 
 class FolderTest(unittest.TestCase):

@@ -9,7 +9,8 @@
 
 namespace quillfence::platform {
 
-// From now on a wish is noted; a second one of the same kind ends the process at once. A signal
+// From now on a wish is noted; a second one of the same kind does what it did before: it ends the
+// process at once, or after its scratch folders have gone (platform/scratch_folder.h). A signal
 // that the process was started to ignore stays ignored. 0 or a Win32 error number. Nothing is noted
 // yet, whatever came before.
 uint32_t interruption_listen();

@@ -188,6 +188,65 @@ TEST_F(data_tool, a_bar_is_drawn_anew_when_it_looks_otherwise) {
                          std::string(49, ' ') + "\r");
 }
 
+// A list's name is found in a folder of this system as the engine finds it below its drive.
+TEST_F(data_tool, a_list_is_edited_that_the_engine_reads) {
+    const std::string folder = drive.native("c:/quillfence");
+    drive.write("c:/quillfence/from_blacklist", "a@example.org\n");
+    EXPECT_EQ(run_program({"list", "add", folder, "FROM_BLACKLIST", "b@example.org"}), 0) << said;
+    EXPECT_EQ(drive.read("c:/quillfence/from_blacklist"), "a@example.org\nb@example.org\n");
+    EXPECT_EQ(run_program({"list", "del", folder, "From_Blacklist", "a@example.org"}), 0) << said;
+    EXPECT_EQ(drive.read("c:/quillfence/from_blacklist"), "b@example.org\n");
+    EXPECT_EQ(run_program({"list", "add", folder, "EXEMPT_IPS", "192.0.2.1"}), 0) << said;
+    EXPECT_EQ(access((folder + "/exempt_ips").c_str(), F_OK), 0);
+    EXPECT_NE(access((folder + "/FROM_BLACKLIST").c_str(), F_OK), 0);
+    EXPECT_NE(access((folder + "/EXEMPT_IPS").c_str(), F_OK), 0);
+}
+
+TEST_F(data_tool, a_list_in_other_letters_is_edited_when_it_is_the_only_one) {
+    const std::string folder = drive.native("c:/quillfence");
+    drive.write("c:/quillfence/FROM_BLACKLIST", "a@example.org\n");
+    drive.write("c:/quillfence/from_BLACKLIST", "");
+    EXPECT_EQ(run_program({"list", "add", folder, "from_blacklist", "b@example.org"}), 0) << said;
+    EXPECT_EQ(run_program({"list", "del", folder, "from_blacklist", "a@example.org"}), 0) << said;
+    EXPECT_EQ(drive.read("c:/quillfence/FROM_BLACKLIST"), "b@example.org\n");
+    EXPECT_EQ(drive.read("c:/quillfence/from_BLACKLIST"), "");
+    EXPECT_NE(access((folder + "/from_blacklist").c_str(), F_OK), 0);
+    ::testing::internal::CaptureStdout();
+    EXPECT_EQ(run_program({"list", "find", folder, "b@example.org"}), 0);
+    EXPECT_EQ(::testing::internal::GetCapturedStdout(),
+              folder + "/FROM_BLACKLIST:1: b@example.org (plain)\n");
+    drive.write("c:/quillfence/Control/Rules.enabled", "");
+    EXPECT_EQ(run_program({"list", "add", folder, "control/rules.enabled", "valid_ptr"}), 0);
+    EXPECT_EQ(drive.read("c:/quillfence/Control/Rules.enabled"), "valid_ptr\n");
+}
+
+TEST_F(data_tool, opposite_lists_in_other_letters_exclude_each_other) {
+    const std::string folder = drive.native("c:/quillfence");
+    drive.write("c:/quillfence/From_Whitelist", "# friends\r\n  A@example.org\r\n");
+    EXPECT_EQ(run_program({"list", "add", folder, "from_blacklist", "a@EXAMPLE.org"}), 2);
+    EXPECT_EQ(said, "quillfence-data: " + folder +
+                        "/from_blacklist: a@EXAMPLE.org: Entry is present in the opposite "
+                        "table\n");
+    drive.write("c:/lines", "b@example.org\na@example.org\n");
+    const std::string lines = drive.native("c:/lines");
+    EXPECT_EQ(run_program({"list", "add", "--from", lines, folder, "from_blacklist"}), 2);
+    EXPECT_EQ(said.substr(0, said.find('\n')),
+              lines + ":2: error: \"a@example.org\" is in the opposite list, from_whitelist");
+    EXPECT_NE(access((folder + "/from_blacklist").c_str(), F_OK), 0);
+    EXPECT_EQ(run_program({"list", "add", folder, "from_blacklist", "b@example.org"}), 0) << said;
+    EXPECT_EQ(run_program({"list", "add", folder, "from_whitelist", "b@example.org"}), 2);
+}
+
+TEST_F(data_tool, verify_reads_a_list_in_other_letters) {
+    drive.write("c:/quillfence/Exempt_IPs", "nobody\n");
+    ::testing::internal::CaptureStdout();
+    EXPECT_EQ(run_program({"verify", drive.native("c:/quillfence")}), 1);
+    const std::string told = ::testing::internal::GetCapturedStdout();
+    EXPECT_NE(told.find("/exempt_ips:1: error: \"nobody\" never matches: no IP address\n"),
+              std::string::npos)
+        << told;
+}
+
 TEST_F(data_tool, verify_tells_names_that_differ_in_letter_case) {
     drive.write("c:/quillfence/bms/lists_to_update", "");
     drive.write("c:/quillfence/From_Whitelist", "a@example.org\n");

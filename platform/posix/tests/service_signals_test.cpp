@@ -70,6 +70,26 @@ TEST_F(signalled, an_interruption_can_be_watched_for) {
     EXPECT_TRUE(interruption_noted());
 }
 
+TEST_F(signalled, a_second_one_finds_what_was_there_before) {
+    raise(SIGTERM);
+    struct sigaction now {};
+    sigaction(SIGTERM, nullptr, &now);
+    EXPECT_EQ(now.sa_handler, SIG_DFL);
+    interruption_ignore();
+    static int came;
+    came = 0;
+    std::signal(SIGTERM, [](int) { ++came; });
+    EXPECT_EQ(interruption_listen(), 0u);
+    raise(SIGTERM);
+    EXPECT_TRUE(interruption_noted());
+    EXPECT_EQ(came, 0);
+    raise(SIGTERM);
+    EXPECT_EQ(came, 1);
+    std::signal(SIGTERM, SIG_DFL);
+    interruption_ignore();
+    EXPECT_EQ(interruption_listen(), 0u); // as the others expect it
+}
+
 TEST_F(signalled, what_a_stream_is_waited_for) {
     uint32_t put = 0;
     file_write(writer, "a", 1, &put);
