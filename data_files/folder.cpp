@@ -66,7 +66,8 @@ static std::string name_in(const std::string &folder, const std::string &name) {
 }
 
 std::string name_below(const std::string &folder, const std::string &name) {
-    if (exists(joined(folder, name))) {
+    const bool has_drive = folder.size() > 1 && folder[1] == ':';
+    if (has_drive || exists(joined(folder, name))) {
         return name;
     }
     std::string found;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <tuple>
 
+#include "configuration.h"
 #include "folder.h"
 #include "text.h"
 
@@ -19,7 +20,8 @@ std::string tree::path(std::string_view file) const {
 }
 
 std::string tree::place(std::string_view file) const {
-    return joined(base, name_below(base, std::string(file)));
+    const bool is_known = find_configuration_file(file) != nullptr;
+    return is_known ? joined(base, name_below(base, std::string(file))) : path(file);
 }
 
 bool tree::has(std::string_view file) const {

@@ -42,7 +42,7 @@ struct tree {
     std::vector<finding> findings;
     uint32_t files = 0; // that have been looked into
 
-    // For people, and where the engine finds it: its letter case may be another one there.
+    // For people; and where it is, as a file of the catalogue may have other letters there.
     std::string path(std::string_view file) const;
     std::string place(std::string_view file) const;
     // Also true when the system does not say; reading the file then makes a finding of it.
