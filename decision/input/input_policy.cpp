@@ -14,33 +14,33 @@ struct attribute {
     std::string_view value;
 };
 
-enum class recipients : uint8_t { none, single, one };
+// Postfix names no recipient where there are several. One that stands beside a count of others is
+// not judged alone.
+enum class recipient_told : uint8_t { never, if_only, always };
 
 // What a request of a stage tells.
 struct stage_facts {
     std::string_view stage;
     bool has_sender;
-    // Of several recipients Postfix names none; one that it names beside a count of others is not
-    // judged alone.
-    recipients told;
+    recipient_told recipient;
     // Whether an empty HELO, user or encryption is one that the client did without. Earlier it may
     // still give them.
     bool is_settled;
 };
 
 constexpr stage_facts stages[] = {
-    {"CONNECT", false, recipients::none, false},
-    {"HELO", false, recipients::none, false},
-    {"EHLO", false, recipients::none, false},
-    {"VRFY", false, recipients::none, false}, // its address is not one that mail is sent to
-    {"ETRN", false, recipients::none, false},
-    {"MAIL", true, recipients::none, true},
-    {"RCPT", true, recipients::one, true},
-    {"DATA", true, recipients::single, true},
-    {"END-OF-MESSAGE", true, recipients::single, true},
+    {"CONNECT", false, recipient_told::never, false},
+    {"HELO", false, recipient_told::never, false},
+    {"EHLO", false, recipient_told::never, false},
+    {"VRFY", false, recipient_told::never, false}, // its address is not one that mail is sent to
+    {"ETRN", false, recipient_told::never, false},
+    {"MAIL", true, recipient_told::never, true},
+    {"RCPT", true, recipient_told::always, true},
+    {"DATA", true, recipient_told::if_only, true},
+    {"END-OF-MESSAGE", true, recipient_told::if_only, true},
 };
 // Of a stage that is not known, what is not empty.
-constexpr stage_facts unknown_stage = {"", true, recipients::one, false};
+constexpr stage_facts unknown_stage = {"", true, recipient_told::always, false};
 
 const stage_facts &facts_of_stage(std::string_view stage) {
     const auto *const found =
@@ -62,7 +62,7 @@ class policy_request {
     std::optional<std::string> known_text(std::string_view name) const;
     std::optional<std::string> text_or_none(std::string_view name, bool empty_is_a_fact) const;
     std::optional<bool> is_submission(const std::optional<std::string> &user) const;
-    std::optional<std::string> recipient(recipients told) const;
+    std::optional<std::string> recipient(recipient_told told) const;
     void take_facts(transaction *of) const;
     void take_others(std::vector<extra_member> *extra) const;
 
@@ -154,10 +154,11 @@ std::optional<bool> policy_request::is_submission(const std::optional<std::strin
 }
 
 // No mail goes to an empty one.
-std::optional<std::string> policy_request::recipient(recipients told) const {
+std::optional<std::string> policy_request::recipient(recipient_told told) const {
     const std::string count = text("recipient_count").value_or("");
-    const bool is_alone = told == recipients::one || count.empty() || count == "1";
-    return told != recipients::none && is_alone ? text_or_none("recipient", false) : std::nullopt;
+    const bool is_alone = told == recipient_told::always || count.empty() || count == "1";
+    return told != recipient_told::never && is_alone ? text_or_none("recipient", false)
+                                                     : std::nullopt;
 }
 
 void policy_request::take_facts(transaction *of) const {
@@ -174,7 +175,7 @@ void policy_request::take_facts(transaction *of) const {
     if (facts.has_sender) {
         of->sender = text_or_none("sender", facts.is_settled);
     }
-    of->recipient = recipient(facts.told);
+    of->recipient = recipient(facts.recipient);
 }
 
 void policy_request::take_others(std::vector<extra_member> *extra) const {

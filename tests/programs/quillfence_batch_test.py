@@ -180,6 +180,26 @@ class LinesTest(Case):
         first = self.batch("--quiet", text=lines_of(transaction(n) for n in range(50)))
         self.assertEqual(self.batch("--quiet", text=first[1]), first)
 
+    def test_a_policy_request_is_judged_by_what_its_stage_has(self):
+        """Postfix sends all attributes at all stages, with nothing in those to come."""
+        told = {"CONNECT": "", "EHLO": "helo_name=h.example\n",
+                "MAIL": "helo_name=h.example\nsender=a@b.example\n",
+                "RCPT": "helo_name=h.example\nsender=a@b.example\nrecipient=c@d.example\n",
+                "DATA": "helo_name=h.example\nsender=a@b.example\nrecipient_count=2\n"}
+        missing = {"CONNECT": ["helo", "sender", "recipient"], "EHLO": ["sender", "recipient"],
+                   "MAIL": ["recipient"], "RCPT": [], "DATA": ["recipient"]}
+        text = ""
+        for stage, lines in told.items():
+            text += f"protocol_state={stage}\nclient_address=192.0.2.9\nsasl_username=\n{lines}"
+            text += "".join(f"{name}=\n" for name in ("helo_name", "sender", "recipient")
+                            if f"{name}=" not in lines) + "\n"
+        for record in self.records("--dns", "off", text=text):
+            stage = record["transaction"]["stage"]
+            absent = {"helo", "sender", "recipient"} - record["transaction"].keys()
+            self.assertEqual(absent, set(missing.pop(stage)), stage)
+            self.assertNotEqual(record["decision"]["verdict"], "reject", stage)
+        self.assertEqual(missing, {})
+
     def test_what_if(self):
         text = lines_of([transaction(1, sender="a@b.example")])
         record, = self.records("--with-list", "from_whitelist", "a@b.example", text=text)
