@@ -356,6 +356,7 @@ judging_thread::judging_thread(const std::shared_ptr<policy_judge::core> &of) : 
     explaining_.files = false;
     explaining_.times = false;
     explaining_.quiet_rules = false;
+    explaining_.all_names = false;
     explaining_.keep_session = of->options.counters;
 }
 
@@ -594,12 +595,18 @@ void policy_judge::take_on(std::string request, answer_function answer) noexcept
 
 void policy_judge::begin_all(bool here, const std::function<bool()> &waits) noexcept {
     if (request *const one = core_->share_out(here)) {
+        judges_here_ = true;
         own_->look_at_one(*one, waits ? &waits : nullptr);
+        judges_here_ = false;
     }
 }
 
 void policy_judge::gather(const std::function<void()> &bring) noexcept {
-    core_->gather(bring);
+    if (judges_here_) {
+        bring(); // the next begin_all() may be a second away
+    } else {
+        core_->gather(bring);
+    }
 }
 
 void policy_judge::answer_overdue() noexcept {

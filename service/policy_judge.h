@@ -17,6 +17,7 @@
 // was over, which is judged all the same.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -76,7 +77,8 @@ class policy_judge {
     // does, which returns whether something has come; null: it is put aside at once.
     void begin_all(bool here, const std::function<bool()> &waits = nullptr) noexcept;
     // The same for DNS answers that come on this thread while `bring` runs: what they let go on is
-    // begun by the next begin_all(). By one thread at a time.
+    // begun by the next begin_all(), or, when one is at work (its `waits` brings them), by the
+    // judge's threads. By one thread at a time.
     void gather(const std::function<void()> &bring) noexcept;
 
     // Answers what is beyond its deadline. A thread of the judge does so in time; for tests with a
@@ -92,6 +94,7 @@ class policy_judge {
   private:
     std::shared_ptr<core> core_;          // DNS answers may come when the judge is gone
     std::unique_ptr<judging_thread> own_; // of whoever begins all here
+    std::atomic<bool> judges_here_ = false;
 };
 
 } // namespace quillfence::service

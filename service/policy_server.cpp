@@ -77,6 +77,7 @@ uint32_t policy_server::run(listeners &from) {
         }
         other.join();
     }
+    give_up();
     forget_all();
     return 0;
 }
@@ -147,11 +148,7 @@ void policy_server::take_turn(listeners &from) {
         look(events[i]);
     }
     end_wait();
-    for (const shared &one : attention_->take()) {
-        if (connections_.count(one.get())) {
-            serve(one, is_ending_); // what has come by then counts
-        }
-    }
+    serve_waiting();
     ended_.clear();
     if (stop_ && !is_ending_) {
         begin_to_end(from);
@@ -384,7 +381,15 @@ void policy_server::wait_for_answer(const shared &one) {
     if (one->ask_for_attention()) {
         unwatch(*one);
     } else {
-        serve(one, true);
+        serve(one, !is_ending_ || is_to_be_read(*one));
+    }
+}
+
+void policy_server::serve_waiting() {
+    for (const shared &one : attention_->take()) {
+        if (connections_.count(one.get())) {
+            serve(one, is_to_be_read(*one));
+        }
     }
 }
 
@@ -487,6 +492,26 @@ void policy_server::begin_to_end(listeners &from) {
     }
     for (const shared &one : all) {
         serve(one, true);
+    }
+}
+
+// What has come while its last request was judged counts; but a client that goes on asking shall
+// not keep the end away.
+bool policy_server::is_to_be_read(connection &one) const {
+    return is_ending_ && !std::exchange(one.is_read_out, true);
+}
+
+// What is held of requests is handed over as well, and answered at once.
+void policy_server::give_up() {
+    const std::lock_guard turn(turns_);
+    if (connections_.empty() || !options_.give_up) {
+        return;
+    }
+    options_.give_up();
+    try {
+        serve_waiting();
+    } catch (const std::bad_alloc &) {
+        failed_.tell(event_severity::error, no_memory, now_);
     }
 }
 

@@ -51,9 +51,12 @@ struct policy_server_options {
     std::function<void(bool here)> judge_here{};
     std::chrono::milliseconds kept = std::chrono::milliseconds(500); // there, until another serves
     companion also{};
-    std::function<void()> ready{};                 // connections are taken from now on
-    std::function<void()> reopen{};                // a hang-up came (platform/service_signals.h)
-    std::function<void()> stopping{};              // none is taken any more
+    std::function<void()> ready{};    // connections are taken from now on
+    std::function<void()> reopen{};   // a hang-up came (platform/service_signals.h)
+    std::function<void()> stopping{}; // none is taken any more
+    // `ending` is over: what is still judged is answered by this call, and whatever is handed over
+    // from then on at once.
+    std::function<void()> give_up{};
     std::function<void(connection_event)> count{}; // never by two threads at once
 };
 
@@ -68,8 +71,8 @@ class policy_server {
 
     // Serves until stop(), or an interruption is noted (platform/interruption.h). Then nothing is
     // accepted any more and the listeners are closed; whoever is being judged gets his answer
-    // within options.ending; what had arrived by then counts. 0, or a Win32 error number when there
-    // is no way to wait, or no thread.
+    // within options.ending, or by options.give_up; what had arrived counts: each connection is
+    // read once more. 0, or a Win32 error number when there is no way to wait, or no thread.
     uint32_t run(listeners &from);
     // Safe from any thread and in a signal's handler, before run() as well.
     void stop();
@@ -118,6 +121,9 @@ class policy_server {
     void end_old_ones();
     void end_old(const shared &one);
     void begin_to_end(listeners &from);
+    bool is_to_be_read(connection &one) const;
+    void serve_waiting();
+    void give_up();
     void unwatch_signals();
     bool is_over() const;
 

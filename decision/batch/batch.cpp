@@ -52,6 +52,7 @@ explain_options explaining(const batch_options &options) {
     made.near_misses = whole;
     made.files = whole;
     made.times = whole;
+    made.all_names = whole;
     made.quiet_rules = whole || options.compared; // what they matched is compared and counted
     made.all = options.hits;
     made.configuration = options.configuration;

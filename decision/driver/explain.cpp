@@ -153,8 +153,16 @@ class driver {
         record.facts.ipv6 = state->ipv6;
         record.facts.routable = state->routable;
         record.facts.bounce = state->ndr;
+        uint32_t left_out = 0;
         for (char **name = state->ptr_results; name && *name; ++name) {
-            record.facts.ptr.emplace_back(*name);
+            if (options.all_names || record.facts.ptr.size() < most_names_told) {
+                record.facts.ptr.emplace_back(*name);
+            } else {
+                ++left_out;
+            }
+        }
+        if (left_out) {
+            record.facts.ptr_left_out = left_out;
         }
     }
 

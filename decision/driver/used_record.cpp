@@ -41,6 +41,7 @@ static void empty_decision(decision *of) {
 static void empty_facts(session_facts *facts) {
     facts->localhost = facts->ipv6 = facts->routable = facts->bounce = false;
     facts->ptr.clear();
+    facts->ptr_left_out.reset();
 }
 
 void empty_record(decision_record *record) {

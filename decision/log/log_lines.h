@@ -6,12 +6,12 @@
 #include <string_view>
 #include <vector>
 
+#include "decision_record.h"
 #include "log_bytes.h"
 
 namespace quillfence::decision {
 
-// A record of policyd has some 2 KB, a whole one of batch some 20 KB.
-inline constexpr size_t longest_log_line = size_t{1} << 20;
+inline constexpr size_t longest_log_line = longest_record;
 
 struct log_line {
     std::string_view text; // without its end, LF or CR LF; "" when it is too long. Borrowed

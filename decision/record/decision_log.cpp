@@ -7,6 +7,7 @@
 #include <thread>
 #include <utility>
 
+#include "decision_record.h"
 #include "json_reader.h"
 #include "platform/error_numbers.h"
 
@@ -35,7 +36,6 @@ static bool ends_torn(const std::string &path) {
 // --- a record that was cut short ----------------------------------------------------------------
 
 static constexpr std::string_view beginning_of_records = R"({"schema":"quillfence.decision/)";
-static constexpr uint64_t longest_tail = 1 << 20; // as of the lines of a log that are read
 static constexpr uint64_t piece_size = 64 << 10;
 
 static bool read_exactly(file_handle file, uint64_t at, char *bytes, uint64_t size) {
@@ -56,7 +56,7 @@ static bool read_exactly(file_handle file, uint64_t at, char *bytes, uint64_t si
 // What stands behind the last line end. Nothing when it can't be read, or is too long.
 static std::optional<std::string> tail_of(file_handle file, uint64_t size) {
     std::string tail;
-    while (tail.size() < std::min(size, longest_tail)) {
+    while (tail.size() < std::min(size, longest_record)) {
         const uint64_t left = size - tail.size();
         std::string piece(std::min(left, piece_size), '\0');
         if (!read_exactly(file, left - piece.size(), piece.data(), piece.size())) {

@@ -37,6 +37,9 @@ struct transaction {
     bool operator==(const transaction &) const = default;
 };
 
+// The engine keeps all PTR names of a client and matches no more than these against patterns.
+inline constexpr size_t most_names_told = 100;
+
 // What the session's completion made of it.
 struct session_facts {
     bool localhost = false;
@@ -44,6 +47,7 @@ struct session_facts {
     bool routable = false;
     bool bounce = false;
     std::vector<std::string> ptr;
+    std::optional<uint32_t> ptr_left_out; // of the short form: how many there are besides
     bool operator==(const session_facts &) const = default;
 };
 
@@ -289,6 +293,10 @@ struct error_line {
 };
 
 // --- the whole ---------------------------------------------------------------------------------
+
+// Whoever reads logs takes no line for one that is longer. One of policyd has some 2 KB, a whole
+// one of batch some 20 KB; but a thousand names a DNS answer, which a client may have, are more.
+inline constexpr size_t longest_record = size_t{8} << 20;
 
 struct decision_record {
     std::string id;

@@ -48,6 +48,7 @@ void visit_members(auto &v, record_of<session_facts> auto &of) {
     v.required("routable", of.routable);
     v.required("bounce", of.bounce);
     v.required("ptr", of.ptr);
+    v.optional("ptr_left_out", of.ptr_left_out);
 }
 
 void visit_members(auto &v, record_of<engine_build> auto &of) {

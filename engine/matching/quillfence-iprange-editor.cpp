@@ -38,6 +38,7 @@ static constexpr char backup_ending[] = ".bak";
 // A range file that is being edited: locked, and open in file.file. Released by end_edit.
 struct range_edit {
     const char *operation; // for log lines
+    bool is_new;           // there was no file when the edit began
     platform::edit_lock lock;
     range_file file;
 };
@@ -112,20 +113,42 @@ static int lock_file(range_edit *edit, bool create) {
     return 1;
 }
 
-// Puts a file without records into the place of one that is none, and locks that.
-static int begin_anew(range_edit *edit) {
+// Puts a file without records into the place of one that is none. *placed receives whether it got
+// there.
+static int write_anew(range_edit *edit, bool *placed) {
     platform::replacement fresh;
     if (!vc_begin_replacement(edit->file.path, temporary_ending, &fresh)) {
         return 0;
     }
     range_file to = {fresh.lock.file, {}, fresh.temporary}; // all borrowed
-    int begun = __reset_range_file(&to);
-    if (begun) {
-        begun = has_replaced(edit, platform::replacement_commit(&fresh, &edit->lock));
+    int written = __reset_range_file(&to);
+    if (written) {
+        written = has_replaced(edit, platform::replacement_commit(&fresh, &edit->lock));
+        *placed = !*fresh.temporary;
     }
     platform::replacement_end(&fresh);
+    return written;
+}
+
+// Takes back the empty file that locking has made. Whoever waits for the lock sees that the file
+// has no name any more, and makes his own.
+static void remove_new_file(const range_edit *edit) {
+    char target[platform::longest_replaced_path];
+    if (!platform::path_target(edit->file.path, target, sizeof target)) {
+        platform::path_delete(target); // one that stays does no harm
+    }
+}
+
+// The same, locked. When it fails there is no file if there was none.
+static int begin_anew(range_edit *edit) {
+    const bool is_made = edit->is_new && vc_filesize(edit->file.file) == 0;
+    bool placed = false;
+    const int written = write_anew(edit, &placed);
+    if (is_made && !placed) {
+        remove_new_file(edit);
+    }
     platform::edit_lock_release(&edit->lock);
-    return begun && lock_file(edit, false) &&
+    return written && lock_file(edit, false) &&
            __look_at_range_header(&edit->file) == range_header::valid;
 }
 
@@ -149,8 +172,11 @@ static int lock_and_read(range_edit *edit, bool initialise) {
 static range_edit_ptr begin_edit(const char *operation, const char *directory, const char *name,
                                  bool initialise) {
     heap_string path(__range_path(directory, name));
-    if (!path || !restore_backup(operation, path.get()) ||
-        (!initialise && !vc_file_exists_ex(path.get(), vc_type_file))) {
+    if (!path || !restore_backup(operation, path.get())) {
+        return nullptr;
+    }
+    const bool is_new = !vc_file_exists_ex(path.get(), vc_type_file);
+    if (is_new && !initialise) {
         return nullptr;
     }
     range_edit_ptr edit(static_cast<range_edit *>(calloc(1, sizeof(range_edit))));
@@ -158,7 +184,7 @@ static range_edit_ptr begin_edit(const char *operation, const char *directory, c
         QF_ERRNO_AS(operation, ENOMEM);
         return nullptr;
     }
-    *edit = {operation, {}, {vc_invalid_handle, {}, path.release()}};
+    *edit = {operation, is_new, {}, {vc_invalid_handle, {}, path.release()}};
     return lock_and_read(edit.get(), initialise) ? std::move(edit) : nullptr;
 }
 

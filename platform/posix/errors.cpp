@@ -42,6 +42,7 @@ static constexpr number_pair pairs[] = {
     {EEXIST, error_file_exists},
     {EINVAL, error_invalid_parameter},
     {EPIPE, error_no_data},
+    {ENXIO, error_no_data}, // a pipe that nobody reads was to be written
     {ECONNRESET, error_broken_pipe},
     {ENOSPC, error_disk_full},
     {EDQUOT, error_disk_full},

@@ -60,6 +60,10 @@ static uint32_t finish_open(int descriptor, file_options options) {
     if (S_ISDIR(found.st_mode) || (only_reads && !S_ISREG(found.st_mode))) {
         return error_access_denied;
     }
+    // It was opened at once; its writes wait, as those of others do.
+    if (options.append && !S_ISREG(found.st_mode) && fcntl(descriptor, F_SETFL, O_APPEND) != 0) {
+        return error_of_errno(errno);
+    }
     const int lock = options.lock ? LOCK_EX : options.among_writers ? LOCK_SH : 0;
     if (lock && uninterrupted([&] { return flock(descriptor, lock | LOCK_NB); }) != 0) {
         return error_of_errno(errno);
@@ -249,9 +253,9 @@ static int open_at_once(const char *path, int flags, mode_t mode) {
 // looked for before it is made.
 static uint32_t open_path(system_path *path, int flags, mode_t mode, int *descriptor) {
     const auto open_with = [&](int chosen) {
-        const bool reads = (chosen & O_ACCMODE) == O_RDONLY;
+        const bool waits = (chosen & O_ACCMODE) != O_RDWR;
         *descriptor =
-            reads ? open_at_once(path->text, chosen, mode) : open(path->text, chosen, mode);
+            waits ? open_at_once(path->text, chosen, mode) : open(path->text, chosen, mode);
         return *descriptor;
     };
     const bool creates = flags & O_CREAT;

@@ -6,6 +6,7 @@
 #include <ctime>
 #include <pthread.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -17,9 +18,12 @@ namespace quillfence::platform {
 static constexpr char system_socket[] = "/dev/log";
 static constexpr size_t longest_line = 4096; // the NUL included, which ends a line on a stream
 
-static pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER; // around the two below
+static constexpr timeval patience = {0, 100000}; // with a daemon that takes nothing
+
+static pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER; // around the three below
 static int daemon_socket = -1;
 static bool is_stream;
+static bool is_stuck; // a line has waited in vain: none waits until one is taken again
 static const char *stand_in;
 
 void set_syslog_stand_in(const char *path) {
@@ -43,6 +47,7 @@ static bool open_socket(int type) {
         return false;
     }
     is_stream = type == SOCK_STREAM;
+    setsockopt(daemon_socket, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience); // connect, too
     const auto *const generic = reinterpret_cast<const sockaddr *>(&address);
     if (uninterrupted([&] { return connect(daemon_socket, generic, sizeof address); }) == 0) {
         return true;
@@ -59,7 +64,9 @@ static bool connect_daemon() {
 
 static bool send_once(const char *line, size_t length) {
     const size_t size = length + is_stream;
-    const auto sent = uninterrupted([&] { return send(daemon_socket, line, size, MSG_NOSIGNAL); });
+    const int flags = MSG_NOSIGNAL | (is_stuck ? MSG_DONTWAIT : 0);
+    const auto sent = uninterrupted([&] { return send(daemon_socket, line, size, flags); });
+    is_stuck = sent < 0 && errno == EAGAIN;
     return sent == static_cast<ssize_t>(size);
 }
 
@@ -68,6 +75,9 @@ static bool send_line(const char *line, size_t length) {
     if (daemon_socket >= 0 && send_once(line, length)) {
         return true;
     }
+    if (daemon_socket >= 0 && is_stuck) {
+        return false;
+    }
     close_socket();
     if (!connect_daemon()) {
         return false;
@@ -75,7 +85,9 @@ static bool send_line(const char *line, size_t length) {
     if (send_once(line, length)) {
         return true;
     }
-    close_socket();
+    if (!is_stuck) {
+        close_socket();
+    }
     return false;
 }
 

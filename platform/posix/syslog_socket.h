@@ -6,7 +6,9 @@ namespace quillfence::platform {
 
 // Sends one line as syslog(3) does: "<priority>time ident[process]: message", over the datagram or
 // stream socket at /dev/log, which is opened with the first line and opened again when the daemon
-// was started anew. Safe from several threads. False when nobody takes the line.
+// was started anew. Safe from several threads. False when nobody takes the line. A daemon that is
+// there and takes nothing is waited for once, for a tenth of a second, until it takes a line again:
+// who logs shall not stand still with it.
 //   priority  facility and level together
 bool syslog_send(int priority, const char *ident, const char *message);
 // Closes the socket; the next line opens it again.

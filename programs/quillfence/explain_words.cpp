@@ -629,7 +629,9 @@ static std::string text_or_unknown(const std::optional<std::string> &text) {
 
 static std::string names_text(const decision_record &record) {
     if (!record.facts.ptr.empty()) {
-        return joined_with(record.facts.ptr, ", ");
+        const std::optional<uint32_t> more = record.facts.ptr_left_out;
+        return joined_with(record.facts.ptr, ", ") +
+               (more ? ", and " + std::to_string(*more) + " more" : "");
     }
     const bool unknown = std::any_of(record.missing.begin(), record.missing.end(),
                                      [](const missing_item &item) { return item.type == "PTR"; });

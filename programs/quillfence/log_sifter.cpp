@@ -20,7 +20,7 @@ void log_sifter::sift(const log_line &line, const std::string &file) {
     const log_place place{file, line.number};
     ++lines_;
     if (line.too_long) {
-        refuse(place, "the line is longer than 1 MiB");
+        refuse(place, "the line is longer than 8 MiB");
         return;
     }
     if (is_blank(line.text) ||

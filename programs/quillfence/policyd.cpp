@@ -110,6 +110,9 @@ class judging {
     void begin_all(bool here, const std::function<bool()> &waits) {
         judgement_.begin_all(here, waits);
     }
+    void give_up() {
+        judgement_.stop();
+    }
     service::companion dns() {
         return judgement_.dns();
     }
@@ -153,6 +156,7 @@ judging::~judging() {
         wanted_.notify_one();
     }
     thread_.join();
+    give_up(); // what that answers is in the last metrics
 }
 
 void judging::keep_metrics(const std::string &path) {
@@ -246,6 +250,7 @@ static exit_status serve_sockets(const policyd_arguments &arguments) {
     const std::function<bool()> waits = [&server] { return server->await_companion(); };
     options.judge_here = [&with, &waits](bool here) { with.begin_all(here, waits); };
     options.also = with.dns();
+    options.give_up = [&with] { with.give_up(); };
     server.emplace(options, with.taker());
     if (const uint32_t error = server->run(all)) {
         throw failure("connections can't be waited for: " + data_files::system_text(error));

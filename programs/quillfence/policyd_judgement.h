@@ -32,12 +32,15 @@ class policyd_judgement {
     void judge(std::string request, std::function<void(std::string_view)> answer) noexcept {
         judge_->judge(std::move(request), std::move(answer));
     }
-    // As its take_on and begin_all.
+    // As its take_on, begin_all and stop.
     void take_on(std::string request, std::function<void(std::string_view)> answer) noexcept {
         judge_->take_on(std::move(request), std::move(answer));
     }
     void begin_all(bool here, const std::function<bool()> &waits) noexcept {
         judge_->begin_all(here, waits);
+    }
+    void stop() noexcept {
+        judge_->stop();
     }
     // The DNS, for whoever begins all, and must see to it when sockets are served.
     service::companion dns();

@@ -1,5 +1,6 @@
 // The file of decisions: whole lines, whatever the disk does and however many write.
 #include "decision_log.h"
+#include "decision_record.h"
 
 #include <cstring>
 #include <ostream>
@@ -158,8 +159,8 @@ TEST_F(decision_log_test, what_else_has_no_line_end_stays_and_gets_one) {
         R"({"half)",
         R"({"schema":"quillfence.case/1","id")",
         R"( {"schema":"quillfence.decision/1")",
-        R"({"schema":"quillfence.decision/1"})", // nothing is missing
-        torn + std::string(1 << 20, 'x'),        // it is looked for no farther back
+        R"({"schema":"quillfence.decision/1"})",           // nothing is missing
+        torn + std::string(decision::longest_record, 'x'), // it is looked for no farther back
     };
     for (const std::string &tail : tails) {
         EXPECT_EQ(after_opening(drive, tail), (mended{tail + "\nnext\n", 0}));

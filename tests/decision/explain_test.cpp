@@ -243,6 +243,26 @@ TEST_F(explain_test, every_name_with_what_matched_and_what_exempts_it) {
     EXPECT_EQ(spared.reason, "dyn9-192-0-2-3.pool.example matches, but is exempt");
 }
 
+TEST_F(explain_test, a_client_of_many_names_costs_no_more_than_a_hundred) {
+    std::vector<std::string> names;
+    for (int i = 1; i <= 103; ++i) {
+        names.push_back("n" + std::to_string(i) + ".pool.example");
+    }
+    dns.ptr("1.2.0.192.in-addr.arpa.", names);
+    const decision_record whole = explained("good");
+    EXPECT_EQ(whole.facts.ptr, names);
+    EXPECT_EQ(whole.facts.ptr_left_out, std::nullopt);
+    options.all_names = false;
+    explain_result used;
+    explain(transaction_of(clients[0]), options, &used);
+    EXPECT_EQ(used.record.facts.ptr, std::vector(names.begin(), names.begin() + 100));
+    EXPECT_EQ(used.record.facts.ptr_left_out, 3u);
+    EXPECT_EQ(used.record.decision, whole.decision);
+    explain(transaction_of(clients[1]), options, &used);
+    EXPECT_EQ(used.record.facts.ptr.size(), 1u);
+    EXPECT_EQ(used.record.facts.ptr_left_out, std::nullopt) << "of another record";
+}
+
 TEST_F(explain_test, a_rule_without_its_file_says_so) {
     drive.remove(path_of("dynaregex/dyna.cregexes"));
     drive.remove(path_of("from_blacklist"));

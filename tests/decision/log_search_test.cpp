@@ -191,7 +191,7 @@ TEST(log_lines, what_a_small_file_grows_to_costs_no_memory) {
             count += filling == 'x' ? line.too_long : 1u;
         }
         EXPECT_EQ(count, filling == 'x' ? 1 : grown);
-        EXPECT_LT(bytes_asked_for() - before, 8 * longest_log_line);
+        EXPECT_LT(bytes_asked_for() - before, 4 * longest_log_line);
     }
 }
 

@@ -21,7 +21,8 @@ class random_record {
         r.config = configuration();
         r.transaction = transaction();
         r.extra = extra();
-        r.facts = {some(), some(), some(), some(), texts()};
+        r.facts = {some(), some(),  some(),
+                   some(), texts(), some() ? std::optional(below(1000)) : std::nullopt};
         r.decision = the_decision();
         if (some()) {
             r.report = report();

@@ -619,6 +619,32 @@ TEST_F(range_editor_test, a_full_disk_leaves_the_file_as_it_was) {
               lines(3, "vc_write: fatal error on block write (w32) got error code 112"));
 }
 
+// As a full disk refuses it, at any step before it has its place.
+TEST_F(range_editor_test, a_file_that_could_not_be_begun_is_not_there) {
+    for (const char *call : {"temporary_create", "file_write", "file_sync", "path_replace"}) {
+        call_watch calls;
+        calls.fail(call, 1, 112);
+        EXPECT_EQ(add("10.0.1.1", "10.0.1.5"), "Error opening file");
+        EXPECT_EQ(calls.failed(), 1) << call;
+        EXPECT_FALSE(drive.exists(path)) << call;
+        expect_no_leftovers("");
+    }
+    log.take();
+    EXPECT_EQ(add("10.0.1.1", "10.0.1.5"), "success");
+}
+
+// It is somebody's, though it holds nothing.
+TEST_F(range_editor_test, an_empty_file_stays_when_it_could_not_be_begun) {
+    put("");
+    call_watch calls;
+    calls.fail("file_write", 1, 112);
+    EXPECT_EQ(add("10.0.1.1", "10.0.1.5"), "Error opening file");
+    EXPECT_EQ(log.errors(),
+              lines(1, "vc_write: fatal error on block write (w32) got error code 112"));
+    EXPECT_TRUE(drive.exists(path));
+    EXPECT_EQ(get(), "");
+}
+
 // The file or the new one can't be opened, or a path of the two others can't be formed.
 TEST_F(range_editor_test, a_lack_of_memory_has_its_text) {
     const std::string before = header(2, 2) + first + second;

@@ -243,7 +243,7 @@ class BadLinesTest(Case):
         self.assertEqual(err, "log:2: error: the document ends in a text\n"
                               "log:3: error: a value is missing\n"
                               "log:4: error: is no decision record\n"
-                              "log:5: error: the line is longer than 1 MiB\n"
+                              "log:5: error: the line is longer than 8 MiB\n"
                               "log:8: error: the document ends too early\n")
 
     def test_not_all_of_them(self):

@@ -896,6 +896,35 @@ TEST_F(in_two_steps, answers_that_come_soon_are_waited_for) {
     }
 }
 
+// What one waits for brings answers of others: they do not wait until all are begun again.
+TEST_F(in_two_steps, answers_of_others_that_come_meanwhile_let_them_go_on) {
+    options.dns = &dns;
+    dns.hold();
+    size_t meanwhile = 0;
+    const std::function<bool()> waits = [&] {
+        meanwhile += dns.held() > 0;
+        judge->gather([&] { dns.answer_held(); });
+        return true;
+    };
+    for (int i = 0; i < 20; ++i) {
+        reply other;
+        running().take_on(request_of({}), other.function());
+        judge->begin_all(true);
+        while (dns.held() == 0) {
+            std::this_thread::yield();
+        }
+        reply own;
+        judge->take_on(request_of({.ip = "192.0.2.2"}), own.function());
+        judge->begin_all(true, waits);
+        EXPECT_EQ(other.wait(), dunno);
+        while (own.count() == 0) { // another thread was awake, and has taken it
+            dns.answer_held();
+        }
+    }
+    EXPECT_GT(meanwhile, 0u);
+    EXPECT_EQ(records().size(), 40u);
+}
+
 // One that does not come so soon is not asked for again, and nothing else is waited for.
 TEST_F(in_two_steps, answers_that_do_not_come_soon_are_not_asked_for_twice) {
     options.dns = &dns;

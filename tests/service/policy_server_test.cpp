@@ -815,6 +815,50 @@ TEST_F(serving, the_end_does_not_wait_for_ever) {
     answer(dunno); // of a server that is gone
 }
 
+// Each is read once more, and no client keeps the end away by asking on and on.
+TEST_F(serving, who_asks_on_and_on_is_ended) {
+    serve(std::ref(kept));
+    policy_client client(path);
+    policy_client idle(path);
+    client.say("a=1\n\n");
+    const auto first = kept.wait_for(0);
+    server->stop();
+    EXPECT_TRUE(idle.is_ended());
+    client.say("a=2\n\n");
+    first(dunno);
+    const auto second = kept.wait_for(1);
+    client.say("a=3\n\n");
+    second(dunno);
+    EXPECT_EQ(client.hear(2), std::string(dunno) + dunno);
+    EXPECT_TRUE(client.is_ended());
+    end();
+    EXPECT_EQ(kept.count(), 2u);
+}
+
+TEST_F(serving, who_waits_for_too_long_is_given_up_with_an_answer) {
+    options.ending = 50ms;
+    std::atomic<int> given_up = 0;
+    options.give_up = [&] {
+        ++given_up;
+        kept.wait_for(0)(dunno);
+    };
+    serve([&](std::string request, reply_function answer) {
+        if (given_up) {
+            answer(dunno);
+        } else {
+            kept(std::move(request), std::move(answer));
+        }
+    });
+    policy_client client(path);
+    client.say("a=1\n\na=2\n\n");
+    kept.wait_for(0);
+    end();
+    EXPECT_EQ(client.hear(2), std::string(dunno) + dunno);
+    EXPECT_TRUE(client.is_ended());
+    EXPECT_EQ(given_up, 1);
+    EXPECT_EQ(kept.count(), 1u);
+}
+
 // --- what the system refuses ---
 
 TEST_F(serving, any_call_may_fail_once) {

@@ -50,7 +50,7 @@ enum class file_rights : uint8_t {
 struct replacement {
     edit_lock lock; // of the temporary file; lock.file is where the new contents are written
     char path[longest_replaced_path];      // what is replaced: what a symbolic link leads to
-    char temporary[longest_replaced_path]; // the name beside it
+    char temporary[longest_replaced_path]; // the name beside it; "" when it has got its place
 };
 
 // Makes an empty file "<path><ending>" with the rights that are asked for. A temporary file that a

@@ -58,7 +58,8 @@ inline constexpr uint32_t attribute_directory = 16;
 inline constexpr uint32_t attribute_normal = 128;
 
 // A file that is locked by somebody else is not emptied, either. What is opened for reading only is
-// a file: a pipe, socket or device in its place is refused (5) without waiting for its other end.
+// a file: a pipe, socket or device in its place is refused (5) without waiting for its other end. A
+// pipe that nobody reads is not waited for by `append` either (232).
 uint32_t file_open(const char *path, file_options options, file_handle *opened);
 uint32_t file_close(file_handle file);
 

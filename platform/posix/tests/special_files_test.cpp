@@ -65,6 +65,18 @@ TEST_F(special_files, can_be_written) {
     EXPECT_EQ(fclose(stream), 0);
 }
 
+TEST_F(special_files, a_log_waits_for_no_reader) {
+    constexpr file_options as_log = {.append = true, .when = disposition::open_always};
+    file_handle file = 0;
+    EXPECT_EQ(file_open("c:/pipe", as_log, &file), error_no_data);
+    EXPECT_EQ(file, invalid_file);
+    const int reader = open(drive.native("c:/pipe").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    ASSERT_EQ(file_open("c:/pipe", as_log, &file), error_none);
+    EXPECT_EQ(fcntl(static_cast<int>(file), F_GETFL) & O_NONBLOCK, 0) << "its writes wait";
+    EXPECT_EQ(file_close(file), error_none);
+    close(reader);
+}
+
 volatile sig_atomic_t lease_is_wanted;
 
 // In a process of its own: holds a lease of the file until somebody wants it, and a little longer.

@@ -112,6 +112,32 @@ TEST_F(syslog_socket, without_a_daemon_lines_go_to_standard_error) {
     event_log_close(log);
 }
 
+// Nobody stands still with a daemon that does: its lines go to standard error.
+TEST_F(syslog_socket, a_daemon_that_takes_nothing) {
+    for (const int type : {SOCK_DGRAM, SOCK_STREAM}) {
+        start(type);
+        log = event_log_open("Quillfence");
+        const std::string line(4000, 'x');
+        std::string lost;
+        for (int i = 0; i < 10000 && lost.empty(); ++i) {
+            lost = reported(event_type::warning, line);
+        }
+        EXPECT_EQ(lost, "warning ident: " + line + "\n");
+        for (int i = 0; i < 1000; ++i) { // which would be minutes if each waited
+            ASSERT_EQ(reported(event_type::error, "a"), "error ident: a\n");
+        }
+        const int peer = type == SOCK_STREAM ? accept(daemon, nullptr, nullptr) : dup(daemon);
+        char bytes[8192];
+        while (recv(peer, bytes, sizeof bytes, MSG_DONTWAIT) > 0) {
+        }
+        EXPECT_EQ(reported(event_type::error, "b"), "");
+        EXPECT_EQ(received(peer).substr(0, 4), "<19>");
+        close(peer);
+        event_log_close(log);
+        stop();
+    }
+}
+
 TEST_F(syslog_socket, a_long_line_arrives_cut) {
     start(SOCK_DGRAM);
     log = event_log_open("Quillfence");
