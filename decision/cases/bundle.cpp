@@ -193,7 +193,11 @@ void bundler::gather_folder(const std::string &path) {
 void bundler::gather_file(config_file *consulted) {
     gather_folder(data_files::parts_of(consulted->path).directory);
     if (consulted->missing) {
-        if (data_files::may_be_file(consulted->path)) {
+        uint32_t attributes = 0;
+        const uint32_t error = platform::path_attributes(consulted->path.c_str(), &attributes);
+        if (error && !data_files::is_missing(error)) { // a loop of links, say
+            fail(consulted->path, "can't be looked at, nor could it when it was consulted");
+        } else if (attributes == platform::attribute_normal) {
             fail(consulted->path, "was missing when it was consulted, and is there now");
         }
         return;

@@ -1,6 +1,7 @@
 #include "captured.h"
 
 #include <algorithm>
+#include <cstdio>
 
 #include "bundle.h"
 #include "explained.h"
@@ -109,7 +110,8 @@ void capture::write_with_files(const test_case &which) {
     const decision::written_bundle bundle =
         decision::write_bundle(out_.stream(), which, {.cut_maps = wanted_.cut_maps});
     if (!bundle.problem.empty()) {
-        throw failure("--with-config: " + bundle.problem);
+        throw failure(std::ferror(out_.stream()) ? wanted_.capture + ": " + bundle.problem
+                                                 : "--with-config: " + bundle.problem);
     }
     add(&contents_, contents_of(bundle));
 }

@@ -130,6 +130,9 @@ static std::vector<mismatch> wrong_in(const decision_record &record, const expec
     }
     expectation nothing;
     nothing.verdict = nothing.by = {"(nothing)"};
+    if (!record.decision.rule.empty()) {
+        nothing.rule = {"(nothing)"};
+    }
     return compare(nothing, record);
 }
 

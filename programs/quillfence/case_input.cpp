@@ -20,7 +20,7 @@ static bool begins_as_bundle(const std::string &path) {
     uint32_t error = file.open(path);
     error = error ? error : file.read(bytes, sizeof bytes, &got);
     if (error) {
-        throw wrong_case(path, 0, data_files::system_text(error));
+        throw wrong_case(path, 0, file_problem(path, error));
     }
     return decision::is_bundle({bytes, got});
 }

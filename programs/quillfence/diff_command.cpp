@@ -71,6 +71,13 @@ static void check_sides(const diff_arguments &arguments) {
     }
 }
 
+static void check_page(const diff_arguments &arguments) {
+    std::vector<std::string> read = arguments.stream.inputs;
+    read.push_back(arguments.stream.dns);
+    read.push_back(arguments.configuration.registry);
+    refuse_overwriting(read, {arguments.html});
+}
+
 // Before c: is another.
 static void require_folders(const diff_arguments &arguments) {
     if (!is_what_if(arguments)) {
@@ -223,6 +230,7 @@ static exit_status status_of(const diff_result &result) {
 static exit_status diff(const diff_arguments &arguments) {
     check_sides(arguments);
     require_folders(arguments);
+    check_page(arguments);
     std::optional<file_output> page;
     if (!arguments.html.empty()) {
         page.emplace(arguments.html, platform::file_rights::of_owner);

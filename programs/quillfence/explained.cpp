@@ -7,6 +7,7 @@
 #include "engine_messages.h"
 #include "explain.h"
 #include "explain_words.h"
+#include "line_input.h"
 #include "open_file.h"
 #include "platform/clock.h"
 #include "quillfence.h"
@@ -93,6 +94,15 @@ static void add_notes(decision_record *record, const std::vector<std::string> &t
 
 // --- a transaction ------------------------------------------------------------------------------
 
+// What the decision was made of stays.
+static void refuse_consulted(const decision_record &record, const explain_arguments &arguments) {
+    std::vector<std::string> consulted;
+    for (const decision::config_file &file : record.config.files) {
+        consulted.push_back(file.path);
+    }
+    refuse_overwriting(consulted, {arguments.html, arguments.capture});
+}
+
 static explained explain_transaction(const explain_arguments &arguments, capture *to) {
     decision::input_transaction input = transaction_of(arguments);
     const surroundings chosen(arguments.drive_c, arguments.registry);
@@ -113,6 +123,7 @@ static explained explain_transaction(const explain_arguments &arguments, capture
     if (result.failed || answers.failed()) {
         not_explained("the transaction", result.failed ? result.failed : "out of memory", "");
     }
+    refuse_consulted(result.record, arguments);
     result.record.extra = std::move(input.extra);
     add_notes(&result.record, changed.changes());
     add_notes(&result.record, answers.remarks());
@@ -193,6 +204,7 @@ static explained explain_case(const explain_arguments &arguments, capture *to) {
     if (result.failed) {
         not_explained("the case", result.failed, result.detail);
     }
+    refuse_consulted(result.record, arguments);
     add_notes(&result.record, changed.changes());
     add_notes(&result.record, answers.remarks());
     if (to) {
@@ -244,6 +256,8 @@ explained explain_what_was_asked(const explain_arguments &arguments) {
     check_ways(arguments);
     check_dns(arguments);
     check_capture(arguments);
+    refuse_overwriting({arguments.input, arguments.case_file, arguments.redact, arguments.registry},
+                       {arguments.capture, arguments.html});
     std::optional<capture> kept;
     if (!arguments.capture.empty()) {
         kept.emplace(arguments);

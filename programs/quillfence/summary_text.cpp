@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "text_page.h"
+
 namespace quillfence::programs {
 
 static constexpr size_t widest_column = 60;
@@ -59,9 +61,12 @@ static void append_table(std::string &out, const summary_table &table) {
             append_row(out, row, widths);
         }
     }
+    const text_options options;
+    text_page remarks(options);
     for (const std::string &remark : table.remarks) {
-        out += "  " + remark + '\n';
+        remarks.paragraph(2, remark, style::plain, 2);
     }
+    out += remarks.take();
 }
 
 void add_table(run_summary &to, summary_table table) {

@@ -109,9 +109,17 @@ static exit_status status_of(const case_counts &counts) {
                                     : exit_status::done;
 }
 
+static void check_report(const test_arguments &arguments, const std::vector<case_file> &files) {
+    refuse_same_file(arguments.registry, arguments.junit);
+    for (const case_file &file : files) {
+        refuse_same_file(file.path, arguments.junit);
+    }
+}
+
 static exit_status test(const test_arguments &arguments) {
     const std::string begin = time_now();
     const std::vector<case_file> files = case_files_of(arguments.paths);
+    check_report(arguments, files);
     std::optional<file_output> junit;
     if (!arguments.junit.empty()) {
         junit.emplace(arguments.junit);

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <filesystem>
 
+#include "platform/edit.h"
 #include "platform/file.h"
 #include "program.h"
 #include "read_ahead.h"
@@ -118,14 +119,57 @@ void line_input::warn(uint64_t line, const std::string &text) {
     complain_at(name_, line, weight::warning, text);
 }
 
+// --- files that would destroy each other --------------------------------------------------------
+
+namespace fs = std::filesystem;
+
+static fs::path native_path(const std::string &path) {
+    char native[4096];
+    return platform::path_native(path.c_str(), native, sizeof native) == 0 ? native : "";
+}
+
+static bool are_same_file(const fs::path &one, const fs::path &other) {
+    std::error_code ignored; // one that is missing is no other
+    return fs::equivalent(one, other, ignored);
+}
+
 void refuse_same_file(const std::string &input, const std::string &output) {
-    char from[4096];
-    char to[4096];
-    std::error_code ignored;
-    if (platform::path_native(input.c_str(), from, sizeof from) == 0 &&
-        platform::path_native(output.c_str(), to, sizeof to) == 0 &&
-        std::filesystem::equivalent(from, to, ignored)) {
+    if (are_same_file(native_path(input), native_path(output))) {
         throw failure(output + ": is the input itself; name another file to write to");
+    }
+}
+
+// What writing replaces: behind all links.
+static fs::path place_of_output(const std::string &path) {
+    char target[platform::longest_replaced_path];
+    return native_path(platform::path_target(path.c_str(), target, sizeof target) == 0 ? target
+                                                                                       : path);
+}
+
+static fs::path folder_of(const fs::path &path) {
+    return path.has_parent_path() ? path.parent_path() : ".";
+}
+
+static bool are_same_output(const std::string &one, const std::string &other) {
+    const fs::path first = place_of_output(one);
+    const fs::path second = place_of_output(other);
+    return are_same_file(first, second) || (first.filename() == second.filename() &&
+                                            are_same_file(folder_of(first), folder_of(second)));
+}
+
+void refuse_overwriting(const std::vector<std::string> &inputs,
+                        const std::vector<std::string> &outputs) {
+    for (size_t i = 0; i < outputs.size(); ++i) {
+        for (const std::string &input : inputs) {
+            refuse_same_file(input, outputs[i]);
+        }
+        for (size_t other = 0; other < i; ++other) {
+            if (!outputs[i].empty() && !outputs[other].empty() &&
+                are_same_output(outputs[i], outputs[other])) {
+                throw failure(outputs[i] + ": would be written twice; name another file to write "
+                                           "to");
+            }
+        }
     }
 }
 

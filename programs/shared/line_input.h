@@ -61,5 +61,9 @@ class line_input {
 
 // Throws a failure when both paths lead to one file, which writing would destroy.
 void refuse_same_file(const std::string &input, const std::string &output);
+// The same for each two of all that a run reads and writes, and when two outputs would be one file,
+// which need not be there yet. An empty path is none.
+void refuse_overwriting(const std::vector<std::string> &inputs,
+                        const std::vector<std::string> &outputs);
 
 } // namespace quillfence::programs

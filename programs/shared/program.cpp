@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <filesystem>
 #include <new>
 
 #include "command_line.h"
@@ -78,8 +79,25 @@ int log_to_standard_error(int, const char *format, ...) {
     return 0;
 }
 
+std::string file_problem(const std::string &path, uint32_t error) {
+    namespace fs = std::filesystem;
+    char native[4096];
+    std::error_code ignored;
+    if (error == platform::error_access_denied &&
+        platform::path_native(path.c_str(), native, sizeof native) == 0) {
+        const fs::file_status is = fs::status(native, ignored);
+        if (fs::is_directory(is)) {
+            return "is a folder";
+        }
+        if (fs::is_other(is)) {
+            return "is a pipe or a device, which is read as standard input alone";
+        }
+    }
+    return std::strerror(platform::errno_of(error));
+}
+
 std::string file_error(const std::string &path, uint32_t error) {
-    return path + ": " + std::strerror(platform::errno_of(error));
+    return path + ": " + file_problem(path, error);
 }
 
 void require_directory(const std::string &path, const std::string &advice) {

@@ -54,8 +54,11 @@ void complain(const std::string &text);
 enum class weight { error, warning };
 void complain_at(const std::string &file, uint64_t line, weight how, const std::string &text);
 
-// "c:/a/b: No such file or directory", from a Win32 error number of the seam.
+// "c:/a/b: No such file or directory", from a Win32 error number of the seam. The system's word for
+// a folder, a pipe or a device in a file's place is that a right is missing: that is told apart.
 std::string file_error(const std::string &path, uint32_t error);
+// The same without the path.
+std::string file_problem(const std::string &path, uint32_t error);
 
 // "1 expression", "2 expressions"; the noun's plural when that takes more than an s.
 std::string counted(uint64_t count, const std::string &noun, const std::string &plural = "");

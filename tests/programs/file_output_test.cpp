@@ -172,5 +172,29 @@ TEST_F(input_test, the_input_is_not_written_over) {
     EXPECT_NO_THROW(refuse_same_file("-", path));
 }
 
+// What was thrown, "" for nothing.
+std::string refused(const std::vector<std::string> &inputs,
+                    const std::vector<std::string> &outputs) {
+    try {
+        refuse_overwriting(inputs, outputs);
+    } catch (const failure &what) {
+        return what.what();
+    }
+    return "";
+}
+
+TEST_F(input_test, nothing_that_a_run_reads_or_writes_is_written_over) {
+    const std::string twice = ": would be written twice; name another file to write to";
+    drive.write(path, "x");
+    EXPECT_EQ(refused({"", "c:/quillfence/other", path}, {"", path}),
+              std::string(path) + ": is the input itself; name another file to write to");
+    EXPECT_EQ(refused({path}, {"c:/quillfence/new", "c:/quillfence/other", ""}), "");
+    EXPECT_EQ(refused({}, {path, path}), path + twice);
+    EXPECT_EQ(refused({}, {"c:/quillfence/new", "c:/quillfence/new"}),
+              "c:/quillfence/new" + twice); // although it is not there yet
+    EXPECT_EQ(refused({}, {"c:/quillfence/new", "c:/new"}), "");
+    EXPECT_EQ(refused({}, {"", ""}), "");
+}
+
 } // namespace
 } // namespace quillfence::programs

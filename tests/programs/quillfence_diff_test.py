@@ -253,6 +253,15 @@ class RefusalsTest(Case):
         self.check_refused("none: No such file or directory", "--before", "before", "--after",
                            "after", "none")
 
+    def test_a_page_in_the_place_of_an_input(self):
+        self.file("log", "")
+        for more in (["log"], ["--registry", "log"]):
+            status, out, err = self.diff(*more, "--html", "log", text="")
+            self.assertEqual((status, out, err),
+                             (2, "", "quillfence: log: is the input itself; name another file to "
+                                     "write to\n"))
+        self.assertEqual(self.bytes_of("log"), b"")
+
     def test_a_page_that_can_not_be_written(self):
         status, out, err = self.diff("--html", "none/page.html", text="")
         self.assertEqual((status, out), (TROUBLE, ""))

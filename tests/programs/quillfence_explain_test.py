@@ -166,6 +166,20 @@ class InputTest(Case):
     def test_a_missing_file(self):
         self.check_refused(["--input", "gone"], "gone: No such file or directory")
 
+    def test_what_is_no_file_is_called_so(self):
+        (self.folder / "dd").mkdir()
+        self.check_refused(["--input", "dd"], "dd: is a folder")
+        self.check_refused(["--case", "dd"], "dd: is a folder")
+        self.assertEqual(self.run_program("batch", "--drive-c", "drive", "dd"),
+                         (FAILED, "", "quillfence: dd: is a folder\n"))
+
+    @unittest.skipIf(RUNNER, "a pipe and a device of the build host")
+    def test_a_pipe_is_read_as_standard_input_alone(self):
+        os.mkfifo(self.folder / "pipe")
+        for name in ("pipe", "/dev/null"):
+            self.check_refused(["--input", name], f"{name}: is a pipe or a device, which is read "
+                               "as standard input alone")
+
 
 class SurroundingsTest(Case):
     def test_no_option_that_names_a_file_takes_an_empty_name(self):
@@ -559,6 +573,34 @@ class EndingTest(Case):
 
 # Cases: captured, and judged again.
 class CaptureTest(Case):
+    def test_what_is_read_is_not_written_over(self):
+        self.capture()
+        self.file("log", LOG_LINE)
+        self.file("case.key", "sixteen bytes are enough")
+        (self.folder / "case.key").chmod(0o600)
+        self.file("export.reg", "Windows Registry Editor Version 5.00\r\n")
+        log, case, facts = ["--input", "log"], ["--case", "case.json"], BLACKLISTED
+        lists = "drive/quillfence/from_blacklist"
+        inputs = [([*log, "--dns", "off", "--html", "log"], "log"),
+                  ([*log, "--dns", "off", "--capture", "./log"], "./log"),
+                  ([*case, "--capture", "case.json"], "case.json"),
+                  ([*case, "--html", "case.json"], "case.json"),
+                  ([*case, "--redact", "case.key", "--capture", "case.key"], "case.key"),
+                  ([*facts, "--registry", "export.reg", "--html", "export.reg"], "export.reg"),
+                  ([*facts, "--html", lists], lists), ([*facts, "--capture", lists], lists),
+                  ([*case, "--html", lists], lists)]
+        if not RUNNER:
+            (self.folder / "link").symlink_to("log")
+            os.link(self.folder / "log", self.folder / "second")
+            inputs += [([*log, "--dns", "off", "--html", name], name) for name in ("link", "second")]
+        for arguments, named in inputs:
+            self.check_not_captured(arguments, f"{named}: is the input itself; name another file "
+                                    "to write to")
+        for one, other in (("new", "new"), ("new", "./new"), ("log", "log")):
+            self.check_not_captured([*facts, "--capture", one, "--html", other],
+                                    f"{other}: would be written twice; name another file to write "
+                                    "to")
+
     def test_an_empty_name_writes_nothing(self):
         self.file("key", "k" * 64)
         for arguments in (["--capture", ""], ["--capture", "case.json", "--redact", ""],
@@ -651,6 +693,28 @@ class CaptureTest(Case):
                       ["--registry", "none.reg"], ["--user-dir", "c:/none"]):
             self.assertEqual(self.judge("--case", "case.tar", *wrong, **places)[0], FAILED)
         self.assertEqual(list(temporary.iterdir()), [])
+
+    @unittest.skipIf(RUNNER, "links of the build host")
+    def test_a_bundle_of_a_loop_of_links(self):
+        loop = self.folder / "drive/quillfence/blocked_ips.range"
+        loop.unlink(missing_ok=True)
+        loop.symlink_to("blocked_ips.range")
+        status, out, err = self.explain(*BLACKLISTED, "--capture", "case.tar", "--with-config")
+        self.assertEqual((status, out, err),
+                         (FAILED, "", "quillfence: --with-config: c:/quillfence/blocked_ips.range: "
+                                      "can't be looked at, nor could it when it was consulted\n"))
+        self.assertFalse((self.folder / "case.tar").exists())
+
+    @unittest.skipIf(RUNNER, "a limit of the build host")
+    def test_a_bundle_that_has_no_room_names_its_file(self):
+        def prepare():
+            signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
+            resource.setrlimit(resource.RLIMIT_FSIZE, (4096, 4096))
+
+        status, out, err = self.explain(*BLACKLISTED, "--capture", "case.tar", "--with-config",
+                                        prepare=prepare)
+        self.assertEqual((status, out, err),
+                         (FAILED, "", "quillfence: case.tar: can't be written: File too large\n"))
 
     def test_a_bundle_against_other_files(self):
         self.capture("case.tar", "--with-config")

@@ -173,6 +173,15 @@ class ReportTest(Case):
                          "x # TODO later\\x0a  ...\\x0aok 2 - \\# SKIP <&>\"']]> \\x1b[31m "
                          "\\xe2\\x80\\xae \u00e4 \\xef\\xbf\\xbf")
 
+    def test_a_report_is_not_written_over_a_case(self):
+        self.write("in/a.json", REJECTED)
+        before = self.read("in/a.json")
+        for paths in (["in"], ["in/a.json"]):
+            self.assertEqual(self.judge(*paths, "--junit", "./in/a.json"),
+                             (NOT_RUN, "", "quillfence: ./in/a.json: is the input itself; name "
+                                           "another file to write to\n"))
+            self.assertEqual(self.read("in/a.json"), before)
+
     def test_junit(self):
         self.write("in/good.json", REJECTED)
         self.write("in/bad.json", with_(REJECTED, expect={"verdict": "accept"}))
@@ -325,7 +334,11 @@ class UpdateTest(Case):
         before = self.read("a.json")
         status, out, _ = self.judge("--update", "a.json")
         self.assertEqual(status, GOOD)
-        self.assertIn("# a.json: verdict: (nothing) becomes reject\n", out)
+        self.assertEqual(out, "TAP version 13\n1..1\n"
+                              "# a.json: verdict: (nothing) becomes reject\n"
+                              "# a.json: by: (nothing) becomes rule\n"
+                              "# a.json: rule: (nothing) becomes from_blacklist\n"
+                              "ok 1 - a.json\n# 1 case: 1 as expected\n")
         self.assertEqual(self.read("a.json"), before[:-2] + ',\n  "expect": {"verdict": "reject", '
                          '"by": "rule", "rule": "from_blacklist"}\n}')
         self.assertEqual(json.loads(self.read("a.json")), REJECTED)
