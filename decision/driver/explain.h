@@ -32,7 +32,7 @@ struct explain_options {
     // What there is to say of rules that the brief form leaves out (is_told_briefly); without it
     // they have their names and outcomes, and what tells that costs is saved.
     bool quiet_rules = true;
-    bool all_names = true; // facts.ptr whole; else as many as most_names_told
+    bool all_names = true;                       // facts.ptr whole; else as many as most_names_told
     dns_source *dns = nullptr;                   // null: the system's DNS
     const frozen_files *configuration = nullptr; // null: the files, read for every question
     // What is known of the configuration's patterns, read with it; null: read when needed.

@@ -87,7 +87,7 @@ TEST_F(data_tool, lists_that_can_not_be_read) {
 TEST_F(data_tool, a_folder_is_no_list) {
     drive.make_folder("c:/quillfence/list");
     EXPECT_EQ(run_program({"blockmap", "build", "c:/quillfence/list", out}), 2);
-    EXPECT_EQ(said, "quillfence-data: c:/quillfence/list: Permission denied\n");
+    EXPECT_EQ(said, "quillfence-data: c:/quillfence/list: is a folder\n");
 }
 
 // Shown at once, by the stream's next piece, or when all is brought to the disk.
