@@ -11,6 +11,7 @@
 
 #include "event.h"
 #include "explain.h"
+#include "line_input.h"
 #include "listeners.h"
 #include "metrics_file.h"
 #include "platform/error_numbers.h"
@@ -282,6 +283,7 @@ static exit_status serve_standard_streams(const policyd_arguments &arguments) {
 }
 
 exit_status policyd(const policyd_arguments &arguments) {
+    refuse_overwriting({}, {arguments.log, arguments.metrics});
     if (arguments.check) {
         return check_policyd(arguments, mode_of(arguments.socket_mode), std::cout);
     }

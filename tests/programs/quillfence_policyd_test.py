@@ -203,6 +203,12 @@ class StartTest(Case):
             self.assertEqual(self.refused("--listen", place), f"--listen {place}: {why}")
         self.assertEqual(self.bytes_of("file"), b"text")
 
+    def test_the_log_is_no_place_for_the_metrics(self):
+        status, out, err = run([PROGRAM, "policyd", "--listen", "unix:policy", "--log", "both",
+                                "--metrics", "./both"], self.folder)
+        self.assertEqual((status, out, err), (FAILED, "", "quillfence: ./both: would be written "
+                                              "twice; name another file to write to\n"))
+
     def test_what_else_is_wrong(self):
         listen = ["--listen", "unix:policy"]
         self.assertIn("there is nowhere to listen", self.refused())
