@@ -11,7 +11,7 @@ class checked_asker : public asker {
     // which makes the answer's status 8, and for no other reason.
     using check = std::function<void(const question &asked, answer *got)>;
 
-    // Borrows the asker.
+    // Borrows the asker. Lives until everything that it was asked is answered.
     checked_asker(asker &next, check each) : next_(next), each_(std::move(each)) {}
 
     void ask(const question &asked, listener then) noexcept override;

@@ -92,6 +92,12 @@ void stream_answers::put_into(const stream_arguments &arguments, decision::batch
     }
 }
 
+stream_answers::~stream_answers() {
+    if (live_) {
+        live_->stop(); // tells all that stands in front of it
+    }
+}
+
 void stream_answers::check(const dns_sources::question &asked, dns_sources::answer *got) {
     troubles_.note(asked, *got);
     if (guard_) {

@@ -50,6 +50,10 @@ class stream_answers {
   public:
     // Throws a failure. The engine's names of files must be in place.
     explicit stream_answers(const stream_arguments &arguments);
+    // A run that was interrupted has questions on their way: they are ended first.
+    ~stream_answers();
+    stream_answers(const stream_answers &) = delete;
+    stream_answers &operator=(const stream_answers &) = delete;
 
     // Borrowed by the run.
     void put_into(const stream_arguments &arguments, decision::batch_options *options);

@@ -55,10 +55,15 @@ HANDLE start_again() {
 
 bool killed_at(unsigned n, const std::string &name, const std::function<void()> &) {
     platform::environment_set(order_variable, (std::to_string(n) + " " + name).c_str());
-    const HANDLE process = start_again();
+    HANDLE process = nullptr;
+    DWORD error = 0;
+    for (int i = 0; i < 3 && !process; ++i) { // Wine has failed to once, on a busy machine
+        process = start_again();
+        error = GetLastError();
+    }
     platform::environment_set(order_variable, nullptr);
     if (!process) {
-        ADD_FAILURE() << "the program does not start";
+        ADD_FAILURE() << "the program does not start: " << error;
         return false;
     }
     WaitForSingleObject(process, INFINITE);
