@@ -127,6 +127,7 @@ connection_state connection::hand_over(const request_handler &handler) {
 
 // Reads once: there may be a request, and go_on() looks for it, when it says `answer`.
 connection_state connection::receive() {
+    was_read = true;
     char piece[piece_size];
     uint32_t got = 0;
     const uint32_t error = platform::socket_receive(socket_, piece, sizeof piece, &got);

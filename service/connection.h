@@ -85,9 +85,9 @@ class connection : public std::enable_shared_from_this<connection> {
         return socket_;
     }
 
-    bool is_watched = false;  // the server's own
-    bool for_room = false;    // likewise: what it is watched for
-    bool is_read_out = false; // likewise: at the end, once
+    bool is_watched = false; // the server's own
+    bool for_room = false;   // likewise: what it is watched for
+    bool was_read = false;   // since the server last said that it was not
 
   private:
     connection_state begin_step();

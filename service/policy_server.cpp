@@ -491,14 +491,15 @@ void policy_server::begin_to_end(listeners &from) {
         all.push_back(one);
     }
     for (const shared &one : all) {
+        one->was_read = false;
         serve(one, true);
     }
 }
 
 // What has come while its last request was judged counts; but a client that goes on asking shall
 // not keep the end away.
-bool policy_server::is_to_be_read(connection &one) const {
-    return is_ending_ && !std::exchange(one.is_read_out, true);
+bool policy_server::is_to_be_read(const connection &one) const {
+    return is_ending_ && !one.was_read;
 }
 
 // What is held of requests is handed over as well, and answered at once.

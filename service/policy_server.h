@@ -121,7 +121,7 @@ class policy_server {
     void end_old_ones();
     void end_old(const shared &one);
     void begin_to_end(listeners &from);
-    bool is_to_be_read(connection &one) const;
+    bool is_to_be_read(const connection &one) const;
     void serve_waiting();
     void give_up();
     void unwatch_signals();
